@@ -1,0 +1,40 @@
+/// The one clock. Rules of freshness and replay, and every poll that sleeps, go through it, so
+/// that tests can put a clock of their own in its place and need not wait.
+#pragma once
+
+#include <sys/time.h>
+
+#include <cstdint>
+
+#include "oxapi.h"
+
+namespace OX {
+
+/// Thread-safe, in every implementation.
+class OX_API OXClock {
+ public:
+  virtual ~OXClock();
+  /// Microseconds since 1970-01-01 00:00 UTC.
+  virtual std::int64_t nowUs() = 0;
+  /// The same in local time: what the replay clock counts by.
+  virtual std::int64_t localNowUs() = 0;
+  /// Sleeps at least this long.
+  virtual void sleepUs(unsigned int pDurationUs) = 0;
+
+  /// The clock in force; the system's unless replaced.
+  static OXClock& get();
+  /// Puts a clock in force, borrowed until the next call; null restores the system's.
+  static void set(OXClock* pClock);
+};
+
+}  // namespace OX
+
+namespace ki::os {
+
+/// The time of OXClock::get() in seconds and microseconds.
+OX_API void gettimeofday(::timeval* pTime);
+
+/// Sleeps by OXClock::get().
+OX_API void usleep(unsigned int pDurationUs);
+
+}  // namespace ki::os

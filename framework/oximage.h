@@ -1,0 +1,71 @@
+/// One image: its format, its time and place, and its pixels.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+#include "oxapi.h"
+#include "oxvalue.h"
+
+namespace OX {
+
+/// A plain record whose fields are read and written directly.
+///
+/// Pixels are rows from top to bottom without gaps, fWidth * fHeight * fNbLayers bytes.
+/// An image that owns its pixels allocates them once, zero-filled and committed page by page as
+/// they are first touched, and frees them when it ends. A change of format only rewrites the
+/// fields, so an image is made for the largest format that it will ever hold; fCapacityBytes says
+/// how much room there is behind fData.
+/// Not thread-safe: whoever holds the buffer guards it.
+class OX_API OXImage {
+ public:
+  /// By resolution or by size in pixels. With pDataAreExternal nothing is allocated and fData is
+  /// null until setExternalData. An unknown resolution or a negative size makes an empty image of
+  /// size -1 x -1. Throws std::bad_alloc.
+  OXImage(int pResolution, int pColorSpace, bool pDataAreExternal, float pLeftAngle,
+          float pTopAngle, float pRightAngle, float pBottomAngle);
+  OXImage(int pWidth, int pHeight, int pColorSpace, bool pDataAreExternal, float pLeftAngle,
+          float pTopAngle, float pRightAngle, float pBottomAngle);
+  ~OXImage();
+  OXImage(const OXImage&) = delete;
+  OXImage& operator=(const OXImage&) = delete;
+
+  /// Another image's fields and a view of its pixels: the pixels stay the other's.
+  struct ViewTag {};
+  OXImage(const OXImage& pOther, ViewTag);
+
+  /// Writes width and height (-1 for an unknown resolution); allocates nothing.
+  void setResolution(int pResolution);
+  /// Writes colour space and layers; allocates nothing.
+  void setColorSpace(int pColorSpace);
+  /// Lets an image with external data point at pixels of pCapacityBytes. They stay the caller's.
+  void setExternalData(unsigned char* pData, std::size_t pCapacityBytes);
+
+  /// fWidth * fHeight * fNbLayers, 0 for an empty image, never more than fCapacityBytes.
+  std::size_t getSizeBytes() const;
+
+  /// The 12-element array that remote callers get, with a copy of the pixels:
+  /// width, height, layers, colour space, time stamp (highest 32 bits, lowest 32 bits), binary of
+  /// getSizeBytes() bytes, camera, left, top, right and bottom angle.
+  OXValue toOXValue() const;
+
+  int fWidth = -1;    ///< pixels
+  int fHeight = -1;   ///< pixels
+  int fNbLayers = 3;  ///< bytes per pixel
+  int fColorSpace = 0;
+  std::int64_t fTimeStamp = 0;     ///< microseconds since 1970; 0 was never set
+  unsigned char* fData = nullptr;  ///< the pixels; null when there are none
+  std::int8_t fCameraId = 0;       ///< the camera that took the frame
+  float fLeftAngle = 0;
+  float fTopAngle = 0;
+  float fRightAngle = 0;
+  float fBottomAngle = 0;
+  std::size_t fCapacityBytes = 0;  ///< room behind fData
+
+ private:
+  void xAllocate();
+
+  bool fDataAreExternal;
+};
+
+}  // namespace OX

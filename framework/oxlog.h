@@ -1,0 +1,59 @@
+/// Records of the log: made by a scoped stream or a plain call, handed to sinks.
+///
+/// Levels: 1 fatal, 2 error, 3 warning, 4 information, 5 verbose. Thread-safe.
+#pragma once
+
+#include <boost/shared_ptr.hpp>
+#include <sstream>
+#include <string>
+
+#include "oxapi.h"
+
+namespace ki::log {
+
+enum Level : int { kFatal = 1, kError = 2, kWarning = 3, kInfo = 4, kVerbose = 5 };
+
+struct Record {
+  int level;
+  std::string category;  ///< "vision.videoinput" and the like
+  std::string message;   ///< may hold line ends; it is one record all the same
+  std::string file;      ///< may be empty
+  std::string function;
+  int line;
+};
+
+/// Takes records. Called from any thread, one call at a time; must not log.
+class OX_API Sink {
+ public:
+  virtual ~Sink();
+  virtual void write(const Record& pRecord) = 0;
+};
+
+/// Sinks get every record, whatever the level. They are shared: a sink lives while it is added.
+OX_API void addSink(const boost::shared_ptr<Sink>& pSink);
+OX_API void removeSink(const boost::shared_ptr<Sink>& pSink);
+
+/// The default sink writes records of this level and below to standard error (4 at the start);
+/// 0 silences it.
+OX_API void setLevel(int pLevel);
+
+/// Hands one record to all sinks.
+OX_API void log(int pLevel, const std::string& pCategory, const std::string& pMessage,
+                const std::string& pFile, const std::string& pFunction, int pLine);
+
+/// An output stream whose text leaves as one record when the stream ends.
+class OX_API LogStream : public std::ostringstream {
+ public:
+  LogStream(int pLevel, const std::string& pCategory, const std::string& pFile,
+            const std::string& pFunction, int pLine);
+  ~LogStream() override;
+
+ private:
+  int fLevel;
+  std::string fCategory;
+  std::string fFile;
+  std::string fFunction;
+  int fLine;
+};
+
+}  // namespace ki::log

@@ -1,0 +1,36 @@
+/// The module "OXBroker": the broker as its callers see it.
+#pragma once
+
+#include <boost/shared_ptr.hpp>
+#include <string>
+
+#include "oxmodule.h"
+
+namespace OX {
+
+/// Answers what there is to call. Thread-safe.
+class OXBrokerModule : public OXModule {
+ public:
+  explicit OXBrokerModule(boost::shared_ptr<OXBroker> pBroker);
+
+  /// Names, in the order of registration.
+  OXValue getModuleList();
+  /// One array a publication, in the order of binding: name, class, description, flags, parameters
+  /// as [name, description, type], return as [name, description, type], examples as
+  /// [language, text]. Throws OXError for an unknown module.
+  OXValue getMethodList(const std::string& pModule);
+  /// [description, [[language, text], ...]]. Throws OXError for an unknown module.
+  OXValue getModuleDescription(const std::string& pModule);
+  /// Names the connection that the call comes by. Throws OXError for an empty name, and for a
+  /// local call, which comes by none.
+  void setClientName(const std::string& pName);
+  /// True.
+  bool ping();
+
+ private:
+  void xPublishLists();
+  void xPublishConnection();
+  boost::shared_ptr<OXModuleCore> xFind(const std::string& pModule, const char* pFunction);
+};
+
+}  // namespace OX

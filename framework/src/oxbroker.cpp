@@ -1,0 +1,245 @@
+#include "oxbroker.h"
+
+#include <algorithm>
+#include <boost/make_shared.hpp>
+#include <chrono>
+#include <exception>
+
+#include "brokermodule.h"
+#include "oxlog.h"
+#include "oxmodule.h"
+#include "oxproxies.h"
+#include "threadpool.h"
+
+namespace OX {
+namespace {
+
+constexpr std::chrono::seconds kShutdownLimit(20);
+
+[[noreturn]] void fail(const char* pFunction, const std::string& pText) {
+  throw OXError("OXBroker", pFunction, pText, "framework/src/oxbroker", __LINE__);
+}
+
+void report(int pLevel, const char* pFunction, const std::string& pText) {
+  ki::log::log(pLevel, "framework.broker", pText, "", pFunction, 0);
+}
+
+struct ProcessManager {
+  std::mutex guard;
+  boost::shared_ptr<OXBrokerManager> instance = boost::make_shared<OXBrokerManager>();
+};
+
+ProcessManager& processManager() {
+  static ProcessManager manager;
+  return manager;
+}
+
+thread_local OXCallerContext* tCaller = nullptr;
+
+/// Looks the module up for each call. It keeps neither broker nor module alive, so modules may hold
+/// proxies to each other.
+class LocalProxy : public OXProxy {
+ public:
+  LocalProxy(boost::weak_ptr<OXBroker> pBroker, const std::string& pName)
+      : fBroker(std::move(pBroker)), fName(pName) {}
+
+  const std::string& getModuleName() const override { return fName; }
+
+  OXValue callArray(const std::string& pMethod, const OXValue& pArguments) override {
+    const boost::shared_ptr<OXBroker> broker = fBroker.lock();
+    if (!broker) fail("callArray", "The broker of module \"" + fName + "\" has ended");
+    return broker->call(fName, pMethod, pArguments);
+  }
+
+ private:
+  boost::weak_ptr<OXBroker> fBroker;
+  std::string fName;
+};
+
+}  // namespace
+
+OXBroker::OXBroker(const OXBrokerOptions& pOptions)
+    : fOptions(pOptions), fThreads(std::make_unique<OXThreadPool>(pOptions.maxThreads)) {}
+
+OXBroker::~OXBroker() { shutdown(); }
+
+boost::shared_ptr<OXBroker> OXBroker::create(const OXBrokerOptions& pOptions) {
+  const boost::shared_ptr<OXBroker> broker(new OXBroker(pOptions));
+  const boost::shared_ptr<OXBrokerManager> manager = OXBrokerManager::getInstance();
+  broker->setBrokerManager(manager);
+  manager->addBroker(broker);
+  OXModule::createModule<OXBrokerModule>(broker);
+  return broker;
+}
+
+boost::shared_ptr<OXProxy> OXBroker::getProxy(const std::string& pName, int) {
+  if (!getModule(pName)) fail("getProxy", "There is no module \"" + pName + "\"");
+  return boost::make_shared<LocalProxy>(weak_from_this(), pName);
+}
+
+boost::weak_ptr<OXBrokerManager> OXBroker::getBrokerManager() const {
+  const std::lock_guard hold(fGuard);
+  return fManager;
+}
+
+void OXBroker::setBrokerManager(const boost::weak_ptr<OXBrokerManager>& pManager) {
+  const std::lock_guard hold(fGuard);
+  fManager = pManager;
+}
+
+void OXBroker::registerModule(const boost::shared_ptr<OXModuleCore>& pModule) {
+  if (!pModule || pModule->getName().empty()) fail("registerModule", "A module needs a name");
+  const std::lock_guard hold(fGuard);
+  if (fEnded)
+    fail("registerModule",
+         "Module \"" + pModule->getName() + "\" comes too late: the broker is shutting down");
+  for (const auto& module : fModules)
+    if (module->getName() == pModule->getName())
+      fail("registerModule", "There is a module \"" + pModule->getName() + "\" already");
+  fModules.push_back(pModule);
+}
+
+void OXBroker::unregisterModule(const std::string& pName) {
+  boost::shared_ptr<OXModuleCore> leaving;  // may end here, when the lock is given up
+  const std::lock_guard hold(fGuard);
+  const auto found = std::find_if(fModules.begin(), fModules.end(),
+                                  [&](const auto& pModule) { return pModule->getName() == pName; });
+  if (found == fModules.end()) return;
+  leaving = *found;
+  fModules.erase(found);
+}
+
+boost::shared_ptr<OXModuleCore> OXBroker::getModule(const std::string& pName) const {
+  const std::lock_guard hold(fGuard);
+  for (const auto& module : fModules)
+    if (module->getName() == pName) return module;
+  return {};
+}
+
+std::vector<std::string> OXBroker::getModuleList() const {
+  const std::lock_guard hold(fGuard);
+  std::vector<std::string> names;
+  for (const auto& module : fModules) names.push_back(module->getName());
+  return names;
+}
+
+OXValue OXBroker::call(const std::string& pModule, const std::string& pMethod,
+                       const OXValue& pArguments) {
+  // Nothing of this broker is touched from here on: the call may outlast it.
+  const boost::shared_ptr<OXModuleCore> module = getModule(pModule);
+  if (!module) fail("call", "There is no module \"" + pModule + "\"");
+  OXValue result;
+  try {
+    module->execute(pMethod, pArguments, result);
+  } catch (const OXError&) {
+    throw;
+  } catch (const std::exception& error) {
+    throw OXError(pModule, pMethod, std::string("The method failed: ") + error.what(),
+                  "framework/src/oxbroker", __LINE__);
+  }
+  return result;
+}
+
+bool OXBroker::post(std::function<void()> pTask) { return fThreads->post(std::move(pTask)); }
+
+void OXBroker::notify(const std::string& pTarget, const std::string& pMethod,
+                      const OXValue& pArguments) {
+  if (getModule(pTarget)) {
+    call(pTarget, pMethod, pArguments);
+    return;
+  }
+  std::vector<Endpoint> endpoints;
+  {
+    const std::lock_guard hold(fGuard);
+    for (const NamedEndpoint& endpoint : fEndpoints)
+      if (endpoint.name == pTarget) endpoints.push_back(endpoint.endpoint);
+  }
+  if (endpoints.empty()) fail("notify", "There is no module and no client \"" + pTarget + "\"");
+  for (const Endpoint& endpoint : endpoints) {
+    try {
+      endpoint(pMethod, pArguments);
+    } catch (const std::exception& error) {
+      report(ki::log::kError, "notify",
+             "A client \"" + pTarget + "\" could not be notified: " + error.what());
+    }
+  }
+}
+
+bool OXBroker::canNotify(const std::string& pTarget) const {
+  if (getModule(pTarget)) return true;
+  const std::lock_guard hold(fGuard);
+  return std::any_of(fEndpoints.begin(), fEndpoints.end(),
+                     [&](const NamedEndpoint& pEndpoint) { return pEndpoint.name == pTarget; });
+}
+
+void OXBroker::addEndpoint(const void* pOwner, const std::string& pName, Endpoint pEndpoint) {
+  const std::lock_guard hold(fGuard);
+  fEndpoints.push_back({pOwner, pName, std::move(pEndpoint)});
+}
+
+void OXBroker::removeEndpoint(const void* pOwner) {
+  std::vector<NamedEndpoint> leaving;  // what they hold ends when the lock is given up
+  const std::lock_guard hold(fGuard);
+  const auto first = std::stable_partition(
+      fEndpoints.begin(), fEndpoints.end(),
+      [pOwner](const NamedEndpoint& pEndpoint) { return pEndpoint.owner != pOwner; });
+  leaving.assign(std::make_move_iterator(first), std::make_move_iterator(fEndpoints.end()));
+  fEndpoints.erase(first, fEndpoints.end());
+}
+
+void OXBroker::shutdown() {
+  if (!fThreads->stop(kShutdownLimit))
+    report(ki::log::kWarning, "shutdown",
+           "Calls still run after " + std::to_string(kShutdownLimit.count()) +
+               " seconds; they go on alone");
+  for (;;) {
+    // One at a time: a module that ends may still call those that were there before it.
+    boost::shared_ptr<OXModuleCore> leaving;
+    const std::lock_guard hold(fGuard);
+    fEnded = true;
+    if (fModules.empty()) return;
+    leaving = std::move(fModules.back());
+    fModules.pop_back();
+  }
+}
+
+boost::shared_ptr<OXBrokerManager> OXBrokerManager::getInstance() {
+  const std::lock_guard hold(processManager().guard);
+  return processManager().instance;
+}
+
+void OXBrokerManager::setInstance(const boost::shared_ptr<OXBrokerManager>& pManager) {
+  if (!pManager) return;
+  const std::lock_guard hold(processManager().guard);
+  processManager().instance = pManager;
+}
+
+void OXBrokerManager::addBroker(const boost::shared_ptr<OXBroker>& pBroker) {
+  if (!pBroker) return;
+  const std::lock_guard hold(fGuard);
+  std::erase_if(fBrokers, [&](const boost::weak_ptr<OXBroker>& pKnown) {
+    const boost::shared_ptr<OXBroker> known = pKnown.lock();
+    return !known || known == pBroker;
+  });
+  fBrokers.push_back(pBroker);
+}
+
+std::vector<boost::shared_ptr<OXBroker>> OXBrokerManager::getBrokers() const {
+  const std::lock_guard hold(fGuard);
+  std::vector<boost::shared_ptr<OXBroker>> brokers;
+  for (const auto& known : fBrokers)
+    if (const boost::shared_ptr<OXBroker> broker = known.lock()) brokers.push_back(broker);
+  return brokers;
+}
+
+OXCallerContext::~OXCallerContext() = default;
+
+OXCallerContext* OXCallerContext::current() { return tCaller; }
+
+OXCallerContext::Scope::Scope(OXCallerContext* pContext) : fPrevious(tCaller) {
+  tCaller = pContext;
+}
+
+OXCallerContext::Scope::~Scope() { tCaller = fPrevious; }
+
+}  // namespace OX

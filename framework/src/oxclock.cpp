@@ -1,0 +1,61 @@
+#include "oxclock.h"
+
+#include <unistd.h>
+
+#include <atomic>
+#include <boost/date_time/posix_time/posix_time_types.hpp>
+#include <chrono>
+
+namespace OX {
+namespace {
+
+class SystemClock : public OXClock {
+ public:
+  std::int64_t nowUs() override {
+    return std::chrono::duration_cast<std::chrono::microseconds>(
+               std::chrono::system_clock::now().time_since_epoch())
+        .count();
+  }
+  std::int64_t localNowUs() override {
+    static const boost::posix_time::ptime kEpoch(boost::gregorian::date(1970, 1, 1));
+    return (boost::posix_time::microsec_clock::local_time() - kEpoch).total_microseconds();
+  }
+  // One usleep may be asked for less than a second only; longer sleeps are cut into pieces.
+  void sleepUs(unsigned int pDurationUs) override {
+    constexpr unsigned int kPieceUs = 500000;
+    for (; pDurationUs > kPieceUs; pDurationUs -= kPieceUs) ::usleep(kPieceUs);
+    ::usleep(pDurationUs);
+  }
+};
+
+SystemClock& systemClock() {
+  static SystemClock clock;
+  return clock;
+}
+
+std::atomic<OXClock*> gClock{nullptr};
+
+}  // namespace
+
+OXClock::~OXClock() = default;
+
+OXClock& OXClock::get() {
+  OXClock* clock = gClock.load();
+  return clock ? *clock : systemClock();
+}
+
+void OXClock::set(OXClock* pClock) { gClock.store(pClock); }
+
+}  // namespace OX
+
+namespace ki::os {
+
+void gettimeofday(::timeval* pTime) {
+  const std::int64_t now = OX::OXClock::get().nowUs();
+  pTime->tv_sec = now / 1000000;
+  pTime->tv_usec = now % 1000000;
+}
+
+void usleep(unsigned int pDurationUs) { OX::OXClock::get().sleepUs(pDurationUs); }
+
+}  // namespace ki::os

@@ -1,0 +1,21 @@
+#include "oxerror.h"
+
+namespace OX {
+
+OXError::OXError(const std::string& pModuleName, const std::string& pFunctionName,
+                 const std::string& pDescription, const std::string& pFileName, unsigned int pLine)
+    : fModuleName(pModuleName),
+      fFunctionName(pFunctionName),
+      fDescription(pDescription),
+      fFileName(pFileName),
+      fLine(pLine) {}
+
+OXError::~OXError() = default;
+
+std::string OXError::toString() const {
+  std::string text = fModuleName + "::" + fFunctionName + "\n\t" + fDescription;
+  if (!fFileName.empty()) text += "\n\t" + fFileName + ":" + std::to_string(fLine);
+  return text;
+}
+
+}  // namespace OX

@@ -1,0 +1,111 @@
+#include "oximage.h"
+
+#include <sys/mman.h>
+
+#include <algorithm>
+#include <new>
+
+#include "oxdefinitions.h"
+
+namespace OX {
+namespace {
+
+std::size_t formatBytes(int pWidth, int pHeight, int pLayers) {
+  if (pWidth <= 0 || pHeight <= 0 || pLayers <= 0) return 0;
+  return static_cast<std::size_t>(pWidth) * static_cast<std::size_t>(pHeight) *
+         static_cast<std::size_t>(pLayers);
+}
+
+}  // namespace
+
+OXImage::OXImage(int pResolution, int pColorSpace, bool pDataAreExternal, float pLeftAngle,
+                 float pTopAngle, float pRightAngle, float pBottomAngle)
+    : fNbLayers(getLayersFromColorSpace(pColorSpace)),
+      fColorSpace(pColorSpace),
+      fLeftAngle(pLeftAngle),
+      fTopAngle(pTopAngle),
+      fRightAngle(pRightAngle),
+      fBottomAngle(pBottomAngle),
+      fDataAreExternal(pDataAreExternal) {
+  setSizeFromResolution(pResolution, fWidth, fHeight);
+  xAllocate();
+}
+
+OXImage::OXImage(int pWidth, int pHeight, int pColorSpace, bool pDataAreExternal, float pLeftAngle,
+                 float pTopAngle, float pRightAngle, float pBottomAngle)
+    : fWidth(pWidth),
+      fHeight(pHeight),
+      fNbLayers(getLayersFromColorSpace(pColorSpace)),
+      fColorSpace(pColorSpace),
+      fLeftAngle(pLeftAngle),
+      fTopAngle(pTopAngle),
+      fRightAngle(pRightAngle),
+      fBottomAngle(pBottomAngle),
+      fDataAreExternal(pDataAreExternal) {
+  if (fWidth < 0 || fHeight < 0) fWidth = fHeight = -1;
+  xAllocate();
+}
+
+OXImage::OXImage(const OXImage& pOther, ViewTag)
+    : fWidth(pOther.fWidth),
+      fHeight(pOther.fHeight),
+      fNbLayers(pOther.fNbLayers),
+      fColorSpace(pOther.fColorSpace),
+      fTimeStamp(pOther.fTimeStamp),
+      fData(pOther.fData),
+      fCameraId(pOther.fCameraId),
+      fLeftAngle(pOther.fLeftAngle),
+      fTopAngle(pOther.fTopAngle),
+      fRightAngle(pOther.fRightAngle),
+      fBottomAngle(pOther.fBottomAngle),
+      fCapacityBytes(pOther.fCapacityBytes),
+      fDataAreExternal(true) {}
+
+OXImage::~OXImage() {
+  if (!fDataAreExternal && fData) ::munmap(fData, fCapacityBytes);
+}
+
+void OXImage::xAllocate() {
+  const std::size_t size = formatBytes(fWidth, fHeight, fNbLayers);
+  if (fDataAreExternal || size == 0) return;
+  // Fresh pages from the kernel are zero and are committed when first touched: a buffer for the
+  // largest format costs only what is used of it, and never shows old heap. The heap would give
+  // recycled blocks and touch all of them to clear them.
+  void* const pages =
+      ::mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+  if (pages == MAP_FAILED) throw std::bad_alloc();
+  fData = static_cast<unsigned char*>(pages);
+  fCapacityBytes = size;
+}
+
+void OXImage::setResolution(int pResolution) {
+  setSizeFromResolution(pResolution, fWidth, fHeight);
+}
+
+void OXImage::setColorSpace(int pColorSpace) {
+  fColorSpace = pColorSpace;
+  fNbLayers = getLayersFromColorSpace(pColorSpace);
+}
+
+void OXImage::setExternalData(unsigned char* pData, std::size_t pCapacityBytes) {
+  if (!fDataAreExternal) return;
+  fData = pData;
+  fCapacityBytes = pData ? pCapacityBytes : 0;
+}
+
+std::size_t OXImage::getSizeBytes() const {
+  return fData ? std::min(formatBytes(fWidth, fHeight, fNbLayers), fCapacityBytes) : 0;
+}
+
+OXValue OXImage::toOXValue() const {
+  const auto stamp = static_cast<std::uint64_t>(fTimeStamp);
+  OXValue pixels;
+  pixels.SetBinary(fData, static_cast<int>(getSizeBytes()));
+  return OXValue::array(fWidth, fHeight, fNbLayers, fColorSpace,
+                        static_cast<int>(static_cast<std::uint32_t>(stamp >> 32)),
+                        static_cast<int>(static_cast<std::uint32_t>(stamp)), std::move(pixels),
+                        static_cast<int>(fCameraId), fLeftAngle, fTopAngle, fRightAngle,
+                        fBottomAngle);
+}
+
+}  // namespace OX

@@ -1,0 +1,85 @@
+#include "oxlog.h"
+
+#include <spdlog/sinks/stdout_color_sinks.h>
+#include <spdlog/spdlog.h>
+
+#include <algorithm>
+#include <atomic>
+#include <mutex>
+#include <vector>
+
+namespace ki::log {
+namespace {
+
+/// Writes to standard error through spdlog.
+class DefaultSink : public Sink {
+ public:
+  DefaultSink() : fLogger("ox", std::make_shared<spdlog::sinks::stderr_color_sink_mt>()) {
+    fLogger.set_level(spdlog::level::trace);
+    fLogger.set_pattern("%Y-%m-%d %H:%M:%S.%e %^%l%$ %v");
+    fLogger.flush_on(spdlog::level::trace);
+  }
+
+  void write(const Record& pRecord) override {
+    if (pRecord.level > fLevel.load()) return;
+    fLogger.log(xLevel(pRecord.level), "{} {}: {}", pRecord.category, pRecord.function,
+                pRecord.message);
+  }
+
+  void setLevel(int pLevel) { fLevel.store(pLevel); }
+
+ private:
+  static spdlog::level::level_enum xLevel(int pLevel) {
+    if (pLevel <= kFatal) return spdlog::level::critical;
+    if (pLevel == kError) return spdlog::level::err;
+    if (pLevel == kWarning) return spdlog::level::warn;
+    return pLevel == kInfo ? spdlog::level::info : spdlog::level::debug;
+  }
+
+  spdlog::logger fLogger;
+  std::atomic<int> fLevel{kInfo};
+};
+
+struct Sinks {
+  std::mutex guard;
+  boost::shared_ptr<DefaultSink> defaultSink{new DefaultSink};
+  std::vector<boost::shared_ptr<Sink>> all{defaultSink};
+};
+
+// Never destroyed: modules may log until the very end of the process.
+Sinks& sinks() {
+  static auto* const instance = new Sinks;
+  return *instance;
+}
+
+}  // namespace
+
+Sink::~Sink() = default;
+
+void addSink(const boost::shared_ptr<Sink>& pSink) {
+  const std::lock_guard guard(sinks().guard);
+  sinks().all.push_back(pSink);
+}
+
+void removeSink(const boost::shared_ptr<Sink>& pSink) {
+  const std::lock_guard guard(sinks().guard);
+  auto& all = sinks().all;
+  all.erase(std::remove(all.begin(), all.end(), pSink), all.end());
+}
+
+void setLevel(int pLevel) { sinks().defaultSink->setLevel(pLevel); }
+
+void log(int pLevel, const std::string& pCategory, const std::string& pMessage,
+         const std::string& pFile, const std::string& pFunction, int pLine) {
+  const Record record{pLevel, pCategory, pMessage, pFile, pFunction, pLine};
+  const std::lock_guard guard(sinks().guard);
+  for (const auto& sink : sinks().all) sink->write(record);
+}
+
+LogStream::LogStream(int pLevel, const std::string& pCategory, const std::string& pFile,
+                     const std::string& pFunction, int pLine)
+    : fLevel(pLevel), fCategory(pCategory), fFile(pFile), fFunction(pFunction), fLine(pLine) {}
+
+LogStream::~LogStream() { log(fLevel, fCategory, str(), fFile, fFunction, fLine); }
+
+}  // namespace ki::log

@@ -1,0 +1,184 @@
+#include <algorithm>
+
+#include "oxbroker.h"
+#include "oxerror.h"
+#include "oxlog.h"
+#include "oxservices.h"
+#include "oxvalue/detail/oxfunctor.h"
+
+namespace OX {
+namespace {
+
+// Callers from outside may subscribe anything: what they leave behind has a limit.
+constexpr std::size_t kMaxSubscriptions = 4096;
+// A callback may raise events itself; one that answers an event with the same event never ends.
+constexpr int kMaxDepth = 16;
+
+thread_local int tDepth = 0;
+
+class DepthCount {
+ public:
+  DepthCount() { ++tDepth; }
+  ~DepthCount() { --tDepth; }
+  DepthCount(const DepthCount&) = delete;
+  DepthCount& operator=(const DepthCount&) = delete;
+};
+
+[[noreturn]] void fail(const char* pFunction, const std::string& pText) {
+  throw OXError("OXMemory", pFunction, pText, "framework/src/oxmemory", __LINE__);
+}
+
+void report(int pLevel, const std::string& pText) {
+  ki::log::log(pLevel, "framework.memory", pText, "", "raiseEvent", 0);
+}
+
+}  // namespace
+
+OXMemory::OXMemory(boost::shared_ptr<OXBroker> pBroker) : OXModule(std::move(pBroker), "OXMemory") {
+  setModuleDescription(
+      "Events: who raises one needs not know who listens, who listens needs not know who raises");
+  addModuleExample("C++",
+                   "OXMemoryProxy memory(broker);\n"
+                   "memory.subscribeToEvent(\"BallSeen\", getName(), \"onBallSeen\");");
+  xPublishSubscribing();
+  xPublishRaising();
+}
+
+OXMemory::~OXMemory() = default;
+
+void OXMemory::xPublishSubscribing() {
+  functionName("subscribeToEvent", getName(),
+               "Has a method called whenever an event is raised, with three arguments: the event's "
+               "name, its value and the name of the module that subscribed. Subscribing again "
+               "replaces the method");
+  addParam("event", "name of the event, which need not have been raised before");
+  addParam("module",
+           "name of the module to call, or the name that a client has given itself with "
+           "OXBroker.setClientName");
+  addParam("callback", "name of the method to call on it");
+  addMethodExample("C++",
+                   "memory.subscribeToEvent(\"ClientDisconnected\", getName(), \"onClientGone\");");
+  completeAndCheck(&OXMemory::subscribeToEvent, getCurrentMethodDescription());
+  bindMethod(createFunctor(this, &OXMemory::subscribeToEvent));
+
+  functionName("unsubscribeToEvent", getName(),
+               "Ends a subscription; does nothing when there is none");
+  addParam("event", "name of the event");
+  addParam("module", "name of the module that subscribed");
+  addMethodExample("C++", "memory.unsubscribeToEvent(\"ClientDisconnected\", getName());");
+  completeAndCheck(&OXMemory::unsubscribeToEvent, getCurrentMethodDescription());
+  bindMethod(createFunctor(this, &OXMemory::unsubscribeToEvent));
+
+  functionName("getEventList", getName(), "Names the events that somebody has subscribed to");
+  setReturn("events", "array of names in alphabetical order");
+  addMethodExample("shell", "oxvideo call OXMemory getEventList");
+  completeAndCheck(&OXMemory::getEventList, getCurrentMethodDescription());
+  bindMethod(createFunctor(this, &OXMemory::getEventList));
+
+  functionName("getSubscribers", getName(), "Names the modules that have subscribed to an event");
+  addParam("event", "name of the event");
+  setReturn("modules", "array of names, the first subscriber first; empty for an unknown event");
+  addMethodExample("shell", "oxvideo call OXMemory getSubscribers ClientDisconnected");
+  completeAndCheck(&OXMemory::getSubscribers, getCurrentMethodDescription());
+  bindMethod(createFunctor(this, &OXMemory::getSubscribers));
+}
+
+void OXMemory::xPublishRaising() {
+  functionName("raiseEvent", getName(),
+               "Calls all subscribers of an event one after the other and returns when all have "
+               "been called. A subscriber that fails keeps no other from being called; one that "
+               "is gone is forgotten");
+  addParam("event", "name of the event");
+  addParam("value", "whatever the event has to tell");
+  addMethodExample("C++", "memory.raiseEvent(\"BallSeen\", OXValue::array(120, 87));");
+  addMethodExample("shell", "oxvideo call OXMemory raiseEvent BallSeen '[120, 87]'");
+  completeAndCheck(&OXMemory::raiseEvent, getCurrentMethodDescription());
+  bindMethod(createFunctor(this, &OXMemory::raiseEvent));
+}
+
+void OXMemory::subscribeToEvent(const std::string& pEventName, const std::string& pModuleName,
+                                const std::string& pCallbackName) {
+  if (pEventName.empty() || pModuleName.empty() || pCallbackName.empty())
+    fail("subscribeToEvent", "Event, module and callback need names that are not empty");
+  const std::lock_guard hold(fGuard);
+  std::size_t total = 0;
+  for (auto& [event, subscriptions] : fSubscriptions)
+    for (Subscription& subscription : subscriptions) {
+      ++total;
+      if (event != pEventName || subscription.module != pModuleName) continue;
+      subscription.callback = pCallbackName;
+      return;
+    }
+  if (total >= kMaxSubscriptions)
+    fail("subscribeToEvent",
+         "There are " + std::to_string(total) + " subscriptions already, as many as there may be");
+  fSubscriptions[pEventName].push_back({pModuleName, pCallbackName});
+}
+
+void OXMemory::unsubscribeToEvent(const std::string& pEventName, const std::string& pModuleName) {
+  const std::lock_guard hold(fGuard);
+  xForget(pEventName, pModuleName);
+}
+
+void OXMemory::xForget(const std::string& pEventName, const std::string& pModuleName) {
+  const auto found = fSubscriptions.find(pEventName);
+  if (found == fSubscriptions.end()) return;
+  std::erase_if(found->second,
+                [&](const Subscription& pOne) { return pOne.module == pModuleName; });
+  if (found->second.empty()) fSubscriptions.erase(found);
+}
+
+void OXMemory::raiseEvent(const std::string& pEventName, const OXValue& pValue) {
+  const boost::shared_ptr<OXBroker> broker = getParentBroker();
+  if (!broker) fail("raiseEvent", "The broker has ended");
+  if (tDepth >= kMaxDepth)
+    fail("raiseEvent", "Event \"" + pEventName + "\" was raised by a callback of a callback, " +
+                           std::to_string(kMaxDepth) + " deep; it is not raised any further");
+  const DepthCount depth;
+  std::vector<Subscription> subscriptions;
+  {
+    const std::lock_guard hold(fGuard);
+    if (const auto found = fSubscriptions.find(pEventName); found != fSubscriptions.end())
+      subscriptions = found->second;
+  }
+  // No lock is held from here: a callback may subscribe, unsubscribe or raise.
+  for (const Subscription& subscription : subscriptions)
+    xNotify(*broker, pEventName, pValue, subscription);
+}
+
+void OXMemory::xNotify(OXBroker& pBroker, const std::string& pEventName, const OXValue& pValue,
+                       const Subscription& pSubscription) {
+  try {
+    pBroker.notify(pSubscription.module, pSubscription.callback,
+                   OXValue::array(pEventName, pValue, pSubscription.module));
+  } catch (const OXError& error) {
+    // Asked under the lock, so that one who comes back and subscribes anew is not forgotten.
+    std::unique_lock hold(fGuard);
+    const bool gone = !pBroker.canNotify(pSubscription.module);
+    if (gone) xForget(pEventName, pSubscription.module);
+    hold.unlock();
+    if (gone)
+      report(ki::log::kInfo, "\"" + pSubscription.module +
+                                 "\" is gone and no longer gets event \"" + pEventName + "\"");
+    else
+      report(ki::log::kError, "\"" + pSubscription.module + "\" failed at event \"" + pEventName +
+                                  "\": " + error.toString());
+  }
+}
+
+OXValue OXMemory::getEventList() {
+  const std::lock_guard hold(fGuard);
+  OXValue::Array names;
+  for (const auto& [event, subscriptions] : fSubscriptions) names.emplace_back(event);
+  return names;
+}
+
+OXValue OXMemory::getSubscribers(const std::string& pEventName) {
+  const std::lock_guard hold(fGuard);
+  OXValue::Array names;
+  if (const auto found = fSubscriptions.find(pEventName); found != fSubscriptions.end())
+    for (const Subscription& subscription : found->second) names.emplace_back(subscription.module);
+  return names;
+}
+
+}  // namespace OX

@@ -1,0 +1,83 @@
+#include "oxmodule.h"
+
+#include "oxbroker.h"
+#include "oxerror.h"
+
+namespace OX {
+
+OXModuleCore::OXModuleCore(boost::shared_ptr<OXBroker> pBroker, const std::string& pName)
+    : fBroker(pBroker), fName(pName) {}
+
+OXModuleCore::~OXModuleCore() = default;
+
+void OXModuleCore::execute(const std::string& pMethod, const OXValue& pArguments,
+                           OXValue& pResult) {
+  selectMethod(fName, fMethods, pMethod, pArguments).functor->call(pArguments, pResult);
+}
+
+std::string OXModuleCore::version() { return OX_VERSION; }
+
+void OXModuleCore::initModule() {
+  const boost::shared_ptr<OXBroker> broker = getParentBroker();
+  if (!broker)
+    throw OXError(fName, "initModule", "There is no broker to register with: it has ended",
+                  "framework/src/oxmodule", __LINE__);
+  broker->registerModule(shared_from_this());
+}
+
+void OXModuleCore::addModuleExample(const std::string& pLanguage, const std::string& pText) {
+  fExamples.push_back({pLanguage, pText});
+}
+
+void OXModuleCore::functionName(const std::string& pName, const std::string& pClass,
+                                const std::string& pDescription, int pFlags) {
+  fCurrent = OXMethodInfo();
+  fCurrent.name = pName;
+  fCurrent.className = pClass;
+  fCurrent.description = pDescription;
+  fCurrent.flags = pFlags;
+}
+
+void OXModuleCore::addParam(const std::string& pName, const std::string& pDescription) {
+  fCurrent.parameters.push_back({pName, pDescription, "", 0});
+}
+
+void OXModuleCore::setReturn(const std::string& pName, const std::string& pDescription) {
+  fCurrent.returnName = pName;
+  fCurrent.returnDescription = pDescription;
+}
+
+void OXModuleCore::addMethodExample(const std::string& pLanguage, const std::string& pText) {
+  fCurrent.examples.push_back({pLanguage, pText});
+}
+
+void OXModuleCore::bindMethod(boost::shared_ptr<OXFunctorBase> pFunctor) {
+  if (fCurrent.name.empty() || fCurrent.arity < 0 || !pFunctor)
+    throw OXError(fName, "bindMethod",
+                  "\"" + fCurrent.name +
+                      "\" needs functionName(), completeAndCheck() and a functor, in this order, "
+                      "before it is bound",
+                  "framework/src/oxmodule", __LINE__);
+  fCurrent.functor = std::move(pFunctor);
+  fMethods.push_back(std::move(fCurrent));
+  fCurrent = OXMethodInfo();
+}
+
+void OXModuleCore::bindMethodOverload(boost::shared_ptr<OXFunctorBase> pFunctor) {
+  bindMethod(std::move(pFunctor));
+}
+
+OXModule::OXModule(boost::shared_ptr<OXBroker> pBroker, const std::string& pName)
+    : OXModuleCore(std::move(pBroker), pName) {}
+
+OXModule::~OXModule() = default;
+
+void OXModule::exit() {}
+
+void OXModule::stop(int) {}
+
+std::string OXModule::httpGet() { return {}; }
+
+void OXModule::init() {}
+
+}  // namespace OX

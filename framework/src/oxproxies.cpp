@@ -1,0 +1,60 @@
+#include "oxproxies.h"
+
+#include "oxerror.h"
+
+namespace OX {
+namespace {
+
+boost::shared_ptr<OXProxy> proxyTo(const boost::shared_ptr<OXBroker>& pBroker,
+                                   const char* pService) {
+  return pBroker ? pBroker->getProxy(pService) : boost::shared_ptr<OXProxy>();
+}
+
+OXProxy& present(const boost::shared_ptr<OXProxy>& pProxy, const char* pService,
+                 const char* pFunction) {
+  if (!pProxy)
+    throw OXError(std::string(pService) + "Proxy", pFunction,
+                  std::string("There is no service \"") + pService + "\" behind this proxy",
+                  "framework/src/oxproxies", __LINE__);
+  return *pProxy;
+}
+
+constexpr const char* kMemory = "OXMemory";
+constexpr const char* kPreferences = "OXPreferences";
+
+}  // namespace
+
+OXProxy::~OXProxy() = default;
+
+OXMemoryProxy::OXMemoryProxy(const boost::shared_ptr<OXBroker>& pBroker)
+    : fProxy(proxyTo(pBroker, kMemory)) {}
+
+OXMemoryProxy::OXMemoryProxy(boost::shared_ptr<OXProxy> pProxy) : fProxy(std::move(pProxy)) {}
+
+void OXMemoryProxy::subscribeToEvent(const std::string& pEventName, const std::string& pModuleName,
+                                     const std::string& pCallbackName) {
+  present(fProxy, kMemory, "subscribeToEvent")
+      .call("subscribeToEvent", pEventName, pModuleName, pCallbackName);
+}
+
+void OXMemoryProxy::unsubscribeToEvent(const std::string& pEventName,
+                                       const std::string& pModuleName) {
+  present(fProxy, kMemory, "unsubscribeToEvent")
+      .call("unsubscribeToEvent", pEventName, pModuleName);
+}
+
+void OXMemoryProxy::raiseEvent(const std::string& pEventName, const OXValue& pValue) {
+  present(fProxy, kMemory, "raiseEvent").call("raiseEvent", pEventName, pValue);
+}
+
+OXPreferencesProxy::OXPreferencesProxy(const boost::shared_ptr<OXBroker>& pBroker)
+    : fProxy(proxyTo(pBroker, kPreferences)) {}
+
+OXPreferencesProxy::OXPreferencesProxy(boost::shared_ptr<OXProxy> pProxy)
+    : fProxy(std::move(pProxy)) {}
+
+OXValue OXPreferencesProxy::readPrefFile(const std::string& pFileName, bool pFlag) {
+  return present(fProxy, kPreferences, "readPrefFile").call("readPrefFile", pFileName, pFlag);
+}
+
+}  // namespace OX

@@ -1,0 +1,129 @@
+#include "threadpool.h"
+
+#include <condition_variable>
+#include <deque>
+#include <exception>
+#include <mutex>
+#include <string>
+#include <system_error>
+#include <thread>
+#include <utility>
+
+#include "oxerror.h"
+#include "oxlog.h"
+
+namespace OX {
+namespace {
+
+void report(int pLevel, const std::string& pText) {
+  ki::log::log(pLevel, "framework.broker", pText, "", "OXThreadPool", 0);
+}
+
+void runTask(const OXThreadPool::Task& pTask) {
+  try {
+    pTask();
+  } catch (const OXError& error) {
+    report(ki::log::kError, "A task failed: " + error.toString());
+  } catch (const std::exception& error) {
+    report(ki::log::kError, std::string("A task failed: ") + error.what());
+  } catch (...) {
+    report(ki::log::kError, "A task failed with an exception of an unknown type");
+  }
+}
+
+}  // namespace
+
+struct OXThreadPool::State {
+  State(int pMaxThreads, std::chrono::milliseconds pIdleTime)
+      : maxThreads(pMaxThreads), idleTime(pIdleTime) {}
+
+  /// The state whose thread the calling one is.
+  static thread_local const State* current;
+
+  const int maxThreads;
+  const std::chrono::milliseconds idleTime;
+  std::mutex guard;  ///< over what follows
+  std::condition_variable work;
+  std::condition_variable ended;
+  std::deque<Task> queue;
+  int threads = 0;
+  int idle = 0;  ///< threads that wait for work, also those woken that have not taken theirs yet
+  bool stopping = false;
+};
+
+thread_local const OXThreadPool::State* OXThreadPool::State::current = nullptr;
+
+OXThreadPool::OXThreadPool(int pMaxThreads, std::chrono::milliseconds pIdleTime)
+    : fState(std::make_shared<State>(pMaxThreads, pIdleTime)) {
+  if (pMaxThreads < 1)
+    throw OXError("OXBroker", "OXThreadPool",
+                  "A broker needs 1 thread at least, not " + std::to_string(pMaxThreads),
+                  "framework/src/threadpool", __LINE__);
+}
+
+OXThreadPool::~OXThreadPool() { stop(std::chrono::milliseconds(0)); }
+
+bool OXThreadPool::post(Task pTask) {
+  std::string failure;
+  {
+    const std::lock_guard hold(fState->guard);
+    if (fState->stopping) return false;
+    fState->queue.push_back(std::move(pTask));
+    const auto idle = static_cast<std::size_t>(fState->idle);
+    if (idle >= fState->queue.size() || fState->threads >= fState->maxThreads) {
+      fState->work.notify_one();
+      return true;
+    }
+    try {
+      std::thread(&OXThreadPool::xRun, fState).detach();
+      ++fState->threads;
+      return true;
+    } catch (const std::system_error& error) {
+      failure = error.what();
+    }
+    if (fState->threads > 0) return true;
+    pTask = std::move(fState->queue.back());
+    fState->queue.pop_back();
+  }
+  report(ki::log::kError, "A task was dropped, there is no thread for it: " + failure);
+  return false;
+}
+
+void OXThreadPool::xRun(const std::shared_ptr<State>& pState) {
+  State::current = pState.get();
+  std::unique_lock hold(pState->guard);
+  for (;;) {
+    ++pState->idle;
+    pState->work.wait_for(hold, pState->idleTime,
+                          [&] { return !pState->queue.empty() || pState->stopping; });
+    --pState->idle;
+    if (pState->queue.empty()) break;
+    Task task = std::move(pState->queue.front());
+    pState->queue.pop_front();
+    hold.unlock();
+    runTask(task);
+    task = nullptr;  // what it holds may end with it, and that must not happen under the lock
+    hold.lock();
+  }
+  --pState->threads;
+  pState->ended.notify_all();
+}
+
+bool OXThreadPool::stop(std::chrono::milliseconds pLimit) {
+  std::deque<Task> dropped;
+  std::unique_lock hold(fState->guard);
+  fState->stopping = true;
+  fState->work.notify_all();
+  const int self = State::current == fState.get() ? 1 : 0;
+  const bool ended = fState->ended.wait_for(hold, pLimit, [&] { return fState->threads <= self; });
+  dropped.swap(fState->queue);
+  hold.unlock();
+  return ended;
+}
+
+int OXThreadPool::getThreadCount() const {
+  const std::lock_guard hold(fState->guard);
+  return fState->threads;
+}
+
+}  // namespace OX

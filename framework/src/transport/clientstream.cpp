@@ -1,0 +1,121 @@
+#include "clientstream.h"
+
+#include <boost/make_shared.hpp>
+#include <utility>
+
+#include "oxerror.h"
+#include "oxlog.h"
+
+namespace OX::wire {
+
+ClientStream::ClientStream(boost::shared_ptr<boost::asio::io_context> pIo, Socket&& pSocket,
+                           std::string pAddress)
+    : Stream(std::move(pIo), std::move(pSocket), OXWireLimits()), fAddress(std::move(pAddress)) {}
+
+ClientStream::~ClientStream() = default;
+
+void ClientStream::xThrow(const std::string& pFunction, const std::string& pDescription,
+                          unsigned int pLine) const {
+  throw OXError("OXRemoteBroker", pFunction, pDescription, "framework/src/transport/clientstream",
+                pLine);
+}
+
+void ClientStream::xSend(OutgoingMessage&& pMessage, const std::string& pFunction) {
+  if (!trySend(std::move(pMessage)))
+    xThrow(pFunction, "The broker at " + fAddress + " doesn't take what is sent to it", __LINE__);
+}
+
+OXValue ClientStream::call(const std::string& pModule, const std::string& pMethod,
+                           const OXValue& pArguments, std::chrono::milliseconds pTimeout) {
+  const std::string name = pModule + "." + pMethod;
+  Waiting waiting;
+  std::unique_lock guard(fGuard);
+  const std::uint32_t id = ++fLastId;
+  if (!fEndReason) {
+    guard.unlock();
+    OutgoingMessage message = encodeRequest(id, pModule, pMethod, pArguments, xLimits());
+    guard.lock();
+    fWaiting[id] = &waiting;
+    guard.unlock();
+    try {
+      xSend(std::move(message), "call");
+    } catch (...) {
+      guard.lock();
+      fWaiting.erase(id);
+      throw;
+    }
+    guard.lock();
+    waiting.answered.wait_for(guard, pTimeout,
+                              [&] { return waiting.answer.has_value() || fEndReason; });
+    fWaiting.erase(id);
+  }
+  if (!waiting.answer && fEndReason)
+    xThrow("call", name + ": the connection to " + fAddress + " has ended: " + *fEndReason,
+           __LINE__);
+  guard.unlock();
+  if (!waiting.answer)
+    xThrow("call",
+           name + ": no answer from " + fAddress + " within " + std::to_string(pTimeout.count()) +
+               " ms",
+           __LINE__);
+  if (waiting.answer->error) throw *waiting.answer->error;
+  if (!waiting.answer->problem.empty())
+    xThrow("call", name + ": " + waiting.answer->problem, __LINE__);
+  return std::move(waiting.answer->value);
+}
+
+void ClientStream::notify(const std::string& pModule, const std::string& pMethod,
+                          const OXValue& pArguments) {
+  {
+    const std::lock_guard guard(fGuard);
+    if (fEndReason)
+      xThrow("notify", "The connection to " + fAddress + " has ended: " + *fEndReason, __LINE__);
+  }
+  xSend(encodeNotification(pModule, pMethod, pArguments, xLimits()), "notify");
+}
+
+void ClientStream::setListener(OXRemoteBroker::Listener pListener) {
+  auto listener = boost::make_shared<const OXRemoteBroker::Listener>(std::move(pListener));
+  const std::lock_guard guard(fGuard);
+  fListener.swap(listener);
+}
+
+bool ClientStream::isConnected() const {
+  const std::lock_guard guard(fGuard);
+  return !fEndReason;
+}
+
+void ClientStream::onMessage(IncomingMessage&& pMessage) {
+  if (pMessage.kind == IncomingMessage::kRequest)
+    throw WireViolation("malformed message: a request to a client");
+  if (pMessage.kind == IncomingMessage::kNotification) return xHear(pMessage);
+  const std::lock_guard guard(fGuard);
+  const auto found = fWaiting.find(pMessage.id);
+  if (found == fWaiting.end()) return;  // its caller waits no longer
+  found->second->answer = std::move(pMessage);
+  found->second->answered.notify_one();
+}
+
+void ClientStream::xHear(const IncomingMessage& pEvent) {
+  boost::shared_ptr<const OXRemoteBroker::Listener> listener;
+  {
+    const std::lock_guard guard(fGuard);
+    listener = fListener;
+  }
+  if (!listener || !*listener) return;
+  try {
+    (*listener)(pEvent.target, pEvent.method, pEvent.value);
+  } catch (const std::exception& error) {
+    ki::log::LogStream(ki::log::kWarning, "ox.transport", "", "event", __LINE__)
+        << "The listener failed at " << pEvent.target << "." << pEvent.method << ": "
+        << error.what();
+  }
+}
+
+void ClientStream::onEnd(const std::string& pReason) {
+  const std::lock_guard guard(fGuard);
+  fEndReason = pReason;
+  for (const auto& [id, waiting] : fWaiting) waiting->answered.notify_one();
+}
+
+}  // namespace OX::wire

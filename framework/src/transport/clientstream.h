@@ -1,0 +1,55 @@
+/// The caller's end of a connection: matches answers with the threads that wait for them.
+#pragma once
+
+#include <chrono>
+#include <condition_variable>
+#include <map>
+#include <mutex>
+#include <optional>
+#include <string>
+
+#include "oxremotebroker.h"
+#include "stream.h"
+
+namespace OX::wire {
+
+/// call(), notify(), setListener() and isConnected() may be called from any thread.
+class ClientStream : public Stream {
+ public:
+  ClientStream(boost::shared_ptr<boost::asio::io_context> pIo, Socket&& pSocket,
+               std::string pAddress);
+  ~ClientStream() override;
+
+  OXValue call(const std::string& pModule, const std::string& pMethod, const OXValue& pArguments,
+               std::chrono::milliseconds pTimeout);
+  void notify(const std::string& pModule, const std::string& pMethod, const OXValue& pArguments);
+  void setListener(OXRemoteBroker::Listener pListener);
+  bool isConnected() const;
+
+ private:
+  /// A call under way; lives on the stack of the thread that waits.
+  struct Waiting {
+    std::optional<IncomingMessage> answer;
+    std::condition_variable answered;
+  };
+
+  void onMessage(IncomingMessage&& pMessage) override;
+  void onWritten() override {}
+  void onEnd(const std::string& pReason) override;
+  bool mayTakeMessage() const override { return true; }
+  std::string getPeer() const override { return fAddress; }
+
+  void xSend(OutgoingMessage&& pMessage, const std::string& pFunction);
+  [[noreturn]] void xThrow(const std::string& pFunction, const std::string& pDescription,
+                           unsigned int pLine) const;
+  void xHear(const IncomingMessage& pEvent);
+
+  const std::string fAddress;
+  mutable std::mutex fGuard;  ///< over what follows
+  std::map<std::uint32_t, Waiting*> fWaiting;
+  std::uint32_t fLastId = 0;
+  std::optional<std::string> fEndReason;
+  boost::shared_ptr<const OXRemoteBroker::Listener> fListener;
+};
+
+}  // namespace OX::wire

@@ -1,0 +1,82 @@
+#include "connect.h"
+
+#include <boost/asio/connect.hpp>
+#include <boost/asio/ip/tcp.hpp>
+#include <boost/asio/local/stream_protocol.hpp>
+#include <boost/system/system_error.hpp>
+#include <utility>
+
+#include "address.h"
+#include "oxerror.h"
+
+namespace OX::wire {
+namespace {
+
+namespace asio = boost::asio;
+using asio::ip::tcp;
+using boost::system::error_code;
+using boost::system::system_error;
+using Local = asio::local::stream_protocol;
+
+/// Runs until the operation that pResult belongs to has ended, or the time is up: then pAbort makes
+/// it end.
+template <typename Abort>
+void await(asio::io_context& pIo, std::chrono::milliseconds pTimeout, error_code& pResult,
+           Abort pAbort) {
+  pResult = asio::error::would_block;
+  pIo.restart();
+  pIo.run_for(pTimeout);
+  if (pResult == asio::error::would_block) {
+    pAbort();
+    pIo.restart();
+    pIo.run();
+    pResult = asio::error::timed_out;
+  }
+  if (pResult) throw system_error(pResult);
+}
+
+Stream::Socket connectLocal(asio::io_context& pIo, const Address& pAddress) {
+  Local::socket socket(pIo);
+  socket.connect(Local::endpoint(pAddress.path));
+  return Stream::Socket(std::move(socket));
+}
+
+Stream::Socket connectTcp(asio::io_context& pIo, const Address& pAddress,
+                          std::chrono::milliseconds pTimeout) {
+  const auto deadline = std::chrono::steady_clock::now() + pTimeout;
+  error_code result;
+  tcp::resolver resolver(pIo);
+  tcp::resolver::results_type endpoints;
+  resolver.async_resolve(pAddress.host, std::to_string(pAddress.port),
+                         [&](const error_code& pError, tcp::resolver::results_type pFound) {
+                           result = pError;
+                           endpoints = std::move(pFound);
+                         });
+  await(pIo, pTimeout, result, [&] { resolver.cancel(); });
+
+  tcp::socket socket(pIo);
+  asio::async_connect(socket, endpoints,
+                      [&](const error_code& pError, const tcp::endpoint&) { result = pError; });
+  const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
+      deadline - std::chrono::steady_clock::now());
+  await(pIo, std::max(left, std::chrono::milliseconds(0)), result, [&] { socket.close(); });
+  socket.set_option(tcp::no_delay(true));
+  socket.set_option(asio::socket_base::keep_alive(true));
+  return Stream::Socket(std::move(socket));
+}
+
+}  // namespace
+
+Stream::Socket connectTo(asio::io_context& pIo, const std::string& pAddress,
+                         std::chrono::milliseconds pTimeout) {
+  const Address address = parseAddress(pAddress, "OXRemoteBroker", "connect");
+  try {
+    return address.isUnix() ? connectLocal(pIo, address) : connectTcp(pIo, address, pTimeout);
+  } catch (const system_error& error) {
+    throw OXError("OXRemoteBroker", "connect",
+                  "No broker answers at " + address.toString() + ": " + error.code().message(),
+                  "framework/src/transport/connect", __LINE__);
+  }
+}
+
+}  // namespace OX::wire

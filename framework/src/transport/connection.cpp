@@ -1,0 +1,199 @@
+#include "connection.h"
+
+#include <algorithm>
+#include <boost/asio/post.hpp>
+#include <boost/make_shared.hpp>
+#include <utility>
+
+#include "oxlog.h"
+#include "oxmodule.h"
+
+namespace OX::wire {
+namespace {
+
+constexpr char kCategory[] = "ox.transport";
+constexpr char kFile[] = "framework/src/transport/connection";
+constexpr char kMemory[] = "OXMemory";
+
+// How long the calls of a client that has gone may hold back its event. They get the chance to end
+// first, so that what they still set up for it is there to be cleaned up.
+constexpr std::chrono::seconds kGrace(1);
+
+void raiseClientDisconnected(OXBroker& pBroker, const std::string& pName) {
+  try {
+    if (pBroker.getModule(kMemory))
+      pBroker.call(kMemory, "raiseEvent", OXValue::array("ClientDisconnected", pName));
+  } catch (const std::exception& error) {
+    ki::log::LogStream(ki::log::kWarning, kCategory, "", "raiseClientDisconnected", __LINE__)
+        << "The end of \"" << pName << "\" could not be made known: " << error.what();
+  }
+}
+
+OXError shuttingDown() {
+  return OXError("OXServer", "call", "The broker is shutting down", kFile, __LINE__);
+}
+
+}  // namespace
+
+Connection::Connection(const boost::shared_ptr<ServerCore>& pCore, Socket&& pSocket,
+                       std::string pPeer, EndHandler pOnEnd)
+    : Stream({pCore, &pCore->io}, std::move(pSocket), pCore->limits),
+      fCore(pCore),
+      fPeer(std::move(pPeer)),
+      fOnEnd(std::move(pOnEnd)),
+      fGrace(pCore->io) {}
+
+Connection::~Connection() = default;
+
+boost::shared_ptr<Connection> Connection::xThis() {
+  return boost::static_pointer_cast<Connection>(shared_from_this());
+}
+
+std::string Connection::getPeer() const {
+  const std::lock_guard guard(fNameGuard);
+  return fName.empty() ? fPeer : fPeer + " \"" + fName + "\"";
+}
+
+// ---- calls: on the io thread unless told otherwise ----
+
+bool Connection::mayTakeMessage() const {
+  const std::size_t underWay = static_cast<std::size_t>(fRunning) + xCountWaiting();
+  return underWay < static_cast<std::size_t>(xLimits().maxRequestsUnderWay) && xIsKeepingUp();
+}
+
+void Connection::onWritten() {
+  if (xIsKeepingUp()) fLosesEvents = false;
+  xProceed();
+}
+
+void Connection::onMessage(IncomingMessage&& pMessage) {
+  if (pMessage.kind == IncomingMessage::kAnswer)
+    throw WireViolation("malformed message: an answer, and nothing was asked");
+  const auto message = boost::make_shared<const IncomingMessage>(std::move(pMessage));
+  const auto broker = fCore->broker.lock();
+  ++fRunning;
+  if (broker && broker->post([self = xThis(), message] { self->xRun(*message); })) return;
+  --fRunning;
+  if (message->kind == IncomingMessage::kRequest) send(encodeError(message->id, shuttingDown()));
+}
+
+/// On a thread of the broker.
+void Connection::xRun(const IncomingMessage& pMessage) {
+  {
+    const OXCallerContext::Scope scope(this);
+    if (pMessage.kind == IncomingMessage::kRequest)
+      send(xAnswer(pMessage));
+    else
+      xNotified(pMessage);
+  }
+  boost::asio::post(xIo(), [weak = weak_from_this()] {
+    if (const auto self = weak.lock()) static_cast<Connection&>(*self).xFinished();
+  });
+}
+
+OutgoingMessage Connection::xAnswer(const IncomingMessage& pRequest) {
+  try {
+    return encodeAnswer(pRequest.id, xCall(pRequest), xLimits());
+  } catch (const OXError& error) {
+    return encodeError(pRequest.id, error);
+  } catch (const std::exception& error) {
+    return encodeError(pRequest.id,
+                       OXError(pRequest.target, pRequest.method, error.what(), kFile, __LINE__));
+  }
+}
+
+OXValue Connection::xCall(const IncomingMessage& pMessage) {
+  if (pMessage.method.empty())
+    throw OXError("OXServer", "call",
+                  "\"" + pMessage.target + "\" names no method: a name is Module.method", kFile,
+                  __LINE__);
+  if (!pMessage.problem.empty())
+    throw OXError(pMessage.target, pMessage.method, pMessage.problem, kFile, __LINE__);
+  const auto broker = fCore->broker.lock();
+  if (!broker) throw shuttingDown();
+  return broker->call(pMessage.target, pMessage.method, pMessage.value);
+}
+
+void Connection::xNotified(const IncomingMessage& pNotification) {
+  try {
+    xCall(pNotification);
+  } catch (const std::exception& error) {
+    if (!xIsKnown(pNotification)) return;
+    ki::log::LogStream(ki::log::kWarning, kCategory, "", "notification", __LINE__)
+        << pNotification.target << "." << pNotification.method << " for " << getPeer()
+        << " failed: " << error.what();
+  }
+}
+
+bool Connection::xIsKnown(const IncomingMessage& pMessage) const {
+  const auto broker = fCore->broker.lock();
+  const auto module = broker ? broker->getModule(pMessage.target) : nullptr;
+  if (!module) return false;
+  const auto& methods = module->getMethods();
+  return std::any_of(methods.begin(), methods.end(),
+                     [&](const OXMethodInfo& pMethod) { return pMethod.name == pMessage.method; });
+}
+
+void Connection::xFinished() {
+  --fRunning;
+  if (xHasEnded() && fRunning == 0) return xAnnounceEnd();
+  xProceed();
+}
+
+// ---- the client's name, its events, its end ----
+
+/// On a thread of the broker, within a call of this client.
+void Connection::setClientName(const std::string& pName) {
+  const auto broker = fCore->broker.lock();
+  const std::lock_guard guard(fNameGuard);
+  fName = pName;
+  if (fGone || !broker) return;
+  broker->removeEndpoint(this);
+  if (pName.empty()) return;
+  broker->addEndpoint(this, pName,
+                      [weak = boost::weak_ptr<Connection>(xThis()), pName](
+                          const std::string& pMethod, const OXValue& pArguments) {
+                        if (const auto self = weak.lock())
+                          self->xSendEvent(pName, pMethod, pArguments);
+                      });
+}
+
+/// On any thread. A client that doesn't read its events loses those that no longer fit.
+void Connection::xSendEvent(const std::string& pName, const std::string& pMethod,
+                            const OXValue& pArguments) {
+  if (trySend(encodeNotification(pName, pMethod, pArguments, xLimits()))) return;
+  if (fLosesEvents.exchange(true)) return;
+  ki::log::LogStream(ki::log::kWarning, kCategory, "", "event", __LINE__)
+      << getPeer() << " does not read: it loses events until it does";
+}
+
+void Connection::onEnd(const std::string& pReason) {
+  ki::log::LogStream(ki::log::kVerbose, kCategory, "", "end", __LINE__)
+      << "Connection of " << getPeer() << " has ended: " << pReason;
+  {
+    const auto broker = fCore->broker.lock();
+    const std::lock_guard guard(fNameGuard);
+    fGone = true;
+    if (broker) broker->removeEndpoint(this);
+  }
+  fOnEnd(xThis());
+  if (fRunning == 0) return xAnnounceEnd();
+  fGrace.expires_after(kGrace);
+  fGrace.async_wait([self = xThis()](const boost::system::error_code&) { self->xAnnounceEnd(); });
+}
+
+void Connection::xAnnounceEnd() {
+  if (std::exchange(fAnnounced, true)) return;
+  fGrace.cancel();
+  const std::string name = [this] {
+    const std::lock_guard guard(fNameGuard);
+    return fName;
+  }();
+  const auto broker = fCore->broker.lock();
+  if (broker && !name.empty())
+    broker->post([weak = fCore->broker, name] {
+      if (const auto alive = weak.lock()) raiseClientDisconnected(*alive, name);
+    });
+}
+
+}  // namespace OX::wire

@@ -1,0 +1,69 @@
+/// A client of the broker as the server sees it: its calls, its name, its events, its end.
+#pragma once
+
+#include <atomic>
+#include <boost/asio/steady_timer.hpp>
+#include <boost/weak_ptr.hpp>
+#include <functional>
+#include <mutex>
+#include <string>
+
+#include "oxbroker.h"
+#include "stream.h"
+
+namespace OX::wire {
+
+/// What all connections of a server share. It outlives the server itself while calls that it began
+/// are under way: their answers then go nowhere.
+struct ServerCore {
+  ServerCore(const boost::shared_ptr<OXBroker>& pBroker, const OXWireLimits& pLimits)
+      : io(1), broker(pBroker), limits(pLimits) {}
+  boost::asio::io_context io;
+  boost::weak_ptr<OXBroker> broker;
+  OXWireLimits limits;
+};
+
+/// Calls start in their order on the broker's threads. A call is under way until its answer has
+/// been written; when too many are, or the client doesn't take what is sent to it, it is not read
+/// from until that is over.
+class Connection : public Stream, private OXCallerContext {
+ public:
+  using EndHandler = std::function<void(const boost::shared_ptr<Connection>&)>;
+
+  /// pOnEnd is called on the io thread when the connection has ended.
+  Connection(const boost::shared_ptr<ServerCore>& pCore, Socket&& pSocket, std::string pPeer,
+             EndHandler pOnEnd);
+  ~Connection() override;
+
+ private:
+  void onMessage(IncomingMessage&& pMessage) override;
+  void onWritten() override;
+  void onEnd(const std::string& pReason) override;
+  bool mayTakeMessage() const override;
+  std::string getPeer() const override;
+  void setClientName(const std::string& pName) override;
+
+  boost::shared_ptr<Connection> xThis();
+  void xRun(const IncomingMessage& pMessage);
+  OutgoingMessage xAnswer(const IncomingMessage& pRequest);
+  void xNotified(const IncomingMessage& pNotification);
+  OXValue xCall(const IncomingMessage& pMessage);
+  bool xIsKnown(const IncomingMessage& pMessage) const;
+  void xFinished();
+  void xSendEvent(const std::string& pName, const std::string& pMethod, const OXValue& pArguments);
+  void xAnnounceEnd();
+
+  const boost::shared_ptr<ServerCore> fCore;
+  const std::string fPeer;
+  EndHandler fOnEnd;
+  boost::asio::steady_timer fGrace;
+  int fRunning = 0;         ///< calls that have begun and not ended
+  bool fAnnounced = false;  ///< the end has been made known
+
+  mutable std::mutex fNameGuard;  ///< over what follows; taken before the broker's own guard
+  std::string fName;
+  bool fGone = false;
+  std::atomic<bool> fLosesEvents{false};
+};
+
+}  // namespace OX::wire

@@ -1,0 +1,192 @@
+#include "listener.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <boost/asio/ip/tcp.hpp>
+#include <boost/asio/ip/v6_only.hpp>
+#include <boost/asio/local/stream_protocol.hpp>
+#include <boost/asio/post.hpp>
+#include <boost/asio/steady_timer.hpp>
+#include <boost/enable_shared_from_this.hpp>
+#include <boost/make_shared.hpp>
+#include <utility>
+#include <vector>
+
+#include "oxerror.h"
+#include "oxlog.h"
+
+namespace OX::wire {
+namespace {
+
+namespace asio = boost::asio;
+using asio::ip::tcp;
+using boost::system::error_code;
+using boost::system::system_error;
+using Local = asio::local::stream_protocol;
+
+// No descriptor is free, or the like: it gets better when another connection ends.
+constexpr std::chrono::milliseconds kPauseAfterFailure(100);
+
+std::string peerOf(tcp::socket& pSocket, const std::string&) {
+  pSocket.set_option(tcp::no_delay(true));
+  pSocket.set_option(asio::socket_base::keep_alive(true));
+  const tcp::endpoint peer = pSocket.remote_endpoint();
+  return Address{"", peer.address().to_string(), peer.port()}.toString();
+}
+
+std::string peerOf(Local::socket&, const std::string& pOwn) { return pOwn; }
+
+/// Accepts until it is closed.
+template <typename Protocol>
+class ProtocolListener : public Listener,
+                         public boost::enable_shared_from_this<ProtocolListener<Protocol>> {
+ public:
+  using Acceptor = typename Protocol::acceptor;
+
+  ProtocolListener(Acceptor&& pAcceptor, const std::string& pName, AcceptHandler pHandler)
+      : fAcceptor(std::move(pAcceptor)),
+        fPause(fAcceptor.get_executor()),
+        fName(pName),
+        fHandler(std::move(pHandler)) {}
+
+  void accept() {
+    fAcceptor.async_accept([self = this->shared_from_this()](const error_code& pError,
+                                                             typename Protocol::socket pSocket) {
+      if (!self->fAcceptor.is_open()) return;
+      if (pError) return self->xFailed(pError.message());
+      self->xAccepted(std::move(pSocket));
+      self->accept();
+    });
+  }
+
+  void close() override {
+    error_code ignored;
+    fAcceptor.close(ignored);
+    fPause.cancel();
+  }
+
+ private:
+  void xAccepted(typename Protocol::socket pSocket) {
+    fFailing = false;
+    try {
+      const std::string peer = peerOf(pSocket, fName);
+      fHandler(Stream::Socket(std::move(pSocket)), peer);
+    } catch (const std::exception& error) {  // it has gone already, or no memory is left for it
+      ki::log::LogStream(ki::log::kWarning, "ox.transport", "", "accept", __LINE__)
+          << "A client of " << fName << " was not taken: " << error.what();
+    }
+  }
+
+  void xFailed(const std::string& pReason) {
+    if (!std::exchange(fFailing, true))
+      ki::log::LogStream(ki::log::kError, "ox.transport", "", "accept", __LINE__)
+          << "Clients of " << fName << " can't be taken at the moment: " << pReason;
+    fPause.expires_after(kPauseAfterFailure);
+    fPause.async_wait([self = this->shared_from_this()](const error_code& pError) {
+      if (!pError && self->fAcceptor.is_open()) self->accept();
+    });
+  }
+
+  Acceptor fAcceptor;
+  asio::steady_timer fPause;
+  const std::string fName;
+  AcceptHandler fHandler;
+  bool fFailing = false;
+};
+
+/// Also owns the socket's file.
+class LocalListener : public ProtocolListener<Local> {
+ public:
+  LocalListener(Acceptor&& pAcceptor, const Address& pAddress, AcceptHandler pHandler)
+      : ProtocolListener(std::move(pAcceptor), pAddress.toString(), std::move(pHandler)),
+        fPath(pAddress.path) {
+    ::stat(fPath.c_str(), &fFile);
+  }
+
+  void close() override {
+    ProtocolListener::close();
+    struct stat present {};
+    const bool own = ::stat(fPath.c_str(), &present) == 0 && present.st_dev == fFile.st_dev &&
+                     present.st_ino == fFile.st_ino;
+    if (own) ::unlink(fPath.c_str());
+  }
+
+ private:
+  const std::string fPath;
+  struct stat fFile {};
+};
+
+bool isSocketFile(const std::string& pPath) {
+  struct stat file {};
+  return ::lstat(pPath.c_str(), &file) == 0 && S_ISSOCK(file.st_mode);
+}
+
+/// Removes the file when nobody listens behind it.
+void removeDeadSocket(asio::io_context& pIo, const Local::endpoint& pEndpoint) {
+  if (!isSocketFile(pEndpoint.path())) return;
+  Local::socket probe(pIo);
+  error_code error;
+  probe.connect(pEndpoint, error);
+  if (error == asio::error::connection_refused) ::unlink(pEndpoint.path().c_str());
+}
+
+boost::shared_ptr<Listener> openLocal(asio::io_context& pIo, const Address& pAddress,
+                                      Listener::AcceptHandler pHandler) {
+  const Local::endpoint endpoint(pAddress.path);
+  removeDeadSocket(pIo, endpoint);
+  const auto listener = boost::make_shared<LocalListener>(Local::acceptor(pIo, endpoint, false),
+                                                          pAddress, std::move(pHandler));
+  asio::post(pIo, [listener] { listener->accept(); });
+  return listener;
+}
+
+/// IPv4 first: of the two that "localhost" may be it is the one that clients dial by number.
+std::vector<tcp::endpoint> resolve(asio::io_context& pIo, const Address& pAddress) {
+  const auto found = tcp::resolver(pIo).resolve(pAddress.host, std::to_string(pAddress.port),
+                                                tcp::resolver::passive);
+  std::vector<tcp::endpoint> endpoints;
+  for (const auto& entry : found) endpoints.push_back(entry.endpoint());
+  std::stable_partition(endpoints.begin(), endpoints.end(),
+                        [](const tcp::endpoint& pOne) { return pOne.address().is_v4(); });
+  return endpoints;
+}
+
+tcp::acceptor bindFirst(asio::io_context& pIo, const std::vector<tcp::endpoint>& pEndpoints) {
+  for (std::size_t i = 0;; ++i) {
+    try {
+      return tcp::acceptor(pIo, pEndpoints.at(i), true);
+    } catch (const system_error&) {
+      if (i + 1 == pEndpoints.size()) throw;
+    }
+  }
+}
+
+boost::shared_ptr<Listener> openTcp(asio::io_context& pIo, Address& pAddress,
+                                    Listener::AcceptHandler pHandler) {
+  tcp::acceptor acceptor = bindFirst(pIo, resolve(pIo, pAddress));
+  pAddress.port = acceptor.local_endpoint().port();
+  const auto listener = boost::make_shared<ProtocolListener<tcp>>(
+      std::move(acceptor), pAddress.toString(), std::move(pHandler));
+  asio::post(pIo, [listener] { listener->accept(); });
+  return listener;
+}
+
+}  // namespace
+
+Listener::~Listener() = default;
+
+boost::shared_ptr<Listener> Listener::open(asio::io_context& pIo, Address& pAddress,
+                                           AcceptHandler pHandler) {
+  try {
+    return pAddress.isUnix() ? openLocal(pIo, pAddress, std::move(pHandler))
+                             : openTcp(pIo, pAddress, std::move(pHandler));
+  } catch (const system_error& error) {
+    throw OXError("OXServer", "listen",
+                  "Can't listen on " + pAddress.toString() + ": " + error.code().message(),
+                  "framework/src/transport/listener", __LINE__);
+  }
+}
+
+}  // namespace OX::wire

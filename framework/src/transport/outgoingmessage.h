@@ -1,0 +1,44 @@
+/// An encoded message on its way out: its own bytes, and between them references to the bytes of
+/// binaries, which are never copied on the way to the socket.
+#pragma once
+
+#include <boost/shared_ptr.hpp>
+#include <cstddef>
+#include <string>
+#include <vector>
+
+#include "oxvalue.h"
+
+namespace OX::wire {
+
+/// Movable, written by one thread and then only read.
+class OutgoingMessage {
+ public:
+  struct Piece {
+    const void* data;
+    std::size_t size;
+  };
+
+  /// Takes the bytes of a header or a small value.
+  void write(const char* pData, std::size_t pSize) { fBytes.append(pData, pSize); }
+  /// Takes the bytes of a binary, by reference unless they are few.
+  void writeBinary(const OXValue& pBinary);
+
+  std::size_t getSize() const { return fBytes.size() + fReferencedBytes; }
+  /// Appends the pieces in their order; valid as long as this message stays where it is.
+  void appendPieces(std::vector<Piece>& pPieces) const;
+
+ private:
+  struct Reference {
+    std::size_t position;  ///< in fBytes, where the binary goes
+    boost::shared_ptr<const void> owner;
+    const void* data;
+    std::size_t size;
+  };
+
+  std::string fBytes;
+  std::vector<Reference> fReferences;
+  std::size_t fReferencedBytes = 0;
+};
+
+}  // namespace OX::wire

@@ -1,0 +1,105 @@
+#include <atomic>
+#include <boost/make_shared.hpp>
+#include <mutex>
+#include <thread>
+#include <utility>
+
+#include "clientstream.h"
+#include "connect.h"
+#include "oxproxies.h"
+#include "oxremotebroker.h"
+
+namespace OX {
+namespace {
+
+namespace asio = boost::asio;
+
+constexpr std::chrono::milliseconds kDefaultTimeout(30000);
+
+/// A module of the other side.
+class RemoteProxy : public OXProxy {
+ public:
+  RemoteProxy(boost::shared_ptr<OXRemoteBroker> pBroker, const std::string& pName)
+      : fBroker(std::move(pBroker)), fName(pName) {}
+
+  const std::string& getModuleName() const override { return fName; }
+  OXValue callArray(const std::string& pMethod, const OXValue& pArguments) override {
+    return fBroker->call(fName, pMethod, pArguments);
+  }
+
+ private:
+  const boost::shared_ptr<OXRemoteBroker> fBroker;
+  const std::string fName;
+};
+
+}  // namespace
+
+class OXRemoteBroker::Impl {
+ public:
+  Impl(const std::string& pAddress, std::chrono::milliseconds pTimeout)
+      : fIo(boost::make_shared<asio::io_context>(1)) {
+    wire::Stream::Socket socket = wire::connectTo(*fIo, pAddress, pTimeout);
+    fStream = boost::make_shared<wire::ClientStream>(fIo, std::move(socket), pAddress);
+    fStream->start();
+    fIo->restart();
+    // The thread ends with the connection: then nothing is left to run.
+    fThread = std::thread([io = fIo] { wire::runUntilDone(*io); });
+  }
+
+  ~Impl() { close(); }
+
+  void close() {
+    fStream->end("closed by this program");
+    const std::lock_guard guard(fThreadGuard);
+    if (!fThread.joinable()) return;
+    // The last owner may let go within the listener.
+    if (fThread.get_id() == std::this_thread::get_id())
+      fThread.detach();
+    else
+      fThread.join();
+  }
+
+  wire::ClientStream& stream() { return *fStream; }
+  std::atomic<std::chrono::milliseconds> fTimeout{kDefaultTimeout};
+
+ private:
+  const boost::shared_ptr<asio::io_context> fIo;
+  boost::shared_ptr<wire::ClientStream> fStream;
+  std::mutex fThreadGuard;
+  std::thread fThread;
+};
+
+OXRemoteBroker::OXRemoteBroker(std::unique_ptr<Impl> pImpl) : fImpl(std::move(pImpl)) {}
+OXRemoteBroker::~OXRemoteBroker() = default;
+
+boost::shared_ptr<OXRemoteBroker> OXRemoteBroker::connect(const std::string& pAddress,
+                                                          std::chrono::milliseconds pTimeout) {
+  return boost::shared_ptr<OXRemoteBroker>(
+      new OXRemoteBroker(std::make_unique<Impl>(pAddress, pTimeout)));
+}
+
+OXValue OXRemoteBroker::call(const std::string& pModule, const std::string& pMethod,
+                             const OXValue& pArguments) {
+  return fImpl->stream().call(pModule, pMethod, pArguments, fImpl->fTimeout.load());
+}
+
+void OXRemoteBroker::setTimeout(std::chrono::milliseconds pTimeout) { fImpl->fTimeout = pTimeout; }
+
+void OXRemoteBroker::notify(const std::string& pModule, const std::string& pMethod,
+                            const OXValue& pArguments) {
+  fImpl->stream().notify(pModule, pMethod, pArguments);
+}
+
+void OXRemoteBroker::setListener(Listener pListener) {
+  fImpl->stream().setListener(std::move(pListener));
+}
+
+boost::shared_ptr<OXProxy> OXRemoteBroker::getProxy(const std::string& pName) {
+  return boost::make_shared<RemoteProxy>(shared_from_this(), pName);
+}
+
+bool OXRemoteBroker::isConnected() const { return fImpl->stream().isConnected(); }
+
+void OXRemoteBroker::close() { fImpl->close(); }
+
+}  // namespace OX

@@ -1,0 +1,107 @@
+#include <boost/asio/executor_work_guard.hpp>
+#include <boost/asio/post.hpp>
+#include <boost/make_shared.hpp>
+#include <mutex>
+#include <set>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include "connection.h"
+#include "listener.h"
+#include "oxerror.h"
+#include "oxlog.h"
+#include "oxserver.h"
+
+namespace OX {
+namespace {
+
+namespace asio = boost::asio;
+
+void checkLimits(const OXWireLimits& pLimits) {
+  const bool sensible = pLimits.maxMessageBytes > 0 && pLimits.maxNesting > 1 &&
+                        pLimits.maxArrayElements > 3 && pLimits.maxConnections > 0 &&
+                        pLimits.maxRequestsUnderWay > 0;
+  if (!sensible)
+    throw OXError("OXServer", "OXServer",
+                  "The limits leave no room for a call: each has to be above 0, nesting at least 2 "
+                  "and array elements at least 4",
+                  "framework/src/transport/server", __LINE__);
+}
+
+}  // namespace
+
+class OXServer::Impl {
+ public:
+  Impl(const boost::shared_ptr<OXBroker>& pBroker, const OXWireLimits& pLimits)
+      : fCore(boost::make_shared<wire::ServerCore>(pBroker, pLimits)),
+        fWork(asio::make_work_guard(fCore->io)),
+        fThread([core = fCore] { wire::runUntilDone(core->io); }) {}
+
+  ~Impl() { close(); }
+
+  std::string listen(const std::string& pAddress) {
+    wire::Address address = wire::parseAddress(pAddress, "OXServer", "listen");
+    const std::lock_guard guard(fGuard);
+    if (fClosed)
+      throw OXError("OXServer", "listen", "The server is closed", "framework/src/transport/server",
+                    __LINE__);
+    fListeners.push_back(wire::Listener::open(
+        fCore->io, address, [this](wire::Stream::Socket&& pSocket, const std::string& pPeer) {
+          xAccepted(std::move(pSocket), pPeer);
+        }));
+    return address.toString();
+  }
+
+  void close() {
+    const std::lock_guard guard(fGuard);
+    if (std::exchange(fClosed, true)) return;
+    asio::post(fCore->io, [this] {
+      for (const auto& listener : fListeners) listener->close();
+      for (const auto& connection : fConnections) connection->end("the broker's server closes");
+    });
+    fWork.reset();
+    fThread.join();
+  }
+
+ private:
+  /// On the io thread, as is all that touches fConnections.
+  void xAccepted(wire::Stream::Socket&& pSocket, const std::string& pPeer) {
+    const auto limit = static_cast<std::size_t>(fCore->limits.maxConnections);
+    if (fConnections.size() >= limit) {
+      if (!std::exchange(fFull, true))
+        ki::log::LogStream(ki::log::kWarning, "ox.transport", "", "accept", __LINE__)
+            << pPeer << " and others turned away: "
+            << wire::overLimit(std::to_string(limit + 1) + " connections", limit);
+      return;
+    }
+    fFull = false;
+    const auto connection = boost::make_shared<wire::Connection>(
+        fCore, std::move(pSocket), pPeer,
+        [this](const boost::shared_ptr<wire::Connection>& pEnded) { fConnections.erase(pEnded); });
+    fConnections.insert(connection);
+    connection->start();
+  }
+
+  const boost::shared_ptr<wire::ServerCore> fCore;
+  asio::executor_work_guard<asio::io_context::executor_type> fWork;
+  std::mutex fGuard;  ///< over fListeners and fClosed
+  std::vector<boost::shared_ptr<wire::Listener>> fListeners;
+  bool fClosed = false;
+  std::set<boost::shared_ptr<wire::Connection>> fConnections;
+  bool fFull = false;
+  std::thread fThread;
+};
+
+OXServer::OXServer(const boost::shared_ptr<OXBroker>& pBroker, const OXWireLimits& pLimits) {
+  checkLimits(pLimits);
+  fImpl = std::make_unique<Impl>(pBroker, pLimits);
+}
+
+OXServer::~OXServer() = default;
+
+std::string OXServer::listen(const std::string& pAddress) { return fImpl->listen(pAddress); }
+
+void OXServer::close() { fImpl->close(); }
+
+}  // namespace OX

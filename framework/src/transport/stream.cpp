@@ -1,0 +1,161 @@
+#include "stream.h"
+
+#include <boost/asio/post.hpp>
+#include <boost/asio/write.hpp>
+#include <boost/weak_ptr.hpp>
+#include <utility>
+
+#include "oxlog.h"
+
+namespace OX::wire {
+namespace {
+
+using boost::system::error_code;
+namespace asio = boost::asio;
+
+// What is gathered for one write to the socket.
+constexpr std::size_t kMessagesPerWrite = 64;
+
+}  // namespace
+
+Stream::Stream(boost::shared_ptr<asio::io_context> pIo, Socket&& pSocket,
+               const OXWireLimits& pLimits)
+    : fIo(std::move(pIo)), fSocket(std::move(pSocket)), fLimits(pLimits), fScanner(pLimits) {}
+
+Stream::~Stream() = default;
+
+void Stream::start() { xProceed(); }
+
+// ---- in ----
+
+void Stream::xProceed() {
+  if (fEnded || fReading) return;
+  try {
+    xTakeMessages();
+  } catch (const WireViolation& violation) {
+    return xViolated(violation.what());
+  } catch (const std::exception& error) {
+    return xViolated(std::string("message that can't be taken: ") + error.what());
+  }
+  if (!fEnded && mayTakeMessage()) xRead();
+}
+
+void Stream::xTakeMessages() {
+  while (!fEnded && mayTakeMessage() && fScanner.scan(fReceived.data(), fReceived.size())) {
+    const std::size_t size = fScanner.getSize();
+    IncomingMessage message = decode(fReceived.lend(), fReceived.data(), size);
+    fScanner.reset();
+    fReceived.consume(size);
+    onMessage(std::move(message));
+  }
+}
+
+void Stream::xRead() {
+  fReceived.prepare(fScanner.getSize(), static_cast<std::size_t>(fLimits.maxMessageBytes));
+  fReading = true;
+  fSocket.async_read_some(asio::buffer(fReceived.room(), fReceived.roomSize()),
+                          [self = shared_from_this()](const error_code& pError, std::size_t pSize) {
+                            self->fReading = false;
+                            if (pError) return self->xEnd(pError.message());
+                            self->xReceived(pSize);
+                          });
+}
+
+void Stream::xReceived(std::size_t pSize) {
+  fReceived.commit(pSize);
+  xProceed();
+}
+
+void Stream::xViolated(const std::string& pProblem) {
+  if (fEnded) return;
+  ki::log::LogStream(ki::log::kError, "ox.transport", "", "receive", __LINE__)
+      << "Connection of " << getPeer() << " closed: " << pProblem;
+  xEnd(pProblem);
+}
+
+// ---- out ----
+
+bool Stream::xIsKeepingUp() const {
+  return fWaitingBytes.load() <= static_cast<std::size_t>(fLimits.maxMessageBytes) &&
+         fWaitingMessages.load() < kMaxWaiting;
+}
+
+bool Stream::trySend(OutgoingMessage&& pMessage) {
+  if (!xIsKeepingUp()) return false;
+  send(std::move(pMessage));
+  return true;
+}
+
+// The handlers hold this weakly: one that is left over in a stopped io_context, which lives as long
+// as this does, would otherwise keep both for ever.
+void Stream::send(OutgoingMessage&& pMessage) {
+  fWaitingBytes += pMessage.getSize();
+  ++fWaitingMessages;
+  asio::post(*fIo, [weak = weak_from_this(), message = std::move(pMessage)]() mutable {
+    if (const auto self = weak.lock()) self->xQueue(std::move(message));
+  });
+}
+
+void Stream::xQueue(OutgoingMessage&& pMessage) {
+  if (fEnded) return;
+  fQueue.push_back(std::move(pMessage));
+  if (fWriting.empty()) xWrite();
+}
+
+void Stream::xWrite() {
+  while (!fQueue.empty() && fWriting.size() < kMessagesPerWrite) {
+    fWriting.push_back(std::move(fQueue.front()));
+    fQueue.pop_front();
+  }
+  std::vector<OutgoingMessage::Piece> pieces;
+  for (const OutgoingMessage& message : fWriting) message.appendPieces(pieces);
+  std::vector<asio::const_buffer> buffers;
+  buffers.reserve(pieces.size());
+  for (const auto& piece : pieces) buffers.emplace_back(piece.data, piece.size);
+  asio::async_write(fSocket, std::move(buffers),
+                    [self = shared_from_this()](const error_code& pError, std::size_t pSize) {
+                      if (pError) return self->xEnd(pError.message());
+                      self->xWritten(pSize);
+                    });
+}
+
+void Stream::xWritten(std::size_t pSize) {
+  const std::size_t messages = fWriting.size();
+  fWriting.clear();
+  fWaitingBytes -= pSize;
+  fWaitingMessages -= messages;
+  if (!fQueue.empty()) xWrite();
+  onWritten();
+}
+
+// ---- the end ----
+
+void Stream::end(const std::string& pReason) {
+  asio::post(*fIo, [weak = weak_from_this(), pReason] {
+    if (const auto self = weak.lock()) self->xEnd(pReason);
+  });
+}
+
+void Stream::xEnd(const std::string& pReason) {
+  if (fEnded) return;
+  fEnded = true;
+  fQueue.clear();
+  error_code ignored;  // it is being closed, whatever state it is in
+  fSocket.shutdown(Socket::shutdown_both, ignored);
+  fSocket.close(ignored);
+  onEnd(pReason);
+}
+
+void runUntilDone(asio::io_context& pIo) {
+  for (;;) {
+    try {
+      pIo.run();
+      return;
+    } catch (const std::exception& error) {
+      ki::log::LogStream(ki::log::kError, "ox.transport", "", "run", __LINE__)
+          << "Unexpected failure: " << error.what();
+    }
+  }
+}
+
+}  // namespace OX::wire

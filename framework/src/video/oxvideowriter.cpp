@@ -1,0 +1,82 @@
+#include "oxvideowriter.h"
+
+#include <limits>
+#include <random>
+
+namespace OX::detail {
+namespace {
+
+constexpr std::size_t kEntriesPerBlock = 4096;
+// Indexes of images are ints.
+constexpr std::size_t kMaxFrames = std::numeric_limits<std::int32_t>::max();
+
+std::uint64_t newFileId() {
+  std::random_device random;
+  return std::uint64_t{random()} << 32 | random();
+}
+
+}  // namespace
+
+bool OXVideoWriter::xFail(const std::string& pText) {
+  fHasFailed = true;
+  fError = pText;
+  return false;
+}
+
+bool OXVideoWriter::open(const std::string& pPath, unsigned int pPeriod,
+                         const std::vector<streamHeader>& pStreams) {
+  if (pStreams.empty() || pStreams.size() > kMaxStreams)
+    return xFail(pPath + ": " + std::to_string(pStreams.size()) + " streams, 1 to " +
+                 std::to_string(kMaxStreams) + " are possible");
+  if (!fFile.openForWriting(pPath)) return xFail(fFile.getError());
+  fHeader = {newFileId(), pPeriod, pStreams};
+  const auto bytes = encodeFileHeader(fHeader);
+  if (!fFile.writeAt(bytes, {}, 0)) return xFail(fFile.getError());
+  fEnd = bytes.size();
+  return true;
+}
+
+bool OXVideoWriter::append(FrameHeader pHeader, Bytes pPixels) {
+  if (fHasFailed || pPixels.empty()) return false;
+  if (fIndex.size() >= kMaxFrames) return xFail(fFile.describe("no room for further frames"));
+  pHeader.fStream = static_cast<std::uint16_t>(fIndex.size() % fHeader.fStreams.size());
+  pHeader.fSequence = static_cast<std::uint32_t>(fIndex.size());
+  pHeader.fPayloadBytes = static_cast<std::uint32_t>(pPixels.size());
+  pHeader.fPayloadChecksum = checksumOf(pPixels.data(), pPixels.size());
+  const auto bytes = encodeFrameHeader(pHeader, fHeader.fFileId);
+  // The entry comes first: memory that runs out here leaves the file as it is.
+  fIndex.push_back(
+      {fEnd, pHeader.fTimeStamp, pHeader.fPayloadBytes, pHeader.fStream, pHeader.fCameraId});
+  if (!fFile.writeAt(bytes, pPixels, fEnd)) {
+    fIndex.pop_back();
+    return xFail(fFile.getError());
+  }
+  fEnd += bytes.size() + pPixels.size();
+  return true;
+}
+
+bool OXVideoWriter::finish() {
+  Checksum checksum(fHeader.fFileId);
+  std::vector<unsigned char> block(kIndexMarker.begin(), kIndexMarker.end());
+  std::uint64_t at = fEnd;
+  const auto flush = [&] {
+    const bool good = fFile.writeAt(block, {}, at);
+    at += block.size();
+    block.clear();
+    return good;
+  };
+  for (const IndexEntry& entry : fIndex) {
+    block.resize(block.size() + kIndexEntryBytes);
+    unsigned char* bytes = block.data() + block.size() - kIndexEntryBytes;
+    encodeIndexEntry(entry, bytes);
+    checksum.add(bytes, kIndexEntryBytes);
+    if (block.size() >= kEntriesPerBlock * kIndexEntryBytes && !flush())
+      return xFail(fFile.getError());
+  }
+  addTrailerFields(checksum, fEnd, fIndex.size());
+  const auto trailer = encodeTrailer({fEnd, fIndex.size(), checksum.get()});
+  block.insert(block.end(), trailer.begin(), trailer.end());
+  return flush() || xFail(fFile.getError());
+}
+
+}  // namespace OX::detail

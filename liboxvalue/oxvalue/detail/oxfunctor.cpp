@@ -1,0 +1,43 @@
+#include "oxvalue/detail/oxfunctor.h"
+
+#include <exception>
+
+#include "oxerror.h"
+
+namespace OX::detail {
+namespace {
+
+[[noreturn]] void fail(const std::string& pReason) {
+  throw OXError("OXFunctor", "call", "The method failed: " + pReason,
+                "liboxvalue/oxvalue/detail/oxfunctor", __LINE__);
+}
+
+}  // namespace
+
+void OXGuardedFunctor::call(const OXValue& pParams, OXValue& pResult) {
+  try {
+    xCall(pParams, pResult);
+  } catch (const OXError&) {
+    throw;
+  } catch (const std::exception& error) {
+    fail(error.what());
+  } catch (...) {
+    fail("an exception of an unknown type");
+  }
+}
+
+void completeDescription(OXMethodInfo& pInfo, int pResultCode,
+                         std::initializer_list<int> pArgumentCodes) {
+  pInfo.returnType = getTypeString(pResultCode);
+  pInfo.arity = static_cast<int>(pArgumentCodes.size());
+  while (pInfo.parameters.size() < pArgumentCodes.size())
+    pInfo.parameters.push_back({"arg" + std::to_string(pInfo.parameters.size() + 1), "", "", 0});
+  std::size_t index = 0;
+  for (const int code : pArgumentCodes) {
+    pInfo.parameters[index].type = getTypeString(code);
+    pInfo.parameters[index].typeCode = code;
+    ++index;
+  }
+}
+
+}  // namespace OX::detail

@@ -1,0 +1,288 @@
+#include "oxservices.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <fstream>
+#include <thread>
+#include <vector>
+
+#include "capture_log.h"
+#include "outcome.h"
+#include "oxbroker.h"
+#include "oxproxies.h"
+#include "oxvalue/detail/oxfunctor.h"
+
+namespace OX::test {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+
+/// Writes down the events that it gets and can do something about each.
+class Listener : public OXModule {
+ public:
+  Listener(boost::shared_ptr<OXBroker> pBroker, const std::string& pName)
+      : OXModule(std::move(pBroker), pName) {
+    functionName("onEvent", pName, "Takes an event");
+    completeAndCheck(&Listener::onEvent, getCurrentMethodDescription());
+    bindMethod(createFunctor(this, &Listener::onEvent));
+  }
+
+  void onEvent(const std::string& pEvent, const OXValue& pValue, const std::string& pSubscriber) {
+    fGot.push_back(pEvent + " " + show(pValue) + " " + pSubscriber);
+    if (fReaction) fReaction();
+  }
+
+  std::vector<std::string> fGot;
+  std::function<void()> fReaction;
+};
+
+class MemoryTest : public ::testing::Test {
+ protected:
+  boost::shared_ptr<Listener> addListener(const std::string& pName) {
+    const boost::shared_ptr<Listener> listener(new Listener(fBroker, pName));
+    listener->initModule();
+    fMemory->subscribeToEvent("E", pName, "onEvent");
+    return listener;
+  }
+  std::string subscribers(const std::string& pEvent) {
+    return show(fBroker->call("OXMemory", "getSubscribers", OXValue::array(pEvent)));
+  }
+
+  boost::shared_ptr<OXBroker> fBroker = OXBroker::create();
+  boost::shared_ptr<OXMemory> fService = OXModule::createModule<OXMemory>(fBroker);
+  boost::shared_ptr<OXMemoryProxy> fMemory =
+      fBroker->getSpecialisedProxy<OXMemoryProxy>("OXMemory");
+};
+
+TEST_F(MemoryTest, CallsSubscribersInTheirOrderOnce) {
+  const auto one = addListener("One");
+  const auto two = addListener("Two");
+  fMemory->subscribeToEvent("E", "One", "onEvent");
+  EXPECT_EQ(subscribers("E"), "[\"One\", \"Two\"]");
+  fMemory->raiseEvent("E", 7);
+  fMemory->raiseEvent("Other", 8);
+  EXPECT_THAT(one->fGot, ElementsAre("E 7 One"));
+  EXPECT_THAT(two->fGot, ElementsAre("E 7 Two"));
+
+  fMemory->unsubscribeToEvent("E", "One");
+  fMemory->unsubscribeToEvent("E", "One");
+  fMemory->raiseEvent("E", OXValue::array(1, "x"));
+  EXPECT_EQ(one->fGot.size(), 1u);
+  EXPECT_EQ(two->fGot.back(), "E [1, \"x\"] Two");
+  EXPECT_EQ(show(fBroker->call("OXMemory", "getEventList", OXValue::array())), "[\"E\"]");
+  fMemory->unsubscribeToEvent("E", "Two");
+  EXPECT_EQ(show(fBroker->call("OXMemory", "getEventList", OXValue::array())), "[]");
+}
+
+TEST_F(MemoryTest, OneThatFailsOrIsGoneKeepsNoOtherFromBeingCalled) {
+  CaptureLog log;
+  const auto broken = addListener("Broken");
+  addListener("Gone");
+  const auto last = addListener("Last");
+  broken->fReaction = [] { throw std::runtime_error("broken"); };
+  fBroker->unregisterModule("Gone");
+  fMemory->raiseEvent("E", 1);
+  fMemory->raiseEvent("E", 2);
+  EXPECT_THAT(last->fGot, ElementsAre("E 1 Last", "E 2 Last"));
+  EXPECT_EQ(subscribers("E"), "[\"Broken\", \"Last\"]");
+  EXPECT_EQ(log.count(2), 2);
+  EXPECT_THAT(log.records(2), HasSubstr("\"Broken\" failed at event \"E\""));
+  EXPECT_EQ(log.records(4), "raiseEvent: \"Gone\" is gone and no longer gets event \"E\"\n");
+}
+
+TEST_F(MemoryTest, ACallbackMayUseTheServiceAndBeCalledAgain) {
+  const auto listener = addListener("L");
+  listener->fReaction = [&] {
+    if (listener->fGot.size() == 1) fMemory->raiseEvent("E", "nested");
+    fMemory->unsubscribeToEvent("E", "L");
+    fMemory->subscribeToEvent("F", "L", "onEvent");
+  };
+  fMemory->raiseEvent("E", "outer");
+  EXPECT_THAT(listener->fGot, ElementsAre("E \"outer\" L", "E \"nested\" L"));
+  EXPECT_EQ(subscribers("E") + subscribers("F"), "[][\"L\"]");
+}
+
+TEST_F(MemoryTest, AnEventThatRaisesItselfEnds) {
+  CaptureLog log;
+  const auto listener = addListener("L");
+  listener->fReaction = [&] { fMemory->raiseEvent("E", 1); };
+  fMemory->raiseEvent("E", 1);
+  EXPECT_EQ(listener->fGot.size(), 16u);
+  EXPECT_THAT(log.records(2), HasSubstr("16 deep"));
+  listener->fReaction = nullptr;
+  fMemory->raiseEvent("E", 2);
+  EXPECT_EQ(listener->fGot.size(), 17u) << "the next one is raised as ever";
+}
+
+TEST_F(MemoryTest, ReachesRemoteClientsAndForgetsThemWhenTheyLeave) {
+  CaptureLog log;
+  std::vector<std::string> got;
+  fBroker->addEndpoint(&got, "client", [&](const std::string& pMethod, const OXValue& pArguments) {
+    got.push_back(pMethod + show(pArguments));
+  });
+  fMemory->subscribeToEvent("E", "client", "anything");
+  fMemory->raiseEvent("E", 3);
+  EXPECT_THAT(got, ElementsAre("anything[\"E\", 3, \"client\"]"));
+  fBroker->removeEndpoint(&got);
+  fMemory->raiseEvent("E", 4);
+  EXPECT_EQ(got.size(), 1u);
+  EXPECT_EQ(subscribers("E"), "[]");
+}
+
+TEST_F(MemoryTest, BoundsWhatCallersLeaveBehind) {
+  EXPECT_THROW(fMemory->subscribeToEvent("E", "", "onEvent"), OXError);
+  for (int i = 0; i < 4096; ++i) fService->subscribeToEvent("E" + std::to_string(i), "M", "m");
+  EXPECT_EQ(outcome([&] {
+              fService->subscribeToEvent("more", "M", "m");
+              return true;
+            }),
+            "OXError: There are 4096 subscriptions already, as many as there may be");
+  fService->subscribeToEvent("E7", "M", "other");
+  fService->unsubscribeToEvent("E7", "M");
+  fService->subscribeToEvent("more", "M", "m");
+}
+
+TEST_F(MemoryTest, ManyThreadsMaySubscribeAndRaise) {
+  CaptureLog log;
+  std::atomic<int> got{0};
+  const auto count = [&](const std::string&, const OXValue&) { ++got; };
+  std::vector<std::thread> threads;
+  for (int i = 0; i < 4; ++i)
+    threads.emplace_back([&, name = "client" + std::to_string(i)] {
+      for (int round = 0; round < 100; ++round) {
+        fBroker->addEndpoint(&name, name, count);
+        fMemory->subscribeToEvent("E", name, "m");
+        fMemory->raiseEvent("E", round);
+        fBroker->removeEndpoint(&name);
+      }
+    });
+  for (std::thread& thread : threads) thread.join();
+  EXPECT_GE(got, 400) << "each raise reaches its own thread's client at least";
+  fMemory->raiseEvent("E", 0);
+  EXPECT_EQ(subscribers("E"), "[]");
+}
+
+class PreferencesTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    std::string path = ::testing::TempDir() + "/preferencesXXXXXX";
+    ASSERT_NE(::mkdtemp(path.data()), nullptr);
+    fDirectory = path;
+    OXPreferences::create(fBroker, fDirectory);
+  }
+  void TearDown() override { std::filesystem::remove_all(fDirectory); }
+
+  void write(const std::string& pName, const std::string& pText) {
+    std::ofstream(fDirectory + "/" + pName) << pText;
+  }
+  /// What reading gives; the directory's name is left out of messages.
+  std::string read(const std::string& pName) {
+    std::string text =
+        outcome([&] { return OXPreferencesProxy(fBroker).readPrefFile(pName, true); });
+    if (const auto at = text.find(fDirectory + "/"); at != std::string::npos)
+      text.erase(at, fDirectory.size() + 1);
+    return text;
+  }
+
+  std::string fDirectory;
+  boost::shared_ptr<OXBroker> fBroker = OXBroker::create();
+};
+
+TEST_F(PreferencesTest, ReadsEntriesInTheirOrderAndKinds) {
+  write("VideoInput.xml",
+        "<?xml version=\"1.0\"?>\n<!-- a comment -->\n"
+        "<preferences module=\"VideoInput\">\n"
+        "  <entry name=\"source\" description=\"where images &lt;come&gt; from\" "
+        "value=\"SimulatorCam\"/>\n"
+        "  <entry name=\"rate\" type=\"int\" value=\"-30\"/>\n"
+        "  <!-- another -->\n"
+        "  <entry name=\"gain\" type=\"float\" value=\"2.5\"/>\n"
+        "  <entry name=\"on\" type=\"bool\" value=\"true\"/>\n"
+        "  <entry name=\"off\" type=\"bool\" value=\"0\"/>\n"
+        "  <entry name=\"text\" type=\"string\" value=\"30\"/>\n"
+        "</preferences>\n");
+  EXPECT_EQ(read("VideoInput"),
+            "[[\"source\", \"where images <come> from\", \"SimulatorCam\"], [\"rate\", \"\", -30], "
+            "[\"gain\", \"\", 2.5f], [\"on\", \"\", true], [\"off\", \"\", false], "
+            "[\"text\", \"\", \"30\"]]");
+  write("Empty.xml", "<preferences/>");
+  EXPECT_EQ(read("Empty"), "[]");
+}
+
+TEST_F(PreferencesTest, SaysWhatIsWrongWithAFileAndWhere) {
+  struct Row {
+    const char* text;
+    const char* expected;
+  };
+  const Row rows[] = {
+      {"", "F.xml: the file is empty; it should be <preferences> with <entry> elements in it"},
+      {"<preferences>\n  <entry name=\"a\" value=\"b\">\n</preferences>",
+       "F.xml:3:3: this is no XML: Start-end tags mismatch; it should be <preferences> with "
+       "<entry> elements in it"},
+      {"just text",
+       "F.xml:1:10: this is no XML: No document element found; it should be <preferences> with "
+       "<entry> elements in it"},
+      {"\n<config/>", "F.xml:2:2: the root element is <config>; it should be <preferences>"},
+      {"<preferences>\n  <entri/></preferences>",
+       "F.xml:2:4: <entri> is not known here; it should be <entry>"},
+      {"<preferences><entry value=\"1\"/></preferences>",
+       "F.xml:1:15: an <entry> has no name; it should be <entry name=\"...\" value=\"...\"/>"},
+      {"<preferences><entry name=\"a\"/></preferences>",
+       "F.xml:1:15: an <entry> has no value; it should be <entry name=\"...\" value=\"...\"/>"},
+      {"<preferences><entry name=\"a\" type=\"int\" value=\"2.5\"/></preferences>",
+       "F.xml:1:15: entry \"a\" has the value \"2.5\"; it should be an int: a whole 32-bit number"},
+      {"<preferences><entry name=\"a\" type=\"int\" value=\"2147483648\"/></preferences>",
+       "F.xml:1:15: entry \"a\" has the value \"2147483648\"; it should be an int: a whole 32-bit "
+       "number"},
+      {"<preferences><entry name=\"a\" type=\"float\" value=\"inf\"/></preferences>",
+       "F.xml:1:15: entry \"a\" has the value \"inf\"; it should be a float: a number like 2.5"},
+      {"<preferences><entry name=\"a\" type=\"bool\" value=\"yes\"/></preferences>",
+       "F.xml:1:15: entry \"a\" has the value \"yes\"; it should be a bool: true or false"},
+      {"<preferences><entry name=\"a\" type=\"colour\" value=\"red\"/></preferences>",
+       "F.xml:1:15: entry \"a\" has the type \"colour\"; it should be int, float, bool or string"},
+  };
+  for (const Row& row : rows) {
+    write("F.xml", row.text);
+    EXPECT_EQ(read("F"), std::string("OXError: ") + row.expected) << row.text;
+  }
+}
+
+TEST_F(PreferencesTest, SaysWhyAFileCannotBeRead) {
+  EXPECT_EQ(read("Missing"), "OXError: Missing.xml: there is no such file");
+  std::filesystem::create_directory(fDirectory + "/Directory.xml");
+  EXPECT_EQ(read("Directory"),
+            "OXError: Directory.xml: this is a directory; it should be an XML file");
+  ASSERT_EQ(::mkfifo((fDirectory + "/Pipe.xml").c_str(), 0600), 0);
+  EXPECT_EQ(read("Pipe"), "OXError: Pipe.xml: this can't be read as a file") << "and doesn't hang";
+  write("Big.xml", std::string(1024 * 1024 + 1, ' '));
+  EXPECT_EQ(read("Big"), "OXError: Big.xml: the file has 1048577 bytes; 1048576 are the most");
+  for (const char* name : {"", "../etc/passwd", "a/b", ".hidden"})
+    EXPECT_THAT(read(name), HasSubstr("it should have no slash and not start with a dot"));
+}
+
+TEST_F(PreferencesTest, SaysThatAFileIsNotReadable) {
+  if (::geteuid() == 0) GTEST_SKIP() << "the superuser may read everything";
+  write("Secret.xml", "<preferences/>");
+  ASSERT_EQ(::chmod((fDirectory + "/Secret.xml").c_str(), 0), 0);
+  EXPECT_EQ(read("Secret"),
+            "OXError: Secret.xml: the file can't be opened: Permission denied; it should be "
+            "readable for the user that runs the broker");
+}
+
+TEST(Proxies, WithoutAServiceAreAnError) {
+  const boost::shared_ptr<OXBroker> broker = OXBroker::create();
+  EXPECT_THROW(OXMemoryProxy{broker}, OXError);
+  EXPECT_THROW(OXPreferencesProxy{broker}, OXError);
+  EXPECT_EQ(outcome([] {
+              return OXPreferencesProxy(boost::shared_ptr<OXProxy>()).readPrefFile("F", true);
+            }),
+            "OXError: There is no service \"OXPreferences\" behind this proxy");
+}
+
+}  // namespace
+}  // namespace OX::test

@@ -1,0 +1,39 @@
+/// What came of a call, as text: so that results and refusals stand in one table.
+#pragma once
+
+#include <sstream>
+#include <string>
+
+#include "oxerror.h"
+#include "oxvalue.h"
+
+namespace OX::test {
+
+/// A value as a person writes it: [true, 3, 2.5, "text", <4 bytes>, invalid].
+inline std::string show(const OXValue& pValue) {
+  std::ostringstream text;
+  if (pValue.isBool()) text << (pValue.toBool() ? "true" : "false");
+  if (pValue.isInt()) text << pValue.toInt();
+  if (pValue.isFloat()) text << pValue.toFloat() << "f";
+  if (pValue.isString()) text << '"' << pValue.toString() << '"';
+  if (pValue.isBinary()) text << "<" << pValue.getSize() << " bytes>";
+  if (!pValue.isValid()) text << "invalid";
+  if (pValue.isArray()) {
+    text << "[";
+    for (int i = 0; i < pValue.getSize(); ++i) text << (i ? ", " : "") << show(pValue[i]);
+    text << "]";
+  }
+  return text.str();
+}
+
+/// What pCall gives, or "OXError: " and the description of the error that it throws.
+template <typename Call>
+std::string outcome(Call pCall) {
+  try {
+    return show(OXValue(pCall()));
+  } catch (const OXError& error) {
+    return "OXError: " + error.getDescription();
+  }
+}
+
+}  // namespace OX::test
