@@ -1,0 +1,114 @@
+/// One camera that replays a recording (.oxv) to the ordinary subscribers.
+#pragma once
+
+#include <array>
+#include <atomic>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "cambuffer.h"
+#include "oxvideo.h"
+#include "oxvisionvideoinput.h"
+
+namespace OX {
+
+/// There is no replay thread: time moves only when a subscriber asks. The file is read one image
+/// ahead into a ring of five frames, and the time stamps are rewritten on the way so that they keep
+/// rising across loops and repeats.
+///
+/// Locks: fVisionModulesLock first, then fParametersLock, which guards the ring, the replay fields
+/// and the reader. Time stamps come from a file: all arithmetic on them wraps.
+class OXVisionFileCam final : public OXSingleton<OXVisionFileCam>, public OXVisionVideoInput {
+ public:
+  explicit OXVisionFileCam(boost::shared_ptr<OXBroker> pBroker);
+  ~OXVisionFileCam() override;
+
+  // --- published beside the device's own methods ---
+  /// Chooses the file, to be replayed from the next start of the grabber on. pRange is an array
+  /// [first, last] or anything else for the whole file; pReplayMode 0 is image by image or at
+  /// replaySpeed, 1 follows the recorded time stamps. A missing file is logged and changes nothing;
+  /// one that can't be read throws OXError.
+  void setVideo(const std::string& pFilePath, const OXValue& pRange, const bool& pLoop,
+                const int& pReplayMode, const int& pStreamNumber);
+  void previousImage();
+  /// Lets the next request of mode 0 step on. Takes no lock.
+  void nextImage();
+  /// Images per second in mode 0; 0 means that only nextImage steps. Takes no lock.
+  void replaySpeed(const float& pImagesPerSecond);
+  /// Index of the image that was read last. Takes no lock.
+  int getCurrentImageNumber();
+
+  // --- lifecycle.cpp ---
+  bool xIsResolutionValid(int pResolution, int pCamera) const override;
+  bool xIsFrameRateValid(int pFrameRate, int pCamera) const override;
+  bool xIsColorSpaceValid(int pColorSpace, int pCamera) const override;
+  bool xStartFrameGrabber(const int& pCameraIndex) override;
+  bool xStopFrameGrabber(const int& pCameraIndex) override;
+  // --- delivery.cpp ---
+  OXImage* xGetDirectRawImage(const std::string& pId, bool pDeepCopy) override;
+  std::vector<OXImage*> xGetDirectRawImages(const std::string& pId) override;
+  bool xReleaseDirectRawImageDeep(const std::string& pId, const int& pCameraIndex) override;
+  int xGetParam(const int& pCameraIndex, const int& pParam) override;
+  bool xSetParam(int pCameraIndex, int pParam, int pValue, bool pSetDefault) override;
+
+ protected:
+  void xReturnRawSource(int pCameraIndex, OXVisionBuffer& pBuffer) override;
+
+ private:
+  using Slot = boost::shared_ptr<CamBuffer>;
+  static constexpr unsigned int kSlots = 5;
+
+  // --- lifecycle.cpp ---
+  void xBindFileMethods();
+  int getCameraParameterById(const int& pCameraIndex, const int& pParam);
+  bool xOpenDevice();
+  bool xCloseDevice();
+  void xReadVideo();
+  bool xFillRing();
+  void xSelectCameraOf(const OXImage& pImage);
+
+  // --- replay.cpp: fParametersLock held ---
+  bool xMoveRing(int pPasses);
+  bool xAdvance(const std::string& pId);
+  bool xFollowTimeStamps();
+  bool xStepWhenDue();
+  void xSkipPassedImages();
+  bool xReadAhead();
+  bool xReadAheadStepping();
+  bool xReadFirstOfLoop();
+  bool xReadLastAgain();
+  bool xHasPassed(std::int64_t pTimeStamp) const;
+  void xStepBack(std::int64_t pTimeStamp);
+  void xLoopBack(std::int64_t pTimeStamp);
+  bool xReadFrame(OXImage& pImage, std::int64_t pIndex, bool pFirst);
+  OXImage& xCurrent() { return fFrames[fCurrentFrame]->fImage; }
+  OXImage& xNext() { return fFrames[fNextFrame]->fImage; }
+
+  // --- delivery.cpp ---
+  OXImage* xLend(const Slot& pSlot, RequestedCameraProperties& pWish);
+
+  std::string fFilePath;
+  OXVideo fVideo;
+  std::int64_t fCurrentImage = 0;       ///< the next image that the reader will give
+  std::int64_t fFirstImage = 0;         ///< of the range
+  std::int64_t fLastImage = INT32_MAX;  ///< of the range, included
+  int fStreamNumber = 0;
+  int fReplayMode = 0;
+  bool fLoop = false;
+  std::array<Slot, kSlots> fFrames;
+  std::int64_t fStartTime = 0;  ///< local clock at the start of replay, in mode 0 at the last step
+  std::int64_t fFirstTimestamp = 0;  ///< of the first image
+  std::int64_t fLoopDuration = 0;    ///< one pass through the file; 0: not yet known
+  std::int64_t fTimeOffset = 0;      ///< added to the time stamps of the file
+  std::atomic<std::int64_t> fReplayPeriod{INT64_MAX};  ///< mode 0, microseconds from step to step
+  std::int64_t fNow = 0;                               ///< the last clock reading
+  unsigned int fCurrentFrame = 0;                      ///< the slot that is served
+  unsigned int fNextFrame = 1;                         ///< the slot that is read ahead
+  std::atomic<bool> fImageServed{true};  ///< mode 0: the current image is still the one to give
+  std::atomic<bool> fStrangeCameraLogged{false};  ///< once per opening
+};
+
+inline constexpr const char* kFileCamCategory = "vision.oxvisionfilecam";
+
+}  // namespace OX

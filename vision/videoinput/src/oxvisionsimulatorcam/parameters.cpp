@@ -1,0 +1,157 @@
+// Parameters of the simulated cameras, and the state machine of their grabbers.
+#include "oxclock.h"
+#include "oxdefinitions.h"
+#include "oxerror.h"
+#include "oxlog.h"
+#include "oxvisionsimulatorcam.h"
+
+namespace OX {
+namespace {
+
+constexpr int kDefaultFrameRate = 5;
+// The line that this error has always carried; clients match on it.
+constexpr unsigned int kCannotOpenLine = 141;
+constexpr const char* kSourceFile = "vision/videoinput/src/oxvisionsimulatorcam";
+constexpr unsigned int kSettleUs = 1;
+constexpr unsigned int kStartedUs = 100;
+constexpr unsigned int kStoppedUs = 500;
+constexpr unsigned int kOpeningLookUs = 500000;
+// Both operations run with the lock held for writing: a camera that is still opening after these
+// looks was left so by a failure, and will not come out of it.
+constexpr int kOpeningLooks = 2;
+
+// The next of the four rates that the cameras know.
+int knownFrameRate(int pFrameRate) {
+  if (pFrameRate > 15) return 30;
+  if (pFrameRate > 10) return 15;
+  return pFrameRate > 5 ? 10 : 5;
+}
+
+}  // namespace
+
+RealCameraProperties& OXVisionSimulatorCam::xParameterCamera(int pCameraIndex,
+                                                             const char* pMethod) const {
+  RealCameraProperties* const camera = xCamera(pCameraIndex);
+  if (!camera) throw OXError("Camera", pMethod, "Invalid camera parameter input reference.", "", 0);
+  return *camera;
+}
+
+int OXVisionSimulatorCam::xGetParam(const int& pCameraIndex, const int& pParam) {
+  constexpr const char* kMethod = "getParam()";
+  switch (pParam) {
+    case kCameraResolutionID:
+      return xParameterCamera(pCameraIndex, kMethod).fResolution;
+    case kCameraFrameRateID:
+      return xParameterCamera(pCameraIndex, kMethod).fFrameRate;
+    case kCameraBufferSizeID:
+      return xParameterCamera(pCameraIndex, kMethod).fBufferCount;
+    case kCameraSelectID:
+      return fActiveCamera;
+    case kCameraColorSpaceID:
+      return xParameterCamera(pCameraIndex, kMethod).fColorSpace;
+    default:
+      throw OXError("Camera", kMethod, "Bad input parameter ID", "", 0);
+  }
+}
+
+bool OXVisionSimulatorCam::xSetParam(int pCameraIndex, int pParam, int pValue, bool pSetDefault) {
+  switch (pParam) {
+    case kCameraResolutionID:
+      return xSetResolutionParam(pCameraIndex, pSetDefault ? fDefaultResolution : pValue);
+    case kCameraFrameRateID:
+      return xSetFrameRateParam(pCameraIndex,
+                                pSetDefault ? kDefaultFrameRate : knownFrameRate(pValue));
+    case kCameraSelectID:
+      return xSelectCamera(pCameraIndex, pSetDefault ? 0 : pValue);
+    default:
+      throw OXError("OXVideoInput", "xSetParam()", "Invalid parameter input reference.", "", 0);
+  }
+}
+
+bool OXVisionSimulatorCam::xSetResolutionParam(int pCameraIndex, int pValue) {
+  if (static_cast<unsigned int>(pValue) > k4VGA) {
+    report::log(ki::log::kError, "xSetParam",
+                "xSetParam() Invalid camera resolution input parameter.",
+                "vision.oxvisionsimulator");
+    return false;
+  }
+  RealCameraProperties& camera = xParameterCamera(pCameraIndex, "setParam()");
+  if (pValue == camera.fResolution) return true;
+  // The restart applies it, also to a camera that was stopped, which runs then.
+  const OXCriticalSection lock(fParametersLock);
+  xStopFrameGrabber(pCameraIndex);
+  camera.fResolution = static_cast<std::int8_t>(pValue);
+  ki::os::usleep(kSettleUs);
+  xStartFrameGrabber(pCameraIndex);
+  return true;
+}
+
+bool OXVisionSimulatorCam::xSetFrameRateParam(int pCameraIndex, int pValue) {
+  RealCameraProperties& camera = xParameterCamera(pCameraIndex, "setParam()");
+  if (pValue == camera.fFrameRate) return true;
+  const OXCriticalSection lock(fParametersLock);
+  camera.fFrameRate = static_cast<std::uint8_t>(pValue);
+  return true;
+}
+
+// The index one past the last camera passes: a client can park the device there. Everything that
+// follows the active camera goes through xCamera.
+bool OXVisionSimulatorCam::xSelectCamera(int pCameraIndex, int pValue) {
+  if (pValue < 0 || pValue > fNbCameras)
+    throw OXError("Camera", "setParam()", "Invalid camera parameter input reference.", "", 0);
+  if (pValue == pCameraIndex) {
+    report::log(ki::log::kInfo, "xSetParam", "Same camera selected.", kSimulatorCategory);
+    return true;
+  }
+  const int old = fActiveCamera.exchange(pValue);
+  xUpdateParam(old);
+  xUpdateParam(pValue);
+  return true;
+}
+
+bool OXVisionSimulatorCam::xStartFrameGrabber(const int& pCameraIndex) {
+  RealCameraProperties* const camera = xCamera(pCameraIndex);
+  if (!camera) {
+    report::log(ki::log::kError, "xStartFrameGrabber",
+                report::text("xStartFrameGrabber(", pCameraIndex, ") : invalid Camera index"),
+                kSimulatorCategory);
+    return false;
+  }
+  if (camera->fGrabberState > kGrabberStopped) return true;
+  camera->fGrabberState = kGrabberOpening;
+  if (!xOpenDevice(pCameraIndex)) {
+    camera->fGrabberState = kGrabberFailed;
+    report::log(ki::log::kError, "xStartFrameGrabber", getName() + ": Can't open video file.",
+                kSimulatorCategory);
+    throw OXError(getName(), "startFrameGrabber", "Can't open video file.", kSourceFile,
+                  kCannotOpenLine);
+  }
+  camera->fGrabberState = kGrabberRunning;
+  ki::os::usleep(kStartedUs);
+  return true;
+}
+
+bool OXVisionSimulatorCam::xStopFrameGrabber(const int& pCameraIndex) {
+  RealCameraProperties* const camera = xCamera(pCameraIndex);
+  if (!camera) {
+    report::log(ki::log::kError, "xStopFrameGrabber",
+                report::text("xStopFrameGrabber(", pCameraIndex, ") : invalid Camera index"),
+                kSimulatorCategory);
+    return false;
+  }
+  for (int look = 0; look < kOpeningLooks && camera->fGrabberState == kGrabberOpening; ++look)
+    ki::os::usleep(kOpeningLookUs);
+  if (camera->fGrabberState <= kGrabberClosing) return true;
+  camera->fGrabberState = kGrabberClosing;
+  if (!xCloseDevice(pCameraIndex)) {
+    report::log(ki::log::kError, "xStopFrameGrabber", getName() + ": Error closing file.",
+                kSimulatorCategory);
+    camera->fGrabberState = kGrabberFailed;
+    return false;
+  }
+  camera->fGrabberState = kGrabberStopped;
+  ki::os::usleep(kStoppedUs);
+  return true;
+}
+
+}  // namespace OX

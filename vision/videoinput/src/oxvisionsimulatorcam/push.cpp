@@ -1,0 +1,123 @@
+// The door through which a simulator feeds the cameras.
+#include <atomic>
+#include <cstring>
+
+#include "oxclock.h"
+#include "oxdefinitions.h"
+#include "oxlog.h"
+#include "oxvisionsimulatorcam.h"
+
+namespace OX {
+namespace {
+
+bool refuse(const char* pFunction, const std::string& pText) {
+  report::log(ki::log::kError, pFunction, pText, kSimulatorCategory);
+  return false;
+}
+
+// Low 32 bits of seconds and microseconds, as signed numbers.
+std::int64_t stampOf(const ::timeval& pTime) {
+  return std::int64_t{static_cast<std::int32_t>(pTime.tv_sec)} * 1000000 +
+         static_cast<std::int32_t>(pTime.tv_usec);
+}
+
+}  // namespace
+
+boost::shared_ptr<CameraDriverBuffer> OXVisionSimulatorCam::xStore(int pCameraIndex) const {
+  if (!xCamera(pCameraIndex)) return {};
+  return fCameraDriverBuffers[static_cast<std::size_t>(pCameraIndex)];
+}
+
+bool OXVisionSimulatorCam::putImage(const OXValue& pImage) {
+  const int camera = fActiveCamera;
+  const auto store = xStore(camera);
+  if (!store)
+    return refuse("putImage", report::text("putImage(", camera, ") : invalid Camera index"));
+  const OXCriticalSection lock(store->fMutex);
+  return xPutImage(pImage, camera);
+}
+
+bool OXVisionSimulatorCam::putImage(const int& pCameraIndex, const int& pWidth, const int& pHeight,
+                                    const OXValue& pImage) {
+  const auto store = xStore(pCameraIndex);
+  if (!store)
+    return refuse("putImage", report::text("putImage(", pCameraIndex, ") : invalid Camera index"));
+  const OXCriticalSection lock(store->fMutex);
+  return xSetSimCamInputSize(pWidth, pHeight, pCameraIndex) && xPutImage(pImage, pCameraIndex);
+}
+
+bool OXVisionSimulatorCam::setSimCamInputSize(const int& pWidth, const int& pHeight) {
+  const OXCriticalSectionWrite lock(fVisionModulesLock);
+  const int camera = fActiveCamera;
+  xCheckedCamera(camera, "setSimCamInputSize(", "setSimCamInputSize()");
+  const OXCriticalSection storeLock(xStore(camera)->fMutex);
+  return xSetSimCamInputSize(pWidth, pHeight, camera);
+}
+
+OXValue OXVisionSimulatorCam::getExpectedImageParameters() {
+  const OXCriticalSectionRead lock(fVisionModulesLock);
+  return getExpectedImageParameters(fActiveCamera);
+}
+
+OXValue OXVisionSimulatorCam::getExpectedImageParameters(const int& pCameraIndex) {
+  const OXCriticalSectionRead lock(fVisionModulesLock);
+  const RealCameraProperties& camera =
+      xCheckedCamera(pCameraIndex, "getExpectedImageParameters(", "getExpectedImageParameters()");
+  return OXValue::array(resolutionToSizes(camera.fResolution), static_cast<int>(camera.fFrameRate));
+}
+
+bool OXVisionSimulatorCam::xSetSimCamInputSize(const int& pWidth, const int& pHeight,
+                                               const int& pCameraIndex) {
+  const int resolution = getResolutionFromSize(pWidth, pHeight);
+  if (resolution < 0) return refuse("xSetSimCamInputSize", "Unknown resolution from simulator!");
+  CameraDriverBuffer& store = *xStore(pCameraIndex);
+  for (const auto& frame : store.fInputBuffers) frame->fImage->setResolution(resolution);
+  store.fInputResolution = resolution;
+  return true;
+}
+
+// A binary must have exactly the declared size. A string is only measured against the longest one
+// that was accepted so far, by any camera, and against the room there is. Null is a refusal.
+const void* OXVisionSimulatorCam::xAcceptedPixels(const OXValue& pImage,
+                                                  const CameraDriverBuffer& pStore) const {
+  static std::atomic<std::uint32_t> maxReceivedData{0};
+  if (pImage.isBinary()) {
+    int width = 0;
+    int height = 0;
+    setSizeFromResolution(pStore.fInputResolution, width, height);
+    if (pImage.getSize() == width * 3 * height) return pImage.GetBinary();
+    refuse("xPutImage", "SIMCAM_ERROR_WRONGDATASIZE");
+    return nullptr;
+  }
+  if (pImage.isString()) {
+    const auto size = static_cast<std::uint32_t>(pImage.getSize());
+    if (size < maxReceivedData) return nullptr;
+    if (size > pStore.fInputBuffers.front()->fImage->fCapacityBytes) {
+      refuse("xPutImage", "SIMCAM_ERROR_WRONGDATASIZE");
+      return nullptr;
+    }
+    report::log(ki::log::kError, "xPutImage", "Image updated", kSimulatorCategory);
+    maxReceivedData = size;
+    return pImage.toString().data();
+  }
+  refuse("xPutImage", "xPutImage: Buffer is not a binary nor a string");
+  return nullptr;
+}
+
+bool OXVisionSimulatorCam::xPutImage(const OXValue& pImage, const int& pCameraIndex) {
+  // First of all, so that the stamp is the moment of arrival and not of the end of the copy.
+  ::timeval arrival{};
+  ki::os::gettimeofday(&arrival);
+  const auto store = xStore(pCameraIndex);
+  const void* const pixels = xAcceptedPixels(pImage, *store);
+  if (!pixels) return false;
+  const int target = store->fLastInputBuffer == 0 ? 1 : 0;
+  OXImage& image = *store->fInputBuffers[static_cast<std::size_t>(target)]->fImage;
+  if (!image.fData) return refuse("xPutImage", "xPutImage: memcopy failed");
+  std::memcpy(image.fData, pixels, static_cast<std::size_t>(pImage.getSize()));
+  image.fTimeStamp = stampOf(arrival);
+  store->fLastInputBuffer = target;
+  return true;
+}
+
+}  // namespace OX

@@ -1,0 +1,143 @@
+// Positions and sizes in an image against angles seen from the camera. No lock: what is read of a
+// camera is set when it is made.
+#include "lens.h"
+#include "oxdefinitions.h"
+#include "oxvisionvideoinput.h"
+
+namespace OX {
+namespace {
+
+/// Speaks for one operation: NAME(CAMERA and then what is wrong.
+struct Operation {
+  const OXVisionVideoInput& device;
+  const char* name;
+  int camera;
+
+  [[noreturn]] void fail(const char* pEnd, bool pParentheses, int pLine) const {
+    const std::string method = std::string(name) + (pParentheses ? "()" : "");
+    report::fail(device.getName(), name, method.c_str(), report::text(name, "(", camera, pEnd),
+                 pLine);
+  }
+  void checkCamera(bool pKnown, const char* pEnd) const {
+    if (!pKnown) fail(pEnd, false, __LINE__);
+  }
+  void checkSize(bool pRight, bool pParentheses) const {
+    if (!pRight) fail(",...) : invalid parameter size", pParentheses, __LINE__);
+  }
+};
+
+constexpr const char* kListBehindCamera = ",...) : invalid Camera index";
+constexpr const char* kCameraAlone = ") : invalid Camera index";
+
+// Written so that a NaN is outside.
+bool isFraction(float pValue) { return pValue >= 0.f && pValue <= 1.f; }
+
+}  // namespace
+
+float OXVisionVideoInput::xHorizontalApertureRad(int pCamera) {
+  const RealCameraProperties* const camera = xCamera(pCamera);
+  const bool isVga = camera && camera->fCameraModel == kOV7670;
+  return isVga ? lens::kVgaLens.horizontal : lens::kHdLens.horizontal;
+}
+
+float OXVisionVideoInput::xVerticalApertureRad(int pCamera) {
+  const RealCameraProperties* const camera = xCamera(pCamera);
+  const bool isVga = camera && camera->fCameraModel == kOV7670;
+  return isVga ? lens::kVgaLens.vertical : lens::kHdLens.vertical;
+}
+
+std::vector<float> OXVisionVideoInput::getAngularPositionFromImagePosition(
+    const int& pCameraIndex, const std::vector<float>& pImagePosition) {
+  const Operation operation{*this, "getAngularPositionFromImagePosition", pCameraIndex};
+  operation.checkCamera(xCamera(pCameraIndex), kListBehindCamera);
+  operation.checkSize(pImagePosition.size() == 2, false);
+  return {lens::horizontalAngle(pImagePosition[0], xHorizontalApertureRad(pCameraIndex)),
+          lens::verticalAngle(pImagePosition[1], xVerticalApertureRad(pCameraIndex))};
+}
+
+std::vector<float> OXVisionVideoInput::getImagePositionFromAngularPosition(
+    const int& pCameraIndex, const std::vector<float>& pAngularPosition) {
+  const Operation operation{*this, "getImagePositionFromAngularPosition", pCameraIndex};
+  operation.checkCamera(xCamera(pCameraIndex), kListBehindCamera);
+  operation.checkSize(pAngularPosition.size() == 2, true);
+  return {lens::horizontalPosition(pAngularPosition[0], xHorizontalApertureRad(pCameraIndex)),
+          lens::verticalPosition(pAngularPosition[1], xVerticalApertureRad(pCameraIndex))};
+}
+
+std::vector<float> OXVisionVideoInput::getAngularSizeFromImageSize(
+    const int& pCameraIndex, const std::vector<float>& pImageSize) {
+  const Operation operation{*this, "getAngularSizeFromImageSize", pCameraIndex};
+  operation.checkCamera(xCamera(pCameraIndex), kCameraAlone);
+  operation.checkSize(pImageSize.size() == 2, true);
+  operation.checkSize(isFraction(pImageSize[0]) && isFraction(pImageSize[1]), true);
+  return {pImageSize[0] * xHorizontalApertureRad(pCameraIndex),
+          pImageSize[1] * xVerticalApertureRad(pCameraIndex)};
+}
+
+std::vector<float> OXVisionVideoInput::getImageSizeFromAngularSize(
+    const int& pCameraIndex, const std::vector<float>& pAngularSize) {
+  const Operation operation{*this, "getImageSizeFromAngularSize", pCameraIndex};
+  operation.checkCamera(xCamera(pCameraIndex), kCameraAlone);
+  operation.checkSize(pAngularSize.size() == 2, true);
+  return {pAngularSize[0] / xHorizontalApertureRad(pCameraIndex),
+          pAngularSize[1] / xVerticalApertureRad(pCameraIndex)};
+}
+
+std::vector<float> OXVisionVideoInput::getImageInfoFromAngularInfo(
+    const int& pCameraIndex, const std::vector<float>& pAngularInfo) {
+  const Operation operation{*this, "getImageInfoFromAngularInfo", pCameraIndex};
+  operation.checkCamera(xCamera(pCameraIndex), kCameraAlone);
+  operation.checkSize(pAngularInfo.size() == 4, true);
+  std::vector<float> info =
+      getImagePositionFromAngularPosition(pCameraIndex, {pAngularInfo[0], pAngularInfo[1]});
+  const std::vector<float> size =
+      getImageSizeFromAngularSize(pCameraIndex, {pAngularInfo[2], pAngularInfo[3]});
+  info.insert(info.end(), size.begin(), size.end());
+  return info;
+}
+
+std::vector<float> OXVisionVideoInput::getImageInfoFromAngularInfoWithResolution(
+    const int& pCameraIndex, const std::vector<float>& pAngularInfo, const int& pResolution) {
+  const Operation operation{*this, "getImageInfoFromAngularInfoWithResolution", pCameraIndex};
+  operation.checkCamera(xCamera(pCameraIndex), kCameraAlone);
+  if (!xIsResolutionValid(pResolution, pCameraIndex))
+    operation.fail(") : invalid resolution index", false, __LINE__);
+  int width = 0;
+  int height = 0;
+  setSizeFromResolution(pResolution, width, height);
+  std::vector<float> info = getImageInfoFromAngularInfo(pCameraIndex, pAngularInfo);
+  for (std::size_t i = 0; i < info.size(); ++i)
+    info[i] *= static_cast<float>(i % 2 == 0 ? width : height);
+  return info;
+}
+
+std::vector<float> OXVisionVideoInput::getAngPosFromImgPos(
+    const std::vector<float>& pImagePosition) {
+  return getAngularPositionFromImagePosition(fActiveCamera, pImagePosition);
+}
+
+std::vector<float> OXVisionVideoInput::getImgPosFromAngPos(
+    const std::vector<float>& pAngularPosition) {
+  return getImagePositionFromAngularPosition(fActiveCamera, pAngularPosition);
+}
+
+std::vector<float> OXVisionVideoInput::getAngSizeFromImgSize(const std::vector<float>& pImageSize) {
+  return getAngularSizeFromImageSize(fActiveCamera, pImageSize);
+}
+
+std::vector<float> OXVisionVideoInput::getImgSizeFromAngSize(
+    const std::vector<float>& pAngularSize) {
+  return getImageSizeFromAngularSize(fActiveCamera, pAngularSize);
+}
+
+std::vector<float> OXVisionVideoInput::getImgInfoFromAngInfo(
+    const std::vector<float>& pAngularInfo) {
+  return getImageInfoFromAngularInfo(fActiveCamera, pAngularInfo);
+}
+
+std::vector<float> OXVisionVideoInput::getImgInfoFromAngInfoWithRes(
+    const std::vector<float>& pAngularInfo, const int& pResolution) {
+  return getImageInfoFromAngularInfoWithResolution(fActiveCamera, pAngularInfo, pResolution);
+}
+
+}  // namespace OX

@@ -1,0 +1,206 @@
+// The truth: every colour space as a plain loop over macro-pixels, with no tricks. The vector forms
+// are tested against this file bit for bit and hand it the macro-pixels that fill no vector.
+#include <algorithm>
+#include <cstddef>
+
+#include "rows.h"
+
+namespace OX::kernels {
+namespace {
+
+using Byte = unsigned char;
+
+Byte clampToByte(int pValue) { return static_cast<Byte>(std::clamp(pValue, 0, 255)); }
+
+/// Calls pConvert(source macro-pixel, destination) for each macro-pixel of a row.
+template <int kBytesOut, typename Convert>
+void forEachMacroPixel(const Byte* pSource, std::ptrdiff_t pAdvance, Byte* pDestination, std::ptrdiff_t pCount,
+                       Convert pConvert) {
+  for (std::ptrdiff_t i = 0; i < pCount; ++i) {
+    pConvert(pSource + i * pAdvance, pDestination + kBytesOut * i);
+  }
+}
+
+void rowToYuv(const Byte* pSource, std::ptrdiff_t pStep, Byte* pDestination, std::ptrdiff_t pCount) {
+  forEachMacroPixel<2>(pSource, 4 * pStep, pDestination, pCount,
+                       [pStep](const Byte* in, Byte* out) {
+                         out[0] = in[0];
+                         out[1] = in[2 * pStep];
+                       });
+}
+
+void rowToYUV422(const Byte* pSource, std::ptrdiff_t pStep, Byte* pDestination, std::ptrdiff_t pCount) {
+  // The second luma is the Y0 of a later macro-pixel, also at step 0, where it is the first Y0
+  // again.
+  const std::ptrdiff_t secondLuma = 4 * (pStep / 2);
+  forEachMacroPixel<4>(pSource, 4 * pStep, pDestination, pCount,
+                       [secondLuma](const Byte* in, Byte* out) {
+                         out[0] = in[0];
+                         out[1] = in[1];
+                         out[2] = in[secondLuma];
+                         out[3] = in[3];
+                       });
+}
+
+void rowToYUV(const Byte* pSource, std::ptrdiff_t pStep, Byte* pDestination, std::ptrdiff_t pCount) {
+  forEachMacroPixel<6>(pSource, 4 * pStep, pDestination, pCount, [](const Byte* in, Byte* out) {
+    out[0] = in[0];
+    out[1] = out[4] = in[1];
+    out[2] = out[5] = in[3];
+    out[3] = in[2];
+  });
+}
+
+void rowToYYCbCr(const Byte* pSource, std::ptrdiff_t pStep, Byte* pDestination, std::ptrdiff_t pCount) {
+  forEachMacroPixel<4>(pSource, 4 * pStep, pDestination, pCount, [](const Byte* in, Byte* out) {
+    out[0] = in[0];
+    out[1] = in[2];
+    out[2] = in[1];
+    out[3] = in[3];
+  });
+}
+
+/// Red and blue go to bytes kRed and kBlue of each pixel, green to byte 1.
+template <int kRed, int kBlue>
+void macroPixelToRGB(const Byte* pIn, Byte* pOut) {
+  const int u = pIn[1] - 128;
+  const int v = pIn[3] - 128;
+  const int red = 409 * v;
+  const int green = -100 * u - 208 * v;
+  const int blue = 516 * u;
+  for (int k = 0; k < 2; ++k) {
+    const int luma = 298 * (pIn[2 * k] - 16);
+    pOut[3 * k + kRed] = clampToByte((luma + red) >> 8);
+    pOut[3 * k + 1] = clampToByte((luma + green) >> 8);
+    pOut[3 * k + kBlue] = clampToByte((luma + blue) >> 8);
+  }
+}
+
+void rowToRGB(const Byte* pSource, std::ptrdiff_t pStep, Byte* pDestination, std::ptrdiff_t pCount) {
+  forEachMacroPixel<6>(pSource, 4 * pStep, pDestination, pCount, macroPixelToRGB<0, 2>);
+}
+
+void rowToBGR(const Byte* pSource, std::ptrdiff_t pStep, Byte* pDestination, std::ptrdiff_t pCount) {
+  forEachMacroPixel<6>(pSource, 4 * pStep, pDestination, pCount, macroPixelToRGB<2, 0>);
+}
+
+/// What the hue family takes from one pair of U and V.
+struct Hue {
+  int hue;         ///< -127..127, stored modulo 256: 0 red, 85 green, -85 blue
+  int numerator;   ///< of the saturation
+  int chromaTerm;  ///< the saturation's denominator is 298 * Y plus this
+
+  Byte saturation(int pLuma) const { return clampToByte(numerator / (298 * pLuma + chromaTerm)); }
+};
+
+/// The differences are those of the channels times 256, with the bias of U and V folded in. Green
+/// has its two coefficients the other way round than in macroPixelToRGB: on purpose, do not align.
+Hue hueOf(int pU, int pV) {
+  const int redGreen = 208 * pU + 509 * pV - 91776;
+  const int greenBlue = -724 * pU - 100 * pV + 105472;
+  const int redBlue = -516 * pU + 409 * pV + 13696;
+  // Plus 1 each, which keeps every denominator that is used from being 0.
+  const int red = 409 * pV - 57119;
+  const int green = -208 * pU - 100 * pV + 34657;
+  const int blue = 516 * pU - 70815;
+
+  // All divisions truncate towards zero. The -1 of the second case stays, and so does the order.
+  if (redGreen > 0 && greenBlue > 0) {
+    return {85 * greenBlue / (2 * redBlue), 255 * redBlue, red};
+  }
+  if (redGreen > 0 && redBlue > 0) {
+    return {85 * greenBlue / (2 * redGreen) - 1, 255 * redGreen, red};
+  }
+  if (redGreen > 0) return {85 * redGreen / (-2 * greenBlue) - 85, -255 * greenBlue, blue};
+  if (greenBlue < 0) return {85 * redGreen / (-2 * redBlue) - 85, -255 * redBlue, blue};
+  if (redBlue > 0) return {-85 * redBlue / (2 * greenBlue) + 85, 255 * greenBlue, green};
+  if (redGreen < 0) return {85 * redBlue / (2 * redGreen) + 85, -255 * redGreen, green};
+  return {0, 0, green};  // grey
+}
+
+void rowToHSY(const Byte* pSource, std::ptrdiff_t pStep, Byte* pDestination, std::ptrdiff_t pCount) {
+  forEachMacroPixel<6>(pSource, 4 * pStep, pDestination, pCount, [](const Byte* in, Byte* out) {
+    const Hue hue = hueOf(in[1], in[3]);
+    for (int k = 0; k < 2; ++k) {
+      out[3 * k] = static_cast<Byte>(hue.hue);
+      out[3 * k + 1] = hue.saturation(in[2 * k]);
+      out[3 * k + 2] = in[2 * k];
+    }
+  });
+}
+
+void rowToHSMixed(const Byte* pSource, std::ptrdiff_t pStep, Byte* pDestination, std::ptrdiff_t pCount) {
+  forEachMacroPixel<6>(pSource, 4 * pStep, pDestination, pCount, [](const Byte* in, Byte* out) {
+    const Hue hue = hueOf(in[1], in[3]);
+    for (int k = 0; k < 2; ++k) {
+      out[3 * k] = static_cast<Byte>(hue.hue);
+      out[3 * k + 1] = hue.saturation(in[2 * k]);
+      out[3 * k + 2] = static_cast<Byte>(hue.hue);
+    }
+  });
+}
+
+void rowToHsy(const Byte* pSource, std::ptrdiff_t pStep, Byte* pDestination, std::ptrdiff_t pCount) {
+  forEachMacroPixel<2>(pSource, 2 * pStep, pDestination, pCount, [](const Byte* in, Byte* out) {
+    out[0] = out[1] = static_cast<Byte>(hueOf(in[1], in[3]).hue);
+  });
+}
+
+/// The hue scale unrolled to colours: six ramps of slope 6, blue, green, red.
+void hueToColour(int pHue, Byte* pOut) {
+  int blue = 0;
+  int green = 0;
+  int red = 0;
+  if (pHue <= 42) {
+    green = 6 * pHue;
+    red = 255;
+  } else if (pHue <= 84) {
+    green = 255;
+    red = 1 - 6 * pHue;
+  } else if (pHue <= 126) {
+    blue = 6 * pHue + 2;
+    green = 255;
+  } else if (pHue <= 168) {
+    blue = 255;
+    green = -6 * pHue - 7;
+  } else if (pHue <= 210) {
+    blue = 255;
+    red = 6 * pHue + 10;
+  } else if (pHue <= 253) {
+    blue = -6 * pHue - 15;
+    red = 255;
+  } else {
+    red = 255;
+  }
+  pOut[0] = static_cast<Byte>(blue);
+  pOut[1] = static_cast<Byte>(green);
+  pOut[2] = static_cast<Byte>(red);
+}
+
+void rowToH2RGB(const Byte* pSource, std::ptrdiff_t pStep, Byte* pDestination, std::ptrdiff_t pCount) {
+  forEachMacroPixel<6>(pSource, 4 * pStep, pDestination, pCount, [](const Byte* in, Byte* out) {
+    const int hue = static_cast<Byte>(hueOf(in[1], in[3]).hue);
+    hueToColour(hue, out);
+    hueToColour(hue, out + 3);
+  });
+}
+
+}  // namespace
+
+const RowKernels& plainRows() {
+  static constexpr RowKernels kRows = {
+      .toYuv = rowToYuv,
+      .toYUV422 = rowToYUV422,
+      .toYUV = rowToYUV,
+      .toRGB = rowToRGB,
+      .toHSY = rowToHSY,
+      .toBGR = rowToBGR,
+      .toYYCbCr = rowToYYCbCr,
+      .toH2RGB = rowToH2RGB,
+      .toHSMixed = rowToHSMixed,
+      .toHsy = rowToHsy,
+  };
+  return kRows;
+}
+
+}  // namespace OX::kernels

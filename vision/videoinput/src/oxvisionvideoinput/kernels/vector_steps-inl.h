@@ -1,0 +1,140 @@
+// Small steps that kernels and resampler are built of, beyond Highway's own: instructions that
+// Highway has no name for, and ways of loading that never leave the frame. Included once for each
+// instruction set.
+#if defined(OX_VECTOR_STEPS_INL_H) == defined(HWY_TARGET_TOGGLE)
+#ifdef OX_VECTOR_STEPS_INL_H
+#undef OX_VECTOR_STEPS_INL_H
+#else
+#define OX_VECTOR_STEPS_INL_H
+#endif
+
+#include <hwy/highway.h>
+
+#include <cstddef>
+#include <cstdint>
+
+HWY_BEFORE_NAMESPACE();
+namespace OX {
+namespace HWY_NAMESPACE {
+
+namespace hn = hwy::HWY_NAMESPACE;
+
+using Byte = unsigned char;
+using Index = std::ptrdiff_t;
+
+constexpr Index kLaneBytes = 16;  ///< of the blocks that most shuffles stay in
+constexpr Index kVectorBytes = HWY_MAX_BYTES;
+constexpr Index kLanes = kVectorBytes / kLaneBytes;
+
+constexpr hn::ScalableTag<std::uint8_t> kU8;
+constexpr hn::ScalableTag<std::int8_t> kI8;
+constexpr hn::ScalableTag<std::uint16_t> kU16;
+constexpr hn::ScalableTag<std::int16_t> kI16;
+constexpr hn::ScalableTag<std::uint32_t> kU32;
+constexpr hn::ScalableTag<std::int32_t> kI32;
+
+using U8 = hn::Vec<decltype(kU8)>;
+using I8 = hn::Vec<decltype(kI8)>;
+using U16 = hn::Vec<decltype(kU16)>;
+using I16 = hn::Vec<decltype(kI16)>;
+using U32 = hn::Vec<decltype(kU32)>;
+using I32 = hn::Vec<decltype(kI32)>;
+
+/// Two bytes or words in each element, the lower one first: weights of a multiply-add.
+HWY_INLINE I8 bytePairs(int pLow, int pHigh) {
+  return hn::BitCast(kI8, hn::Set(kU16, static_cast<std::uint16_t>((pLow & 255) | pHigh << 8)));
+}
+HWY_INLINE I16 wordPairs(int pLow, int pHigh) {
+  const auto low = static_cast<std::uint32_t>(pLow) & 0xFFFF;
+  return hn::BitCast(kI16, hn::Set(kU32, low | static_cast<std::uint32_t>(pHigh) << 16));
+}
+
+// Sums of neighbouring products. Bytes saturate at 16 bits: the callers' ranges rule that out.
+#if HWY_MAX_BYTES == 64
+HWY_INLINE I16 multiplyAddBytes(U8 pBytes, I8 pWeights) {
+  return I16{_mm512_maddubs_epi16(pBytes.raw, pWeights.raw)};
+}
+HWY_INLINE I32 multiplyAddWords(I16 pWords, I16 pWeights) {
+  return I32{_mm512_madd_epi16(pWords.raw, pWeights.raw)};
+}
+/// Bytes of both, clamped; in each lane pLow's come first.
+HWY_INLINE U8 packClamped(I16 pLow, I16 pHigh) {
+  return U8{_mm512_packus_epi16(pLow.raw, pHigh.raw)};
+}
+#elif HWY_MAX_BYTES == 32
+HWY_INLINE I16 multiplyAddBytes(U8 pBytes, I8 pWeights) {
+  return I16{_mm256_maddubs_epi16(pBytes.raw, pWeights.raw)};
+}
+HWY_INLINE I32 multiplyAddWords(I16 pWords, I16 pWeights) {
+  return I32{_mm256_madd_epi16(pWords.raw, pWeights.raw)};
+}
+HWY_INLINE U8 packClamped(I16 pLow, I16 pHigh) {
+  return U8{_mm256_packus_epi16(pLow.raw, pHigh.raw)};
+}
+#else
+HWY_INLINE I16 multiplyAddBytes(U8 pBytes, I8 pWeights) {
+  return I16{_mm_maddubs_epi16(pBytes.raw, pWeights.raw)};
+}
+HWY_INLINE I32 multiplyAddWords(I16 pWords, I16 pWeights) {
+  return I32{_mm_madd_epi16(pWords.raw, pWeights.raw)};
+}
+HWY_INLINE U8 packClamped(I16 pLow, I16 pHigh) {
+  return U8{_mm_packus_epi16(pLow.raw, pHigh.raw)};
+}
+#endif
+
+/// The low halves of the elements of both, as packClamped().
+HWY_INLINE U8 packLowBytes(U16 pLow, U16 pHigh) {
+  const U16 mask = hn::Set(kU16, 0xFF);
+  return packClamped(hn::BitCast(kI16, hn::And(pLow, mask)),
+                     hn::BitCast(kI16, hn::And(pHigh, mask)));
+}
+
+// ---- Vectors of lanes: each lane is loaded and stored by itself, from places pAdvance bytes apart.
+
+using Lane = hn::Vec<hn::Full128<std::uint8_t>>;
+
+HWY_INLINE Lane loadLaneAt(const Byte* pFrom) {
+  return hn::LoadU(hn::Full128<std::uint8_t>(), pFrom);
+}
+
+/// kLoad(address) gives a lane.
+template <auto kLoad>
+HWY_INLINE U8 joinLanes(const Byte* pFrom, Index pAdvance) {
+#if HWY_MAX_BYTES == 64
+  const hn::Full256<std::uint8_t> half;
+  return hn::Combine(kU8,
+                     hn::Combine(half, kLoad(pFrom + 3 * pAdvance), kLoad(pFrom + 2 * pAdvance)),
+                     hn::Combine(half, kLoad(pFrom + pAdvance), kLoad(pFrom)));
+#elif HWY_MAX_BYTES == 32
+  return hn::Combine(kU8, kLoad(pFrom + pAdvance), kLoad(pFrom));
+#else
+  static_cast<void>(pAdvance);
+  return kLoad(pFrom);
+#endif
+}
+
+HWY_INLINE void storeLanes(U8 pVector, Byte* pTo, Index pAdvance) {
+  const hn::Full128<std::uint8_t> lane;
+#if HWY_MAX_BYTES == 64
+  const hn::Full256<std::uint8_t> half;
+  const auto low = hn::LowerHalf(half, pVector);
+  const auto high = hn::UpperHalf(half, pVector);
+  hn::StoreU(hn::LowerHalf(lane, low), lane, pTo);
+  hn::StoreU(hn::UpperHalf(lane, low), lane, pTo + pAdvance);
+  hn::StoreU(hn::LowerHalf(lane, high), lane, pTo + 2 * pAdvance);
+  hn::StoreU(hn::UpperHalf(lane, high), lane, pTo + 3 * pAdvance);
+#elif HWY_MAX_BYTES == 32
+  hn::StoreU(hn::LowerHalf(lane, pVector), lane, pTo);
+  hn::StoreU(hn::UpperHalf(lane, pVector), lane, pTo + pAdvance);
+#else
+  static_cast<void>(pAdvance);
+  hn::StoreU(pVector, lane, pTo);
+#endif
+}
+
+}  // namespace HWY_NAMESPACE
+}  // namespace OX
+HWY_AFTER_NAMESPACE();
+
+#endif  // OX_VECTOR_STEPS_INL_H

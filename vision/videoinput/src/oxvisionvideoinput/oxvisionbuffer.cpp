@@ -1,0 +1,24 @@
+#include "oxvisionbuffer.h"
+
+#include <new>
+
+#include "oxdefinitions.h"
+#include "oxlog.h"
+
+namespace OX {
+
+OXVisionBuffer::OXVisionBuffer(int pResolution, int pColorSpace, bool pDataAreExternal) {
+  try {
+    fImage = std::make_unique<OXImage>(k4VGA, kYUV, pDataAreExternal, 0.f, 0.f, 0.f, 0.f);
+  } catch (const std::bad_alloc&) {
+    ki::log::log(ki::log::kError, "vision.oxvisionbuffer",
+                 "Image buffer not created : fImage = NULL", "", "OXVisionCameraBuffer()", 0);
+    throw;
+  }
+  fImage->setResolution(pResolution);
+  fImage->setColorSpace(pColorSpace);
+}
+
+OXVisionBuffer::~OXVisionBuffer() = default;
+
+}  // namespace OX

@@ -1,0 +1,132 @@
+// What a camera is doing now, its grabber, and the operations that only a simulator has.
+#include "oxdefinitions.h"
+#include "oxlog.h"
+#include "oxvisionvideoinput.h"
+
+namespace OX {
+namespace {
+
+[[noreturn]] void refuse(const std::string& pModule, const char* pFunction, const char* pMethod) {
+  report::fail(pModule, pFunction, pMethod, "Only implemented for simulator", __LINE__);
+}
+
+bool isOff(const RealCameraProperties& pCamera) { return pCamera.fGrabberState <= kGrabberStopped; }
+
+}  // namespace
+
+int OXVisionVideoInput::getCameraModel(const int& pCameraIndex) {
+  const OXCriticalSectionRead lock(fVisionModulesLock);
+  return xCheckedCamera(pCameraIndex, "getCameraModel(", "getCameraModel()").fCameraModel;
+}
+
+bool OXVisionVideoInput::isFrameGrabberOff(const int& pCameraIndex) {
+  const OXCriticalSectionRead lock(fVisionModulesLock);
+  return isOff(xCheckedCamera(pCameraIndex, "stopFrameGrabber(", "isFrameGrabberOff()"));
+}
+
+int OXVisionVideoInput::getFrameRate(const int& pCameraIndex) {
+  const OXCriticalSectionRead lock(fVisionModulesLock);
+  return xCheckedCamera(pCameraIndex, "getFrameRate(", "getFrameRate()").fFrameRate;
+}
+
+int OXVisionVideoInput::getResolution(const int& pCameraIndex) {
+  const OXCriticalSectionRead lock(fVisionModulesLock);
+  return xCheckedCamera(pCameraIndex, "getResolution(", "getResolution()").fResolution;
+}
+
+int OXVisionVideoInput::getColorSpace(const int& pCameraIndex) {
+  const OXCriticalSectionRead lock(fVisionModulesLock);
+  return xCheckedCamera(pCameraIndex, "getColorSpace(", "getColorSpace()").fColorSpace;
+}
+
+bool OXVisionVideoInput::startFrameGrabber(const int& pCameraIndex) {
+  const OXCriticalSectionWrite lock(fVisionModulesLock);
+  xCheckedCamera(pCameraIndex, "startFrameGrabber(", "startFrameGrabber()");
+  return xStartFrameGrabber(pCameraIndex);
+}
+
+bool OXVisionVideoInput::stopFrameGrabber(const int& pCameraIndex) {
+  const OXCriticalSectionWrite lock(fVisionModulesLock);
+  xCheckedCamera(pCameraIndex, "stopFrameGrabber(", "stopFrameGrabber()");
+  return xStopFrameGrabber(pCameraIndex);
+}
+
+int OXVisionVideoInput::getActiveCamera() {
+  const OXCriticalSectionRead lock(fVisionModulesLock);
+  return fActiveCamera;
+}
+
+int OXVisionVideoInput::getCameraModelID() {
+  const OXCriticalSectionRead lock(fVisionModulesLock);
+  return xCheckedCamera(fActiveCamera, "getCameraModelID(", "getCameraModelID()").fCameraModel;
+}
+
+int OXVisionVideoInput::getResolution() {
+  const OXCriticalSectionRead lock(fVisionModulesLock);
+  return xCheckedCamera(fActiveCamera, "getResolution(", "getResolution()").fResolution;
+}
+
+int OXVisionVideoInput::getColorSpace() {
+  const OXCriticalSectionRead lock(fVisionModulesLock);
+  return xCheckedCamera(fActiveCamera, "getColorSpace(", "getColorSpace()").fColorSpace;
+}
+
+int OXVisionVideoInput::getFrameRate() {
+  const OXCriticalSectionRead lock(fVisionModulesLock);
+  return xCheckedCamera(fActiveCamera, "getFrameRate(", "getFrameRate()").fFrameRate;
+}
+
+bool OXVisionVideoInput::isFrameGrabberOff() {
+  const OXCriticalSectionRead lock(fVisionModulesLock);
+  return isOff(xCheckedCamera(fActiveCamera, "isFrameGrabberOff(", "isFrameGrabberOff()"));
+}
+
+bool OXVisionVideoInput::startFrameGrabber() {
+  const OXCriticalSectionWrite lock(fVisionModulesLock);
+  bool started = true;
+  for (int i = 0; i < fNbCameras && started; ++i) started = xStartFrameGrabber(i);
+  return started;
+}
+
+bool OXVisionVideoInput::stopFrameGrabber() {
+  const OXCriticalSectionWrite lock(fVisionModulesLock);
+  bool stopped = true;
+  for (int i = 0; i < fNbCameras && stopped; ++i) stopped = xStopFrameGrabber(i);
+  return stopped;
+}
+
+OXValue OXVisionVideoInput::resolutionToSizes(const int& pResolution) {
+  int width = 0;
+  int height = 0;
+  setSizeFromResolution(pResolution, width, height);
+  if (width == -1 && height == -1)
+    report::fail(getName(), "resolutionToSizes", "resolutionToSizes()",
+                 "Only takes k4VGA, kVGA, kQVGA and kQQVGA as input", __LINE__);
+  return OXValue::array(width, height);
+}
+
+int OXVisionVideoInput::sizesToResolution(const int& pWidth, const int& pHeight) {
+  return getResolutionFromSize(pWidth, pHeight);
+}
+
+// Three of the five borrow the label of putImage: that is what clients know.
+
+bool OXVisionVideoInput::putImage(const int&, const int&, const int&, const OXValue&) {
+  refuse(getName(), "putImage", "putImage()");
+}
+
+bool OXVisionVideoInput::putImage(const OXValue&) { refuse(getName(), "putImage", "putImage()"); }
+
+bool OXVisionVideoInput::setSimCamInputSize(const int&, const int&) {
+  refuse(getName(), "setSimCamInputSize", "putImage()");
+}
+
+OXValue OXVisionVideoInput::getExpectedImageParameters() {
+  refuse(getName(), "getExpectedImageParameters", "putImage()");
+}
+
+OXValue OXVisionVideoInput::getExpectedImageParameters(const int&) {
+  refuse(getName(), "getExpectedImageParameters", "getExpectedImageParameters()");
+}
+
+}  // namespace OX

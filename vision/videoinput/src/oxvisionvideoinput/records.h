@@ -1,0 +1,74 @@
+/// The records that tie subscribers to cameras. Plain data under fVisionModulesLock.
+#pragma once
+
+#include <atomic>
+#include <boost/shared_ptr.hpp>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "oxvisionbuffer.h"
+
+namespace OX {
+
+class OXVideo;
+
+/// What a subscriber asks of one camera.
+struct RequestedCameraProperties {
+  std::uint8_t fResolution = 1;
+  std::uint8_t fColorSpace = 9;
+  /// The buffer that the subscriber holds on this camera, with one read count of it; null when it
+  /// holds none. Shared, so that a buffer that left the pool lives until its last release.
+  boost::shared_ptr<OXVisionBuffer> fLockedImage;
+  /// Whether a pair of buffers was made for this subscriber on this camera: only then may its
+  /// leaving take a pair away.
+  bool fHasBuffers = false;
+};
+
+/// Who a subscriber is and what it is doing. Made by the subscribe operations, dropped by
+/// unsubscribe.
+struct VisionModuleInfo {
+  VisionModuleInfo();
+  ~VisionModuleInfo();
+
+  std::string fName;  ///< the unique id, the same as the key in the map
+  /// One entry per camera of the device, index = camera index.
+  std::vector<boost::shared_ptr<RequestedCameraProperties>> fRequestedProperties;
+  bool fIsMultiStream = false;
+  std::vector<int> fActiveCameras;  ///< of a multi-stream subscriber, in the caller's order
+  int fActiveCamera = -1;           ///< negative: follows the device's active camera
+  std::uint8_t fFrameRate = 0;      ///< images per second, one for all cameras
+  bool fIsRecording = false;
+  std::int32_t fRecordPeriod = 0;     ///< one image in this many is written
+  std::int32_t fRecordCountdown = 0;  ///< requests left until the next is written
+  std::int32_t fRecordTotal = 0;      ///< images to be written
+  std::int32_t fRecordedCount = 0;    ///< images written so far
+  std::unique_ptr<OXVideo> fVideo;    ///< the open recording
+};
+
+/// What a camera is doing and which buffers it has. Made by the concrete camera's constructor.
+struct RealCameraProperties {
+  int fWidth = 0;   ///< pixels
+  int fHeight = 0;  ///< pixels
+  int fCameraModel = 0;
+  std::atomic<std::int8_t> fResolution{0};  ///< what it runs at now; also read without the lock
+  std::uint8_t fColorSpace = 0;             ///< what it delivers
+  std::uint8_t fFrameRate = 0;              ///< what it runs at now
+  /// -1 failed, 0 stopped, 1 opening, 2 closing, 3 running.
+  std::atomic<int> fGrabberState{0};
+  int fBufferCount = 0;  ///< raw buffers of the driver, only read back as a parameter
+  std::vector<boost::shared_ptr<OXVisionBuffer>> fImageBuffers;  ///< converted images
+  std::vector<boost::shared_ptr<OXVisionBuffer>> fRawBuffers;    ///< raw images, as many
+};
+
+/// Grabber states.
+enum GrabberState : int {
+  kGrabberFailed = -1,
+  kGrabberStopped = 0,
+  kGrabberOpening = 1,
+  kGrabberClosing = 2,
+  kGrabberRunning = 3,
+};
+
+}  // namespace OX

@@ -1,0 +1,29 @@
+#include "report.h"
+
+#include "oxerror.h"
+#include "oxlog.h"
+
+namespace OX::report {
+
+void log(int pLevel, const char* pFunction, const std::string& pMessage, const char* pCategory) {
+  ki::log::log(pLevel, pCategory, pMessage, "", pFunction, 0);
+}
+
+void raise(const std::string& pModule, const char* pMethod, const std::string& pMessage,
+           int pLine) {
+  throw OXError(pModule, pMethod, pMessage, kSourceFile, static_cast<unsigned int>(pLine));
+}
+
+void fail(const std::string& pModule, const char* pFunction, const char* pMethod,
+          const std::string& pMessage, int pLine) {
+  log(ki::log::kError, pFunction, pMessage);
+  raise(pModule, pMethod, pMessage, pLine);
+}
+
+std::string unknownSubscriber(const SubscriberTexts& pTexts, const std::string& pName) {
+  const std::string begin = pTexts.unknownBegin + pName;
+  return pTexts.unknownMiddle ? begin + pTexts.unknownMiddle + pName + pTexts.unknownEnd
+                              : begin + pTexts.unknownEnd;
+}
+
+}  // namespace OX::report

@@ -1,0 +1,36 @@
+/// What libvideoinput.so exports: the two entry points that a broker calls, and the objects of the
+/// process that others link against.
+#pragma once
+
+#include <pthread.h>
+
+#include <boost/shared_ptr.hpp>
+#include <map>
+#include <string>
+
+#include "oxapi.h"
+#include "oxbroker.h"
+#include "oxvalue.h"
+
+extern "C" {
+
+/// Reads VideoInput.xml through the broker's preference service and makes the one camera module
+/// that it names; the broker keeps it. 0 when a module was made, 1 when none was (a record in the
+/// log says why). There is no default source.
+OX_API int _createModule(boost::shared_ptr<OX::OXBroker> pBroker);
+
+/// Does nothing and gives 0: the module ends when the broker lets it go.
+OX_API int _closeModule();
+}
+
+/// The sources that a preference file can name, filled by _createModule.
+extern OX_API std::map<std::string, int> moduleNameMap;
+/// The preference file as it was read.
+extern OX_API OX::OXValue fPreferences;
+
+// Kept for those who link against them; nothing here reads or writes them.
+extern OX_API int actualModule;
+extern OX_API int moduleNameId;
+extern OX_API bool _videoinput_running;
+extern OX_API pthread_mutex_t _videoinput_termination;
+static_assert(sizeof(pthread_mutex_t) == 40);
