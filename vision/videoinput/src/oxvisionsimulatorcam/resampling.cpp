@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstring>
 
+#include "oxvisionvideoinput/kernels/levels.h"
 #include "resampling_rows.h"
 
 namespace OX::resampling {
@@ -11,7 +12,7 @@ namespace {
 
 using Byte = unsigned char;
 
-const RowKernels& rowKernels() { return plainRows(); }
+const RowKernels& rowKernels() { return kernels::usesPlainLoops() ? plainRows() : vectorRows(); }
 
 bool isRatio(int pRatio) { return pRatio == 2 || pRatio == 4 || pRatio == 8; }
 
@@ -22,7 +23,7 @@ bool isEmpty(int pWidth, int pHeight) { return pWidth <= 0 || pHeight <= 0; }
 void rgbToYuv422(const Byte* pSource, int pWidth, int pHeight, Byte* pTarget) {
   if (isEmpty(pWidth, pHeight)) return;
   const auto pixels = std::ptrdiff_t{pWidth} * pHeight;
-  rowKernels().toPairs(pSource, pTarget, static_cast<int>((pixels + 1) / 2));
+  rowKernels().toPairs(pSource, pTarget, (pixels + 1) / 2);
 }
 
 bool subSample(int pRatio, int pWidth, int pHeight, const Byte* pSource, Byte* pTarget) {

@@ -29,22 +29,22 @@ void writePair(const Byte* pLeft, const Byte* pRight, Byte* pTarget) {
   pTarget[3] = static_cast<Byte>((redChromaOf(pLeft) + redChromaOf(pRight)) >> 1);
 }
 
-void pairsRow(const Byte* pSource, Byte* pTarget, int pPairs) {
+void pairsRow(const Byte* pSource, Byte* pTarget, std::ptrdiff_t pPairs) {
   for (std::ptrdiff_t i = 0; i < pPairs; ++i) {
     writePair(pSource + 6 * i, pSource + 6 * i + 3, pTarget + 4 * i);
   }
 }
 
-void downRow(int pRatio, const Byte* pSource, Byte* pTarget, int pPairs) {
+void downRow(int pRatio, const Byte* pSource, Byte* pTarget, std::ptrdiff_t pPairs) {
   const Byte* right = pSource + std::ptrdiff_t{3} * (pRatio / 2) * pRatio;
   for (std::ptrdiff_t i = 0; i < pPairs; ++i) {
     writePair(pSource + 6 * pRatio * i, right + 6 * pRatio * i, pTarget + 4 * i);
   }
 }
 
-void upRow(int pRatio, const Byte* pSource, Byte* pTarget, int pPixels) {
+void upRow(int pRatio, const Byte* pSource, Byte* pTarget, std::ptrdiff_t pPixels) {
   const int pairsPerPixel = pRatio / 2;
-  for (std::ptrdiff_t i = 0; i < std::ptrdiff_t{pPixels} * pairsPerPixel; ++i) {
+  for (std::ptrdiff_t i = 0; i < pPixels * pairsPerPixel; ++i) {
     const Byte* pixel = pSource + 3 * (i / pairsPerPixel);
     writePair(pixel, pixel, pTarget + 4 * i);
   }

@@ -23,8 +23,9 @@ OX_API int _createModule(boost::shared_ptr<OX::OXBroker> pBroker);
 OX_API int _closeModule();
 }
 
-/// The sources that a preference file can name, filled by _createModule.
-extern OX_API std::map<std::string, int> moduleNameMap;
+/// The sources that a preference file can name, filled by _createModule. The label keeps the
+/// compiler from decorating the name with the ABI of std::string.
+extern OX_API std::map<std::string, int> moduleNameMap __asm__("moduleNameMap");
 /// The preference file as it was read.
 extern OX_API OX::OXValue fPreferences;
 

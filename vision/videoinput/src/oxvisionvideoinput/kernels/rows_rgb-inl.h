@@ -16,6 +16,9 @@
 #include "vector_pixels-inl.h"
 
 HWY_BEFORE_NAMESPACE();
+#if OX_USES_VNNI
+#pragma GCC target("avx512vnni,avx512cd")
+#endif
 namespace OX {
 namespace kernels {
 namespace HWY_NAMESPACE {
@@ -46,9 +49,8 @@ HWY_INLINE Channels channelsOf(U8 pMacroPixels) {
 
   // The offsets: -16 of luma, -128 of chroma, less what the luma term has.
   const I16 redTerm = scaled(v, 409 * 128, -149 * 16 - 409 * 64 - kLumaOffset);
-  const I16 greenTerm =
-      hn::Add(multiplyAddBytes(uv, bytePairs(-25, -52)),
-              hn::Set(kI16, -149 * 8 + (25 + 52) * 128 - kLumaOffset / 2));
+  const I16 greenTerm = hn::Add(multiplyAddBytes(uv, bytePairs(-25, -52)),
+                                hn::Set(kI16, -149 * 8 + (25 + 52) * 128 - kLumaOffset / 2));
   const I16 blueTerm = scaled(u, 129 * 256, -149 * 8 - 129 * 128 - kLumaOffset / 2);
 
   return {hn::ShiftRight<7>(hn::SaturatedAdd(halfLuma, redTerm)),

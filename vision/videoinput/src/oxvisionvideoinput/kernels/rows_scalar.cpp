@@ -14,14 +14,15 @@ Byte clampToByte(int pValue) { return static_cast<Byte>(std::clamp(pValue, 0, 25
 
 /// Calls pConvert(source macro-pixel, destination) for each macro-pixel of a row.
 template <int kBytesOut, typename Convert>
-void forEachMacroPixel(const Byte* pSource, std::ptrdiff_t pAdvance, Byte* pDestination, std::ptrdiff_t pCount,
-                       Convert pConvert) {
+void forEachMacroPixel(const Byte* pSource, std::ptrdiff_t pAdvance, Byte* pDestination,
+                       std::ptrdiff_t pCount, Convert pConvert) {
   for (std::ptrdiff_t i = 0; i < pCount; ++i) {
     pConvert(pSource + i * pAdvance, pDestination + kBytesOut * i);
   }
 }
 
-void rowToYuv(const Byte* pSource, std::ptrdiff_t pStep, Byte* pDestination, std::ptrdiff_t pCount) {
+void rowToYuv(const Byte* pSource, std::ptrdiff_t pStep, Byte* pDestination,
+              std::ptrdiff_t pCount) {
   forEachMacroPixel<2>(pSource, 4 * pStep, pDestination, pCount,
                        [pStep](const Byte* in, Byte* out) {
                          out[0] = in[0];
@@ -29,7 +30,8 @@ void rowToYuv(const Byte* pSource, std::ptrdiff_t pStep, Byte* pDestination, std
                        });
 }
 
-void rowToYUV422(const Byte* pSource, std::ptrdiff_t pStep, Byte* pDestination, std::ptrdiff_t pCount) {
+void rowToYUV422(const Byte* pSource, std::ptrdiff_t pStep, Byte* pDestination,
+                 std::ptrdiff_t pCount) {
   // The second luma is the Y0 of a later macro-pixel, also at step 0, where it is the first Y0
   // again.
   const std::ptrdiff_t secondLuma = 4 * (pStep / 2);
@@ -42,7 +44,8 @@ void rowToYUV422(const Byte* pSource, std::ptrdiff_t pStep, Byte* pDestination, 
                        });
 }
 
-void rowToYUV(const Byte* pSource, std::ptrdiff_t pStep, Byte* pDestination, std::ptrdiff_t pCount) {
+void rowToYUV(const Byte* pSource, std::ptrdiff_t pStep, Byte* pDestination,
+              std::ptrdiff_t pCount) {
   forEachMacroPixel<6>(pSource, 4 * pStep, pDestination, pCount, [](const Byte* in, Byte* out) {
     out[0] = in[0];
     out[1] = out[4] = in[1];
@@ -51,7 +54,8 @@ void rowToYUV(const Byte* pSource, std::ptrdiff_t pStep, Byte* pDestination, std
   });
 }
 
-void rowToYYCbCr(const Byte* pSource, std::ptrdiff_t pStep, Byte* pDestination, std::ptrdiff_t pCount) {
+void rowToYYCbCr(const Byte* pSource, std::ptrdiff_t pStep, Byte* pDestination,
+                 std::ptrdiff_t pCount) {
   forEachMacroPixel<4>(pSource, 4 * pStep, pDestination, pCount, [](const Byte* in, Byte* out) {
     out[0] = in[0];
     out[1] = in[2];
@@ -76,11 +80,13 @@ void macroPixelToRGB(const Byte* pIn, Byte* pOut) {
   }
 }
 
-void rowToRGB(const Byte* pSource, std::ptrdiff_t pStep, Byte* pDestination, std::ptrdiff_t pCount) {
+void rowToRGB(const Byte* pSource, std::ptrdiff_t pStep, Byte* pDestination,
+              std::ptrdiff_t pCount) {
   forEachMacroPixel<6>(pSource, 4 * pStep, pDestination, pCount, macroPixelToRGB<0, 2>);
 }
 
-void rowToBGR(const Byte* pSource, std::ptrdiff_t pStep, Byte* pDestination, std::ptrdiff_t pCount) {
+void rowToBGR(const Byte* pSource, std::ptrdiff_t pStep, Byte* pDestination,
+              std::ptrdiff_t pCount) {
   forEachMacroPixel<6>(pSource, 4 * pStep, pDestination, pCount, macroPixelToRGB<2, 0>);
 }
 
@@ -118,7 +124,8 @@ Hue hueOf(int pU, int pV) {
   return {0, 0, green};  // grey
 }
 
-void rowToHSY(const Byte* pSource, std::ptrdiff_t pStep, Byte* pDestination, std::ptrdiff_t pCount) {
+void rowToHSY(const Byte* pSource, std::ptrdiff_t pStep, Byte* pDestination,
+              std::ptrdiff_t pCount) {
   forEachMacroPixel<6>(pSource, 4 * pStep, pDestination, pCount, [](const Byte* in, Byte* out) {
     const Hue hue = hueOf(in[1], in[3]);
     for (int k = 0; k < 2; ++k) {
@@ -129,7 +136,8 @@ void rowToHSY(const Byte* pSource, std::ptrdiff_t pStep, Byte* pDestination, std
   });
 }
 
-void rowToHSMixed(const Byte* pSource, std::ptrdiff_t pStep, Byte* pDestination, std::ptrdiff_t pCount) {
+void rowToHSMixed(const Byte* pSource, std::ptrdiff_t pStep, Byte* pDestination,
+                  std::ptrdiff_t pCount) {
   forEachMacroPixel<6>(pSource, 4 * pStep, pDestination, pCount, [](const Byte* in, Byte* out) {
     const Hue hue = hueOf(in[1], in[3]);
     for (int k = 0; k < 2; ++k) {
@@ -140,7 +148,8 @@ void rowToHSMixed(const Byte* pSource, std::ptrdiff_t pStep, Byte* pDestination,
   });
 }
 
-void rowToHsy(const Byte* pSource, std::ptrdiff_t pStep, Byte* pDestination, std::ptrdiff_t pCount) {
+void rowToHsy(const Byte* pSource, std::ptrdiff_t pStep, Byte* pDestination,
+              std::ptrdiff_t pCount) {
   forEachMacroPixel<2>(pSource, 2 * pStep, pDestination, pCount, [](const Byte* in, Byte* out) {
     out[0] = out[1] = static_cast<Byte>(hueOf(in[1], in[3]).hue);
   });
@@ -177,7 +186,8 @@ void hueToColour(int pHue, Byte* pOut) {
   pOut[2] = static_cast<Byte>(red);
 }
 
-void rowToH2RGB(const Byte* pSource, std::ptrdiff_t pStep, Byte* pDestination, std::ptrdiff_t pCount) {
+void rowToH2RGB(const Byte* pSource, std::ptrdiff_t pStep, Byte* pDestination,
+                std::ptrdiff_t pCount) {
   forEachMacroPixel<6>(pSource, 4 * pStep, pDestination, pCount, [](const Byte* in, Byte* out) {
     const int hue = static_cast<Byte>(hueOf(in[1], in[3]).hue);
     hueToColour(hue, out);

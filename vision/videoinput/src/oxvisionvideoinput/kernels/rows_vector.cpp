@@ -10,6 +10,8 @@
 
 // Highway's fallback for other processors has no vectors worth the name.
 #if HWY_TARGET <= HWY_SSE4
+#include "rows_hue-inl.h"
+#include "rows_luma-inl.h"
 #include "rows_rgb-inl.h"
 #endif
 
@@ -20,9 +22,18 @@ namespace HWY_NAMESPACE {
 
 const RowKernels& rows() {
 #if HWY_TARGET <= HWY_SSE4
-  static constexpr RowKernels kRows = {
+  static const RowKernels kRows = {
+      .toYuv = rowToYuv,
+      .toYUV422 = rowToYUV422,
+      .toYUV = rowToYUV,
       .toRGB = rowToRGB,
+      .toHSY = rowToHSY,
       .toBGR = rowToBGR,
+      .toYYCbCr = rowToYYCbCr,
+      .toH2RGB = rowToH2RGB,
+      .toHSMixed = rowToHSMixed,
+      // One row of a frame at most: not worth a vector form.
+      .toHsy = plainRows().toHsy,
   };
   return kRows;
 #else

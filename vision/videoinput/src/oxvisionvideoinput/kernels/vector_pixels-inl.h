@@ -12,11 +12,15 @@
 #endif
 
 #include <array>
+#include <utility>
 
 #include "rows.h"
 #include "vector_steps-inl.h"
 
 HWY_BEFORE_NAMESPACE();
+#if OX_USES_VNNI
+#pragma GCC target("avx512vnni,avx512cd")
+#endif
 namespace OX {
 namespace kernels {
 namespace HWY_NAMESPACE {
@@ -35,15 +39,6 @@ constexpr Index kPerPair = 2 * kPerVector;
 struct Pair {
   U8 first, second;
 };
-
-/// Elements of a shuffle pattern that take nothing.
-constexpr Byte kNothing = 0x80;
-
-/// A pattern of one lane in all lanes.
-HWY_INLINE U8 inAllLanes(const std::array<Byte, kLaneBytes>& pPattern) {
-  alignas(kLaneBytes) std::array<Byte, kLaneBytes> pattern = pPattern;
-  return hn::LoadDup128(kU8, pattern.data());
-}
 
 // ---- Loading
 
@@ -97,105 +92,122 @@ HWY_INLINE Pair loadPair(const Byte* pFrom) {
 template <int kStep>
 HWY_INLINE U8 loadVector(const Byte* pFrom) {
   if constexpr (kStep == 1) return hn::LoadU(kU8, pFrom);
-  return joinLanes<loadLane<kStep>>(pFrom, 16 * kStep);
+  return joinLanes<loadLane<kStep> >(pFrom, 16 * kStep);
 }
 
 template <int kStep>
 HWY_INLINE Pair loadPair(const Byte* pFrom) {
-  return {joinLanes<loadLane<kStep>>(pFrom, 32 * kStep),
-          joinLanes<loadLane<kStep>>(pFrom + 16 * kStep, 32 * kStep)};
+  return {joinLanes<loadLane<kStep> >(pFrom, 32 * kStep),
+          joinLanes<loadLane<kStep> >(pFrom + 16 * kStep, 32 * kStep)};
 }
 
 #endif
 
-// ---- Shuffling to pixels of three bytes
+// ---- Shuffling bytes to where they are stored
 
-/// Bytes of a pair's pixels: in each lane of firstTwo and secondTwo, byte 0 of eight pixels and then
-/// byte 1 of them; in each lane of third, byte 2 of the first vector's and of the second's pixels.
+/// A pair becomes two or three pieces, which are stored as vectors. A pattern says which byte of a
+/// source goes where in a piece.
+constexpr Index kPatternBytes = OX_PERMUTES_WHOLE_VECTORS ? kVectorBytes : kLaneBytes;
+using Pattern = std::array<Byte, kPatternBytes>;
+/// Elements of a pattern that take nothing.
+constexpr Byte kNothing = 0x80;
+
+#if OX_PERMUTES_WHOLE_VECTORS
+
+/// A pattern, ready for use.
+struct Picker {
+  HWY_INLINE explicit Picker(const Pattern& pPattern)
+      : fOrder(hn::LoadU(kU8, pPattern.data())),
+        fTakes(_knot_mask64(_mm512_movepi8_mask(fOrder.raw))) {}
+
+  U8 fOrder;
+  __mmask64 fTakes;
+};
+
+/// Bytes of pFrom by the pattern; anything where the pattern takes nothing.
+HWY_INLINE U8 pick(U8 pFrom, const Picker& pPicker) {
+  return U8{_mm512_permutexvar_epi8(pPicker.fOrder.raw, pFrom.raw)};
+}
+
+/// The same, with pPicked's bytes where the pattern takes nothing.
+HWY_INLINE U8 pickMore(U8 pPicked, U8 pFrom, const Picker& pPicker) {
+  return U8{
+      _mm512_mask_permutexvar_epi8(pPicked.raw, pPicker.fTakes, pPicker.fOrder.raw, pFrom.raw)};
+}
+
+#else
+
+struct Picker {
+  HWY_INLINE explicit Picker(const Pattern& pPattern) : fOrder(inAllLanes(pPattern)) {}
+
+  U8 fOrder;
+};
+
+HWY_INLINE U8 pick(U8 pFrom, const Picker& pPicker) {
+  return hn::TableLookupBytesOr0(pFrom, pPicker.fOrder);
+}
+
+HWY_INLINE U8 pickMore(U8 pPicked, U8 pFrom, const Picker& pPicker) {
+  return hn::Or(pPicked, pick(pFrom, pPicker));
+}
+
+#endif
+
+/// Stores three pieces. Where shuffles stay in lanes, the lanes of the three take turns.
+HWY_INLINE void storePieces(U8 pLeft, U8 pMiddle, U8 pRight, Byte* pTo) {
+#if HWY_MAX_BYTES == 64 && !OX_PERMUTES_WHOLE_VECTORS
+  storeLanes(pLeft, pTo, 3 * kLaneBytes);
+  storeLanes(pMiddle, pTo + kLaneBytes, 3 * kLaneBytes);
+  storeLanes(pRight, pTo + 2 * kLaneBytes, 3 * kLaneBytes);
+#else
+#if HWY_MAX_BYTES == 32
+  const U8 first = hn::ConcatLowerLower(kU8, pMiddle, pLeft);
+  const U8 second = hn::ConcatUpperLower(kU8, pLeft, pRight);
+  const U8 third = hn::ConcatUpperUpper(kU8, pRight, pMiddle);
+#else
+  const U8 first = pLeft;
+  const U8 second = pMiddle;
+  const U8 third = pRight;
+#endif
+  hn::StoreU(first, kU8, pTo);
+  hn::StoreU(second, kU8, pTo + kVectorBytes);
+  hn::StoreU(third, kU8, pTo + 2 * kVectorBytes);
+#endif
+}
+
+/// Patterns for three pieces out of kSources sources. pPlace(byte of the pieces) says where it
+/// comes from: first the source, then the byte of it.
+template <int kSources, typename Place>
+constexpr auto makePatterns(Place pPlace) {
+  std::array<std::array<Pattern, kSources>, 3> patterns{};
+  for (auto& piece : patterns) {
+    for (Pattern& pattern : piece) pattern.fill(kNothing);
+  }
+  for (Index i = 0; i < 3 * kPatternBytes; ++i) {
+    const std::pair<Index, Index> from = pPlace(i);
+    patterns[i / kPatternBytes][from.first][i % kPatternBytes] = static_cast<Byte>(from.second);
+  }
+  return patterns;
+}
+
+// ---- Formats of three bytes a pixel
+
+/// Bytes of a pair's pixels: in each lane of firstTwo and secondTwo, byte 0 of eight pixels and
+/// then byte 1 of them; in each lane of third, byte 2 of the first vector's and of the second's
+/// pixels.
 struct ThreeBytes {
   U8 firstTwo, secondTwo, third;
 };
 
-constexpr Index kPatternBytes = OX_PERMUTES_WHOLE_VECTORS ? kVectorBytes : kLaneBytes;
-using Pattern = std::array<Byte, kPatternBytes>;
-using Patterns = std::array<std::array<Pattern, 3>, 3>;
-
-/// Where the bytes of the three pieces come from, in each of the three sources.
-constexpr Patterns makePatterns() {
-  Patterns patterns{};
-  for (auto& piece : patterns) {
-    for (Pattern& pattern : piece) pattern.fill(kNothing);
-  }
+alignas(64) constexpr auto kThreeBytesPatterns = makePatterns<3>([](Index pByte) {
   constexpr Index kPixels = kPatternBytes / 2;  // of one vector
-  for (Index i = 0; i < 3 * kPatternBytes; ++i) {
-    const Index pixel = i / 3 % kPixels;
-    const bool isSecond = i / 3 >= kPixels;
-    const Index byte = i % 3;
-    const Index source = byte == 2 ? 2 : isSecond;
-    const bool isUpperHalf = byte == 2 ? isSecond : byte == 1;
-    patterns[i / kPatternBytes][source][i % kPatternBytes] =
-        static_cast<Byte>(pixel / 8 * kLaneBytes + 8 * isUpperHalf + pixel % 8);
-  }
-  return patterns;
-}
-alignas(64) constexpr Patterns kPatterns = makePatterns();
-
-/// Stores a pair's pixels of three bytes in three vectors: pieces. The outer ones draw from one of
-/// the first two sources and the third, the middle one from all.
-class PixelWriter {
- public:
-  PixelWriter() {
-    for (int piece = 0; piece < 3; ++piece) {
-      for (int source = 0; source < 3; ++source) {
-        fPatterns[piece][source] = load(kPatterns[piece][source]);
-      }
-    }
-  }
-
-  HWY_INLINE void write(const ThreeBytes& pPixels, Byte* pTo) const {
-    const U8 left = pick(pick0(pPixels.firstTwo, fPatterns[0][0]), pPixels.third, fPatterns[0][2]);
-    const U8 middle = pick(pick(pick0(pPixels.firstTwo, fPatterns[1][0]), pPixels.secondTwo,
-                                fPatterns[1][1]),
-                           pPixels.third, fPatterns[1][2]);
-    const U8 right =
-        pick(pick0(pPixels.secondTwo, fPatterns[2][1]), pPixels.third, fPatterns[2][2]);
-    store(left, middle, right, pTo);
-  }
-
- private:
-#if OX_PERMUTES_WHOLE_VECTORS
-  static HWY_INLINE U8 load(const Pattern& pPattern) { return hn::LoadU(kU8, pPattern.data()); }
-  /// Bytes of pFrom by the pattern; anything where the pattern has nothing.
-  static HWY_INLINE U8 pick0(U8 pFrom, U8 pPattern) {
-    return U8{_mm512_permutexvar_epi8(pPattern.raw, pFrom.raw)};
-  }
-  /// The same, with the bytes of pElse where the pattern has nothing.
-  static HWY_INLINE U8 pick(U8 pElse, U8 pFrom, U8 pPattern) {
-    const __mmask64 picked = _knot_mask64(_mm512_movepi8_mask(pPattern.raw));
-    return U8{_mm512_mask_permutexvar_epi8(pElse.raw, picked, pPattern.raw, pFrom.raw)};
-  }
-  static HWY_INLINE void store(U8 pLeft, U8 pMiddle, U8 pRight, Byte* pTo) {
-    hn::StoreU(pLeft, kU8, pTo);
-    hn::StoreU(pMiddle, kU8, pTo + kVectorBytes);
-    hn::StoreU(pRight, kU8, pTo + 2 * kVectorBytes);
-  }
-#else
-  static HWY_INLINE U8 load(const Pattern& pPattern) { return inAllLanes(pPattern); }
-  static HWY_INLINE U8 pick0(U8 pFrom, U8 pPattern) {
-    return hn::TableLookupBytesOr0(pFrom, pPattern);
-  }
-  static HWY_INLINE U8 pick(U8 pElse, U8 pFrom, U8 pPattern) {
-    return hn::Or(pElse, hn::TableLookupBytesOr0(pFrom, pPattern));
-  }
-  static HWY_INLINE void store(U8 pLeft, U8 pMiddle, U8 pRight, Byte* pTo) {
-    storeLanes(pLeft, pTo, 3 * kLaneBytes);
-    storeLanes(pMiddle, pTo + kLaneBytes, 3 * kLaneBytes);
-    storeLanes(pRight, pTo + 2 * kLaneBytes, 3 * kLaneBytes);
-  }
-#endif
-
-  U8 fPatterns[3][3];
-};
+  const Index pixel = pByte / 3 % kPixels;
+  const bool isSecond = pByte / 3 >= kPixels;
+  const bool isThird = pByte % 3 == 2;
+  const bool isUpperHalf = isThird ? isSecond : pByte % 3 == 1;
+  return std::pair<Index, Index>(isThird ? 2 : isSecond,
+                                 pixel / 8 * kLaneBytes + 8 * isUpperHalf + pixel % 8);
+});
 
 /// A block of macro-pixels to pixels of three bytes: kConvert makes ThreeBytes of a Pair.
 template <auto kConvert>
@@ -203,12 +215,28 @@ struct ThreeBytesBlock {
   static constexpr Index kMacroPixels = kPerPair;
   static constexpr Index kBytesOut = 6;  ///< of a macro-pixel
 
+  HWY_INLINE ThreeBytesBlock()
+      : fLeft(kThreeBytesPatterns[0][0]),
+        fLeftThird(kThreeBytesPatterns[0][2]),
+        fMiddleFirst(kThreeBytesPatterns[1][0]),
+        fMiddleSecond(kThreeBytesPatterns[1][1]),
+        fMiddleThird(kThreeBytesPatterns[1][2]),
+        fRight(kThreeBytesPatterns[2][1]),
+        fRightThird(kThreeBytesPatterns[2][2]) {}
+
   template <int kStep>
   HWY_INLINE void convert(const Byte* pFrom, Byte* pTo) const {
-    fWriter.write(kConvert(loadPair<kStep>(pFrom)), pTo);
+    const ThreeBytes pixels = kConvert(loadPair<kStep>(pFrom));
+    const U8 left = pickMore(pick(pixels.firstTwo, fLeft), pixels.third, fLeftThird);
+    const U8 middle =
+        pickMore(pickMore(pick(pixels.firstTwo, fMiddleFirst), pixels.secondTwo, fMiddleSecond),
+                 pixels.third, fMiddleThird);
+    const U8 right = pickMore(pick(pixels.secondTwo, fRight), pixels.third, fRightThird);
+    storePieces(left, middle, right, pTo);
   }
 
-  PixelWriter fWriter;
+ private:
+  Picker fLeft, fLeftThird, fMiddleFirst, fMiddleSecond, fMiddleThird, fRight, fRightThird;
 };
 
 // ---- Rows

@@ -1,0 +1,183 @@
+// Loading RGB pixels that lie side by side or apart. A pixel that lies apart is loaded with the
+// byte behind it: who calls leaves the last one of a row to the plain loop.
+#if defined(OX_RESAMPLING_LOAD_INL_H) == defined(HWY_TARGET_TOGGLE)
+#ifdef OX_RESAMPLING_LOAD_INL_H
+#undef OX_RESAMPLING_LOAD_INL_H
+#else
+#define OX_RESAMPLING_LOAD_INL_H
+#endif
+
+#include <utility>
+
+#include "resampling_colours-inl.h"
+
+HWY_BEFORE_NAMESPACE();
+#if OX_USES_VNNI
+#pragma GCC target("avx512vnni,avx512cd")
+#endif
+namespace OX {
+namespace resampling {
+namespace HWY_NAMESPACE {
+
+/// Left and right pixels of kColours pairs.
+struct PairColours {
+  Colours left, right;
+};
+
+#if OX_USES_VNNI
+
+using Pattern = std::array<Byte, kVectorBytes>;
+
+/// The bytes red, green, blue, green of pixels; pPlace(pixel) says at which byte each starts.
+template <typename Place>
+constexpr Pattern coloursAt(Place pPlace) {
+  Pattern pattern{};
+  for (Index i = 0; i < kVectorBytes; ++i) {
+    constexpr Index kOrder[] = {0, 1, 2, 1};
+    pattern[i] = static_cast<Byte>(pPlace(i / 4) + kOrder[i % 4]);
+  }
+  return pattern;
+}
+
+HWY_INLINE __m512i permute(__m512i pBytes, const Pattern& pPattern) {
+  return _mm512_permutexvar_epi8(_mm512_loadu_si512(pPattern.data()), pBytes);
+}
+
+/// Pixels side by side.
+HWY_INLINE Colours loadColours(const Byte* pFrom) {
+  static constexpr Pattern kInOrder = coloursAt([](Index pPixel) { return 3 * pPixel; });
+  const auto bytes = _mm512_maskz_loadu_epi8((1ULL << 3 * kColours) - 1, pFrom);
+  return {U8{permute(bytes, kInOrder)}};
+}
+
+/// Pixels that lie kStride bytes apart, a multiple of 4. Load i starts so that its pixels are the
+/// elements i, i + kStride / 4 and so on; elements of no interest are not touched.
+template <int kStride>
+HWY_INLINE Colours loadColoursApart(const Byte* pFrom) {
+  constexpr int kApart = kStride / 4;
+  constexpr auto kMaskOf = [](int pLoad) {
+    std::uint32_t mask = 0;
+    for (int i = pLoad; i < kColours; i += kApart) mask |= 1u << i;
+    return static_cast<__mmask16>(mask);
+  };
+  constexpr auto kFirstPixelOf = [](int pLoad) {
+    int pixels = 0;
+    for (int load = 0; load < pLoad; ++load) pixels += (kColours - 1 - load) / kApart + 1;
+    return pixels;
+  };
+  static constexpr Pattern kInOrder = coloursAt([=](Index pPixel) {
+    int load = 0;
+    while (kFirstPixelOf(load + 1) <= pPixel) ++load;
+    return 4 * (load + kApart * (pPixel - kFirstPixelOf(load)));
+  });
+  const auto load = [=]<int... kLoads>(std::integer_sequence<int, kLoads...>)
+      __attribute__((always_inline)) {
+    __m512i elements = _mm512_setzero_si512();
+    ((elements = _mm512_mask_loadu_epi32(elements, kMaskOf(kLoads),
+                                         pFrom + kStride * kFirstPixelOf(kLoads) - 4 * kLoads)),
+     ...);
+    return elements;
+  };
+  constexpr int kLoads = kApart < kColours ? kApart : kColours;
+  return {U8{permute(load(std::make_integer_sequence<int, kLoads>()), kInOrder)}};
+}
+
+/// Pairs of pixels side by side: both sorts out of two loads that overlap and end with the pairs.
+HWY_INLINE PairColours loadPairs(const Byte* pFrom) {
+  constexpr Index kSecond = 6 * kColours - kVectorBytes;  // where the second load starts
+  constexpr Index kFromFirst = 10;                        // pairs that the first one has whole
+  static constexpr Pattern kPatterns[] = {
+      coloursAt([](Index i) { return 6 * i - (i < kFromFirst ? 0 : kSecond); }),
+      coloursAt([](Index i) { return 6 * i + 3 - (i < kFromFirst ? 0 : kSecond); })};
+  constexpr __mmask64 kInSecond = ~0ULL << 4 * kFromFirst;
+  const auto first = _mm512_loadu_si512(pFrom);
+  const auto second = _mm512_loadu_si512(pFrom + kSecond);
+  const auto pick = [&](const Pattern& pPattern) __attribute__((always_inline)) {
+    return U8{_mm512_mask_permutexvar_epi8(permute(first, pPattern), kInSecond,
+                                           _mm512_loadu_si512(pPattern.data()), second)};
+  };
+  return {{pick(kPatterns[0])}, {pick(kPatterns[1])}};
+}
+
+#else
+
+/// Two vectors of four pixels a lane, each with (red, green) of them in the lower half of the lane
+/// and (blue, green) in the upper one.
+HWY_INLINE Colours joinHalves(U8 pFirst, U8 pSecond) {
+  const hn::Repartition<std::uint64_t, decltype(kU8)> halves;
+  const auto first = hn::BitCast(halves, pFirst);
+  const auto second = hn::BitCast(halves, pSecond);
+  return {hn::BitCast(kU8, hn::InterleaveLower(halves, first, second)),
+          hn::BitCast(kU8, hn::InterleaveUpper(halves, first, second))};
+}
+
+/// Pixels side by side: the second load of a lane ends with its eighth pixel.
+HWY_INLINE Colours loadColours(const Byte* pFrom) {
+  const U8 first = joinLanes<loadLaneAt>(pFrom, 24);
+  const U8 second = joinLanes<loadLaneAt>(pFrom + 8, 24);
+  return joinHalves(
+      hn::TableLookupBytes(first, inAllLanes({0, 1, 3, 4, 6, 7, 9, 10, 2, 1, 5, 4, 8, 7, 11, 10})),
+      hn::TableLookupBytes(second,
+                           inAllLanes({4, 5, 7, 8, 10, 11, 13, 14, 6, 5, 9, 8, 12, 11, 15, 14})));
+}
+
+/// Four pixels that lie kStride bytes apart, each in an element: pixel i is element i of the load
+/// that starts i elements before it.
+template <int kStride>
+HWY_INLINE Lane loadLaneApart(const Byte* pFrom) {
+  const hn::Full128<std::uint8_t> bytes;
+  const hn::Full128<std::uint32_t> elements;
+  constexpr Index kAdvance = kStride - 4;
+  const auto first = hn::BitCast(elements, loadLaneAt(pFrom));
+  const auto second = hn::BitCast(elements, loadLaneAt(pFrom + kAdvance));
+  const auto third = hn::BitCast(elements, loadLaneAt(pFrom + 2 * kAdvance));
+  const auto fourth = hn::BitCast(elements, loadLaneAt(pFrom + 3 * kAdvance));
+  return hn::BitCast(bytes, hn::ConcatUpperLower(elements, hn::OddEven(fourth, third),
+                                                 hn::OddEven(second, first)));
+}
+
+template <int kStride>
+HWY_INLINE Colours loadColoursApart(const Byte* pFrom) {
+  const U8 order = inAllLanes({0, 1, 4, 5, 8, 9, 12, 13, 2, 1, 6, 5, 10, 9, 14, 13});
+  const U8 first = joinLanes<loadLaneApart<kStride> >(pFrom, 8 * kStride);
+  const U8 second = joinLanes<loadLaneApart<kStride> >(pFrom + 4 * kStride, 8 * kStride);
+  return joinHalves(hn::TableLookupBytes(first, order), hn::TableLookupBytes(second, order));
+}
+
+/// Pairs of pixels side by side: first sorted by kind and side within four loads of two pairs each,
+/// then collected.
+HWY_INLINE PairColours loadPairs(const Byte* pFrom) {
+  const auto load = [=](Index pAt, const std::array<Byte, kLaneBytes>& pOrder)
+      __attribute__((always_inline)) {
+    const U8 bytes = joinLanes<loadLaneAt>(pFrom + pAt, 48);
+    return hn::BitCast(kU32, hn::TableLookupBytes(bytes, inAllLanes(pOrder)));
+  };
+  // (r, g) of two left and two right pixels, then (b, g) of them; the last load ends with its pair.
+  constexpr std::array<Byte, kLaneBytes> kOrder = {0, 1, 6, 7, 3, 4, 9,  10,
+                                                   2, 1, 8, 7, 5, 4, 11, 10};
+  constexpr std::array<Byte, kLaneBytes> kLastOrder = {4, 5, 10, 11, 7, 8, 13, 14,
+                                                       6, 5, 12, 11, 9, 8, 15, 14};
+  const U32 first = load(0, kOrder);
+  const U32 second = load(12, kOrder);
+  const U32 third = load(24, kOrder);
+  const U32 fourth = load(32, kLastOrder);
+  const auto collect = [](U32 pOne, U32 pOther) __attribute__((always_inline)) {
+    // Elements: (r, g) left of both, (r, g) right of both; in the upper half (b, g).
+    return std::pair{hn::BitCast(kU8, hn::InterleaveLower(kU32, pOne, pOther)),
+                     hn::BitCast(kU8, hn::InterleaveUpper(kU32, pOne, pOther))};
+  };
+  const auto [rgLow, bgLow] = collect(first, second);
+  const auto [rgHigh, bgHigh] = collect(third, fourth);
+  const Colours rg = joinHalves(rgLow, rgHigh);  // left, right
+  const Colours bg = joinHalves(bgLow, bgHigh);
+  return {{rg.rg, bg.rg}, {rg.bg, bg.bg}};
+}
+
+#endif
+
+}  // namespace HWY_NAMESPACE
+}  // namespace resampling
+}  // namespace OX
+HWY_AFTER_NAMESPACE();
+
+#endif  // OX_RESAMPLING_LOAD_INL_H
