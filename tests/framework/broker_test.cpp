@@ -9,11 +9,11 @@
 #include <thread>
 #include <vector>
 
-#include "capture_log.h"
-#include "outcome.h"
 #include "oxmodule.h"
 #include "oxproxies.h"
 #include "oxvalue/detail/oxfunctor.h"
+#include "support/capture_log.h"
+#include "support/outcome.h"
 
 namespace OX::test {
 namespace {
@@ -255,11 +255,14 @@ TEST_F(BrokerTest, TheLastHolderMayBeATaskOfItsOwn) {
   std::latch given(1);
   std::latch ended(1);
   addWaiter("Module");
-  fBroker->post([&, broker = fBroker]() mutable {
-    given.wait();
-    broker.reset();  // ends the broker on one of its threads
+  // The broker ends on one of its own threads, together with the task that held it.
+  const auto endBroker = [&ended](boost::shared_ptr<OXBroker>* pBroker) {
+    delete pBroker;
     ended.count_down();
-  });
+  };
+  fBroker->post(
+      [&given, held = std::shared_ptr<boost::shared_ptr<OXBroker>>(
+                   new boost::shared_ptr<OXBroker>(fBroker), endBroker)] { given.wait(); });
   fBroker.reset();
   given.count_down();
   ended.wait();

@@ -5,8 +5,8 @@
 #include <stdexcept>
 #include <vector>
 
-#include "outcome.h"
 #include "oximage.h"
+#include "support/outcome.h"
 
 namespace OX::test {
 namespace {

@@ -10,11 +10,11 @@
 #include <thread>
 #include <vector>
 
-#include "capture_log.h"
-#include "outcome.h"
 #include "oxbroker.h"
 #include "oxproxies.h"
 #include "oxvalue/detail/oxfunctor.h"
+#include "support/capture_log.h"
+#include "support/outcome.h"
 
 namespace OX::test {
 namespace {

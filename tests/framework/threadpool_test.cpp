@@ -9,8 +9,8 @@
 #include <thread>
 #include <vector>
 
-#include "capture_log.h"
 #include "oxerror.h"
+#include "support/capture_log.h"
 
 namespace OX::test {
 namespace {
@@ -25,6 +25,20 @@ TEST(ThreadPool, ATaskThatWaitsKeepsNoneFromStarting) {
   for (int i = 0; i < kTasks; ++i)
     ASSERT_TRUE(pool.post([&] { together.arrive_and_wait(); }));  // passes only when all have begun
   EXPECT_TRUE(pool.stop(hours(1)));
+}
+
+TEST(ThreadPool, AnIdleThreadCountsForOneTaskOnly) {
+  for (int round = 0; round < 50; ++round) {
+    OXThreadPool pool(2);
+    std::latch warm(1);
+    pool.post([&] { warm.count_down(); });
+    warm.wait();
+    for (int i = 0; i < 1000; ++i) std::this_thread::yield();  // it is idle now, most likely
+    std::latch together(2);
+    pool.post([&] { together.arrive_and_wait(); });  // owed the idle thread, which may still sleep
+    pool.post([&] { together.arrive_and_wait(); });
+    ASSERT_TRUE(pool.stop(hours(1)));
+  }
 }
 
 TEST(ThreadPool, KeepsItsLimitAndItsOrder) {

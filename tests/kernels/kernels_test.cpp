@@ -259,7 +259,7 @@ std::size_t sourceBytes(const Format& pFormat, const Shape& pShape) {
   const std::size_t step = pShape.step;
   std::size_t row = 2 * step * step * pShape.width;
   std::size_t last = 4 * step * (pShape.macroPixels() - 1) + 4;
-  if (pFormat.kernel == yuv422ToYuv) last = 4 * step * (pShape.macroPixels() - 1) + 2 * step + 1;
+  if (pFormat.kernel == yuv422ToYuv && step > 1) last += 2 * step + 1 - 4;
   if (pFormat.kernel == yuv422ToHsy) {
     row /= 2;
     last = 2 * step * (pShape.macroPixels() - 1) + 4;
@@ -267,7 +267,7 @@ std::size_t sourceBytes(const Format& pFormat, const Shape& pShape) {
   if (pFormat.kernel == yuv422ToYYCbCr) row = 4 * step * (pShape.sourceWidth() / 2);
   if (pFormat.kernel == yuv422ToYUV422) {
     if (step == 1) return std::max(pShape.width * pShape.height / 4 * 8, 8);
-    last += step < 2 ? 0 : 4 * (step / 2);
+    last += step < 2 ? 0 : 4 * (step / 2) + 1 - 4;
   }
   return row * (pShape.height - 1) + last;
 }

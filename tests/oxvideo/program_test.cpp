@@ -1,0 +1,232 @@
+// The programs themselves: a broker with the simulator camera, fed and looked at by oxvideo.
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <png.h>
+
+#include <csignal>
+#include <fstream>
+#include <memory>
+#include <sstream>
+
+#include "child.h"
+#include "scratch_folder.h"
+#include "status.h"
+#include "video_file.h"
+
+using namespace OX::cli;
+using namespace OX::testing;
+using ::testing::AnyOf;
+using ::testing::HasSubstr;
+using ::testing::StartsWith;
+
+namespace {
+
+struct Ran {
+  int status;
+  std::string out;
+  std::string err;
+};
+
+std::string contentOf(const std::string& pPath) {
+  std::ostringstream content;
+  content << std::ifstream(pPath, std::ios::binary).rdbuf();
+  return content.str();
+}
+
+struct Pixels {
+  int width = 0;
+  int height = 0;
+  std::vector<unsigned char> rgb;
+};
+
+Pixels readPng(const std::string& pPath) {
+  png_image image = {};
+  image.version = PNG_IMAGE_VERSION;
+  if (!png_image_begin_read_from_file(&image, pPath.c_str())) return {};
+  image.format = PNG_FORMAT_RGB;
+  Pixels pixels{static_cast<int>(image.width), static_cast<int>(image.height),
+                std::vector<unsigned char>(PNG_IMAGE_SIZE(image))};
+  png_image_finish_read(&image, nullptr, pixels.rgb.data(), 0, nullptr);
+  return pixels;
+}
+
+class Programs : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    std::ofstream(file("VideoInput.xml"))
+        << R"(<preferences module="VideoInput">)"
+        << R"(<entry name="source" description="where images come from" value="SimulatorCam"/>)"
+        << "</preferences>";
+    fBroker = std::make_unique<Child>(
+        std::vector<std::string>{OXBROKER_PROGRAM, "--load", VIDEOINPUT_LIBRARY, "--preferences",
+                                 file(""), "--listen", "unix:" + file("broker")},
+        file("broker.log"));
+    ASSERT_THAT(fBroker->readLine(), StartsWith("listening on ")) << contentOf(file("broker.log"));
+  }
+
+  void TearDown() override {
+    fFeeder.reset();
+    fBroker->signal(SIGTERM);
+    EXPECT_EQ(fBroker->wait(), 0) << contentOf(file("broker.log"));
+  }
+
+  std::string file(const std::string& pName) const { return fFolder.file(pName); }
+
+  std::unique_ptr<Child> start(std::vector<std::string> pArguments, const char* pErrors) {
+    pArguments.insert(pArguments.begin(), {OXVIDEO_PROGRAM, "--broker", "unix:" + file("broker")});
+    return std::make_unique<Child>(pArguments, file(pErrors));
+  }
+
+  Ran run(const std::vector<std::string>& pArguments) {
+    const auto child = start(pArguments, "run.log");
+    std::string out = child->readAll();
+    const int status = child->wait();
+    return {status, std::move(out), contentOf(file("run.log"))};
+  }
+
+  /// Feeds camera 0 from now on.
+  void feed(std::vector<std::string> pArguments) {
+    pArguments.insert(pArguments.begin(), "push");
+    pArguments.insert(pArguments.end(), {"--camera", "0"});
+    fFeeder = start(pArguments, "push.log");
+  }
+
+  /// A subscriber of a verb that has ended is unknown to the device.
+  void expectUnsubscribed(const char* pVerb, pid_t pId) {
+    const std::string id = std::string("oxvideo_") + pVerb + "_" + std::to_string(pId) + "_1";
+    const Ran ran = run({"call", "OXVideoDevice", "getResolution", id});
+    EXPECT_EQ(ran.status, kFailed);
+    EXPECT_THAT(ran.err, HasSubstr(id));
+  }
+
+  ScratchFolder fFolder;
+  std::unique_ptr<Child> fBroker, fFeeder;
+};
+
+}  // namespace
+
+TEST_F(Programs, AVideoIsSeenUprightInItsColours) {
+  VideoFile video;
+  video.width = 640;
+  video.height = 480;
+  ASSERT_TRUE(writeVideo(file("quadrants.mkv"), video));
+  feed({file("quadrants.mkv"), "--loop"});
+
+  // Where a colour space loses something, what is left of the four colours. Hues come with room:
+  // the device mixes green in them otherwise than in its RGB.
+  const Rgb grey[4] = {{89, 89, 89}, {116, 116, 116}, {75, 75, 75}, {188, 188, 188}};
+  const Rgb hues[4] = {{255, 0, 0}, {0, 255, 17}, {0, 32, 255}, {255, 240, 0}};
+  const struct {
+    const char* colorSpace;
+    const char* resolution;
+    int width;
+    const Rgb (&expected)[4];
+    int tolerance;
+  } rows[] = {
+      {"kRGB", "kVGA", 640, kQuadrants, 8},     {"kBGR", "kQVGA", 320, kQuadrants, 8},
+      {"kYUV422", "kQVGA", 320, kQuadrants, 8}, {"kYUV", "kQQVGA", 160, kQuadrants, 8},
+      {"kYYCbCr", "kVGA", 640, kQuadrants, 8},  {"kYuv", "kVGA", 640, grey, 8},
+      {"kHSY", "kVGA", 640, kQuadrants, 60},    {"kH2RGB", "kVGA", 640, hues, 60},
+  };
+  for (const auto& row : rows) {
+    const std::string png = file(std::string(row.colorSpace) + ".png");
+    const Ran ran = run(
+        {"snapshot", "-o", png, "--colorspace", row.colorSpace, "--resolution", row.resolution});
+    ASSERT_EQ(ran.status, kDone) << ran.err;
+    const Pixels pixels = readPng(png);
+    ASSERT_EQ(pixels.width, row.width);
+    ASSERT_EQ(pixels.height, row.width * 3 / 4);
+    EXPECT_EQ(quadrantFaults(pixels.rgb, pixels.width, pixels.height, row.expected, row.tolerance),
+              "")
+        << row.colorSpace;
+  }
+  for (const char* colorSpace : {"kHsy", "kHSMixed"})
+    EXPECT_EQ(run({"snapshot", "-o", file("hue.png"), "--colorspace", colorSpace}).status, kDone);
+
+  fFeeder->signal(SIGINT);
+  EXPECT_THAT(fFeeder->wait(), AnyOf(kDone, kDoneWithLosses)) << "a loop runs until it is stopped";
+  EXPECT_THAT(contentOf(file("push.log")), HasSubstr("frames pushed"));
+}
+
+TEST_F(Programs, WatchSeesFramesAndLeavesAtASignal) {
+  feed({"test", "--fps", "30"});
+  const Ran some = run({"watch", "--frames", "10", "--fps", "30", "--json"});
+  EXPECT_THAT(some.status, AnyOf(kDone, kDoneWithLosses)) << some.err;
+  EXPECT_THAT(some.out, HasSubstr("\"summary\":{\"camera\":0,"));
+  EXPECT_THAT(some.out, HasSubstr("\"frames\":10,"));
+
+  const struct {
+    std::vector<std::string> arguments;
+    int signal;
+    std::vector<int> statuses;
+    const char* why;
+  } rows[] = {
+      {{"watch"}, SIGINT, {kDone, kDoneWithLosses}, "it runs until it is stopped"},
+      {{"watch", "--frames", "1000000"}, SIGINT, {128 + SIGINT}, "cut short"},
+      {{"watch", "--frames", "1000000"}, SIGTERM, {128 + SIGTERM}, "cut short"},
+  };
+  for (const auto& row : rows) {
+    const auto watch = start(row.arguments, "watch.log");
+    EXPECT_THAT(watch->readLine(), HasSubstr("fps"));
+    const pid_t id = watch->id();
+    watch->signal(row.signal);
+    EXPECT_THAT(watch->readAll(), HasSubstr("camera 0, kQVGA, kRGB")) << "the summary";
+    EXPECT_THAT(row.statuses, ::testing::Contains(watch->wait())) << row.why;
+    expectUnsubscribed("watch", id);
+  }
+
+  const auto watch = start({"watch"}, "watch.log");
+  watch->readLine();
+  const pid_t id = watch->id();
+  watch->closeOutput();
+  EXPECT_EQ(watch->wait(), kDone) << "like watch | head -1";
+  EXPECT_EQ(contentOf(file("watch.log")), "");
+  expectUnsubscribed("watch", id);
+}
+
+TEST_F(Programs, AFilmThatASignalCutsShortSaysSo) {
+  VideoFile video;
+  video.width = 160;
+  video.height = 120;
+  video.frames = 2000;
+  video.fps = 5;
+  video.color = [](int, double, double) { return Rgb{9, 9, 9}; };
+  ASSERT_TRUE(writeVideo(file("long.mkv"), video));
+  feed({file("long.mkv")});
+  ASSERT_EQ(run({"snapshot", "-o", file("a.png")}).status, kDone);
+  fFeeder->signal(SIGINT);
+  EXPECT_EQ(fFeeder->wait(), 128 + SIGINT);
+}
+
+TEST_F(Programs, TheServiceCanBeExploredAndSet) {
+  EXPECT_THAT(run({"modules"}).out, HasSubstr("OXVideoDevice\n"));
+  const Ran methods = run({"methods", "OXVideoDevice"});
+  EXPECT_THAT(methods.out, HasSubstr("OXVideoDevice: 84 methods"));
+  EXPECT_THAT(methods.out, HasSubstr("bool setResolution(string name, int resolution)\n"));
+  EXPECT_THAT(run({"methods", "OXVideoDevice", "--json"}).out,
+              StartsWith("[{\"name\":\"unsubscribe\""));
+
+  EXPECT_EQ(run({"call", "OXVideoDevice", "resolutionToSizes", "2"}).out, "[640,480]\n");
+  EXPECT_EQ(run({"call", "OXVideoDevice", "nothing"}).status, kFailed);
+  EXPECT_EQ(run({"set", "resolution", "kVGA", "--camera", "1"}).out, "kVGA\n");
+  EXPECT_EQ(run({"set", "fps", "12", "--camera", "1"}).out, "15\n")
+      << "what the camera makes of it";
+  EXPECT_EQ(run({"get", "--parameter", "buffers"}).out, "4\n");
+  EXPECT_THAT(run({"cameras"}).out, HasSubstr("1       MT9M114  kVGA 640x480"));
+  EXPECT_EQ(run({"angles", "0.5", "0.5"}).out, "horizontal -0  vertical 0  degrees\n");
+  EXPECT_EQ(run({"snapshot", "-o", file("a.png"), "--camera", "7"}).status, kFailed);
+  EXPECT_EQ(run({"push", "test", "--camera", "7", "--size", "160x120", "--fps", "5"}).status,
+            kFailed);
+}
+
+TEST_F(Programs, SeveralCamerasInOneCall) {
+  feed({"test", "--camera", "1", "--fps", "15"});
+  ASSERT_EQ(run({"snapshot", "-o", file("a.png"), "--camera", "1", "--resolution", "kVGA"}).status,
+            kDone);
+  const Ran ran = run({"multi", "-o", file("now.png"), "--camera", "1", "--camera", "0",
+                       "--resolution", "kVGA", "--resolution", "kQQVGA"});
+  ASSERT_EQ(ran.status, kDone) << ran.err;
+  EXPECT_EQ(readPng(file("now-1.png")).width, 640);
+  EXPECT_EQ(readPng(file("now-0.png")).width, 160);
+}

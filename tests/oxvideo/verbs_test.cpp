@@ -1,0 +1,460 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <csignal>
+#include <fstream>
+
+#include "fake_device.h"
+#include "program.h"
+#include "status.h"
+
+using namespace OX;
+using namespace OX::cli;
+using namespace OX::testing;
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::StartsWith;
+
+namespace {
+
+/// What went through a descriptor.
+class Captured {
+ public:
+  Captured() : output(fDescriptor) {}
+  ~Captured() { ::close(fDescriptor); }
+  Captured(const Captured&) = delete;
+  Captured& operator=(const Captured&) = delete;
+
+  std::string text() const {
+    std::string bytes(static_cast<std::size_t>(::lseek(fDescriptor, 0, SEEK_END)), '\0');
+    if (::pread(fDescriptor, bytes.data(), bytes.size(), 0) < 0) return "unreadable";
+    return bytes;
+  }
+
+ private:
+  const int fDescriptor = ::memfd_create("captured", 0);
+
+ public:
+  OXOutput output;
+};
+
+struct Ran {
+  int status;
+  std::string out;
+  std::string err;
+};
+
+Ran run(const std::vector<std::string>& pArguments) {
+  Captured out, err;
+  const int status = runProgram(pArguments, out.output, err.output);
+  return {status, out.text(), err.text()};
+}
+
+class Verbs : public ::testing::Test {
+ protected:
+  explicit Verbs(bool pIsFileCamera = false) : fFake(pIsFileCamera) {}
+
+  Ran run(std::vector<std::string> pArguments) {
+    pArguments.insert(pArguments.begin(), {"--broker", fFake.address});
+    return ::run(pArguments);
+  }
+
+  FakeDevice& device() { return *fFake.device; }
+
+  /// The calls so far of one method.
+  std::vector<std::string> callsOf(const std::string& pMethod) {
+    std::vector<std::string> result;
+    for (const std::string& call : device().calls())
+      if (call.starts_with(pMethod + "[")) result.push_back(call);
+    return result;
+  }
+
+  /// Every subscription that was made was given up.
+  void expectAllUnsubscribed() {
+    const auto count = callsOf("subscribeCamera").size() + callsOf("subscribeCameras").size();
+    EXPECT_GT(count, 0u);
+    EXPECT_EQ(callsOf("unsubscribe").size(), count);
+  }
+
+  FakeBroker fFake;
+};
+
+class FileCameraVerbs : public Verbs {
+ protected:
+  FileCameraVerbs() : Verbs(true) {}
+};
+
+}  // namespace
+
+TEST(WrongUse, IsSaidWithoutABroker) {
+  const struct {
+    std::vector<std::string> arguments;
+    const char* said;
+  } rows[] = {
+      {{}, "say what to do"},
+      {{"frobnicate"}, "no verb or option \"frobnicate\""},
+      {{"cameras", "--frob"}, "--frob"},
+      {{"push", "test"}, "--camera"},
+      {{"push", "test", "--camera", "-1"}, "--camera"},
+      {{"push", "test", "--camera", "0", "--camera", "0"}, "twice"},
+      {{"push", "test", "--camera", "0", "--size", "640x400"}, "there are 160x120"},
+      {{"push", "test", "--camera", "0", "--fps", "0"}, "above 0"},
+      {{"snapshot"}, "--output"},
+      {{"snapshot", "-o", "a", "--colorspace", "kXYZ"}, "kYuv, kHsy, kYUV422"},
+      {{"snapshot", "-o", "a", "--resolution", "kXGA"}, "kQQVGA, kQVGA, kVGA, k4VGA"},
+      {{"snapshot", "-o", "-", "--json"}, "standard output"},
+      {{"watch", "--frames", "0"}, "--frames"},
+      {{"call", "OXBroker"}, "METHOD"},
+      {{"call", "OXBroker", "ping", "{}"}, "use an array"},
+      {{"get"}, "--parameter"},
+      {{"get", "zoom"}, "\"zoom\" is no setting"},
+      {{"get", "camera", "--camera", "1"}, "not a camera's"},
+      {{"get", "fps", "--camera", "1", "--subscriber", "s"}, "--subscriber"},
+      {{"set", "resolution"}, "one value"},
+      {{"set", "fps", "fast"}, "\"fast\" is no number"},
+      {{"angles", "0.5"}, "SECOND"},
+      {{"record", "a.oxv"}, "--frames"},
+      {{"play", "a.oxv", "--range", "9:3"}, "FIRST:LAST"},
+      {{"play", "a.oxv", "--mode", "2"}, "--mode"},
+      {{"speed", "nan"}, "above 0"},
+      {{"--color", "sometimes", "cameras"}, "--color"},
+  };
+  for (const auto& row : rows) {
+    const Ran ran = run(row.arguments);
+    const std::string line = ::testing::PrintToString(row.arguments);
+    EXPECT_EQ(ran.status, kWrongUse) << line;
+    EXPECT_THAT(ran.err, HasSubstr(row.said)) << line;
+    EXPECT_EQ(ran.out, "") << line;
+  }
+}
+
+TEST(WrongUse, HelpOfEveryVerbShowsAnExample) {
+  for (const char* verb :
+       {"modules", "methods", "call", "cameras", "push", "snapshot", "watch", "get", "set", "multi",
+        "angles", "record", "play", "next", "previous", "speed", "position"}) {
+    const Ran ran = run({verb, "--help"});
+    EXPECT_EQ(ran.status, kDone) << verb;
+    EXPECT_THAT(ran.out, HasSubstr("Example:\n  oxvideo " + std::string(verb))) << verb;
+  }
+}
+
+TEST(NoBroker, TheAddressAndAWayOutAreNamed) {
+  const ScratchFolder folder;
+  const std::string address = "unix:" + folder.file("nobody");
+  const Ran ran = run({"cameras", "--broker", address});
+  EXPECT_EQ(ran.status, kFailed);
+  EXPECT_THAT(ran.err, HasSubstr("no broker at " + address));
+  EXPECT_THAT(ran.err, HasSubstr("oxbroker --load libvideoinput.so --listen " + address));
+}
+
+TEST_F(Verbs, CallHandsOverJsonAndShowsTheResult) {
+  device().answer("echo", [](const OXValue& p) { return p; });
+  const Ran ran =
+      run({"call", "OXVideoDevice", "echo", "[1,[2.5]]", "-3", "word", "watch", "--flag", "null"});
+  EXPECT_EQ(ran.status, kDone) << ran.err;
+  EXPECT_EQ(ran.out, "[[1,[2.5]],-3,\"word\",\"watch\",\"--flag\",null]\n");
+
+  device().answer("getImageRemote", [](const OXValue&) { return imageReply(1); });
+  const std::string file = fFake.folder.file("pixels");
+  const Ran image = run({"call", "OXVideoDevice", "getImageRemote", "me", "--output", file});
+  EXPECT_THAT(image.out, HasSubstr("{\"binary\":57600}"));
+  EXPECT_EQ(std::filesystem::file_size(file), 57600u);
+  EXPECT_EQ(run({"call", "OXVideoDevice", "echo", "-o", file}).status, kFailed) << "no binary";
+
+  device().answer("refuse", [](const OXValue&) -> OXValue {
+    throw OXError("Camera", "refuse()", "max is \x01", "", 0);
+  });
+  const Ran refused = run({"call", "OXVideoDevice", "refuse"});
+  EXPECT_EQ(refused.status, kFailed);
+  EXPECT_THAT(refused.err, HasSubstr("max is \\x01")) << "made safe for a terminal";
+}
+
+TEST_F(Verbs, CamerasAreAskedForUntilThereIsNoFurtherOne) {
+  device().answer("getCameraModel", [](const OXValue& p) -> OXValue {
+    if (p[0].toInt() < 2) return 2;
+    throw OXError("OXVideoDevice", "getCameraModel", "getCameraModel(2) : invalid Camera index", "",
+                  0);
+  });
+  for (const char* method : {"getResolution", "getActiveCamera"})
+    device().answer(method, [](const OXValue&) { return 1; });
+  device().answer("getColorSpace", [](const OXValue&) { return 9; });
+  device().answer("getFrameRate", [](const OXValue& p) { return 5 + p[0].toInt(); });
+  device().answer("isFrameGrabberOff", [](const OXValue& p) { return p[0].toInt() == 0; });
+  EXPECT_EQ(run({"cameras"}).out,
+            "CAMERA  MODEL    RESOLUTION     COLOUR SPACE  FPS  GRABBER\n"
+            "0       MT9M114  kQVGA 320x240  kYUV422       5    off\n"
+            "1 *     MT9M114  kQVGA 320x240  kYUV422       6    running\n");
+  EXPECT_THAT(
+      run({"cameras", "--json"}).out,
+      StartsWith("[{\"camera\":0,\"model\":\"MT9M114\",\"resolution\":\"kQVGA\",\"width\":320,"));
+
+  device().answer("getCameraModel", [](const OXValue&) -> OXValue {
+    throw OXError("OXVideoDevice", "getCameraModel", "out of order", "", 0);
+  });
+  EXPECT_EQ(run({"cameras"}).status, kFailed) << "another error isn't the end of the cameras";
+}
+
+TEST_F(Verbs, SnapshotLeavesNothingBehindWhateverComes) {
+  const std::string file = fFake.folder.file("a.png");
+  const struct {
+    OXValue reply;
+    int status;
+    const char* said;
+  } rows[] = {
+      {imageReply(5), kDone, "160x120 kRGB"},
+      {OXValue(), kFailed, "no frame"},
+      {OXValue("surprise"), kFailed, "no image"},
+      {imageReply(5, 3), kFailed, "colour space 3"},
+  };
+  for (const auto& row : rows) {
+    device().answer("getResolution", [](const OXValue&) { return 0; });
+    device().answer("getImageRemote", [&row](const OXValue&) { return row.reply; });
+    const Ran ran = run({"snapshot", "-o", file, "--timeout", "0"});
+    EXPECT_EQ(ran.status, row.status) << row.said;
+    EXPECT_THAT(ran.err, HasSubstr(row.said));
+    EXPECT_EQ(std::filesystem::remove(file), row.status == kDone) << row.said;
+    expectAllUnsubscribed();
+  }
+  device().answer("getImageRemote", [](const OXValue&) { return imageReply(5); });
+  EXPECT_THAT(run({"snapshot", "-o", "-"}).out, StartsWith("\x89PNG"));
+  // A link, so that no device is at risk.
+  const std::string link = fFake.folder.file("full");
+  std::filesystem::create_symlink("/dev/full", link);
+  const Ran full = run({"snapshot", "-o", link});
+  EXPECT_EQ(full.status, kFailed);
+  EXPECT_THAT(full.err, HasSubstr("can't write " + link));
+  EXPECT_TRUE(std::filesystem::is_symlink(link)) << "what isn't a file of ours stays";
+  expectAllUnsubscribed();
+}
+
+TEST_F(Verbs, ASubscriptionThatFailsIsTakenBackAllTheSame) {
+  device().answer("subscribeCamera", [](const OXValue&) -> OXValue {
+    throw OXError("OXVideoDevice", "subscribe", "Could not launch the startFrameGrabber function.",
+                  "", 0);
+  });
+  device().answer("getResolution", [](const OXValue&) { return 0; });
+  EXPECT_EQ(run({"snapshot", "-o", fFake.folder.file("a.png")}).status, kFailed);
+  expectAllUnsubscribed();
+}
+
+TEST_F(Verbs, WatchCountsEachFrameOnce) {
+  std::atomic<int> asked = 0;
+  device().answer("getFrameRate", [](const OXValue&) { return 200; });
+  device().answer("getResolution", [](const OXValue&) { return 0; });
+  // Each frame three times, and every tenth request brings none.
+  device().answer("getImageRemote", [&asked](const OXValue&) {
+    const int request = asked++;
+    return request % 10 == 9 ? OXValue() : imageReply(1 + request / 3);
+  });
+  const Ran ran = run({"watch", "--frames", "5", "--json"});
+  EXPECT_EQ(ran.status, kDoneWithLosses) << ran.err;
+  EXPECT_THAT(ran.out, HasSubstr("\"frames\":5,"));
+  EXPECT_THAT(ran.out, HasSubstr("\"requests\":13,"));
+  EXPECT_THAT(ran.out, HasSubstr("\"empty\":1}"));
+  expectAllUnsubscribed();
+
+  device().answer("getImageRemote", [](const OXValue&) { return OXValue(); });
+  EXPECT_EQ(run({"watch", "--frames", "5", "--timeout", "0"}).status, kFailed);
+  expectAllUnsubscribed();
+}
+
+TEST_F(Verbs, WatchEndsQuietlyWhenNobodyReadsIt) {
+  std::signal(SIGPIPE, SIG_IGN);
+  int ends[2];
+  ASSERT_EQ(::pipe(ends), 0);
+  ::close(ends[0]);
+  device().answer("getFrameRate", [](const OXValue&) { return 200; });
+  device().answer("getResolution", [](const OXValue&) { return 0; });
+  device().answer("getImageRemote", [](const OXValue&) { return imageReply(1); });
+  OXOutput closed(ends[1]);
+  Captured err;
+  EXPECT_EQ(runProgram({"watch", "--frames", "1", "--broker", fFake.address}, closed, err.output),
+            kDone);
+  EXPECT_EQ(err.text(), "");
+  ::close(ends[1]);
+  expectAllUnsubscribed();
+}
+
+TEST_F(Verbs, PushFeedsWhatIsExpected) {
+  device().answer("getExpectedImageParameters",
+                  [](const OXValue&) { return OXValue::array(OXValue::array(160, 120), 100); });
+  device().answer("putImage", [](const OXValue& p) { return p[3].getSize() == 160 * 120 * 3; });
+  const Ran ran = run({"push", "test", "--camera", "1", "--camera", "0", "--frames", "3"});
+  EXPECT_TRUE(ran.status == kDone || ran.status == kDoneWithLosses) << ran.status << ran.err;
+  EXPECT_THAT(ran.err, HasSubstr("camera 1: 3 frames pushed"));
+  EXPECT_EQ(callsOf("putImage").size(), 6u);
+  EXPECT_EQ(callsOf("putImage").front(), "putImage[1,160,120,{\"binary\":57600}]");
+
+  // The camera changes its mind: 80 frames take longer than it takes to ask again.
+  std::atomic<int> asked = 0;
+  device().answer("getExpectedImageParameters", [&asked](const OXValue&) {
+    const bool first = asked++ == 0;
+    return OXValue::array(first ? OXValue::array(160, 120) : OXValue::array(320, 240), 100);
+  });
+  device().answer("putImage", [](const OXValue& p) { return p[3].isBinary(); });
+  run({"push", "test", "--camera", "0", "--frames", "80"});
+  EXPECT_EQ(callsOf("putImage").back(), "putImage[0,320,240,{\"binary\":230400}]");
+
+  device().answer("putImage", [](const OXValue&) { return false; });
+  const Ran refused = run({"push", "test", "--camera", "0"});
+  EXPECT_EQ(refused.status, kFailed);
+  EXPECT_THAT(refused.err, HasSubstr("refused a frame of 320x240"));
+
+  device().answer("getExpectedImageParameters",
+                  [](const OXValue&) { return OXValue::array(OXValue::array(-1, -1), 5); });
+  EXPECT_EQ(run({"push", "test", "--camera", "0"}).status, kFailed);
+  EXPECT_THAT(run({"push", fFake.folder.file("no.mp4"), "--camera", "0", "--size", "160x120"}).err,
+              HasSubstr("[[-1,-1],5]"));
+}
+
+TEST_F(Verbs, GetAndSetReachTheRightOperation) {
+  device().answer("getActiveCamera", [](const OXValue&) { return 1; });
+  std::atomic<int> value = 1;
+  for (const char* method :
+       {"getResolution", "getColorSpace", "getFrameRate", "getParam", "getCameraParameter"})
+    device().answer(method, [&value](const OXValue&) { return value.load(); });
+  for (const char* method :
+       {"setResolution", "setActiveCamera", "setCameraParameter", "setCameraParameterToDefault"})
+    device().answer(method, [](const OXValue&) { return true; });
+  device().answer("setParam", [&value](const OXValue& p) {
+    if (p[1].toInt() != 3) value = p[1].toInt();
+    return OXValue();
+  });
+  const struct {
+    std::vector<std::string> arguments;
+    const char* call;
+    int status;
+  } rows[] = {
+      {{"get", "resolution"}, "getResolution[1]", kDone},
+      {{"get", "fps", "--camera", "0"}, "getFrameRate[0]", kDone},
+      {{"get", "colorspace", "--subscriber", "s"}, "getColorSpace[\"s\"]", kDone},
+      {{"get", "camera"}, "getActiveCamera[]", kDone},
+      {{"get", "camera", "--subscriber", "s"}, "getActiveCamera[\"s\"]", kDone},
+      {{"get", "--parameter", "buffers", "--camera", "0"}, "getParam[16,0]", kDone},
+      {{"get", "--parameter", "15", "--subscriber", "s"}, "getCameraParameter[\"s\",15]", kDone},
+      {{"set", "resolution", "kVGA", "--camera", "0"}, "setParam[14,2,0]", kDone},
+      {{"set", "fps", "3", "--camera", "0"}, "setParam[15,3,0]", kFailed},
+      {{"set", "resolution", "kVGA", "--subscriber", "s"}, "setResolution[\"s\",2]", kDone},
+      {{"set", "camera", "1"}, "setActiveCamera[1]", kDone},
+      {{"set", "--parameter", "resolution", "VGA", "--subscriber", "s"},
+       "setCameraParameter[\"s\",14,2]",
+       kDone},
+      {{"set", "--parameter", "select", "default"}, "setParamDefault[18]", kDone},
+      {{"set", "fps", "default", "--subscriber", "s"},
+       "setCameraParameterToDefault[\"s\",15]",
+       kDone},
+      {{"set", "fps", "default", "--camera", "0"}, "", kWrongUse},
+  };
+  for (const auto& row : rows) {
+    const std::size_t before = device().calls().size();
+    const Ran ran = run(row.arguments);
+    const auto calls = device().calls();
+    const std::string line = ::testing::PrintToString(row.arguments);
+    EXPECT_EQ(ran.status, row.status) << line << ran.err;
+    const auto added =
+        std::vector<std::string>(calls.begin() + static_cast<std::ptrdiff_t>(before), calls.end());
+    if (row.status != kWrongUse) {
+      EXPECT_THAT(added, ::testing::Contains(row.call)) << line;
+    }
+  }
+  EXPECT_EQ(run({"get", "resolution"}).out, "kVGA\n");
+  device().answer("setResolution", [](const OXValue&) { return false; });
+  EXPECT_EQ(run({"set", "resolution", "kVGA", "--subscriber", "s"}).status, kFailed);
+}
+
+TEST_F(Verbs, MultiWritesAFileForEachCameraAndCountsTheMissing) {
+  device().answer("getResolution", [](const OXValue&) { return 0; });
+  OXValue image = imageReply(5);
+  const OXValue pixels = image[6];
+  image[6] = OXValue(OXValue::Array());
+  device().answer("getImagesRemote", [=](const OXValue&) {
+    return OXValue::array(image, OXValue(OXValue::Array()), pixels);
+  });
+  const Ran ran = run({"multi", "-o", fFake.folder.file("now.png"), "--camera", "1", "--camera",
+                       "0", "--colorspace", "kRGB", "--colorspace", "kHSY"});
+  EXPECT_EQ(ran.status, kDoneWithLosses) << ran.err;
+  EXPECT_EQ(ran.out, fFake.folder.file("now-1.png") + "\n");
+  EXPECT_TRUE(std::filesystem::exists(fFake.folder.file("now-1.png")));
+  EXPECT_THAT(callsOf("subscribeCameras").front(), HasSubstr(",[1,0],[0,0],[11,12],5]"));
+  expectAllUnsubscribed();
+
+  device().answer("getImagesRemote", [](const OXValue&) { return OXValue(); });
+  EXPECT_EQ(run({"multi", "-o", "x.png", "--camera", "0"}).status, kFailed);
+  EXPECT_EQ(
+      run({"multi", "-o", "x.png", "--camera", "0", "--colorspace", "kHSY", "--colorspace", "kRGB"})
+          .status,
+      kWrongUse);
+}
+
+TEST_F(Verbs, AnglesGoThereAndBackInBothUnits) {
+  device().answer("getAngularPositionFromImagePosition",
+                  [](const OXValue&) { return OXValue::array(0.5f, -0.25f); });
+  device().answer("getImagePositionFromAngularPosition", [](const OXValue& p) { return p[1]; });
+  EXPECT_EQ(run({"angles", "0.25", "0.75", "--unit", "radians"}).out,
+            "horizontal 0.5  vertical -0.25  radians\n");
+  EXPECT_EQ(run({"angles", "0.25", "0.75"}).out,
+            "horizontal 28.6479  vertical -14.3239  degrees\n");
+  EXPECT_EQ(run({"angles", "180", "-90", "--back"}).out, "x 3.14159  y -1.5708\n");
+  device().answer("getAngularSizeFromImageSize", [](const OXValue&) { return OXValue("no"); });
+  EXPECT_EQ(run({"angles", "1", "1", "--extent"}).status, kFailed);
+}
+
+TEST_F(Verbs, RecordAsksOnceForEachNewFrame) {
+  std::atomic<int> clock = 0;
+  device().answer("getFrameRate", [](const OXValue&) { return 200; });
+  device().answer("getResolution", [](const OXValue&) { return 0; });
+  device().answer("recordVideo", [](const OXValue&) { return true; });
+  // A new frame at every third look.
+  device().answer("getImageRemote",
+                  [&clock](const OXValue&) { return imageReply(1 + clock++ / 3, kYuv); });
+  device().answer("getDirectRawImageRemote",
+                  [&clock](const OXValue&) { return imageReply(1 + clock / 3, kYUV422); });
+  const Ran ran =
+      run({"record", "some/out.oxv", "--camera", "0", "--frames", "4", "--period", "2"});
+  EXPECT_EQ(ran.status, kDone) << ran.err;
+  EXPECT_EQ(callsOf("getDirectRawImageRemote").size(), 8u);
+  ASSERT_EQ(callsOf("recordVideo").size(), 1u);
+  EXPECT_THAT(callsOf("recordVideo").front(),
+              HasSubstr("\"" + std::filesystem::absolute("some/out.oxv").string() + "\",4,2]"));
+  EXPECT_EQ(callsOf("stopVideo").size(), 1u);
+  expectAllUnsubscribed();
+
+  device().answer("recordVideo", [](const OXValue&) { return false; });
+  EXPECT_EQ(run({"record", "out.oxv", "--frames", "1"}).status, kFailed);
+  device().answer("recordVideo", [](const OXValue&) { return true; });
+  device().answer("getImageRemote", [](const OXValue&) { return OXValue(); });
+  EXPECT_THAT(run({"record", "out.oxv", "--frames", "1", "--timeout", "0.1"}).err,
+              HasSubstr("0 of 1 frames recorded"));
+  expectAllUnsubscribed();
+}
+
+TEST_F(Verbs, ReplayNeedsAFileCamera) {
+  for (const char* verb : {"next", "position"}) {
+    const Ran ran = run({verb});
+    EXPECT_EQ(ran.status, kFailed);
+    EXPECT_THAT(ran.err, HasSubstr("FileCam"));
+  }
+}
+
+TEST_F(FileCameraVerbs, ReplayIsSteered) {
+  const std::string file = fFake.folder.file("a.oxv");
+  EXPECT_THAT(run({"play", file}).err, HasSubstr("there is no file " + file));
+  std::ofstream(file) << "x";
+  device().answer("startFrameGrabber", [](const OXValue&) { return true; });
+  EXPECT_EQ(run({"play", file}).status, kDone);
+  EXPECT_EQ(run({"play", file, "--mode", "0", "--loop", "--range", "2:7", "--stream", "1"}).status,
+            kDone);
+  EXPECT_THAT(callsOf("setVideo"), ElementsAre("setVideo[\"" + file + "\",null,false,1,0]",
+                                               "setVideo[\"" + file + "\",[2,7],true,0,1]"));
+  device().answer("getCurrentImageNumber", [](const OXValue&) { return 17; });
+  EXPECT_EQ(run({"position"}).out, "17\n");
+  EXPECT_EQ(run({"next"}).out, "");
+  EXPECT_EQ(run({"previous"}).status, kDone);
+  EXPECT_EQ(run({"speed", "12.5"}).status, kDone);
+  EXPECT_EQ(callsOf("nextImage").size(), 1u);
+  EXPECT_EQ(callsOf("previousImage").size(), 1u);
+  EXPECT_THAT(callsOf("replaySpeed"), ElementsAre("replaySpeed[12.5]"));
+}

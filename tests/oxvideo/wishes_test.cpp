@@ -1,0 +1,101 @@
+#include "wishes.h"
+
+#include <gtest/gtest.h>
+
+#include "expected.h"
+#include "oxdefinitions.h"
+#include "status.h"
+#include "text.h"
+
+using namespace OX;
+using namespace OX::cli;
+
+namespace {
+
+/// What the call gives as text, or "refused: " and the message's start.
+template <typename Call>
+std::string outcome(Call pCall) {
+  try {
+    return testing::PrintToString(pCall());
+  } catch (const OXUsageError& error) {
+    return std::string("refused: ") + error.what();
+  }
+}
+
+}  // namespace
+
+TEST(Wishes, SizesRatesAndRanges) {
+  EXPECT_EQ(parseSize("1280x960"), (FrameSize{1280, 960}));
+  for (const char* wrong : {"640", "640x", "x480", "640x240", "480x640", "640x480x3", " 640x480",
+                            "-640x-480", "99999999999x1", ""})
+    EXPECT_THROW(parseSize(wrong), OXUsageError) << wrong;
+
+  EXPECT_EQ(parseFps("12.5"), 12.5);
+  for (const char* wrong : {"0", "-1", "1001", "nan", "inf", "30fps", ""})
+    EXPECT_THROW(parseFps(wrong), OXUsageError) << wrong;
+
+  EXPECT_EQ(parseRange("3:3"), std::pair(3, 3));
+  for (const char* wrong : {"4:3", "-1:3", "3", ":", "1:2:3", "a:b"})
+    EXPECT_THROW(parseRange(wrong), OXUsageError) << wrong;
+}
+
+TEST(Wishes, NamesAndNumbersOfTheVocabulary) {
+  EXPECT_EQ(parseResolution("kVGA"), kVGA);
+  EXPECT_EQ(parseResolution("4VGA"), k4VGA);
+  EXPECT_EQ(parseResolution("0"), kQQVGA);
+  EXPECT_EQ(parseColorSpace("kYuv"), kYuv);
+  EXPECT_EQ(parseColorSpace("kYUV"), kYUV) << "only case tells the two apart";
+  EXPECT_EQ(parseColorSpace("16"), kHSMixed);
+  EXPECT_EQ(parseParameter("resolution"), kCameraResolutionID);
+  EXPECT_EQ(parseParameter("kCameraSelectID"), kCameraSelectID);
+  EXPECT_EQ(parseParameter("99"), 99) << "a camera may know more parameters than we do";
+
+  EXPECT_EQ(outcome([] { return parseColorSpace("kCMYK"); }),
+            "refused: \"kCMYK\" is no colour space; there are kYuv, kHsy, kYUV422, kYUV, kRGB, "
+            "kHSY, kBGR, kYYCbCr, kH2RGB, kHSMixed");
+  EXPECT_EQ(outcome([] { return parseColorSpace("3"); }).substr(0, 8), "refused:")
+      << "a number without a colour space behind it";
+  EXPECT_EQ(outcome([] { return parseResolution("5"); }),
+            "refused: \"5\" is no resolution; there are kQQVGA, kQVGA, kVGA, k4VGA");
+  EXPECT_EQ(outcome([] { return parseParameter("zoom"); }).substr(0, 8), "refused:");
+}
+
+TEST(Expected, OnlyWhatCanBeFedIsTakenOver) {
+  const Expected expected = parseExpected(OXValue::array(OXValue::array(320, 240), 15));
+  EXPECT_EQ(expected, (Expected{{320, 240}, 15.0}));
+  for (const OXValue& wrong :
+       {OXValue(), OXValue(3), OXValue(OXValue::Array()), OXValue::array(OXValue::array(320, 240)),
+        OXValue::array(OXValue::array(320), 15), OXValue::array(OXValue::array(321, 240), 15),
+        OXValue::array(OXValue::array(-1, -1), 15), OXValue::array(OXValue::array(320, 240), 0),
+        OXValue::array(OXValue::array("320", 240), 15)})
+    EXPECT_THROW(parseExpected(wrong), OXFailure);
+}
+
+TEST(Text, WhatOthersSayCannotDriveTheTerminal) {
+  const struct {
+    const char* text;
+    const char* expected;
+    const char* why;
+  } rows[] = {
+      {"plain \xc3\xa9\n\tx", "plain \xc3\xa9\n\tx", "UTF-8, line ends and tabs stay"},
+      {"\x1b[2J", "\\x1b[2J", "escape sequences"},
+      {"max \x01", "max \\x01", "a number sent as a character"},
+      {"\xff"
+       "0",
+       "\\xff0", "a byte that starts nothing"},
+      {"\xc3", "\\xc3", "a sequence cut short"},
+      {"\xc2\x9b"
+       "2J",
+       "\\xc2\\x9b2J", "control characters of two bytes"},
+      {"\xe0\x80\x80", "\\xe0\\x80\\x80", "overlong"},
+      {"\xed\xa0\x80", "\\xed\\xa0\\x80", "half a surrogate pair"},
+  };
+  for (const auto& row : rows) EXPECT_EQ(printable(row.text), row.expected) << row.why;
+}
+
+TEST(Text, TablesAlignByWhatIsSeen) {
+  OXTable table({"A", "LONG", "C"});
+  table.addRow({"\xc3\xa9", "x", "end", "surplus"});
+  table.addRow({"22"});
+  EXPECT_EQ(table.text(OXPaint(false)), "A   LONG  C\n\xc3\xa9   x     end\n22        \n");
+}

@@ -1,0 +1,151 @@
+// The caller's end: many threads on one connection, time limits, events, and the end of it.
+#include "oxremotebroker.h"
+
+#include <arpa/inet.h>
+#include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+
+#include <atomic>
+#include <cstring>
+#include <mutex>
+#include <vector>
+
+#include "oxproxies.h"
+#include "served_broker.h"
+
+namespace OX::test {
+namespace {
+
+using Client = ServedBroker;
+
+TEST_F(Client, ServesManyCallersOfOneClient) {
+  start();
+  const auto client = connect();
+  std::atomic<int> wrong{0};
+  std::vector<std::thread> callers;
+  for (int caller = 0; caller < 8; ++caller)
+    callers.emplace_back([&, caller] {
+      for (int i = 0; i < 200; ++i)
+        if (client->call("Probe", "echo", OXValue::array(caller * 1000 + i)) !=
+            OXValue(caller * 1000 + i))
+          ++wrong;
+    });
+  for (std::thread& caller : callers) caller.join();
+  EXPECT_EQ(wrong, 0);
+}
+
+TEST_F(Client, GivesACallerUpAfterItsTime) {
+  start();
+  const auto client = connect();
+  client->setTimeout(std::chrono::milliseconds(1));
+  const std::string failure = failureOf([&] { client->call("Probe", "hold", OXValue::Array()); });
+  EXPECT_TRUE(failure.ends_with("within 1 ms")) << failure;
+  client->setTimeout(std::chrono::milliseconds(20000));
+  ASSERT_TRUE(probe->awaitHolds(1));
+  probe->release();  // the late answer is nobody's
+  EXPECT_EQ(client->call("Probe", "echo", OXValue::array(3)), OXValue(3));
+}
+
+TEST_F(Client, LetsAListenerDropTheLastReference) {
+  start();
+  auto client = connect();
+  client->call("OXBroker", "setClientName", OXValue::array("one"));
+  std::atomic<bool> dropped{false};
+  client->setListener([&](const std::string&, const std::string&, const OXValue&) {
+    client.reset();
+    dropped = true;
+  });
+  broker->notify("one", "m", OXValue::array(1));
+  EXPECT_TRUE(eventually([&] { return dropped.load(); }));
+}
+
+TEST_F(Client, EndsWhileCallsAreUnderWay) {
+  start();
+  const auto client = connect();
+  std::string failure;
+  std::thread caller(
+      [&] { failure = failureOf([&] { client->call("Probe", "hold", OXValue::Array()); }); });
+  ASSERT_TRUE(probe->awaitHolds(1));
+  server.reset();
+  caller.join();
+  EXPECT_TRUE(failure.starts_with("OXRemoteBroker: Probe.hold: the connection to")) << failure;
+  EXPECT_FALSE(client->isConnected());
+  EXPECT_NE(failureOf([&] { client->notify("Probe", "note", OXValue::array(1)); }), "none");
+  probe->release();  // its answer goes nowhere
+}
+
+TEST_F(Client, SendsEventsToClientsByTheirName) {
+  start();
+  const auto client = connect();
+  std::mutex guard;
+  std::string heard;
+  client->setListener(
+      [&](const std::string& pTarget, const std::string& pMethod, const OXValue& pArguments) {
+        const std::lock_guard hold(guard);
+        heard += pTarget + "." + pMethod + "(" + pArguments[0].toString() + " " +
+                 std::to_string(pArguments[1].toInt()) + " " + pArguments[2].toString() + ")";
+      });
+  client->call("OXBroker", "setClientName", OXValue::array("follower"));
+  client->call("OXMemory", "subscribeToEvent", OXValue::array("Tick", "follower", "onTick"));
+  OXMemoryProxy(broker).raiseEvent("Tick", 5);
+  EXPECT_TRUE(eventually([&] {
+    const std::lock_guard hold(guard);
+    return heard == "follower.onTick(Tick 5 follower)";
+  })) << heard;
+}
+
+TEST_F(Client, SaysWhyItCantConnect) {
+  for (const std::string wanted : {"127.0.0.1:1", "unix:/nowhere", "nowhere.invalid:80"}) {
+    const std::string failure = failureOf([&] { OXRemoteBroker::connect(wanted); });
+    EXPECT_TRUE(failure.starts_with("OXRemoteBroker: No broker answers at " + wanted)) << failure;
+  }
+}
+
+TEST_F(Client, WaitsForNoServerThatDoesNotAccept) {
+  const std::string path = socketPath("full");
+  const int listener = ::socket(AF_UNIX, SOCK_STREAM, 0);
+  sockaddr_un name{};
+  name.sun_family = AF_UNIX;
+  std::strncpy(name.sun_path, path.c_str(), sizeof name.sun_path - 1);
+  ASSERT_EQ(::bind(listener, reinterpret_cast<sockaddr*>(&name), sizeof name), 0);
+  ::listen(listener, 0);
+  const auto wait = std::chrono::milliseconds(10);
+  const auto first = OXRemoteBroker::connect("unix:" + path, wait);
+  const std::string failure = failureOf([&] { OXRemoteBroker::connect("unix:" + path, wait); });
+  EXPECT_TRUE(failure.ends_with("Connection timed out")) << failure;
+  start();
+  EXPECT_NE(failureOf([&] { server->listen("unix:" + path); }), "none") << "it is in use";
+  ::close(listener);
+  ::unlink(path.c_str());
+}
+
+TEST_F(Client, SendsAsMuchAsTheServerTakes) {
+  start({}, 1);
+  const auto client = connect();
+  const std::size_t sent = 40000;  // more than may wait to be sent
+  for (std::size_t i = 0; i < sent; ++i) client->notify("Probe", "note", OXValue::array(1));
+  EXPECT_TRUE(probe->awaitNotes(sent));
+}
+
+TEST_F(Client, EndsWhenTheServerTalksNonsense) {
+  const int listener = ::socket(AF_INET, SOCK_STREAM, 0);
+  sockaddr_in name{};
+  socklen_t size = sizeof name;
+  name.sin_family = AF_INET;
+  name.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  ASSERT_EQ(::bind(listener, reinterpret_cast<sockaddr*>(&name), sizeof name), 0);
+  ::listen(listener, 1);
+  ::getsockname(listener, reinterpret_cast<sockaddr*>(&name), &size);
+  const auto client = OXRemoteBroker::connect("127.0.0.1:" + std::to_string(ntohs(name.sin_port)));
+  const int peer = ::accept(listener, nullptr, nullptr);
+  ASSERT_EQ(::send(peer, "HTTP/1.1", 8, MSG_NOSIGNAL), 8);
+  const std::string failure = failureOf([&] { client->call("A", "b", OXValue::Array()); });
+  EXPECT_NE(failure.find("malformed message"), std::string::npos) << failure;
+  ::close(peer);
+  ::close(listener);
+}
+
+}  // namespace
+}  // namespace OX::test

@@ -1,0 +1,184 @@
+// The real program: what it prints, how it ends, and what it survives.
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "oxremotebroker.h"
+#include "raw_client.h"
+
+extern char** environ;
+
+namespace OX::test {
+namespace {
+
+std::string drain(int pFile) {
+  std::string text;
+  char block[4096];
+  for (ssize_t got; (got = ::read(pFile, block, sizeof block)) > 0;)
+    text.append(block, static_cast<std::size_t>(got));
+  return text;
+}
+
+/// A child process with its two outputs.
+class Program {
+ public:
+  explicit Program(std::vector<std::string> pArguments) {
+    int out[2], err[2];
+    if (::pipe2(out, O_CLOEXEC) != 0 || ::pipe2(err, O_CLOEXEC) != 0) return;
+    posix_spawn_file_actions_t actions;
+    ::posix_spawn_file_actions_init(&actions);
+    ::posix_spawn_file_actions_adddup2(&actions, out[1], 1);
+    ::posix_spawn_file_actions_adddup2(&actions, err[1], 2);
+    pArguments.insert(pArguments.begin(), OX_BROKER_PROGRAM);
+    std::vector<char*> words;
+    for (std::string& argument : pArguments) words.push_back(argument.data());
+    words.push_back(nullptr);
+    if (::posix_spawn(&fProcess, OX_BROKER_PROGRAM, &actions, nullptr, words.data(), environ) != 0)
+      fProcess = -1;
+    ::posix_spawn_file_actions_destroy(&actions);
+    ::close(out[1]);
+    ::close(err[1]);
+    fOut = out[0];
+    fErr = err[0];
+  }
+
+  ~Program() {
+    if (fProcess > 0) {
+      ::kill(fProcess, SIGKILL);
+      wait();
+    }
+    ::close(fOut);
+    ::close(fErr);
+  }
+  Program(const Program&) = delete;
+  Program& operator=(const Program&) = delete;
+
+  /// The next line of its standard output, empty at its end.
+  std::string line() {
+    std::string text;
+    for (char byte; ::read(fOut, &byte, 1) == 1 && byte != '\n';) text += byte;
+    return text;
+  }
+
+  std::string restOfOutput() { return drain(fOut); }
+  std::string errors() { return drain(fErr); }
+  void signal(int pSignal) { ::kill(fProcess, pSignal); }
+
+  /// Its status, or -signal.
+  int wait() {
+    int status = 0;
+    ::waitpid(fProcess, &status, 0);
+    fProcess = -1;
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
+  }
+
+ private:
+  pid_t fProcess = -1;
+  int fOut = -1;
+  int fErr = -1;
+};
+
+const std::string kReady = "listening on ";
+
+std::string addressOf(const std::string& pLine) {
+  return pLine.starts_with(kReady) ? pLine.substr(kReady.size()) : pLine;
+}
+
+TEST(Daemon, ServesWhatItLoadedUntilASignal) {
+  for (const int end : {SIGTERM, SIGINT}) {
+    const std::string path = ::testing::TempDir() + "oxbroker_" + std::to_string(::getpid());
+    Program daemon({"--load", OX_PROBE_LIBRARY, "--listen", "127.0.0.1:0", "--listen",
+                    "unix:" + path, "--log-level", "2"});
+    const std::string tcp = addressOf(daemon.line());
+    EXPECT_TRUE(tcp.starts_with("127.0.0.1:") && !tcp.ends_with(":0")) << tcp;
+    EXPECT_EQ(daemon.line(), kReady + "unix:" + path);
+    for (const std::string& address : {tcp, "unix:" + path}) {
+      const auto client = OXRemoteBroker::connect(address);
+      EXPECT_EQ(client->call("OXBroker", "getModuleList", OXValue::Array()),
+                OXValue::array("OXBroker", "OXMemory", "OXPreferences", "Probe"));
+      EXPECT_EQ(client->call("Probe", "echo", OXValue::array("x")), OXValue("x"));
+    }
+    daemon.signal(end);
+    EXPECT_EQ(daemon.restOfOutput(), "closed\n") << "the library is told";
+    EXPECT_EQ(daemon.errors(), "");
+    EXPECT_EQ(daemon.wait(), 0);
+    EXPECT_FALSE(std::filesystem::exists(path));
+  }
+}
+
+TEST(Daemon, EndsCleanlyWithClientsAndACallUnderWay) {
+  Program daemon({"--load", OX_PROBE_LIBRARY, "--listen", "127.0.0.1:0", "--log-level", "0"});
+  const std::string address = addressOf(daemon.line());
+  RawClient client(address);
+  client.send(request(1, "Probe.hold") + request(2, "Probe.echo", "\x91\x05"));
+  EXPECT_EQ(client.read(5), answer(2, 5));
+  OXRemoteBroker::connect(address)->call("Probe", "release", OXValue::Array());
+  EXPECT_EQ(client.read(5), answer(1, 1));
+  daemon.signal(SIGTERM);
+  EXPECT_TRUE(client.isClosedByPeer());
+  EXPECT_EQ(daemon.wait(), 0);
+}
+
+TEST(Daemon, SurvivesClientsThatAreKilled) {
+  Program daemon({"--load", OX_PROBE_LIBRARY, "--listen", "127.0.0.1:0", "--log-level", "2"});
+  const std::string address = addressOf(daemon.line());
+  const auto watcher = OXRemoteBroker::connect(address);
+  watcher->call("OXMemory", "subscribeToEvent",
+                OXValue::array("ClientDisconnected", "Probe", "onEvent"));
+  const pid_t child = ::fork();
+  if (child == 0) {
+    RawClient client(address);
+    client.send(request(1, "OXBroker.setClientName", "\x91\xa4kill") + "\x94");
+    client.read(5);
+    ::raise(SIGKILL);
+  }
+  int status = 0;
+  ::waitpid(child, &status, 0);
+  EXPECT_EQ(WTERMSIG(status), SIGKILL);
+  EXPECT_EQ(watcher->call("Probe", "awaitEvent", OXValue::Array()),
+            OXValue("ClientDisconnected kill Probe"));
+  daemon.signal(SIGTERM);
+  EXPECT_EQ(daemon.wait(), 0);
+  EXPECT_EQ(daemon.errors(), "");
+}
+
+TEST(Daemon, SaysWhatIsWrongAndEnds) {
+  const std::string taken =
+      "unix:" + ::testing::TempDir() + "oxtaken_" + std::to_string(::getpid());
+  Program other({"--listen", taken});
+  ASSERT_EQ(other.line(), kReady + taken);
+  const struct {
+    std::vector<std::string> arguments;
+    int status;
+    const char* part;
+  } kCases[] = {
+      {{"--load", "/no/such.so"}, 1, "Can't load /no/such.so"},
+      {{"--load", "libc.so.6"}, 1, "Can't load libc.so.6: it has no function _createModule"},
+      {{"--load", OX_REFUSING_LIBRARY}, 1, "made no module: its _createModule gave 1"},
+      {{"--load", OX_THROWING_LIBRARY}, 1, "made no module: no camera is plugged in"},
+      {{"--listen", "nonsense"}, 1, "\"nonsense\" is no address"},
+      {{"--listen", taken}, 1, "Address already in use"},
+      {{"--preferences", "/no/such"}, 2, "/no/such"},
+      {{"--log-level", "6"}, 2, "--log-level"},
+      {{"--load"}, 2, "--load"},
+      {{"stray"}, 2, "stray"},
+      {{"--nonsense"}, 2, "--nonsense"},
+  };
+  for (const auto& test : kCases) {
+    Program daemon(test.arguments);
+    EXPECT_EQ(daemon.line(), "") << test.part << ": it is not ready";
+    const std::string errors = daemon.errors();
+    EXPECT_NE(errors.find(test.part), std::string::npos) << errors;
+    EXPECT_EQ(daemon.wait(), test.status) << test.part;
+  }
+}
+
+}  // namespace
+}  // namespace OX::test
