@@ -26,7 +26,8 @@ class OX_API OXModuleCore : public boost::enable_shared_from_this<OXModuleCore> 
   OXModuleCore(const OXModuleCore&) = delete;
   OXModuleCore& operator=(const OXModuleCore&) = delete;
 
-  /// Finds the publication (see selectMethod) and calls it. Throws OXError and nothing else.
+  /// Finds the publication (see selectMethod) and calls it; a void method leaves pResult alone.
+  /// Throws OXError and nothing else.
   virtual void execute(const std::string& pMethod, const OXValue& pArguments, OXValue& pResult);
   virtual std::string version();
 
@@ -47,7 +48,8 @@ class OX_API OXModuleCore : public boost::enable_shared_from_this<OXModuleCore> 
   void setModuleDescription(const std::string& pText) { fDescription = pText; }
   void addModuleExample(const std::string& pLanguage, const std::string& pText);
 
-  /// Describes the next method; bindMethod or bindMethodOverload publishes it.
+  /// Describes the next method; completeAndCheck() then adds the types of its signature, and
+  /// bindMethod or bindMethodOverload publishes it (oxvalue/detail/oxfunctor.h has an example).
   void functionName(const std::string& pName, const std::string& pClass,
                     const std::string& pDescription, int pFlags = 0);
   void addParam(const std::string& pName, const std::string& pDescription);
@@ -55,7 +57,8 @@ class OX_API OXModuleCore : public boost::enable_shared_from_this<OXModuleCore> 
   void addMethodExample(const std::string& pLanguage, const std::string& pText);
   OXMethodInfo& getCurrentMethodDescription() { return fCurrent; }
   /// The first says that the name is meant to be the only one of its kind, the second that others
-  /// of that name may stand beside it. Both append.
+  /// of that name may stand beside it. Both append. They throw OXError for a method without a name
+  /// or without completeAndCheck().
   void bindMethod(boost::shared_ptr<OXFunctorBase> pFunctor);
   void bindMethodOverload(boost::shared_ptr<OXFunctorBase> pFunctor);
 
@@ -74,6 +77,8 @@ class OX_API OXModule : public OXModuleCore {
   OXModule(boost::shared_ptr<OXBroker> pBroker, const std::string& pName);
   ~OXModule() override;
 
+  /// Hooks of a host for the module's end, for a pause and for a web page about it. The broker
+  /// calls none of them; they do nothing here.
   virtual void exit();
   virtual void stop(int pReason);
   virtual std::string httpGet();

@@ -64,7 +64,7 @@ OXBroker::OXBroker(const OXBrokerOptions& pOptions)
 OXBroker::~OXBroker() { shutdown(); }
 
 boost::shared_ptr<OXBroker> OXBroker::create(const OXBrokerOptions& pOptions) {
-  const boost::shared_ptr<OXBroker> broker(new OXBroker(pOptions));
+  boost::shared_ptr<OXBroker> broker(new OXBroker(pOptions));
   const boost::shared_ptr<OXBrokerManager> manager = OXBrokerManager::getInstance();
   broker->setBrokerManager(manager);
   manager->addBroker(broker);

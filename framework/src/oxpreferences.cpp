@@ -3,11 +3,11 @@
 #include <cerrno>
 #include <charconv>
 #include <cmath>
-#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <pugixml.hpp>
 #include <string_view>
+#include <system_error>
 
 #include "oxerror.h"
 #include "oxservices.h"
@@ -16,7 +16,7 @@
 namespace OX {
 namespace {
 
-constexpr std::uintmax_t kMaxFileBytes = 1024 * 1024;
+constexpr std::uintmax_t kMaxFileBytes = std::uintmax_t{1024} * 1024;
 
 [[noreturn]] void fail(const std::string& pText) {
   throw OXError("OXPreferences", "readPrefFile", pText, "framework/src/oxpreferences", __LINE__);
@@ -62,7 +62,7 @@ class PreferenceFile {
     errno = 0;
     std::ifstream file(pPath, std::ios::binary);
     if (!file)
-      fail(pPath + ": the file can't be opened: " + std::strerror(errno) +
+      fail(pPath + ": the file can't be opened: " + std::generic_category().message(errno) +
            "; it should be readable for the user that runs the broker");
     std::string text(size, ' ');
     file.read(text.data(), std::ssize(text));

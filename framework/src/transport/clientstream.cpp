@@ -20,9 +20,19 @@ void ClientStream::xThrow(const std::string& pFunction, const std::string& pDesc
                 pLine);
 }
 
-void ClientStream::xSend(OutgoingMessage&& pMessage, const std::string& pFunction) {
+void ClientStream::xSend(OutgoingMessage&& pMessage, const std::string& pFunction,
+                         std::chrono::milliseconds pTimeout) {
+  {
+    std::unique_lock guard(fGuard);
+    fRoom.wait_for(guard, pTimeout, [this] { return xIsKeepingUp() || fEndReason; });
+  }
   if (!trySend(std::move(pMessage)))
     xThrow(pFunction, "The broker at " + fAddress + " doesn't take what is sent to it", __LINE__);
+}
+
+void ClientStream::onWritten() {
+  const std::lock_guard guard(fGuard);
+  fRoom.notify_all();
 }
 
 OXValue ClientStream::call(const std::string& pModule, const std::string& pMethod,
@@ -38,7 +48,7 @@ OXValue ClientStream::call(const std::string& pModule, const std::string& pMetho
     fWaiting[id] = &waiting;
     guard.unlock();
     try {
-      xSend(std::move(message), "call");
+      xSend(std::move(message), "call", pTimeout);
     } catch (...) {
       guard.lock();
       fWaiting.erase(id);
@@ -65,13 +75,13 @@ OXValue ClientStream::call(const std::string& pModule, const std::string& pMetho
 }
 
 void ClientStream::notify(const std::string& pModule, const std::string& pMethod,
-                          const OXValue& pArguments) {
+                          const OXValue& pArguments, std::chrono::milliseconds pTimeout) {
   {
     const std::lock_guard guard(fGuard);
     if (fEndReason)
       xThrow("notify", "The connection to " + fAddress + " has ended: " + *fEndReason, __LINE__);
   }
-  xSend(encodeNotification(pModule, pMethod, pArguments, xLimits()), "notify");
+  xSend(encodeNotification(pModule, pMethod, pArguments, xLimits()), "notify", pTimeout);
 }
 
 void ClientStream::setListener(OXRemoteBroker::Listener pListener) {
@@ -115,6 +125,7 @@ void ClientStream::xHear(const IncomingMessage& pEvent) {
 void ClientStream::onEnd(const std::string& pReason) {
   const std::lock_guard guard(fGuard);
   fEndReason = pReason;
+  fRoom.notify_all();
   for (const auto& [id, waiting] : fWaiting) waiting->answered.notify_one();
 }
 

@@ -22,7 +22,9 @@ class ClientStream : public Stream {
 
   OXValue call(const std::string& pModule, const std::string& pMethod, const OXValue& pArguments,
                std::chrono::milliseconds pTimeout);
-  void notify(const std::string& pModule, const std::string& pMethod, const OXValue& pArguments);
+  /// Waits at most pTimeout when too much is still to be sent.
+  void notify(const std::string& pModule, const std::string& pMethod, const OXValue& pArguments,
+              std::chrono::milliseconds pTimeout);
   void setListener(OXRemoteBroker::Listener pListener);
   bool isConnected() const;
 
@@ -34,18 +36,20 @@ class ClientStream : public Stream {
   };
 
   void onMessage(IncomingMessage&& pMessage) override;
-  void onWritten() override {}
+  void onWritten() override;
   void onEnd(const std::string& pReason) override;
   bool mayTakeMessage() const override { return true; }
   std::string getPeer() const override { return fAddress; }
 
-  void xSend(OutgoingMessage&& pMessage, const std::string& pFunction);
+  void xSend(OutgoingMessage&& pMessage, const std::string& pFunction,
+             std::chrono::milliseconds pTimeout);
   [[noreturn]] void xThrow(const std::string& pFunction, const std::string& pDescription,
                            unsigned int pLine) const;
   void xHear(const IncomingMessage& pEvent);
 
   const std::string fAddress;
-  mutable std::mutex fGuard;  ///< over what follows
+  mutable std::mutex fGuard;      ///< over what follows
+  std::condition_variable fRoom;  ///< there may be room for further messages
   std::map<std::uint32_t, Waiting*> fWaiting;
   std::uint32_t fLastId = 0;
   std::optional<std::string> fEndReason;

@@ -1,5 +1,9 @@
 #include "connect.h"
 
+#include <sys/socket.h>
+#include <sys/time.h>
+
+#include <algorithm>
 #include <boost/asio/connect.hpp>
 #include <boost/asio/ip/tcp.hpp>
 #include <boost/asio/local/stream_protocol.hpp>
@@ -35,9 +39,20 @@ void await(asio::io_context& pIo, std::chrono::milliseconds pTimeout, error_code
   if (pResult) throw system_error(pResult);
 }
 
-Stream::Socket connectLocal(asio::io_context& pIo, const Address& pAddress) {
-  Local::socket socket(pIo);
-  socket.connect(Local::endpoint(pAddress.path));
+/// The only wait that there can be is for room in the queue of those that the other side has still
+/// to accept; the time limit for sending bounds it.
+Stream::Socket connectLocal(asio::io_context& pIo, const Address& pAddress,
+                            std::chrono::milliseconds pTimeout) {
+  const Local::endpoint endpoint(pAddress.path);
+  Local::socket socket(pIo, Local());
+  const auto limit = std::max<long>(pTimeout.count(), 1);  // 0 would be no limit at all
+  const timeval time{limit / 1000, limit % 1000 * 1000};
+  ::setsockopt(socket.native_handle(), SOL_SOCKET, SO_SNDTIMEO, &time, sizeof time);
+  error_code result;
+  socket.connect(endpoint, result);
+  // This is what Asio makes of a queue without room.
+  if (result == asio::error::no_buffer_space) result = asio::error::timed_out;
+  if (result) throw system_error(result);
   return Stream::Socket(std::move(socket));
 }
 
@@ -71,7 +86,8 @@ Stream::Socket connectTo(asio::io_context& pIo, const std::string& pAddress,
                          std::chrono::milliseconds pTimeout) {
   const Address address = parseAddress(pAddress, "OXRemoteBroker", "connect");
   try {
-    return address.isUnix() ? connectLocal(pIo, address) : connectTcp(pIo, address, pTimeout);
+    return address.isUnix() ? connectLocal(pIo, address, pTimeout)
+                            : connectTcp(pIo, address, pTimeout);
   } catch (const system_error& error) {
     throw OXError("OXRemoteBroker", "connect",
                   "No broker answers at " + address.toString() + ": " + error.code().message(),

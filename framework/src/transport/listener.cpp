@@ -126,7 +126,8 @@ bool isSocketFile(const std::string& pPath) {
 /// Removes the file when nobody listens behind it.
 void removeDeadSocket(asio::io_context& pIo, const Local::endpoint& pEndpoint) {
   if (!isSocketFile(pEndpoint.path())) return;
-  Local::socket probe(pIo);
+  Local::socket probe(pIo, Local());
+  probe.non_blocking(true);  // a queue without room is also an answer
   error_code error;
   probe.connect(pEndpoint, error);
   if (error == asio::error::connection_refused) ::unlink(pEndpoint.path().c_str());

@@ -87,7 +87,7 @@ void OXRemoteBroker::setTimeout(std::chrono::milliseconds pTimeout) { fImpl->fTi
 
 void OXRemoteBroker::notify(const std::string& pModule, const std::string& pMethod,
                             const OXValue& pArguments) {
-  fImpl->stream().notify(pModule, pMethod, pArguments);
+  fImpl->stream().notify(pModule, pMethod, pArguments, fImpl->fTimeout.load());
 }
 
 void OXRemoteBroker::setListener(Listener pListener) {

@@ -40,7 +40,7 @@ class Stream : public boost::enable_shared_from_this<Stream> {
   /// Closes the connection; onEnd() follows on the io thread unless it has ended already.
   void end(const std::string& pReason);
 
-  static constexpr std::size_t kMaxWaiting = 1024;
+  static constexpr std::size_t kMaxWaiting = 16384;
 
  protected:
   /// Keeps pIo alive; pSocket belongs to it.

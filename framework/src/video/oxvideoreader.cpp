@@ -188,7 +188,7 @@ void OXVideoReader::xScan(std::uint64_t pSize) {
 // The first byte from pFrom on at which a frame or the index begins; pSize when there is none.
 std::uint64_t OXVideoReader::xFindFrame(std::uint64_t pFrom, std::uint64_t pSize) {
   std::vector<unsigned char> window(kFirstSearchStepBytes);
-  std::uint64_t at = std::max(pFrom, fFile.nextData(pFrom));
+  std::uint64_t at = pFrom;
   while (at < pSize && pSize - at >= kIndexMarkerBytes) {
     const std::size_t got = std::min<std::uint64_t>(window.size(), pSize - at);
     if (!fFile.readAt(window.data(), got, at)) return pSize;

@@ -1,0 +1,72 @@
+#include "daemon.h"
+
+#include <ostream>
+#include <string>
+#include <vector>
+
+#include "modulelibrary.h"
+#include "oxbroker.h"
+#include "oxerror.h"
+#include "oxlog.h"
+#include "oxmodule.h"
+#include "oxserver.h"
+#include "oxservices.h"
+
+namespace OX::daemon {
+namespace {
+
+/// A broker with its services and the modules of the libraries; ends in the right order.
+class House {
+ public:
+  explicit House(const Options& pOptions)
+      : fBroker(OXBroker::create({.name = "oxbroker", .maxThreads = pOptions.maxThreads})) {
+    OXBrokerManager::getInstance()->addBroker(fBroker);
+    OXModule::createModule<OXMemory>(fBroker);
+    OXPreferences::create(fBroker, pOptions.preferences);
+  }
+
+  ~House() {
+    fBroker->shutdown();
+    for (auto library = fLibraries.rbegin(); library != fLibraries.rend(); ++library)
+      library->closeModule();
+  }
+
+  House(const House&) = delete;
+  House& operator=(const House&) = delete;
+
+  void load(const std::string& pName) {
+    const ModuleLibrary library(pName);
+    library.createModule(fBroker);
+    fLibraries.push_back(library);
+  }
+
+  const boost::shared_ptr<OXBroker>& getBroker() const { return fBroker; }
+
+ private:
+  const boost::shared_ptr<OXBroker> fBroker;
+  std::vector<ModuleLibrary> fLibraries;  ///< those that made their modules
+};
+
+}  // namespace
+
+int serve(const Options& pOptions, std::ostream& pOut, std::ostream& pErr,
+          const std::function<void()>& pWait) {
+  try {
+    ki::log::setLevel(pOptions.logLevel);
+    House house(pOptions);
+    for (const std::string& library : pOptions.libraries) house.load(library);
+    OXServer server(house.getBroker(), pOptions.limits);
+    std::vector<std::string> addresses;
+    for (const std::string& address : pOptions.addresses)
+      addresses.push_back(server.listen(address));
+    for (const std::string& address : addresses) pOut << "listening on " << address << "\n";
+    pOut.flush();
+    pWait();
+    return kDone;
+  } catch (const std::exception& error) {
+    pErr << "oxbroker: " << error.what() << "\n";
+    return kFailed;
+  }
+}
+
+}  // namespace OX::daemon

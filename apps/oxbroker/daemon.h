@@ -1,0 +1,16 @@
+/// The daemon's life: broker, services, modules, server, and the way back.
+#pragma once
+
+#include <functional>
+#include <iosfwd>
+
+#include "options.h"
+
+namespace OX::daemon {
+
+/// Writes "listening on ADDRESS" lines to pOut once calls are served, serves until pWait returns,
+/// and closes everything. Gives kDone, or kFailed after a message on pErr.
+int serve(const Options& pOptions, std::ostream& pOut, std::ostream& pErr,
+          const std::function<void()>& pWait);
+
+}  // namespace OX::daemon

@@ -1,0 +1,56 @@
+#include "modulelibrary.h"
+
+#include <dlfcn.h>
+
+#include <filesystem>
+#include <system_error>
+
+#include "oxbroker.h"
+#include "oxerror.h"
+
+namespace OX::daemon {
+namespace {
+
+using CreateModule = int (*)(boost::shared_ptr<OXBroker>);
+using CloseModule = int (*)();
+
+[[noreturn]] void fail(const std::string& pText) {
+  throw OXError("oxbroker", "load", pText, "apps/oxbroker/modulelibrary", __LINE__);
+}
+
+/// What to hand to dlopen. A name without a slash may stand in the folder lib beside this
+/// program's own; otherwise the system's search finds it or not.
+std::string findLibrary(const std::string& pName) {
+  if (pName.find('/') != std::string::npos) return pName;
+  std::error_code error;
+  const auto program = std::filesystem::read_symlink("/proc/self/exe", error);
+  const auto beside = program.parent_path().parent_path() / "lib" / pName;
+  return !error && std::filesystem::exists(beside, error) ? beside.string() : pName;
+}
+
+}  // namespace
+
+ModuleLibrary::ModuleLibrary(const std::string& pName)
+    : fName(pName), fHandle(::dlopen(findLibrary(pName).c_str(), RTLD_NOW | RTLD_LOCAL)) {
+  if (!fHandle) fail("Can't load " + fName + ": " + ::dlerror());
+}
+
+void ModuleLibrary::createModule(const boost::shared_ptr<OXBroker>& pBroker) const {
+  const auto create = reinterpret_cast<CreateModule>(::dlsym(fHandle, "_createModule"));
+  if (!create) fail("Can't load " + fName + ": it has no function _createModule");
+  try {
+    const int result = create(pBroker);
+    if (result != 0)
+      fail(fName + " made no module: its _createModule gave " + std::to_string(result));
+  } catch (const OXError&) {
+    throw;
+  } catch (const std::exception& error) {
+    fail(fName + " made no module: " + error.what());
+  }
+}
+
+void ModuleLibrary::closeModule() const {
+  if (const auto close = reinterpret_cast<CloseModule>(::dlsym(fHandle, "_closeModule"))) close();
+}
+
+}  // namespace OX::daemon

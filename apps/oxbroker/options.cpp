@@ -1,0 +1,71 @@
+#include "options.h"
+
+#include <CLI/CLI.hpp>
+#include <limits>
+
+namespace OX::daemon {
+namespace {
+
+constexpr char kExample[] =
+    "Example:\n"
+    "  oxbroker --load libvideoinput.so --preferences preferences --listen unix:/tmp/ox.sock\n"
+    "serves a camera to the programs of this machine until Ctrl-C.";
+
+// Above this a level of nesting could exhaust a thread's stack.
+constexpr int kMostNesting = 1000;
+
+void addLimits(CLI::App& pApp, Options& pOptions) {
+  const CLI::Range anyCount(1, std::numeric_limits<int>::max());
+  OXWireLimits& limits = pOptions.limits;
+  const auto add = [&](const char* pName, int& pValue, const char* pText) {
+    return pApp.add_option(pName, pValue, pText)->group("Limits")->capture_default_str();
+  };
+  add("--max-threads", pOptions.maxThreads, "Calls that run at once")->check(CLI::Range(1, 10000));
+  add("--max-connections", limits.maxConnections, "Connections at once")->check(anyCount);
+  add("--max-requests", limits.maxRequestsUnderWay, "Requests under way of one connection")
+      ->check(anyCount);
+  add("--max-message-bytes", limits.maxMessageBytes, "Size of one message")->check(anyCount);
+  add("--max-array-elements", limits.maxArrayElements, "Elements of one array")
+      ->check(CLI::Range(4, std::numeric_limits<int>::max()));
+  add("--max-nesting", limits.maxNesting, "Arrays within arrays, the message's own counted")
+      ->check(CLI::Range(2, kMostNesting));
+}
+
+}  // namespace
+
+std::optional<Options> parseOptions(int pCount, const char* const* pArguments, std::ostream& pOut,
+                                    std::ostream& pErr, int& pStatus) {
+  Options options;
+  CLI::App app("Serves modules to other processes: loads libraries and answers calls.", "oxbroker");
+  app.footer(kExample);
+  app.set_version_flag("--version", std::string("oxbroker ") + OX_VERSION);
+  app.add_option("--load", options.libraries,
+                 "Library with a module; a name without a slash is looked for beside this program "
+                 "first. Can be repeated")
+      ->type_name("LIBRARY")
+      ->allow_extra_args(false);
+  app.add_option("--preferences", options.preferences, "Directory of the preference files")
+      ->type_name("DIR")
+      ->check(CLI::ExistingDirectory)
+      ->capture_default_str();
+  app.add_option("--listen", options.addresses,
+                 "HOST:PORT (port 0 picks one) or unix:PATH. Can be repeated")
+      ->type_name("ADDRESS")
+      ->allow_extra_args(false)
+      ->capture_default_str();
+  app.add_option("--log-level", options.logLevel,
+                 "Records on standard error: 0 none, 1 fatal, 2 error, 3 warning, 4 information, "
+                 "5 all")
+      ->check(CLI::Range(0, 5))
+      ->capture_default_str();
+  addLimits(app, options);
+  try {
+    app.parse(pCount, pArguments);
+  } catch (const CLI::ParseError& error) {
+    pStatus = app.exit(error, pOut, pErr) == 0 ? kDone : kWrongUse;
+    return std::nullopt;
+  }
+  return options;
+}
+
+}  // namespace OX::daemon
