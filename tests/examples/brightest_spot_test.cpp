@@ -1,0 +1,51 @@
+// The example of a local vision module, loaded beside the video library as a broker loads them.
+#include <dlfcn.h>
+#include <gtest/gtest.h>
+
+#include "oxbroker.h"
+#include "oxservices.h"
+#include "support/capture_log.h"
+#include "support/outcome.h"
+
+namespace OX::test {
+namespace {
+
+int load(const char* pLibrary, const boost::shared_ptr<OXBroker>& pBroker) {
+  void* const library = ::dlopen(pLibrary, RTLD_NOW | RTLD_LOCAL);
+  if (!library) {
+    ADD_FAILURE() << ::dlerror();
+    return -1;
+  }
+  using Create = int (*)(boost::shared_ptr<OXBroker>);
+  return reinterpret_cast<Create>(::dlsym(library, "_createModule"))(pBroker);
+}
+
+TEST(BrightestSpot, FindsTheBrightPixelOfAPushedFrameWithoutACopy) {
+  const CaptureLog log;
+  const auto broker = OXBroker::create();
+  OXPreferences::create(broker, OX_PREFERENCES);
+  OXModule::createModule<OXMemory>(broker);
+  EXPECT_EQ(outcome([&] { return load(OX_EXAMPLE_LIBRARY, broker); }),
+            "OXError: There is no module OXVideoDevice in this process; load libvideoinput.so "
+            "before this library");
+  ASSERT_EQ(load(OX_VIDEO_LIBRARY, broker), 0);
+  ASSERT_EQ(load(OX_EXAMPLE_LIBRARY, broker), 0);
+
+  constexpr int kX = 200;
+  constexpr int kY = 30;
+  std::vector<unsigned char> pixels(320 * 240 * 3, 40);
+  std::fill_n(pixels.begin() + (kY * 320 + kX) * 3, 3, 255);
+  OXValue frame;
+  frame.SetBinary(pixels.data(), static_cast<int>(pixels.size()));
+  // Subscribing opens the camera, which forgets earlier frames: the first look finds none.
+  broker->call("OXVideoDevice", "startFrameGrabber", OXValue::array(0));
+  ASSERT_TRUE(
+      broker->call("OXVideoDevice", "putImage", OXValue::array(0, 320, 240, frame)).toBool());
+  EXPECT_EQ(show(broker->call("BrightestSpot", "find", OXValue::array(0))), "[200, 30, 235]");
+  EXPECT_EQ(outcome([&] { return broker->call("BrightestSpot", "find", OXValue::array(5)); }),
+            "OXError: Could not subscribe module: brightestSpot\n5is not a valid camera index");
+  broker->shutdown();
+}
+
+}  // namespace
+}  // namespace OX::test
