@@ -1,0 +1,87 @@
+#include <fmt/format.h>
+
+#include <CLI/CLI.hpp>
+#include <memory>
+#include <numbers>
+
+#include "commands.h"
+#include "json.h"
+#include "session.h"
+#include "status.h"
+#include "values.h"
+
+namespace OX::cli {
+
+namespace {
+
+struct Options {
+  double first = 0;
+  double second = 0;
+  int camera = 0;
+  bool back = false;
+  bool isSize = false;
+  std::string unit = "degrees";
+  bool asJson = false;
+};
+
+const char* methodOf(const Options& pOptions) {
+  if (pOptions.isSize)
+    return pOptions.back ? "getImageSizeFromAngularSize" : "getAngularSizeFromImageSize";
+  return pOptions.back ? "getImagePositionFromAngularPosition"
+                       : "getAngularPositionFromImagePosition";
+}
+
+void run(Context& pContext, const Options& pOptions) {
+  const double unit = pOptions.unit == "degrees" ? std::numbers::pi / 180 : 1;  // in radians
+  const double toDevice = pOptions.back ? unit : 1;
+  const double fromDevice = pOptions.back ? 1 : 1 / unit;
+  OXSession session(pContext.broker, "angles");
+  const OXValue result =
+      session.device(methodOf(pOptions), pOptions.camera,
+                     OXValue::array(pOptions.first * toDevice, pOptions.second * toDevice));
+  std::vector<float> values;
+  result.ToFloatArray(values, false);
+  if (values.size() != 2) throw OXFailure("the broker answered " + toJson(result));
+  const double first = values[0] * fromDevice, second = values[1] * fromDevice;
+
+  const char* names[2] = {pOptions.isSize ? "width" : "x", pOptions.isSize ? "height" : "y"};
+  if (!pOptions.back) {
+    names[0] = "horizontal";
+    names[1] = "vertical";
+  }
+  if (pOptions.asJson) {
+    Json json = {{"camera", pOptions.camera}, {names[0], first}, {names[1], second}};
+    if (!pOptions.back) json["unit"] = pOptions.unit;
+    pContext.out.line(dumped(json));
+    return;
+  }
+  pContext.out.line(fmt::format("{} {:.6g}  {} {:.6g}{}", names[0], first, names[1], second,
+                                pOptions.back ? "" : "  " + pOptions.unit));
+}
+
+}  // namespace
+
+void addAngles(CLI::App& pRoot, Context& pContext) {
+  CLI::App* verb =
+      addVerb(pRoot, pContext,
+              {"angles", "turns a place in the image into angles from the camera's axis, and back",
+               "oxvideo angles 0.25 0.5 --camera 0\n"
+               "  oxvideo angles 15 0 --back\n"
+               "Places and sizes are fractions of the image, from its top left corner. Angles are "
+               "positive\n"
+               "to the left and downwards."});
+  const auto options = std::make_shared<Options>();
+  verb->add_option("FIRST", options->first, "x, or the horizontal angle")->required();
+  verb->add_option("SECOND", options->second, "y, or the vertical angle")->required();
+  verb->add_option("--camera", options->camera, "the camera (default 0)")
+      ->type_name("N")
+      ->check(CLI::Range(0, 255));
+  verb->add_flag("--back", options->back, "from angles to the image");
+  verb->add_flag("--extent", options->isSize, "a width and a height instead of a place");
+  verb->add_option("--unit", options->unit, "degrees (the default) or radians")
+      ->check(CLI::IsMember({"degrees", "radians"}));
+  verb->add_flag("--json", options->asJson, "as JSON");
+  verb->callback([&pContext, options] { run(pContext, *options); });
+}
+
+}  // namespace OX::cli

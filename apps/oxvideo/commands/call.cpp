@@ -1,0 +1,64 @@
+#include <CLI/CLI.hpp>
+#include <memory>
+
+#include "commands.h"
+#include "files.h"
+#include "session.h"
+#include "status.h"
+#include "values.h"
+
+namespace OX::cli {
+
+namespace {
+
+struct Options {
+  std::string module;
+  std::string method;
+  std::string output;
+};
+
+void run(Context& pContext, const Options& pOptions, const std::vector<std::string>& pWords) {
+  OXValue::Array arguments;
+  for (const std::string& word : pWords) arguments.push_back(parseArgument(word));
+  OXSession session(pContext.broker, "call");
+  const OXValue result =
+      session.call(pOptions.module, pOptions.method, OXValue(std::move(arguments)));
+  if (pOptions.output.empty()) {
+    pContext.out.line(toJson(result));
+    return;
+  }
+  std::string bytes;
+  const std::vector<OXValue> binaries = binariesIn(result);
+  for (const OXValue& binary : binaries)
+    bytes.append(static_cast<const char*>(binary.GetBinary()),
+                 static_cast<std::size_t>(binary.getSize()));
+  if (binaries.empty()) throw OXFailure("the result holds no binary: " + toJson(result));
+  writeFile(pOptions.output, bytes, pContext.out);
+  if (pOptions.output != "-") pContext.out.line(toJson(result));
+}
+
+}  // namespace
+
+void addCall(CLI::App& pRoot, Context& pContext) {
+  CLI::App* verb = addVerb(
+      pRoot, pContext,
+      {"call", "calls a method with the arguments that follow and prints its result as JSON",
+       "oxvideo call OXVideoDevice getResolution 0\n"
+       "  oxvideo call OXVideoDevice subscribeCamera mine 0 2 11 15\n"
+       "  oxvideo call OXVideoDevice getImageRemote mine --output pixels.rgb\n"
+       "  oxvideo call OXVideoDevice unsubscribe mine\n"
+       "What follows the method are its arguments, as JSON: true, 3, 0.5, [1, 2], null. A word\n"
+       "that is no JSON is a string; '\"3\"' is the string 3. In the result a binary stands as\n"
+       "{\"binary\": SIZE}."});
+  const auto options = std::make_shared<Options>();
+  verb->add_option("MODULE", options->module, "the module")->required();
+  verb->add_option("METHOD", options->method, "its method")->required();
+  verb->add_option("-o,--output", options->output,
+                   "write the bytes of the result's binaries to this file (- is standard output)")
+      ->type_name("FILE");
+  // The arguments are what the parser leaves: it would take brackets apart as a list of its own.
+  verb->allow_extras();
+  verb->callback([&pContext, options, verb] { run(pContext, *options, verb->remaining()); });
+}
+
+}  // namespace OX::cli

@@ -1,0 +1,85 @@
+#include <fmt/format.h>
+
+#include <CLI/CLI.hpp>
+#include <memory>
+
+#include "commands.h"
+#include "json.h"
+#include "oxdefinitions.h"
+#include "session.h"
+#include "wishes.h"
+
+namespace OX::cli {
+
+namespace {
+
+struct Camera {
+  int index, model, resolution, colorSpace, frameRate;
+  bool isOff;
+};
+
+Camera queried(OXSession& pSession, int pIndex) {
+  const auto ask = [&](const char* pMethod) { return pSession.device(pMethod, pIndex).toInt(); };
+  return {pIndex,
+          ask("getCameraModel"),
+          ask("getResolution"),
+          ask("getColorSpace"),
+          ask("getFrameRate"),
+          pSession.device("isFrameGrabberOff", pIndex).toBool()};
+}
+
+Json asJson(const Camera& pCamera, int pActive) {
+  int width = 0, height = 0;
+  setSizeFromResolution(pCamera.resolution, width, height);
+  return {{"camera", pCamera.index},
+          {"model", cameraModelName(pCamera.model)},
+          {"resolution", resolutionName(pCamera.resolution)},
+          {"width", width},
+          {"height", height},
+          {"colorspace", colorSpaceName(pCamera.colorSpace)},
+          {"fps", pCamera.frameRate},
+          {"grabber", pCamera.isOff ? "off" : "running"},
+          {"active", pCamera.index == pActive}};
+}
+
+std::vector<std::string> row(const Camera& pCamera, int pActive, const OXPaint& pPaint) {
+  int width = 0, height = 0;
+  setSizeFromResolution(pCamera.resolution, width, height);
+  return {fmt::format("{}{}", pCamera.index, pCamera.index == pActive ? " *" : ""),
+          cameraModelName(pCamera.model),
+          fmt::format("{} {}x{}", resolutionName(pCamera.resolution), width, height),
+          colorSpaceName(pCamera.colorSpace),
+          std::to_string(pCamera.frameRate),
+          pCamera.isOff ? pPaint.yellow("off") : pPaint.green("running")};
+}
+
+void run(Context& pContext, bool pAsJson) {
+  OXSession session(pContext.broker, "cameras");
+  const int count = session.countCameras();
+  const int active = session.device("getActiveCamera").toInt();
+  const OXPaint paint = pContext.paint();
+  Json list = Json::array();
+  OXTable table({"CAMERA", "MODEL", "RESOLUTION", "COLOUR SPACE", "FPS", "GRABBER"});
+  for (int index = 0; index < count; ++index) {
+    const Camera camera = queried(session, index);
+    list.push_back(asJson(camera, active));
+    table.addRow(row(camera, active, paint));
+  }
+  if (pAsJson)
+    pContext.out.line(dumped(list));
+  else
+    pContext.out.write(table.text(paint));
+}
+
+}  // namespace
+
+void addCameras(CLI::App& pRoot, Context& pContext) {
+  CLI::App* verb = addVerb(
+      pRoot, pContext,
+      {"cameras", "shows what every camera runs at; * marks the active one", "oxvideo cameras"});
+  const auto asJson = std::make_shared<bool>(false);
+  verb->add_flag("--json", *asJson, "as a JSON array");
+  verb->callback([&pContext, asJson] { run(pContext, *asJson); });
+}
+
+}  // namespace OX::cli

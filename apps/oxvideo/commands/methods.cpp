@@ -1,0 +1,150 @@
+#include <fmt/format.h>
+
+#include <CLI/CLI.hpp>
+#include <memory>
+
+#include "commands.h"
+#include "json.h"
+#include "session.h"
+#include "status.h"
+
+namespace OX::cli {
+
+namespace {
+
+struct Options {
+  std::string module;
+  bool asJson = false;
+};
+
+/// One publication as the broker describes it: arrays, in the order of the fields.
+struct Publication {
+  struct Part {
+    std::string name;
+    std::string description;
+    std::string type;
+  };
+  std::string name, className, description;
+  int flags;
+  std::vector<Part> parameters;
+  Part result;
+  std::vector<std::pair<std::string, std::string>> examples;  // language and text
+};
+
+Publication::Part partOf(const OXValue& pValue) {
+  return {pValue[0].toString(), pValue[1].toString(), pValue[2].toString()};
+}
+
+Publication publicationOf(const OXValue& pValue) {
+  Publication method{pValue[0].toString(),
+                     pValue[1].toString(),
+                     pValue[2].toString(),
+                     pValue[3].toInt(),
+                     {},
+                     partOf(pValue[5]),
+                     {}};
+  for (const OXValue& parameter : pValue[4].toArray())
+    method.parameters.push_back(partOf(parameter));
+  for (const OXValue& example : pValue[6].toArray())
+    method.examples.emplace_back(example[0].toString(), example[1].toString());
+  return method;
+}
+
+Json asJson(const Publication::Part& pPart) {
+  return {{"name", pPart.name}, {"description", pPart.description}, {"type", pPart.type}};
+}
+
+Json asJson(const Publication& pMethod) {
+  Json parameters = Json::array(), examples = Json::array();
+  for (const auto& parameter : pMethod.parameters) parameters.push_back(asJson(parameter));
+  for (const auto& [language, text] : pMethod.examples)
+    examples.push_back({{"language", language}, {"text", text}});
+  return {
+      {"name", pMethod.name},   {"class", pMethod.className}, {"description", pMethod.description},
+      {"flags", pMethod.flags}, {"parameters", parameters},   {"return", asJson(pMethod.result)},
+      {"examples", examples}};
+}
+
+std::string signature(const Publication& pMethod, const OXPaint& pPaint) {
+  std::vector<std::string> parameters;
+  for (const auto& parameter : pMethod.parameters)
+    parameters.push_back(pPaint.dim(printable(parameter.type)) + " " + printable(parameter.name));
+  return fmt::format("{} {}({})", pPaint.dim(printable(pMethod.result.type)),
+                     pPaint.bold(printable(pMethod.name)), joined(parameters));
+}
+
+/// "name  text", further lines of the text under its first.
+std::string described(const std::string& pName, const std::string& pText, std::size_t pWidth) {
+  const int indent = static_cast<int>(pWidth) + 6;
+  std::string text = indented(printable(pText), indent);
+  text.erase(0, std::min<std::size_t>(text.size(), static_cast<std::size_t>(indent)));
+  return fmt::format("    {:<{}}  {}\n", printable(pName), pWidth, text);
+}
+
+std::string page(const Publication& pMethod, const OXPaint& pPaint) {
+  std::string text = signature(pMethod, pPaint) + "\n";
+  if (!pMethod.description.empty()) text += indented(printable(pMethod.description), 2) + "\n";
+  std::size_t width = 7;  // of the word "returns"
+  for (const auto& parameter : pMethod.parameters) width = std::max(width, parameter.name.size());
+  for (const auto& parameter : pMethod.parameters)
+    if (!parameter.description.empty())
+      text += described(parameter.name, parameter.description, width);
+  if (!pMethod.result.description.empty())
+    text += described("returns", pMethod.result.description, width);
+  for (const auto& [language, example] : pMethod.examples)
+    text +=
+        fmt::format("    {} example:\n{}\n", printable(language), indented(printable(example), 6));
+  return text;
+}
+
+std::string heading(OXSession& pSession, const std::string& pModule, int pMethods,
+                    const OXPaint& pPaint) {
+  const OXValue about = pSession.call("OXBroker", "getModuleDescription", OXValue::array(pModule));
+  const std::string name =
+      pPaint.green(fmt::format("{}: {} methods", printable(pModule), pMethods));
+  return name + "\n" + indented(printable(about[0].toString()), 2) + "\n";
+}
+
+std::vector<std::string> modulesMeant(OXSession& pSession, const Options& pOptions) {
+  if (!pOptions.module.empty()) return {pOptions.module};
+  std::vector<std::string> modules;
+  const OXValue all = pSession.call("OXBroker", "getModuleList", OXValue(OXValue::Array()));
+  for (const OXValue& module : all.toArray()) modules.push_back(module.toString());
+  return modules;
+}
+
+void run(Context& pContext, const Options& pOptions) {
+  OXSession session(pContext.broker, "methods");
+  Json everything = Json::object();
+  const OXPaint paint = pContext.paint();
+  for (const std::string& module : modulesMeant(session, pOptions)) {
+    const OXValue methods = session.call("OXBroker", "getMethodList", OXValue::array(module));
+    Json list = Json::array();
+    if (!pOptions.asJson) pContext.out.line(heading(session, module, methods.getSize(), paint));
+    for (const OXValue& method : methods.toArray()) {
+      const Publication publication = publicationOf(method);
+      if (pOptions.asJson)
+        list.push_back(asJson(publication));
+      else
+        pContext.out.line(page(publication, paint));
+    }
+    everything[module] = std::move(list);
+  }
+  if (!pOptions.asJson) return;
+  pContext.out.line(dumped(pOptions.module.empty() ? everything : everything[pOptions.module]));
+}
+
+}  // namespace
+
+void addMethods(CLI::App& pRoot, Context& pContext) {
+  CLI::App* verb = addVerb(pRoot, pContext,
+                           {"methods", "shows what a module, or every module, can be asked",
+                            "oxvideo methods OXVideoDevice"});
+  const auto options = std::make_shared<Options>();
+  verb->add_option("MODULE", options->module, "only this module's methods");
+  verb->add_flag("--json", options->asJson,
+                 "as JSON: an array of methods, or an object of such arrays by module");
+  verb->callback([&pContext, options] { run(pContext, *options); });
+}
+
+}  // namespace OX::cli

@@ -1,0 +1,125 @@
+#include <fmt/format.h>
+
+#include <CLI/CLI.hpp>
+#include <filesystem>
+#include <memory>
+
+#include "commands.h"
+#include "files.h"
+#include "json.h"
+#include "looking.h"
+#include "picture.h"
+#include "status.h"
+#include "wishes.h"
+
+namespace OX::cli {
+
+namespace {
+
+constexpr int kLowestFps = 5;  // asking for more would make the cameras run faster
+
+struct Options {
+  std::string output;
+  std::vector<int> cameras;
+  std::vector<std::string> resolutions;
+  std::vector<std::string> colorSpaces;
+  bool asJson = false;
+};
+
+/// What is given once holds for all; what is given several times goes with the cameras in turn.
+const std::string& turn(const std::vector<std::string>& pWords, std::size_t pIndex,
+                        const std::string& pDefault) {
+  if (pWords.empty()) return pDefault;
+  return pWords[pWords.size() == 1 ? 0 : pIndex];
+}
+
+void checkCounts(const Options& pOptions, std::size_t pCameras) {
+  for (const std::size_t count : {pOptions.resolutions.size(), pOptions.colorSpaces.size()})
+    if (count > 1 && count != pCameras)
+      throw OXUsageError(fmt::format(
+          "--resolution and --colorspace are given once for all, or once for each of {} cameras",
+          pCameras));
+}
+
+std::vector<Stream> streamsOf(const Options& pOptions, OXSession& pSession) {
+  std::vector<int> cameras = pOptions.cameras;
+  if (cameras.empty())
+    for (int index = 0, count = pSession.countCameras(); index < count; ++index)
+      cameras.push_back(index);
+  checkCounts(pOptions, cameras.size());
+  std::vector<Stream> streams;
+  for (std::size_t i = 0; i < cameras.size(); ++i)
+    streams.push_back(streamOf(
+        {cameras[i], turn(pOptions.resolutions, i, ""), turn(pOptions.colorSpaces, i, "kRGB")},
+        pSession));
+  return streams;
+}
+
+/// "out/a.png" and camera 1: "out/a-1.png".
+std::string fileOf(const std::string& pOutput, int pCamera) {
+  const std::filesystem::path path(pOutput);
+  return (path.parent_path() /
+          fmt::format("{}-{}{}", path.stem().string(), pCamera, path.extension().string()))
+      .string();
+}
+
+int run(Context& pContext, const Options& pOptions) {
+  for (const std::string& name : pOptions.resolutions) parseResolution(name);
+  for (const std::string& name : pOptions.colorSpaces) parseColorSpace(name);
+  OXSession session(pContext.broker, "multi");
+  const std::vector<Stream> streams = streamsOf(pOptions, session);
+  OXSubscription subscription(session, streams, kLowestFps);
+  const auto images = subscription.images();
+  subscription.end();
+
+  Json list = Json::array();
+  std::size_t written = 0;
+  for (std::size_t i = 0; i < streams.size(); ++i) {
+    if (i >= images.size() || !images[i]) {
+      pContext.err.note(fmt::format("camera {} had no frame", streams[i].camera));
+      continue;
+    }
+    const ImageReply& image = *images[i];
+    const std::string file = fileOf(pOptions.output, streams[i].camera);
+    writeFile(file, encodePng(toPicture(image)), pContext.out);
+    ++written;
+    list.push_back({{"camera", streams[i].camera},
+                    {"file", file},
+                    {"width", image.width},
+                    {"height", image.height},
+                    {"colorspace", colorSpaceName(image.colorSpace)},
+                    {"timestamp_us", std::to_string(image.timestampUs)}});
+    if (!pOptions.asJson) pContext.out.line(file);
+  }
+  if (pOptions.asJson) pContext.out.line(dumped(list));
+  if (written == 0) return kFailed;
+  return written < streams.size() ? kDoneWithLosses : kDone;
+}
+
+}  // namespace
+
+void addMulti(CLI::App& pRoot, Context& pContext) {
+  CLI::App* verb = addVerb(
+      pRoot, pContext,
+      {"multi", "writes one image of several cameras, asked for in one call",
+       "oxvideo multi -o now.png --camera 0 --camera 1    (writes now-0.png and now-1.png)\n"
+       "  oxvideo multi -o now.png --camera 1 --camera 0 --resolution kVGA --resolution kQVGA"});
+  const auto options = std::make_shared<Options>();
+  verb->add_option("-o,--output", options->output,
+                   "the PNG files: the camera's number is put before the ending")
+      ->required()
+      ->type_name("FILE");
+  verb->add_option("--camera", options->cameras, "a camera; several times (default: all)")
+      ->type_name("N")
+      ->check(CLI::Range(0, 255));
+  verb->add_option("--resolution", options->resolutions,
+                   "once for all or once for each camera (default: what each runs at)")
+      ->type_name("NAME");
+  verb->add_option("--colorspace", options->colorSpaces,
+                   "once for all or once for each camera (default kRGB)")
+      ->type_name("NAME");
+  verb->add_flag("--json", options->asJson, "what was written, as a JSON array");
+  verb->callback([&pContext, options] { pContext.status = run(pContext, *options); });
+}
+
+}  // namespace OX::cli

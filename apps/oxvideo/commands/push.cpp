@@ -1,0 +1,229 @@
+#include <fmt/format.h>
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <memory>
+#include <optional>
+
+#include "commands.h"
+#include "expected.h"
+#include "frame_source.h"
+#include "interrupt.h"
+#include "json.h"
+#include "pacer.h"
+#include "progress.h"
+#include "session.h"
+#include "status.h"
+
+namespace OX::cli {
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+constexpr std::chrono::milliseconds kAskAgain{500};
+// After a stop (Ctrl-Z, a debugger) the footage goes on; it doesn't race through what was missed.
+constexpr double kLongestStep = 2;
+
+struct Options {
+  std::string source;
+  std::vector<int> cameras;
+  std::string size, fps, fit = "pad";
+  std::int64_t frames = 0;
+  bool loop = false;
+  bool asJson = false;
+};
+
+/// One camera that is fed.
+struct Feed {
+  int camera;
+  FrameSize size;
+  OXPacer pacer;
+  Clock::time_point askAgain;
+  std::int64_t pushed = 0;
+  std::int64_t dropped = 0;
+};
+
+class Pusher {
+ public:
+  Pusher(Context& pContext, const Options& pOptions);
+  int run();
+
+ private:
+  void xFollow(Feed& pFeed);
+  bool xWantsMore(const Feed& pFeed) const {
+    return fOptions.frames == 0 || pFeed.pushed < fOptions.frames;
+  }
+  Feed* xNextDue();
+  void xPushAll();
+  bool xStep(Feed& pFeed);
+  void xShowProgress();
+  std::int64_t xTotal(std::int64_t Feed::*pCount) const;
+  int xReport(bool pCutShort);
+
+  Context& fContext;
+  const Options& fOptions;
+  const std::optional<FrameSize> fSize;  ///< as told; else the camera is asked
+  const std::optional<double> fFps;
+  const Fit fFit;
+  OXSession fSession;
+  std::vector<Feed> fFeeds;
+  std::unique_ptr<OXFrameSource> fSource;
+  std::unique_ptr<OXProgress> fProgress;
+  Clock::time_point fStart, fLastStep;
+  double fMediaTime = 0;
+  std::vector<unsigned char> fPixels;
+};
+
+Pusher::Pusher(Context& pContext, const Options& pOptions)
+    : fContext(pContext),
+      fOptions(pOptions),
+      fSize(pOptions.size.empty() ? std::nullopt : std::optional(parseSize(pOptions.size))),
+      fFps(pOptions.fps.empty() ? std::nullopt : std::optional(parseFps(pOptions.fps))),
+      fFit(pOptions.fit == "stretch" ? Fit::kStretch : Fit::kPad),
+      fSession(pContext.broker, "push") {
+  for (const int camera : pOptions.cameras) {
+    Feed feed{camera, fSize.value_or(FrameSize{}), OXPacer({}, fFps.value_or(1)), {}};
+    xFollow(feed);
+    fFeeds.push_back(feed);
+  }
+  fSource = std::make_unique<OXFrameSource>(pOptions.source, fFeeds.front().size, pOptions.loop);
+  std::int64_t total = pOptions.frames;
+  if (total == 0)
+    total = static_cast<std::int64_t>(fSource->duration() * fFeeds.front().pacer.fps());
+  fProgress = std::make_unique<OXProgress>(pContext.err, "push", total);
+}
+
+/// Takes over what the camera expects, but for what the options say.
+void Pusher::xFollow(Feed& pFeed) {
+  if (fSize && fFps) return;
+  const Expected expected =
+      parseExpected(fSession.device("getExpectedImageParameters", pFeed.camera));
+  if (!fSize) pFeed.size = expected.size;
+  if (!fFps) pFeed.pacer.setFps(expected.fps);
+}
+
+Feed* Pusher::xNextDue() {
+  Feed* next = nullptr;
+  for (Feed& feed : fFeeds)
+    if (xWantsMore(feed) && (!next || feed.pacer.due() < next->pacer.due())) next = &feed;
+  return next;
+}
+
+/// Pushes one frame; false when the source has ended.
+bool Pusher::xStep(Feed& pFeed) {
+  const auto now = Clock::now();
+  if (now >= pFeed.askAgain) {
+    xFollow(pFeed);
+    pFeed.askAgain = now + kAskAgain;
+  }
+  pFeed.dropped += pFeed.pacer.start(std::max(now, pFeed.pacer.due()));
+  fMediaTime += std::min(std::chrono::duration<double>(now - fLastStep).count(), kLongestStep);
+  fLastStep = now;
+  if (!fSource->advanceTo(fMediaTime)) return false;
+  fSource->render(pFeed.size, fFit, fPixels);
+  OXValue image;
+  image.SetBinary(fPixels.data(), static_cast<int>(fPixels.size()));
+  if (!fSession.device("putImage", pFeed.camera, pFeed.size.width, pFeed.size.height, image)
+           .toBool())
+    throw OXFailure(fmt::format("camera {} refused a frame of {}x{}", pFeed.camera,
+                                pFeed.size.width, pFeed.size.height));
+  ++pFeed.pushed;
+  return true;
+}
+
+std::int64_t Pusher::xTotal(std::int64_t Feed::*pCount) const {
+  std::int64_t total = 0;
+  for (const Feed& feed : fFeeds) total += feed.*pCount;
+  return total;
+}
+
+void Pusher::xShowProgress() {
+  const Feed& first = fFeeds.front();
+  fProgress->update(first.pushed,
+                    fmt::format("{}x{} {:g} fps, {} dropped", first.size.width, first.size.height,
+                                first.pacer.fps(), xTotal(&Feed::dropped)));
+}
+
+/// Pushes until there is nothing more to push or a signal comes.
+void Pusher::xPushAll() {
+  while (Feed* feed = xNextDue()) {
+    if (!OXInterrupt::waitUntil(feed->pacer.due()) || !xStep(*feed)) return;
+    xShowProgress();
+  }
+}
+
+int Pusher::run() {
+  fStart = fLastStep = Clock::now();
+  for (Feed& feed : fFeeds) {
+    feed.pacer = OXPacer(fStart, feed.pacer.fps());
+    feed.askAgain = fStart + kAskAgain;
+  }
+  bool isEnded = true;
+  try {
+    xPushAll();
+    isEnded = !OXInterrupt::requested();
+  } catch (const OXInterrupted&) {
+    // The signal came while the source was read: the report is due all the same.
+    isEnded = false;
+  }
+  return xReport(!isEnded && xNextDue() && (fOptions.frames > 0 || !fSource->isEndless()));
+}
+
+int Pusher::xReport(bool pCutShort) {
+  fProgress.reset();
+  const double seconds = std::chrono::duration<double>(Clock::now() - fStart).count();
+  Json cameras = Json::array();
+  for (const Feed& feed : fFeeds) {
+    cameras.push_back(
+        {{"camera", feed.camera}, {"pushed", feed.pushed}, {"dropped", feed.dropped}});
+    fContext.err.note(fmt::format("camera {}: {} frames pushed in {:.1f} s, {} dropped",
+                                  feed.camera, feed.pushed, seconds, feed.dropped));
+  }
+  const std::int64_t damaged = fSource->damagedFrames();
+  if (damaged > 0) fContext.err.note(fmt::format("{} damaged frames in the source", damaged));
+  if (fOptions.asJson)
+    fContext.out.line(dumped({{"seconds", seconds}, {"damaged", damaged}, {"cameras", cameras}}));
+  if (pCutShort) return OXInterrupt::status();
+  return damaged > 0 || xTotal(&Feed::dropped) > 0 ? kDoneWithLosses : kDone;
+}
+
+}  // namespace
+
+void addPush(CLI::App& pRoot, Context& pContext) {
+  CLI::App* verb = addVerb(
+      pRoot, pContext,
+      {"push", "feeds cameras with a video, a picture or a moving test picture",
+       "oxvideo push test --camera 0 --camera 1\n"
+       "  oxvideo push film.mp4 --camera 0 --loop\n"
+       "What runs until it is stopped (test, a picture, --loop) ends with 0, or 3 if frames were\n"
+       "dropped; a film or a number of frames that a signal cuts short ends with 130 (SIGINT)."});
+  const auto options = std::make_shared<Options>();
+  verb->add_option("SOURCE", options->source, "a video file, a picture, or \"test\"")->required();
+  verb->add_option("--camera", options->cameras, "the camera to feed; may be given several times")
+      ->required()
+      ->type_name("N")
+      ->check(CLI::Range(0, 255));
+  verb->add_option("--size", options->size,
+                   "160x120, 320x240, 640x480 or 1280x960 (default: what the camera expects, also "
+                   "while that changes)")
+      ->type_name("WxH");
+  verb->add_option("--fps", options->fps, "frames a second (default: what the camera expects)")
+      ->type_name("F");
+  verb->add_option("--frames", options->frames, "end after this many frames a camera")
+      ->type_name("N")
+      ->check(CLI::Range(std::int64_t{1}, std::int64_t{1} << 53));
+  verb->add_option("--fit", options->fit,
+                   "a source of another shape gets black bars (pad, the default) or is stretched")
+      ->check(CLI::IsMember({"pad", "stretch"}));
+  verb->add_flag("--loop", options->loop, "start again at the end");
+  verb->add_flag("--json", options->asJson, "a summary as JSON at the end");
+  verb->callback([&pContext, options] {
+    auto sorted = options->cameras;
+    std::sort(sorted.begin(), sorted.end());
+    if (std::adjacent_find(sorted.begin(), sorted.end()) != sorted.end())
+      throw OXUsageError("a camera is given twice");
+    pContext.status = Pusher(pContext, *options).run();
+  });
+}
+
+}  // namespace OX::cli

@@ -1,0 +1,151 @@
+#include <fmt/format.h>
+
+#include <CLI/CLI.hpp>
+#include <chrono>
+#include <filesystem>
+#include <memory>
+
+#include "commands.h"
+#include "interrupt.h"
+#include "looking.h"
+#include "oxdefinitions.h"
+#include "oxerror.h"
+#include "progress.h"
+#include "status.h"
+#include "wishes.h"
+
+namespace OX::cli {
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+struct Options {
+  std::string output;
+  LookOptions look;
+  int frames = 0;
+  int period = 1;
+  int fps = 0;  ///< 0: what the camera runs at
+  double timeoutSeconds = 10;
+};
+
+/// Records with one subscription and looks out for new frames with another, small one: the device
+/// counts each request for a raw image, also one that brings the same frame once more.
+class Recorder {
+ public:
+  Recorder(Context& pContext, const Options& pOptions);
+  int run();
+
+ private:
+  bool xAwaitFrame();
+  void xStop();
+
+  const Options& fOptions;
+  OXSession fSession;
+  Stream fStream;
+  int fFps;
+  OXSubscription fRecording;
+  OXSubscription fLookout;
+  Clock::duration fPoll;
+  std::int64_t fNewestUs = 0;
+  Clock::time_point fLastFrame;
+  OXProgress fProgress;
+};
+
+int fpsOf(const Options& pOptions, OXSession& pSession) {
+  return pOptions.fps > 0 ? pOptions.fps
+                          : pSession.device("getFrameRate", pOptions.look.camera).toInt();
+}
+
+Recorder::Recorder(Context& pContext, const Options& pOptions)
+    : fOptions(pOptions),
+      fSession(pContext.broker, "record"),
+      fStream(streamOf(pOptions.look, fSession)),
+      fFps(fpsOf(pOptions, fSession)),
+      fRecording(fSession, fStream, fFps),
+      fLookout(fSession, Stream{fStream.camera, kQQVGA, kYuv}, fFps),
+      fPoll(std::chrono::milliseconds(100) / std::max(fFps, 1)),
+      fProgress(pContext.err, "record", pOptions.frames) {}
+
+/// Waits for a frame that isn't recorded yet; false when none comes or a signal does.
+bool Recorder::xAwaitFrame() {
+  const auto limit = Clock::now() + std::chrono::duration_cast<Clock::duration>(
+                                        std::chrono::duration<double>(fOptions.timeoutSeconds));
+  while (Clock::now() < limit) {
+    const auto image = fLookout.image();
+    if (image && image->timestampUs > fNewestUs) return true;
+    if (!OXInterrupt::waitUntil(Clock::now() + fPoll)) return false;
+  }
+  return false;
+}
+
+/// Stops the recording, so that the file is whole before this program ends.
+void Recorder::xStop() {
+  fSession.device("stopVideo", fRecording.id());
+  fRecording.end();
+  fLookout.end();
+}
+
+int Recorder::run() {
+  // The path is opened by the broker, whose working directory is another.
+  const std::string path = std::filesystem::absolute(fOptions.output).string();
+  if (!fSession.device("recordVideo", fRecording.id(), path, fOptions.frames, fOptions.period)
+           .toBool())
+    throw OXFailure("the broker can't write " + printable(path));
+  const std::int64_t requests = std::int64_t{fOptions.frames} * fOptions.period;
+  std::int64_t done = 0;
+  while (done < requests && !OXInterrupt::requested() && xAwaitFrame()) {
+    const auto image = fRecording.rawImage();
+    if (!image) continue;
+    fNewestUs = image->timestampUs;
+    ++done;
+    fProgress.update(done / fOptions.period, fmt::format("{} fps", fFps));
+  }
+  xStop();
+  if (done == requests) return kDone;
+  const std::int64_t recorded = done / fOptions.period;
+  const std::string text =
+      fmt::format("{} of {} frames recorded in {}", recorded, fOptions.frames, printable(path));
+  if (OXInterrupt::requested()) throw OXInterrupted();
+  throw OXFailure(fmt::format("{}: then no frame came for {:g} s", text, fOptions.timeoutSeconds));
+}
+
+}  // namespace
+
+void addRecord(CLI::App& pRoot, Context& pContext) {
+  CLI::App* verb = addVerb(
+      pRoot, pContext,
+      {"record", "lets the broker record a camera's raw frames in an .oxv file",
+       "oxvideo record drive.oxv --camera 0 --frames 300\n"
+       "The broker writes the file, on its machine. Cut short by a signal (status 130 for SIGINT)\n"
+       "the file is closed with the frames that it has."});
+  const auto options = std::make_shared<Options>();
+  verb->add_option("OUT", options->output, "the file")->required();
+  verb->add_option("--camera", options->look.camera, "the camera (default 0)")
+      ->type_name("N")
+      ->check(CLI::Range(0, 255));
+  verb->add_option("--frames", options->frames, "how many frames to record")
+      ->required()
+      ->type_name("N")
+      ->check(CLI::PositiveNumber);
+  verb->add_option("--period", options->period, "record one frame in this many (default 1)")
+      ->type_name("P")
+      ->check(CLI::PositiveNumber);
+  verb->add_option("--resolution", options->look.resolution,
+                   "what the camera is to run at (default: what it runs at)")
+      ->type_name("NAME");
+  verb->add_option("--fps", options->fps,
+                   "frames a second, 5 to 30 (default: what the camera runs at)")
+      ->type_name("F")
+      ->check(CLI::Range(1, 255));
+  verb->add_option("--timeout", options->timeoutSeconds,
+                   "fail when no frame comes for this long (default 10)")
+      ->type_name("SECONDS")
+      ->check(CLI::Range(0.1, 86400.0));
+  verb->callback([&pContext, options] {
+    checkNames(options->look);
+    pContext.status = Recorder(pContext, *options).run();
+  });
+}
+
+}  // namespace OX::cli

@@ -1,0 +1,92 @@
+#include <fmt/format.h>
+
+#include <CLI/CLI.hpp>
+#include <chrono>
+#include <memory>
+
+#include "commands.h"
+#include "files.h"
+#include "interrupt.h"
+#include "json.h"
+#include "looking.h"
+#include "picture.h"
+#include "status.h"
+#include "wishes.h"
+
+namespace OX::cli {
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+constexpr int kLowestFps = 5;  // asking for more would make the camera run faster
+
+struct Options {
+  LookOptions look;
+  std::string output;
+  double timeoutSeconds = 5;
+  bool asJson = false;
+};
+
+/// Asks until there is a frame; each request waits up to a second on the other side.
+ImageReply waitForImage(OXSubscription& pSubscription, const Options& pOptions) {
+  const auto limit = Clock::now() + std::chrono::duration_cast<Clock::duration>(
+                                        std::chrono::duration<double>(pOptions.timeoutSeconds));
+  while (!OXInterrupt::requested()) {
+    if (auto image = pSubscription.image()) return std::move(*image);
+    if (Clock::now() >= limit)
+      throw OXFailure(
+          fmt::format("camera {0} had no frame within {1:g} s\n"
+                      "  is something feeding it? try: oxvideo push test --camera {0}",
+                      pOptions.look.camera, pOptions.timeoutSeconds));
+  }
+  throw OXInterrupted();
+}
+
+void report(Context& pContext, const Options& pOptions, const ImageReply& pImage) {
+  const std::string what =
+      fmt::format("{}x{} {} of camera {}, {:.0f} ms old", pImage.width, pImage.height,
+                  colorSpaceName(pImage.colorSpace), pImage.camera,
+                  static_cast<double>(wallClockUs() - pImage.timestampUs) / 1000);
+  pContext.err.note(pOptions.output + ": " + what);
+  if (!pOptions.asJson) return;
+  pContext.out.line(dumped({{"file", pOptions.output},
+                            {"width", pImage.width},
+                            {"height", pImage.height},
+                            {"layers", pImage.layers},
+                            {"colorspace", colorSpaceName(pImage.colorSpace)},
+                            {"camera", pImage.camera},
+                            {"timestamp_us", std::to_string(pImage.timestampUs)}}));
+}
+
+void run(Context& pContext, const Options& pOptions) {
+  checkNames(pOptions.look);
+  if (pOptions.asJson && pOptions.output == "-")
+    throw OXUsageError("--json and -o - both want standard output");
+  OXSession session(pContext.broker, "snapshot");
+  OXSubscription subscription(session, streamOf(pOptions.look, session), kLowestFps);
+  const ImageReply image = waitForImage(subscription, pOptions);
+  subscription.end();
+  writeFile(pOptions.output, encodePng(toPicture(image)), pContext.out);
+  report(pContext, pOptions, image);
+}
+
+}  // namespace
+
+void addSnapshot(CLI::App& pRoot, Context& pContext) {
+  CLI::App* verb = addVerb(pRoot, pContext,
+                           {"snapshot", "writes one image of a camera as PNG",
+                            "oxvideo snapshot -o a.png --camera 0 --resolution kVGA\n"
+                            "  oxvideo snapshot -o - --colorspace kHSY > hue.png"});
+  const auto options = std::make_shared<Options>();
+  verb->add_option("-o,--output", options->output, "the PNG file; - is standard output")
+      ->required()
+      ->type_name("FILE");
+  addLookOptions(*verb, options->look);
+  verb->add_option("--timeout", options->timeoutSeconds, "wait this long for a frame (default 5)")
+      ->type_name("SECONDS")
+      ->check(CLI::Range(0.0, 3600.0));
+  verb->add_flag("--json", options->asJson, "what was written, as JSON");
+  verb->callback([&pContext, options] { run(pContext, *options); });
+}
+
+}  // namespace OX::cli

@@ -1,0 +1,220 @@
+#include <fmt/format.h>
+
+#include <CLI/CLI.hpp>
+#include <chrono>
+#include <memory>
+
+#include "commands.h"
+#include "interrupt.h"
+#include "json.h"
+#include "latencies.h"
+#include "looking.h"
+#include "status.h"
+#include "wishes.h"
+
+namespace OX::cli {
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+using Seconds = std::chrono::duration<double>;
+
+struct Options {
+  LookOptions look;
+  int fps = 0;  ///< 0: what the camera runs at
+  std::int64_t frames = 0;
+  double timeoutSeconds = 10;
+  bool asJson = false;
+};
+
+/// What was seen since it was started.
+struct Tally {
+  Clock::time_point start;
+  std::int64_t frames = 0;
+  std::int64_t empty = 0;  ///< requests for which the camera had no frame
+  OXLatencies latencies;
+
+  void restart(Clock::time_point pNow) {
+    start = pNow;
+    frames = empty = 0;
+    latencies.clear();
+  }
+  double seconds(Clock::time_point pNow) const { return Seconds(pNow - start).count(); }
+  double rate(Clock::time_point pNow) const {
+    return static_cast<double>(frames) / std::max(seconds(pNow), 1e-9);
+  }
+};
+
+class Watcher {
+ public:
+  Watcher(Context& pContext, const Options& pOptions);
+  int run();
+
+ private:
+  void xRequest();
+  void xLine(Clock::time_point pNow);
+  void xSummary(Clock::time_point pNow);
+  double xAgeMs() const { return static_cast<double>(wallClockUs() - fNewestUs) / 1000; }
+  bool xDone() const { return fOptions.frames > 0 && fTotal.frames >= fOptions.frames; }
+  bool xStarved(Clock::time_point pNow) const {
+    return fOptions.frames > 0 && Seconds(pNow - fLastFrame).count() > fOptions.timeoutSeconds;
+  }
+
+  Context& fContext;
+  const Options& fOptions;
+  OXSession fSession;
+  Stream fStream;
+  OXSubscription fSubscription;
+  Clock::duration fPeriod;
+  Tally fSecond, fTotal;
+  int fLines = 0;
+  std::int64_t fNewestUs = 0;  ///< stamp of the newest frame, 0 before the first
+  Clock::time_point fLastFrame, fNextRequest;
+};
+
+int fpsOf(const Options& pOptions, OXSession& pSession) {
+  return pOptions.fps > 0 ? pOptions.fps
+                          : pSession.device("getFrameRate", pOptions.look.camera).toInt();
+}
+
+Watcher::Watcher(Context& pContext, const Options& pOptions)
+    : fContext(pContext),
+      fOptions(pOptions),
+      fSession(pContext.broker, "watch"),
+      fStream(streamOf(pOptions.look, fSession)),
+      fSubscription(fSession, fStream, fpsOf(pOptions, fSession)) {
+  // The device may have given another rate than asked for.
+  const int fps = fSession.device("getFrameRate", fSubscription.id()).toInt();
+  fPeriod = std::chrono::duration_cast<Clock::duration>(Seconds(1.0 / std::max(fps, 1)));
+}
+
+/// One request, and when the next one is to be. Just before a new frame can be there, then a few
+/// times in a period: so each frame is seen, and few are sent twice.
+void Watcher::xRequest() {
+  const auto asked = Clock::now();
+  const auto image = fSubscription.image();
+  const auto answered = Clock::now();
+  for (Tally* tally : {&fSecond, &fTotal}) tally->latencies.add(Seconds(answered - asked).count());
+  if (!image) {
+    ++fSecond.empty;
+    ++fTotal.empty;
+    fNextRequest = answered + fPeriod / 10;
+  } else if (image->timestampUs == fNewestUs) {
+    fNextRequest = answered + fPeriod / 10;
+  } else {
+    ++fSecond.frames;
+    ++fTotal.frames;
+    fNewestUs = image->timestampUs;
+    fLastFrame = answered;
+    fNextRequest = asked + fPeriod * 9 / 10;
+  }
+}
+
+int Watcher::run() {
+  fNextRequest = fLastFrame = Clock::now();
+  fSecond.restart(fNextRequest);
+  fTotal.restart(fNextRequest);
+  auto nextLine = fNextRequest + std::chrono::seconds(1);
+  while (!xDone() && OXInterrupt::waitUntil(std::min(fNextRequest, nextLine))) {
+    auto now = Clock::now();
+    if (now >= fNextRequest) xRequest();
+    now = Clock::now();
+    if (xStarved(now)) break;
+    if (now < nextLine) continue;
+    xLine(now);
+    fSecond.restart(now);
+    while (nextLine <= now) nextLine += std::chrono::seconds(1);
+  }
+  const auto end = Clock::now();
+  fSubscription.end();
+  xSummary(end);
+  if (OXInterrupt::requested() && fOptions.frames > 0 && !xDone()) return OXInterrupt::status();
+  if (!xDone() && fOptions.frames > 0)
+    throw OXFailure(fmt::format("no frame for {:g} s", fOptions.timeoutSeconds));
+  return fTotal.empty > 0 ? kDoneWithLosses : kDone;
+}
+
+void Watcher::xLine(Clock::time_point pNow) {
+  ++fLines;
+  const double median = fSecond.latencies.median() * 1000;
+  const double worst = fSecond.latencies.percentile(0.99) * 1000;
+  if (fOptions.asJson) {
+    Json json = {{"line", fLines},
+                 {"frames", fSecond.frames},
+                 {"fps", fSecond.rate(pNow)},
+                 {"latency_median_ms", median},
+                 {"latency_p99_ms", worst},
+                 {"empty", fSecond.empty}};
+    if (fNewestUs != 0) {
+      json["age_ms"] = xAgeMs();
+      json["timestamp_us"] = std::to_string(fNewestUs);
+    }
+    fContext.out.line(dumped(json));
+    return;
+  }
+  const OXPaint paint = fContext.paint();
+  const std::string rate = fmt::format("{:5.1f} fps", fSecond.rate(pNow));
+  fContext.out.line(
+      fmt::format("{}  age {}  request {:.2f} ms median, {:.2f} ms p99{}",
+                  fSecond.frames > 0 ? paint.green(rate) : paint.red(rate),
+                  fNewestUs != 0 ? fmt::format("{:.1f} ms", xAgeMs()) : "-", median, worst,
+                  fSecond.empty > 0 ? fmt::format("  {} without a frame", fSecond.empty) : ""));
+}
+
+void Watcher::xSummary(Clock::time_point pNow) {
+  const double median = fTotal.latencies.median() * 1000;
+  const double worst = fTotal.latencies.percentile(0.99) * 1000;
+  if (fOptions.asJson) {
+    fContext.out.line(dumped({{"summary",
+                               {{"camera", fStream.camera},
+                                {"resolution", resolutionName(fStream.resolution)},
+                                {"colorspace", colorSpaceName(fStream.colorSpace)},
+                                {"seconds", fTotal.seconds(pNow)},
+                                {"frames", fTotal.frames},
+                                {"fps", fTotal.rate(pNow)},
+                                {"requests", fTotal.latencies.count()},
+                                {"latency_median_ms", median},
+                                {"latency_p99_ms", worst},
+                                {"empty", fTotal.empty}}}}));
+    return;
+  }
+  fContext.out.line(
+      fmt::format("camera {}, {}, {}: {} frames in {:.1f} s ({:.1f} fps), {} requests, {:.2f} ms "
+                  "median, {:.2f} ms "
+                  "p99, {} without a frame",
+                  fStream.camera, resolutionName(fStream.resolution),
+                  colorSpaceName(fStream.colorSpace), fTotal.frames, fTotal.seconds(pNow),
+                  fTotal.rate(pNow), fTotal.latencies.count(), median, worst, fTotal.empty));
+}
+
+}  // namespace
+
+void addWatch(CLI::App& pRoot, Context& pContext) {
+  CLI::App* verb = addVerb(
+      pRoot, pContext,
+      {"watch", "shows once a second how a camera's images come: rate, age, latency of a request",
+       "oxvideo watch --camera 0 --resolution kVGA --fps 30\n"
+       "Ages compare the broker's clock with this machine's. Stopped by a signal it ends with 0,\n"
+       "or with 3 if the camera had no frame for some request; short of --frames with 130 "
+       "(SIGINT)."});
+  const auto options = std::make_shared<Options>();
+  addLookOptions(*verb, options->look);
+  verb->add_option("--fps", options->fps,
+                   "frames a second, 5 to 30 (default: what the camera runs at)")
+      ->type_name("F")
+      ->check(CLI::Range(1, 255));
+  verb->add_option("--frames", options->frames, "end after this many frames (default: go on)")
+      ->type_name("N")
+      ->check(CLI::Range(std::int64_t{1}, std::int64_t{1} << 53));
+  verb->add_option("--timeout", options->timeoutSeconds,
+                   "with --frames: fail when none has come for this long (default 10)")
+      ->type_name("SECONDS")
+      ->check(CLI::Range(0.0, 86400.0));
+  verb->add_flag("--json", options->asJson, "one JSON object a line, the last one the summary");
+  verb->callback([&pContext, options] {
+    checkNames(options->look);
+    pContext.status = Watcher(pContext, *options).run();
+  });
+}
+
+}  // namespace OX::cli

@@ -1,0 +1,71 @@
+#include "frame_source.h"
+
+#include "ffmpeg.h"
+#include "status.h"
+#include "text.h"
+
+namespace OX::cli {
+
+struct OXFrameSource::Shot {
+  FrameOwner frame;
+  Orientation orientation;
+  double start;
+  double end;
+};
+
+OXFrameSource::OXFrameSource(std::string pSource, FrameSize pTestSize, bool pLoop)
+    : fSource(std::move(pSource)),
+      fTestSize(pTestSize),
+      fLoop(pLoop),
+      fReader(std::make_unique<OXVideoReader>(fSource, fTestSize)) {
+  fCurrent = xFetch();
+  if (!fCurrent) throw OXFailure("no frame of " + printable(fSource) + " can be decoded");
+  fUpcoming = xFetch();
+}
+
+OXFrameSource::~OXFrameSource() = default;
+
+std::unique_ptr<OXFrameSource::Shot> OXFrameSource::xFetch() {
+  const AVFrame* frame = fReader->next();
+  if (!frame && fLoop && fPassFrames > 1) {
+    fDamagedBefore += fReader->damagedFrames();
+    fPassStart += fReader->time() + fReader->frameDuration();
+    fPassFrames = 0;
+    fReader = std::make_unique<OXVideoReader>(fSource, fTestSize);
+    frame = fReader->next();
+  }
+  if (!frame) return nullptr;
+  ++fPassFrames;
+  auto shot = std::make_unique<Shot>();
+  shot->frame.reset(av_frame_clone(frame));
+  if (!shot->frame) throw OXFailure("out of memory");
+  shot->orientation = fReader->orientation();
+  shot->start = fPassStart + fReader->time();
+  shot->end = shot->start + fReader->frameDuration();
+  return shot;
+}
+
+bool OXFrameSource::advanceTo(double pSeconds) {
+  while (fUpcoming && fUpcoming->start <= pSeconds) {
+    fCurrent = std::move(fUpcoming);
+    fUpcoming = xFetch();
+  }
+  return fUpcoming || isEndless() || pSeconds < fCurrent->end;
+}
+
+void OXFrameSource::render(FrameSize pSize, Fit pFit, std::vector<unsigned char>& pTarget) {
+  fScaler.render(*fCurrent->frame, fCurrent->orientation, pSize, pFit, pTarget);
+}
+
+bool OXFrameSource::isEndless() const {
+  const bool isStill = fPassFrames == 1 && !fUpcoming;
+  return fLoop || isStill || fSource == "test";
+}
+
+double OXFrameSource::duration() const { return isEndless() ? 0 : fReader->duration(); }
+
+std::int64_t OXFrameSource::damagedFrames() const {
+  return fDamagedBefore + fReader->damagedFrames();
+}
+
+}  // namespace OX::cli

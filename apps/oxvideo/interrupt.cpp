@@ -1,0 +1,64 @@
+#include "interrupt.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <csignal>
+
+#include "status.h"
+
+namespace OX::cli {
+
+namespace {
+
+std::atomic<int> signalThatCame{0};
+static_assert(std::atomic<int>::is_always_lock_free, "the handler may only touch lock-free data");
+// The handler writes a byte here and nobody reads it: once there, it ends every later wait.
+int pipeEnds[2] = {-1, -1};
+
+void onSignal(int pSignal) {
+  const int savedErrno = errno;
+  signalThatCame.store(pSignal);
+  const char byte = 1;
+  [[maybe_unused]] const ssize_t written = ::write(pipeEnds[1], &byte, 1);
+  errno = savedErrno;
+}
+
+}  // namespace
+
+void OXInterrupt::install() {
+  if (pipeEnds[0] < 0 && ::pipe2(pipeEnds, O_CLOEXEC | O_NONBLOCK) != 0)
+    throw OXFailure("no pipe for signals can be had");
+  struct sigaction action = {};
+  action.sa_handler = onSignal;
+  sigemptyset(&action.sa_mask);
+  // No SA_RESTART: a blocking open() must end too.
+  action.sa_flags = static_cast<int>(SA_RESETHAND);
+  sigaction(SIGINT, &action, nullptr);
+  sigaction(SIGTERM, &action, nullptr);
+  std::signal(SIGPIPE, SIG_IGN);
+}
+
+bool OXInterrupt::requested() { return signalThatCame.load() != 0; }
+
+int OXInterrupt::signalNumber() { return signalThatCame.load(); }
+
+bool OXInterrupt::waitUntil(std::chrono::steady_clock::time_point pMoment) {
+  using namespace std::chrono;
+  while (!requested()) {
+    const auto left = pMoment - steady_clock::now();
+    if (left <= steady_clock::duration::zero()) return true;
+    const auto bounded = std::min<nanoseconds>(left, hours(1));
+    const timespec limit = {duration_cast<seconds>(bounded).count(),
+                            (bounded % seconds(1)).count()};
+    pollfd wake = {pipeEnds[0], POLLIN, 0};
+    ::ppoll(&wake, pipeEnds[0] < 0 ? 0 : 1, &limit, nullptr);
+  }
+  return false;
+}
+
+}  // namespace OX::cli

@@ -1,0 +1,41 @@
+#include "looking.h"
+
+#include <CLI/CLI.hpp>
+
+#include "oxdefinitions.h"
+#include "wishes.h"
+
+namespace OX::cli {
+
+void addLookOptions(CLI::App& pVerb, LookOptions& pOptions) {
+  pVerb.add_option("--camera", pOptions.camera, "the camera (default 0)")
+      ->type_name("N")
+      ->check(CLI::Range(0, 255));
+  pVerb
+      .add_option("--resolution", pOptions.resolution,
+                  "kQQVGA, kQVGA, kVGA or k4VGA (default: what the camera runs at)")
+      ->type_name("NAME");
+  pVerb
+      .add_option("--colorspace", pOptions.colorSpace,
+                  "kYuv, kHsy, kYUV422, kYUV, kRGB (the default), kHSY, kBGR, kYYCbCr, kH2RGB or "
+                  "kHSMixed")
+      ->type_name("NAME");
+}
+
+void checkNames(const LookOptions& pOptions) {
+  parseColorSpace(pOptions.colorSpace);
+  if (!pOptions.resolution.empty()) parseResolution(pOptions.resolution);
+}
+
+Stream streamOf(const LookOptions& pOptions, OXSession& pSession) {
+  Stream stream{pOptions.camera, 0, parseColorSpace(pOptions.colorSpace)};
+  if (!pOptions.resolution.empty()) {
+    stream.resolution = parseResolution(pOptions.resolution);
+    return stream;
+  }
+  stream.resolution = pSession.device("getResolution", pOptions.camera).toInt();
+  if (stream.resolution < kQQVGA || stream.resolution > k4VGA) stream.resolution = kQVGA;
+  return stream;
+}
+
+}  // namespace OX::cli

@@ -1,0 +1,49 @@
+#include "output.h"
+
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <string>
+
+#include "status.h"
+
+namespace OX::cli {
+
+void OXOutput::write(std::string_view pBytes) {
+  while (!pBytes.empty()) {
+    const ssize_t written = ::write(fDescriptor, pBytes.data(), pBytes.size());
+    if (written >= 0) {
+      pBytes.remove_prefix(static_cast<std::size_t>(written));
+    } else if (errno == EPIPE) {
+      throw OXOutputClosed();
+    } else if (errno != EINTR) {
+      throw OXFailure(std::string("can't write the output: ") + std::strerror(errno));
+    }
+  }
+}
+
+void OXOutput::line(std::string_view pText) {
+  std::string whole(pText);
+  whole += '\n';
+  write(whole);
+}
+
+void OXOutput::offer(std::string_view pBytes) noexcept {
+  try {
+    write(pBytes);
+  } catch (const std::exception&) {
+    return;
+  }
+}
+
+bool OXOutput::isTerminal() const { return ::isatty(fDescriptor) == 1; }
+
+int OXOutput::columns() const {
+  winsize size = {};
+  if (::ioctl(fDescriptor, TIOCGWINSZ, &size) == 0 && size.ws_col > 0) return size.ws_col;
+  return 80;
+}
+
+}  // namespace OX::cli

@@ -1,0 +1,36 @@
+/// Images made into pictures that a person can judge, and pictures into PNG.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "image_reply.h"
+
+namespace OX::cli {
+
+/// Red, green, blue; rows top down without gaps.
+struct Picture {
+  int width = 0;
+  int height = 0;
+  std::vector<unsigned char> rgb;
+};
+
+/// How each colour space is shown:
+///
+/// | colour space          | shown as                                                             |
+/// |-----------------------|----------------------------------------------------------------------|
+/// | kYuv                  | grey                                                                 |
+/// | kYUV422, kYUV, kYYCbCr| the colours that the device itself gives in kRGB                     |
+/// | kRGB, kBGR            | as they are                                                          |
+/// | kHSY                  | the colour of that hue and saturation, as bright as the luma says    |
+/// | kHsy                  | the hue at full saturation and brightness                            |
+/// | kHSMixed              | the hue at its saturation and full brightness                        |
+/// | kH2RGB                | its bytes as blue, green, red: so hue 0 is red, as in the ones above |
+///
+/// Throws OXFailure for a colour space that isn't one of the ten.
+Picture toPicture(const ImageReply& pImage);
+
+/// A PNG file of 8 bits a channel. Throws OXFailure when it can't be made.
+std::string encodePng(const Picture& pPicture);
+
+}  // namespace OX::cli

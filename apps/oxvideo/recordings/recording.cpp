@@ -1,0 +1,63 @@
+#include "recordings/recording.h"
+
+#include <fmt/format.h>
+
+#include <filesystem>
+
+#include "oxdefinitions.h"
+#include "status.h"
+#include "text.h"
+
+namespace OX::cli {
+
+OXRecording::OXRecording(const std::string& pPath) : fPath(pPath) {
+  if (!fVideo.readVideo(pPath)) throw OXFailure(fVideo.getLastError());
+}
+
+int OXRecording::allImages() const {
+  int sum = 0;
+  for (int stream = 0; stream < streams(); ++stream) sum += images(stream);
+  return sum;
+}
+
+void OXRecording::needStream(int pStream) const {
+  if (pStream < 0 || pStream >= streams())
+    throw OXUsageError(fmt::format("{} has no stream {}, the last one is {}", printable(fPath),
+                                   pStream, streams() - 1));
+}
+
+const std::vector<unsigned char>* OXRecording::bytes(int pIndex, int pStream) {
+  if (!fVideo.readFrameBytes(pIndex, pStream, fBytes)) {
+    fError = fVideo.getLastError();
+    return nullptr;
+  }
+  const auto expected = static_cast<std::size_t>(fVideo.getStream(pStream).fFrameBytes);
+  if (fBytes.size() == expected) return &fBytes;
+  const auto place = fVideo.getFrameInfo(pIndex, pStream);
+  fError = fmt::format("{}: at byte {}: a frame of {} bytes, its stream's have {}", fPath,
+                       place ? place->fOffset : 0, fBytes.size(), expected);
+  return nullptr;
+}
+
+ImageReply OXRecording::image(int pIndex, int pStream) {
+  ImageReply image;
+  const OXVideoStream stream = fVideo.getStream(pStream);
+  image.width = stream.fWidth;
+  image.height = stream.fHeight;
+  image.colorSpace = stream.fColorSpace;
+  image.layers = getLayersFromColorSpace(stream.fColorSpace);
+  if (const auto place = fVideo.getFrameInfo(pIndex, pStream)) {
+    image.timestampUs = place->fTimeStamp;
+    image.camera = place->fCameraId;
+  }
+  if (const auto* pixels = bytes(pIndex, pStream)) image.pixels = pixels->data();
+  return image;
+}
+
+void needDifferentFiles(const std::string& pInput, const std::string& pOutput) {
+  std::error_code ignored;
+  if (std::filesystem::equivalent(pInput, pOutput, ignored))
+    throw OXUsageError("the output is the input: " + printable(pInput));
+}
+
+}  // namespace OX::cli

@@ -1,0 +1,112 @@
+#include "recordings/repair.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <limits>
+#include <map>
+
+#include "recordings/recording.h"
+#include "status.h"
+
+namespace OX::cli {
+
+namespace {
+
+/// Image indexes of one turn, by stream; -1 where the frame is gone.
+using Turn = std::vector<int>;
+
+/// The frames in the order in which they were recorded, turn by turn.
+std::map<std::int64_t, Turn> turnsOf(const OXRecording& pRecording) {
+  const int streams = pRecording.streams();
+  std::map<std::int64_t, Turn> turns;
+  for (int stream = 0; stream < streams; ++stream)
+    for (int i = 0; i < pRecording.images(stream); ++i) {
+      const auto frame = pRecording.video().getFrameInfo(i, stream);
+      if (!frame) continue;
+      Turn& turn =
+          turns.try_emplace(frame->fSequence / streams, Turn(static_cast<std::size_t>(streams), -1))
+              .first->second;
+      turn[static_cast<std::size_t>(stream)] = i;
+    }
+  // The recorder may have ended within the last turn: what there is of it is its beginning.
+  if (!turns.empty())
+    while (turns.rbegin()->second.back() < 0) turns.rbegin()->second.pop_back();
+  return turns;
+}
+
+/// Bytes of a whole turn's frames and what belongs to them.
+struct Kept {
+  std::vector<unsigned char> bytes;
+  std::int64_t timestampUs;
+  std::int8_t camera;
+  std::vector<float> angles;
+};
+
+/// Frames of any size are kept: what they were recorded with is not for a repair to judge.
+bool readTurn(OXRecording& pInput, const Turn& pTurn, std::vector<Kept>& pFrames) {
+  pFrames.resize(pTurn.size());
+  for (std::size_t stream = 0; stream < pTurn.size(); ++stream) {
+    Kept& frame = pFrames[stream];
+    const int number = static_cast<int>(stream);
+    const auto place = pInput.video().getFrameInfo(pTurn[stream], number);
+    if (!place || !pInput.video().readFrameBytes(pTurn[stream], number, frame.bytes)) return false;
+    frame.timestampUs = place->fTimeStamp;
+    frame.camera = place->fCameraId;
+    frame.angles = pInput.video().getFrameAngles();
+  }
+  return true;
+}
+
+void writeTurn(OXVideo& pOutput, const std::vector<Kept>& pFrames) {
+  for (const Kept& frame : pFrames)
+    if (!pOutput.write(frame.bytes.data(), static_cast<int>(frame.bytes.size()), frame.timestampUs,
+                       frame.camera, frame.angles[0], frame.angles[1], frame.angles[2],
+                       frame.angles[3]))
+      throw OXFailure(pOutput.getLastError());
+}
+
+/// Frames that were written up to the last one that is found; their numbers tell.
+int writtenFrames(const OXRecording& pRecording) {
+  std::int64_t written = 0;
+  for (int stream = 0; stream < pRecording.streams(); ++stream)
+    if (const auto last = pRecording.video().getFrameInfo(pRecording.images(stream) - 1, stream))
+      written = std::max(written, last->fSequence + 1);
+  return static_cast<int>(std::min<std::int64_t>(written, std::numeric_limits<int>::max()));
+}
+
+}  // namespace
+
+Verdict verify(OXRecording& pRecording, const OnFrame& pOnFrame) {
+  Verdict verdict;
+  for (const OXVideoDamage& damage : pRecording.video().getDamage())
+    verdict.faults.push_back(fmt::format("{}: at byte {}: {} ({} bytes)", pRecording.path(),
+                                         damage.fOffset, damage.fText, damage.fBytes));
+  for (int stream = 0; stream < pRecording.streams(); ++stream)
+    for (int i = 0; i < pRecording.images(stream); ++i) {
+      pOnFrame(verdict.frames++);
+      if (!pRecording.bytes(i, stream))
+        verdict.faults.push_back(
+            fmt::format("{} (image {} of stream {})", pRecording.error(), i, stream));
+    }
+  return verdict;
+}
+
+Repair repair(OXRecording& pInput, const std::string& pOutput, const OnFrame& pOnFrame) {
+  OXVideo output;
+  if (!output.recordVideo(pOutput, pInput.video().getPeriod(), pInput.video().getStreamHeaders()))
+    throw OXFailure(output.getLastError());
+  Repair result;
+  std::vector<Kept> frames;
+  for (const auto& [number, turn] : turnsOf(pInput)) {
+    pOnFrame(result.kept);
+    if (!readTurn(pInput, turn, frames)) continue;
+    writeTurn(output, frames);
+    result.kept += static_cast<int>(turn.size());
+  }
+  output.closeVideo();
+  result.lost = std::max(0, writtenFrames(pInput) - result.kept);
+  return result;
+}
+
+}  // namespace OX::cli

@@ -1,0 +1,170 @@
+#include "recordings/report.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <set>
+
+#include "json.h"
+#include "recordings/recording.h"
+#include "wishes.h"
+
+namespace OX::cli {
+
+namespace {
+
+constexpr std::size_t kShownLines = 10;
+
+double seconds(std::int64_t pMicroseconds) { return static_cast<double>(pMicroseconds) / 1e6; }
+
+std::vector<std::int64_t> stampsOf(const OXVideo& pVideo, int pStream, int pCount) {
+  std::vector<std::int64_t> stamps;
+  for (int i = 0; i < pCount; ++i) stamps.push_back(pVideo.getTimeStamp(i, pStream).value_or(0));
+  return stamps;
+}
+
+std::int64_t median(std::vector<std::int64_t> pValues) {
+  if (pValues.empty()) return 0;
+  const auto middle = pValues.begin() + static_cast<std::ptrdiff_t>(pValues.size() / 2);
+  std::nth_element(pValues.begin(), middle, pValues.end());
+  return *middle;
+}
+
+void judgeIntervals(const std::vector<std::int64_t>& pStamps, StreamReport& pReport) {
+  std::vector<std::int64_t> intervals;
+  for (std::size_t i = 1; i < pStamps.size(); ++i) {
+    const std::int64_t interval = stampDifference(pStamps[i], pStamps[i - 1]);
+    if (interval > 0)
+      intervals.push_back(interval);
+    else
+      ++pReport.notRising;
+  }
+  const std::int64_t usual = median(intervals);
+  pReport.usualIntervalUs = usual;
+  for (std::size_t i = 1; usual > 0 && i < pStamps.size(); ++i) {
+    const std::int64_t interval = stampDifference(pStamps[i], pStamps[i - 1]);
+    if (interval / 3 > usual / 2)
+      pReport.gaps.push_back(
+          {static_cast<int>(i) - 1, interval, (interval - usual + usual / 2) / usual});
+  }
+}
+
+StreamReport reportOnStream(const OXVideo& pVideo, int pStream) {
+  StreamReport report;
+  report.format = pVideo.getStream(pStream);
+  const auto stamps = stampsOf(pVideo, pStream, report.format.fNumberOfImages);
+  if (stamps.empty()) return report;
+  report.firstUs = stamps.front();
+  report.lastUs = stamps.back();
+  const std::int64_t length = stampDifference(report.lastUs, report.firstUs);
+  if (length > 0) report.fps = static_cast<double>(stamps.size() - 1) / seconds(length);
+  judgeIntervals(stamps, report);
+  std::set<int> cameras;
+  for (int i = 0; i < report.format.fNumberOfImages; ++i)
+    if (const auto frame = pVideo.getFrameInfo(i, pStream)) cameras.insert(frame->fCameraId);
+  report.cameras.assign(cameras.begin(), cameras.end());
+  return report;
+}
+
+std::string textOfStream(const StreamReport& pStream, std::size_t pNumber) {
+  std::vector<std::string> cameras;
+  for (const int camera : pStream.cameras) cameras.push_back(std::to_string(camera));
+  return fmt::format(
+      "stream {}: {} x {} {}, {} images, {:.3f} s, {:.2f} fps, usually {:.3f} ms apart{}\n",
+      pNumber, pStream.format.fWidth, pStream.format.fHeight,
+      colorSpaceName(pStream.format.fColorSpace), pStream.format.fNumberOfImages,
+      seconds(stampDifference(pStream.lastUs, pStream.firstUs)), pStream.fps,
+      seconds(pStream.usualIntervalUs) * 1000,
+      cameras.empty() ? "" : ", camera " + joined(cameras));
+}
+
+std::string gapLines(const StreamReport& pStream, const OXPaint& pPaint) {
+  std::string text;
+  for (std::size_t i = 0; i < pStream.gaps.size() && i < kShownLines; ++i) {
+    const RecordingGap& gap = pStream.gaps[i];
+    text += pPaint.yellow(fmt::format("  gap of {:.3f} s after image {}, about {} missing\n",
+                                      seconds(gap.lengthUs), gap.afterImage, gap.missing));
+  }
+  if (pStream.gaps.size() > kShownLines)
+    text += fmt::format("  and {} more gaps\n", pStream.gaps.size() - kShownLines);
+  if (pStream.notRising > 0)
+    text += pPaint.yellow(
+        fmt::format("  images that are not later than the one before: {}\n", pStream.notRising));
+  return text;
+}
+
+std::string damageLines(const RecordingReport& pReport, const OXPaint& pPaint) {
+  std::string text;
+  for (std::size_t i = 0; i < pReport.damage.size() && i < kShownLines; ++i) {
+    const OXVideoDamage& damage = pReport.damage[i];
+    text += pPaint.red(fmt::format("damage at byte {}, {} bytes: {}\n", damage.fOffset,
+                                   damage.fBytes, damage.fText));
+  }
+  if (pReport.damage.size() > kShownLines)
+    text += fmt::format("and {} more places\n", pReport.damage.size() - kShownLines);
+  return text;
+}
+
+Json jsonOfStream(const StreamReport& pStream) {
+  Json gaps = Json::array();
+  for (const RecordingGap& gap : pStream.gaps)
+    gaps.push_back(
+        {{"after_image", gap.afterImage}, {"length_us", gap.lengthUs}, {"missing", gap.missing}});
+  return {{"width", pStream.format.fWidth},
+          {"height", pStream.format.fHeight},
+          {"colorspace", colorSpaceName(pStream.format.fColorSpace)},
+          {"images", pStream.format.fNumberOfImages},
+          {"first_us", pStream.firstUs},
+          {"last_us", pStream.lastUs},
+          {"duration_s", seconds(stampDifference(pStream.lastUs, pStream.firstUs))},
+          {"fps", pStream.fps},
+          {"usual_interval_us", pStream.usualIntervalUs},
+          {"not_rising", pStream.notRising},
+          {"cameras", pStream.cameras},
+          {"gaps", gaps}};
+}
+
+}  // namespace
+
+std::int64_t stampDifference(std::int64_t pTo, std::int64_t pFrom) {
+  std::int64_t result = 0;
+  return __builtin_sub_overflow(pTo, pFrom, &result) ? 0 : result;
+}
+
+RecordingReport reportOn(const OXRecording& pRecording) {
+  RecordingReport report;
+  report.path = pRecording.path();
+  std::error_code ignored;
+  report.sizeBytes = std::filesystem::file_size(report.path, ignored);
+  report.indexed = pRecording.video().hasIndex();
+  for (int stream = 0; stream < pRecording.streams(); ++stream)
+    report.streams.push_back(reportOnStream(pRecording.video(), stream));
+  report.damage = pRecording.video().getDamage();
+  return report;
+}
+
+std::string textOf(const RecordingReport& pReport, const OXPaint& pPaint) {
+  std::string text =
+      fmt::format("{}: {} bytes, {}\n", printable(pReport.path), pReport.sizeBytes,
+                  pReport.indexed ? "closed with an index"
+                                  : "without a usable index (was its recorder cut short?)");
+  for (std::size_t i = 0; i < pReport.streams.size(); ++i)
+    text += textOfStream(pReport.streams[i], i) + gapLines(pReport.streams[i], pPaint);
+  return text + damageLines(pReport, pPaint);
+}
+
+std::string jsonOf(const RecordingReport& pReport) {
+  Json streams = Json::array();
+  for (const StreamReport& stream : pReport.streams) streams.push_back(jsonOfStream(stream));
+  Json damage = Json::array();
+  for (const OXVideoDamage& place : pReport.damage)
+    damage.push_back({{"byte", place.fOffset}, {"bytes", place.fBytes}, {"text", place.fText}});
+  return dumped({{"file", pReport.path},
+                 {"bytes", pReport.sizeBytes},
+                 {"indexed", pReport.indexed},
+                 {"streams", streams},
+                 {"damage", damage}});
+}
+
+}  // namespace OX::cli

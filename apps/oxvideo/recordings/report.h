@@ -1,0 +1,50 @@
+/// What there is to say about a recording without reading its pixels.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "oxvideo.h"
+#include "text.h"
+
+namespace OX::cli {
+
+class OXRecording;
+
+/// A pause of more than one and a half usual intervals.
+struct RecordingGap {
+  int afterImage = 0;
+  std::int64_t lengthUs = 0;
+  std::int64_t missing = 0;  ///< images that would have fitted, by the usual interval
+};
+
+struct StreamReport {
+  OXVideoStream format;
+  std::int64_t firstUs = 0;  ///< time stamps of the first and the last image
+  std::int64_t lastUs = 0;
+  double fps = 0;                    ///< mean; 0 with fewer than two images
+  std::int64_t usualIntervalUs = 0;  ///< the median
+  int notRising = 0;                 ///< images whose stamp isn't above the one before
+  std::vector<RecordingGap> gaps;
+  std::vector<int> cameras;  ///< the ids that occur, rising
+};
+
+struct RecordingReport {
+  std::string path;
+  std::uintmax_t sizeBytes = 0;
+  bool indexed = false;
+  std::vector<StreamReport> streams;
+  std::vector<OXVideoDamage> damage;
+};
+
+RecordingReport reportOn(const OXRecording& pRecording);
+
+/// A file may hold any stamps, also those whose difference has no room in 64 bits: then 0.
+std::int64_t stampDifference(std::int64_t pTo, std::int64_t pFrom);
+
+/// Lines for a person, and one line of JSON.
+std::string textOf(const RecordingReport& pReport, const OXPaint& pPaint);
+std::string jsonOf(const RecordingReport& pReport);
+
+}  // namespace OX::cli

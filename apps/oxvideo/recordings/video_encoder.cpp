@@ -1,0 +1,201 @@
+#include "recordings/video_encoder.h"
+
+#include <fmt/chrono.h>
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <ctime>
+#include <filesystem>
+
+#include "recordings/planes.h"
+#include "recordings/report.h"
+#include "status.h"
+#include "text.h"
+
+namespace OX::cli {
+
+namespace {
+
+constexpr AVRational kMicroseconds{1, 1'000'000};
+constexpr AVRational kUsualRate{30, 1};
+
+struct CloseMuxer {
+  void operator()(AVFormatContext* pFormat) const {
+    if (!(pFormat->oformat->flags & AVFMT_NOFILE)) avio_closep(&pFormat->pb);
+    avformat_free_context(pFormat);
+  }
+};
+
+AVCodecID codecOf(const EncoderWishes& pWishes, const AVOutputFormat& pFormat) {
+  if (pWishes.codec == "ffv1") return AV_CODEC_ID_FFV1;
+  if (pWishes.codec == "h264") return AV_CODEC_ID_H264;
+  return avformat_query_codec(&pFormat, AV_CODEC_ID_FFV1, FF_COMPLIANCE_NORMAL) == 1
+             ? AV_CODEC_ID_FFV1
+             : AV_CODEC_ID_H264;
+}
+
+}  // namespace
+
+struct OXVideoEncoder::Impl {
+  EncoderWishes wishes;
+  std::unique_ptr<AVFormatContext, CloseMuxer> muxer;
+  DecoderOwner encoder;
+  FrameOwner raw;      ///< the image as it is
+  FrameOwner encoded;  ///< the image in the encoder's format; null where that is the same
+  ScalerOwner scaler;
+  PacketOwner packet{av_packet_alloc()};
+  AVStream* stream = nullptr;
+  std::int64_t lastTick = -1;
+  int moved = 0;
+  bool created = false;
+  bool finished = false;
+
+  int check(int pResult, const char* pWhat) const {
+    if (pResult < 0)
+      throw OXFailure(
+          fmt::format("{}: {}: {}", printable(wishes.path), pWhat, ffmpegError(pResult)));
+    return pResult;
+  }
+  void openMuxer();
+  void openEncoder(AVCodecID pCodec);
+  void prepareScaler();
+  void writeHeader();
+  void drain(const AVFrame* pFrame);
+  void writePacket();
+};
+
+void OXVideoEncoder::Impl::openMuxer() {
+  AVFormatContext* format = nullptr;
+  const std::string url = "file:" + wishes.path;
+  const int result = avformat_alloc_output_context2(&format, nullptr, nullptr, url.c_str());
+  if (result < 0 || !format)
+    throw OXFailure(fmt::format("{}: no kind of video file has this ending; .mkv and .mp4 do",
+                                printable(wishes.path)));
+  muxer.reset(format);
+  // Kinds with a time of its own for each frame say the first; .mp4 and .mov only the second.
+  if (!(format->oformat->flags & (AVFMT_VARIABLE_FPS | AVFMT_TS_NEGATIVE)))
+    throw OXFailure(fmt::format("{}: a file of this kind can't keep time stamps; .mkv and .mp4 do",
+                                printable(wishes.path)));
+}
+
+void OXVideoEncoder::Impl::openEncoder(AVCodecID pCodec) {
+  const AVCodec* codec = avcodec_find_encoder(pCodec);
+  if (!codec || avformat_query_codec(muxer->oformat, pCodec, FF_COMPLIANCE_NORMAL) != 1)
+    throw OXFailure(fmt::format("{}: a file of this kind can't hold {}", printable(wishes.path),
+                                avcodec_get_name(pCodec)));
+  encoder.reset(avcodec_alloc_context3(codec));
+  stream = avformat_new_stream(muxer.get(), nullptr);
+  if (!encoder || !stream || !packet) throw OXFailure("out of memory");
+  encoder->width = wishes.width;
+  encoder->height = wishes.height;
+  encoder->pix_fmt =
+      pCodec == AV_CODEC_ID_FFV1 ? losslessFormat(wishes.colorSpace) : AV_PIX_FMT_YUV420P;
+  encoder->time_base = kMicroseconds;
+  encoder->framerate = wishes.fps > 0 ? av_d2q(wishes.fps, 1001000) : kUsualRate;
+  encoder->max_b_frames = 0;
+  if (encoder->pix_fmt != AV_PIX_FMT_BGR0 && encoder->pix_fmt != AV_PIX_FMT_GRAY8) {
+    encoder->colorspace = AVCOL_SPC_SMPTE170M;
+    encoder->color_range = AVCOL_RANGE_MPEG;
+  }
+  if (muxer->oformat->flags & AVFMT_GLOBALHEADER) encoder->flags |= AV_CODEC_FLAG_GLOBAL_HEADER;
+  AVDictionary* options = nullptr;
+  if (pCodec == AV_CODEC_ID_H264) av_dict_set(&options, "crf", "18", 0);
+  if (pCodec == AV_CODEC_ID_FFV1) av_dict_set(&options, "level", "3", 0);
+  const int result = avcodec_open2(encoder.get(), codec, &options);
+  av_dict_free(&options);
+  check(result, "the encoder refuses frames of this kind");
+}
+
+void OXVideoEncoder::Impl::prepareScaler() {
+  raw = newFrame(wishes.width, wishes.height, wishes.colorSpace);
+  if (raw->format == encoder->pix_fmt) return;
+  encoded.reset(av_frame_alloc());
+  if (!encoded) throw OXFailure("out of memory");
+  encoded->format = encoder->pix_fmt;
+  encoded->width = wishes.width;
+  encoded->height = wishes.height;
+  check(av_frame_get_buffer(encoded.get(), 0), "no memory for a frame");
+  scaler.reset(sws_getContext(wishes.width, wishes.height, static_cast<AVPixelFormat>(raw->format),
+                              wishes.width, wishes.height, encoder->pix_fmt,
+                              SWS_BICUBIC | SWS_ACCURATE_RND, nullptr, nullptr, nullptr));
+  if (!scaler) throw OXFailure("frames of this size can't be converted");
+}
+
+void OXVideoEncoder::Impl::writeHeader() {
+  check(avcodec_parameters_from_context(stream->codecpar, encoder.get()), "no parameters");
+  stream->time_base = encoder->time_base;
+  stream->avg_frame_rate = encoder->framerate;
+  const std::time_t start = wishes.startUs / 1'000'000;
+  std::tm date{};
+  if (start > 0 && ::gmtime_r(&start, &date))
+    av_dict_set(
+        &muxer->metadata, "creation_time",
+        fmt::format("{:%Y-%m-%dT%H:%M:%S}.{:06}Z", date, wishes.startUs % 1'000'000).c_str(), 0);
+  check(avio_open(&muxer->pb, ("file:" + wishes.path).c_str(), AVIO_FLAG_WRITE), "can't be made");
+  created = true;
+  check(avformat_write_header(muxer.get(), nullptr), "can't be begun");
+}
+
+OXVideoEncoder::OXVideoEncoder(const EncoderWishes& pWishes) : fImpl(std::make_unique<Impl>()) {
+  av_log_set_level(AV_LOG_FATAL);
+  fImpl->wishes = pWishes;
+  fImpl->openMuxer();
+  fImpl->openEncoder(codecOf(pWishes, *fImpl->muxer->oformat));
+  fImpl->prepareScaler();
+  fImpl->writeHeader();
+}
+
+OXVideoEncoder::~OXVideoEncoder() {
+  if (!fImpl->created || fImpl->finished) return;
+  fImpl->muxer.reset();
+  std::error_code ignored;
+  std::filesystem::remove(fImpl->wishes.path, ignored);
+}
+
+/// Stamps must rise by the container's unit, a millisecond in Matroska.
+void OXVideoEncoder::Impl::writePacket() {
+  const std::int64_t wanted = av_rescale_q(packet->pts, kMicroseconds, stream->time_base);
+  const std::int64_t tick = std::max(wanted, lastTick + 1);
+  if (tick != wanted) ++moved;
+  lastTick = tick;
+  packet->pts = packet->dts = tick;
+  packet->duration = av_rescale_q(wishes.usualIntervalUs, kMicroseconds, stream->time_base);
+  packet->stream_index = stream->index;
+  check(av_interleaved_write_frame(muxer.get(), packet.get()), "can't be written");
+}
+
+void OXVideoEncoder::Impl::drain(const AVFrame* pFrame) {
+  check(avcodec_send_frame(encoder.get(), pFrame), "the encoder fails");
+  while (true) {
+    const int result = avcodec_receive_packet(encoder.get(), packet.get());
+    if (result == AVERROR(EAGAIN) || result == AVERROR_EOF) return;
+    check(result, "the encoder fails");
+    writePacket();
+  }
+}
+
+void OXVideoEncoder::add(const ImageReply& pImage) {
+  Impl& impl = *fImpl;
+  AVFrame* frame = impl.raw.get();
+  impl.check(av_frame_make_writable(frame), "no memory for a frame");
+  fillFrame(pImage, *frame);
+  if (impl.encoded) {
+    impl.check(av_frame_make_writable(impl.encoded.get()), "no memory for a frame");
+    sws_scale(impl.scaler.get(), frame->data, frame->linesize, 0, frame->height, impl.encoded->data,
+              impl.encoded->linesize);
+    frame = impl.encoded.get();
+  }
+  frame->pts = stampDifference(pImage.timestampUs, impl.wishes.startUs);
+  impl.drain(frame);
+}
+
+void OXVideoEncoder::finish() {
+  fImpl->drain(nullptr);
+  fImpl->check(av_write_trailer(fImpl->muxer.get()), "can't be finished");
+  fImpl->check(avio_closep(&fImpl->muxer->pb), "can't be closed");
+  fImpl->finished = true;
+}
+
+int OXVideoEncoder::moved() const { return fImpl->moved; }
+
+}  // namespace OX::cli

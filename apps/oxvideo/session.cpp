@@ -1,0 +1,139 @@
+#include "session.h"
+
+#include <fmt/format.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <string_view>
+
+#include "oxerror.h"
+#include "status.h"
+#include "text.h"
+
+namespace OX::cli {
+
+namespace {
+
+constexpr std::chrono::seconds kConnectLimit{5};
+// An unsubscribe waits up to ten seconds for a held image.
+constexpr std::chrono::seconds kAnswerLimit{20};
+// More than any device has: a device that never says "invalid" must not be asked for ever.
+constexpr int kMostCameras = 256;
+
+boost::shared_ptr<OXRemoteBroker> connected(const std::string& pAddress) {
+  try {
+    return OXRemoteBroker::connect(pAddress, kConnectLimit);
+  } catch (const OXError& error) {
+    throw OXFailure(fmt::format(
+        "no broker at {}: {}\n"
+        "  start one:              oxbroker --load libvideoinput.so --listen {}\n"
+        "  or say where it is:     oxvideo --broker ADDRESS ...   (or OXVIDEO_BROKER=ADDRESS)\n"
+        "  an ADDRESS is           HOST:PORT or unix:PATH",
+        printable(pAddress), printable(error.what()), printable(pAddress)));
+  }
+}
+
+OXValue::Array column(const std::vector<Stream>& pStreams, int Stream::*pField) {
+  OXValue::Array result;
+  for (const Stream& stream : pStreams) result.emplace_back(stream.*pField);
+  return result;
+}
+
+}  // namespace
+
+OXSession::OXSession(const std::string& pAddress, const std::string& pVerb)
+    : fName(fmt::format("oxvideo_{}_{}", pVerb, ::getpid())), fBroker(connected(pAddress)) {
+  fBroker->setTimeout(kAnswerLimit);
+  call("OXBroker", "setClientName", OXValue::array(fName));
+}
+
+OXValue OXSession::call(const std::string& pModule, const std::string& pMethod,
+                        const OXValue& pArguments) {
+  return fBroker->call(pModule, pMethod, pArguments);
+}
+
+std::string OXSession::nextSubscriberName() {
+  return fmt::format("{}_{}", fName, ++fSubscriptions);
+}
+
+int OXSession::countCameras() {
+  int count = 0;
+  try {
+    while (count < kMostCameras) {
+      device("getCameraModel", count);
+      ++count;
+    }
+  } catch (const OXError& error) {
+    if (!std::string_view(error.what()).ends_with("invalid Camera index")) throw;
+  }
+  return count;
+}
+
+bool OXSession::deviceHas(const std::string& pMethod) {
+  const OXValue methods = call("OXBroker", "getMethodList", OXValue::array("OXVideoDevice"));
+  for (const OXValue& method : methods.toArray())
+    if (method[0].toString() == pMethod) return true;
+  return false;
+}
+
+OXSubscription::OXSubscription(OXSession& pSession, const Stream& pStream, int pFps)
+    : fSession(pSession),
+      fId(xSubscribe("subscribeCamera",
+                     OXValue::array(pSession.nextSubscriberName(), pStream.camera,
+                                    pStream.resolution, pStream.colorSpace, pFps))) {}
+
+OXSubscription::OXSubscription(OXSession& pSession, const std::vector<Stream>& pStreams, int pFps)
+    : fSession(pSession),
+      fId(xSubscribe(
+          "subscribeCameras",
+          OXValue::array(pSession.nextSubscriberName(), column(pStreams, &Stream::camera),
+                         column(pStreams, &Stream::resolution),
+                         column(pStreams, &Stream::colorSpace), pFps))) {}
+
+std::string OXSubscription::xSubscribe(const std::string& pMethod, const OXValue& pArguments) {
+  try {
+    return fSession.call("OXVideoDevice", pMethod, pArguments).toString();
+  } catch (const OXError&) {
+    // A camera that can't be started refuses, yet the device keeps the name.
+    try {
+      fSession.device("unsubscribe", pArguments[0]);
+    } catch (const OXError&) {
+      fActive = false;
+    }
+    throw;
+  }
+}
+
+OXSubscription::~OXSubscription() {
+  try {
+    end();
+  } catch (const OXError&) {
+    // The broker has gone or has forgotten us: nothing is held there any more.
+    fActive = false;
+  }
+}
+
+void OXSubscription::end() {
+  if (!fActive) return;
+  fActive = false;
+  fSession.device("unsubscribe", fId);
+}
+
+std::optional<ImageReply> OXSubscription::image() {
+  return parseImageReply(fSession.device("getImageRemote", fId));
+}
+
+std::optional<ImageReply> OXSubscription::rawImage() {
+  return parseImageReply(fSession.device("getDirectRawImageRemote", fId));
+}
+
+std::vector<std::optional<ImageReply>> OXSubscription::images() {
+  return parseImagesReply(fSession.device("getImagesRemote", fId));
+}
+
+std::int64_t wallClockUs() {
+  using namespace std::chrono;
+  return duration_cast<microseconds>(system_clock::now().time_since_epoch()).count();
+}
+
+}  // namespace OX::cli

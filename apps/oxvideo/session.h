@@ -1,0 +1,86 @@
+/// A connection to a broker, and what this program holds on it.
+#pragma once
+
+#include <boost/shared_ptr.hpp>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "image_reply.h"
+#include "oxremotebroker.h"
+#include "oxvalue.h"
+
+namespace OX::cli {
+
+/// A connection that has told the broker its name. One thread only.
+class OXSession {
+ public:
+  /// Throws OXFailure that names the address and says how to start a broker there.
+  OXSession(const std::string& pAddress, const std::string& pVerb);
+
+  /// Throws OXError: what the other side raised, a lost connection, or no answer in 20 s.
+  OXValue call(const std::string& pModule, const std::string& pMethod, const OXValue& pArguments);
+
+  /// The same for the video device.
+  template <typename... Arguments>
+  OXValue device(const std::string& pMethod, Arguments&&... pArguments) {
+    return call("OXVideoDevice", pMethod, OXValue::array(std::forward<Arguments>(pArguments)...));
+  }
+
+  /// The cameras that the device has: asked for one after the other until it knows no further one.
+  int countCameras();
+
+  /// True when the device publishes a method of this name.
+  bool deviceHas(const std::string& pMethod);
+
+  /// A name for a subscription that nobody else has, "oxvideo_watch_4711_1".
+  std::string nextSubscriberName();
+
+ private:
+  std::string fName;
+  int fSubscriptions = 0;
+  boost::shared_ptr<OXRemoteBroker> fBroker;
+};
+
+/// What to subscribe to on one camera.
+struct Stream {
+  int camera = 0;
+  int resolution = 0;
+  int colorSpace = 0;
+};
+
+/// One subscription; its destructor unsubscribes. Borrows the session, which must live longer.
+class OXSubscription {
+ public:
+  /// Throws OXError when the device refuses.
+  OXSubscription(OXSession& pSession, const Stream& pStream, int pFps);
+  OXSubscription(OXSession& pSession, const std::vector<Stream>& pStreams, int pFps);
+  ~OXSubscription();
+  OXSubscription(const OXSubscription&) = delete;
+  OXSubscription& operator=(const OXSubscription&) = delete;
+
+  /// The name under which the device knows it.
+  const std::string& id() const { return fId; }
+
+  /// The newest image; nothing when the camera had none within the device's second.
+  std::optional<ImageReply> image();
+  /// The newest raw image, likewise.
+  std::optional<ImageReply> rawImage();
+  /// Images of all streams, in their order; none at all when the device had none.
+  std::vector<std::optional<ImageReply>> images();
+
+  /// Unsubscribes now. Throws OXError when that fails.
+  void end();
+
+ private:
+  std::string xSubscribe(const std::string& pMethod, const OXValue& pArguments);
+
+  OXSession& fSession;
+  std::string fId;
+  bool fActive = true;
+};
+
+/// Microseconds since 1970, now.
+std::int64_t wallClockUs();
+
+}  // namespace OX::cli

@@ -1,0 +1,102 @@
+#include "values.h"
+
+#include <fmt/format.h>
+
+#include <cmath>
+#include <limits>
+
+#include "json.h"
+#include "status.h"
+#include "text.h"
+
+namespace OX::cli {
+
+namespace {
+
+constexpr int kDeepest = 32;  // as deep as the broker takes
+
+OXValue integer(const Json& pJson, const std::string& pWord) {
+  const bool fits = pJson.is_number_unsigned()
+                        ? pJson.get<std::uint64_t>() <= std::numeric_limits<int>::max()
+                        : pJson.get<std::int64_t>() >= std::numeric_limits<int>::min() &&
+                              pJson.get<std::int64_t>() <= std::numeric_limits<int>::max();
+  if (!fits) throw OXUsageError(fmt::format("{}: integers have 32 bits", printable(pWord)));
+  return {static_cast<int>(pJson.get<std::int64_t>())};
+}
+
+OXValue fromJson(const Json& pJson, const std::string& pWord, int pDepth) {
+  if (pDepth > kDeepest) throw OXUsageError("arrays are nested more than 32 deep");
+  switch (pJson.type()) {
+    case Json::value_t::boolean:
+      return {pJson.get<bool>()};
+    case Json::value_t::number_integer:
+    case Json::value_t::number_unsigned:
+      return integer(pJson, pWord);
+    case Json::value_t::number_float:
+      return {pJson.get<double>()};
+    case Json::value_t::string:
+      return {pJson.get<std::string>()};
+    case Json::value_t::array: {
+      OXValue::Array elements;
+      for (const Json& element : pJson) elements.push_back(fromJson(element, pWord, pDepth + 1));
+      return {std::move(elements)};
+    }
+    case Json::value_t::object:
+      throw OXUsageError(
+          fmt::format("{}: objects can't be arguments; use an array", printable(pWord)));
+    default:
+      return {};
+  }
+}
+
+void collectBinaries(const OXValue& pValue, std::vector<OXValue>& pResult) {
+  if (pValue.isBinary()) pResult.push_back(pValue);
+  if (pValue.isArray())
+    for (const OXValue& element : pValue.toArray()) collectBinaries(element, pResult);
+}
+
+}  // namespace
+
+OXValue parseArgument(const std::string& pWord) {
+  const Json json = Json::parse(pWord, nullptr, false);
+  if (json.is_discarded()) return {pWord};
+  return fromJson(json, pWord, 0);
+}
+
+Json asJson(const OXValue& pValue) {
+  switch (pValue.getType()) {
+    case OXValue::TypeBool:
+      return pValue.toBool();
+    case OXValue::TypeInt:
+      return pValue.toInt();
+    case OXValue::TypeFloat:
+      if (!std::isfinite(pValue.toFloat())) return fmt::format("{}", pValue.toFloat());
+      // The double that prints as the float's shortest text, not as its seventeen digits.
+      return std::stod(fmt::format("{}", pValue.toFloat()));
+    case OXValue::TypeString:
+      return pValue.toString();
+    case OXValue::TypeArray: {
+      Json array = Json::array();
+      for (const OXValue& element : pValue.toArray()) array.push_back(asJson(element));
+      return array;
+    }
+    case OXValue::TypeBinary:
+      return Json{{"binary", pValue.getSize()}};
+    default:
+      return nullptr;
+  }
+}
+
+std::string dumped(const Json& pJson) {
+  return pJson.dump(-1, ' ', false, Json::error_handler_t::replace);
+}
+
+std::string toJson(const OXValue& pValue) { return dumped(asJson(pValue)); }
+
+std::vector<OXValue> binariesIn(const OXValue& pValue) {
+  std::vector<OXValue> result;
+  collectBinaries(pValue, result);
+  return result;
+}
+
+}  // namespace OX::cli

@@ -1,0 +1,201 @@
+#include "video_reader.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cmath>
+
+#include "ffmpeg.h"
+#include "interrupt.h"
+#include "status.h"
+#include "text.h"
+
+namespace OX::cli {
+
+namespace {
+
+constexpr double kUsualFps = 25;  // where a file gives no rate at all
+
+/// What FFmpeg is asked to open: a plain name is a file, also when it has a colon.
+std::string urlOf(const std::string& pSource) {
+  return pSource.find("://") == std::string::npos ? "file:" + pSource : pSource;
+}
+
+int stopWhenInterrupted(void*) { return OXInterrupt::requested() ? 1 : 0; }
+
+FormatOwner opened(const std::string& pSource, FrameSize pTestSize) {
+  AVFormatContext* format = avformat_alloc_context();
+  if (!format) throw OXFailure("out of memory");
+  format->interrupt_callback.callback = stopWhenInterrupted;
+  const bool isTest = pSource == "test";
+  const std::string url =
+      isTest ? fmt::format("testsrc2=size={}x{}:rate=30", pTestSize.width, pTestSize.height)
+             : urlOf(pSource);
+  const AVInputFormat* input = isTest ? av_find_input_format("lavfi") : nullptr;
+  // Frees the context when it fails.
+  const int result = avformat_open_input(&format, url.c_str(), input, nullptr);
+  if (result < 0 && OXInterrupt::requested()) throw OXInterrupted();
+  if (result < 0)
+    throw OXFailure(
+        fmt::format("can't read {}: {}\n  a source is a video file, a picture, or \"test\"",
+                    printable(pSource), ffmpegError(result)));
+  return FormatOwner(format);
+}
+
+/// A matrix of the container or the picture as turns and mirroring.
+Orientation orientationOf(const std::int32_t* pMatrix) {
+  const auto at = [&](int i) { return static_cast<double>(pMatrix[i]); };
+  const bool mirrored = at(0) * at(4) - at(1) * at(3) < 0;
+  std::int32_t matrix[9];
+  std::copy(pMatrix, pMatrix + 9, matrix);
+  // A mirrored matrix is a mirror first and then a turn: undo the mirror, read the turn.
+  if (mirrored) {
+    matrix[0] = -matrix[0];
+    matrix[1] = -matrix[1];
+  }
+  const double degrees = av_display_rotation_get(matrix);
+  if (std::isnan(degrees)) return {};
+  // Theirs is counterclockwise.
+  const int turns = static_cast<int>(std::lround(-degrees / 90)) & 3;
+  return {turns, mirrored};
+}
+
+}  // namespace
+
+struct OXVideoReader::Impl {
+  std::string source;
+  FormatOwner format;
+  DecoderOwner decoder;
+  FrameOwner frame{av_frame_alloc()};
+  PacketOwner packet{av_packet_alloc()};
+  AVStream* stream = nullptr;
+  bool draining = false;
+  bool started = false;
+  double firstTime = 0;
+  double time = 0;
+  double duration = 0;
+  std::int64_t damaged = 0;
+
+  void openDecoder();
+  void feed();
+  void takeTimes();
+  double usualDuration() const;
+};
+
+OXVideoReader::OXVideoReader(const std::string& pSource, FrameSize pTestSize)
+    : fImpl(std::make_unique<Impl>()) {
+  av_log_set_level(AV_LOG_FATAL);
+  avdevice_register_all();
+  fImpl->source = pSource;
+  fImpl->format = opened(pSource, pTestSize);
+  fImpl->openDecoder();
+}
+
+OXVideoReader::~OXVideoReader() = default;
+
+void OXVideoReader::Impl::openDecoder() {
+  const auto check = [&](int pResult) {
+    if (pResult < 0)
+      throw OXFailure(fmt::format("can't read {}: {}", printable(source), ffmpegError(pResult)));
+    return pResult;
+  };
+  check(avformat_find_stream_info(format.get(), nullptr));
+  const AVCodec* codec = nullptr;
+  const int index = av_find_best_stream(format.get(), AVMEDIA_TYPE_VIDEO, -1, -1, &codec, 0);
+  if (index < 0 || !codec)
+    throw OXFailure(fmt::format("{} holds no video that can be read", printable(source)));
+  stream = format->streams[index];
+  for (unsigned i = 0; i < format->nb_streams; ++i)
+    if (static_cast<int>(i) != index) format->streams[i]->discard = AVDISCARD_ALL;
+  decoder.reset(avcodec_alloc_context3(codec));
+  if (!decoder || !frame || !packet) throw OXFailure("out of memory");
+  check(avcodec_parameters_to_context(decoder.get(), stream->codecpar));
+  decoder->pkt_timebase = stream->time_base;
+  decoder->thread_count = 0;
+  check(avcodec_open2(decoder.get(), codec, nullptr));
+}
+
+/// Hands the decoder one more packet, or tells it that there are no more.
+void OXVideoReader::Impl::feed() {
+  while (true) {
+    const int read = av_read_frame(format.get(), packet.get());
+    if (read == AVERROR_EOF) {
+      draining = true;
+      avcodec_send_packet(decoder.get(), nullptr);
+      return;
+    }
+    if (read == AVERROR_EXIT || OXInterrupt::requested()) throw OXInterrupted();
+    if (read < 0)
+      throw OXFailure(fmt::format("reading {} failed: {}", printable(source), ffmpegError(read)));
+    const bool isOurs = packet->stream_index == stream->index;
+    if (isOurs && avcodec_send_packet(decoder.get(), packet.get()) < 0) ++damaged;
+    av_packet_unref(packet.get());
+    if (isOurs) return;
+  }
+}
+
+double OXVideoReader::Impl::usualDuration() const {
+  const AVRational rate = av_guess_frame_rate(format.get(), stream, nullptr);
+  return rate.num > 0 && rate.den > 0 ? av_q2d(av_inv_q(rate)) : 1 / kUsualFps;
+}
+
+void OXVideoReader::Impl::takeTimes() {
+  const double lastEnd = started ? time + duration : 0;
+  const double unit = av_q2d(stream->time_base);
+  double now = lastEnd;
+  if (frame->best_effort_timestamp != AV_NOPTS_VALUE) {
+    const double stamp = static_cast<double>(frame->best_effort_timestamp) * unit;
+    if (!started) firstTime = stamp;
+    now = stamp - firstTime;
+  }
+  time = started ? std::max(time, now) : 0;
+  duration =
+      frame->pkt_duration > 0 ? static_cast<double>(frame->pkt_duration) * unit : usualDuration();
+  started = true;
+}
+
+const AVFrame* OXVideoReader::next() {
+  while (true) {
+    const int result = avcodec_receive_frame(fImpl->decoder.get(), fImpl->frame.get());
+    if (result == 0) {
+      if (fImpl->frame->flags & AV_FRAME_FLAG_CORRUPT || fImpl->frame->decode_error_flags != 0)
+        ++fImpl->damaged;
+      fImpl->takeTimes();
+      // What the container says of the pixels' shape comes before what the frame does.
+      fImpl->frame->sample_aspect_ratio =
+          av_guess_sample_aspect_ratio(fImpl->format.get(), fImpl->stream, fImpl->frame.get());
+      return fImpl->frame.get();
+    }
+    if (result == AVERROR_EOF) return nullptr;
+    if (result != AVERROR(EAGAIN)) ++fImpl->damaged;
+    if (fImpl->draining && result != AVERROR(EAGAIN)) return nullptr;
+    if (!fImpl->draining) fImpl->feed();
+  }
+}
+
+double OXVideoReader::time() const { return fImpl->time; }
+
+double OXVideoReader::frameDuration() const { return fImpl->duration; }
+
+Orientation OXVideoReader::orientation() const {
+  // A picture carries its own matrix, a video's stands with the stream.
+  if (const AVFrameSideData* data =
+          av_frame_get_side_data(fImpl->frame.get(), AV_FRAME_DATA_DISPLAYMATRIX))
+    if (data->size >= 9 * sizeof(std::int32_t))
+      return orientationOf(reinterpret_cast<const std::int32_t*>(data->data));
+  std::size_t size = 0;
+  const std::uint8_t* data =
+      av_stream_get_side_data(fImpl->stream, AV_PKT_DATA_DISPLAYMATRIX, &size);
+  if (data && size >= 9 * sizeof(std::int32_t))
+    return orientationOf(reinterpret_cast<const std::int32_t*>(data));
+  return {};
+}
+
+double OXVideoReader::duration() const {
+  if (fImpl->format->duration <= 0 || fImpl->source == "test") return 0;
+  return static_cast<double>(fImpl->format->duration) / AV_TIME_BASE;
+}
+
+std::int64_t OXVideoReader::damagedFrames() const { return fImpl->damaged; }
+
+}  // namespace OX::cli
