@@ -141,7 +141,6 @@ class OX_API OXVideo {
  private:
   bool xFail(const std::string& pText);
   bool xRead(OXImage& pImage, std::int64_t pIndex, int pStream);
-  void xLogUnreadable();
 
   std::unique_ptr<detail::OXVideoWriter> fWriter;
   std::unique_ptr<detail::OXVideoReader> fReader;

@@ -152,7 +152,7 @@ TEST_F(Exchange, leavesDamagedImagesOut) {
   flip(fPath, 128 + 2 * 192 + 100);
   const std::string video = fFolder.file("a.mkv");
   EXPECT_THAT(run({"export", fPath, video}),
-              AllOf(StartsWith("3 "), HasSubstr("1 images are damaged")));
+              AllOf(StartsWith("3 "), HasSubstr("left out as damaged: 1")));
   EXPECT_THAT(timesOf(video), ::testing::ElementsAre(0, 40, 120, 160));
 }
 

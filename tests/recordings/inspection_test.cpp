@@ -62,7 +62,7 @@ TEST_F(Inspection, reportsRatesAndGaps) {
 TEST_F(Inspection, infoSpeaksToPeopleAndToPrograms) {
   record(fPath, {kSmall, {8, 8, kRGB, 8}}, steady(9, 50'000));
   EXPECT_EQ(run({"info", fPath}),
-            "0 " + fPath + ": 2364 bytes, closed with an index\n" +
+            "0 " + fPath + ": 2496 bytes, closed with an index\n" +
                 "stream 0: 16 x 4 kYUV422, 5 images, 0.400 s, 10.00 fps, usually 100.000 ms apart, "
                 "camera 1\n"
                 "stream 1: 8 x 8 kRGB, 4 images, 0.300 s, 10.00 fps, usually 100.000 ms apart, "
@@ -86,7 +86,7 @@ TEST_F(Inspection, answersForEachKindOfFile) {
   EXPECT_THAT(run({"info", fPath}), StartsWith("0 ")) << "info reads no pixels";
   EXPECT_THAT(run({"verify", fPath}),
               AllOf(StartsWith("1 "), HasSubstr("at byte 384: the frame's pixels are damaged"),
-                    HasSubstr("4 images, 1 faults")));
+                    HasSubstr("4 images, faults: 1")));
 
   store(good.substr(0, 128 + 2 * kFrame + 30));
   EXPECT_THAT(run({"info", fPath}), AllOf(StartsWith("3 "), HasSubstr("2 images"),
@@ -128,7 +128,7 @@ TEST_F(Inspection, repairKeepsWhatStands) {
   flip(fPath, 128 + kFrame + 3);       // the header of the second frame
   flip(fPath, 128 + 2 * kFrame + 90);  // a pixel of the third
   EXPECT_THAT(run({"repair", fPath, fOther}),
-              AllOf(StartsWith("3 "), HasSubstr("2 images kept, 1 unreadable, 1 damaged places")));
+              AllOf(StartsWith("3 "), HasSubstr("2 images kept, lost: 2, damaged places: 1")));
   EXPECT_EQ(framesOf(fOther), " 0:0:10 0:3:40");
   EXPECT_TRUE(cli::OXRecording(fOther).video().hasIndex());
   EXPECT_THAT(run({"repair", fPath, fPath}), StartsWith("2 "));
@@ -136,8 +136,8 @@ TEST_F(Inspection, repairKeepsWhatStands) {
 
 TEST_F(Inspection, repairKeepsStreamsApart) {
   record(fPath, {kSmall, kSmall}, {10, 20, 30, 40, 50, 60, 70});
-  flip(fPath, 128 + 2 * kFrame + 90);  // the first frame of the second turn
-  EXPECT_THAT(run({"repair", fPath, fOther}), HasSubstr("5 images kept, 2 unreadable"));
+  flip(fPath, 256 + 2 * kFrame + 90);  // the first frame of the second turn
+  EXPECT_THAT(run({"repair", fPath, fOther}), HasSubstr("5 images kept, lost: 2"));
   EXPECT_EQ(framesOf(fOther), " 0:0:10 0:4:50 0:6:70 1:1:20 1:5:60")
       << "a turn with a hole goes as a whole, one that only began stays";
 }

@@ -11,9 +11,9 @@
 #include <cstring>
 #include <random>
 
-#include "support/allocations.h"
 #include "capture_log.h"
 #include "recordings.h"
+#include "support/allocations.h"
 
 namespace OX::test {
 namespace {

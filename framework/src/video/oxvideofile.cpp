@@ -80,10 +80,13 @@ bool OXVideoFile::openForWriting(const std::string& pPath) {
 }
 
 bool OXVideoFile::xClearForWriting() {
-  if (::flock(fDescriptor, LOCK_EX | LOCK_NB) != 0)
+  // Where a file system has no locks there is nothing to be asked.
+  if (::flock(fDescriptor, LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK)
     return xFail("another recorder is writing this file");
+  // A new file is not emptied: file systems write out at once what was emptied and filled again.
+  if (getSize() == 0) return true;
   std::array<unsigned char, kFileMagic.size()> start{};
-  if (getSize() != 0 && (!readAt(start.data(), start.size(), 0) || start != kFileMagic))
+  if (!readAt(start.data(), start.size(), 0) || start != kFileMagic)
     return xFail("exists and is not an .oxv file, it stays as it is");
   return ::ftruncate(fDescriptor, 0) == 0 || xFail(reasonOf(errno));
 }

@@ -27,10 +27,11 @@ OXImage* OXVisionFileCam::xGetDirectRawImage(const std::string& pId, bool /*pDee
   RequestedCameraProperties& wish =
       *found->second->fRequestedProperties[static_cast<std::size_t>(camera)];
   if (wish.fLockedImage) return refuse(kFunction, "Previous image not released");
-  // With nothing to lend by, the replay must not move and no frame may be counted as held.
+  // Who brought no buffers has nothing to be lent by: the replay does not move for it and no frame
+  // is counted as held.
   const std::string noBuffer =
       "xGetDirectRawImage(" + pId + ") : error trying to find available buffer.";
-  if (xCamera(fActiveCamera)->fRawBuffers.empty()) return refuse(kFunction, noBuffer);
+  if (!wish.fHasBuffers) return refuse(kFunction, noBuffer);
   Slot slot;
   {
     const OXCriticalSection replay(fParametersLock);

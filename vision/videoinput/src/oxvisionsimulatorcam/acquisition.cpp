@@ -15,6 +15,12 @@ void logError(const char* pFunction, const std::string& pText,
   report::log(ki::log::kError, pFunction, pText, pCategory);
 }
 
+OXImage* refuseToLend(const std::string& pId) {
+  logError("xGetDirectRawImage",
+           "xGetDirectRawImage(" + pId + "): error trying to find available buffer.");
+  return nullptr;
+}
+
 }  // namespace
 
 bool OXVisionSimulatorCam::xWaitForFirstFrame(const CameraDriverBuffer& pStore,
@@ -83,15 +89,14 @@ OXImage* OXVisionSimulatorCam::xGetDirectRawImage(const std::string& pId, bool /
                                        "\" was  not released. Returning null image.");
     return nullptr;
   }
+  // Who brought no buffers to this camera has nothing to be lent by: no frame is counted as held.
+  if (!wish.fHasBuffers) return refuseToLend(pId);
   if (!xWaitForFirstFrame(*store, pId)) return nullptr;
   const int frame = xMakeRawFrame(camera, *store, "xGetDirectRawImage", pId);
   if (frame < 0) return nullptr;
   OXImage* const image =
       xLend(camera, store->fDriverBuffers[static_cast<std::size_t>(frame)], wish);
-  if (!image)
-    logError("xGetDirectRawImage",
-             "xGetDirectRawImage(" + pId + "): error trying to find available buffer.");
-  return image;
+  return image ? image : refuseToLend(pId);
 }
 
 std::vector<OXImage*> OXVisionSimulatorCam::xGetDirectRawImages(const std::string& pId) {

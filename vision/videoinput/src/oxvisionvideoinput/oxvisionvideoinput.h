@@ -291,6 +291,9 @@ class OXVisionVideoInput : public OXModule, public IVideoInput {
   /// A raw buffer's reader goes; the last one gives the camera's frame back.
   void xDropReader(int pCamera, OXVisionBuffer& pBuffer);
 
+  // --- rawaccess.cpp ---
+  void xReplaceRawBuffer(int pCameraIndex, const boost::shared_ptr<OXVisionBuffer>& pBuffer);
+
   // --- conversion.cpp ---
   int xConvertImage(int pCameraIndex, const boost::shared_ptr<VisionModuleInfo>& pModule,
                     const OXImage* pRawImage);

@@ -1,4 +1,7 @@
 // The camera's own frames, without conversion: who holds what is the concrete camera's business.
+#include <algorithm>
+#include <boost/make_shared.hpp>
+#include <new>
 #include <optional>
 
 #include "oxerror.h"
@@ -54,8 +57,24 @@ void OXVisionVideoInput::xEndHold(int pCameraIndex, RequestedCameraProperties& p
   OXVisionBuffer& buffer = *pWish.fLockedImage;
   const bool isLastUser = buffer.fReadLockCount < 2 && buffer.fWriteLockCount < 1;
   if (isLastUser) xReturnRawSource(pCameraIndex, buffer);
-  --buffer.fReadLockCount;
+  if (--buffer.fReadLockCount > 0) xReplaceRawBuffer(pCameraIndex, pWish.fLockedImage);
   pWish.fLockedImage.reset();
+}
+
+// A reply is still being copied from a raw buffer whose hold has ended: it goes on outside the pool
+// until that is done. The pool has one buffer for each subscriber, so it must not be short of one.
+void OXVisionVideoInput::xReplaceRawBuffer(int pCameraIndex,
+                                           const boost::shared_ptr<OXVisionBuffer>& pBuffer) {
+  const RealCameraProperties& camera = *xCamera(pCameraIndex);
+  BufferPool& pool = xCamera(pCameraIndex)->fRawBuffers;
+  const auto found = std::find(pool.begin(), pool.end(), pBuffer);
+  if (found == pool.end()) return;  // a converted image, which others may share
+  try {
+    *found = boost::make_shared<OXVisionBuffer>(static_cast<int>(camera.fResolution),
+                                                static_cast<int>(camera.fColorSpace), true);
+  } catch (const std::bad_alloc&) {
+    // It stays in the pool until the copy has ended.
+  }
 }
 
 OXImage* OXVisionVideoInput::getDirectRawImageLocal(const std::string& pName) {
