@@ -50,7 +50,11 @@ TEST_P(Introspection, DescribesTheModule) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Cameras, Introspection,
-                         testing::Values(Service::Camera::Simulator, Service::Camera::File));
+                         testing::Values(Service::Camera::Simulator, Service::Camera::File),
+                         [](const auto& pInfo) {
+                           return std::string(
+                               pInfo.param == Service::Camera::File ? "FileCam" : "SimulatorCam");
+                         });
 
 }  // namespace
 }  // namespace OX::test
