@@ -44,7 +44,9 @@ bool overSample(int pRatio, int pWidth, int pHeight, const Byte* pSource, Byte* 
   for (std::ptrdiff_t y = 0; y < pHeight; ++y) {
     Byte* block = pTarget + y * pRatio * rowBytes;
     rowKernels().up(pRatio, pSource + 3 * y * pWidth, block, pWidth);
-    for (int k = 1; k < pRatio; ++k) std::memcpy(block + k * rowBytes, block, rowBytes);
+    for (int rows = 1; rows < pRatio; rows *= 2) {
+      std::memcpy(block + rows * rowBytes, block, rows * rowBytes);
+    }
   }
   return true;
 }

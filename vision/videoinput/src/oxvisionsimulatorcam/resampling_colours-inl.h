@@ -41,14 +41,21 @@ struct Channels {
   U32 luma, blueChroma, redChroma;
 };
 
-/// The sum of the four products of each element and pOffset.
-HWY_INLINE U32 weighted(const Colours& pColours, int pOffset, int pRed, int pGreen, int pBlue,
-                        int pMoreGreen) {
-  const auto weights =
-      hn::BitCast(kU32, wordPairs((pRed & 255) | pGreen << 8, (pBlue & 255) | pMoreGreen << 8));
-  const auto offset = hn::Set(kU32, static_cast<std::uint32_t>(pOffset));
-  return U32{_mm512_dpbusd_epi32(offset.raw, pColours.rgbg.raw, weights.raw)};
-}
+/// A channel: the sum of the four products of each element and an offset.
+class Channel {
+ public:
+  HWY_INLINE Channel(int pOffset, int pRed, int pGreen, int pBlue, int pMoreGreen)
+      : fWeights(hn::BitCast(
+            kU32, wordPairs((pRed & 255) | pGreen << 8, (pBlue & 255) | pMoreGreen << 8))),
+        fOffset(doubleWords(static_cast<std::uint32_t>(pOffset))) {}
+
+  HWY_INLINE U32 of(const Colours& pColours) const {
+    return U32{_mm512_dpbusd_epi32(fOffset.raw, pColours.rgbg.raw, fWeights.raw)};
+  }
+
+ private:
+  U32 fWeights, fOffset;
+};
 
 /// Stores Y U Y V of pairs, in order.
 HWY_INLINE void storePairs(const Channels& pLeft, const Channels& pRight, Byte* pTarget) {
@@ -83,12 +90,24 @@ struct Channels {
   U16 luma, blueChroma, redChroma;
 };
 
-HWY_INLINE U16 weighted(const Colours& pColours, int pOffset, int pRed, int pGreen, int pBlue,
-                        int pMoreGreen) {
-  const I16 sum = hn::Add(multiplyAddBytes(pColours.rg, bytePairs(pRed, pGreen)),
-                          multiplyAddBytes(pColours.bg, bytePairs(pBlue, pMoreGreen)));
-  return hn::Add(hn::BitCast(kU16, sum), hn::Set(kU16, static_cast<std::uint16_t>(pOffset)));
-}
+/// A channel: the sum of the products with both kinds of bytes and an offset.
+class Channel {
+ public:
+  HWY_INLINE Channel(int pOffset, int pRed, int pGreen, int pBlue, int pMoreGreen)
+      : fRedGreen(bytePairs(pRed, pGreen)),
+        fBlueGreen(bytePairs(pBlue, pMoreGreen)),
+        fOffset(words(pOffset)) {}
+
+  HWY_INLINE U16 of(const Colours& pColours) const {
+    const I16 sum = hn::Add(multiplyAddBytes(pColours.rg, fRedGreen),
+                            multiplyAddBytes(pColours.bg, fBlueGreen));
+    return hn::Add(hn::BitCast(kU16, sum), fOffset);
+  }
+
+ private:
+  I8 fRedGreen, fBlueGreen;
+  U16 fOffset;
+};
 
 /// Y U of left and Y V of right pixels in two vectors.
 HWY_INLINE void storePairs(const Channels& pLeft, const Channels& pRight, Byte* pTarget) {
@@ -112,11 +131,20 @@ HWY_INLINE void storePairs(const Channels& pLeft, const Channels& pRight, Byte* 
 
 #endif
 
-HWY_INLINE Channels channelsOf(const Colours& pColours) {
-  return {weighted(pColours, kLumaOffset, 66, 60, 25, 69),
-          weighted(pColours, kComplementOffset, 38, 74, -112, 0),
-          weighted(pColours, kComplementOffset, -112, 94, 18, 0)};
-}
+class Converter {
+ public:
+  HWY_INLINE Converter()
+      : fLuma(kLumaOffset, 66, 60, 25, 69),
+        fBlueChroma(kComplementOffset, 38, 74, -112, 0),
+        fRedChroma(kComplementOffset, -112, 94, 18, 0) {}
+
+  HWY_INLINE Channels of(const Colours& pColours) const {
+    return {fLuma.of(pColours), fBlueChroma.of(pColours), fRedChroma.of(pColours)};
+  }
+
+ private:
+  Channel fLuma, fBlueChroma, fRedChroma;
+};
 
 }  // namespace HWY_NAMESPACE
 }  // namespace resampling

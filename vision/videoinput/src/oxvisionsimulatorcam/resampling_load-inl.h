@@ -7,6 +7,7 @@
 #define OX_RESAMPLING_LOAD_INL_H
 #endif
 
+#include <array>
 #include <utility>
 
 #include "resampling_colours-inl.h"
@@ -82,33 +83,56 @@ HWY_INLINE Colours loadColoursApart(const Byte* pFrom) {
   return {U8{permute(load(std::make_integer_sequence<int, kLoads>()), kInOrder)}};
 }
 
-/// Pairs of pixels side by side: both sorts out of two loads that overlap and end with the pairs.
-HWY_INLINE PairColours loadPairs(const Byte* pFrom) {
-  constexpr Index kSecond = 6 * kColours - kVectorBytes;  // where the second load starts
-  constexpr Index kFromFirst = 10;                        // pairs that the first one has whole
-  static constexpr Pattern kPatterns[] = {
-      coloursAt([](Index i) { return 6 * i - (i < kFromFirst ? 0 : kSecond); }),
-      coloursAt([](Index i) { return 6 * i + 3 - (i < kFromFirst ? 0 : kSecond); })};
-  constexpr __mmask64 kInSecond = ~0ULL << 4 * kFromFirst;
-  const auto first = _mm512_loadu_si512(pFrom);
-  const auto second = _mm512_loadu_si512(pFrom + kSecond);
-  const auto pick = [&](const Pattern& pPattern) __attribute__((always_inline)) {
-    return U8{_mm512_mask_permutexvar_epi8(permute(first, pPattern), kInSecond,
-                                           _mm512_loadu_si512(pPattern.data()), second)};
-  };
-  return {{pick(kPatterns[0])}, {pick(kPatterns[1])}};
+constexpr Index kSecondLoad = 6 * kColours - kVectorBytes;  ///< where the second load starts
+constexpr Index kInFirstLoad = 10;                          ///< pairs that the first one has whole
+
+constexpr Index placeOfPair(Index pPair) {
+  return 6 * pPair - (pPair < kInFirstLoad ? 0 : kSecondLoad);
 }
+constexpr Pattern kLeftOfPairs = coloursAt(placeOfPair);
+constexpr Pattern kRightOfPairs = coloursAt([](Index pPair) { return placeOfPair(pPair) + 3; });
+
+/// Pairs of pixels side by side: both sides out of two loads that overlap and end with the pairs.
+class PairLoader {
+ public:
+  HWY_INLINE PairLoader()
+      : fLeft(fixed(hn::LoadU(kU8, kLeftOfPairs.data()))),
+        fRight(fixed(hn::LoadU(kU8, kRightOfPairs.data()))) {}
+
+  HWY_INLINE PairColours load(const Byte* pFrom) const {
+    const auto first = _mm512_loadu_si512(pFrom);
+    const auto second = _mm512_loadu_si512(pFrom + kSecondLoad);
+    return {{pick(first, second, fLeft)}, {pick(first, second, fRight)}};
+  }
+
+ private:
+  static HWY_INLINE U8 pick(__m512i pFirst, __m512i pSecond, U8 pOrder) {
+    constexpr __mmask64 kInSecond = ~0ULL << 4 * kInFirstLoad;
+    return U8{_mm512_mask_permutexvar_epi8(_mm512_permutexvar_epi8(pOrder.raw, pFirst), kInSecond,
+                                           pOrder.raw, pSecond)};
+  }
+
+  U8 fLeft, fRight;
+};
 
 #else
+
+constexpr hn::Repartition<std::uint64_t, decltype(kU8)> kHalves;
+
+/// The lower halves of both vectors' lanes.
+HWY_INLINE U8 lowerHalves(U8 pFirst, U8 pSecond) {
+  return hn::BitCast(kU8, hn::InterleaveLower(kHalves, hn::BitCast(kHalves, pFirst),
+                                              hn::BitCast(kHalves, pSecond)));
+}
+HWY_INLINE U8 upperHalves(U8 pFirst, U8 pSecond) {
+  return hn::BitCast(kU8, hn::InterleaveUpper(kHalves, hn::BitCast(kHalves, pFirst),
+                                              hn::BitCast(kHalves, pSecond)));
+}
 
 /// Two vectors of four pixels a lane, each with (red, green) of them in the lower half of the lane
 /// and (blue, green) in the upper one.
 HWY_INLINE Colours joinHalves(U8 pFirst, U8 pSecond) {
-  const hn::Repartition<std::uint64_t, decltype(kU8)> halves;
-  const auto first = hn::BitCast(halves, pFirst);
-  const auto second = hn::BitCast(halves, pSecond);
-  return {hn::BitCast(kU8, hn::InterleaveLower(halves, first, second)),
-          hn::BitCast(kU8, hn::InterleaveUpper(halves, first, second))};
+  return {lowerHalves(pFirst, pSecond), upperHalves(pFirst, pSecond)};
 }
 
 /// Pixels side by side: the second load of a lane ends with its eighth pixel.
@@ -146,32 +170,34 @@ HWY_INLINE Colours loadColoursApart(const Byte* pFrom) {
 
 /// Pairs of pixels side by side: first sorted by kind and side within four loads of two pairs each,
 /// then collected.
-HWY_INLINE PairColours loadPairs(const Byte* pFrom) {
-  const auto load = [=](Index pAt, const std::array<Byte, kLaneBytes>& pOrder)
-      __attribute__((always_inline)) {
-    const U8 bytes = joinLanes<loadLaneAt>(pFrom + pAt, 48);
-    return hn::BitCast(kU32, hn::TableLookupBytes(bytes, inAllLanes(pOrder)));
-  };
+class PairLoader {
+ public:
   // (r, g) of two left and two right pixels, then (b, g) of them; the last load ends with its pair.
-  constexpr std::array<Byte, kLaneBytes> kOrder = {0, 1, 6, 7, 3, 4, 9,  10,
-                                                   2, 1, 8, 7, 5, 4, 11, 10};
-  constexpr std::array<Byte, kLaneBytes> kLastOrder = {4, 5, 10, 11, 7, 8, 13, 14,
-                                                       6, 5, 12, 11, 9, 8, 15, 14};
-  const U32 first = load(0, kOrder);
-  const U32 second = load(12, kOrder);
-  const U32 third = load(24, kOrder);
-  const U32 fourth = load(32, kLastOrder);
-  const auto collect = [](U32 pOne, U32 pOther) __attribute__((always_inline)) {
-    // Elements: (r, g) left of both, (r, g) right of both; in the upper half (b, g).
-    return std::pair{hn::BitCast(kU8, hn::InterleaveLower(kU32, pOne, pOther)),
-                     hn::BitCast(kU8, hn::InterleaveUpper(kU32, pOne, pOther))};
-  };
-  const auto [rgLow, bgLow] = collect(first, second);
-  const auto [rgHigh, bgHigh] = collect(third, fourth);
-  const Colours rg = joinHalves(rgLow, rgHigh);  // left, right
-  const Colours bg = joinHalves(bgLow, bgHigh);
-  return {{rg.rg, bg.rg}, {rg.bg, bg.bg}};
-}
+  HWY_INLINE PairLoader()
+      : fOrder(inAllLanes({0, 1, 6, 7, 3, 4, 9, 10, 2, 1, 8, 7, 5, 4, 11, 10})),
+        fLastOrder(inAllLanes({4, 5, 10, 11, 7, 8, 13, 14, 6, 5, 12, 11, 9, 8, 15, 14})) {}
+
+  HWY_INLINE PairColours load(const Byte* pFrom) const {
+    const U32 first = sorted(pFrom, fOrder);
+    const U32 second = sorted(pFrom + 12, fOrder);
+    const U32 third = sorted(pFrom + 24, fOrder);
+    const U32 fourth = sorted(pFrom + 32, fLastOrder);
+    // In each lane (r, g) left of four pairs, then right; the same of (b, g).
+    const U8 rgLow = hn::BitCast(kU8, hn::InterleaveLower(kU32, first, second));
+    const U8 bgLow = hn::BitCast(kU8, hn::InterleaveUpper(kU32, first, second));
+    const U8 rgHigh = hn::BitCast(kU8, hn::InterleaveLower(kU32, third, fourth));
+    const U8 bgHigh = hn::BitCast(kU8, hn::InterleaveUpper(kU32, third, fourth));
+    return {{lowerHalves(rgLow, rgHigh), lowerHalves(bgLow, bgHigh)},
+            {upperHalves(rgLow, rgHigh), upperHalves(bgLow, bgHigh)}};
+  }
+
+ private:
+  static HWY_INLINE U32 sorted(const Byte* pFrom, U8 pOrder) {
+    return hn::BitCast(kU32, hn::TableLookupBytes(joinLanes<loadLaneAt>(pFrom, 48), pOrder));
+  }
+
+  U8 fOrder, fLastOrder;
+};
 
 #endif
 

@@ -24,39 +24,58 @@ namespace HWY_NAMESPACE {
 
 #if HWY_TARGET <= HWY_SSE4
 
-/// Calls kBlock(item) for all items in blocks of kColours. The last block ends with the last item:
-/// it may do some of the block before again, to the same bytes. There must be a block at least.
-template <auto kBlock>
-HWY_INLINE void forEachBlock(const Byte* pSource, Index pSourceBytes, Byte* pTarget,
-                             Index pTargetBytes, Index pItems) {
+/// Converts all items, pixels or pairs, in blocks of kColours. The last block ends with the last
+/// item: it may do some of the block before again, to the same bytes. There must be one at least.
+template <typename Block>
+HWY_INLINE void forEachBlock(const Byte* pSource, Byte* pTarget, Index pItems) {
+  const Block block;
   const Index last = pItems - kColours;
   for (Index i = 0; i < last; i += kColours) {
-    kBlock(pSource + pSourceBytes * i, pTarget + pTargetBytes * i);
+    block.convert(pSource + Block::kBytesIn * i, pTarget + Block::kBytesOut * i);
   }
-  kBlock(pSource + pSourceBytes * last, pTarget + pTargetBytes * last);
+  block.convert(pSource + Block::kBytesIn * last, pTarget + Block::kBytesOut * last);
 }
 
-HWY_INLINE void pairsBlock(const Byte* pSource, Byte* pTarget) {
-  const PairColours pairs = loadPairs(pSource);
-  storePairs(channelsOf(pairs.left), channelsOf(pairs.right), pTarget);
-}
+struct PairsBlock {
+  static constexpr Index kBytesIn = 6;
+  static constexpr Index kBytesOut = 4;
+
+  HWY_INLINE PairsBlock() {}
+
+  HWY_INLINE void convert(const Byte* pSource, Byte* pTarget) const {
+    const PairColours pairs = fLoader.load(pSource);
+    storePairs(fConverter.of(pairs.left), fConverter.of(pairs.right), pTarget);
+  }
+
+  PairLoader fLoader;
+  Converter fConverter;
+};
 
 void toPairs(const Byte* pSource, Byte* pTarget, Index pPairs) {
   if (pPairs < kColours) return plainRows().toPairs(pSource, pTarget, pPairs);
-  forEachBlock<pairsBlock>(pSource, 6, pTarget, 4, pPairs);
+  forEachBlock<PairsBlock>(pSource, pTarget, pPairs);
 }
 
 template <int kRatio>
-HWY_INLINE void downBlock(const Byte* pSource, Byte* pTarget) {
-  const Byte* right = pSource + 3 * (kRatio / 2) * kRatio;
-  storePairs(channelsOf(loadColoursApart<6 * kRatio>(pSource)),
-             channelsOf(loadColoursApart<6 * kRatio>(right)), pTarget);
-}
+struct DownBlock {
+  static constexpr Index kBytesIn = 6 * kRatio;
+  static constexpr Index kBytesOut = 4;
+
+  HWY_INLINE DownBlock() {}
+
+  HWY_INLINE void convert(const Byte* pSource, Byte* pTarget) const {
+    const Byte* right = pSource + 3 * (kRatio / 2) * kRatio;
+    storePairs(fConverter.of(loadColoursApart<6 * kRatio>(pSource)),
+               fConverter.of(loadColoursApart<6 * kRatio>(right)), pTarget);
+  }
+
+  Converter fConverter;
+};
 
 template <int kRatio>
 void downBy(const Byte* pSource, Byte* pTarget, Index pPairs) {
   const Index blocks = pPairs > kColours ? pPairs - 1 : 0;
-  if (blocks > 0) forEachBlock<downBlock<kRatio>>(pSource, 6 * kRatio, pTarget, 4, blocks);
+  if (blocks > 0) forEachBlock<DownBlock<kRatio>>(pSource, pTarget, blocks);
   plainRows().down(kRatio, pSource + 6 * kRatio * blocks, pTarget + 4 * blocks, pPairs - blocks);
 }
 
@@ -71,42 +90,50 @@ void down(int pRatio, const Byte* pSource, Byte* pTarget, Index pPairs) {
   }
 }
 
-/// Each four bytes of pPairs kTimes in a row.
+/// Stores each four bytes of kColours pairs kTimes in a row.
 template <int kTimes>
-HWY_INLINE void repeat(const Byte* pPairs, Byte* pTarget) {
-  const hn::Full128<std::uint32_t> elements;
-  for (Index i = 0; i < kColours; i += 4 / kTimes) {
-    std::uint32_t pairs[4];
-    hwy::CopyBytes<4>(pPairs + 4 * i, pairs);
-    if constexpr (kTimes == 2) {
-      hwy::CopyBytes<4>(pPairs + 4 * i + 4, pairs + 2);
-      pairs[1] = pairs[0];
-      pairs[3] = pairs[2];
-      hn::StoreU(hn::LoadU(elements, pairs), elements,
-                 reinterpret_cast<std::uint32_t*>(pTarget + 4 * kTimes * i));
-    } else {
-      hn::StoreU(hn::Set(elements, pairs[0]), elements,
-                 reinterpret_cast<std::uint32_t*>(pTarget + 4 * kTimes * i));
+HWY_INLINE void storeRepeated(const Byte* pPairs, Byte* pTarget) {
+  constexpr Index kPerVector = kVectorBytes / 4;
+  alignas(64) static constexpr auto kOrders = [] {
+    std::array<std::int32_t, kTimes * kPerVector> orders{};
+    for (Index i = 0; i < kTimes * kPerVector; ++i) orders[i] = static_cast<int>(i / kTimes);
+    return orders;
+  }();
+  for (Index pair = 0; pair < kColours; pair += kPerVector) {
+    const U32 pairs = hn::BitCast(kU32, hn::LoadU(kU8, pPairs + 4 * pair));
+    for (Index i = 0; i < kTimes; ++i) {
+      const auto order = hn::SetTableIndices(kU32, kOrders.data() + i * kPerVector);
+      hn::StoreU(hn::BitCast(kU8, hn::TableLookupLanes(pairs, order)), kU8,
+                 pTarget + 4 * kTimes * pair + kVectorBytes * i);
     }
   }
 }
 
 template <int kRatio>
-HWY_INLINE void upBlock(const Byte* pSource, Byte* pTarget) {
-  const Channels channels = channelsOf(loadColours(pSource));
-  if constexpr (kRatio == 2) {
-    storePairs(channels, channels, pTarget);
-  } else {
-    alignas(64) Byte pairs[4 * kColours];
-    storePairs(channels, channels, pairs);
-    repeat<kRatio / 2>(pairs, pTarget);
+struct UpBlock {
+  static constexpr Index kBytesIn = 3;
+  static constexpr Index kBytesOut = 2 * kRatio;
+
+  HWY_INLINE UpBlock() {}
+
+  HWY_INLINE void convert(const Byte* pSource, Byte* pTarget) const {
+    const Channels channels = fConverter.of(loadColours(pSource));
+    if constexpr (kRatio == 2) {
+      storePairs(channels, channels, pTarget);
+    } else {
+      alignas(64) Byte pairs[4 * kColours];
+      storePairs(channels, channels, pairs);
+      storeRepeated<kRatio / 2>(pairs, pTarget);
+    }
   }
-}
+
+  Converter fConverter;
+};
 
 template <int kRatio>
 void upBy(const Byte* pSource, Byte* pTarget, Index pPixels) {
   if (pPixels < kColours) return plainRows().up(kRatio, pSource, pTarget, pPixels);
-  forEachBlock<upBlock<kRatio>>(pSource, 3, pTarget, 2 * kRatio, pPixels);
+  forEachBlock<UpBlock<kRatio>>(pSource, pTarget, pPixels);
 }
 
 void up(int pRatio, const Byte* pSource, Byte* pTarget, Index pPixels) {

@@ -60,14 +60,22 @@ struct YUV422Block {
 };
 
 struct YYCbCrBlock {
-  static constexpr Index kMacroPixels = kPerVector;
+  static constexpr Index kMacroPixels = 2 * kPerVector;
   static constexpr Index kBytesOut = 4;
+
+  HWY_INLINE YYCbCrBlock()
+      : fOrder(inAllLanes({0, 2, 1, 3, 4, 6, 5, 7, 8, 10, 9, 11, 12, 14, 13, 15})) {}
 
   template <int kStep>
   HWY_INLINE void convert(const Byte* pFrom, Byte* pTo) const {
-    const U8 order = inAllLanes({0, 2, 1, 3, 4, 6, 5, 7, 8, 10, 9, 11, 12, 14, 13, 15});
-    hn::StoreU(hn::TableLookupBytes(loadVector<kStep>(pFrom), order), kU8, pTo);
+    const U8 low = loadVector<kStep>(pFrom);
+    const U8 high = loadVector<kStep>(pFrom + kVectorBytes * kStep);
+    hn::StoreU(hn::TableLookupBytes(low, fOrder), kU8, pTo);
+    hn::StoreU(hn::TableLookupBytes(high, fOrder), kU8, pTo + kVectorBytes);
   }
+
+ private:
+  U8 fOrder;
 };
 
 /// Y0 U V Y1 U V: six bytes out of the four of a macro-pixel.

@@ -28,56 +28,87 @@ struct Channels {
   I16 red, green, blue;
 };
 
-/// pFactor / 256 of a byte, rounded down, plus pOffset. The byte is the upper one of pUpperByte,
+/// kFactor / 256 of a byte, rounded down, plus kOffset. The byte is the upper one of its element,
 /// whose lower one is 0. The high half of a product keeps the compiler from shifts and adds.
-HWY_INLINE I16 scaled(U16 pUpperByte, int pFactor, int pOffset) {
-  const U16 product = hn::MulHigh(pUpperByte, hn::Set(kU16, static_cast<std::uint16_t>(pFactor)));
-  return hn::Add(hn::BitCast(kI16, product), hn::Set(kI16, static_cast<std::int16_t>(pOffset)));
-}
+template <int kFactor, int kOffset>
+class Scale {
+ public:
+  HWY_INLINE Scale() : fFactor(words(kFactor)), fOffset(signedWords(kOffset)) {}
 
-HWY_INLINE Channels channelsOf(U8 pMacroPixels) {
-  constexpr int kLumaOffset = -8192;  // a multiple of 2; lets red's two terms fit
+  HWY_INLINE I16 operator()(U16 pUpperByte) const {
+    return hn::Add(hn::BitCast(kI16, hn::MulHigh(pUpperByte, fFactor)), fOffset);
+  }
 
-  const U16 luma = hn::ShiftLeft<8>(hn::BitCast(kU16, pMacroPixels));
-  const I16 halfLuma = scaled(luma, 149 * 256, kLumaOffset);
-  const I16 quarterLuma = hn::ShiftRight<1>(halfLuma);
+ private:
+  U16 fFactor;
+  I16 fOffset;
+};
 
-  const U8 uv = hn::TableLookupBytes(
-      pMacroPixels, inAllLanes({1, 3, 1, 3, 5, 7, 5, 7, 9, 11, 9, 11, 13, 15, 13, 15}));
-  const U16 u = hn::ShiftLeft<8>(hn::BitCast(kU16, uv));
-  const U16 v = hn::And(hn::BitCast(kU16, uv), hn::Set(kU16, 0xFF00));
+class RGBChannels {
+ public:
+  HWY_INLINE RGBChannels()
+      : fChromaOfPixels(inAllLanes({1, 3, 1, 3, 5, 7, 5, 7, 9, 11, 9, 11, 13, 15, 13, 15})),
+        fUpperByte(words(0xFF00)),
+        fGreenWeights(bytePairs(-25, -52)),
+        fGreenOffset(signedWords(-149 * 8 + (25 + 52) * 128 - kLumaOffset / 2)) {}
 
-  // The offsets: -16 of luma, -128 of chroma, less what the luma term has.
-  const I16 redTerm = scaled(v, 409 * 128, -149 * 16 - 409 * 64 - kLumaOffset);
-  const I16 greenTerm = hn::Add(multiplyAddBytes(uv, bytePairs(-25, -52)),
-                                hn::Set(kI16, -149 * 8 + (25 + 52) * 128 - kLumaOffset / 2));
-  const I16 blueTerm = scaled(u, 129 * 256, -149 * 8 - 129 * 128 - kLumaOffset / 2);
+  HWY_INLINE Channels of(U8 pMacroPixels) const {
+    const I16 halfLuma = fLuma(hn::ShiftLeft<8>(hn::BitCast(kU16, pMacroPixels)));
+    const I16 quarterLuma = hn::ShiftRight<1>(halfLuma);
 
-  return {hn::ShiftRight<7>(hn::SaturatedAdd(halfLuma, redTerm)),
-          hn::ShiftRight<6>(hn::Add(quarterLuma, greenTerm)),
-          hn::ShiftRight<6>(hn::SaturatedAdd(quarterLuma, blueTerm))};
-}
+    const U8 uv = hn::TableLookupBytes(pMacroPixels, fChromaOfPixels);
+    const I16 redTerm = fRed(hn::And(hn::BitCast(kU16, uv), fUpperByte));
+    const I16 greenTerm = hn::Add(multiplyAddBytes(uv, fGreenWeights), fGreenOffset);
+    const I16 blueTerm = fBlue(hn::ShiftLeft<8>(hn::BitCast(kU16, uv)));
 
-HWY_INLINE ThreeBytes toRGB(const Pair& pPair) {
-  const Channels first = channelsOf(pPair.first);
-  const Channels second = channelsOf(pPair.second);
-  return {packClamped(first.red, first.green), packClamped(second.red, second.green),
-          packClamped(first.blue, second.blue)};
-}
+    return {hn::ShiftRight<7>(hn::SaturatedAdd(halfLuma, redTerm)),
+            hn::ShiftRight<6>(hn::Add(quarterLuma, greenTerm)),
+            hn::ShiftRight<6>(hn::SaturatedAdd(quarterLuma, blueTerm))};
+  }
 
-HWY_INLINE ThreeBytes toBGR(const Pair& pPair) {
-  const Channels first = channelsOf(pPair.first);
-  const Channels second = channelsOf(pPair.second);
-  return {packClamped(first.blue, first.green), packClamped(second.blue, second.green),
-          packClamped(first.red, second.red)};
-}
+ private:
+  static constexpr int kLumaOffset = -8192;  // a multiple of 2; lets red's two terms fit
+
+  // The other offsets: -16 of luma, -128 of chroma, less what the luma term has.
+  Scale<149 * 256, kLumaOffset> fLuma;
+  Scale<409 * 128, -149 * 16 - 409 * 64 - kLumaOffset> fRed;
+  Scale<129 * 256, -149 * 8 - 129 * 128 - kLumaOffset / 2> fBlue;
+  U8 fChromaOfPixels;
+  U16 fUpperByte;
+  I8 fGreenWeights;
+  I16 fGreenOffset;
+};
+
+struct RGBFormat {
+  HWY_INLINE RGBFormat() {}
+
+  HWY_INLINE ThreeBytes convert(const Pair& pPair) const {
+    const Channels first = fChannels.of(pPair.first);
+    const Channels second = fChannels.of(pPair.second);
+    return {packClamped(first.red, first.green), packClamped(second.red, second.green),
+            packClamped(first.blue, second.blue)};
+  }
+  RGBChannels fChannels;
+};
+
+struct BGRFormat {
+  HWY_INLINE BGRFormat() {}
+
+  HWY_INLINE ThreeBytes convert(const Pair& pPair) const {
+    const Channels first = fChannels.of(pPair.first);
+    const Channels second = fChannels.of(pPair.second);
+    return {packClamped(first.blue, first.green), packClamped(second.blue, second.green),
+            packClamped(first.red, second.red)};
+  }
+  RGBChannels fChannels;
+};
 
 void rowToRGB(const Byte* pSource, Index pStep, Byte* pDestination, Index pCount) {
-  convertRow<ThreeBytesBlock<toRGB>>(pSource, pStep, pDestination, pCount, plainRows().toRGB);
+  convertRow<ThreeBytesBlock<RGBFormat>>(pSource, pStep, pDestination, pCount, plainRows().toRGB);
 }
 
 void rowToBGR(const Byte* pSource, Index pStep, Byte* pDestination, Index pCount) {
-  convertRow<ThreeBytesBlock<toBGR>>(pSource, pStep, pDestination, pCount, plainRows().toBGR);
+  convertRow<ThreeBytesBlock<BGRFormat>>(pSource, pStep, pDestination, pCount, plainRows().toBGR);
 }
 
 }  // namespace HWY_NAMESPACE

@@ -117,7 +117,7 @@ constexpr Byte kNothing = 0x80;
 /// A pattern, ready for use.
 struct Picker {
   HWY_INLINE explicit Picker(const Pattern& pPattern)
-      : fOrder(hn::LoadU(kU8, pPattern.data())),
+      : fOrder(fixed(hn::LoadU(kU8, pPattern.data()))),
         fTakes(_knot_mask64(_mm512_movepi8_mask(fOrder.raw))) {}
 
   U8 fOrder;
@@ -153,27 +153,40 @@ HWY_INLINE U8 pickMore(U8 pPicked, U8 pFrom, const Picker& pPicker) {
 
 #endif
 
-/// Stores three pieces. Where shuffles stay in lanes, the lanes of the three take turns.
+#if OX_PERMUTES_WHOLE_VECTORS || HWY_MAX_BYTES == 16
+
+/// Stores three pieces one behind the other.
 HWY_INLINE void storePieces(U8 pLeft, U8 pMiddle, U8 pRight, Byte* pTo) {
-#if HWY_MAX_BYTES == 64 && !OX_PERMUTES_WHOLE_VECTORS
+  hn::StoreU(pLeft, kU8, pTo);
+  hn::StoreU(pMiddle, kU8, pTo + kVectorBytes);
+  hn::StoreU(pRight, kU8, pTo + 2 * kVectorBytes);
+}
+
+HWY_INLINE void storePiecesByLanes(U8 pLeft, U8 pMiddle, U8 pRight, Byte* pTo) {
+  storePieces(pLeft, pMiddle, pRight, pTo);
+}
+
+#else
+
+/// Stores three pieces, whose lanes take turns.
+HWY_INLINE void storePiecesByLanes(U8 pLeft, U8 pMiddle, U8 pRight, Byte* pTo) {
   storeLanes(pLeft, pTo, 3 * kLaneBytes);
   storeLanes(pMiddle, pTo + kLaneBytes, 3 * kLaneBytes);
   storeLanes(pRight, pTo + 2 * kLaneBytes, 3 * kLaneBytes);
-#else
+}
+
+/// The same with more shuffles and fewer stores, for formats that do little else than store.
+HWY_INLINE void storePieces(U8 pLeft, U8 pMiddle, U8 pRight, Byte* pTo) {
 #if HWY_MAX_BYTES == 32
-  const U8 first = hn::ConcatLowerLower(kU8, pMiddle, pLeft);
-  const U8 second = hn::ConcatUpperLower(kU8, pLeft, pRight);
-  const U8 third = hn::ConcatUpperUpper(kU8, pRight, pMiddle);
+  hn::StoreU(hn::ConcatLowerLower(kU8, pMiddle, pLeft), kU8, pTo);
+  hn::StoreU(hn::ConcatUpperLower(kU8, pLeft, pRight), kU8, pTo + kVectorBytes);
+  hn::StoreU(hn::ConcatUpperUpper(kU8, pRight, pMiddle), kU8, pTo + 2 * kVectorBytes);
 #else
-  const U8 first = pLeft;
-  const U8 second = pMiddle;
-  const U8 third = pRight;
-#endif
-  hn::StoreU(first, kU8, pTo);
-  hn::StoreU(second, kU8, pTo + kVectorBytes);
-  hn::StoreU(third, kU8, pTo + 2 * kVectorBytes);
+  storePiecesByLanes(pLeft, pMiddle, pRight, pTo);
 #endif
 }
+
+#endif
 
 /// Patterns for three pieces out of kSources sources. pPlace(byte of the pieces) says where it
 /// comes from: first the source, then the byte of it.
@@ -209,8 +222,8 @@ alignas(64) constexpr auto kThreeBytesPatterns = makePatterns<3>([](Index pByte)
                                  pixel / 8 * kLaneBytes + 8 * isUpperHalf + pixel % 8);
 });
 
-/// A block of macro-pixels to pixels of three bytes: kConvert makes ThreeBytes of a Pair.
-template <auto kConvert>
+/// A block of macro-pixels to pixels of three bytes. Format's convert() makes ThreeBytes of a Pair.
+template <typename Format>
 struct ThreeBytesBlock {
   static constexpr Index kMacroPixels = kPerPair;
   static constexpr Index kBytesOut = 6;  ///< of a macro-pixel
@@ -226,16 +239,17 @@ struct ThreeBytesBlock {
 
   template <int kStep>
   HWY_INLINE void convert(const Byte* pFrom, Byte* pTo) const {
-    const ThreeBytes pixels = kConvert(loadPair<kStep>(pFrom));
+    const ThreeBytes pixels = fFormat.convert(loadPair<kStep>(pFrom));
     const U8 left = pickMore(pick(pixels.firstTwo, fLeft), pixels.third, fLeftThird);
     const U8 middle =
         pickMore(pickMore(pick(pixels.firstTwo, fMiddleFirst), pixels.secondTwo, fMiddleSecond),
                  pixels.third, fMiddleThird);
     const U8 right = pickMore(pick(pixels.secondTwo, fRight), pixels.third, fRightThird);
-    storePieces(left, middle, right, pTo);
+    storePiecesByLanes(left, middle, right, pTo);
   }
 
  private:
+  Format fFormat;
   Picker fLeft, fLeftThird, fMiddleFirst, fMiddleSecond, fMiddleThird, fRight, fRightThird;
 };
 

@@ -52,13 +52,30 @@ using I16 = hn::Vec<decltype(kI16)>;
 using U32 = hn::Vec<decltype(kU32)>;
 using I32 = hn::Vec<decltype(kI32)>;
 
+/// A constant that is made once, before the loop. Left to itself the compiler makes constants that
+/// find no register anew in each turn, by two moves across the processor; so they stay in memory.
+template <typename Vector>
+HWY_INLINE Vector fixed(Vector pVector) {
+  asm("" : "+v"(pVector.raw));
+  return pVector;
+}
+
+HWY_INLINE U16 words(int pValue) {
+  return fixed(hn::Set(kU16, static_cast<std::uint16_t>(pValue)));
+}
+HWY_INLINE I16 signedWords(int pValue) {
+  return fixed(hn::Set(kI16, static_cast<std::int16_t>(pValue)));
+}
+HWY_INLINE U32 doubleWords(std::uint32_t pValue) { return fixed(hn::Set(kU32, pValue)); }
+HWY_INLINE I32 signedDoubleWords(int pValue) { return fixed(hn::Set(kI32, pValue)); }
+
 /// Two bytes or words in each element, the lower one first: weights of a multiply-add.
 HWY_INLINE I8 bytePairs(int pLow, int pHigh) {
-  return hn::BitCast(kI8, hn::Set(kU16, static_cast<std::uint16_t>((pLow & 255) | pHigh << 8)));
+  return hn::BitCast(kI8, words((pLow & 255) | pHigh << 8));
 }
 HWY_INLINE I16 wordPairs(int pLow, int pHigh) {
   const auto low = static_cast<std::uint32_t>(pLow) & 0xFFFF;
-  return hn::BitCast(kI16, hn::Set(kU32, low | static_cast<std::uint32_t>(pHigh) << 16));
+  return hn::BitCast(kI16, doubleWords(low | static_cast<std::uint32_t>(pHigh) << 16));
 }
 
 // Sums of neighbouring products. Bytes saturate at 16 bits: the callers' ranges rule that out.
@@ -102,17 +119,10 @@ HWY_INLINE I32 multiplyAddWords(I32 pSum, I16 pWords, I16 pWeights) {
 #endif
 }
 
-/// The low halves of the elements of both, as packClamped().
-HWY_INLINE U8 packLowBytes(U16 pLow, U16 pHigh) {
-  const U16 mask = hn::Set(kU16, 0xFF);
-  return packClamped(hn::BitCast(kI16, hn::And(pLow, mask)),
-                     hn::BitCast(kI16, hn::And(pHigh, mask)));
-}
-
 /// A pattern of one lane in all lanes.
 HWY_INLINE U8 inAllLanes(const std::array<Byte, kLaneBytes>& pPattern) {
   alignas(kLaneBytes) const std::array<Byte, kLaneBytes> pattern = pPattern;
-  return hn::LoadDup128(kU8, pattern.data());
+  return fixed(hn::LoadDup128(kU8, pattern.data()));
 }
 
 // ---- Vectors of lanes: each lane is loaded and stored by itself, from places pAdvance bytes
