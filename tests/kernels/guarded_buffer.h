@@ -4,6 +4,7 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstddef>
 #include <cstring>
 #include <random>
@@ -36,7 +37,9 @@ class GuardedBuffer {
   unsigned char* data() { return fData; }
   std::size_t size() const { return fSize; }
   void fill(int pValue) { std::memset(fData, pValue, fSize); }
-  void fill(const std::vector<unsigned char>& pBytes) { std::memcpy(fData, pBytes.data(), fSize); }
+  void fill(const std::vector<unsigned char>& pBytes) {
+    std::copy(pBytes.begin(), pBytes.end(), fData);
+  }
 
  private:
   std::size_t fSize;

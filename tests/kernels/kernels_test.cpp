@@ -13,7 +13,6 @@ namespace OX::kernels {
 namespace {
 
 using testing::difference;
-using ::testing::ElementsAre;
 using ::testing::ElementsAreArray;
 using testing::GuardedBuffer;
 using testing::randomBytes;

@@ -12,7 +12,6 @@ namespace OX::resampling {
 namespace {
 
 using testing::difference;
-using ::testing::ElementsAre;
 using testing::GuardedBuffer;
 using testing::randomBytes;
 using Bytes = std::vector<unsigned char>;
