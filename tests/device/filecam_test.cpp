@@ -249,6 +249,18 @@ TEST_F(FileCamTest, AnyFormatIsReplayedAndReduced) {
             "max resolution is \x01");
 }
 
+// Subscribers of an earlier video stay when one of no known size is chosen.
+TEST_F(FileCamTest, AStrangeSizeIsNotReadBeyondItsEnd) {
+  play(record(3, 640, 480), 0, false);
+  const std::string id = fDevice->subscribe("a", kQQVGA, kRGB, 5);
+  ASSERT_TRUE(fDevice->getImageRemote(id).isValid());
+  play(record(3, 3000, 600), 0, false);
+  fClock.advanceUs(10'000'000);
+  EXPECT_EQ(fDevice->getImageRemote(id)[0].toInt(), 160);
+  EXPECT_THAT(fLog.records(2),
+              HasSubstr("A raw image of 3000 x 600 can't be converted to 160 x 120"));
+}
+
 TEST_F(FileCamTest, ImagesOfACameraThatIsNotThereLeaveTheActiveOneAlone) {
   play(record(3, 320, 240, 5), 0, false);
   const std::string id = subscribe();
@@ -327,17 +339,22 @@ TEST_F(SimulatorTest, WhatIsRecordedIsWhatIsReplayed) {
   }
   EXPECT_TRUE(fDevice->stopVideo(id));
 
-  const auto replayBroker = OXBroker::create();
-  OXModule::createModule<OXMemory>(replayBroker);
-  const auto camera = OXModule::createModule<OXVisionFileCam>(replayBroker);
-  camera->setVideo(file, OXValue(), true, 0, 0);
-  const std::string viewer = camera->subscribe("viewer", kQVGA, kYUV422, 30);
-  for (int i = 1; i < kImages; ++i) {
-    const OXValue image = camera->getDirectRawImageRemote(viewer);
-    ASSERT_EQ(image, frames[static_cast<std::size_t>(i)]) << "image " << i;
-    camera->nextImage();
+  for (const int mode : {0, 1}) {
+    SCOPED_TRACE("mode " + std::to_string(mode));
+    const auto replayBroker = OXBroker::create();
+    OXModule::createModule<OXMemory>(replayBroker);
+    const auto camera = OXModule::createModule<OXVisionFileCam>(replayBroker);
+    camera->setVideo(file, OXValue(), false, mode, 0);
+    const std::string viewer = camera->subscribe("viewer", kQVGA, kYUV422, 30);
+    // Mode 0 steps at the first request already; mode 1 goes with the recorded rhythm.
+    for (int i = mode == 0 ? 1 : 0; i < kImages; ++i) {
+      const OXValue image = camera->getDirectRawImageRemote(viewer);
+      ASSERT_EQ(image, frames[static_cast<std::size_t>(i)]) << "image " << i;
+      camera->nextImage();
+      fClock.advanceUs(1'033'333);
+    }
+    replayBroker->shutdown();
   }
-  replayBroker->shutdown();
   std::filesystem::remove(file);
 }
 

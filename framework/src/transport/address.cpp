@@ -42,6 +42,8 @@ std::string Address::toString() const {
   return (brackets ? "[" + host + "]" : host) + ":" + std::to_string(port);
 }
 
+std::string Address::resolvableHost() const { return host == "localhost" ? "127.0.0.1" : host; }
+
 Address parseAddress(const std::string& pText, const std::string& pModule,
                      const std::string& pFunction) {
   Address address;

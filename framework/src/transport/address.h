@@ -13,6 +13,9 @@ struct Address {
   bool isUnix() const { return !path.empty(); }
   /// The form that parseAddress takes.
   std::string toString() const;
+  /// The host as a resolver is asked for it: "localhost" is the loopback address whatever a system
+  /// without a hosts file makes of the name.
+  std::string resolvableHost() const;
 };
 
 /// Throws OXError in the name of pModule and pFunction, with what is wrong with the text.

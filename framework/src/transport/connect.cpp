@@ -62,7 +62,7 @@ Stream::Socket connectTcp(asio::io_context& pIo, const Address& pAddress,
   error_code result;
   tcp::resolver resolver(pIo);
   tcp::resolver::results_type endpoints;
-  resolver.async_resolve(pAddress.host, std::to_string(pAddress.port),
+  resolver.async_resolve(pAddress.resolvableHost(), std::to_string(pAddress.port),
                          [&](const error_code& pError, tcp::resolver::results_type pFound) {
                            result = pError;
                            endpoints = std::move(pFound);

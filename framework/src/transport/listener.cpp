@@ -143,10 +143,10 @@ boost::shared_ptr<Listener> openLocal(asio::io_context& pIo, const Address& pAdd
   return listener;
 }
 
-/// IPv4 first: of the two that "localhost" may be it is the one that clients dial by number.
+/// IPv4 first: of the two that a name may be it is the one that clients dial by number.
 std::vector<tcp::endpoint> resolve(asio::io_context& pIo, const Address& pAddress) {
-  const auto found = tcp::resolver(pIo).resolve(pAddress.host, std::to_string(pAddress.port),
-                                                tcp::resolver::passive);
+  const auto found = tcp::resolver(pIo).resolve(
+      pAddress.resolvableHost(), std::to_string(pAddress.port), tcp::resolver::passive);
   std::vector<tcp::endpoint> endpoints;
   for (const auto& entry : found) endpoints.push_back(entry.endpoint());
   std::stable_partition(endpoints.begin(), endpoints.end(),

@@ -1,5 +1,6 @@
 // From a raw frame to the format of one subscriber, in a buffer of the pool. Runs under the lock
 // of the delivery that asked.
+#include <algorithm>
 #include <array>
 
 #include "kernels/kernels.h"
@@ -33,6 +34,16 @@ const Conversion* findConversion(int pColorSpace) {
   for (const Conversion& conversion : kConversions)
     if (conversion.colorSpace == pColorSpace) return &conversion;
   return nullptr;
+}
+
+// Bytes of the source that a kernel may look at: it takes every step-th row and trusts that the
+// source has them. One macro-pixel when the source is narrower than the destination.
+std::size_t sourceBytes(const OXImage& pRawImage, const OXImage& pDestination) {
+  constexpr std::size_t kMacroPixelBytes = 4;
+  const auto width = static_cast<std::size_t>(pRawImage.fWidth);
+  const std::size_t step = width / static_cast<std::size_t>(pDestination.fWidth);
+  const auto rows = static_cast<std::size_t>(pDestination.fHeight) * step;
+  return std::max(rows * width * 2, kMacroPixelBytes);
 }
 
 }  // namespace
@@ -101,6 +112,13 @@ void OXVisionVideoInput::xConvertPixels(const OXImage& pRawImage, OXImage& pDest
   }
   // Images of size -1 x -1 have nothing to convert.
   if (!pRawImage.fData || pRawImage.getSizeBytes() == 0 || pDestination.getSizeBytes() == 0) return;
+  if (sourceBytes(pRawImage, pDestination) > pRawImage.fCapacityBytes) {
+    report::log(
+        ki::log::kError, "xConvertImage",
+        report::text("A raw image of ", pRawImage.fWidth, " x ", pRawImage.fHeight,
+                     " can't be converted to ", pDestination.fWidth, " x ", pDestination.fHeight));
+    return;
+  }
   if (conversion->passFirst) xApplyPatchForKernelMemcopy(&pRawImage);
   conversion->kernel(pRawImage.fData, pRawImage.fWidth, pDestination.fData, pDestination.fWidth,
                      pDestination.fHeight);

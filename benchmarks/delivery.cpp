@@ -1,0 +1,140 @@
+// What a subscriber pays for an image: lent in the broker's process, shared or converted; sent to
+// another process over a Unix socket and TCP; and with many subscribers on several formats.
+#include <benchmark/benchmark.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "oxbroker.h"
+#include "oxclock.h"
+#include "oxdefinitions.h"
+#include "oxlog.h"
+#include "oxremotebroker.h"
+#include "oxserver.h"
+#include "oxservices.h"
+#include "oxvisionsimulatorcam.h"
+
+namespace {
+
+using namespace OX;
+
+/// Stands still until it is told to move, so that each benchmark says whether an image is fresh.
+class SteppedClock : public OXClock {
+ public:
+  SteppedClock() { OXClock::set(this); }
+  ~SteppedClock() override { OXClock::set(nullptr); }
+  std::int64_t nowUs() override { return fNowUs; }
+  std::int64_t localNowUs() override { return fNowUs; }
+  void sleepUs(unsigned int pDurationUs) override { fNowUs += pDurationUs; }
+  void nextSecond() { fNowUs += 1'000'000; }
+
+ private:
+  std::atomic<std::int64_t> fNowUs{1'700'000'000'000'000};
+};
+
+/// A broker with the simulator's cameras.
+struct Service {
+  Service() {
+    ki::log::setLevel(0);
+    OXModule::createModule<OXMemory>(broker);
+    device = OXModule::createModule<OXVisionSimulatorCam>(broker);
+  }
+  ~Service() {
+    device.reset();
+    broker->shutdown();
+  }
+
+  void push(int pResolution) {
+    int width = 0;
+    int height = 0;
+    setSizeFromResolution(pResolution, width, height);
+    if (frame.getSize() != width * height * 3)
+      frame.SetBinary(std::vector<char>(static_cast<std::size_t>(width * height * 3), 77).data(),
+                      width * height * 3);
+    clock.nextSecond();
+    device->putImage(0, width, height, frame);
+  }
+
+  SteppedClock clock;
+  boost::shared_ptr<OXBroker> broker = OXBroker::create();
+  boost::shared_ptr<OXVisionSimulatorCam> device;
+  OXValue frame;
+};
+
+void nameSize(benchmark::State& pState) {
+  pState.SetLabel(getResolutionName(static_cast<int>(pState.range(0))));
+}
+
+void localShared(benchmark::State& pState) {
+  Service service;
+  const int resolution = static_cast<int>(pState.range(0));
+  const std::string id = service.device->subscribe("a", resolution, kRGB, 30);
+  service.push(resolution);
+  for (auto _ : pState) {
+    benchmark::DoNotOptimize(service.device->getImageLocal(id));
+    service.device->releaseImage(id);
+  }
+  nameSize(pState);
+}
+
+// A push is in the time: a frame that is new has to be pushed first.
+void localConverted(benchmark::State& pState) {
+  Service service;
+  const int resolution = static_cast<int>(pState.range(0));
+  const std::string id = service.device->subscribe("a", resolution, kRGB, 30);
+  for (auto _ : pState) {
+    service.push(resolution);
+    benchmark::DoNotOptimize(service.device->getImageLocal(id));
+    service.device->releaseImage(id);
+  }
+  nameSize(pState);
+}
+
+void remote(benchmark::State& pState, bool pTcp) {
+  Service service;
+  const int resolution = static_cast<int>(pState.range(0));
+  const std::string id = service.device->subscribe("a", resolution, kRGB, 30);
+  service.push(resolution);
+  OXServer server(service.broker);
+  const std::string path = "unix:/tmp/oxdelivery" + std::to_string(::getpid());
+  const auto client = OXRemoteBroker::connect(server.listen(pTcp ? "127.0.0.1:0" : path));
+  const OXValue arguments = OXValue::array(id);
+  std::int64_t bytes = 0;
+  for (auto _ : pState)
+    bytes += client->call("OXVideoDevice", "getImageRemote", arguments)[6].getSize();
+  pState.SetBytesProcessed(bytes);
+  nameSize(pState);
+  client->close();
+}
+
+// One new frame, then every subscriber asks once: one conversion for each format.
+void manySubscribers(benchmark::State& pState) {
+  Service service;
+  constexpr int kFormats[] = {kRGB, kYuv, kHSY, kYUV422};
+  std::vector<std::string> ids;
+  for (int i = 0; i < pState.range(0); ++i)
+    ids.push_back(service.device->subscribe("s" + std::to_string(i), kVGA,
+                                            kFormats[i % static_cast<int>(pState.range(1))], 30));
+  for (auto _ : pState) {
+    service.push(kVGA);
+    for (const std::string& id : ids) {
+      benchmark::DoNotOptimize(service.device->getImageLocal(id));
+      service.device->releaseImage(id);
+    }
+  }
+}
+
+BENCHMARK(localShared)->DenseRange(kQQVGA, k4VGA);
+BENCHMARK(localConverted)->DenseRange(kQQVGA, k4VGA);
+BENCHMARK_CAPTURE(remote, unix_socket, false)->DenseRange(kQQVGA, k4VGA)->UseRealTime();
+BENCHMARK_CAPTURE(remote, tcp, true)->DenseRange(kQQVGA, k4VGA)->UseRealTime();
+BENCHMARK(manySubscribers)
+    ->ArgNames({"subscribers", "formats"})
+    ->ArgsProduct({{1, 4, 16, 64}, {1, 4}});
+
+}  // namespace
+
+BENCHMARK_MAIN();
