@@ -27,6 +27,10 @@ endif()
 
 add_compile_options(-Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor
                     -Wno-missing-field-initializers)
+if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+  # GCC 12 sees overlaps in additions of strings that are none.
+  add_compile_options(-Wno-restrict)
+endif()
 if(OX_WERROR)
   add_compile_options(-Werror)
 endif()
