@@ -1,5 +1,6 @@
 // What a subscriber pays for an image: lent in the broker's process, shared or converted; sent to
-// another process over a Unix socket and TCP; and with many subscribers on several formats.
+// another process over a Unix socket and TCP; with many subscribers on several formats; and from a
+// recording.
 #include <benchmark/benchmark.h>
 #include <unistd.h>
 
@@ -15,6 +16,8 @@
 #include "oxremotebroker.h"
 #include "oxserver.h"
 #include "oxservices.h"
+#include "oxvideo.h"
+#include "oxvisionfilecam.h"
 #include "oxvisionsimulatorcam.h"
 
 namespace {
@@ -30,6 +33,9 @@ class SteppedClock : public OXClock {
   std::int64_t localNowUs() override { return fNowUs; }
   void sleepUs(unsigned int pDurationUs) override { fNowUs += pDurationUs; }
   void nextSecond() { fNowUs += 1'000'000; }
+  void nextFrame() { fNowUs += kFrameUs; }
+
+  static constexpr std::int64_t kFrameUs = 33'333;  ///< 30 frames a second
 
  private:
   std::atomic<std::int64_t> fNowUs{1'700'000'000'000'000};
@@ -127,6 +133,43 @@ void manySubscribers(benchmark::State& pState) {
   }
 }
 
+std::string recording() {
+  const std::string path = "/tmp/oxreplay" + std::to_string(::getpid()) + ".oxv";
+  const std::vector<unsigned char> pixels(1280 * 960 * 2, 99);
+  OXVideo video;
+  video.recordVideo(path, 0, {{1280, 960, kYUV422, 8}});
+  for (int i = 0; i < 60; ++i)
+    video.write(pixels.data(), static_cast<int>(pixels.size()), i * SteppedClock::kFrameUs, 0, 0, 0,
+                0, 0);
+  video.closeVideo();
+  return path;
+}
+
+// A frame of 1280 x 960 each 33 ms: what of these is spent is the share of a core that it takes.
+void replay(benchmark::State& pState) {
+  ki::log::setLevel(0);
+  SteppedClock clock;
+  const std::string path = recording();
+  const auto broker = OXBroker::create();
+  OXModule::createModule<OXMemory>(broker);
+  auto camera = OXModule::createModule<OXVisionFileCam>(broker);
+  camera->setVideo(path, OXValue(), true, 1, 0);
+  const std::string id = camera->subscribe("a", k4VGA, kYUV422, 30);
+  int missed = 0;
+  for (auto _ : pState) {
+    clock.nextFrame();
+    if (camera->getDirectRawImageLocal(id))
+      camera->releaseDirectRawImage(id);
+    else
+      ++missed;
+  }
+  pState.counters["missed"] = missed;
+  camera.reset();
+  broker->shutdown();
+  ::unlink(path.c_str());
+}
+
+BENCHMARK(replay);
 BENCHMARK(localShared)->DenseRange(kQQVGA, k4VGA);
 BENCHMARK(localConverted)->DenseRange(kQQVGA, k4VGA);
 BENCHMARK_CAPTURE(remote, unix_socket, false)->DenseRange(kQQVGA, k4VGA)->UseRealTime();
