@@ -7,6 +7,7 @@
 #include <fstream>
 
 #include "device_fixture.h"
+#include "support/allocations.h"
 
 namespace OX::test {
 namespace {
@@ -259,6 +260,20 @@ TEST_F(FileCamTest, AStrangeSizeIsNotReadBeyondItsEnd) {
   EXPECT_EQ(fDevice->getImageRemote(id)[0].toInt(), 160);
   EXPECT_THAT(fLog.records(2),
               HasSubstr("A raw image of 3000 x 600 can't be converted to 160 x 120"));
+}
+
+TEST_F(FileCamTest, ReplayAllocatesNothing) {
+  play(record(4), 1, true);
+  const std::string id = subscribe();
+  const auto deliver = [&] {
+    fClock.advanceUs(kStepUs);
+    if (fDevice->getImageLocal(id)) fDevice->releaseImage(id);
+    if (fDevice->getDirectRawImageLocal(id)) fDevice->releaseDirectRawImage(id);
+  };
+  deliver();
+  const long before = allocations();
+  for (int i = 0; i < 20; ++i) deliver();
+  EXPECT_EQ(allocations() - before, 0);
 }
 
 TEST_F(FileCamTest, ImagesOfACameraThatIsNotThereLeaveTheActiveOneAlone) {

@@ -13,6 +13,11 @@ OXImage* refuse(const char* pFunction, const std::string& pText) {
   return nullptr;
 }
 
+OXImage* refuseToLend(const std::string& pId) {
+  return refuse("xGetDirectRawImage",
+                "xGetDirectRawImage(" + pId + ") : error trying to find available buffer.");
+}
+
 }  // namespace
 
 OXImage* OXVisionFileCam::xGetDirectRawImage(const std::string& pId, bool /*pDeepCopy*/) {
@@ -29,9 +34,7 @@ OXImage* OXVisionFileCam::xGetDirectRawImage(const std::string& pId, bool /*pDee
   if (wish.fLockedImage) return refuse(kFunction, "Previous image not released");
   // Who brought no buffers has nothing to be lent by: the replay does not move for it and no frame
   // is counted as held.
-  const std::string noBuffer =
-      "xGetDirectRawImage(" + pId + ") : error trying to find available buffer.";
-  if (!wish.fHasBuffers) return refuse(kFunction, noBuffer);
+  if (!wish.fHasBuffers) return refuseToLend(pId);
   Slot slot;
   {
     const OXCriticalSection replay(fParametersLock);
@@ -41,7 +44,7 @@ OXImage* OXVisionFileCam::xGetDirectRawImage(const std::string& pId, bool /*pDee
   }
   xSelectCameraOf(slot->fImage);
   OXImage* const image = xLend(slot, wish);
-  return image ? image : refuse(kFunction, noBuffer);
+  return image ? image : refuseToLend(pId);
 }
 
 // Null when all the camera's buffers are in use. The count of the slot stays raised then.

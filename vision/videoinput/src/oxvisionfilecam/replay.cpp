@@ -156,7 +156,6 @@ bool OXVisionFileCam::xStepWhenDue() {
 
 // False when the request gets no image.
 bool OXVisionFileCam::xAdvance(const std::string& pId) {
-  const std::string begin = "GetDirectRawImage(" + pId + ") : replay mode ";
   switch (fReplayMode) {
     case 0:
       return xStepWhenDue();
@@ -165,13 +164,14 @@ bool OXVisionFileCam::xAdvance(const std::string& pId) {
     case 2:
     case 3:
       log(ki::log::kFatal, "xGetDirectRawImage",
-          report::text(begin, fReplayMode,
+          report::text("GetDirectRawImage(", pId, ") : replay mode ", fReplayMode,
                        " not yet implemented. Launch replay mode 1 (synchronized with the inner "
                        "clock)..."));
       fReplayMode = 1;
       return true;
     default:
-      log(ki::log::kError, "xGetDirectRawImage", report::text(begin, fReplayMode, " unknown!"));
+      log(ki::log::kError, "xGetDirectRawImage",
+          report::text("GetDirectRawImage(", pId, ") : replay mode ", fReplayMode, " unknown!"));
       return false;
   }
 }

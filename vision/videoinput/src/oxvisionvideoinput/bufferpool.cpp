@@ -117,6 +117,19 @@ int OXVisionVideoInput::xLockTheNewestBufferForReading(const std::int8_t& pCamer
   return best;
 }
 
+OXImage* OXVisionVideoInput::xImageToReformat(int pCamera, int pResolution, int pColorSpace) {
+  int width = 0;
+  int height = 0;
+  setSizeFromResolution(pResolution, width, height);
+  const int index =
+      xLockTheOldestBufferForEditing(static_cast<std::int8_t>(pCamera), width, height, pColorSpace);
+  if (index < 0) return nullptr;
+  OXVisionBuffer& buffer = *xCamera(pCamera)->fImageBuffers[static_cast<std::size_t>(index)];
+  buffer.fImage->fTimeStamp = 0;
+  --buffer.fWriteLockCount;  // the lock is held: nobody can come between
+  return buffer.fImage.get();
+}
+
 // A buffer goes out of the pool but not at once out of memory: a client of this process that lost
 // its image by force may still be reading it. One that is held lives until its last release.
 void OXVisionVideoInput::xErase(BufferPool& pPool, int pIndex) {

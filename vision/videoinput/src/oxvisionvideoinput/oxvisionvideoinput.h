@@ -287,6 +287,9 @@ class OXVisionVideoInput : public OXModule, public IVideoInput {
   /// The subscriber's current camera, checked; throws "FUNCTION(NAME) : invalid Camera index".
   int xCheckedCurrentCamera(const VisionModuleInfo& pModule, const char* pFunction) const;
   // --- bufferpool.cpp ---
+  /// The oldest free converted image of a format, from now on without a time stamp, for the caller
+  /// to give it another format; null when none is free.
+  OXImage* xImageToReformat(int pCamera, int pResolution, int pColorSpace);
   void xErase(BufferPool& pPool, int pIndex);
   /// A raw buffer's reader goes; the last one gives the camera's frame back.
   void xDropReader(int pCamera, OXVisionBuffer& pBuffer);

@@ -2,7 +2,6 @@
 #include <functional>
 
 #include "oxclock.h"
-#include "oxdefinitions.h"
 #include "oxlog.h"
 #include "oxvisionvideoinput.h"
 
@@ -90,19 +89,11 @@ bool OXVisionVideoInput::setResolution(const std::string& pName, const int& pRes
     if (pModule->fIsRecording) xCloseVideo(pModule);
     RequestedCameraProperties& wish =
         *pModule->fRequestedProperties[static_cast<std::size_t>(pCamera)];
-    int width = 0;
-    int height = 0;
-    setSizeFromResolution(pOld, width, height);
     wish.fResolution = static_cast<std::uint8_t>(pResolution);
-    const int index = xLockTheOldestBufferForEditing(static_cast<std::int8_t>(pCamera), width,
-                                                     height, wish.fColorSpace);
-    if (index < 0) return true;
-    RealCameraProperties& camera = *xCamera(pCamera);
-    OXVisionBuffer& buffer = *camera.fImageBuffers[static_cast<std::size_t>(index)];
-    buffer.fImage->setResolution(pResolution);
-    buffer.fImage->fTimeStamp = 0;
-    --buffer.fWriteLockCount;
-    return xFollowChange(pCamera, pOld, pResolution, camera.fResolution);
+    OXImage* const image = xImageToReformat(pCamera, pOld, wish.fColorSpace);
+    if (!image) return true;
+    image->setResolution(pResolution);
+    return xFollowChange(pCamera, pOld, pResolution, xCamera(pCamera)->fResolution);
   };
   return xChangeSetting(
       pName,
@@ -120,17 +111,9 @@ bool OXVisionVideoInput::setColorSpace(const std::string& pName, const int& pCol
     if (pModule->fIsRecording) xCloseVideo(pModule);
     RequestedCameraProperties& wish =
         *pModule->fRequestedProperties[static_cast<std::size_t>(pCamera)];
-    int width = 0;
-    int height = 0;
-    setSizeFromResolution(wish.fResolution, width, height);
     wish.fColorSpace = static_cast<std::uint8_t>(pColorSpace);
-    const int index =
-        xLockTheOldestBufferForEditing(static_cast<std::int8_t>(pCamera), width, height, pOld);
-    if (index < 0) return true;
-    OXVisionBuffer& buffer = *xCamera(pCamera)->fImageBuffers[static_cast<std::size_t>(index)];
-    buffer.fImage->setColorSpace(pColorSpace);
-    buffer.fImage->fTimeStamp = 0;
-    --buffer.fWriteLockCount;
+    if (OXImage* const image = xImageToReformat(pCamera, wish.fResolution, pOld))
+      image->setColorSpace(pColorSpace);
     return true;
   };
   return xChangeSetting(

@@ -1,7 +1,6 @@
 // The settings of a subscriber with several streams: lists in the order of its cameras.
 #include <algorithm>
 
-#include "oxdefinitions.h"
 #include "oxlog.h"
 #include "oxvisionvideoinput.h"
 
@@ -70,18 +69,10 @@ bool OXVisionVideoInput::xSetStreamResolution(const boost::shared_ptr<VisionModu
   if (pResolution == wish.fResolution) return true;
   if (!xIsResolutionValid(pResolution, pCamera)) return false;
   if (pModule->fIsRecording) xCloseVideo(pModule);
-  int width = 0;
-  int height = 0;
-  setSizeFromResolution(pResolution, width, height);
-  const int index = xLockTheOldestBufferForEditing(static_cast<std::int8_t>(pCamera), width, height,
-                                                   wish.fColorSpace);
-  if (index < 0) return false;
-  RealCameraProperties& camera = *xCamera(pCamera);
-  OXVisionBuffer& buffer = *camera.fImageBuffers[static_cast<std::size_t>(index)];
-  buffer.fImage->fTimeStamp = 0;
-  buffer.fImage->setResolution(pResolution);
-  --buffer.fWriteLockCount;
-  xFollowChange(pCamera, wish.fResolution, pResolution, camera.fResolution);
+  OXImage* const image = xImageToReformat(pCamera, pResolution, wish.fColorSpace);
+  if (!image) return false;
+  image->setResolution(pResolution);
+  xFollowChange(pCamera, wish.fResolution, pResolution, xCamera(pCamera)->fResolution);
   wish.fResolution = static_cast<std::uint8_t>(pResolution);
   return true;
 }
@@ -111,16 +102,9 @@ bool OXVisionVideoInput::xSetStreamColorSpace(const boost::shared_ptr<VisionModu
   if (pColorSpace == wish.fColorSpace) return true;
   if (!xIsColorSpaceValid(pColorSpace, pCamera)) return false;
   if (pModule->fIsRecording) xCloseVideo(pModule);
-  int width = 0;
-  int height = 0;
-  setSizeFromResolution(wish.fResolution, width, height);
-  const int index = xLockTheOldestBufferForEditing(static_cast<std::int8_t>(pCamera), width, height,
-                                                   wish.fColorSpace);
-  if (index < 0) return false;
-  OXVisionBuffer& buffer = *xCamera(pCamera)->fImageBuffers[static_cast<std::size_t>(index)];
-  buffer.fImage->fTimeStamp = 0;
-  buffer.fImage->setColorSpace(pColorSpace);
-  --buffer.fWriteLockCount;
+  OXImage* const image = xImageToReformat(pCamera, wish.fResolution, wish.fColorSpace);
+  if (!image) return false;
+  image->setColorSpace(pColorSpace);
   wish.fColorSpace = static_cast<std::uint8_t>(pColorSpace);
   return true;
 }
