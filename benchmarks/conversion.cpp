@@ -137,7 +137,7 @@ void registerPatched(const Conversion& pConversion) {
   const Kernel kernel = pConversion.kernel;
   const std::string job = jobName(pConversion.name, kVGA, kVGA) + " after the pass";
   measureLevels(job, [=] {
-    OX::kernels::touchFrame(gSource, kVGA.width, kVGA.height, gScratch);
+    OX::kernels::touchFrame(gSource, 2 * kVGA.pixels(), gScratch);
     kernel(gSource, kVGA.width, gDestination, kVGA.width, kVGA.height);
   });
   measurePeers(job, static_cast<Job::Kind>(pConversion.peerKind), kVGA, kVGA);

@@ -126,7 +126,11 @@ void OXVisionVideoInput::xConvertPixels(const OXImage& pRawImage, OXImage& pDest
 
 // One sequential pass over the frame, which for a hardware source lies in a kernel buffer.
 void OXVisionVideoInput::xApplyPatchForKernelMemcopy(const OXImage* pSource) {
-  kernels::touchFrame(pSource->fData, pSource->fWidth, pSource->fHeight, fCopyBuffer.get());
+  constexpr std::size_t kBytesPerPixel = 2;
+  const std::size_t pixels = static_cast<std::size_t>(std::max(pSource->fWidth, 0)) *
+                             static_cast<std::size_t>(std::max(pSource->fHeight, 0));
+  kernels::touchFrame(pSource->fData, std::min(kBytesPerPixel * pixels, pSource->fCapacityBytes),
+                      fCopyBuffer.get());
 }
 
 }  // namespace OX

@@ -1,4 +1,5 @@
 // Construction, destruction, and the lookups that all areas share.
+#include "kernels/kernels.h"
 #include "oxdefinitions.h"
 #include "oxerror.h"
 #include "oxlog.h"
@@ -13,9 +14,6 @@ VisionModuleInfo::VisionModuleInfo() = default;
 VisionModuleInfo::~VisionModuleInfo() = default;
 
 namespace {
-
-// Two bytes for each pixel of the largest image.
-constexpr std::size_t kCopyBufferBytes = std::size_t{1280} * 960 * 2;
 
 void subscribeToDisconnections(OXModule& pModule) {
   const boost::shared_ptr<OXMemoryProxy> memory =
@@ -41,7 +39,7 @@ OXVisionVideoInput::OXVisionVideoInput(boost::shared_ptr<OXBroker> pBroker, std:
   addModuleExample("Python", texts::kModuleExamplePython);
   xBindMethods();
   xBindDeprecatedMethods();
-  fCopyBuffer = std::make_unique_for_overwrite<unsigned char[]>(kCopyBufferBytes);
+  fCopyBuffer = std::make_unique_for_overwrite<unsigned char[]>(kernels::kTouchScratchBytes);
 }
 
 OXVisionVideoInput::~OXVisionVideoInput() {

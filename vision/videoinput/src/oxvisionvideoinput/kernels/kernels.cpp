@@ -124,11 +124,11 @@ void yuv422ToHSMixed(const Byte* pSource, int pSourceWidth, Byte* pDestination, 
   convertUsual(rowKernels().toHSMixed, 6, pSource, pSourceWidth, pDestination, pWidth, pHeight);
 }
 
-void touchFrame(const Byte* pSource, int pWidth, int pHeight, Byte* pScratch) {
-  if (isEmpty(pWidth, pHeight)) return;
-  const std::size_t frameBytes = std::size_t{2} * pWidth * pHeight;
-  std::memcpy(pScratch, pSource, std::min(frameBytes, kTouchFrameScratchBytes));
-  keep(pScratch);
+void touchFrame(const Byte* pSource, std::size_t pBytes, Byte* pScratch) {
+  for (std::size_t done = 0; done < pBytes; done += kTouchScratchBytes) {
+    std::memcpy(pScratch, pSource + done, std::min(pBytes - done, kTouchScratchBytes));
+    keep(pScratch);
+  }
 }
 
 }  // namespace OX::kernels

@@ -69,13 +69,13 @@ void yuv422ToH2RGB(const unsigned char* pSource, int pSourceWidth, unsigned char
 void yuv422ToHSMixed(const unsigned char* pSource, int pSourceWidth, unsigned char* pDestination,
                      int pWidth, int pHeight);
 
-/// Bytes of scratch that touchFrame() takes: two for each of 1280 x 960 pixels.
-constexpr std::size_t kTouchFrameScratchBytes = std::size_t{1280} * 960 * 2;
+/// Bytes of scratch that touchFrame() takes: few enough to stay in the first-level cache.
+constexpr std::size_t kTouchScratchBytes = std::size_t{16} * 1024;
 
-/// Reads a raw frame of pWidth x pHeight pixels once from start to end, by a copy to pScratch
-/// (kTouchFrameScratchBytes) that no one reads. A frame of a driver lies in memory that is slow to
-/// read in small pieces: this one pass in large ones makes the kernel's reads that follow cheap.
-/// It is a real pass, which no compiler removes. Stops at the end of frame or scratch.
-void touchFrame(const unsigned char* pSource, int pWidth, int pHeight, unsigned char* pScratch);
+/// Reads pBytes of a raw frame once from start to end, by copies to pScratch (kTouchScratchBytes)
+/// that no one reads: each goes over the one before, so that they take no cache from the frame. A
+/// frame of a driver lies in memory that is slow to read in small pieces: this one pass in large
+/// ones makes the kernel's reads that follow cheap. It is a real pass, which no compiler removes.
+void touchFrame(const unsigned char* pSource, std::size_t pBytes, unsigned char* pScratch);
 
 }  // namespace OX::kernels
