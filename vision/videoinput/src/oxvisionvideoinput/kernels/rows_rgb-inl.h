@@ -79,7 +79,18 @@ class RGBChannels {
   I16 fGreenOffset;
 };
 
+/// In each lane the first channel of eight pixels and then the second; the third of the first
+/// vector's and of the second's.
+struct PlaceOfChannels {
+  static constexpr bool isInBoth(Index pByte) { return pByte == 2; }
+  static constexpr Index place(Index pPixel, Index pByte, bool pIsSecond) {
+    const bool isUpperHalf = isInBoth(pByte) ? pIsSecond : pByte == 1;
+    return pPixel / 8 * kLaneBytes + 8 * isUpperHalf + pPixel % 8;
+  }
+};
+
 struct RGBFormat {
+  using Place = PlaceOfChannels;
   HWY_INLINE RGBFormat() {}
 
   HWY_INLINE ThreeBytes convert(const Pair& pPair) const {
@@ -92,6 +103,7 @@ struct RGBFormat {
 };
 
 struct BGRFormat {
+  using Place = PlaceOfChannels;
   HWY_INLINE BGRFormat() {}
 
   HWY_INLINE ThreeBytes convert(const Pair& pPair) const {

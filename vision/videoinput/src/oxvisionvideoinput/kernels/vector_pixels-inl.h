@@ -11,6 +11,7 @@
 #define OX_VECTOR_PIXELS_INL_H
 #endif
 
+#include <algorithm>
 #include <array>
 #include <utility>
 
@@ -205,55 +206,72 @@ constexpr auto makePatterns(Place pPlace) {
 
 // ---- Formats of three bytes a pixel
 
-/// Bytes of a pair's pixels: in each lane of firstTwo and secondTwo, byte 0 of eight pixels and
-/// then byte 1 of them; in each lane of third, byte 2 of the first vector's and of the second's
-/// pixels.
+/// Where the three bytes of a pair's pixels are, in vectors of a format's own order.
 struct ThreeBytes {
-  U8 firstTwo, secondTwo, third;
+  U8 first, second;  ///< what only the first vector's pixels take, and only the second's
+  U8 both;
 };
 
-alignas(64) constexpr auto kThreeBytesPatterns = makePatterns<3>([](Index pByte) {
-  constexpr Index kPixels = kPatternBytes / 2;  // of one vector
-  const Index pixel = pByte / 3 % kPixels;
-  const bool isSecond = pByte / 3 >= kPixels;
-  const bool isThird = pByte % 3 == 2;
-  const bool isUpperHalf = isThird ? isSecond : pByte % 3 == 1;
-  return std::pair<Index, Index>(isThird ? 2 : isSecond,
-                                 pixel / 8 * kLaneBytes + 8 * isUpperHalf + pixel % 8);
-});
+/// Patterns for pixels of three bytes. Place's place(pixel, byte, is second) says where a byte of a
+/// pixel is in its vector's own source, or, for those where isInBoth(byte), in the shared one.
+template <typename Place>
+constexpr auto makeThreeBytesPatterns() {
+  return makePatterns<3>([](Index pByte) {
+    constexpr Index kPixels = kPatternBytes / 2;  // of one vector
+    const Index pixel = pByte / 3;
+    const bool isSecond = pixel >= kPixels;
+    const Index source = Place::isInBoth(pByte % 3) ? 2 : isSecond;
+    return std::pair<Index, Index>(source, Place::place(pixel % kPixels, pByte % 3, isSecond));
+  });
+}
 
-/// A block of macro-pixels to pixels of three bytes. Format's convert() makes ThreeBytes of a Pair.
+/// A block of macro-pixels to pixels of three bytes. Format's convert() makes ThreeBytes of a Pair,
+/// and Format::Place says where in them the bytes are.
 template <typename Format>
-struct ThreeBytesBlock {
+class ThreeBytesBlock {
+ public:
   static constexpr Index kMacroPixels = kPerPair;
   static constexpr Index kBytesOut = 6;  ///< of a macro-pixel
 
-  HWY_INLINE ThreeBytesBlock()
-      : fLeft(kThreeBytesPatterns[0][0]),
-        fLeftThird(kThreeBytesPatterns[0][2]),
-        fMiddleFirst(kThreeBytesPatterns[1][0]),
-        fMiddleSecond(kThreeBytesPatterns[1][1]),
-        fMiddleThird(kThreeBytesPatterns[1][2]),
-        fRight(kThreeBytesPatterns[2][1]),
-        fRightThird(kThreeBytesPatterns[2][2]) {}
+  HWY_INLINE ThreeBytesBlock() {}
 
   template <int kStep>
   HWY_INLINE void convert(const Byte* pFrom, Byte* pTo) const {
     const ThreeBytes pixels = fFormat.convert(loadPair<kStep>(pFrom));
-    const U8 left = pickMore(pick(pixels.firstTwo, fLeft), pixels.third, fLeftThird);
+    const U8 left = pickMore(pick(pixels.first, fLeft), pixels.both, fLeftBoth);
     const U8 middle =
-        pickMore(pickMore(pick(pixels.firstTwo, fMiddleFirst), pixels.secondTwo, fMiddleSecond),
-                 pixels.third, fMiddleThird);
-    const U8 right = pickMore(pick(pixels.secondTwo, fRight), pixels.third, fRightThird);
+        pickMore(pickMore(pick(pixels.first, fMiddleFirst), pixels.second, fMiddleSecond),
+                 pixels.both, fMiddleBoth);
+    const U8 right = pickMore(pick(pixels.second, fRight), pixels.both, fRightBoth);
     storePiecesByLanes(left, middle, right, pTo);
   }
 
  private:
+  alignas(64) static constexpr auto kPatterns = makeThreeBytesPatterns<typename Format::Place>();
+
   Format fFormat;
-  Picker fLeft, fLeftThird, fMiddleFirst, fMiddleSecond, fMiddleThird, fRight, fRightThird;
+  Picker fLeft{kPatterns[0][0]}, fLeftBoth{kPatterns[0][2]};
+  Picker fMiddleFirst{kPatterns[1][0]}, fMiddleSecond{kPatterns[1][1]};
+  Picker fMiddleBoth{kPatterns[1][2]};
+  Picker fRight{kPatterns[2][1]}, fRightBoth{kPatterns[2][2]};
 };
 
 // ---- Rows
+
+/// How far ahead of the stores their cache lines are asked for. Left to themselves, stores fetch
+/// the lines that they overwrite one by one, in order; any distance from 200 to 3000 serves alike.
+constexpr Index kStoresAhead = 512;
+
+/// Asks for the cache lines of some bytes, to write to them.
+template <Index kBytes>
+HWY_INLINE void expectStores(const Byte* pTo) {
+  constexpr Index kCacheLine = 64;
+  if constexpr (kBytes < kCacheLine / 2) return;  // would ask for each line too often
+  for (Index i = 0; i < kBytes; i += kCacheLine) {
+    // Does nothing on processors that don't know it.
+    asm volatile("prefetchw %0" : : "m"(pTo[i]));
+  }
+}
 
 /// A row in blocks. The last block ends with the last macro-pixel: it may do some of the block
 /// before again, to the same bytes. Rows of less than a block are left to the plain loop.
@@ -263,6 +281,8 @@ void convertRowAtStep(const Byte* pSource, Byte* pDestination, Index pCount, Row
   const Block block;
   const Index last = pCount - Block::kMacroPixels;
   for (Index i = 0; i < last; i += Block::kMacroPixels) {
+    const Index ahead = std::min(i + kStoresAhead / Block::kBytesOut, last);
+    expectStores<Block::kMacroPixels * Block::kBytesOut>(pDestination + Block::kBytesOut * ahead);
     block.template convert<kStep>(pSource + 4 * kStep * i, pDestination + Block::kBytesOut * i);
   }
   block.template convert<kStep>(pSource + 4 * kStep * last, pDestination + Block::kBytesOut * last);
