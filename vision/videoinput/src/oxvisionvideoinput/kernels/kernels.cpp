@@ -1,4 +1,4 @@
-// Walks the row kernels over a frame: which source bytes make which destination row.
+// Which source bytes make which destination row, for each colour space.
 #include "kernels.h"
 
 #include <algorithm>
@@ -12,43 +12,38 @@ namespace {
 
 using Byte = unsigned char;
 
-/// Where the rows of one conversion lie.
-struct Walk {
-  std::ptrdiff_t step;         ///< source pixels per destination pixel
-  std::ptrdiff_t macroPixels;  ///< to convert in each row
-  std::ptrdiff_t rows;         ///< to convert
-  std::ptrdiff_t sourceRow;    ///< source bytes from one row to the next that is used
-  std::ptrdiff_t bytesPerRow;  ///< destination bytes written for a row, and from row to row
-};
-
 const RowKernels& rowKernels() { return usesPlainLoops() ? plainRows() : vectorRows(); }
 
 bool isEmpty(int pWidth, int pHeight) { return pWidth <= 0 || pHeight <= 0; }
 
-/// The walk that all colour spaces share but those that say otherwise.
-Walk usualWalk(int pSourceWidth, int pWidth, int pHeight, int pBytesPerMacroPixel) {
+/// The rows that all colour spaces take but those that say otherwise.
+Rows usualRows(const Byte* pSource, int pSourceWidth, Byte* pDestination, int pWidth, int pHeight,
+               int pBytesPerMacroPixel) {
   const std::ptrdiff_t step = std::max(pSourceWidth, 0) / pWidth;
   const std::ptrdiff_t macroPixels = pWidth / 2 + pWidth % 2;
-  return {step, macroPixels, pHeight, 2 * step * step * pWidth, pBytesPerMacroPixel * macroPixels};
+  return {.source = pSource,
+          .sourceStride = 2 * step * step * pWidth,
+          .step = step,
+          .destination = pDestination,
+          .destinationStride = pBytesPerMacroPixel * macroPixels,
+          .macroPixels = macroPixels,
+          .count = pHeight};
 }
 
-void convert(Walk pWalk, RowKernel* pRow, const Byte* pSource, Byte* pDestination) {
-  const bool hasGaps = pWalk.step != 1 || pWalk.sourceRow != 4 * pWalk.macroPixels;
+void convert(RowsKernel* pKernel, Rows pRows) {
+  const bool hasGaps = pRows.step != 1 || pRows.sourceStride != 4 * pRows.macroPixels;
   if (!hasGaps) {
-    pWalk.macroPixels *= pWalk.rows;
-    pWalk.rows = 1;
+    pRows.macroPixels *= pRows.count;
+    pRows.count = 1;
   }
-  for (std::ptrdiff_t y = 0; y < pWalk.rows; ++y) {
-    pRow(pSource + y * pWalk.sourceRow, pWalk.step, pDestination + y * pWalk.bytesPerRow,
-         pWalk.macroPixels);
-  }
+  pKernel(pRows);
 }
 
-void convertUsual(RowKernel* pRow, int pBytesPerMacroPixel, const Byte* pSource, int pSourceWidth,
-                  Byte* pDestination, int pWidth, int pHeight) {
+void convertUsual(RowsKernel* pKernel, int pBytesPerMacroPixel, const Byte* pSource,
+                  int pSourceWidth, Byte* pDestination, int pWidth, int pHeight) {
   if (isEmpty(pWidth, pHeight)) return;
-  convert(usualWalk(pSourceWidth, pWidth, pHeight, pBytesPerMacroPixel), pRow, pSource,
-          pDestination);
+  convert(pKernel,
+          usualRows(pSource, pSourceWidth, pDestination, pWidth, pHeight, pBytesPerMacroPixel));
 }
 
 /// Tells the compiler that pData is read here, so that writes to it must happen.
@@ -64,24 +59,25 @@ void yuv422ToYuv(const Byte* pSource, int pSourceWidth, Byte* pDestination, int 
 void yuv422ToHsy(const Byte* pSource, int pSourceWidth, Byte* pDestination, int pWidth,
                  int pHeight) {
   if (isEmpty(pWidth, pHeight)) return;
-  const Walk walk = usualWalk(pSourceWidth, pWidth, pHeight, 2);
+  Rows rows = usualRows(pSource, pSourceWidth, pDestination, pWidth, pHeight, 2);
   // Each row overwrites the one before and the caller holds the image: only the last can be seen.
-  const std::ptrdiff_t lastRow = walk.sourceRow / 2 * (pHeight - 1);
-  rowKernels().toHsy(pSource + lastRow, walk.step, pDestination, walk.macroPixels);
+  rows.source += rows.sourceStride / 2 * (pHeight - 1);
+  rows.count = 1;
+  rowKernels().toHsy(rows);
 }
 
 void yuv422ToYUV422(const Byte* pSource, int pSourceWidth, Byte* pDestination, int pWidth,
                     int pHeight) {
   if (isEmpty(pWidth, pHeight)) return;
-  Walk walk = usualWalk(pSourceWidth, pWidth, pHeight, 4);
-  if (walk.step == 1) {
+  Rows rows = usualRows(pSource, pSourceWidth, pDestination, pWidth, pHeight, 4);
+  if (rows.step == 1) {
     const std::size_t words = static_cast<std::size_t>(pWidth) * pHeight / 4;
     std::memcpy(pDestination, pSource, 8 * std::max(words, std::size_t{1}));
     return;
   }
-  walk.macroPixels = pWidth / 2;
-  walk.bytesPerRow = 4 * walk.macroPixels;
-  convert(walk, rowKernels().toYUV422, pSource, pDestination);
+  rows.macroPixels = pWidth / 2;
+  rows.destinationStride = 4 * rows.macroPixels;
+  convert(rowKernels().toYUV422, rows);
 }
 
 void yuv422ToYUV(const Byte* pSource, int pSourceWidth, Byte* pDestination, int pWidth,
@@ -107,11 +103,11 @@ void yuv422ToBGR(const Byte* pSource, int pSourceWidth, Byte* pDestination, int 
 void yuv422ToYYCbCr(const Byte* pSource, int pSourceWidth, Byte* pDestination, int pWidth,
                     int pHeight) {
   if (isEmpty(pWidth, pHeight)) return;
-  Walk walk = usualWalk(pSourceWidth, pWidth, pHeight, 4);
-  walk.macroPixels = pWidth / 2;
-  walk.bytesPerRow = 4 * walk.macroPixels;
-  walk.sourceRow = std::ptrdiff_t{4} * (pSourceWidth / 2) * walk.step;
-  convert(walk, rowKernels().toYYCbCr, pSource, pDestination);
+  Rows rows = usualRows(pSource, pSourceWidth, pDestination, pWidth, pHeight, 4);
+  rows.macroPixels = pWidth / 2;
+  rows.destinationStride = 4 * rows.macroPixels;
+  rows.sourceStride = std::ptrdiff_t{4} * (pSourceWidth / 2) * rows.step;
+  convert(rowKernels().toYYCbCr, rows);
 }
 
 void yuv422ToH2RGB(const Byte* pSource, int pSourceWidth, Byte* pDestination, int pWidth,

@@ -1,4 +1,4 @@
-/// Row kernels: what kernels.cpp walks over a frame with, one table for each instruction set.
+/// Row kernels: what kernels.cpp converts a frame with, one table for each instruction set.
 /// rows_scalar.cpp states the rules; rows_vector.cpp gives the same bytes faster.
 #pragma once
 
@@ -6,24 +6,35 @@
 
 namespace OX::kernels {
 
-/// Converts pCount macro-pixels of one row. Source macro-pixel i lies at byte 4 * pStep * i.
-/// Reads no source byte behind the last macro-pixel's (for yuv: behind its second luma's).
-using RowKernel = void(const unsigned char* pSource, std::ptrdiff_t pStep,
-                       unsigned char* pDestination, std::ptrdiff_t pCount);
+/// Rows of macro-pixels to convert: all of a frame that a kernel needs to know, so that what it
+/// prepares it prepares once.
+struct Rows {
+  const unsigned char* source;
+  std::ptrdiff_t sourceStride;  ///< bytes from row to row
+  std::ptrdiff_t step;          ///< macro-pixel i of a row lies at byte 4 * step * i of it
+  unsigned char* destination;
+  std::ptrdiff_t destinationStride;  ///< bytes from row to row
+  std::ptrdiff_t macroPixels;        ///< of each row
+  std::ptrdiff_t count;              ///< of rows
+};
 
-/// One row kernel for each colour space; Yuv and YUV differ as the colour spaces kYuv and kYUV do.
+/// Converts rows. Reads no source byte behind a row's last macro-pixel (for yuv: behind its second
+/// luma).
+using RowsKernel = void(const Rows& pRows);
+
+/// One kernel for each colour space; Yuv and YUV differ as the colour spaces kYuv and kYUV do.
 struct RowKernels {
-  RowKernel* toYuv;
-  RowKernel* toYUV422;
-  RowKernel* toYUV;
-  RowKernel* toRGB;
-  RowKernel* toHSY;
-  RowKernel* toBGR;
-  RowKernel* toYYCbCr;
-  RowKernel* toH2RGB;
-  RowKernel* toHSMixed;
-  /// As the others, but source macro-pixel i lies at byte 2 * pStep * i.
-  RowKernel* toHsy;
+  RowsKernel* toYuv;
+  RowsKernel* toYUV422;
+  RowsKernel* toYUV;
+  RowsKernel* toRGB;
+  RowsKernel* toHSY;
+  RowsKernel* toBGR;
+  RowsKernel* toYYCbCr;
+  RowsKernel* toH2RGB;
+  RowsKernel* toHSMixed;
+  /// As the others, but source macro-pixel i lies at byte 2 * step * i.
+  RowsKernel* toHsy;
 };
 
 /// The plain loops.

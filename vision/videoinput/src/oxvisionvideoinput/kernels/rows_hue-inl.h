@@ -83,14 +83,14 @@ class ChromaTerms {
 /// The part of the hue's scale that a pair's quotients belong to: 16 bits each.
 struct Sector {
   U16 isBackward;  ///< all bits or none
-  U16 offset;
+  U16 less;        ///< what to take away
 };
 
 /// Hues are 85 * rest / (2 * range), turned to their sector. Of a pair: even elements are the first
 /// vector's, odd ones the second's.
 class Hue {
  public:
-  HWY_INLINE Hue() : fFactor(85, 2), f85(words(85)) {}
+  HWY_INLINE Hue() : fFactor(85, 2), fMinus85(words(-85 & 0xFFFF)) {}
 
   HWY_INLINE const Factor* factor() const { return &fFactor; }
 
@@ -109,19 +109,20 @@ class Hue {
     // Every other sector runs backwards. Where red is largest that is -quotient - 1.
     const U16 isRedMiddle = hn::Xor(isRedLess, isRedSmallest);
     const U16 isBackward = hn::Xor(isRedMiddle, blueOverGreen);
-    // Else it is -quotient, one more, from 85 for green or -85 for blue.
-    const U16 corner = hn::Sub(hn::Xor(f85, blueOverGreen), blueOverGreen);
-    return {isBackward, hn::And(isRedLess, hn::Sub(corner, isBackward))};
+    // Else it is 85 + quotient or 85 - quotient for green, less 170 for blue: -85 or, against the
+    // -1, -86 to take away for green, and for blue the same with all bits turned, 84 or 85.
+    const U16 less = hn::Xor(hn::Add(isRedMiddle, fMinus85), blueOverGreen);
+    return {isBackward, hn::And(isRedLess, less)};
   }
 
   /// The hues, modulo 256.
   static HWY_INLINE U16 turn(U16 pQuotient, const Sector& pSector) {
-    return hn::Add(hn::Xor(pQuotient, pSector.isBackward), pSector.offset);
+    return hn::Sub(hn::Xor(pQuotient, pSector.isBackward), pSector.less);
   }
 
  private:
   Factor fFactor;
-  U16 f85;
+  U16 fMinus85;
 };
 
 /// Saturations are 255 * range / (298 * Y + largest), of the pixels of one vector.
@@ -294,18 +295,16 @@ class H2RGBFormat {
   I16 fLowByte, fFull;
 };
 
-void rowToHSY(const Byte* pSource, Index pStep, Byte* pDestination, Index pCount) {
-  convertRow<ThreeBytesBlock<HSYFormat>>(pSource, pStep, pDestination, pCount, plainRows().toHSY);
+void rowsToHSY(const Rows& pRows) {
+  convertRows<ThreeBytesBlock<HSYFormat>>(pRows, plainRows().toHSY);
 }
 
-void rowToHSMixed(const Byte* pSource, Index pStep, Byte* pDestination, Index pCount) {
-  convertRow<ThreeBytesBlock<HSMixedFormat>>(pSource, pStep, pDestination, pCount,
-                                             plainRows().toHSMixed);
+void rowsToHSMixed(const Rows& pRows) {
+  convertRows<ThreeBytesBlock<HSMixedFormat>>(pRows, plainRows().toHSMixed);
 }
 
-void rowToH2RGB(const Byte* pSource, Index pStep, Byte* pDestination, Index pCount) {
-  convertRow<ThreeBytesBlock<H2RGBFormat>>(pSource, pStep, pDestination, pCount,
-                                           plainRows().toH2RGB);
+void rowsToH2RGB(const Rows& pRows) {
+  convertRows<ThreeBytesBlock<H2RGBFormat>>(pRows, plainRows().toH2RGB);
 }
 
 }  // namespace HWY_NAMESPACE

@@ -109,33 +109,30 @@ struct YUVBlock {
   Picker fLeft, fMiddleFirst, fMiddleSecond, fRight;
 };
 
-/// As convertRow(), for formats whose second luma comes from a later macro-pixel above step 1. The
-/// blocks read that one whole, so the last macro-pixel of the row, where it may lie behind the
+/// As convertRows(), for formats whose second luma comes from a later macro-pixel above step 1. The
+/// blocks read that one whole, so the last macro-pixel of a row, where it may lie behind the
 /// frame's end in part, is left to the plain loop.
 template <typename Block>
-void convertRowButTheLast(const Byte* pSource, Index pStep, Byte* pDestination, Index pCount,
-                          RowKernel* pPlain) {
-  const Index blocks = pStep > 1 && pCount > 0 ? pCount - 1 : pCount;
-  convertRow<Block>(pSource, pStep, pDestination, blocks, pPlain);
-  pPlain(pSource + 4 * pStep * blocks, pStep, pDestination + Block::kBytesOut * blocks,
-         pCount - blocks);
+void convertRowsButTheLast(const Rows& pRows, RowsKernel* pPlain) {
+  Rows blocks = pRows;
+  Rows rest = pRows;
+  rest.macroPixels = pRows.step > 1 ? std::min(pRows.macroPixels, Index{1}) : 0;
+  blocks.macroPixels -= rest.macroPixels;
+  rest.source += 4 * pRows.step * blocks.macroPixels;
+  rest.destination += Block::kBytesOut * blocks.macroPixels;
+  convertRows<Block>(blocks, pPlain);
+  pPlain(rest);
 }
 
-void rowToYuv(const Byte* pSource, Index pStep, Byte* pDestination, Index pCount) {
-  convertRowButTheLast<YuvBlock>(pSource, pStep, pDestination, pCount, plainRows().toYuv);
+void rowsToYuv(const Rows& pRows) { convertRowsButTheLast<YuvBlock>(pRows, plainRows().toYuv); }
+
+void rowsToYUV422(const Rows& pRows) {
+  convertRowsButTheLast<YUV422Block>(pRows, plainRows().toYUV422);
 }
 
-void rowToYUV422(const Byte* pSource, Index pStep, Byte* pDestination, Index pCount) {
-  convertRowButTheLast<YUV422Block>(pSource, pStep, pDestination, pCount, plainRows().toYUV422);
-}
+void rowsToYYCbCr(const Rows& pRows) { convertRows<YYCbCrBlock>(pRows, plainRows().toYYCbCr); }
 
-void rowToYYCbCr(const Byte* pSource, Index pStep, Byte* pDestination, Index pCount) {
-  convertRow<YYCbCrBlock>(pSource, pStep, pDestination, pCount, plainRows().toYYCbCr);
-}
-
-void rowToYUV(const Byte* pSource, Index pStep, Byte* pDestination, Index pCount) {
-  convertRow<YUVBlock>(pSource, pStep, pDestination, pCount, plainRows().toYUV);
-}
+void rowsToYUV(const Rows& pRows) { convertRows<YUVBlock>(pRows, plainRows().toYUV); }
 
 }  // namespace HWY_NAMESPACE
 }  // namespace kernels

@@ -115,12 +115,12 @@ struct BGRFormat {
   RGBChannels fChannels;
 };
 
-void rowToRGB(const Byte* pSource, Index pStep, Byte* pDestination, Index pCount) {
-  convertRow<ThreeBytesBlock<RGBFormat>>(pSource, pStep, pDestination, pCount, plainRows().toRGB);
+void rowsToRGB(const Rows& pRows) {
+  convertRows<ThreeBytesBlock<RGBFormat>>(pRows, plainRows().toRGB);
 }
 
-void rowToBGR(const Byte* pSource, Index pStep, Byte* pDestination, Index pCount) {
-  convertRow<ThreeBytesBlock<BGRFormat>>(pSource, pStep, pDestination, pCount, plainRows().toBGR);
+void rowsToBGR(const Rows& pRows) {
+  convertRows<ThreeBytesBlock<BGRFormat>>(pRows, plainRows().toBGR);
 }
 
 }  // namespace HWY_NAMESPACE

@@ -12,41 +12,45 @@ using Byte = unsigned char;
 
 Byte clampToByte(int pValue) { return static_cast<Byte>(std::clamp(pValue, 0, 255)); }
 
-/// Calls pConvert(source macro-pixel, destination) for each macro-pixel of a row.
+/// Calls pConvert(source macro-pixel, destination) for each macro-pixel of the rows; pAdvance
+/// source bytes lie from one to the next.
 template <int kBytesOut, typename Convert>
-void forEachMacroPixel(const Byte* pSource, std::ptrdiff_t pAdvance, Byte* pDestination,
-                       std::ptrdiff_t pCount, Convert pConvert) {
-  for (std::ptrdiff_t i = 0; i < pCount; ++i) {
-    pConvert(pSource + i * pAdvance, pDestination + kBytesOut * i);
+void forEachMacroPixel(const Rows& pRows, std::ptrdiff_t pAdvance, Convert pConvert) {
+  for (std::ptrdiff_t y = 0; y < pRows.count; ++y) {
+    const Byte* const in = pRows.source + pRows.sourceStride * y;
+    Byte* const out = pRows.destination + pRows.destinationStride * y;
+    for (std::ptrdiff_t i = 0; i < pRows.macroPixels; ++i) {
+      pConvert(in + i * pAdvance, out + kBytesOut * i);
+    }
   }
 }
 
-void rowToYuv(const Byte* pSource, std::ptrdiff_t pStep, Byte* pDestination,
-              std::ptrdiff_t pCount) {
-  forEachMacroPixel<2>(pSource, 4 * pStep, pDestination, pCount,
-                       [pStep](const Byte* in, Byte* out) {
-                         out[0] = in[0];
-                         out[1] = in[2 * pStep];
-                       });
+template <int kBytesOut, typename Convert>
+void forEachMacroPixel(const Rows& pRows, Convert pConvert) {
+  forEachMacroPixel<kBytesOut>(pRows, 4 * pRows.step, pConvert);
 }
 
-void rowToYUV422(const Byte* pSource, std::ptrdiff_t pStep, Byte* pDestination,
-                 std::ptrdiff_t pCount) {
+void rowsToYuv(const Rows& pRows) {
+  forEachMacroPixel<2>(pRows, [step = pRows.step](const Byte* in, Byte* out) {
+    out[0] = in[0];
+    out[1] = in[2 * step];
+  });
+}
+
+void rowsToYUV422(const Rows& pRows) {
   // The second luma is the Y0 of a later macro-pixel, also at step 0, where it is the first Y0
   // again.
-  const std::ptrdiff_t secondLuma = 4 * (pStep / 2);
-  forEachMacroPixel<4>(pSource, 4 * pStep, pDestination, pCount,
-                       [secondLuma](const Byte* in, Byte* out) {
-                         out[0] = in[0];
-                         out[1] = in[1];
-                         out[2] = in[secondLuma];
-                         out[3] = in[3];
-                       });
+  const std::ptrdiff_t secondLuma = 4 * (pRows.step / 2);
+  forEachMacroPixel<4>(pRows, [secondLuma](const Byte* in, Byte* out) {
+    out[0] = in[0];
+    out[1] = in[1];
+    out[2] = in[secondLuma];
+    out[3] = in[3];
+  });
 }
 
-void rowToYUV(const Byte* pSource, std::ptrdiff_t pStep, Byte* pDestination,
-              std::ptrdiff_t pCount) {
-  forEachMacroPixel<6>(pSource, 4 * pStep, pDestination, pCount, [](const Byte* in, Byte* out) {
+void rowsToYUV(const Rows& pRows) {
+  forEachMacroPixel<6>(pRows, [](const Byte* in, Byte* out) {
     out[0] = in[0];
     out[1] = out[4] = in[1];
     out[2] = out[5] = in[3];
@@ -54,9 +58,8 @@ void rowToYUV(const Byte* pSource, std::ptrdiff_t pStep, Byte* pDestination,
   });
 }
 
-void rowToYYCbCr(const Byte* pSource, std::ptrdiff_t pStep, Byte* pDestination,
-                 std::ptrdiff_t pCount) {
-  forEachMacroPixel<4>(pSource, 4 * pStep, pDestination, pCount, [](const Byte* in, Byte* out) {
+void rowsToYYCbCr(const Rows& pRows) {
+  forEachMacroPixel<4>(pRows, [](const Byte* in, Byte* out) {
     out[0] = in[0];
     out[1] = in[2];
     out[2] = in[1];
@@ -80,15 +83,9 @@ void macroPixelToRGB(const Byte* pIn, Byte* pOut) {
   }
 }
 
-void rowToRGB(const Byte* pSource, std::ptrdiff_t pStep, Byte* pDestination,
-              std::ptrdiff_t pCount) {
-  forEachMacroPixel<6>(pSource, 4 * pStep, pDestination, pCount, macroPixelToRGB<0, 2>);
-}
+void rowsToRGB(const Rows& pRows) { forEachMacroPixel<6>(pRows, macroPixelToRGB<0, 2>); }
 
-void rowToBGR(const Byte* pSource, std::ptrdiff_t pStep, Byte* pDestination,
-              std::ptrdiff_t pCount) {
-  forEachMacroPixel<6>(pSource, 4 * pStep, pDestination, pCount, macroPixelToRGB<2, 0>);
-}
+void rowsToBGR(const Rows& pRows) { forEachMacroPixel<6>(pRows, macroPixelToRGB<2, 0>); }
 
 /// What the hue family takes from one pair of U and V.
 struct Hue {
@@ -124,9 +121,8 @@ Hue hueOf(int pU, int pV) {
   return {0, 0, green};  // grey
 }
 
-void rowToHSY(const Byte* pSource, std::ptrdiff_t pStep, Byte* pDestination,
-              std::ptrdiff_t pCount) {
-  forEachMacroPixel<6>(pSource, 4 * pStep, pDestination, pCount, [](const Byte* in, Byte* out) {
+void rowsToHSY(const Rows& pRows) {
+  forEachMacroPixel<6>(pRows, [](const Byte* in, Byte* out) {
     const Hue hue = hueOf(in[1], in[3]);
     for (int k = 0; k < 2; ++k) {
       out[3 * k] = static_cast<Byte>(hue.hue);
@@ -136,9 +132,8 @@ void rowToHSY(const Byte* pSource, std::ptrdiff_t pStep, Byte* pDestination,
   });
 }
 
-void rowToHSMixed(const Byte* pSource, std::ptrdiff_t pStep, Byte* pDestination,
-                  std::ptrdiff_t pCount) {
-  forEachMacroPixel<6>(pSource, 4 * pStep, pDestination, pCount, [](const Byte* in, Byte* out) {
+void rowsToHSMixed(const Rows& pRows) {
+  forEachMacroPixel<6>(pRows, [](const Byte* in, Byte* out) {
     const Hue hue = hueOf(in[1], in[3]);
     for (int k = 0; k < 2; ++k) {
       out[3 * k] = static_cast<Byte>(hue.hue);
@@ -148,9 +143,8 @@ void rowToHSMixed(const Byte* pSource, std::ptrdiff_t pStep, Byte* pDestination,
   });
 }
 
-void rowToHsy(const Byte* pSource, std::ptrdiff_t pStep, Byte* pDestination,
-              std::ptrdiff_t pCount) {
-  forEachMacroPixel<2>(pSource, 2 * pStep, pDestination, pCount, [](const Byte* in, Byte* out) {
+void rowsToHsy(const Rows& pRows) {
+  forEachMacroPixel<2>(pRows, 2 * pRows.step, [](const Byte* in, Byte* out) {
     out[0] = out[1] = static_cast<Byte>(hueOf(in[1], in[3]).hue);
   });
 }
@@ -186,9 +180,8 @@ void hueToColour(int pHue, Byte* pOut) {
   pOut[2] = static_cast<Byte>(red);
 }
 
-void rowToH2RGB(const Byte* pSource, std::ptrdiff_t pStep, Byte* pDestination,
-                std::ptrdiff_t pCount) {
-  forEachMacroPixel<6>(pSource, 4 * pStep, pDestination, pCount, [](const Byte* in, Byte* out) {
+void rowsToH2RGB(const Rows& pRows) {
+  forEachMacroPixel<6>(pRows, [](const Byte* in, Byte* out) {
     const int hue = static_cast<Byte>(hueOf(in[1], in[3]).hue);
     hueToColour(hue, out);
     hueToColour(hue, out + 3);
@@ -199,16 +192,16 @@ void rowToH2RGB(const Byte* pSource, std::ptrdiff_t pStep, Byte* pDestination,
 
 const RowKernels& plainRows() {
   static constexpr RowKernels kRows = {
-      .toYuv = rowToYuv,
-      .toYUV422 = rowToYUV422,
-      .toYUV = rowToYUV,
-      .toRGB = rowToRGB,
-      .toHSY = rowToHSY,
-      .toBGR = rowToBGR,
-      .toYYCbCr = rowToYYCbCr,
-      .toH2RGB = rowToH2RGB,
-      .toHSMixed = rowToHSMixed,
-      .toHsy = rowToHsy,
+      .toYuv = rowsToYuv,
+      .toYUV422 = rowsToYUV422,
+      .toYUV = rowsToYUV,
+      .toRGB = rowsToRGB,
+      .toHSY = rowsToHSY,
+      .toBGR = rowsToBGR,
+      .toYYCbCr = rowsToYYCbCr,
+      .toH2RGB = rowsToH2RGB,
+      .toHSMixed = rowsToHSMixed,
+      .toHsy = rowsToHsy,
   };
   return kRows;
 }

@@ -23,15 +23,15 @@ namespace HWY_NAMESPACE {
 const RowKernels& rows() {
 #if HWY_TARGET <= HWY_SSE4
   static const RowKernels kRows = {
-      .toYuv = rowToYuv,
-      .toYUV422 = rowToYUV422,
-      .toYUV = rowToYUV,
-      .toRGB = rowToRGB,
-      .toHSY = rowToHSY,
-      .toBGR = rowToBGR,
-      .toYYCbCr = rowToYYCbCr,
-      .toH2RGB = rowToH2RGB,
-      .toHSMixed = rowToHSMixed,
+      .toYuv = rowsToYuv,
+      .toYUV422 = rowsToYUV422,
+      .toYUV = rowsToYUV,
+      .toRGB = rowsToRGB,
+      .toHSY = rowsToHSY,
+      .toBGR = rowsToBGR,
+      .toYYCbCr = rowsToYYCbCr,
+      .toH2RGB = rowsToH2RGB,
+      .toHSMixed = rowsToHSMixed,
       // One row of a frame at most: not worth a vector form.
       .toHsy = plainRows().toHsy,
   };

@@ -43,66 +43,67 @@ struct Pair {
 
 // ---- Loading
 
-/// Four macro-pixels that lie kStep apart. Each comes by a load that ends no later than the last
-/// macro-pixel: macro-pixel i is element i of the load that starts i elements before it.
+/// Macro-pixels that lie kStep apart, in order. Load i starts so that those of its macro-pixels
+/// that are wanted become elements i, i + kStep and so on, and ends no later than the last one. A
+/// shuffle puts them in order.
 template <int kStep>
-HWY_INLINE Lane loadLane(const Byte* pFrom) {
-  if constexpr (kStep == 1) return loadLaneAt(pFrom);
-  const hn::Full128<std::uint8_t> bytes;
-  const hn::Full128<std::uint32_t> elements;
-  constexpr Index kAdvance = 4 * (kStep - 1);
-  const auto first = hn::BitCast(elements, loadLaneAt(pFrom));
-  const auto second = hn::BitCast(elements, loadLaneAt(pFrom + kAdvance));
-  const auto third = hn::BitCast(elements, loadLaneAt(pFrom + 2 * kAdvance));
-  const auto fourth = hn::BitCast(elements, loadLaneAt(pFrom + 3 * kAdvance));
-  return hn::BitCast(bytes, hn::ConcatUpperLower(elements, hn::OddEven(fourth, third),
-                                                 hn::OddEven(second, first)));
-}
+struct SteppedLoad {
+  static constexpr Index kWanted = kStep < kPerVector ? kPerVector / kStep : 1;  ///< of a load
+  static constexpr Index kLoads = kPerVector / kWanted;
+  static constexpr Index kAdvance = 4 * (kStep * kWanted - 1);  ///< bytes, from load to load
 
-#if OX_PERMUTES_WHOLE_VECTORS
+  template <Index kLoad>
+  static HWY_INLINE U32 elements(const Byte* pFrom) {
+    const U32 own = hn::BitCast(kU32, hn::LoadU(kU8, pFrom + kAdvance * kLoad));
+    if constexpr (kLoad == 0) {
+      return own;
+    } else {
+      return blendElements<(kWantedElements << kLoad)>(elements<kLoad - 1>(pFrom), own);
+    }
+  }
 
-/// As loadLane(), with kPerVector / kStep macro-pixels from each load: load i starts so that its
-/// macro-pixels are elements i, i + kStep and so on. The permute puts them in order.
-template <int kStep>
-HWY_INLINE U8 loadVector(const Byte* pFrom) {
-  if constexpr (kStep == 1) return hn::LoadU(kU8, pFrom);
+  static HWY_INLINE U8 load(const Byte* pFrom) {
+    const U32 all = elements<kLoads - 1>(pFrom);
+    if constexpr (kWanted == 1) return hn::BitCast(kU8, all);
+    return hn::BitCast(kU8, hn::TableLookupLanes(all, hn::SetTableIndices(kU32, kOrder.data())));
+  }
+
+ private:
+  static constexpr std::uint32_t kWantedElements = [] {
+    std::uint32_t elements = 0;
+    for (Index i = 0; i < kWanted; ++i) elements |= std::uint32_t{1} << (kLoads * i);
+    return elements;
+  }();
   alignas(64) static constexpr auto kOrder = [] {
     std::array<std::int32_t, kPerVector> order{};
-    for (int i = 0; i < kPerVector; ++i) {
-      const int perLoad = kPerVector / kStep;
-      order[i] = i / perLoad + kStep * (i % perLoad);
+    for (Index i = 0; i < kPerVector; ++i) {
+      order[i] = static_cast<std::int32_t>(i / kWanted + kLoads * (i % kWanted));
     }
     return order;
   }();
-  constexpr std::uint32_t kEveryStep = kStep == 2 ? 0x5555 : kStep == 4 ? 0x1111 : 0x0101;
-  __m512i elements = _mm512_loadu_si512(pFrom);
-  for (int i = 1; i < kStep; ++i) {
-    elements = _mm512_mask_loadu_epi32(elements, static_cast<__mmask16>(kEveryStep << i),
-                                       pFrom + i * (kVectorBytes - 4));
-  }
-  return U8{_mm512_permutexvar_epi32(_mm512_load_si512(kOrder.data()), elements)};
-}
-
-template <int kStep>
-HWY_INLINE Pair loadPair(const Byte* pFrom) {
-  return {loadVector<kStep>(pFrom), loadVector<kStep>(pFrom + kVectorBytes * kStep)};
-}
-
-#else
+};
 
 template <int kStep>
 HWY_INLINE U8 loadVector(const Byte* pFrom) {
   if constexpr (kStep == 1) return hn::LoadU(kU8, pFrom);
-  return joinLanes<loadLane<kStep> >(pFrom, 16 * kStep);
+  return SteppedLoad<kStep>::load(pFrom);
 }
 
 template <int kStep>
 HWY_INLINE Pair loadPair(const Byte* pFrom) {
-  return {joinLanes<loadLane<kStep> >(pFrom, 32 * kStep),
-          joinLanes<loadLane<kStep> >(pFrom + 16 * kStep, 32 * kStep)};
-}
-
+#if !OX_PERMUTES_WHOLE_VECTORS
+  if constexpr (kStep == 1) {
+    return {joinLanes<loadLaneAt>(pFrom, 32), joinLanes<loadLaneAt>(pFrom + 16, 32)};
+  }
 #endif
+  const U8 low = loadVector<kStep>(pFrom);
+  const U8 high = loadVector<kStep>(pFrom + kVectorBytes * kStep);
+#if OX_PERMUTES_WHOLE_VECTORS
+  return {low, high};
+#else
+  return {evenLanes(low, high), oddLanes(low, high)};
+#endif
+}
 
 // ---- Shuffling bytes to where they are stored
 
@@ -273,36 +274,42 @@ HWY_INLINE void expectStores(const Byte* pTo) {
   }
 }
 
-/// A row in blocks. The last block ends with the last macro-pixel: it may do some of the block
-/// before again, to the same bytes. Rows of less than a block are left to the plain loop.
+/// Rows in blocks. The last block of a row ends with the last macro-pixel: it may do some of the
+/// block before again, to the same bytes. Rows of less than a block are left to the plain loop.
 template <typename Block, int kStep>
-void convertRowAtStep(const Byte* pSource, Byte* pDestination, Index pCount, RowKernel* pPlain) {
-  if (pCount < Block::kMacroPixels) return pPlain(pSource, kStep, pDestination, pCount);
+void convertRowsAtStep(const Rows& pRows, RowsKernel* pPlain) {
+  if (pRows.macroPixels < Block::kMacroPixels) return pPlain(pRows);
   const Block block;
-  const Index last = pCount - Block::kMacroPixels;
-  for (Index i = 0; i < last; i += Block::kMacroPixels) {
-    const Index ahead = std::min(i + kStoresAhead / Block::kBytesOut, last);
-    expectStores<Block::kMacroPixels * Block::kBytesOut>(pDestination + Block::kBytesOut * ahead);
-    block.template convert<kStep>(pSource + 4 * kStep * i, pDestination + Block::kBytesOut * i);
+  const Index last = pRows.macroPixels - Block::kMacroPixels;
+  const Index lastInFrame = pRows.destinationStride * (pRows.count - 1) + Block::kBytesOut * last;
+  for (Index y = 0; y < pRows.count; ++y) {
+    const Byte* const from = pRows.source + pRows.sourceStride * y;
+    const Index to = pRows.destinationStride * y;
+    for (Index i = 0; i < last; i += Block::kMacroPixels) {
+      const Index ahead = std::min(to + Block::kBytesOut * i + kStoresAhead, lastInFrame);
+      expectStores<Block::kMacroPixels * Block::kBytesOut>(pRows.destination + ahead);
+      block.template convert<kStep>(from + 4 * kStep * i,
+                                    pRows.destination + to + Block::kBytesOut * i);
+    }
+    block.template convert<kStep>(from + 4 * kStep * last,
+                                  pRows.destination + to + Block::kBytesOut * last);
   }
-  block.template convert<kStep>(pSource + 4 * kStep * last, pDestination + Block::kBytesOut * last);
 }
 
 /// The same for the steps of the four resolutions; the plain loop does others.
 template <typename Block>
-void convertRow(const Byte* pSource, Index pStep, Byte* pDestination, Index pCount,
-                RowKernel* pPlain) {
-  switch (pStep) {
+void convertRows(const Rows& pRows, RowsKernel* pPlain) {
+  switch (pRows.step) {
     case 1:
-      return convertRowAtStep<Block, 1>(pSource, pDestination, pCount, pPlain);
+      return convertRowsAtStep<Block, 1>(pRows, pPlain);
     case 2:
-      return convertRowAtStep<Block, 2>(pSource, pDestination, pCount, pPlain);
+      return convertRowsAtStep<Block, 2>(pRows, pPlain);
     case 4:
-      return convertRowAtStep<Block, 4>(pSource, pDestination, pCount, pPlain);
+      return convertRowsAtStep<Block, 4>(pRows, pPlain);
     case 8:
-      return convertRowAtStep<Block, 8>(pSource, pDestination, pCount, pPlain);
+      return convertRowsAtStep<Block, 8>(pRows, pPlain);
     default:
-      return pPlain(pSource, pStep, pDestination, pCount);
+      return pPlain(pRows);
   }
 }
 

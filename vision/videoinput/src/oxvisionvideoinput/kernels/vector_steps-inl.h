@@ -125,6 +125,21 @@ HWY_INLINE U8 inAllLanes(const std::array<Byte, kLaneBytes>& pPattern) {
   return fixed(hn::LoadDup128(kU8, pattern.data()));
 }
 
+/// Elements of pOther where kElements has a bit, else pOne's.
+template <std::uint32_t kElements>
+HWY_INLINE U32 blendElements(U32 pOne, U32 pOther) {
+#if HWY_MAX_BYTES == 64
+  return U32{_mm512_mask_blend_epi32(kElements, pOne.raw, pOther.raw)};
+#elif HWY_MAX_BYTES == 32
+  return U32{_mm256_blend_epi32(pOne.raw, pOther.raw, kElements)};
+#else
+  // Two bits for each.
+  constexpr int kSpread = (kElements & 1 ? 3 : 0) | (kElements & 2 ? 12 : 0) |
+                          (kElements & 4 ? 48 : 0) | (kElements & 8 ? 192 : 0);
+  return U32{_mm_blend_epi16(pOne.raw, pOther.raw, kSpread)};
+#endif
+}
+
 // ---- Vectors of lanes: each lane is loaded and stored by itself, from places pAdvance bytes
 // apart.
 
@@ -166,6 +181,30 @@ HWY_INLINE void storeLanes(U8 pVector, Byte* pTo, Index pAdvance) {
 #else
   static_cast<void>(pAdvance);
   hn::StoreU(pVector, lane, pTo);
+#endif
+}
+
+/// Lanes 0, 2 and so on of one vector and then of another; with one lane a vector, pLow.
+HWY_INLINE U8 evenLanes(U8 pLow, U8 pHigh) {
+#if HWY_MAX_BYTES == 64
+  return U8{_mm512_shuffle_i32x4(pLow.raw, pHigh.raw, _MM_SHUFFLE(2, 0, 2, 0))};
+#elif HWY_MAX_BYTES == 32
+  return hn::ConcatLowerLower(kU8, pHigh, pLow);
+#else
+  static_cast<void>(pHigh);
+  return pLow;
+#endif
+}
+
+/// The other lanes.
+HWY_INLINE U8 oddLanes(U8 pLow, U8 pHigh) {
+#if HWY_MAX_BYTES == 64
+  return U8{_mm512_shuffle_i32x4(pLow.raw, pHigh.raw, _MM_SHUFFLE(3, 1, 3, 1))};
+#elif HWY_MAX_BYTES == 32
+  return hn::ConcatUpperUpper(kU8, pHigh, pLow);
+#else
+  static_cast<void>(pLow);
+  return pHigh;
 #endif
 }
 
