@@ -12,6 +12,7 @@
 
 #include "address.h"
 #include "oxerror.h"
+#include "socketoptions.h"
 
 namespace OX::wire {
 namespace {
@@ -53,6 +54,7 @@ Stream::Socket connectLocal(asio::io_context& pIo, const Address& pAddress,
   // This is what Asio makes of a queue without room.
   if (result == asio::error::no_buffer_space) result = asio::error::timed_out;
   if (result) throw system_error(result);
+  setOptions(socket);
   return Stream::Socket(std::move(socket));
 }
 
@@ -75,8 +77,7 @@ Stream::Socket connectTcp(asio::io_context& pIo, const Address& pAddress,
   const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
       deadline - std::chrono::steady_clock::now());
   await(pIo, std::max(left, std::chrono::milliseconds(0)), result, [&] { socket.close(); });
-  socket.set_option(tcp::no_delay(true));
-  socket.set_option(asio::socket_base::keep_alive(true));
+  setOptions(socket);
   return Stream::Socket(std::move(socket));
 }
 

@@ -16,6 +16,7 @@
 
 #include "oxerror.h"
 #include "oxlog.h"
+#include "socketoptions.h"
 
 namespace OX::wire {
 namespace {
@@ -30,8 +31,6 @@ using Local = asio::local::stream_protocol;
 constexpr std::chrono::milliseconds kPauseAfterFailure(100);
 
 std::string peerOf(tcp::socket& pSocket, const std::string&) {
-  pSocket.set_option(tcp::no_delay(true));
-  pSocket.set_option(asio::socket_base::keep_alive(true));
   const tcp::endpoint peer = pSocket.remote_endpoint();
   return Address{"", peer.address().to_string(), peer.port()}.toString();
 }
@@ -71,6 +70,7 @@ class ProtocolListener : public Listener,
   void xAccepted(typename Protocol::socket pSocket) {
     fFailing = false;
     try {
+      setOptions(pSocket);
       const std::string peer = peerOf(pSocket, fName);
       fHandler(Stream::Socket(std::move(pSocket)), peer);
     } catch (const std::exception& error) {  // it has gone already, or no memory is left for it

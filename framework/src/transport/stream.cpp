@@ -3,6 +3,7 @@
 #include <boost/asio/post.hpp>
 #include <boost/asio/write.hpp>
 #include <boost/weak_ptr.hpp>
+#include <limits>
 #include <utility>
 
 #include "oxlog.h"
@@ -15,6 +16,12 @@ namespace asio = boost::asio;
 
 // What is gathered for one write to the socket.
 constexpr std::size_t kMessagesPerWrite = 64;
+
+/// How much the next write to the socket may take, until all is written: as much as it takes. Left
+/// to itself Asio writes 64 KiB at a time.
+std::size_t allThatFits(const error_code& pError, std::size_t) {
+  return pError ? 0 : std::numeric_limits<std::size_t>::max();
+}
 
 }  // namespace
 
@@ -112,7 +119,7 @@ void Stream::xWrite() {
   std::vector<asio::const_buffer> buffers;
   buffers.reserve(pieces.size());
   for (const auto& piece : pieces) buffers.emplace_back(piece.data, piece.size);
-  asio::async_write(fSocket, std::move(buffers),
+  asio::async_write(fSocket, std::move(buffers), allThatFits,
                     [self = shared_from_this()](const error_code& pError, std::size_t pSize) {
                       if (pError) return self->xEnd(pError.message());
                       self->xWritten(pSize);

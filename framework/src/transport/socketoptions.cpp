@@ -1,0 +1,22 @@
+#include "socketoptions.h"
+
+namespace OX::wire {
+namespace {
+
+namespace asio = boost::asio;
+
+// The largest image there is, k4VGA with three bytes a pixel.
+constexpr int kSendBufferBytes = 1280 * 960 * 3;
+
+}  // namespace
+
+void setOptions(asio::ip::tcp::socket& pSocket) {
+  pSocket.set_option(asio::ip::tcp::no_delay(true));
+  pSocket.set_option(asio::socket_base::keep_alive(true));
+}
+
+void setOptions(asio::local::stream_protocol::socket& pSocket) {
+  pSocket.set_option(asio::socket_base::send_buffer_size(kSendBufferBytes));
+}
+
+}  // namespace OX::wire
