@@ -16,10 +16,11 @@ Byte clampToByte(int pValue) { return static_cast<Byte>(std::clamp(pValue, 0, 25
 /// source bytes lie from one to the next.
 template <int kBytesOut, typename Convert>
 void forEachMacroPixel(const Rows& pRows, std::ptrdiff_t pAdvance, Convert pConvert) {
-  for (std::ptrdiff_t y = 0; y < pRows.count; ++y) {
-    const Byte* const in = pRows.source + pRows.sourceStride * y;
-    Byte* const out = pRows.destination + pRows.destinationStride * y;
-    for (std::ptrdiff_t i = 0; i < pRows.macroPixels; ++i) {
+  const Rows rows = pRows;  // which no byte that is written can change, as the compiler sees it
+  for (std::ptrdiff_t y = 0; y < rows.count; ++y) {
+    const Byte* const in = rows.source + rows.sourceStride * y;
+    Byte* const out = rows.destination + rows.destinationStride * y;
+    for (std::ptrdiff_t i = 0; i < rows.macroPixels; ++i) {
       pConvert(in + i * pAdvance, out + kBytesOut * i);
     }
   }

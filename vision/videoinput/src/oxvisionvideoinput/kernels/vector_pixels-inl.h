@@ -259,6 +259,8 @@ class ThreeBytesBlock {
 
 // ---- Rows
 
+constexpr Index kCacheLine = 64;
+
 /// How far ahead of the stores their cache lines are asked for. Left to themselves, stores fetch
 /// the lines that they overwrite one by one, in order; any distance from 200 to 3000 serves alike.
 constexpr Index kStoresAhead = 512;
@@ -266,12 +268,18 @@ constexpr Index kStoresAhead = 512;
 /// Asks for the cache lines of some bytes, to write to them.
 template <Index kBytes>
 HWY_INLINE void expectStores(const Byte* pTo) {
-  constexpr Index kCacheLine = 64;
   if constexpr (kBytes < kCacheLine / 2) return;  // would ask for each line too often
   for (Index i = 0; i < kBytes; i += kCacheLine) {
     // Does nothing on processors that don't know it.
     asm volatile("prefetchw %0" : : "m"(pTo[i]));
   }
+}
+
+/// Asks for the cache lines of some bytes, to read them: those of the next row that is wanted,
+/// which the processor doesn't foresee when it lies some rows further on.
+template <Index kBytes>
+HWY_INLINE void expectLoads(const Byte* pFrom) {
+  for (Index i = 0; i < kBytes; i += kCacheLine) __builtin_prefetch(pFrom + i);
 }
 
 /// Rows in blocks. The last block of a row ends with the last macro-pixel: it may do some of the
@@ -285,9 +293,11 @@ void convertRowsAtStep(const Rows& pRows, RowsKernel* pPlain) {
   for (Index y = 0; y < pRows.count; ++y) {
     const Byte* const from = pRows.source + pRows.sourceStride * y;
     const Index to = pRows.destinationStride * y;
+    const Byte* const next = y + 1 < pRows.count ? from + pRows.sourceStride : from;
     for (Index i = 0; i < last; i += Block::kMacroPixels) {
       const Index ahead = std::min(to + Block::kBytesOut * i + kStoresAhead, lastInFrame);
       expectStores<Block::kMacroPixels * Block::kBytesOut>(pRows.destination + ahead);
+      if constexpr (kStep > 1) expectLoads<4 * kStep * Block::kMacroPixels>(next + 4 * kStep * i);
       block.template convert<kStep>(from + 4 * kStep * i,
                                     pRows.destination + to + Block::kBytesOut * i);
     }
