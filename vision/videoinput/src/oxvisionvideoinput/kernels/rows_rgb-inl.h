@@ -14,6 +14,7 @@
 
 #include "rows.h"
 #include "vector_pixels-inl.h"
+#include "vector_rows-inl.h"
 
 HWY_BEFORE_NAMESPACE();
 #if OX_USES_VNNI
