@@ -9,8 +9,8 @@ namespace OX::wire {
 /// Messages leave at once, and a peer that is gone is noticed.
 void setOptions(boost::asio::ip::tcp::socket& pSocket);
 
-/// An image is on its way as a whole, as far as the system allows it: else the two sides take turns
-/// with pieces of the small buffer that such a socket has.
+/// Large pieces of an image are on their way at once, as far as the system allows it: else the two
+/// sides take turns with the small buffer that such a socket has.
 void setOptions(boost::asio::local::stream_protocol::socket& pSocket);
 
 }  // namespace OX::wire
