@@ -1,8 +1,7 @@
-// Walks the resampler's row kernels over a frame.
+// Which source rows make which target rows.
 #include "resampling.h"
 
 #include <cstddef>
-#include <cstring>
 
 #include "oxvisionvideoinput/kernels/levels.h"
 #include "resampling_rows.h"
@@ -23,16 +22,27 @@ bool isEmpty(int pWidth, int pHeight) { return pWidth <= 0 || pHeight <= 0; }
 void rgbToYuv422(const Byte* pSource, int pWidth, int pHeight, Byte* pTarget) {
   if (isEmpty(pWidth, pHeight)) return;
   const auto pixels = std::ptrdiff_t{pWidth} * pHeight;
-  rowKernels().toPairs(pSource, pTarget, (pixels + 1) / 2);
+  rowKernels().toPairs({.source = pSource,
+                        .sourceStride = 0,
+                        .target = pTarget,
+                        .targetStride = 0,
+                        .items = (pixels + 1) / 2,
+                        .count = 1});
 }
 
 bool subSample(int pRatio, int pWidth, int pHeight, const Byte* pSource, Byte* pTarget) {
   if (!isRatio(pRatio)) return false;
   if (isEmpty(pWidth, pHeight)) return true;
-  const int pairs = (pWidth / pRatio + 1) / 2;
-  for (std::ptrdiff_t y = 0; y < pHeight / pRatio; ++y) {
-    rowKernels().down(pRatio, pSource + 3 * y * pRatio * pWidth, pTarget + y * pWidth / pRatio * 2,
-                      pairs);
+  const std::ptrdiff_t count = pHeight / pRatio;
+  // Target rows of a width that isn't whole lie one pixel more or less apart.
+  const std::ptrdiff_t atOnce = pWidth % pRatio == 0 ? count : 1;
+  for (std::ptrdiff_t y = 0; y < count; y += atOnce) {
+    rowKernels().down(pRatio, {.source = pSource + 3 * y * pRatio * pWidth,
+                               .sourceStride = std::ptrdiff_t{3} * pRatio * pWidth,
+                               .target = pTarget + y * pWidth / pRatio * 2,
+                               .targetStride = std::ptrdiff_t{2} * (pWidth / pRatio),
+                               .items = (pWidth / pRatio + 1) / 2,
+                               .count = atOnce});
   }
   return true;
 }
@@ -40,14 +50,12 @@ bool subSample(int pRatio, int pWidth, int pHeight, const Byte* pSource, Byte* p
 bool overSample(int pRatio, int pWidth, int pHeight, const Byte* pSource, Byte* pTarget) {
   if (!isRatio(pRatio)) return false;
   if (isEmpty(pWidth, pHeight)) return true;
-  const std::ptrdiff_t rowBytes = std::ptrdiff_t{2} * pRatio * pWidth;
-  for (std::ptrdiff_t y = 0; y < pHeight; ++y) {
-    Byte* block = pTarget + y * pRatio * rowBytes;
-    rowKernels().up(pRatio, pSource + 3 * y * pWidth, block, pWidth);
-    for (int rows = 1; rows < pRatio; rows *= 2) {
-      std::memcpy(block + rows * rowBytes, block, rows * rowBytes);
-    }
-  }
+  rowKernels().up(pRatio, {.source = pSource,
+                           .sourceStride = std::ptrdiff_t{3} * pWidth,
+                           .target = pTarget,
+                           .targetStride = std::ptrdiff_t{2} * pRatio * pRatio * pWidth,
+                           .items = pWidth,
+                           .count = pHeight});
   return true;
 }
 

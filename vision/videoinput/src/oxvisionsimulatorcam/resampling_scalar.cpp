@@ -29,31 +29,45 @@ void writePair(const Byte* pLeft, const Byte* pRight, Byte* pTarget) {
   pTarget[3] = static_cast<Byte>((redChromaOf(pLeft) + redChromaOf(pRight)) >> 1);
 }
 
-void pairsRow(const Byte* pSource, Byte* pTarget, std::ptrdiff_t pPairs) {
-  for (std::ptrdiff_t i = 0; i < pPairs; ++i) {
-    writePair(pSource + 6 * i, pSource + 6 * i + 3, pTarget + 4 * i);
+/// Calls pConvert(source, target) for each row.
+template <typename Convert>
+void forEachRow(const Rows& pRows, Convert pConvert) {
+  for (std::ptrdiff_t y = 0; y < pRows.count; ++y) {
+    pConvert(pRows.source + pRows.sourceStride * y, pRows.target + pRows.targetStride * y);
   }
 }
 
-void downRow(int pRatio, const Byte* pSource, Byte* pTarget, std::ptrdiff_t pPairs) {
-  const Byte* right = pSource + std::ptrdiff_t{3} * (pRatio / 2) * pRatio;
-  for (std::ptrdiff_t i = 0; i < pPairs; ++i) {
-    writePair(pSource + 6 * pRatio * i, right + 6 * pRatio * i, pTarget + 4 * i);
-  }
+void rowsToPairs(const Rows& pRows) {
+  forEachRow(pRows, [pairs = pRows.items](const Byte* in, Byte* out) {
+    for (std::ptrdiff_t i = 0; i < pairs; ++i) writePair(in + 6 * i, in + 6 * i + 3, out + 4 * i);
+  });
 }
 
-void upRow(int pRatio, const Byte* pSource, Byte* pTarget, std::ptrdiff_t pPixels) {
+void rowsDown(int pRatio, const Rows& pRows) {
+  const std::ptrdiff_t toRight = std::ptrdiff_t{3} * (pRatio / 2) * pRatio;
+  forEachRow(pRows, [=, pairs = pRows.items](const Byte* in, Byte* out) {
+    for (std::ptrdiff_t i = 0; i < pairs; ++i) {
+      const Byte* const left = in + 6 * pRatio * i;
+      writePair(left, left + toRight, out + 4 * i);
+    }
+  });
+}
+
+void rowsUp(int pRatio, const Rows& pRows) {
   const int pairsPerPixel = pRatio / 2;
-  for (std::ptrdiff_t i = 0; i < pPixels * pairsPerPixel; ++i) {
-    const Byte* pixel = pSource + 3 * (i / pairsPerPixel);
-    writePair(pixel, pixel, pTarget + 4 * i);
-  }
+  forEachRow(pRows, [=, pixels = pRows.items](const Byte* in, Byte* out) {
+    for (std::ptrdiff_t i = 0; i < pixels * pairsPerPixel; ++i) {
+      const Byte* const pixel = in + 3 * (i / pairsPerPixel);
+      writePair(pixel, pixel, out + 4 * i);
+    }
+    repeatRow(out, 2 * pRatio * pixels, pRatio);
+  });
 }
 
 }  // namespace
 
 const RowKernels& plainRows() {
-  static constexpr RowKernels kRows = {.toPairs = pairsRow, .down = downRow, .up = upRow};
+  static constexpr RowKernels kRows = {.toPairs = rowsToPairs, .down = rowsDown, .up = rowsUp};
   return kRows;
 }
 

@@ -24,19 +24,30 @@ namespace HWY_NAMESPACE {
 
 #if HWY_TARGET <= HWY_SSE4
 
-/// Converts all items, pixels or pairs, in blocks of kColours. The last block ends with the last
-/// item: it may do some of the block before again, to the same bytes. There must be one at least.
-template <typename Block>
-HWY_INLINE void forEachBlock(const Byte* pSource, Byte* pTarget, Index pItems) {
+/// Converts rows in blocks of kColours items, pixels or pairs. The last block of a row ends with
+/// the last item: it may do some of the block before again, to the same bytes. There must be one at
+/// least. Calls pEndRow(source, target) after each row.
+template <typename Block, typename EndRow>
+HWY_INLINE void forEachBlock(const Rows& pRows, EndRow pEndRow) {
   const Block block;
-  const Index last = pItems - kColours;
-  for (Index i = 0; i < last; i += kColours) {
-    block.convert(pSource + Block::kBytesIn * i, pTarget + Block::kBytesOut * i);
+  const Index last = pRows.items - kColours;
+  for (Index y = 0; y < pRows.count; ++y) {
+    const Byte* const from = pRows.source + pRows.sourceStride * y;
+    Byte* const to = pRows.target + pRows.targetStride * y;
+    const Byte* const next = y + 1 < pRows.count ? from + pRows.sourceStride : from;
+    for (Index i = 0; i < last; i += kColours) {
+      if constexpr (Block::kSkipsRows) {
+        expectLoads<kColours * Block::kBytesIn>(next + Block::kBytesIn * i);
+      }
+      block.convert(from + Block::kBytesIn * i, to + Block::kBytesOut * i);
+    }
+    block.convert(from + Block::kBytesIn * last, to + Block::kBytesOut * last);
+    pEndRow(from, to);
   }
-  block.convert(pSource + Block::kBytesIn * last, pTarget + Block::kBytesOut * last);
 }
 
 struct PairsBlock {
+  static constexpr bool kSkipsRows = false;
   static constexpr Index kBytesIn = 6;
   static constexpr Index kBytesOut = 4;
 
@@ -51,13 +62,14 @@ struct PairsBlock {
   Converter fConverter;
 };
 
-void toPairs(const Byte* pSource, Byte* pTarget, Index pPairs) {
-  if (pPairs < kColours) return plainRows().toPairs(pSource, pTarget, pPairs);
-  forEachBlock<PairsBlock>(pSource, pTarget, pPairs);
+void toPairs(const Rows& pRows) {
+  if (pRows.items < kColours) return plainRows().toPairs(pRows);
+  forEachBlock<PairsBlock>(pRows, [](const Byte*, Byte*) {});
 }
 
 template <int kRatio>
 struct DownBlock {
+  static constexpr bool kSkipsRows = true;
   static constexpr Index kBytesIn = 6 * kRatio;
   static constexpr Index kBytesOut = 4;
 
@@ -72,21 +84,26 @@ struct DownBlock {
   Converter fConverter;
 };
 
+/// The last pair of a row is left to the plain loop, before the next row, which may begin in it.
 template <int kRatio>
-void downBy(const Byte* pSource, Byte* pTarget, Index pPairs) {
-  const Index blocks = pPairs > kColours ? pPairs - 1 : 0;
-  if (blocks > 0) forEachBlock<DownBlock<kRatio>>(pSource, pTarget, blocks);
-  plainRows().down(kRatio, pSource + 6 * kRatio * blocks, pTarget + 4 * blocks, pPairs - blocks);
+void downBy(const Rows& pRows) {
+  if (pRows.items <= kColours) return plainRows().down(kRatio, pRows);
+  Rows blocks = pRows;
+  --blocks.items;
+  const Index last = blocks.items;
+  forEachBlock<DownBlock<kRatio>>(blocks, [last](const Byte* pSource, Byte* pTarget) {
+    plainRows().down(kRatio, {pSource + 6 * kRatio * last, 0, pTarget + 4 * last, 0, 1, 1});
+  });
 }
 
-void down(int pRatio, const Byte* pSource, Byte* pTarget, Index pPairs) {
+void down(int pRatio, const Rows& pRows) {
   switch (pRatio) {
     case 2:
-      return downBy<2>(pSource, pTarget, pPairs);
+      return downBy<2>(pRows);
     case 4:
-      return downBy<4>(pSource, pTarget, pPairs);
+      return downBy<4>(pRows);
     default:
-      return downBy<8>(pSource, pTarget, pPairs);
+      return downBy<8>(pRows);
   }
 }
 
@@ -111,6 +128,7 @@ HWY_INLINE void storeRepeated(const Byte* pPairs, Byte* pTarget) {
 
 template <int kRatio>
 struct UpBlock {
+  static constexpr bool kSkipsRows = false;
   static constexpr Index kBytesIn = 3;
   static constexpr Index kBytesOut = 2 * kRatio;
 
@@ -131,19 +149,21 @@ struct UpBlock {
 };
 
 template <int kRatio>
-void upBy(const Byte* pSource, Byte* pTarget, Index pPixels) {
-  if (pPixels < kColours) return plainRows().up(kRatio, pSource, pTarget, pPixels);
-  forEachBlock<UpBlock<kRatio>>(pSource, pTarget, pPixels);
+void upBy(const Rows& pRows) {
+  if (pRows.items < kColours) return plainRows().up(kRatio, pRows);
+  const Index bytes = 2 * kRatio * pRows.items;
+  forEachBlock<UpBlock<kRatio>>(
+      pRows, [bytes](const Byte*, Byte* pTarget) { repeatRow(pTarget, bytes, kRatio); });
 }
 
-void up(int pRatio, const Byte* pSource, Byte* pTarget, Index pPixels) {
+void up(int pRatio, const Rows& pRows) {
   switch (pRatio) {
     case 2:
-      return upBy<2>(pSource, pTarget, pPixels);
+      return upBy<2>(pRows);
     case 4:
-      return upBy<4>(pSource, pTarget, pPixels);
+      return upBy<4>(pRows);
     default:
-      return upBy<8>(pSource, pTarget, pPixels);
+      return upBy<8>(pRows);
   }
 }
 

@@ -21,8 +21,6 @@ namespace HWY_NAMESPACE {
 
 using namespace OX::HWY_NAMESPACE;
 
-constexpr Index kCacheLine = 64;
-
 /// How far ahead of the stores their cache lines are asked for. Left to themselves, stores fetch
 /// the lines that they overwrite one by one, in order; any distance from 200 to 3000 serves alike.
 constexpr Index kStoresAhead = 512;
@@ -35,13 +33,6 @@ HWY_INLINE void expectStores(const Byte* pTo) {
     // Does nothing on processors that don't know it.
     asm volatile("prefetchw %0" : : "m"(pTo[i]));
   }
-}
-
-/// Asks for the cache lines of some bytes, to read them: those of the next row that is wanted,
-/// which the processor doesn't foresee when it lies some rows further on.
-template <Index kBytes>
-HWY_INLINE void expectLoads(const Byte* pFrom) {
-  for (Index i = 0; i < kBytes; i += kCacheLine) __builtin_prefetch(pFrom + i);
 }
 
 /// Rows in blocks. The last block of a row ends with the last macro-pixel: it may do some of the

@@ -140,6 +140,15 @@ HWY_INLINE U32 blendElements(U32 pOne, U32 pOther) {
 #endif
 }
 
+constexpr Index kCacheLine = 64;
+
+/// Asks for the cache lines of some bytes, to read them: those of the next row that is wanted,
+/// which the processor doesn't foresee when it lies some rows further on.
+template <Index kBytes>
+HWY_INLINE void expectLoads(const Byte* pFrom) {
+  for (Index i = 0; i < kBytes; i += kCacheLine) __builtin_prefetch(pFrom + i);
+}
+
 // ---- Vectors of lanes: each lane is loaded and stored by itself, from places pAdvance bytes
 // apart.
 
