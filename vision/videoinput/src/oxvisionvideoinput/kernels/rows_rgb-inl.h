@@ -1,10 +1,10 @@
-// kRGB and kBGR in 16-bit elements, two for a macro-pixel.
+// kRGB and kBGR in 16-bit elements, two for a macro-pixel, with Y, U and V all less 128.
 //
 // A channel is (298 * (Y - 16) + chroma) >> 8, and as Y's factor is even the same as
 // (149 * (Y - 16) + floor(chroma / 2)) >> 7; where the chroma's factors are multiples of 4, as for
-// green and blue, also (floor(149 * (Y - 16) / 2) + chroma / 4) >> 6. The offsets are shared out
-// between the two terms so that each fits 16 bits. Sums above 32767 saturate: those are above
-// 255 << 7 anyway, which is clamped. The exhaustive test covers every combination.
+// green and blue, also (floor(149 * (Y - 16) / 2) + chroma / 4) >> 6. Sums that leave 16 bits
+// saturate: those are far below 0 or above 255 << 7, which is clamped. The exhaustive test covers
+// every combination.
 #if defined(OX_ROWS_RGB_INL_H) == defined(HWY_TARGET_TOGGLE)
 #ifdef OX_ROWS_RGB_INL_H
 #undef OX_ROWS_RGB_INL_H
@@ -29,55 +29,37 @@ struct Channels {
   I16 red, green, blue;
 };
 
-/// kFactor / 256 of a byte, rounded down, plus kOffset. The byte is the upper one of its element,
-/// whose lower one is 0. The high half of a product keeps the compiler from shifts and adds.
-template <int kFactor, int kOffset>
-class Scale {
- public:
-  HWY_INLINE Scale() : fFactor(words(kFactor)), fOffset(signedWords(kOffset)) {}
-
-  HWY_INLINE I16 operator()(U16 pUpperByte) const {
-    return hn::Add(hn::BitCast(kI16, hn::MulHigh(pUpperByte, fFactor)), fOffset);
-  }
-
- private:
-  U16 fFactor;
-  I16 fOffset;
-};
-
 class RGBChannels {
  public:
   HWY_INLINE RGBChannels()
-      : fChromaOfPixels(inAllLanes({1, 3, 1, 3, 5, 7, 5, 7, 9, 11, 9, 11, 13, 15, 13, 15})),
-        fUpperByte(words(0xFF00)),
-        fGreenWeights(bytePairs(-25, -52)),
-        fGreenOffset(signedWords(-149 * 8 + (25 + 52) * 128 - kLumaOffset / 2)) {}
+      : fMiddle(hn::BitCast(kU8, words(0x8080))),
+        fChromaOfPixels(inAllLanes({1, 3, 1, 3, 5, 7, 5, 7, 9, 11, 9, 11, 13, 15, 13, 15})),
+        fLuma(unsignedBytePairs(149, 0)),
+        fRed(unsignedBytePairs(0, 204)),
+        fGreen(unsignedBytePairs(25, 52)),
+        fBlue(unsignedBytePairs(129, 0)),
+        fHalfOffset(signedWords(298 * (128 - 16) / 2)),
+        fQuarterOffset(signedWords(298 * (128 - 16) / 4)) {}
 
   HWY_INLINE Channels of(U8 pMacroPixels) const {
-    const I16 halfLuma = fLuma(hn::ShiftLeft<8>(hn::BitCast(kU16, pMacroPixels)));
-    const I16 quarterLuma = hn::ShiftRight<1>(halfLuma);
+    const U8 centred = hn::Xor(pMacroPixels, fMiddle);
+    const I16 halfLuma = multiplyAddBytes(fLuma, hn::BitCast(kI8, centred));
+    const I16 quarterLuma = hn::Add(hn::ShiftRight<1>(halfLuma), fQuarterOffset);
 
-    const U8 uv = hn::TableLookupBytes(pMacroPixels, fChromaOfPixels);
-    const I16 redTerm = fRed(hn::And(hn::BitCast(kU16, uv), fUpperByte));
-    const I16 greenTerm = hn::Add(multiplyAddBytes(uv, fGreenWeights), fGreenOffset);
-    const I16 blueTerm = fBlue(hn::ShiftLeft<8>(hn::BitCast(kU16, uv)));
-
-    return {hn::ShiftRight<7>(hn::SaturatedAdd(halfLuma, redTerm)),
-            hn::ShiftRight<6>(hn::Add(quarterLuma, greenTerm)),
-            hn::ShiftRight<6>(hn::SaturatedAdd(quarterLuma, blueTerm))};
+    const I8 uv = hn::BitCast(kI8, hn::TableLookupBytes(centred, fChromaOfPixels));
+    // Half of 409 * V is 204 * V and half of V, the upper byte. U, below it, can't change that.
+    const I16 halfRed =
+        hn::Add(multiplyAddBytes(fRed, uv), hn::ShiftRight<9>(hn::BitCast(kI16, uv)));
+    const I16 red = hn::SaturatedAdd(hn::SaturatedAdd(halfLuma, halfRed), fHalfOffset);
+    const I16 green = hn::Sub(quarterLuma, multiplyAddBytes(fGreen, uv));
+    const I16 blue = hn::SaturatedAdd(quarterLuma, multiplyAddBytes(fBlue, uv));
+    return {hn::ShiftRight<7>(red), hn::ShiftRight<6>(green), hn::ShiftRight<6>(blue)};
   }
 
  private:
-  static constexpr int kLumaOffset = -8192;  // a multiple of 2; lets red's two terms fit
-
-  // The other offsets: -16 of luma, -128 of chroma, less what the luma term has.
-  Scale<149 * 256, kLumaOffset> fLuma;
-  Scale<409 * 128, -149 * 16 - 409 * 64 - kLumaOffset> fRed;
-  Scale<129 * 256, -149 * 8 - 129 * 128 - kLumaOffset / 2> fBlue;
-  U8 fChromaOfPixels;
-  U16 fUpperByte;
-  I8 fGreenWeights;
-  I16 fGreenOffset;
+  U8 fMiddle, fChromaOfPixels;
+  U8 fLuma, fRed, fGreen, fBlue;
+  I16 fHalfOffset, fQuarterOffset;
 };
 
 /// In each lane the first channel of eight pixels and then the second; the third of the first

@@ -70,8 +70,11 @@ HWY_INLINE U32 doubleWords(std::uint32_t pValue) { return fixed(hn::Set(kU32, pV
 HWY_INLINE I32 signedDoubleWords(int pValue) { return fixed(hn::Set(kI32, pValue)); }
 
 /// Two bytes or words in each element, the lower one first: weights of a multiply-add.
+HWY_INLINE U8 unsignedBytePairs(int pLow, int pHigh) {
+  return hn::BitCast(kU8, words((pLow & 255) | pHigh << 8));
+}
 HWY_INLINE I8 bytePairs(int pLow, int pHigh) {
-  return hn::BitCast(kI8, words((pLow & 255) | pHigh << 8));
+  return hn::BitCast(kI8, unsignedBytePairs(pLow, pHigh));
 }
 HWY_INLINE I16 wordPairs(int pLow, int pHigh) {
   const auto low = static_cast<std::uint32_t>(pLow) & 0xFFFF;
@@ -80,8 +83,8 @@ HWY_INLINE I16 wordPairs(int pLow, int pHigh) {
 
 // Sums of neighbouring products. Bytes saturate at 16 bits: the callers' ranges rule that out.
 #if HWY_MAX_BYTES == 64
-HWY_INLINE I16 multiplyAddBytes(U8 pBytes, I8 pWeights) {
-  return I16{_mm512_maddubs_epi16(pBytes.raw, pWeights.raw)};
+HWY_INLINE I16 multiplyAddBytes(U8 pUnsigned, I8 pSigned) {
+  return I16{_mm512_maddubs_epi16(pUnsigned.raw, pSigned.raw)};
 }
 HWY_INLINE I32 multiplyAddWords(I16 pWords, I16 pWeights) {
   return I32{_mm512_madd_epi16(pWords.raw, pWeights.raw)};
@@ -91,8 +94,8 @@ HWY_INLINE U8 packClamped(I16 pLow, I16 pHigh) {
   return U8{_mm512_packus_epi16(pLow.raw, pHigh.raw)};
 }
 #elif HWY_MAX_BYTES == 32
-HWY_INLINE I16 multiplyAddBytes(U8 pBytes, I8 pWeights) {
-  return I16{_mm256_maddubs_epi16(pBytes.raw, pWeights.raw)};
+HWY_INLINE I16 multiplyAddBytes(U8 pUnsigned, I8 pSigned) {
+  return I16{_mm256_maddubs_epi16(pUnsigned.raw, pSigned.raw)};
 }
 HWY_INLINE I32 multiplyAddWords(I16 pWords, I16 pWeights) {
   return I32{_mm256_madd_epi16(pWords.raw, pWeights.raw)};
@@ -101,8 +104,8 @@ HWY_INLINE U8 packClamped(I16 pLow, I16 pHigh) {
   return U8{_mm256_packus_epi16(pLow.raw, pHigh.raw)};
 }
 #else
-HWY_INLINE I16 multiplyAddBytes(U8 pBytes, I8 pWeights) {
-  return I16{_mm_maddubs_epi16(pBytes.raw, pWeights.raw)};
+HWY_INLINE I16 multiplyAddBytes(U8 pUnsigned, I8 pSigned) {
+  return I16{_mm_maddubs_epi16(pUnsigned.raw, pSigned.raw)};
 }
 HWY_INLINE I32 multiplyAddWords(I16 pWords, I16 pWeights) {
   return I32{_mm_madd_epi16(pWords.raw, pWeights.raw)};
