@@ -28,7 +28,7 @@ constexpr Index kStoresAhead = 512;
 /// Asks for the cache lines of some bytes, to write to them.
 template <Index kBytes>
 HWY_INLINE void expectStores(const Byte* pTo) {
-  if constexpr (kBytes < kCacheLine / 2) return;  // would ask for each line too often
+  if constexpr (kBytes <= kCacheLine / 2) return;  // would ask for each line twice or more
   for (Index i = 0; i < kBytes; i += kCacheLine) {
     // Does nothing on processors that don't know it.
     asm volatile("prefetchw %0" : : "m"(pTo[i]));
