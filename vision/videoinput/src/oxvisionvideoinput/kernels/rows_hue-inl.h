@@ -91,15 +91,13 @@ struct Sector {
 /// vector's, odd ones the second's.
 class Hue {
  public:
-  HWY_INLINE Hue() : fFactor(85, 2), fMinus85(words(-85 & 0xFFFF)) {}
+  HWY_INLINE Hue() : fFactor(85), fMinus85(words(-85 & 0xFFFF)) {}
 
   HWY_INLINE const Factor* factor() const { return &fFactor; }
 
   static HWY_INLINE Fraction fraction(const FractionMaker& pMaker, const Chroma& pFirst,
                                       const Chroma& pSecond) {
-    Fraction fraction = pMaker.of(pFirst.rest, pSecond.rest, pFirst.range, pSecond.range);
-    fraction.lowD = hn::Add(fraction.lowD, fraction.lowD);
-    return fraction;
+    return pMaker.of(pFirst.rest, pSecond.rest, pFirst.range, pSecond.range);
   }
 
   HWY_INLINE Sector sector(const Chroma& pFirst, const Chroma& pSecond) const {
@@ -116,9 +114,11 @@ class Hue {
     return {isBackward, hn::And(isRedLess, less)};
   }
 
-  /// The hues, modulo 256.
-  static HWY_INLINE U16 turn(U16 pQuotient, const Sector& pSector) {
-    return hn::Sub(hn::Xor(pQuotient, pSector.isBackward), pSector.less);
+  /// The hues, modulo 256, of the quotients in 64ths. Of two divisions that truncate, the one by 2
+  /// may as well be the second.
+  static HWY_INLINE U16 turn(U16 pQuotient64, const Sector& pSector) {
+    const U16 half = hn::ShiftRight<7>(pQuotient64);
+    return hn::Sub(hn::Xor(half, pSector.isBackward), pSector.less);
   }
 
  private:
@@ -130,7 +130,7 @@ class Hue {
 class Saturation {
  public:
   HWY_INLINE Saturation()
-      : fFactor(255, 1), fFirstLuma(wordPairs(298, 0)), fSecondLuma(wordPairs(0, 298)) {}
+      : fFactor(255), fFirstLuma(wordPairs(298, 0)), fSecondLuma(wordPairs(0, 298)) {}
 
   HWY_INLINE const Factor* factor() const { return &fFactor; }
 
@@ -173,7 +173,8 @@ class HueAndSaturation {
     const Factor* const factors[] = {fHue.factor(), fSaturation.factor(), fSaturation.factor()};
     U16 quotients[3];
     fDivision(fractions, factors, quotients);
-    return {Hue::turn(quotients[0], sector), quotients[1], quotients[2]};
+    return {Hue::turn(quotients[0], sector), hn::ShiftRight<6>(quotients[1]),
+            hn::ShiftRight<6>(quotients[2])};
   }
 
  private:

@@ -91,15 +91,16 @@ class FractionMaker {
   U8 fDown, fUp;
 };
 
-/// pFactor / pHalves of a fraction, for 1 or 2 halves. With two, lowD is that of the doubled d.
+/// What a fraction is multiplied with, below 256.
 struct Factor {
-  HWY_INLINE Factor(int pFactor, int pHalves)
-      : factor(words(pFactor)), factor256(words(pFactor * 256 / pHalves)) {}
+  HWY_INLINE explicit Factor(int pFactor)
+      : factor(words(pFactor)), factor256(words(pFactor * 256)) {}
 
   U16 factor, factor256;
 };
 
-/// factor * n / d, truncated, of several fractions; 0 for n = 0.
+/// factor * n / d of several fractions, in 64ths: the integer part is exact, the rest is not. 0 for
+/// n = 0.
 ///
 /// A line gives 1 / d to 7 %, and a parabola of the error the rest to 1 in 4000. The quotient so
 /// known, in 64ths and never below the true one, is less than 15 of them too large: the integer is
@@ -118,19 +119,18 @@ class Division {
   HWY_INLINE void operator()(const Fraction (&pFractions)[kCount],
                              const Factor* const (&pFactors)[kCount],
                              U16 (&pQuotients)[kCount]) const {
-    U16 quotient64[kCount], remainder[kCount];
-    approximateRatios(pFractions, quotient64);
+    U16 remainder[kCount];
+    approximateRatios(pFractions, pQuotients);
     for (int i = 0; i < kCount; ++i) {
-      quotient64[i] = hn::Add(hn::MulHigh(quotient64[i], pFactors[i]->factor256), fSlack);
+      pQuotients[i] = hn::Add(hn::MulHigh(pQuotients[i], pFactors[i]->factor256), fSlack);
     }
     for (int i = 0; i < kCount; ++i) {
       const U16 dividend = hn::Mul(pFractions[i].lowN, pFactors[i]->factor);
-      const U16 product = hn::Mul(hn::ShiftRight<6>(quotient64[i]), pFractions[i].lowD);
+      const U16 product = hn::Mul(hn::ShiftRight<6>(pQuotients[i]), pFractions[i].lowD);
       remainder[i] = hn::Sub(dividend, product);
     }
     for (int i = 0; i < kCount; ++i) {
-      pQuotients[i] =
-          hn::ShiftRight<6>(hn::SaturatedSub(quotient64[i], hn::ShiftRight<12>(remainder[i])));
+      pQuotients[i] = hn::SaturatedSub(pQuotients[i], hn::ShiftRight<12>(remainder[i]));
     }
   }
 
