@@ -62,41 +62,36 @@ class RGBChannels {
   I16 fHalfOffset, fQuarterOffset;
 };
 
-/// In each lane the first channel of eight pixels and then the second; the third of the first
-/// vector's and of the second's.
-struct PlaceOfChannels {
-  static constexpr bool isInBoth(Index pByte) { return pByte == 2; }
-  static constexpr Index place(Index pPixel, Index pByte, bool pIsSecond) {
-    const bool isUpperHalf = isInBoth(pByte) ? pIsSecond : pByte == 1;
-    return pPixel / 8 * kLaneBytes + 8 * isUpperHalf + pPixel % 8;
-  }
-};
+using Channel = I16 Channels::*;
 
-struct RGBFormat {
-  using Place = PlaceOfChannels;
-  HWY_INLINE RGBFormat() {}
+/// Green between the two other channels.
+template <Channel kFirst, Channel kThird>
+struct ChannelsFormat {
+  /// In each lane the first channel of eight pixels and then the second; the third of the first
+  /// vector's and of the second's.
+  struct Place {
+    static constexpr bool isInBoth(Index pByte) { return pByte == 2; }
+    static constexpr Index place(Index pPixel, Index pByte, bool pIsSecond) {
+      const bool isUpperHalf = isInBoth(pByte) ? pIsSecond : pByte == 1;
+      return pPixel / 8 * kLaneBytes + 8 * isUpperHalf + pPixel % 8;
+    }
+  };
 
-  HWY_INLINE ThreeBytes convert(const Pair& pPair) const {
-    const Channels first = fChannels.of(pPair.first);
-    const Channels second = fChannels.of(pPair.second);
-    return {packClamped(first.red, first.green), packClamped(second.red, second.green),
-            packClamped(first.blue, second.blue)};
-  }
-  RGBChannels fChannels;
-};
-
-struct BGRFormat {
-  using Place = PlaceOfChannels;
-  HWY_INLINE BGRFormat() {}
+  HWY_INLINE ChannelsFormat() {}
 
   HWY_INLINE ThreeBytes convert(const Pair& pPair) const {
     const Channels first = fChannels.of(pPair.first);
     const Channels second = fChannels.of(pPair.second);
-    return {packClamped(first.blue, first.green), packClamped(second.blue, second.green),
-            packClamped(first.red, second.red)};
+    return {packClamped(first.*kFirst, first.green), packClamped(second.*kFirst, second.green),
+            packClamped(first.*kThird, second.*kThird)};
   }
+
+ private:
   RGBChannels fChannels;
 };
+
+using RGBFormat = ChannelsFormat<&Channels::red, &Channels::blue>;
+using BGRFormat = ChannelsFormat<&Channels::blue, &Channels::red>;
 
 void rowsToRGB(const Rows& pRows) {
   convertRows<ThreeBytesBlock<RGBFormat>>(pRows, plainRows().toRGB);
