@@ -9,14 +9,14 @@
 #include <string>
 #include <vector>
 
-#include "oxbroker.h"
-#include "oxclock.h"
-#include "oxdefinitions.h"
-#include "oxlog.h"
-#include "oxremotebroker.h"
-#include "oxserver.h"
-#include "oxservices.h"
-#include "oxvideo.h"
+#include <oxframework/oxbroker.h>
+#include <oxframework/oxclock.h>
+#include <oxframework/oxdefinitions.h>
+#include <oxframework/oxlog.h>
+#include <oxframework/oxremotebroker.h>
+#include <oxframework/oxserver.h>
+#include <oxframework/oxservices.h>
+#include <oxframework/oxvideo.h>
 #include "oxvisionfilecam.h"
 #include "oxvisionsimulatorcam.h"
 

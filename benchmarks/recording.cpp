@@ -13,8 +13,8 @@
 #include <string>
 #include <vector>
 
-#include "oxdefinitions.h"
-#include "oxvideo.h"
+#include <oxframework/oxdefinitions.h>
+#include <oxframework/oxvideo.h>
 
 namespace {
 

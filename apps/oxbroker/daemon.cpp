@@ -4,13 +4,13 @@
 #include <string>
 #include <vector>
 
+#include <oxframework/oxbroker.h>
+#include <oxframework/oxerror.h>
+#include <oxframework/oxlog.h>
+#include <oxframework/oxmodule.h>
+#include <oxframework/oxserver.h>
+#include <oxframework/oxservices.h>
 #include "modulelibrary.h"
-#include "oxbroker.h"
-#include "oxerror.h"
-#include "oxlog.h"
-#include "oxmodule.h"
-#include "oxserver.h"
-#include "oxservices.h"
 
 namespace OX::daemon {
 namespace {

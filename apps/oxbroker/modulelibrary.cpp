@@ -5,8 +5,8 @@
 #include <filesystem>
 #include <system_error>
 
-#include "oxbroker.h"
-#include "oxerror.h"
+#include <oxframework/oxbroker.h>
+#include <oxframework/oxerror.h>
 
 namespace OX::daemon {
 namespace {

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "oxserver.h"
+#include <oxframework/oxserver.h>
 
 namespace OX::daemon {
 

@@ -2,7 +2,7 @@
 
 #include <fmt/format.h>
 
-#include "oxdefinitions.h"
+#include <oxframework/oxdefinitions.h>
 #include "status.h"
 #include "values.h"
 

@@ -1,7 +1,7 @@
 /// What a camera wants to be fed with.
 #pragma once
 
-#include "oxvalue.h"
+#include <oxframework/oxvalue.h>
 #include "wishes.h"
 
 namespace OX::cli {

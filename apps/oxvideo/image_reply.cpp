@@ -2,8 +2,8 @@
 
 #include <fmt/format.h>
 
-#include "oxdefinitions.h"
-#include "oxerror.h"
+#include <oxframework/oxdefinitions.h>
+#include <oxframework/oxerror.h>
 #include "status.h"
 
 namespace OX::cli {

@@ -5,7 +5,7 @@
 #include <optional>
 #include <vector>
 
-#include "oxvalue.h"
+#include <oxframework/oxvalue.h>
 
 namespace OX::cli {
 

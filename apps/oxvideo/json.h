@@ -4,7 +4,7 @@
 #include <nlohmann/json.hpp>
 #include <string>
 
-#include "oxvalue.h"
+#include <oxframework/oxvalue.h>
 
 namespace OX::cli {
 

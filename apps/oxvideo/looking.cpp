@@ -2,7 +2,7 @@
 
 #include <CLI/CLI.hpp>
 
-#include "oxdefinitions.h"
+#include <oxframework/oxdefinitions.h>
 #include "wishes.h"
 
 namespace OX::cli {

@@ -5,7 +5,7 @@
 #include <algorithm>
 #include <cmath>
 
-#include "oxdefinitions.h"
+#include <oxframework/oxdefinitions.h>
 #include "status.h"
 
 namespace OX::cli {

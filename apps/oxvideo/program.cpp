@@ -4,10 +4,10 @@
 #include <cstdlib>
 #include <sstream>
 
+#include <oxframework/oxerror.h>
+#include <oxframework/oxlog.h>
 #include "commands/commands.h"
 #include "interrupt.h"
-#include "oxerror.h"
-#include "oxlog.h"
 #include "recordings/verbs.h"
 #include "status.h"
 

@@ -6,7 +6,7 @@
 #include <chrono>
 #include <string_view>
 
-#include "oxerror.h"
+#include <oxframework/oxerror.h>
 #include "status.h"
 #include "text.h"
 

@@ -6,9 +6,9 @@
 #include <string>
 #include <vector>
 
+#include <oxframework/oxremotebroker.h>
+#include <oxframework/oxvalue.h>
 #include "image_reply.h"
-#include "oxremotebroker.h"
-#include "oxvalue.h"
 
 namespace OX::cli {
 

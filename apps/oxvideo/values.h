@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "oxvalue.h"
+#include <oxframework/oxvalue.h>
 
 namespace OX::cli {
 

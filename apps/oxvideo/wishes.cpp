@@ -5,7 +5,7 @@
 #include <charconv>
 #include <optional>
 
-#include "oxdefinitions.h"
+#include <oxframework/oxdefinitions.h>
 #include "status.h"
 #include "text.h"
 

@@ -7,14 +7,14 @@
 #include <mutex>
 #include <string>
 
-#include "ivideoinput.h"
-#include "oxapi.h"
-#include "oxbroker.h"
-#include "oxdefinitions.h"
-#include "oxerror.h"
-#include "oximage.h"
-#include "oxmodule.h"
-#include "oxvalue/detail/oxfunctor.h"
+#include <oxframework/oxapi.h>
+#include <oxframework/oxbroker.h>
+#include <oxframework/oxdefinitions.h>
+#include <oxframework/oxerror.h>
+#include <oxframework/oximage.h>
+#include <oxframework/oxmodule.h>
+#include <oxvalue/detail/oxfunctor.h>
+#include <oxvision/ivideoinput.h>
 
 namespace {
 

@@ -1,8 +1,8 @@
 #include "brokermodule.h"
 
-#include "oxbroker.h"
-#include "oxerror.h"
-#include "oxvalue/detail/oxfunctor.h"
+#include <oxframework/oxbroker.h>
+#include <oxframework/oxerror.h>
+#include <oxvalue/detail/oxfunctor.h>
 
 namespace OX {
 namespace {

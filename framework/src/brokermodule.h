@@ -4,7 +4,7 @@
 #include <boost/shared_ptr.hpp>
 #include <string>
 
-#include "oxmodule.h"
+#include <oxframework/oxmodule.h>
 
 namespace OX {
 

@@ -1,14 +1,14 @@
-#include "oxbroker.h"
+#include <oxframework/oxbroker.h>
 
 #include <algorithm>
 #include <boost/make_shared.hpp>
 #include <chrono>
 #include <exception>
 
+#include <oxframework/oxlog.h>
+#include <oxframework/oxmodule.h>
+#include <oxframework/oxproxies.h>
 #include "brokermodule.h"
-#include "oxlog.h"
-#include "oxmodule.h"
-#include "oxproxies.h"
 #include "threadpool.h"
 
 namespace OX {

@@ -1,4 +1,4 @@
-#include "oxclock.h"
+#include <oxframework/oxclock.h>
 
 #include <unistd.h>
 

@@ -1,4 +1,4 @@
-#include "oxdefinitions.h"
+#include <oxframework/oxdefinitions.h>
 
 #include <strings.h>
 

@@ -1,4 +1,4 @@
-#include "oxerror.h"
+#include <oxframework/oxerror.h>
 
 namespace OX {
 

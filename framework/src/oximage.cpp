@@ -1,11 +1,11 @@
-#include "oximage.h"
+#include <oxframework/oximage.h>
 
 #include <sys/mman.h>
 
 #include <algorithm>
 #include <new>
 
-#include "oxdefinitions.h"
+#include <oxframework/oxdefinitions.h>
 
 namespace OX {
 namespace {

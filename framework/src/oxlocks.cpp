@@ -1,10 +1,10 @@
-#include "oxlocks.h"
+#include <oxframework/oxlocks.h>
 
 #include <algorithm>
 #include <boost/make_shared.hpp>
 #include <condition_variable>
 
-#include "oxerror.h"
+#include <oxframework/oxerror.h>
 
 namespace OX {
 namespace {

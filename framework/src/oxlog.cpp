@@ -1,4 +1,4 @@
-#include "oxlog.h"
+#include <oxframework/oxlog.h>
 
 #include <spdlog/sinks/stdout_color_sinks.h>
 #include <spdlog/spdlog.h>

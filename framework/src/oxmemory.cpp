@@ -1,10 +1,10 @@
 #include <algorithm>
 
-#include "oxbroker.h"
-#include "oxerror.h"
-#include "oxlog.h"
-#include "oxservices.h"
-#include "oxvalue/detail/oxfunctor.h"
+#include <oxframework/oxbroker.h>
+#include <oxframework/oxerror.h>
+#include <oxframework/oxlog.h>
+#include <oxframework/oxservices.h>
+#include <oxvalue/detail/oxfunctor.h>
 
 namespace OX {
 namespace {

@@ -1,9 +1,9 @@
-#include "oxmethod.h"
+#include <oxframework/oxmethod.h>
 
 #include <tuple>
 
-#include "oxerror.h"
-#include "oxtools.h"
+#include <oxframework/oxerror.h>
+#include <oxframework/oxtools.h>
 
 namespace OX {
 namespace {

@@ -1,7 +1,7 @@
-#include "oxmodule.h"
+#include <oxframework/oxmodule.h>
 
-#include "oxbroker.h"
-#include "oxerror.h"
+#include <oxframework/oxbroker.h>
+#include <oxframework/oxerror.h>
 
 namespace OX {
 

@@ -9,9 +9,9 @@
 #include <string_view>
 #include <system_error>
 
-#include "oxerror.h"
-#include "oxservices.h"
-#include "oxvalue/detail/oxfunctor.h"
+#include <oxframework/oxerror.h>
+#include <oxframework/oxservices.h>
+#include <oxvalue/detail/oxfunctor.h>
 
 namespace OX {
 namespace {

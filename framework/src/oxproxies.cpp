@@ -1,6 +1,6 @@
-#include "oxproxies.h"
+#include <oxframework/oxproxies.h>
 
-#include "oxerror.h"
+#include <oxframework/oxerror.h>
 
 namespace OX {
 namespace {

@@ -1,4 +1,4 @@
-#include "oxtools.h"
+#include <oxframework/oxtools.h>
 
 namespace OX {
 

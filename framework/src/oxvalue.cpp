@@ -1,10 +1,10 @@
-#include "oxvalue.h"
+#include <oxframework/oxvalue.h>
 
 #include <array>
 #include <boost/make_shared.hpp>
 #include <cstring>
 
-#include "oxerror.h"
+#include <oxframework/oxerror.h>
 
 namespace OX {
 namespace {

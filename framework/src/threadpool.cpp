@@ -9,8 +9,8 @@
 #include <thread>
 #include <utility>
 
-#include "oxerror.h"
-#include "oxlog.h"
+#include <oxframework/oxerror.h>
+#include <oxframework/oxlog.h>
 
 namespace OX {
 namespace {

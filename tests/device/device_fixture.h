@@ -7,9 +7,9 @@
 #include <string>
 #include <vector>
 
-#include "oxbroker.h"
-#include "oxdefinitions.h"
-#include "oxservices.h"
+#include <oxframework/oxbroker.h>
+#include <oxframework/oxdefinitions.h>
+#include <oxframework/oxservices.h>
 #include "oxvisionsimulatorcam.h"
 #include "support/capture_log.h"
 #include "support/fake_clock.h"

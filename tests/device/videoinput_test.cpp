@@ -1,12 +1,12 @@
 // The plug-in's entry point: which source a preference file chooses, and what is said otherwise.
-#include "videoinput.h"
+#include <oxvision/videoinput.h>
 
 #include <gtest/gtest.h>
 
 #include <filesystem>
 #include <fstream>
 
-#include "oxservices.h"
+#include <oxframework/oxservices.h>
 #include "support/capture_log.h"
 
 namespace OX::test {

@@ -2,8 +2,8 @@
 #include <dlfcn.h>
 #include <gtest/gtest.h>
 
-#include "oxbroker.h"
-#include "oxservices.h"
+#include <oxframework/oxbroker.h>
+#include <oxframework/oxservices.h>
 #include "support/capture_log.h"
 #include "support/outcome.h"
 

@@ -1,4 +1,4 @@
-#include "oxbroker.h"
+#include <oxframework/oxbroker.h>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -9,9 +9,9 @@
 #include <thread>
 #include <vector>
 
-#include "oxmodule.h"
-#include "oxproxies.h"
-#include "oxvalue/detail/oxfunctor.h"
+#include <oxframework/oxmodule.h>
+#include <oxframework/oxproxies.h>
+#include <oxvalue/detail/oxfunctor.h>
 #include "support/capture_log.h"
 #include "support/outcome.h"
 

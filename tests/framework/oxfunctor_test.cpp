@@ -1,11 +1,11 @@
-#include "oxvalue/detail/oxfunctor.h"
+#include <oxvalue/detail/oxfunctor.h>
 
 #include <gtest/gtest.h>
 
 #include <stdexcept>
 #include <vector>
 
-#include "oximage.h"
+#include <oxframework/oximage.h>
 #include "support/outcome.h"
 
 namespace OX::test {

@@ -1,6 +1,6 @@
 // Each row of OXMutexRW's table, its fairness, and its exclusion under random use. A thread counts
 // as waiting when it has begun its request, has not come back, and the kernel says that it sleeps.
-#include "oxlocks.h"
+#include <oxframework/oxlocks.h>
 
 #include <gtest/gtest.h>
 #include <unistd.h>
@@ -16,7 +16,7 @@
 #include <thread>
 #include <vector>
 
-#include "oxerror.h"
+#include <oxframework/oxerror.h>
 
 namespace OX::test {
 namespace {

@@ -1,11 +1,11 @@
-#include "oxvalue.h"
+#include <oxframework/oxvalue.h>
 
 #include <gtest/gtest.h>
 
 #include <cstring>
 #include <vector>
 
-#include "oximage.h"
+#include <oxframework/oximage.h>
 #include "support/outcome.h"
 
 namespace OX::test {

@@ -1,4 +1,4 @@
-#include "oxservices.h"
+#include <oxframework/oxservices.h>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -10,9 +10,9 @@
 #include <thread>
 #include <vector>
 
-#include "oxbroker.h"
-#include "oxproxies.h"
-#include "oxvalue/detail/oxfunctor.h"
+#include <oxframework/oxbroker.h>
+#include <oxframework/oxproxies.h>
+#include <oxvalue/detail/oxfunctor.h>
 #include "support/capture_log.h"
 #include "support/outcome.h"
 

@@ -9,7 +9,7 @@
 #include <thread>
 #include <vector>
 
-#include "oxerror.h"
+#include <oxframework/oxerror.h>
 #include "support/capture_log.h"
 
 namespace OX::test {

@@ -9,9 +9,9 @@
 #include <limits>
 #include <string>
 
-#include "oxdefinitions.h"
-#include "oxlog.h"
-#include "oxvideo.h"
+#include <oxframework/oxdefinitions.h>
+#include <oxframework/oxlog.h>
+#include <oxframework/oxvideo.h>
 #include "oxvideoformat.h"
 
 extern "C" std::size_t LLVMFuzzerMutate(std::uint8_t* pData, std::size_t pSize,

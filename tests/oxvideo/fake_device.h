@@ -9,12 +9,12 @@
 #include <string>
 #include <vector>
 
-#include "oxbroker.h"
-#include "oxdefinitions.h"
-#include "oxerror.h"
-#include "oxmodule.h"
-#include "oxserver.h"
-#include "oxvalue/detail/oxfunctor.h"
+#include <oxframework/oxbroker.h>
+#include <oxframework/oxdefinitions.h>
+#include <oxframework/oxerror.h>
+#include <oxframework/oxmodule.h>
+#include <oxframework/oxserver.h>
+#include <oxvalue/detail/oxfunctor.h>
 #include "scratch_folder.h"
 #include "values.h"
 

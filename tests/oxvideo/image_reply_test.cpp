@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "oxdefinitions.h"
+#include <oxframework/oxdefinitions.h>
 #include "status.h"
 
 using namespace OX;

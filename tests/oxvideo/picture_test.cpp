@@ -5,7 +5,7 @@
 
 #include <numeric>
 
-#include "oxdefinitions.h"
+#include <oxframework/oxdefinitions.h>
 #include "status.h"
 
 using namespace OX;

@@ -2,8 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <oxframework/oxdefinitions.h>
 #include "expected.h"
-#include "oxdefinitions.h"
 #include "status.h"
 #include "text.h"
 

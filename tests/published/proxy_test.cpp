@@ -1,5 +1,5 @@
 // The typed proxy: the example that the module publishes, as it stands, and both ways to a device.
-#include "oxvideodeviceproxy.h"
+#include <oxclient/oxvideodeviceproxy.h>
 
 #include <fstream>
 

@@ -5,9 +5,9 @@
 
 #include <memory>
 
+#include <oxframework/oxremotebroker.h>
+#include <oxframework/oxserver.h>
 #include "device_fixture.h"
-#include "oxremotebroker.h"
-#include "oxserver.h"
 #include "oxvisionfilecam.h"
 
 namespace OX::test {

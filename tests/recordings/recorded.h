@@ -11,8 +11,8 @@
 #include <string>
 #include <vector>
 
-#include "oxdefinitions.h"
-#include "oxvideo.h"
+#include <oxframework/oxdefinitions.h>
+#include <oxframework/oxvideo.h>
 #include "oxvideo/scratch_folder.h"
 #include "program.h"
 

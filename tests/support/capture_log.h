@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "oxlog.h"
+#include <oxframework/oxlog.h>
 
 namespace OX::test {
 

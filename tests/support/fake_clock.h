@@ -8,7 +8,7 @@
 #include <thread>
 #include <utility>
 
-#include "oxclock.h"
+#include <oxframework/oxclock.h>
 
 namespace OX::test {
 

@@ -4,8 +4,8 @@
 #include <sstream>
 #include <string>
 
-#include "oxerror.h"
-#include "oxvalue.h"
+#include <oxframework/oxerror.h>
+#include <oxframework/oxvalue.h>
 
 namespace OX::test {
 

@@ -1,5 +1,5 @@
 // The caller's end: many threads on one connection, time limits, events, and the end of it.
-#include "oxremotebroker.h"
+#include <oxframework/oxremotebroker.h>
 
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
@@ -12,7 +12,7 @@
 #include <mutex>
 #include <vector>
 
-#include "oxproxies.h"
+#include <oxframework/oxproxies.h>
 #include "served_broker.h"
 
 namespace OX::test {

@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "oxremotebroker.h"
+#include <oxframework/oxremotebroker.h>
 #include "raw_client.h"
 
 extern char** environ;

@@ -1,5 +1,5 @@
 // A library for the daemon to load; built once as one that works and once as one that does not.
-#include "oxapi.h"
+#include <oxframework/oxapi.h>
 #include "probe_module.h"
 
 extern "C" OX_API int _createModule(boost::shared_ptr<OX::OXBroker> pBroker) {

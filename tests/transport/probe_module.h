@@ -9,10 +9,10 @@
 #include <string>
 #include <vector>
 
-#include "oxbroker.h"
-#include "oxerror.h"
-#include "oxmodule.h"
-#include "oxvalue/detail/oxfunctor.h"
+#include <oxframework/oxbroker.h>
+#include <oxframework/oxerror.h>
+#include <oxframework/oxmodule.h>
+#include <oxvalue/detail/oxfunctor.h>
 
 namespace OX::test {
 

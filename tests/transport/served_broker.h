@@ -10,9 +10,9 @@
 #include <string>
 #include <thread>
 
-#include "oxremotebroker.h"
-#include "oxserver.h"
-#include "oxservices.h"
+#include <oxframework/oxremotebroker.h>
+#include <oxframework/oxserver.h>
+#include <oxframework/oxservices.h>
 #include "probe_module.h"
 #include "support/capture_log.h"
 

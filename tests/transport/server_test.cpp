@@ -1,5 +1,5 @@
 // The server on real sockets: what clients may do to a broker, and what they can't.
-#include "oxserver.h"
+#include <oxframework/oxserver.h>
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -10,7 +10,7 @@
 #include <functional>
 #include <vector>
 
-#include "oxproxies.h"
+#include <oxframework/oxproxies.h>
 #include "raw_client.h"
 #include "served_broker.h"
 

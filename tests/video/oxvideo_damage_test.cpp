@@ -9,8 +9,8 @@
 #include <csignal>
 #include <random>
 
+#include <oxframework/oxvideo.h>
 #include "capture_log.h"
-#include "oxvideo.h"
 #include "oxvideoformat.h"
 #include "recordings.h"
 

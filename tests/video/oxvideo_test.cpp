@@ -1,6 +1,6 @@
 // Recording and reading: what goes in comes out, position by position, and what can't be written
 // harms nothing.
-#include "oxvideo.h"
+#include <oxframework/oxvideo.h>
 
 #include <fcntl.h>
 #include <gtest/gtest.h>

@@ -3,9 +3,9 @@
 #include <CLI/CLI.hpp>
 #include <memory>
 
+#include <oxframework/oxdefinitions.h>
 #include "commands.h"
 #include "json.h"
-#include "oxdefinitions.h"
 #include "session.h"
 #include "wishes.h"
 

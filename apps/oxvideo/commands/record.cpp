@@ -5,11 +5,11 @@
 #include <filesystem>
 #include <memory>
 
+#include <oxframework/oxdefinitions.h>
+#include <oxframework/oxerror.h>
 #include "commands.h"
 #include "interrupt.h"
 #include "looking.h"
-#include "oxdefinitions.h"
-#include "oxerror.h"
 #include "progress.h"
 #include "status.h"
 #include "wishes.h"

@@ -4,9 +4,9 @@
 #include <memory>
 #include <optional>
 
+#include <oxframework/oxdefinitions.h>
 #include "commands.h"
 #include "json.h"
-#include "oxdefinitions.h"
 #include "session.h"
 #include "status.h"
 #include "wishes.h"

@@ -5,12 +5,12 @@
 #include <chrono>
 #include <cmath>
 
+#include <oxframework/oxdefinitions.h>
+#include <oxframework/oxvideo.h>
 #include "ffmpeg.h"
 #include "frame_scaler.h"
 #include "frame_source.h"
 #include "interrupt.h"
-#include "oxdefinitions.h"
-#include "oxvideo.h"
 #include "recordings/yuyv.h"
 #include "status.h"
 #include "video_reader.h"

@@ -1,6 +1,6 @@
 #include "recordings/planes.h"
 
-#include "oxdefinitions.h"
+#include <oxframework/oxdefinitions.h>
 #include "picture.h"
 #include "status.h"
 

@@ -4,7 +4,7 @@
 
 #include <filesystem>
 
-#include "oxdefinitions.h"
+#include <oxframework/oxdefinitions.h>
 #include "status.h"
 #include "text.h"
 

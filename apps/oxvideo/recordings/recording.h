@@ -4,8 +4,8 @@
 #include <string>
 #include <vector>
 
+#include <oxframework/oxvideo.h>
 #include "image_reply.h"
-#include "oxvideo.h"
 
 namespace OX::cli {
 

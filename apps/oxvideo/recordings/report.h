@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "oxvideo.h"
+#include <oxframework/oxvideo.h>
 #include "text.h"
 
 namespace OX::cli {

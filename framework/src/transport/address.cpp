@@ -2,7 +2,7 @@
 
 #include <charconv>
 
-#include "oxerror.h"
+#include <oxframework/oxerror.h>
 
 namespace OX::wire {
 namespace {

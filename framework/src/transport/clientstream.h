@@ -8,7 +8,7 @@
 #include <optional>
 #include <string>
 
-#include "oxremotebroker.h"
+#include <oxframework/oxremotebroker.h>
 #include "stream.h"
 
 namespace OX::wire {

@@ -7,9 +7,9 @@
 #include <optional>
 #include <string>
 
+#include <oxframework/oxerror.h>
+#include <oxframework/oxvalue.h>
 #include "outgoingmessage.h"
-#include "oxerror.h"
-#include "oxvalue.h"
 #include "wirelimits.h"
 
 namespace OX::wire {

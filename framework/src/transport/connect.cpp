@@ -10,8 +10,8 @@
 #include <boost/system/system_error.hpp>
 #include <utility>
 
+#include <oxframework/oxerror.h>
 #include "address.h"
-#include "oxerror.h"
 #include "socketoptions.h"
 
 namespace OX::wire {

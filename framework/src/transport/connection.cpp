@@ -5,8 +5,8 @@
 #include <boost/make_shared.hpp>
 #include <utility>
 
-#include "oxlog.h"
-#include "oxmodule.h"
+#include <oxframework/oxlog.h>
+#include <oxframework/oxmodule.h>
 
 namespace OX::wire {
 namespace {

@@ -8,7 +8,7 @@
 #include <mutex>
 #include <string>
 
-#include "oxbroker.h"
+#include <oxframework/oxbroker.h>
 #include "stream.h"
 
 namespace OX::wire {

@@ -14,8 +14,8 @@
 #include <utility>
 #include <vector>
 
-#include "oxerror.h"
-#include "oxlog.h"
+#include <oxframework/oxerror.h>
+#include <oxframework/oxlog.h>
 #include "socketoptions.h"
 
 namespace OX::wire {

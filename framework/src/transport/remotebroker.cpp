@@ -4,10 +4,10 @@
 #include <thread>
 #include <utility>
 
+#include <oxframework/oxproxies.h>
+#include <oxframework/oxremotebroker.h>
 #include "clientstream.h"
 #include "connect.h"
-#include "oxproxies.h"
-#include "oxremotebroker.h"
 
 namespace OX {
 namespace {

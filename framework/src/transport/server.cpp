@@ -7,11 +7,11 @@
 #include <utility>
 #include <vector>
 
+#include <oxframework/oxerror.h>
+#include <oxframework/oxlog.h>
+#include <oxframework/oxserver.h>
 #include "connection.h"
 #include "listener.h"
-#include "oxerror.h"
-#include "oxlog.h"
-#include "oxserver.h"
 
 namespace OX {
 namespace {

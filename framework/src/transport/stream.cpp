@@ -6,7 +6,7 @@
 #include <limits>
 #include <utility>
 
-#include "oxlog.h"
+#include <oxframework/oxlog.h>
 
 namespace OX::wire {
 namespace {

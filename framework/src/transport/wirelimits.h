@@ -6,7 +6,7 @@
 #include <stdexcept>
 #include <string>
 
-#include "oxserver.h"
+#include <oxframework/oxserver.h>
 
 namespace OX::wire {
 

@@ -1,8 +1,8 @@
-#include "oxvideo.h"
+#include <oxframework/oxvideo.h>
 
 #include <exception>
 
-#include "oxlog.h"
+#include <oxframework/oxlog.h>
 #include "oxvideoreader.h"
 #include "oxvideowriter.h"
 

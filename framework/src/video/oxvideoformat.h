@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "oxvideo.h"
+#include <oxframework/oxvideo.h>
 
 struct XXH3_state_s;
 

@@ -4,7 +4,7 @@
 #include <limits>
 #include <memory>
 
-#include "oxdefinitions.h"
+#include <oxframework/oxdefinitions.h>
 
 namespace OX::detail {
 namespace {

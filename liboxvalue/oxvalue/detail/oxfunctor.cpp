@@ -2,7 +2,7 @@
 
 #include <exception>
 
-#include "oxerror.h"
+#include <oxframework/oxerror.h>
 
 namespace OX::detail {
 namespace {

@@ -20,10 +20,10 @@
 #include <utility>
 #include <vector>
 
-#include "oxapi.h"
-#include "oxmethod.h"
-#include "oxtools.h"
-#include "oxvalue.h"
+#include <oxframework/oxapi.h>
+#include <oxframework/oxmethod.h>
+#include <oxframework/oxtools.h>
+#include <oxframework/oxvalue.h>
 #include "oxvalue/detail/oxfunctorconvert.h"
 
 namespace OX {

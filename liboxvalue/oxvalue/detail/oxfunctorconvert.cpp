@@ -1,6 +1,6 @@
 #include "oxvalue/detail/oxfunctorconvert.h"
 
-#include "oxerror.h"
+#include <oxframework/oxerror.h>
 
 namespace OX::detail {
 namespace {

@@ -4,8 +4,8 @@
 #include <string>
 #include <vector>
 
-#include "oxapi.h"
-#include "oxvalue.h"
+#include <oxframework/oxapi.h>
+#include <oxframework/oxvalue.h>
 
 namespace OX::detail {
 

@@ -3,8 +3,8 @@
 
 #include <atomic>
 
-#include "oxdefinitions.h"
-#include "oximage.h"
+#include <oxframework/oxdefinitions.h>
+#include <oxframework/oximage.h>
 
 namespace OX {
 

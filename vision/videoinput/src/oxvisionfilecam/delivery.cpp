@@ -1,8 +1,8 @@
 // How a subscriber gets the current image of the replay and gives it back, and the parameters,
 // which a recording has for reading only.
-#include "oxdefinitions.h"
-#include "oxerror.h"
-#include "oxlog.h"
+#include <oxframework/oxdefinitions.h>
+#include <oxframework/oxerror.h>
+#include <oxframework/oxlog.h>
 #include "oxvisionfilecam.h"
 
 namespace OX {

@@ -2,11 +2,11 @@
 #include <boost/filesystem/operations.hpp>
 #include <boost/make_shared.hpp>
 
-#include "oxclock.h"
-#include "oxdefinitions.h"
-#include "oxerror.h"
-#include "oxlog.h"
-#include "oxvalue/detail/oxfunctor.h"
+#include <oxframework/oxclock.h>
+#include <oxframework/oxdefinitions.h>
+#include <oxframework/oxerror.h>
+#include <oxframework/oxlog.h>
+#include <oxvalue/detail/oxfunctor.h>
 #include "oxvisionfilecam.h"
 
 namespace OX {

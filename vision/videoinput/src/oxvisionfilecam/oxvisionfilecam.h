@@ -7,8 +7,8 @@
 #include <string>
 #include <vector>
 
+#include <oxframework/oxvideo.h>
 #include "cambuffer.h"
-#include "oxvideo.h"
 #include "oxvisionvideoinput.h"
 
 namespace OX {

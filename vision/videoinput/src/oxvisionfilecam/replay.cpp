@@ -2,8 +2,8 @@
 // everything but the published operations, which take it where they need it.
 #include <cmath>
 
-#include "oxclock.h"
-#include "oxlog.h"
+#include <oxframework/oxclock.h>
+#include <oxframework/oxlog.h>
 #include "oxvisionfilecam.h"
 #include "replayclock.h"
 

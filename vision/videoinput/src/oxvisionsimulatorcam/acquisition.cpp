@@ -1,7 +1,7 @@
 // How a subscriber gets the newest pushed frame: converted once, lent without a copy, given back.
 // All of it runs with fVisionModulesLock held for writing.
-#include "oxclock.h"
-#include "oxlog.h"
+#include <oxframework/oxclock.h>
+#include <oxframework/oxlog.h>
 #include "oxvisionsimulatorcam.h"
 
 namespace OX {

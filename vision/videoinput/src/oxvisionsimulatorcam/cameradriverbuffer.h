@@ -5,7 +5,7 @@
 #include <boost/shared_ptr.hpp>
 #include <vector>
 
-#include "oxlocks.h"
+#include <oxframework/oxlocks.h>
 #include "oxvisionbuffer.h"
 
 namespace OX {

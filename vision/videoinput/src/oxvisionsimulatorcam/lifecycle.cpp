@@ -1,8 +1,8 @@
 // Construction, opening and closing, and what a subscriber may ask for.
 #include <boost/make_shared.hpp>
 
-#include "oxdefinitions.h"
-#include "oxlog.h"
+#include <oxframework/oxdefinitions.h>
+#include <oxframework/oxlog.h>
 #include "oxvisionsimulatorcam.h"
 
 namespace OX {

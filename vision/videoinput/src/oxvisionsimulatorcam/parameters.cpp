@@ -1,8 +1,8 @@
 // Parameters of the simulated cameras, and the state machine of their grabbers.
-#include "oxclock.h"
-#include "oxdefinitions.h"
-#include "oxerror.h"
-#include "oxlog.h"
+#include <oxframework/oxclock.h>
+#include <oxframework/oxdefinitions.h>
+#include <oxframework/oxerror.h>
+#include <oxframework/oxlog.h>
 #include "oxvisionsimulatorcam.h"
 
 namespace OX {

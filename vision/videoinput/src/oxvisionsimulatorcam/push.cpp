@@ -2,9 +2,9 @@
 #include <atomic>
 #include <cstring>
 
-#include "oxclock.h"
-#include "oxdefinitions.h"
-#include "oxlog.h"
+#include <oxframework/oxclock.h>
+#include <oxframework/oxdefinitions.h>
+#include <oxframework/oxlog.h>
 #include "oxvisionsimulatorcam.h"
 
 namespace OX {

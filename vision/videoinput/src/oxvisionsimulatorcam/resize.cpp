@@ -1,6 +1,6 @@
 // From a pushed RGB frame to a YUV422 frame of the camera's resolution.
-#include "oxdefinitions.h"
-#include "oxlog.h"
+#include <oxframework/oxdefinitions.h>
+#include <oxframework/oxlog.h>
 #include "oxvisionsimulatorcam.h"
 #include "resampling.h"
 

@@ -5,8 +5,8 @@
 #include <boost/make_shared.hpp>
 #include <new>
 
-#include "oxdefinitions.h"
-#include "oxlog.h"
+#include <oxframework/oxdefinitions.h>
+#include <oxframework/oxlog.h>
 #include "oxvisionvideoinput.h"
 
 namespace OX {

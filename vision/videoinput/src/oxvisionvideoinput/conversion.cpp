@@ -3,9 +3,9 @@
 #include <algorithm>
 #include <array>
 
+#include <oxframework/oxdefinitions.h>
+#include <oxframework/oxlog.h>
 #include "kernels/kernels.h"
-#include "oxdefinitions.h"
-#include "oxlog.h"
 #include "oxvisionvideoinput.h"
 
 namespace OX {

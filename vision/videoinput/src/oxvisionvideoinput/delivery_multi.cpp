@@ -3,8 +3,8 @@
 #include <boost/make_shared.hpp>
 #include <cstring>
 
-#include "oxerror.h"
-#include "oxlog.h"
+#include <oxframework/oxerror.h>
+#include <oxframework/oxlog.h>
 #include "oxvisionvideoinput.h"
 #include "snapshots.h"
 

@@ -3,10 +3,10 @@
 #include <algorithm>
 #include <optional>
 
-#include "oxclock.h"
-#include "oxdefinitions.h"
-#include "oxerror.h"
-#include "oxlog.h"
+#include <oxframework/oxclock.h>
+#include <oxframework/oxdefinitions.h>
+#include <oxframework/oxerror.h>
+#include <oxframework/oxlog.h>
 #include "oxvisionvideoinput.h"
 #include "readpin.h"
 

@@ -1,7 +1,7 @@
 // Positions and sizes in an image against angles seen from the camera. No lock: what is read of a
 // camera is set when it is made.
+#include <oxframework/oxdefinitions.h>
 #include "lens.h"
-#include "oxdefinitions.h"
 #include "oxvisionvideoinput.h"
 
 namespace OX {

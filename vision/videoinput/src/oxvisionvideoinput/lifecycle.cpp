@@ -1,10 +1,10 @@
 // Construction, destruction, and the lookups that all areas share.
+#include <oxframework/oxdefinitions.h>
+#include <oxframework/oxerror.h>
+#include <oxframework/oxlog.h>
+#include <oxframework/oxproxies.h>
+#include <oxframework/oxvideo.h>
 #include "kernels/kernels.h"
-#include "oxdefinitions.h"
-#include "oxerror.h"
-#include "oxlog.h"
-#include "oxproxies.h"
-#include "oxvideo.h"
 #include "oxvisionvideoinput.h"
 #include "publish_texts.h"
 

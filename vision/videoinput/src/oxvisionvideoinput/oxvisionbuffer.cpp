@@ -2,8 +2,8 @@
 
 #include <new>
 
-#include "oxdefinitions.h"
-#include "oxlog.h"
+#include <oxframework/oxdefinitions.h>
+#include <oxframework/oxlog.h>
 
 namespace OX {
 

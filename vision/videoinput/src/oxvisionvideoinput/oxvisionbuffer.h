@@ -4,7 +4,7 @@
 #include <boost/shared_ptr.hpp>
 #include <memory>
 
-#include "oximage.h"
+#include <oxframework/oximage.h>
 
 namespace OX {
 

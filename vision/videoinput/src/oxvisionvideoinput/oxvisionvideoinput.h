@@ -8,10 +8,10 @@
 #include <string>
 #include <vector>
 
-#include "ivideoinput.h"
-#include "oxbroker.h"
-#include "oxlocks.h"
-#include "oxmodule.h"
+#include <oxframework/oxbroker.h>
+#include <oxframework/oxlocks.h>
+#include <oxframework/oxmodule.h>
+#include <oxvision/ivideoinput.h>
 #include "records.h"
 #include "report.h"
 

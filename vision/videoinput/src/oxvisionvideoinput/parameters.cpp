@@ -1,9 +1,9 @@
 // Camera parameters, and what a camera must run at from what all subscribers ask.
 #include <algorithm>
 
-#include "oxclock.h"
-#include "oxdefinitions.h"
-#include "oxlog.h"
+#include <oxframework/oxclock.h>
+#include <oxframework/oxdefinitions.h>
+#include <oxframework/oxlog.h>
 #include "oxvisionvideoinput.h"
 
 namespace OX {

@@ -6,8 +6,8 @@
 #include <string>
 #include <vector>
 
-#include "oxmethod.h"
-#include "oxvalue/detail/oxfunctor.h"
+#include <oxframework/oxmethod.h>
+#include <oxvalue/detail/oxfunctor.h>
 #include "oxvisionvideoinput.h"
 
 namespace OX {

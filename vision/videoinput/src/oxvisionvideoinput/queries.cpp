@@ -1,6 +1,6 @@
 // What a camera is doing now, its grabber, and the operations that only a simulator has.
-#include "oxdefinitions.h"
-#include "oxlog.h"
+#include <oxframework/oxdefinitions.h>
+#include <oxframework/oxlog.h>
 #include "oxvisionvideoinput.h"
 
 namespace OX {

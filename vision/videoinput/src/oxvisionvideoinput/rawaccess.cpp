@@ -4,8 +4,8 @@
 #include <new>
 #include <optional>
 
-#include "oxerror.h"
-#include "oxlog.h"
+#include <oxframework/oxerror.h>
+#include <oxframework/oxlog.h>
 #include "oxvisionvideoinput.h"
 #include "readpin.h"
 #include "snapshots.h"

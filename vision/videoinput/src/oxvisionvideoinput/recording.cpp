@@ -2,9 +2,9 @@
 // for it: a frame is considered only when the subscriber asks for an image.
 #include <cstdint>
 
-#include "oxerror.h"
-#include "oxlog.h"
-#include "oxvideo.h"
+#include <oxframework/oxerror.h>
+#include <oxframework/oxlog.h>
+#include <oxframework/oxvideo.h>
 #include "oxvisionvideoinput.h"
 
 namespace OX {

@@ -1,7 +1,7 @@
 #include "report.h"
 
-#include "oxerror.h"
-#include "oxlog.h"
+#include <oxframework/oxerror.h>
+#include <oxframework/oxlog.h>
 
 namespace OX::report {
 

@@ -1,8 +1,8 @@
 // What a subscriber may change of its wishes while it is subscribed, and what it may ask of them.
 #include <functional>
 
-#include "oxclock.h"
-#include "oxlog.h"
+#include <oxframework/oxclock.h>
+#include <oxframework/oxlog.h>
 #include "oxvisionvideoinput.h"
 
 namespace OX {

@@ -1,7 +1,7 @@
 // The settings of a subscriber with several streams: lists in the order of its cameras.
 #include <algorithm>
 
-#include "oxlog.h"
+#include <oxframework/oxlog.h>
 #include "oxvisionvideoinput.h"
 
 namespace OX {

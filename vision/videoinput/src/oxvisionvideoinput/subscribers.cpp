@@ -3,11 +3,11 @@
 #include <boost/make_shared.hpp>
 #include <new>
 
-#include "oxclock.h"
-#include "oxdefinitions.h"
-#include "oxerror.h"
-#include "oxlog.h"
-#include "oxvideo.h"
+#include <oxframework/oxclock.h>
+#include <oxframework/oxdefinitions.h>
+#include <oxframework/oxerror.h>
+#include <oxframework/oxlog.h>
+#include <oxframework/oxvideo.h>
 #include "oxvisionvideoinput.h"
 
 namespace OX {

@@ -1,11 +1,11 @@
-#include "videoinput.h"
+#include <oxvision/videoinput.h>
 
 #include <boost/make_shared.hpp>
 
-#include "oxerror.h"
-#include "oxlog.h"
-#include "oxmodule.h"
-#include "oxproxies.h"
+#include <oxframework/oxerror.h>
+#include <oxframework/oxlog.h>
+#include <oxframework/oxmodule.h>
+#include <oxframework/oxproxies.h>
 #include "oxvisionfilecam.h"
 #include "oxvisionsimulatorcam.h"
 

@@ -1,8 +1,8 @@
-#include "oxvideodeviceproxy.h"
+#include <oxclient/oxvideodeviceproxy.h>
 
-#include "ivideoinput.h"
-#include "oxerror.h"
-#include "oxmodule.h"
+#include <oxframework/oxerror.h>
+#include <oxframework/oxmodule.h>
+#include <oxvision/ivideoinput.h>
 
 namespace OX {
 namespace {

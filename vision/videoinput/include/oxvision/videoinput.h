@@ -8,9 +8,9 @@
 #include <map>
 #include <string>
 
-#include "oxapi.h"
-#include "oxbroker.h"
-#include "oxvalue.h"
+#include <oxframework/oxapi.h>
+#include <oxframework/oxbroker.h>
+#include <oxframework/oxvalue.h>
 
 extern "C" {
 

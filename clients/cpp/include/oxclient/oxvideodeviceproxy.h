@@ -6,10 +6,10 @@
 #include <string>
 #include <vector>
 
-#include "oxbroker.h"
-#include "oximage.h"
-#include "oxproxies.h"
-#include "oxvalue.h"
+#include <oxframework/oxbroker.h>
+#include <oxframework/oximage.h>
+#include <oxframework/oxproxies.h>
+#include <oxframework/oxvalue.h>
 
 namespace OX {
 
