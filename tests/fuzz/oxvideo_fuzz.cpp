@@ -12,7 +12,7 @@
 #include <oxframework/oxdefinitions.h>
 #include <oxframework/oxlog.h>
 #include <oxframework/oxvideo.h>
-#include "oxvideoformat.h"
+#include "recording/format.h"
 
 extern "C" std::size_t LLVMFuzzerMutate(std::uint8_t* pData, std::size_t pSize,
                                         std::size_t pMaxSize);

@@ -8,7 +8,7 @@
 #include <oxframework/oxlog.h>
 #include <oxframework/oxmodule.h>
 #include <oxframework/oxproxies.h>
-#include "brokermodule.h"
+#include "services/brokermodule.h"
 #include "threadpool.h"
 
 namespace OX {

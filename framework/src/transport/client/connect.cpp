@@ -11,8 +11,8 @@
 #include <utility>
 
 #include <oxframework/oxerror.h>
-#include "address.h"
-#include "socketoptions.h"
+#include "transport/address.h"
+#include "transport/socketoptions.h"
 
 namespace OX::wire {
 namespace {

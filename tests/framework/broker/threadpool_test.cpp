@@ -1,4 +1,4 @@
-#include "threadpool.h"
+#include "broker/threadpool.h"
 
 #include <gtest/gtest.h>
 

@@ -11,9 +11,9 @@
 #include <cstring>
 #include <random>
 
-#include "capture_log.h"
 #include "recordings.h"
 #include "support/allocations.h"
+#include "support/capture_log.h"
 
 namespace OX::test {
 namespace {

@@ -3,8 +3,8 @@
 #include <exception>
 
 #include <oxframework/oxlog.h>
-#include "oxvideoreader.h"
-#include "oxvideowriter.h"
+#include "reader.h"
+#include "writer.h"
 
 namespace OX {
 namespace {

@@ -1,4 +1,4 @@
-#include "oxvideoreader.h"
+#include "reader.h"
 
 #include <algorithm>
 #include <limits>

@@ -4,8 +4,8 @@
 #include <string>
 #include <vector>
 
-#include "oxvideofile.h"
-#include "oxvideoformat.h"
+#include "file.h"
+#include "format.h"
 
 namespace OX::detail {
 

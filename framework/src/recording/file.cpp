@@ -1,4 +1,4 @@
-#include "oxvideofile.h"
+#include "file.h"
 
 #include <fcntl.h>
 #include <sys/file.h>

@@ -1,4 +1,4 @@
-#include "oxvideowriter.h"
+#include "writer.h"
 
 #include <limits>
 #include <random>

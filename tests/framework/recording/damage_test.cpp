@@ -10,9 +10,9 @@
 #include <random>
 
 #include <oxframework/oxvideo.h>
-#include "capture_log.h"
-#include "oxvideoformat.h"
+#include "recording/format.h"
 #include "recordings.h"
+#include "support/capture_log.h"
 
 namespace OX::test {
 namespace {

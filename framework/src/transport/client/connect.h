@@ -5,7 +5,7 @@
 #include <chrono>
 #include <string>
 
-#include "stream.h"
+#include "transport/stream.h"
 
 namespace OX::wire {
 

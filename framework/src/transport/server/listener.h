@@ -6,8 +6,8 @@
 #include <functional>
 #include <string>
 
-#include "address.h"
-#include "stream.h"
+#include "transport/address.h"
+#include "transport/stream.h"
 
 namespace OX::wire {
 

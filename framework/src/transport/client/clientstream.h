@@ -9,7 +9,7 @@
 #include <string>
 
 #include <oxframework/oxremotebroker.h>
-#include "stream.h"
+#include "transport/stream.h"
 
 namespace OX::wire {
 

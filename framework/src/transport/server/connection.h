@@ -9,7 +9,7 @@
 #include <string>
 
 #include <oxframework/oxbroker.h>
-#include "stream.h"
+#include "transport/stream.h"
 
 namespace OX::wire {
 

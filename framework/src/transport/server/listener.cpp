@@ -16,7 +16,7 @@
 
 #include <oxframework/oxerror.h>
 #include <oxframework/oxlog.h>
-#include "socketoptions.h"
+#include "transport/socketoptions.h"
 
 namespace OX::wire {
 namespace {

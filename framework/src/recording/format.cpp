@@ -1,4 +1,4 @@
-#include "oxvideoformat.h"
+#include "format.h"
 
 #include <xxhash.h>
 // Takes the widest vectors that the processor has, without a build of its own for each.

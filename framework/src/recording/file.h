@@ -6,7 +6,7 @@
 #include <span>
 #include <string>
 
-#include "oxvideoformat.h"
+#include "format.h"
 
 namespace OX::detail {
 
