@@ -9,10 +9,10 @@
 #include <string>
 #include <vector>
 
-#include "oxvisionsimulatorcam/resampling.h"
-#include "oxvisionvideoinput/kernels/kernels.h"
-#include "oxvisionvideoinput/kernels/levels.h"
 #include "peers.h"
+#include "pixels/colour/kernels.h"
+#include "pixels/resample/resampling.h"
+#include "pixels/simd/levels.h"
 
 namespace {
 

@@ -8,7 +8,7 @@
 #include <utility>
 #include <vector>
 
-#include "device_fixture.h"
+#include "support/device_fixture.h"
 
 namespace OX::test {
 

@@ -7,8 +7,8 @@
 
 #include <oxframework/oxremotebroker.h>
 #include <oxframework/oxserver.h>
-#include "device_fixture.h"
 #include "oxvisionfilecam.h"
+#include "support/device_fixture.h"
 
 namespace OX::test {
 

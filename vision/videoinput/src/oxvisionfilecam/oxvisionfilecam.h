@@ -8,8 +8,8 @@
 #include <vector>
 
 #include <oxframework/oxvideo.h>
-#include "cambuffer.h"
 #include "oxvisionvideoinput.h"
+#include "ring.h"
 
 namespace OX {
 
@@ -45,7 +45,7 @@ class OXVisionFileCam final : public OXSingleton<OXVisionFileCam>, public OXVisi
   bool xIsColorSpaceValid(int pColorSpace, int pCamera) const override;
   bool xStartFrameGrabber(const int& pCameraIndex) override;
   bool xStopFrameGrabber(const int& pCameraIndex) override;
-  // --- delivery.cpp ---
+  // --- acquisition.cpp ---
   OXImage* xGetDirectRawImage(const std::string& pId, bool pDeepCopy) override;
   std::vector<OXImage*> xGetDirectRawImages(const std::string& pId) override;
   bool xReleaseDirectRawImageDeep(const std::string& pId, const int& pCameraIndex) override;
@@ -85,7 +85,7 @@ class OXVisionFileCam final : public OXSingleton<OXVisionFileCam>, public OXVisi
   OXImage& xCurrent() { return fFrames[fCurrentFrame]->fImage; }
   OXImage& xNext() { return fFrames[fNextFrame]->fImage; }
 
-  // --- delivery.cpp ---
+  // --- acquisition.cpp ---
   OXImage* xLend(const Slot& pSlot, RequestedCameraProperties& pWish);
 
   std::string fFilePath;

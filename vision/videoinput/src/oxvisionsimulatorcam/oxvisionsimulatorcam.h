@@ -4,8 +4,8 @@
 #include <string>
 #include <vector>
 
-#include "cameradriverbuffer.h"
 #include "oxvisionvideoinput.h"
+#include "store.h"
 
 namespace OX {
 

@@ -2,7 +2,7 @@
 #include <oxframework/oxdefinitions.h>
 #include <oxframework/oxlog.h>
 #include "oxvisionsimulatorcam.h"
-#include "resampling.h"
+#include "pixels/resample/resampling.h"
 
 namespace OX {
 

@@ -4,9 +4,9 @@
 #include <oxframework/oxlog.h>
 #include <oxframework/oxproxies.h>
 #include <oxframework/oxvideo.h>
-#include "kernels/kernels.h"
 #include "oxvisionvideoinput.h"
-#include "publish_texts.h"
+#include "pixels/colour/kernels.h"
+#include "published/texts.h"
 
 namespace OX {
 

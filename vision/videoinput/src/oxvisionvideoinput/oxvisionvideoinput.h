@@ -33,9 +33,9 @@ class OXVisionVideoInput : public OXModule, public IVideoInput {
  public:
   ~OXVisionVideoInput() override;
 
-  // --- subscribers.cpp ---
+  // --- subscribers/subscribers.cpp ---
   void unsubscribe(const std::string& pName) override;
-  // --- queries.cpp ---
+  // --- cameras.cpp ---
   int getCameraModel(const int& pCameraIndex) override;
   bool startFrameGrabber(const int& pCameraIndex) override;
   bool stopFrameGrabber(const int& pCameraIndex) override;
@@ -43,11 +43,11 @@ class OXVisionVideoInput : public OXModule, public IVideoInput {
   int getFrameRate(const int& pCameraIndex) override;
   int getResolution(const int& pCameraIndex) override;
   int getColorSpace(const int& pCameraIndex) override;
-  // --- subscribers.cpp ---
+  // --- subscribers/subscribers.cpp ---
   std::string subscribeCamera(const std::string& pName, const int& pCameraIndex,
                               const int& pResolution, const int& pColorSpace,
                               const int& pFps) override;
-  // --- settings.cpp ---
+  // --- subscribers/settings.cpp ---
   int getFrameRate(const std::string& pName) override;
   bool setFrameRate(const std::string& pName, const int& pFrameRate) override;
   int getActiveCamera(const std::string& pName) override;
@@ -56,47 +56,47 @@ class OXVisionVideoInput : public OXModule, public IVideoInput {
   bool setResolution(const std::string& pName, const int& pResolution) override;
   int getColorSpace(const std::string& pName) override;
   bool setColorSpace(const std::string& pName, const int& pColorSpace) override;
-  // --- parameters.cpp ---
+  // --- subscribers/parameters.cpp ---
   int getCameraParameter(const std::string& pName, const int& pParam) override;
   bool setCameraParameter(const std::string& pName, const int& pParam, const int& pValue) override;
   bool setCameraParameterToDefault(const std::string& pName, const int& pParam) override;
-  // --- rawaccess.cpp ---
+  // --- delivery/raw.cpp ---
   OXImage* getDirectRawImageLocal(const std::string& pName) override;
   OXValue getDirectRawImageRemote(const std::string& pName) override;
   bool releaseDirectRawImage(const std::string& pName) override;
-  // --- delivery_single.cpp ---
+  // --- delivery/single.cpp ---
   OXImage* getImageLocal(const std::string& pName) override;
   OXValue getImageRemote(const std::string& pName) override;
   bool releaseImage(const std::string& pName) override;
-  // --- subscribers.cpp ---
+  // --- subscribers/subscribers.cpp ---
   std::string subscribeCameras(const std::string& pName, const OXValue& pCameraIndexes,
                                const OXValue& pResolutions, const OXValue& pColorSpaces,
                                const int& pFps) override;
-  // --- settings_multi.cpp ---
+  // --- subscribers/settings_multi.cpp ---
   OXValue getActiveCameras(const std::string& pName) override;
   OXValue setActiveCameras(const std::string& pName, const OXValue& pCameraIndices) override;
   OXValue getResolutions(const std::string& pName) override;
   OXValue setResolutions(const std::string& pName, const OXValue& pResolutions) override;
   OXValue getColorSpaces(const std::string& pName) override;
   OXValue setColorSpaces(const std::string& pName, const OXValue& pColorSpaces) override;
-  // --- parameters.cpp ---
+  // --- subscribers/parameters.cpp ---
   OXValue getCamerasParameter(const std::string& pName, const int& pParam) override;
   OXValue setCamerasParameter(const std::string& pName, const int& pParam,
                               const OXValue& pValues) override;
   OXValue setCamerasParameterToDefault(const std::string& pName, const int& pParam) override;
-  // --- rawaccess.cpp ---
+  // --- delivery/raw.cpp ---
   OXValue getDirectRawImagesLocal(const std::string& pName) override;
   OXValue getDirectRawImagesRemote(const std::string& pName) override;
   OXValue releaseDirectRawImages(const std::string& pName) override;
-  // --- delivery_multi.cpp ---
+  // --- delivery/multi.cpp ---
   OXValue getImagesLocal(const std::string& pName) override;
   OXValue getImagesRemote(const std::string& pName) override;
   OXValue releaseImages(const std::string& pName) override;
-  // --- recording.cpp ---
+  // --- delivery/recording.cpp ---
   bool recordVideo(const std::string& pName, const std::string& pPath, const int& pTotalNumber,
                    const int& pPeriod) override;
   bool stopVideo(const std::string& pName) override;
-  // --- queries.cpp: refused here, the simulator overrides them ---
+  // --- cameras.cpp: refused here, the simulator overrides them ---
   bool putImage(const int& pCameraIndex, const int& pWidth, const int& pHeight,
                 const OXValue& pImage) override;
   OXValue getExpectedImageParameters(const int& pCameraIndex) override;
@@ -140,24 +140,24 @@ class OXVisionVideoInput : public OXModule, public IVideoInput {
   virtual std::vector<OXImage*> xGetImages(const std::string& pName);
 
  public:
-  // --- subscribers.cpp ---
+  // --- subscribers/subscribers.cpp ---
   std::string subscribe(const std::string& pName, const int& pResolution, const int& pColorSpace,
                         const int& pFps) override;
   void unsubscribeAllInstances(const std::string& pName) override;
   void onClientDisconnected(const std::string& pEventName, const OXValue& pValue,
                             const std::string& pSubscriberId) override;
-  // --- queries.cpp ---
+  // --- cameras.cpp ---
   int getActiveCamera() override;
   int getResolution() override;
   int getColorSpace() override;
   int getFrameRate() override;
   int getCameraModelID() override;
-  // --- parameters.cpp ---
+  // --- subscribers/parameters.cpp ---
   virtual void setParam(const int& pParam, const int& pValue, const int& pCameraIndex);
   void setParam(const int& pParam, const int& pValue) override;
   int getParam(const int& pParam) override;
   void setParamDefault(const int& pParam) override;
-  // --- queries.cpp ---
+  // --- cameras.cpp ---
   bool startFrameGrabber() override;
   bool stopFrameGrabber() override;
   bool isFrameGrabberOff() override;
@@ -171,7 +171,7 @@ class OXVisionVideoInput : public OXModule, public IVideoInput {
   std::vector<float> getImgInfoFromAngInfo(const std::vector<float>& pAngularInfo) override;
   std::vector<float> getImgInfoFromAngInfoWithRes(const std::vector<float>& pAngularInfo,
                                                   const int& pResolution) override;
-  // --- queries.cpp: refused here, the simulator overrides them ---
+  // --- cameras.cpp: refused here, the simulator overrides them ---
   OXValue getExpectedImageParameters() override;
   bool setSimCamInputSize(const int& pWidth, const int& pHeight) override;
   bool putImage(const OXValue& pImage) override;
@@ -180,12 +180,12 @@ class OXVisionVideoInput : public OXModule, public IVideoInput {
   virtual float xVerticalApertureRad(int pCamera);
 
   // --- published, but not virtual ---
-  /// rawaccess.cpp: takes a raw image and gives it back; "lastVideoBuffer", or "" for an unknown
+  /// delivery/raw.cpp: takes a raw image and gives it back; "lastVideoBuffer", or "" for an unknown
   /// id.
   std::string getDirectRawImageInterprocess(const std::string& pName);
-  /// parameters.cpp
+  /// subscribers/parameters.cpp
   int getParam(const int& pParam, const int& pCameraIndex);
-  /// parameters.cpp: changes the active camera of the whole device.
+  /// subscribers/parameters.cpp: changes the active camera of the whole device.
   bool setActiveCamera(const int& pCameraIndex);
 
   /// How many subscribers there may be at once; a further one fails to allocate. 256 at the start.
@@ -201,7 +201,7 @@ class OXVisionVideoInput : public OXModule, public IVideoInput {
   /// device works all the same, with a record in the log.
   OXVisionVideoInput(boost::shared_ptr<OXBroker> pBroker, std::string pName);
 
-  /// parameters.cpp: brings a camera to the highest resolution and frame rate that any subscriber
+  /// subscribers/parameters.cpp: brings a camera to the highest resolution and frame rate that any subscriber
   /// asks for. Needs the lock for writing. Always true; does nothing for an unknown camera.
   bool xUpdateParam(const int& pCameraIndex);
 
@@ -217,7 +217,7 @@ class OXVisionVideoInput : public OXModule, public IVideoInput {
   /// frame that it lent, if it lent one.
   virtual void xReturnRawSource(int pCameraIndex, OXVisionBuffer& pBuffer) = 0;
 
-  // --- rawaccess.cpp: what both cameras do to lend a frame; the lock is held for writing ---
+  // --- delivery/raw.cpp: what both cameras do to lend a frame; the lock is held for writing ---
   /// Lets a free raw buffer of the camera point at the pixels of pFrame, which pSource keeps, and
   /// gives the subscriber a hold on it. Null when all buffers of the camera are in use.
   OXVisionBuffer* xLendFrame(int pCameraIndex, const OXImage& pFrame,
@@ -226,7 +226,7 @@ class OXVisionVideoInput : public OXModule, public IVideoInput {
   /// Ends what the subscriber holds on a camera, whatever it is.
   void xEndHold(int pCameraIndex, RequestedCameraProperties& pWish);
 
-  // --- bufferpool.cpp: all need the lock for writing ---
+  // --- buffers/pool.cpp: all need the lock for writing ---
   bool xCreateBuffersForStoringImages(const int& pCameraIndex, const int& pResolution,
                                       const int& pColorSpace);
   /// Searches, which give an index with the buffer's count raised, or -1. "Oldest for editing":
@@ -260,7 +260,7 @@ class OXVisionVideoInput : public OXModule, public IVideoInput {
   class ReadPin;
   struct SettingChange;
 
-  // --- subscribers.cpp ---
+  // --- subscribers/subscribers.cpp ---
   std::string xFindFreeId(const std::string& pName, bool pIsMultiStream);
   boost::shared_ptr<VisionModuleInfo> xAddSubscriber(const std::string& pId, const char* pMethod,
                                                      int pFrameRate, int pResolution,
@@ -286,7 +286,7 @@ class OXVisionVideoInput : public OXModule, public IVideoInput {
                                                   const report::SubscriberTexts& pTexts) const;
   /// The subscriber's current camera, checked; throws "FUNCTION(NAME) : invalid Camera index".
   int xCheckedCurrentCamera(const VisionModuleInfo& pModule, const char* pFunction) const;
-  // --- bufferpool.cpp ---
+  // --- buffers/pool.cpp ---
   /// The oldest free converted image of a format, from now on without a time stamp, for the caller
   /// to give it another format; null when none is free.
   OXImage* xImageToReformat(int pCamera, int pResolution, int pColorSpace);
@@ -294,17 +294,17 @@ class OXVisionVideoInput : public OXModule, public IVideoInput {
   /// A raw buffer's reader goes; the last one gives the camera's frame back.
   void xDropReader(int pCamera, OXVisionBuffer& pBuffer);
 
-  // --- rawaccess.cpp ---
+  // --- delivery/raw.cpp ---
   void xReplaceRawBuffer(int pCameraIndex, const boost::shared_ptr<OXVisionBuffer>& pBuffer);
 
-  // --- conversion.cpp ---
+  // --- delivery/conversion.cpp ---
   int xConvertImage(int pCameraIndex, const boost::shared_ptr<VisionModuleInfo>& pModule,
                     const OXImage* pRawImage);
   int xLockBufferForConversion(int pCameraIndex, int pResolution, int pColorSpace);
   void xConvertPixels(const OXImage& pRawImage, OXImage& pDestination, int pColorSpace);
   void xApplyPatchForKernelMemcopy(const OXImage* pSource);
 
-  // --- delivery_single.cpp ---
+  // --- delivery/single.cpp ---
   OXImage* xLendConverted(int pCamera, VisionModuleInfo& pModule, int pBufferIndex);
   OXImage* xReuseConvertedImage(int pCamera, VisionModuleInfo& pModule, std::int64_t pNowUs);
   bool xReuseRawImage(int pCamera, const boost::shared_ptr<VisionModuleInfo>& pModule,
@@ -312,24 +312,24 @@ class OXVisionVideoInput : public OXModule, public IVideoInput {
   void xReleaseRawImages(const VisionModuleInfo& pModule);
   void xReleaseConverted(const std::string& pName, VisionModuleInfo& pModule, int pCamera);
 
-  // --- delivery_multi.cpp ---
+  // --- delivery/multi.cpp ---
   class Snapshots;
 
-  // --- settings.cpp ---
+  // --- subscribers/settings.cpp ---
   bool xChangeSetting(const std::string& pName, const SettingChange& pChange);
   bool xFollowChange(int pCamera, int pOld, int pNew, int pReal);
-  // --- settings_multi.cpp ---
+  // --- subscribers/settings_multi.cpp ---
   bool xSetStreamResolution(const boost::shared_ptr<VisionModuleInfo>& pModule, int pCamera,
                             int pResolution);
   bool xSetStreamColorSpace(const boost::shared_ptr<VisionModuleInfo>& pModule, int pCamera,
                             int pColorSpace);
 
-  // --- recording.cpp ---
+  // --- delivery/recording.cpp ---
   bool xCloseVideo(const boost::shared_ptr<VisionModuleInfo>& pInfo);
   void xRecord(const boost::shared_ptr<VisionModuleInfo>& pModule, const OXImage& pRawImage,
                bool pApplyPatch);
 
-  // --- publish.cpp, publish_deprecated.cpp ---
+  // --- published/publish.cpp, published/publish_deprecated.cpp ---
   void xPublish(const std::vector<Publication>& pPublications);
   void xBindMethods();
   void xBindDeprecatedMethods();

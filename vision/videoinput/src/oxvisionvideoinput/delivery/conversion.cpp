@@ -1,0 +1,136 @@
+// From a raw frame to the format of one subscriber, in a buffer of the pool. Runs under the lock
+// of the delivery that asked.
+#include <algorithm>
+#include <array>
+
+#include <oxframework/oxdefinitions.h>
+#include <oxframework/oxlog.h>
+#include "oxvisionvideoinput.h"
+#include "pixels/colour/kernels.h"
+
+namespace OX {
+namespace {
+
+struct Conversion {
+  int colorSpace;
+  decltype(&kernels::yuv422ToYuv) kernel;
+  bool passFirst;  ///< read the frame once from end to end before the kernel does
+};
+
+constexpr std::array<Conversion, 10> kConversions{{
+    {kYuv, &kernels::yuv422ToYuv, false},
+    {kHsy, &kernels::yuv422ToHsy, true},
+    {kYUV422, &kernels::yuv422ToYUV422, false},
+    {kYUV, &kernels::yuv422ToYUV, true},
+    {kRGB, &kernels::yuv422ToRGB, true},
+    {kHSY, &kernels::yuv422ToHSY, true},
+    {kBGR, &kernels::yuv422ToBGR, true},
+    {kYYCbCr, &kernels::yuv422ToYYCbCr, true},
+    {kH2RGB, &kernels::yuv422ToH2RGB, true},
+    {kHSMixed, &kernels::yuv422ToHSMixed, true},
+}};
+
+const Conversion* findConversion(int pColorSpace) {
+  for (const Conversion& conversion : kConversions)
+    if (conversion.colorSpace == pColorSpace) return &conversion;
+  return nullptr;
+}
+
+// Bytes of the source that a kernel may look at: it takes every step-th row and trusts that the
+// source has them. One macro-pixel when the source is narrower than the destination.
+std::size_t sourceBytes(const OXImage& pRawImage, const OXImage& pDestination) {
+  constexpr std::size_t kMacroPixelBytes = 4;
+  const auto width = static_cast<std::size_t>(pRawImage.fWidth);
+  const std::size_t step = width / static_cast<std::size_t>(pDestination.fWidth);
+  const auto rows = static_cast<std::size_t>(pDestination.fHeight) * step;
+  return std::max(rows * width * 2, kMacroPixelBytes);
+}
+
+}  // namespace
+
+// Normally there is a free buffer of the format, since each subscriber brought one and holds none
+// while it asks. When settings have moved the formats around there may be none: every buffer has
+// storage for the largest format, so any free one can be re-dimensioned.
+int OXVisionVideoInput::xLockBufferForConversion(int pCameraIndex, int pResolution,
+                                                 int pColorSpace) {
+  int width = 0;
+  int height = 0;
+  setSizeFromResolution(pResolution, width, height);
+  const auto camera = static_cast<std::int8_t>(pCameraIndex);
+  const int exact = xLockTheOldestBufferForEditing(camera, width, height, pColorSpace);
+  if (exact >= 0) return exact;
+  int oldest = -1;
+  const BufferPool& pool = xCamera(pCameraIndex)->fImageBuffers;
+  for (std::size_t i = 0; i < pool.size(); ++i) {
+    if (pool[i]->fReadLockCount != 0 || pool[i]->fWriteLockCount > 0) continue;
+    if (oldest < 0 ||
+        pool[i]->fImage->fTimeStamp < pool[static_cast<std::size_t>(oldest)]->fImage->fTimeStamp)
+      oldest = static_cast<int>(i);
+  }
+  if (oldest < 0) {
+    report::log(ki::log::kError, "xConvertImage",
+                report::text("xConvertImage(", pCameraIndex, "): no free buffer to convert into"));
+    return -1;
+  }
+  OXVisionBuffer& buffer = *pool[static_cast<std::size_t>(oldest)];
+  ++buffer.fWriteLockCount;
+  buffer.fImage->setResolution(pResolution);
+  buffer.fImage->setColorSpace(pColorSpace);
+  return oldest;
+}
+
+int OXVisionVideoInput::xConvertImage(int pCameraIndex,
+                                      const boost::shared_ptr<VisionModuleInfo>& pModule,
+                                      const OXImage* pRawImage) {
+  const RequestedCameraProperties& wish =
+      *pModule->fRequestedProperties[static_cast<std::size_t>(pCameraIndex)];
+  const int index = xLockBufferForConversion(pCameraIndex, wish.fResolution, wish.fColorSpace);
+  if (index < 0) return -1;
+  OXVisionBuffer& buffer = *xCamera(pCameraIndex)->fImageBuffers[static_cast<std::size_t>(index)];
+  if (pModule->fIsRecording) xRecord(pModule, *pRawImage, true);
+  // A raw image of another format is not converted: its stamp comes with the old pixels.
+  if (pRawImage->fColorSpace == kYUV422)
+    xConvertPixels(*pRawImage, *buffer.fImage, wish.fColorSpace);
+  OXImage& image = *buffer.fImage;
+  image.fTimeStamp = pRawImage->fTimeStamp;
+  image.fCameraId = pRawImage->fCameraId;
+  image.fLeftAngle = pRawImage->fLeftAngle;
+  image.fTopAngle = pRawImage->fTopAngle;
+  image.fRightAngle = pRawImage->fRightAngle;
+  image.fBottomAngle = pRawImage->fBottomAngle;
+  ++buffer.fReadLockCount;
+  --buffer.fWriteLockCount;
+  return index;
+}
+
+void OXVisionVideoInput::xConvertPixels(const OXImage& pRawImage, OXImage& pDestination,
+                                        int pColorSpace) {
+  const Conversion* const conversion = findConversion(pColorSpace);
+  if (!conversion) {
+    report::log(ki::log::kError, "xConvertImage", "Unknown colorSpace required");
+    return;
+  }
+  // Images of size -1 x -1 have nothing to convert.
+  if (!pRawImage.fData || pRawImage.getSizeBytes() == 0 || pDestination.getSizeBytes() == 0) return;
+  if (sourceBytes(pRawImage, pDestination) > pRawImage.fCapacityBytes) {
+    report::log(
+        ki::log::kError, "xConvertImage",
+        report::text("A raw image of ", pRawImage.fWidth, " x ", pRawImage.fHeight,
+                     " can't be converted to ", pDestination.fWidth, " x ", pDestination.fHeight));
+    return;
+  }
+  if (conversion->passFirst) xApplyPatchForKernelMemcopy(&pRawImage);
+  conversion->kernel(pRawImage.fData, pRawImage.fWidth, pDestination.fData, pDestination.fWidth,
+                     pDestination.fHeight);
+}
+
+// One sequential pass over the frame, which for a hardware source lies in a kernel buffer.
+void OXVisionVideoInput::xApplyPatchForKernelMemcopy(const OXImage* pSource) {
+  constexpr std::size_t kBytesPerPixel = 2;
+  const std::size_t pixels = static_cast<std::size_t>(std::max(pSource->fWidth, 0)) *
+                             static_cast<std::size_t>(std::max(pSource->fHeight, 0));
+  kernels::touchFrame(pSource->fData, std::min(kBytesPerPixel * pixels, pSource->fCapacityBytes),
+                      fCopyBuffer.get());
+}
+
+}  // namespace OX

@@ -1,0 +1,130 @@
+// Which source bytes make which destination row, for each colour space.
+#include "kernels.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "pixels/simd/levels.h"
+#include "rows.h"
+
+namespace OX::kernels {
+namespace {
+
+using Byte = unsigned char;
+
+const RowKernels& rowKernels() { return usesPlainLoops() ? plainRows() : vectorRows(); }
+
+bool isEmpty(int pWidth, int pHeight) { return pWidth <= 0 || pHeight <= 0; }
+
+/// The rows that all colour spaces take but those that say otherwise.
+Rows usualRows(const Byte* pSource, int pSourceWidth, Byte* pDestination, int pWidth, int pHeight,
+               int pBytesPerMacroPixel) {
+  const std::ptrdiff_t step = std::max(pSourceWidth, 0) / pWidth;
+  const std::ptrdiff_t macroPixels = pWidth / 2 + pWidth % 2;
+  return {.source = pSource,
+          .sourceStride = 2 * step * step * pWidth,
+          .step = step,
+          .destination = pDestination,
+          .destinationStride = pBytesPerMacroPixel * macroPixels,
+          .macroPixels = macroPixels,
+          .count = pHeight};
+}
+
+void convert(RowsKernel* pKernel, Rows pRows) {
+  const bool hasGaps = pRows.step != 1 || pRows.sourceStride != 4 * pRows.macroPixels;
+  if (!hasGaps) {
+    pRows.macroPixels *= pRows.count;
+    pRows.count = 1;
+  }
+  pKernel(pRows);
+}
+
+void convertUsual(RowsKernel* pKernel, int pBytesPerMacroPixel, const Byte* pSource,
+                  int pSourceWidth, Byte* pDestination, int pWidth, int pHeight) {
+  if (isEmpty(pWidth, pHeight)) return;
+  convert(pKernel,
+          usualRows(pSource, pSourceWidth, pDestination, pWidth, pHeight, pBytesPerMacroPixel));
+}
+
+/// Tells the compiler that pData is read here, so that writes to it must happen.
+void keep(const Byte* pData) { asm volatile("" : : "r"(pData) : "memory"); }
+
+}  // namespace
+
+void yuv422ToYuv(const Byte* pSource, int pSourceWidth, Byte* pDestination, int pWidth,
+                 int pHeight) {
+  convertUsual(rowKernels().toYuv, 2, pSource, pSourceWidth, pDestination, pWidth, pHeight);
+}
+
+void yuv422ToHsy(const Byte* pSource, int pSourceWidth, Byte* pDestination, int pWidth,
+                 int pHeight) {
+  if (isEmpty(pWidth, pHeight)) return;
+  Rows rows = usualRows(pSource, pSourceWidth, pDestination, pWidth, pHeight, 2);
+  // Each row overwrites the one before and the caller holds the image: only the last can be seen.
+  rows.source += rows.sourceStride / 2 * (pHeight - 1);
+  rows.count = 1;
+  rowKernels().toHsy(rows);
+}
+
+void yuv422ToYUV422(const Byte* pSource, int pSourceWidth, Byte* pDestination, int pWidth,
+                    int pHeight) {
+  if (isEmpty(pWidth, pHeight)) return;
+  Rows rows = usualRows(pSource, pSourceWidth, pDestination, pWidth, pHeight, 4);
+  if (rows.step == 1) {
+    const std::size_t words = static_cast<std::size_t>(pWidth) * pHeight / 4;
+    std::memcpy(pDestination, pSource, 8 * std::max(words, std::size_t{1}));
+    return;
+  }
+  rows.macroPixels = pWidth / 2;
+  rows.destinationStride = 4 * rows.macroPixels;
+  convert(rowKernels().toYUV422, rows);
+}
+
+void yuv422ToYUV(const Byte* pSource, int pSourceWidth, Byte* pDestination, int pWidth,
+                 int pHeight) {
+  convertUsual(rowKernels().toYUV, 6, pSource, pSourceWidth, pDestination, pWidth, pHeight);
+}
+
+void yuv422ToRGB(const Byte* pSource, int pSourceWidth, Byte* pDestination, int pWidth,
+                 int pHeight) {
+  convertUsual(rowKernels().toRGB, 6, pSource, pSourceWidth, pDestination, pWidth, pHeight);
+}
+
+void yuv422ToHSY(const Byte* pSource, int pSourceWidth, Byte* pDestination, int pWidth,
+                 int pHeight) {
+  convertUsual(rowKernels().toHSY, 6, pSource, pSourceWidth, pDestination, pWidth, pHeight);
+}
+
+void yuv422ToBGR(const Byte* pSource, int pSourceWidth, Byte* pDestination, int pWidth,
+                 int pHeight) {
+  convertUsual(rowKernels().toBGR, 6, pSource, pSourceWidth, pDestination, pWidth, pHeight);
+}
+
+void yuv422ToYYCbCr(const Byte* pSource, int pSourceWidth, Byte* pDestination, int pWidth,
+                    int pHeight) {
+  if (isEmpty(pWidth, pHeight)) return;
+  Rows rows = usualRows(pSource, pSourceWidth, pDestination, pWidth, pHeight, 4);
+  rows.macroPixels = pWidth / 2;
+  rows.destinationStride = 4 * rows.macroPixels;
+  rows.sourceStride = std::ptrdiff_t{4} * (pSourceWidth / 2) * rows.step;
+  convert(rowKernels().toYYCbCr, rows);
+}
+
+void yuv422ToH2RGB(const Byte* pSource, int pSourceWidth, Byte* pDestination, int pWidth,
+                   int pHeight) {
+  convertUsual(rowKernels().toH2RGB, 6, pSource, pSourceWidth, pDestination, pWidth, pHeight);
+}
+
+void yuv422ToHSMixed(const Byte* pSource, int pSourceWidth, Byte* pDestination, int pWidth,
+                     int pHeight) {
+  convertUsual(rowKernels().toHSMixed, 6, pSource, pSourceWidth, pDestination, pWidth, pHeight);
+}
+
+void touchFrame(const Byte* pSource, std::size_t pBytes, Byte* pScratch) {
+  for (std::size_t done = 0; done < pBytes; done += kTouchScratchBytes) {
+    std::memcpy(pScratch, pSource + done, std::min(pBytes - done, kTouchScratchBytes));
+    keep(pScratch);
+  }
+}
+
+}  // namespace OX::kernels
