@@ -14,6 +14,7 @@
 #include "fake_clock.h"
 #include "outcome.h"
 #include "oxvisionsimulatorcam.h"
+#include "records.h"
 
 namespace OX {
 

@@ -24,13 +24,14 @@ class OXVisionFileCam final : public OXSingleton<OXVisionFileCam>, public OXVisi
   explicit OXVisionFileCam(boost::shared_ptr<OXBroker> pBroker);
   ~OXVisionFileCam() override;
 
-  // --- published beside the device's own methods ---
-  /// Chooses the file, to be replayed from the next start of the grabber on. pRange is an array
+  // --- published beside the device's own methods: published.cpp ---
+  /// Selects the file to replay; takes effect when the grabber next starts. pRange is an array
   /// [first, last] or anything else for the whole file; pReplayMode 0 is image by image or at
   /// replaySpeed, 1 follows the recorded time stamps. A missing file is logged and changes nothing;
   /// one that can't be read throws OXError.
   void setVideo(const std::string& pFilePath, const OXValue& pRange, const bool& pLoop,
                 const int& pReplayMode, const int& pStreamNumber);
+  // --- replay.cpp ---
   void previousImage();
   /// Lets the next request of mode 0 step on. Takes no lock.
   void nextImage();
@@ -39,29 +40,35 @@ class OXVisionFileCam final : public OXSingleton<OXVisionFileCam>, public OXVisi
   /// Index of the image that was read last. Takes no lock.
   int getCurrentImageNumber();
 
-  // --- lifecycle.cpp ---
+  // --- validity.cpp ---
   bool xIsResolutionValid(int pResolution, int pCamera) const override;
   bool xIsFrameRateValid(int pFrameRate, int pCamera) const override;
   bool xIsColorSpaceValid(int pColorSpace, int pCamera) const override;
+  // --- grabber.cpp ---
   bool xStartFrameGrabber(const int& pCameraIndex) override;
   bool xStopFrameGrabber(const int& pCameraIndex) override;
   // --- acquisition.cpp ---
   OXImage* xGetDirectRawImage(const std::string& pId, bool pDeepCopy) override;
   std::vector<OXImage*> xGetDirectRawImages(const std::string& pId) override;
   bool xReleaseDirectRawImageDeep(const std::string& pId, const int& pCameraIndex) override;
+  // --- parameters.cpp ---
   int xGetParam(const int& pCameraIndex, const int& pParam) override;
   bool xSetParam(int pCameraIndex, int pParam, int pValue, bool pSetDefault) override;
 
  protected:
+  // --- acquisition.cpp ---
+  AcquiredFrame xAcquireFrame(const Claim& pClaim, const char* pOperation) override;
   void xReturnRawSource(int pCameraIndex, OXVisionBuffer& pBuffer) override;
 
  private:
   using Slot = boost::shared_ptr<CamBuffer>;
   static constexpr unsigned int kSlots = 5;
+  static constexpr int kReplayFrameRate = 30;  ///< images a second, whatever was recorded
 
-  // --- lifecycle.cpp ---
+  // --- published.cpp ---
   void xBindFileMethods();
   int getCameraParameterById(const int& pCameraIndex, const int& pParam);
+  // --- grabber.cpp ---
   bool xOpenDevice();
   bool xCloseDevice();
   void xReadVideo();
@@ -84,9 +91,6 @@ class OXVisionFileCam final : public OXSingleton<OXVisionFileCam>, public OXVisi
   bool xReadFrame(OXImage& pImage, std::int64_t pIndex, bool pFirst);
   OXImage& xCurrent() { return fFrames[fCurrentFrame]->fImage; }
   OXImage& xNext() { return fFrames[fNextFrame]->fImage; }
-
-  // --- acquisition.cpp ---
-  OXImage* xLend(const Slot& pSlot, RequestedCameraProperties& pWish);
 
   std::string fFilePath;
   OXVideo fVideo;

@@ -2,6 +2,8 @@
 // All of it runs with fVisionModulesLock held for writing.
 #include <oxframework/oxclock.h>
 #include <oxframework/oxlog.h>
+#include "buffers/lending.h"
+#include "claim.h"
 #include "oxvisionsimulatorcam.h"
 
 namespace OX {
@@ -15,11 +17,15 @@ void logError(const char* pFunction, const std::string& pText,
   report::log(ki::log::kError, pFunction, pText, pCategory);
 }
 
-OXImage* refuseToLend(const std::string& pId) {
-  logError("xGetDirectRawImage",
-           "xGetDirectRawImage(" + pId + "): error trying to find available buffer.");
-  return nullptr;
+std::string notReleased(const std::string& pModule, const std::string& pId) {
+  return pModule + ": Previous image for subscriber \"" + pId +
+         "\" was  not released. Returning null image.";
 }
+
+std::string unknownAtRelease(const std::string& pId) { return "Module " + pId + " unknown!"; }
+
+constexpr LendingTexts kTexts{kSimulatorCategory, "): ", "xReleaseDirectRawImageDeep", notReleased,
+                              unknownAtRelease};
 
 }  // namespace
 
@@ -33,10 +39,10 @@ bool OXVisionSimulatorCam::xWaitForFirstFrame(const CameraDriverBuffer& pStore,
   return false;
 }
 
-// The index of the newest frame, converted, with its count raised; -1 after a record.
 // fMutex covers this and nothing else: the comparison of stamps lets one conversion serve all.
-int OXVisionSimulatorCam::xMakeRawFrame(int pCamera, CameraDriverBuffer& pStore,
-                                        const char* pOperation, const std::string& pId) {
+int OXVisionSimulatorCam::xMakeRawFrame(const Claim& pClaim, CameraDriverBuffer& pStore,
+                                        const char* pOperation) {
+  const std::string& id = pClaim.subscriber->fName;
   const OXCriticalSection lock(pStore.fMutex);
   const int newest = pStore.fLastInputBuffer;
   if (newest < 0) return -1;
@@ -51,12 +57,12 @@ int OXVisionSimulatorCam::xMakeRawFrame(int pCamera, CameraDriverBuffer& pStore,
   while (target < frames.size() && frames[target]->fReadLockCount > 0) ++target;
   if (target == frames.size()) {
     logError(pOperation,
-             report::text(pOperation, "(", pId, "): no available raw buffer for writing image"));
+             report::text(pOperation, "(", id, "): no available raw buffer for writing image"));
     return -1;
   }
   OXVisionBuffer& frame = *frames[target];
-  if (!xReSize(pCamera, input, *frame.fImage)) {
-    logError(pOperation, report::text(pOperation, "(", pId, "): resizing error"));
+  if (!xReSize(pClaim.index, input, *frame.fImage)) {
+    logError(pOperation, report::text(pOperation, "(", id, "): resizing error"));
     return -1;
   }
   frame.fImage->fTimeStamp = input.fTimeStamp;
@@ -65,56 +71,40 @@ int OXVisionSimulatorCam::xMakeRawFrame(int pCamera, CameraDriverBuffer& pStore,
   return pStore.fLastDriverBuffer;
 }
 
-// Null when all the camera's buffers are in use. The count of the frame stays raised then.
-OXImage* OXVisionSimulatorCam::xLend(int pCamera, const boost::shared_ptr<OXVisionBuffer>& pFrame,
-                                     RequestedCameraProperties& pWish) {
-  OXVisionBuffer* const buffer = xLendFrame(pCamera, *pFrame->fImage, pFrame, pWish);
-  if (!buffer) return nullptr;
-  buffer->fImage->fCameraId = static_cast<std::int8_t>(pCamera);
-  return buffer->fImage.get();
+AcquiredFrame OXVisionSimulatorCam::xAcquireFrame(const Claim& pClaim, const char* pOperation) {
+  const std::string& id = pClaim.subscriber->fName;
+  CameraDriverBuffer& store = *xStore(pClaim.index);
+  if (!xWaitForFirstFrame(store, id)) return {};
+  const int frame = xMakeRawFrame(pClaim, store, pOperation);
+  if (frame < 0) return {};
+  const auto& buffer = store.fDriverBuffers[static_cast<std::size_t>(frame)];
+  return {buffer->fImage.get(), buffer, static_cast<std::int8_t>(pClaim.index)};
 }
 
 OXImage* OXVisionSimulatorCam::xGetDirectRawImage(const std::string& pId, bool /*pDeepCopy*/) {
-  const VisionModuleInfo& module = *fVisionModules.at(pId);
-  const int camera = xCurrentCamera(module);
-  const auto store = xStore(camera);
-  if (!store) {
-    logError("xGetDirectRawImage",
-             report::text("xGetDirectRawImage(", pId, "): invalid Camera index ", camera));
-    return nullptr;
-  }
-  RequestedCameraProperties& wish = *module.fRequestedProperties[static_cast<std::size_t>(camera)];
-  if (wish.fLockedImage) {
-    logError("xGetDirectRawImage", getName() + ": Previous image for subscriber \"" + pId +
-                                       "\" was  not released. Returning null image.");
-    return nullptr;
-  }
-  // Who brought no buffers to this camera has nothing to be lent by: no frame is counted as held.
-  if (!wish.fHasBuffers) return refuseToLend(pId);
-  if (!xWaitForFirstFrame(*store, pId)) return nullptr;
-  const int frame = xMakeRawFrame(camera, *store, "xGetDirectRawImage", pId);
-  if (frame < 0) return nullptr;
-  OXImage* const image =
-      xLend(camera, store->fDriverBuffers[static_cast<std::size_t>(frame)], wish);
-  return image ? image : refuseToLend(pId);
+  return xLendNewestFrame(pId, kTexts);
 }
 
 std::vector<OXImage*> OXVisionSimulatorCam::xGetDirectRawImages(const std::string& pId) {
-  const VisionModuleInfo& module = *fVisionModules.at(pId);
-  for (const int camera : module.fActiveCameras) {
-    if (!module.fRequestedProperties[static_cast<std::size_t>(camera)]->fLockedImage) continue;
+  const boost::shared_ptr<VisionModuleInfo>* const subscriber = xFind(pId);
+  if (!subscriber) {
+    logError("xGetDirectRawImages",
+             "xGetDirectRawImages(" + pId + "): module " + pId + " unknown!");
+    return {};
+  }
+  const std::vector<int>& cameras = (*subscriber)->fActiveCameras;
+  for (const int camera : cameras) {
+    if (!(*subscriber)->wish(camera).fLockedImage) continue;
     logError("xGetDirectRawImages", report::text("Previous image ", camera, " was not released"),
              "vision.oxvisionatomcam");
     return {};
   }
   std::vector<OXImage*> images;
-  for (const int camera : module.fActiveCameras) {
-    const auto store = xStore(camera);
-    if (!xWaitForFirstFrame(*store, pId)) break;
-    const int frame = xMakeRawFrame(camera, *store, "xGetDirectRawImages", pId);
-    if (frame < 0) break;
-    images.push_back(xLend(camera, store->fDriverBuffers[static_cast<std::size_t>(frame)],
-                           *module.fRequestedProperties[static_cast<std::size_t>(camera)]));
+  for (const int camera : cameras) {
+    const Claim claim = xClaim(*subscriber, camera);
+    const AcquiredFrame frame = xAcquireFrame(claim, "xGetDirectRawImages");
+    if (!frame.image) break;
+    images.push_back(xLendFrame(claim, frame));
     if (!images.back())
       logError("xGetDirectRawImages",
                "OXVisionVideoInput::xGetDirectRawImages(" + pId +
@@ -126,20 +116,7 @@ std::vector<OXImage*> OXVisionSimulatorCam::xGetDirectRawImages(const std::strin
 
 bool OXVisionSimulatorCam::xReleaseDirectRawImageDeep(const std::string& pId,
                                                       const int& pCameraIndex) {
-  const auto found = fVisionModules.find(pId);
-  if (found == fVisionModules.end()) {
-    logError("xReleaseDirectRawImageDeep", "Module " + pId + " unknown!");
-    return false;
-  }
-  if (!xCamera(pCameraIndex)) {
-    logError("xReleaseDirectRawImageDeep", report::text("xReleaseDirectRawImageDeep(", pId,
-                                                        "): invalid Camera index ", pCameraIndex));
-    return false;
-  }
-  RequestedCameraProperties& wish =
-      *found->second->fRequestedProperties[static_cast<std::size_t>(pCameraIndex)];
-  if (wish.fLockedImage) xEndHold(pCameraIndex, wish);
-  return true;
+  return xReleaseFrame(pId, pCameraIndex, kTexts);
 }
 
 void OXVisionSimulatorCam::xReturnRawSource(int pCameraIndex, OXVisionBuffer& pBuffer) {

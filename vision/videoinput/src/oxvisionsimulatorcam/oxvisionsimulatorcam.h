@@ -26,7 +26,7 @@ class OXVisionSimulatorCam final : public OXSingleton<OXVisionSimulatorCam>,
                 const OXValue& pImage) override;
   OXValue getExpectedImageParameters(const int& pCameraIndex) override;
 
-  // --- lifecycle.cpp ---
+  // --- validity.cpp ---
   bool xIsResolutionValid(int pResolution, int pCamera) const override;
   bool xIsFrameRateValid(int pFrameRate, int pCamera) const override;
   bool xIsColorSpaceValid(int pColorSpace, int pCamera) const override;
@@ -37,6 +37,7 @@ class OXVisionSimulatorCam final : public OXSingleton<OXVisionSimulatorCam>,
   // --- parameters.cpp ---
   int xGetParam(const int& pCameraIndex, const int& pParam) override;
   bool xSetParam(int pCameraIndex, int pParam, int pValue, bool pSetDefault) override;
+  // --- grabber.cpp ---
   bool xStartFrameGrabber(const int& pCameraIndex) override;
   bool xStopFrameGrabber(const int& pCameraIndex) override;
   // --- push.cpp ---
@@ -45,12 +46,14 @@ class OXVisionSimulatorCam final : public OXSingleton<OXVisionSimulatorCam>,
   bool putImage(const OXValue& pImage) override;
 
  protected:
+  // --- acquisition.cpp ---
+  AcquiredFrame xAcquireFrame(const Claim& pClaim, const char* pOperation) override;
   void xReturnRawSource(int pCameraIndex, OXVisionBuffer& pBuffer) override;
 
  private:
   friend class DeviceProbe;
 
-  // --- lifecycle.cpp: always true ---
+  // --- grabber.cpp: always true ---
   bool xOpenDevice(int pCamera);
   bool xCloseDevice(int pCamera);
 
@@ -65,10 +68,8 @@ class OXVisionSimulatorCam final : public OXSingleton<OXVisionSimulatorCam>,
 
   // --- acquisition.cpp ---
   bool xWaitForFirstFrame(const CameraDriverBuffer& pStore, const std::string& pId);
-  int xMakeRawFrame(int pCamera, CameraDriverBuffer& pStore, const char* pOperation,
-                    const std::string& pId);
-  OXImage* xLend(int pCamera, const boost::shared_ptr<OXVisionBuffer>& pFrame,
-                 RequestedCameraProperties& pWish);
+  /// The index of the newest frame, converted, with its count raised; -1 after a record.
+  int xMakeRawFrame(const Claim& pClaim, CameraDriverBuffer& pStore, const char* pOperation);
 
   // --- parameters.cpp ---
   bool xSetResolutionParam(int pCameraIndex, int pValue);

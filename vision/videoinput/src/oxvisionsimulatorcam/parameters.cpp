@@ -1,24 +1,17 @@
-// Parameters of the simulated cameras, and the state machine of their grabbers.
+// Parameters of the simulated cameras. Three can be set: resolution, frame rate and the active
+// camera; a new resolution is applied by a restart of the grabber.
 #include <oxframework/oxclock.h>
 #include <oxframework/oxdefinitions.h>
 #include <oxframework/oxerror.h>
 #include <oxframework/oxlog.h>
 #include "oxvisionsimulatorcam.h"
+#include "records.h"
 
 namespace OX {
 namespace {
 
 constexpr int kDefaultFrameRate = 5;
-// The line that this error has always carried; clients match on it.
-constexpr unsigned int kCannotOpenLine = 141;
-constexpr const char* kSourceFile = "vision/videoinput/src/oxvisionsimulatorcam";
 constexpr unsigned int kSettleUs = 1;
-constexpr unsigned int kStartedUs = 100;
-constexpr unsigned int kStoppedUs = 500;
-constexpr unsigned int kOpeningLookUs = 500000;
-// Both operations run with the lock held for writing: a camera that is still opening after these
-// looks was left so by a failure, and will not come out of it.
-constexpr int kOpeningLooks = 2;
 
 // The next of the four rates that the cameras know.
 int knownFrameRate(int pFrameRate) {
@@ -106,51 +99,6 @@ bool OXVisionSimulatorCam::xSelectCamera(int pCameraIndex, int pValue) {
   const int old = fActiveCamera.exchange(pValue);
   xUpdateParam(old);
   xUpdateParam(pValue);
-  return true;
-}
-
-bool OXVisionSimulatorCam::xStartFrameGrabber(const int& pCameraIndex) {
-  RealCameraProperties* const camera = xCamera(pCameraIndex);
-  if (!camera) {
-    report::log(ki::log::kError, "xStartFrameGrabber",
-                report::text("xStartFrameGrabber(", pCameraIndex, ") : invalid Camera index"),
-                kSimulatorCategory);
-    return false;
-  }
-  if (camera->fGrabberState > kGrabberStopped) return true;
-  camera->fGrabberState = kGrabberOpening;
-  if (!xOpenDevice(pCameraIndex)) {
-    camera->fGrabberState = kGrabberFailed;
-    report::log(ki::log::kError, "xStartFrameGrabber", getName() + ": Can't open video file.",
-                kSimulatorCategory);
-    throw OXError(getName(), "startFrameGrabber", "Can't open video file.", kSourceFile,
-                  kCannotOpenLine);
-  }
-  camera->fGrabberState = kGrabberRunning;
-  ki::os::usleep(kStartedUs);
-  return true;
-}
-
-bool OXVisionSimulatorCam::xStopFrameGrabber(const int& pCameraIndex) {
-  RealCameraProperties* const camera = xCamera(pCameraIndex);
-  if (!camera) {
-    report::log(ki::log::kError, "xStopFrameGrabber",
-                report::text("xStopFrameGrabber(", pCameraIndex, ") : invalid Camera index"),
-                kSimulatorCategory);
-    return false;
-  }
-  for (int look = 0; look < kOpeningLooks && camera->fGrabberState == kGrabberOpening; ++look)
-    ki::os::usleep(kOpeningLookUs);
-  if (camera->fGrabberState <= kGrabberClosing) return true;
-  camera->fGrabberState = kGrabberClosing;
-  if (!xCloseDevice(pCameraIndex)) {
-    report::log(ki::log::kError, "xStopFrameGrabber", getName() + ": Error closing file.",
-                kSimulatorCategory);
-    camera->fGrabberState = kGrabberFailed;
-    return false;
-  }
-  camera->fGrabberState = kGrabberStopped;
-  ki::os::usleep(kStoppedUs);
   return true;
 }
 

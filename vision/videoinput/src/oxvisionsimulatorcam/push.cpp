@@ -1,4 +1,5 @@
-// The door through which a simulator feeds the cameras.
+// Frames pushed by a simulator. A push copies and returns: it wakes nobody, and the conversion is
+// left to the first subscriber who asks, so frames that nobody wants cost one copy.
 #include <atomic>
 #include <cstring>
 
@@ -6,6 +7,7 @@
 #include <oxframework/oxdefinitions.h>
 #include <oxframework/oxlog.h>
 #include "oxvisionsimulatorcam.h"
+#include "records.h"
 
 namespace OX {
 namespace {

@@ -3,6 +3,7 @@
 #include <oxframework/oxlog.h>
 #include "oxvisionsimulatorcam.h"
 #include "pixels/resample/resampling.h"
+#include "records.h"
 
 namespace OX {
 

@@ -1,13 +1,16 @@
-// What a camera is doing now, its grabber, and the operations that only a simulator has.
+// What a camera is doing now, and the operations that only a simulator has. Getters only read, so
+// they take the lock for reading and run beside each other.
 #include <oxframework/oxdefinitions.h>
 #include <oxframework/oxlog.h>
 #include "oxvisionvideoinput.h"
+#include "records.h"
 
 namespace OX {
 namespace {
 
-[[noreturn]] void refuse(const std::string& pModule, const char* pFunction, const char* pMethod) {
-  report::fail(pModule, pFunction, pMethod, "Only implemented for simulator", __LINE__);
+[[noreturn]] void refuse(const std::string& pModule, const char* pFunction, const char* pMethod,
+                         std::source_location pWhere = std::source_location::current()) {
+  report::fail(pModule, pFunction, pMethod, "Only implemented for simulator", pWhere);
 }
 
 bool isOff(const RealCameraProperties& pCamera) { return pCamera.fGrabberState <= kGrabberStopped; }
@@ -37,18 +40,6 @@ int OXVisionVideoInput::getResolution(const int& pCameraIndex) {
 int OXVisionVideoInput::getColorSpace(const int& pCameraIndex) {
   const OXCriticalSectionRead lock(fVisionModulesLock);
   return xCheckedCamera(pCameraIndex, "getColorSpace(", "getColorSpace()").fColorSpace;
-}
-
-bool OXVisionVideoInput::startFrameGrabber(const int& pCameraIndex) {
-  const OXCriticalSectionWrite lock(fVisionModulesLock);
-  xCheckedCamera(pCameraIndex, "startFrameGrabber(", "startFrameGrabber()");
-  return xStartFrameGrabber(pCameraIndex);
-}
-
-bool OXVisionVideoInput::stopFrameGrabber(const int& pCameraIndex) {
-  const OXCriticalSectionWrite lock(fVisionModulesLock);
-  xCheckedCamera(pCameraIndex, "stopFrameGrabber(", "stopFrameGrabber()");
-  return xStopFrameGrabber(pCameraIndex);
 }
 
 int OXVisionVideoInput::getActiveCamera() {
@@ -81,27 +72,13 @@ bool OXVisionVideoInput::isFrameGrabberOff() {
   return isOff(xCheckedCamera(fActiveCamera, "isFrameGrabberOff(", "isFrameGrabberOff()"));
 }
 
-bool OXVisionVideoInput::startFrameGrabber() {
-  const OXCriticalSectionWrite lock(fVisionModulesLock);
-  bool started = true;
-  for (int i = 0; i < fNbCameras && started; ++i) started = xStartFrameGrabber(i);
-  return started;
-}
-
-bool OXVisionVideoInput::stopFrameGrabber() {
-  const OXCriticalSectionWrite lock(fVisionModulesLock);
-  bool stopped = true;
-  for (int i = 0; i < fNbCameras && stopped; ++i) stopped = xStopFrameGrabber(i);
-  return stopped;
-}
-
 OXValue OXVisionVideoInput::resolutionToSizes(const int& pResolution) {
   int width = 0;
   int height = 0;
   setSizeFromResolution(pResolution, width, height);
   if (width == -1 && height == -1)
     report::fail(getName(), "resolutionToSizes", "resolutionToSizes()",
-                 "Only takes k4VGA, kVGA, kQVGA and kQQVGA as input", __LINE__);
+                 "Only takes k4VGA, kVGA, kQVGA and kQQVGA as input");
   return OXValue::array(width, height);
 }
 

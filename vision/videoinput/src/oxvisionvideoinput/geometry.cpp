@@ -3,30 +3,34 @@
 #include <oxframework/oxdefinitions.h>
 #include "lens.h"
 #include "oxvisionvideoinput.h"
+#include "records.h"
 
 namespace OX {
 namespace {
 
-/// Speaks for one operation: NAME(CAMERA and then what is wrong.
+/// The failures of one operation: "NAME(CAMERA" and then what is wrong.
 struct Operation {
   const OXVisionVideoInput& device;
   const char* name;
   int camera;
 
-  [[noreturn]] void fail(const char* pEnd, bool pParentheses, int pLine) const {
+  [[noreturn]] void fail(const char* pEnd, bool pParentheses,
+                         std::source_location pWhere = std::source_location::current()) const {
     const std::string method = std::string(name) + (pParentheses ? "()" : "");
     report::fail(device.getName(), name, method.c_str(), report::text(name, "(", camera, pEnd),
-                 pLine);
+                 pWhere);
   }
-  void checkCamera(bool pKnown, const char* pEnd) const {
-    if (!pKnown) fail(pEnd, false, __LINE__);
+  void checkCamera(bool pKnown, const char* pEnd,
+                   std::source_location pWhere = std::source_location::current()) const {
+    if (!pKnown) fail(pEnd, false, pWhere);
   }
-  void checkSize(bool pRight, bool pParentheses) const {
-    if (!pRight) fail(",...) : invalid parameter size", pParentheses, __LINE__);
+  void checkSize(bool pRight, bool pParentheses,
+                 std::source_location pWhere = std::source_location::current()) const {
+    if (!pRight) fail(",...) : invalid parameter size", pParentheses, pWhere);
   }
 };
 
-constexpr const char* kListBehindCamera = ",...) : invalid Camera index";
+constexpr const char* kListAfterCamera = ",...) : invalid Camera index";
 constexpr const char* kCameraAlone = ") : invalid Camera index";
 
 // Written so that a NaN is outside.
@@ -49,7 +53,7 @@ float OXVisionVideoInput::xVerticalApertureRad(int pCamera) {
 std::vector<float> OXVisionVideoInput::getAngularPositionFromImagePosition(
     const int& pCameraIndex, const std::vector<float>& pImagePosition) {
   const Operation operation{*this, "getAngularPositionFromImagePosition", pCameraIndex};
-  operation.checkCamera(xCamera(pCameraIndex), kListBehindCamera);
+  operation.checkCamera(xCamera(pCameraIndex), kListAfterCamera);
   operation.checkSize(pImagePosition.size() == 2, false);
   return {lens::horizontalAngle(pImagePosition[0], xHorizontalApertureRad(pCameraIndex)),
           lens::verticalAngle(pImagePosition[1], xVerticalApertureRad(pCameraIndex))};
@@ -58,7 +62,7 @@ std::vector<float> OXVisionVideoInput::getAngularPositionFromImagePosition(
 std::vector<float> OXVisionVideoInput::getImagePositionFromAngularPosition(
     const int& pCameraIndex, const std::vector<float>& pAngularPosition) {
   const Operation operation{*this, "getImagePositionFromAngularPosition", pCameraIndex};
-  operation.checkCamera(xCamera(pCameraIndex), kListBehindCamera);
+  operation.checkCamera(xCamera(pCameraIndex), kListAfterCamera);
   operation.checkSize(pAngularPosition.size() == 2, true);
   return {lens::horizontalPosition(pAngularPosition[0], xHorizontalApertureRad(pCameraIndex)),
           lens::verticalPosition(pAngularPosition[1], xVerticalApertureRad(pCameraIndex))};
@@ -101,7 +105,7 @@ std::vector<float> OXVisionVideoInput::getImageInfoFromAngularInfoWithResolution
   const Operation operation{*this, "getImageInfoFromAngularInfoWithResolution", pCameraIndex};
   operation.checkCamera(xCamera(pCameraIndex), kCameraAlone);
   if (!xIsResolutionValid(pResolution, pCameraIndex))
-    operation.fail(") : invalid resolution index", false, __LINE__);
+    operation.fail(") : invalid resolution index", false);
   int width = 0;
   int height = 0;
   setSizeFromResolution(pResolution, width, height);

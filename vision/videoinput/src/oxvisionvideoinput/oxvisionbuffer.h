@@ -26,11 +26,14 @@ class OXVisionBuffer {
            fImage->fColorSpace == pColorSpace;
   }
 
+  /// Nobody uses it: it may be given new pixels or another format.
+  bool isFree() const { return fReadLockCount == 0 && fWriteLockCount <= 0; }
+
   int fReadLockCount = 0;   ///< subscribers and searches that hold the buffer for reading
   int fWriteLockCount = 0;  ///< writers and searches that hold it for editing
   std::unique_ptr<OXImage> fImage;
-  /// The camera's own buffer that lent its pixels to this one, which it keeps alive; null when none
-  /// did.
+  /// Keeps the camera's own frame alive whose pixels this buffer points at; null when it points at
+  /// none.
   boost::shared_ptr<void> fRawSource;
 };
 

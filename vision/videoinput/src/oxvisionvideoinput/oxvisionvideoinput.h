@@ -3,21 +3,31 @@
 
 #include <atomic>
 #include <boost/shared_ptr.hpp>
+#include <functional>
 #include <map>
 #include <memory>
+#include <source_location>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <oxframework/oxbroker.h>
 #include <oxframework/oxlocks.h>
 #include <oxframework/oxmodule.h>
 #include <oxvision/ivideoinput.h>
-#include "records.h"
 #include "report.h"
 
 namespace OX {
 
+class OXVisionBuffer;
+struct AcquiredFrame;
+struct Claim;
+struct GrabberTexts;
+struct LendingTexts;
 struct Publication;
+struct RealCameraProperties;
+struct RequestedCameraProperties;
+struct VisionModuleInfo;
 
 /// The abstract module OXVideoDevice. It owns the table of cameras, the map of subscribers and
 /// the pools of buffers; a concrete camera supplies the ten driver operations and fills
@@ -34,11 +44,13 @@ class OXVisionVideoInput : public OXModule, public IVideoInput {
   ~OXVisionVideoInput() override;
 
   // --- subscribers/subscribers.cpp ---
-  void unsubscribe(const std::string& pName) override;
+  void unsubscribe(const std::string& pId) override;
   // --- cameras.cpp ---
   int getCameraModel(const int& pCameraIndex) override;
+  // --- delivery/grabber.cpp ---
   bool startFrameGrabber(const int& pCameraIndex) override;
   bool stopFrameGrabber(const int& pCameraIndex) override;
+  // --- cameras.cpp ---
   bool isFrameGrabberOff(const int& pCameraIndex) override;
   int getFrameRate(const int& pCameraIndex) override;
   int getResolution(const int& pCameraIndex) override;
@@ -48,54 +60,54 @@ class OXVisionVideoInput : public OXModule, public IVideoInput {
                               const int& pResolution, const int& pColorSpace,
                               const int& pFps) override;
   // --- subscribers/settings.cpp ---
-  int getFrameRate(const std::string& pName) override;
-  bool setFrameRate(const std::string& pName, const int& pFrameRate) override;
-  int getActiveCamera(const std::string& pName) override;
-  bool setActiveCamera(const std::string& pName, const int& pCameraIndex) override;
-  int getResolution(const std::string& pName) override;
-  bool setResolution(const std::string& pName, const int& pResolution) override;
-  int getColorSpace(const std::string& pName) override;
-  bool setColorSpace(const std::string& pName, const int& pColorSpace) override;
+  int getFrameRate(const std::string& pId) override;
+  bool setFrameRate(const std::string& pId, const int& pFrameRate) override;
+  int getActiveCamera(const std::string& pId) override;
+  bool setActiveCamera(const std::string& pId, const int& pCameraIndex) override;
+  int getResolution(const std::string& pId) override;
+  bool setResolution(const std::string& pId, const int& pResolution) override;
+  int getColorSpace(const std::string& pId) override;
+  bool setColorSpace(const std::string& pId, const int& pColorSpace) override;
   // --- subscribers/parameters.cpp ---
-  int getCameraParameter(const std::string& pName, const int& pParam) override;
-  bool setCameraParameter(const std::string& pName, const int& pParam, const int& pValue) override;
-  bool setCameraParameterToDefault(const std::string& pName, const int& pParam) override;
+  int getCameraParameter(const std::string& pId, const int& pParam) override;
+  bool setCameraParameter(const std::string& pId, const int& pParam, const int& pValue) override;
+  bool setCameraParameterToDefault(const std::string& pId, const int& pParam) override;
   // --- delivery/raw.cpp ---
-  OXImage* getDirectRawImageLocal(const std::string& pName) override;
-  OXValue getDirectRawImageRemote(const std::string& pName) override;
-  bool releaseDirectRawImage(const std::string& pName) override;
+  OXImage* getDirectRawImageLocal(const std::string& pId) override;
+  OXValue getDirectRawImageRemote(const std::string& pId) override;
+  bool releaseDirectRawImage(const std::string& pId) override;
   // --- delivery/single.cpp ---
-  OXImage* getImageLocal(const std::string& pName) override;
-  OXValue getImageRemote(const std::string& pName) override;
-  bool releaseImage(const std::string& pName) override;
+  OXImage* getImageLocal(const std::string& pId) override;
+  OXValue getImageRemote(const std::string& pId) override;
+  bool releaseImage(const std::string& pId) override;
   // --- subscribers/subscribers.cpp ---
   std::string subscribeCameras(const std::string& pName, const OXValue& pCameraIndexes,
                                const OXValue& pResolutions, const OXValue& pColorSpaces,
                                const int& pFps) override;
   // --- subscribers/settings_multi.cpp ---
-  OXValue getActiveCameras(const std::string& pName) override;
-  OXValue setActiveCameras(const std::string& pName, const OXValue& pCameraIndices) override;
-  OXValue getResolutions(const std::string& pName) override;
-  OXValue setResolutions(const std::string& pName, const OXValue& pResolutions) override;
-  OXValue getColorSpaces(const std::string& pName) override;
-  OXValue setColorSpaces(const std::string& pName, const OXValue& pColorSpaces) override;
+  OXValue getActiveCameras(const std::string& pId) override;
+  OXValue setActiveCameras(const std::string& pId, const OXValue& pCameraIndices) override;
+  OXValue getResolutions(const std::string& pId) override;
+  OXValue setResolutions(const std::string& pId, const OXValue& pResolutions) override;
+  OXValue getColorSpaces(const std::string& pId) override;
+  OXValue setColorSpaces(const std::string& pId, const OXValue& pColorSpaces) override;
   // --- subscribers/parameters.cpp ---
-  OXValue getCamerasParameter(const std::string& pName, const int& pParam) override;
-  OXValue setCamerasParameter(const std::string& pName, const int& pParam,
+  OXValue getCamerasParameter(const std::string& pId, const int& pParam) override;
+  OXValue setCamerasParameter(const std::string& pId, const int& pParam,
                               const OXValue& pValues) override;
-  OXValue setCamerasParameterToDefault(const std::string& pName, const int& pParam) override;
+  OXValue setCamerasParameterToDefault(const std::string& pId, const int& pParam) override;
   // --- delivery/raw.cpp ---
-  OXValue getDirectRawImagesLocal(const std::string& pName) override;
-  OXValue getDirectRawImagesRemote(const std::string& pName) override;
-  OXValue releaseDirectRawImages(const std::string& pName) override;
+  OXValue getDirectRawImagesLocal(const std::string& pId) override;
+  OXValue getDirectRawImagesRemote(const std::string& pId) override;
+  OXValue releaseDirectRawImages(const std::string& pId) override;
   // --- delivery/multi.cpp ---
-  OXValue getImagesLocal(const std::string& pName) override;
-  OXValue getImagesRemote(const std::string& pName) override;
-  OXValue releaseImages(const std::string& pName) override;
+  OXValue getImagesLocal(const std::string& pId) override;
+  OXValue getImagesRemote(const std::string& pId) override;
+  OXValue releaseImages(const std::string& pId) override;
   // --- delivery/recording.cpp ---
-  bool recordVideo(const std::string& pName, const std::string& pPath, const int& pTotalNumber,
+  bool recordVideo(const std::string& pId, const std::string& pPath, const int& pTotalNumber,
                    const int& pPeriod) override;
-  bool stopVideo(const std::string& pName) override;
+  bool stopVideo(const std::string& pId) override;
   // --- cameras.cpp: refused here, the simulator overrides them ---
   bool putImage(const int& pCameraIndex, const int& pWidth, const int& pHeight,
                 const OXValue& pImage) override;
@@ -121,12 +133,12 @@ class OXVisionVideoInput : public OXModule, public IVideoInput {
   virtual bool xIsFrameRateValid(int pFrameRate, int pCamera) const = 0;
   virtual bool xIsColorSpaceValid(int pColorSpace, int pCamera) const = 0;
   /// The newest raw frame for this subscriber's camera, held for it; null when there is none.
-  virtual OXImage* xGetDirectRawImage(const std::string& pName, bool pDeepCopy) = 0;
+  virtual OXImage* xGetDirectRawImage(const std::string& pId, bool pDeepCopy) = 0;
   /// The same for each camera of a multi-stream subscriber. Null for one that has no buffer free;
   /// shorter than the list, or empty, when a camera failed.
-  virtual std::vector<OXImage*> xGetDirectRawImages(const std::string& pName) = 0;
+  virtual std::vector<OXImage*> xGetDirectRawImages(const std::string& pId) = 0;
   /// Gives back what the subscriber holds on a camera; true also when that is nothing.
-  virtual bool xReleaseDirectRawImageDeep(const std::string& pName, const int& pCamera) = 0;
+  virtual bool xReleaseDirectRawImageDeep(const std::string& pId, const int& pCamera) = 0;
   /// Throw OXError for an identifier that the camera does not handle.
   virtual int xGetParam(const int& pCameraIndex, const int& pParam) = 0;
   virtual bool xSetParam(int pCameraIndex, int pParam, int pValue, bool pSetDefault) = 0;
@@ -136,8 +148,9 @@ class OXVisionVideoInput : public OXModule, public IVideoInput {
 
  protected:
   // --- workers: fVisionModulesLock held for writing, subscriber checked by the caller ---
-  virtual OXImage* xGetImage(const std::string& pName);
-  virtual std::vector<OXImage*> xGetImages(const std::string& pName);
+  // delivery/single.cpp, delivery/multi.cpp
+  virtual OXImage* xGetImage(const std::string& pId);
+  virtual std::vector<OXImage*> xGetImages(const std::string& pId);
 
  public:
   // --- subscribers/subscribers.cpp ---
@@ -157,9 +170,10 @@ class OXVisionVideoInput : public OXModule, public IVideoInput {
   void setParam(const int& pParam, const int& pValue) override;
   int getParam(const int& pParam) override;
   void setParamDefault(const int& pParam) override;
-  // --- cameras.cpp ---
+  // --- delivery/grabber.cpp ---
   bool startFrameGrabber() override;
   bool stopFrameGrabber() override;
+  // --- cameras.cpp ---
   bool isFrameGrabberOff() override;
   OXValue resolutionToSizes(const int& pResolution) override;
   int sizesToResolution(const int& pWidth, const int& pHeight) override;
@@ -182,7 +196,7 @@ class OXVisionVideoInput : public OXModule, public IVideoInput {
   // --- published, but not virtual ---
   /// delivery/raw.cpp: takes a raw image and gives it back; "lastVideoBuffer", or "" for an unknown
   /// id.
-  std::string getDirectRawImageInterprocess(const std::string& pName);
+  std::string getDirectRawImageInterprocess(const std::string& pId);
   /// subscribers/parameters.cpp
   int getParam(const int& pParam, const int& pCameraIndex);
   /// subscribers/parameters.cpp: changes the active camera of the whole device.
@@ -195,61 +209,60 @@ class OXVisionVideoInput : public OXModule, public IVideoInput {
   static std::pair<std::int64_t, std::int64_t> getTimeStamp(const OXImage& pImage);
 
  protected:
-  using BufferPool = std::vector<boost::shared_ptr<OXVisionBuffer>>;
+  using BufferPtr = boost::shared_ptr<OXVisionBuffer>;
+  using BufferPool = std::vector<BufferPtr>;
 
   /// Publishes all methods and subscribes to "ClientDisconnected". Without a memory service the
   /// device works all the same, with a record in the log.
   OXVisionVideoInput(boost::shared_ptr<OXBroker> pBroker, std::string pName);
 
-  /// subscribers/parameters.cpp: brings a camera to the highest resolution and frame rate that any subscriber
-  /// asks for. Needs the lock for writing. Always true; does nothing for an unknown camera.
-  bool xUpdateParam(const int& pCameraIndex);
-
-  /// The one checked way to a camera: null outside the table.
+  // --- claim.cpp: look-ups; the lock is held unless a comment says otherwise ---
+  /// The one checked way to a camera: null outside the table. Needs no lock.
   RealCameraProperties* xCamera(int pCameraIndex) const;
   /// The camera, or a record and OXError(pMethod) "pBegin INDEX ) : invalid Camera index".
-  RealCameraProperties& xCheckedCamera(int pCameraIndex, const char* pBegin,
-                                       const char* pMethod) const;
-  /// The subscriber's own camera, or the device's active one when it follows it.
-  int xCurrentCamera(const VisionModuleInfo& pModule) const;
+  RealCameraProperties& xCheckedCamera(
+      int pCameraIndex, const char* pBegin, const char* pMethod,
+      std::source_location pWhere = std::source_location::current()) const;
+  /// The subscriber's own camera, or the device's active one when it follows it. Unchecked.
+  int xCurrentCamera(const VisionModuleInfo& pSubscriber) const;
+  /// The entry in the map of subscribers; null for an unknown id. Borrowed under the lock.
+  const boost::shared_ptr<VisionModuleInfo>* xFind(const std::string& pId) const;
+  /// A subscriber with a camera of the table: what a request carries on.
+  Claim xClaim(const boost::shared_ptr<VisionModuleInfo>& pSubscriber, int pCamera) const;
 
-  /// Called under the lock when the last reader of a raw buffer is gone: the camera takes back the
-  /// frame that it lent, if it lent one.
-  virtual void xReturnRawSource(int pCameraIndex, OXVisionBuffer& pBuffer) = 0;
+  // --- subscribers/negotiation.cpp ---
+  /// Brings a camera to the highest resolution and frame rate that any subscriber asks for. Needs
+  /// the lock for writing. Always true; does nothing for an unknown camera.
+  bool xUpdateParam(const int& pCameraIndex);
 
-  // --- delivery/raw.cpp: what both cameras do to lend a frame; the lock is held for writing ---
-  /// Lets a free raw buffer of the camera point at the pixels of pFrame, which pSource keeps, and
-  /// gives the subscriber a hold on it. Null when all buffers of the camera are in use.
-  OXVisionBuffer* xLendFrame(int pCameraIndex, const OXImage& pFrame,
-                             const boost::shared_ptr<void>& pSource,
-                             RequestedCameraProperties& pWish);
-  /// Ends what the subscriber holds on a camera, whatever it is.
-  void xEndHold(int pCameraIndex, RequestedCameraProperties& pWish);
+  // --- buffers/lending.cpp: the one protocol of holds; the lock is held for writing ---
+  /// What xGetDirectRawImage does for every camera: checks the subscriber, its camera and its hold,
+  /// asks the camera for its newest frame and lends it. Null after a record in the camera's words.
+  OXImage* xLendNewestFrame(const std::string& pId, const LendingTexts& pTexts);
+  /// What xReleaseDirectRawImageDeep does for every camera.
+  bool xReleaseFrame(const std::string& pId, int pCamera, const LendingTexts& pTexts);
+  /// Points a free raw buffer of the camera at the frame's pixels and records the hold. Null when
+  /// all buffers of the camera are in use.
+  OXImage* xLendFrame(const Claim& pClaim, const AcquiredFrame& pFrame);
+  /// Supplied by a camera that lends through xLendNewestFrame: its newest frame, counted as lent.
+  /// Without one, a record in the words of pOperation.
+  virtual AcquiredFrame xAcquireFrame(const Claim& pClaim, const char* pOperation);
+  /// Called when the last reader of a raw buffer is gone: the camera takes back the frame that it
+  /// lent, if it lent one.
+  virtual void xReturnRawSource(int pCameraIndex, OXVisionBuffer& pBuffer);
 
-  // --- buffers/pool.cpp: all need the lock for writing ---
-  bool xCreateBuffersForStoringImages(const int& pCameraIndex, const int& pResolution,
-                                      const int& pColorSpace);
-  /// Searches, which give an index with the buffer's count raised, or -1. "Oldest for editing":
-  /// nobody uses it. "Newest for reading": nobody writes it. The lower index wins a tie.
-  int xLockTheOldestBufferForEditing(const std::int8_t& pCamera, int pWidth, int pHeight,
-                                     int pColorSpace);
-  int xLockTheOldestBufferForEditing(const std::int8_t& pCamera);
-  int xLockTheNewestBufferForReading(const std::int8_t& pCamera, int pWidth, int pHeight,
-                                     int pColorSpace);
-  int xLockTheNewestBufferForReading(const std::int8_t& pCamera);
-  /// Take one buffer out of a pool: the oldest free one (of the record's format on its active
-  /// camera if there is one), else the oldest at all, which then lives until its last release.
-  void xFindAndEraseTheOldestBuffer(BufferPool& pPool);
-  void xFindAndEraseTheOldestBuffer(BufferPool& pPool,
-                                    const boost::shared_ptr<VisionModuleInfo>& pInfo);
-  /// Takes back all that a subscriber holds, on every camera.
-  void xForceReleaseBuffer(const std::string& pName);
+  // --- delivery/grabber.cpp: the one state machine; the lock is held for writing ---
+  /// Opens a stopped camera; true also when it runs already. An opening that returns false or
+  /// throws leaves it failed; false becomes an OXError.
+  bool xRunStart(int pCamera, const GrabberTexts& pTexts, const std::function<bool()>& pOpen);
+  bool xRunStop(int pCamera, const GrabberTexts& pTexts, const std::function<bool()>& pClose);
 
   std::atomic<int> fActiveCamera{0};  ///< may lie outside the table: see xCamera
   int fDefaultResolution = -1;        ///< what a camera falls back to when nobody needs more
   int fNbCameras = 0;
   std::vector<boost::shared_ptr<RealCameraProperties>> fCameraProperties;
   boost::shared_ptr<OXMutexRW> fVisionModulesLock;
+  /// The concrete camera's own: what it guards is said there. The core never takes it.
   boost::shared_ptr<OXMutex> fParametersLock;
   std::map<std::string, boost::shared_ptr<VisionModuleInfo>> fVisionModules;
 
@@ -257,76 +270,124 @@ class OXVisionVideoInput : public OXModule, public IVideoInput {
   friend class DeviceProbe;  ///< tests look at the counters through it
 
   enum class Family { Mono, Multi, Any };
-  class ReadPin;
   struct SettingChange;
 
   // --- subscribers/subscribers.cpp ---
-  std::string xFindFreeId(const std::string& pName, bool pIsMultiStream);
+  std::string xFindFreeId(const std::string& pId, bool pIsMultiStream);
   boost::shared_ptr<VisionModuleInfo> xAddSubscriber(const std::string& pId, const char* pMethod,
                                                      int pFrameRate, int pResolution,
                                                      int pColorSpace);
   void xStartForSubscriber(int pCamera, int pResolution, int pFrameRate, const char* pMethod);
-  void xGiveBuffers(VisionModuleInfo& pModule, const std::vector<int>& pCameras,
+  void xMakeBuffers(VisionModuleInfo& pSubscriber, const std::vector<int>& pCameras,
                     const char* pMethod);
-  void xTakeBuffers(const boost::shared_ptr<VisionModuleInfo>& pModule, int pCamera);
-  void xLowerCamera(const VisionModuleInfo& pModule, int pCamera);
-  void xLeaveMono(const boost::shared_ptr<VisionModuleInfo>& pModule, int pCamera);
-  void xLeaveMulti(const boost::shared_ptr<VisionModuleInfo>& pModule);
-  void xCheckSubscribeCameras(const std::string& pName, const std::vector<int>& pCameras,
+  void xTakeBuffers(const Claim& pClaim);
+  void xLeaveMono(const boost::shared_ptr<VisionModuleInfo>& pSubscriber, int pCamera);
+  void xLeaveMulti(const boost::shared_ptr<VisionModuleInfo>& pSubscriber);
+  void xCheckSubscribeCameras(const std::string& pId, const std::vector<int>& pCameras,
                               const std::vector<int>& pResolutions,
                               const std::vector<int>& pColorSpaces) const;
-  void xCheckStreams(const std::string& pName, const std::vector<int>& pCameras,
+  void xCheckStreams(const std::string& pId, const std::vector<int>& pCameras,
                      const std::vector<int>& pResolutions,
                      const std::vector<int>& pColorSpaces) const;
-  [[noreturn]] void xFailSubscription(const char* pMethod, const std::string& pName,
+  [[noreturn]] void xFailSubscription(const char* pMethod, const std::string& pId,
                                       const std::string& pText, bool pLog) const;
 
-  // --- lookups, shared by all areas (lifecycle.cpp) ---
-  boost::shared_ptr<VisionModuleInfo> xSubscriber(const std::string& pName, Family pFamily,
-                                                  const report::SubscriberTexts& pTexts) const;
+  // --- claim.cpp ---
+  /// The subscriber, or a record and OXError at pWhere in the words of the operation.
+  const boost::shared_ptr<VisionModuleInfo>& xSubscriber(
+      const std::string& pId, Family pFamily, const report::SubscriberTexts& pTexts,
+      std::source_location pWhere = std::source_location::current()) const;
   /// The subscriber's current camera, checked; throws "FUNCTION(NAME) : invalid Camera index".
-  int xCheckedCurrentCamera(const VisionModuleInfo& pModule, const char* pFunction) const;
-  // --- buffers/pool.cpp ---
+  int xCheckedCurrentCamera(const VisionModuleInfo& pSubscriber, const char* pFunction,
+                            std::source_location pWhere = std::source_location::current()) const;
+  /// A mono-stream subscriber with its current camera.
+  Claim xClaim(const std::string& pId, const report::SubscriberTexts& pTexts,
+               std::source_location pWhere = std::source_location::current()) const;
+
+  // --- buffers/pool.cpp: all need the lock for writing ---
+  bool xCreateBuffersForStoringImages(const int& pCameraIndex, const int& pResolution,
+                                      const int& pColorSpace);
+  /// Searches, which return a buffer with its count raised, or null. "Oldest for editing": nobody
+  /// uses it. "Newest for reading": nobody writes it. The lower index wins a tie.
+  BufferPtr xLockTheOldestBufferForEditing(const RealCameraProperties& pCamera, int pResolution,
+                                           int pColorSpace);
+  /// The converted image in the format that the claim's subscriber asks for.
+  BufferPtr xLockTheNewestBufferForReading(const Claim& pClaim);
+  /// The raw image.
+  BufferPtr xLockTheNewestBufferForReading(const RealCameraProperties& pCamera);
+  /// A free buffer in the claim's format, if need be by giving another one that format.
+  BufferPtr xLockBufferForConversion(const Claim& pClaim);
   /// The oldest free converted image of a format, from now on without a time stamp, for the caller
   /// to give it another format; null when none is free.
-  OXImage* xImageToReformat(int pCamera, int pResolution, int pColorSpace);
-  void xErase(BufferPool& pPool, int pIndex);
-  /// A raw buffer's reader goes; the last one gives the camera's frame back.
+  OXImage* xImageToReformat(const Claim& pClaim, int pResolution, int pColorSpace);
+  /// Remove one buffer from a pool: the oldest free one (of the wish's format if there is one),
+  /// else the oldest at all, which then lives until its last release.
+  void xFindAndEraseTheOldestBuffer(BufferPool& pPool);
+  void xFindAndEraseTheOldestBuffer(BufferPool& pPool, const RequestedCameraProperties& pWish);
+  void xErase(BufferPool& pPool, const BufferPtr& pBuffer);
+
+  // --- buffers/lending.cpp ---
+  class RemoteReply;  ///< buffers/remotereply.h
+  void xEndHold(const Claim& pClaim);
+  void xReplaceRawBuffer(const Claim& pClaim);
+  /// Gives back the claim's hold, on a converted image or on a raw one.
+  void xReleaseConverted(const Claim& pClaim);
+  /// Takes back all that a subscriber holds, on every camera.
+  void xReleaseAllConverted(const boost::shared_ptr<VisionModuleInfo>& pSubscriber);
+  void xForceReleaseBuffer(const std::string& pId);
+  /// A reader goes; the last one of a raw buffer returns the camera's frame.
   void xDropReader(int pCamera, OXVisionBuffer& pBuffer);
 
-  // --- delivery/raw.cpp ---
-  void xReplaceRawBuffer(int pCameraIndex, const boost::shared_ptr<OXVisionBuffer>& pBuffer);
-
   // --- delivery/conversion.cpp ---
-  int xConvertImage(int pCameraIndex, const boost::shared_ptr<VisionModuleInfo>& pModule,
-                    const OXImage* pRawImage);
-  int xLockBufferForConversion(int pCameraIndex, int pResolution, int pColorSpace);
+  /// The raw image in the claim's format, with one read count; null when no buffer is free.
+  BufferPtr xConvertImage(const Claim& pClaim, const OXImage& pRawImage);
   void xConvertPixels(const OXImage& pRawImage, OXImage& pDestination, int pColorSpace);
   void xApplyPatchForKernelMemcopy(const OXImage* pSource);
 
   // --- delivery/single.cpp ---
-  OXImage* xLendConverted(int pCamera, VisionModuleInfo& pModule, int pBufferIndex);
-  OXImage* xReuseConvertedImage(int pCamera, VisionModuleInfo& pModule, std::int64_t pNowUs);
-  bool xReuseRawImage(int pCamera, const boost::shared_ptr<VisionModuleInfo>& pModule,
-                      std::int64_t pNowUs, OXImage*& pImage);
-  void xReleaseRawImages(const VisionModuleInfo& pModule);
-  void xReleaseConverted(const std::string& pName, VisionModuleInfo& pModule, int pCamera);
+  OXImage* xGetImage(const Claim& pClaim);
+  /// Takes over the read count that a conversion or a search left on the buffer. Null for null.
+  OXImage* xLendConverted(const Claim& pClaim, BufferPtr pBuffer);
+  OXImage* xReuseConvertedImage(const Claim& pClaim, std::int64_t pNowUs);
+  /// True when a raw image was young enough: pImage is then the result, null if it could not be
+  /// converted.
+  bool xReuseRawImage(const Claim& pClaim, std::int64_t pNowUs, OXImage*& pImage);
+  void xReleaseRawImages(const VisionModuleInfo& pSubscriber);
+  void xReleaseImage(const boost::shared_ptr<VisionModuleInfo>& pSubscriber);
 
   // --- delivery/multi.cpp ---
-  class Snapshots;
+  std::vector<OXImage*> xGetImages(const boost::shared_ptr<VisionModuleInfo>& pSubscriber);
+  void xAddToReply(RemoteReply& pReply, const boost::shared_ptr<VisionModuleInfo>& pSubscriber,
+                   const std::vector<OXImage*>& pImages) const;
+  void xReleaseImagesOfAll(const boost::shared_ptr<VisionModuleInfo>& pSubscriber);
+  /// One bool a stream: whether an image was lent for it.
+  static OXValue xDeliveredFlags(const std::vector<OXImage*>& pImages);
+
+  // --- delivery/raw.cpp ---
+  OXImage* xGetRawImage(const Claim& pClaim);
+  bool xReleaseOwnRawImages(const VisionModuleInfo& pSubscriber);
+  void xReleaseRawImage(const boost::shared_ptr<VisionModuleInfo>& pSubscriber);
+  void xReleaseRawImagesOfAll(const boost::shared_ptr<VisionModuleInfo>& pSubscriber);
+
+  // --- delivery/grabber.cpp ---
+  RealCameraProperties* xGrabberCamera(int pCamera, const char* pFunction,
+                                       const GrabberTexts& pTexts) const;
+  void xLogGrabber(int pLevel, const char* pFunction, const char* pText,
+                   const GrabberTexts& pTexts) const;
 
   // --- subscribers/settings.cpp ---
-  bool xChangeSetting(const std::string& pName, const SettingChange& pChange);
+  bool xChangeSetting(const std::string& pId, const SettingChange& pChange,
+                      std::source_location pWhere = std::source_location::current());
+  // --- subscribers/negotiation.cpp ---
   bool xFollowChange(int pCamera, int pOld, int pNew, int pReal);
+  void xLowerCamera(const Claim& pClaim);
   // --- subscribers/settings_multi.cpp ---
-  bool xSetStreamResolution(const boost::shared_ptr<VisionModuleInfo>& pModule, int pCamera,
-                            int pResolution);
-  bool xSetStreamColorSpace(const boost::shared_ptr<VisionModuleInfo>& pModule, int pCamera,
-                            int pColorSpace);
+  bool xSetStreamResolution(const Claim& pClaim, int pResolution);
+  bool xSetStreamColorSpace(const Claim& pClaim, int pColorSpace);
 
   // --- delivery/recording.cpp ---
-  bool xCloseVideo(const boost::shared_ptr<VisionModuleInfo>& pInfo);
-  void xRecord(const boost::shared_ptr<VisionModuleInfo>& pModule, const OXImage& pRawImage,
+  bool xCloseVideo(const boost::shared_ptr<VisionModuleInfo>& pSubscriber);
+  void xRecord(const boost::shared_ptr<VisionModuleInfo>& pSubscriber, const OXImage& pRawImage,
                bool pApplyPatch);
 
   // --- published/publish.cpp, published/publish_deprecated.cpp ---
@@ -334,6 +395,8 @@ class OXVisionVideoInput : public OXModule, public IVideoInput {
   void xBindMethods();
   void xBindDeprecatedMethods();
 
+  /// Starting and ending recordings, which hold fVisionModulesLock for reading only.
+  boost::shared_ptr<OXMutex> fRecordingLock;
   std::unique_ptr<unsigned char[]> fCopyBuffer;  ///< target of xApplyPatchForKernelMemcopy
   BufferPool fRetired;  ///< lately erased: an in-process client may still look at one
   int fSubscriberLimit = 256;

@@ -19,10 +19,10 @@ struct RequestedCameraProperties {
   std::uint8_t fResolution = 1;
   std::uint8_t fColorSpace = 9;
   /// The buffer that the subscriber holds on this camera, with one read count of it; null when it
-  /// holds none. Shared, so that a buffer that left the pool lives until its last release.
+  /// holds none. Shared, so that a buffer that has left the pool lives until its last release.
   boost::shared_ptr<OXVisionBuffer> fLockedImage;
-  /// Whether a pair of buffers was made for this subscriber on this camera: only then may its
-  /// leaving take a pair away.
+  /// Whether a pair of buffers was made for this subscriber on this camera: only then does a pair
+  /// go when it leaves.
   bool fHasBuffers = false;
 };
 
@@ -31,6 +31,11 @@ struct RequestedCameraProperties {
 struct VisionModuleInfo {
   VisionModuleInfo();
   ~VisionModuleInfo();
+
+  /// What it asks of a camera that the device has.
+  RequestedCameraProperties& wish(int pCamera) const {
+    return *fRequestedProperties[static_cast<std::size_t>(pCamera)];
+  }
 
   std::string fName;  ///< the unique id, the same as the key in the map
   /// One entry per camera of the device, index = camera index.
@@ -45,6 +50,8 @@ struct VisionModuleInfo {
   std::int32_t fRecordTotal = 0;      ///< images to be written
   std::int32_t fRecordedCount = 0;    ///< images written so far
   std::unique_ptr<OXVideo> fVideo;    ///< the open recording
+  /// Set when it leaves the map, for those who still share the record.
+  bool fHasLeft = false;
 };
 
 /// What a camera is doing and which buffers it has. Made by the concrete camera's constructor.

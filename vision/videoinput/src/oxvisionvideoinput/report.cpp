@@ -1,3 +1,4 @@
+// The texts are part of the published interface: clients match on them.
 #include "report.h"
 
 #include <oxframework/oxerror.h>
@@ -10,14 +11,14 @@ void log(int pLevel, const char* pFunction, const std::string& pMessage, const c
 }
 
 void raise(const std::string& pModule, const char* pMethod, const std::string& pMessage,
-           int pLine) {
-  throw OXError(pModule, pMethod, pMessage, kSourceFile, static_cast<unsigned int>(pLine));
+           std::source_location pWhere) {
+  throw OXError(pModule, pMethod, pMessage, kSourceFile, pWhere.line());
 }
 
 void fail(const std::string& pModule, const char* pFunction, const char* pMethod,
-          const std::string& pMessage, int pLine) {
+          const std::string& pMessage, std::source_location pWhere) {
   log(ki::log::kError, pFunction, pMessage);
-  raise(pModule, pMethod, pMessage, pLine);
+  raise(pModule, pMethod, pMessage, pWhere);
 }
 
 std::string unknownSubscriber(const SubscriberTexts& pTexts, const std::string& pName) {

@@ -1,16 +1,17 @@
-/// How the device speaks of failures: one record in the log, one error with the same text.
+/// How the device reports a failure: one record in the log, one error with the same text.
 #pragma once
 
+#include <source_location>
 #include <sstream>
 #include <string>
 
 namespace OX::report {
 
 constexpr const char* kCategory = "vision.oxvisionvideoinput";
-/// The path that errors carry: this room.
+/// The path that errors carry: this room. Clients know it, so it is not the file of the caller.
 constexpr const char* kSourceFile = "vision/videoinput/src/oxvisionvideoinput";
 
-/// The pieces of a message, written one behind the other.
+/// The pieces of a message in a row.
 template <typename... Pieces>
 std::string text(const Pieces&... pPieces) {
   std::ostringstream stream;
@@ -22,13 +23,16 @@ std::string text(const Pieces&... pPieces) {
 void log(int pLevel, const char* pFunction, const std::string& pMessage,
          const char* pCategory = kCategory);
 
-/// Logs at level 2 under pFunction and throws OXError(pModule, pMethod, pMessage).
+/// Logs at level 2 under pFunction and throws OXError(pModule, pMethod, pMessage) with the line of
+/// pWhere. A look-up on behalf of an operation passes the operation's own place on.
 [[noreturn]] void fail(const std::string& pModule, const char* pFunction, const char* pMethod,
-                       const std::string& pMessage, int pLine);
+                       const std::string& pMessage,
+                       std::source_location pWhere = std::source_location::current());
 
 /// Throws without a record.
 [[noreturn]] void raise(const std::string& pModule, const char* pMethod,
-                        const std::string& pMessage, int pLine);
+                        const std::string& pMessage,
+                        std::source_location pWhere = std::source_location::current());
 
 /// What an operation says when it does not find its subscriber, or finds one of the other family.
 struct SubscriberTexts {

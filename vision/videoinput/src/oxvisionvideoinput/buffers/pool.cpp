@@ -7,6 +7,7 @@
 
 #include <oxframework/oxdefinitions.h>
 #include <oxframework/oxlog.h>
+#include "claim.h"
 #include "oxvisionvideoinput.h"
 
 namespace OX {
@@ -16,36 +17,33 @@ constexpr std::size_t kRetiredBuffers = 4;
 
 using BufferPtr = boost::shared_ptr<OXVisionBuffer>;
 
-bool isFree(const OXVisionBuffer& pBuffer) {
-  return pBuffer.fReadLockCount == 0 && pBuffer.fWriteLockCount <= 0;
-}
-
 bool isReadable(const OXVisionBuffer& pBuffer) { return pBuffer.fWriteLockCount == 0; }
 
-// The index of the buffer that passes pFits and wins by pBefore(stamp, stamp of the best), or -1.
-// Strict comparison leaves the lower index in front on a tie.
+// The buffer among the first pCount that passes pFits and wins by pBefore(stamp, stamp of the
+// best); null when none passes. Strict comparison leaves the lower index in front on a tie.
 template <typename Fits, typename Before>
-int findBest(const std::vector<BufferPtr>& pPool, std::size_t pCount, Fits pFits, Before pBefore) {
-  int best = -1;
+const BufferPtr* findBest(const std::vector<BufferPtr>& pPool, std::size_t pCount, Fits pFits,
+                          Before pBefore) {
+  const BufferPtr* best = nullptr;
   for (std::size_t i = 0; i < pCount; ++i) {
     if (!pFits(*pPool[i])) continue;
-    const bool wins =
-        best < 0 || pBefore(pPool[i]->fImage->fTimeStamp,
-                            pPool[static_cast<std::size_t>(best)]->fImage->fTimeStamp);
-    if (wins) best = static_cast<int>(i);
+    if (!best || pBefore(pPool[i]->fImage->fTimeStamp, (*best)->fImage->fTimeStamp))
+      best = &pPool[i];
   }
   return best;
 }
 
 template <typename Fits>
-int findOldest(const std::vector<BufferPtr>& pPool, Fits pFits) {
+const BufferPtr* findOldest(const std::vector<BufferPtr>& pPool, Fits pFits) {
   return findBest(pPool, pPool.size(), pFits, std::less<>());
 }
 
 template <typename Fits>
-int findNewest(const std::vector<BufferPtr>& pPool, std::size_t pCount, Fits pFits) {
+const BufferPtr* findNewest(const std::vector<BufferPtr>& pPool, std::size_t pCount, Fits pFits) {
   return findBest(pPool, pCount, pFits, std::greater<>());
 }
+
+bool isAnyFree(const OXVisionBuffer& pBuffer) { return pBuffer.isFree(); }
 
 }  // namespace
 
@@ -71,110 +69,99 @@ bool OXVisionVideoInput::xCreateBuffersForStoringImages(const int& pCameraIndex,
   return true;
 }
 
-int OXVisionVideoInput::xLockTheOldestBufferForEditing(const std::int8_t& pCamera, int pWidth,
-                                                       int pHeight, int pColorSpace) {
-  const RealCameraProperties* const camera = xCamera(pCamera);
-  if (!camera) return -1;
-  const BufferPool& pool = camera->fImageBuffers;
-  const int best = findOldest(pool, [&](const OXVisionBuffer& pBuffer) {
-    return isFree(pBuffer) && pBuffer.hasFormat(pWidth, pHeight, pColorSpace);
-  });
-  if (best >= 0) ++pool[static_cast<std::size_t>(best)]->fWriteLockCount;
-  return best;
-}
-
-int OXVisionVideoInput::xLockTheOldestBufferForEditing(const std::int8_t& pCamera) {
-  const RealCameraProperties* const camera = xCamera(pCamera);
-  if (!camera) return -1;
-  const int best = findOldest(camera->fRawBuffers, isFree);
-  if (best < 0)
-    report::log(ki::log::kError, "xLockTheOldestBufferForEditing",
-                getName() + ": error searching for the oldest" +
-                    " buffer to edit, please verify that release method has been call.");
-  else
-    ++camera->fRawBuffers[static_cast<std::size_t>(best)]->fWriteLockCount;
-  return best;
-}
-
-int OXVisionVideoInput::xLockTheNewestBufferForReading(const std::int8_t& pCamera, int pWidth,
-                                                       int pHeight, int pColorSpace) {
-  const RealCameraProperties* const camera = xCamera(pCamera);
-  if (!camera) return -1;
-  const BufferPool& pool = camera->fImageBuffers;
-  const int best = findNewest(pool, pool.size(), [&](const OXVisionBuffer& pBuffer) {
-    return isReadable(pBuffer) && pBuffer.hasFormat(pWidth, pHeight, pColorSpace);
-  });
-  if (best >= 0) ++pool[static_cast<std::size_t>(best)]->fReadLockCount;
-  return best;
-}
-
-int OXVisionVideoInput::xLockTheNewestBufferForReading(const std::int8_t& pCamera) {
-  const RealCameraProperties* const camera = xCamera(pCamera);
-  if (!camera) return -1;
-  const std::size_t count = std::min(camera->fImageBuffers.size(), camera->fRawBuffers.size());
-  const int best = findNewest(camera->fRawBuffers, count, isReadable);
-  if (best >= 0) ++camera->fRawBuffers[static_cast<std::size_t>(best)]->fReadLockCount;
-  return best;
-}
-
-OXImage* OXVisionVideoInput::xImageToReformat(int pCamera, int pResolution, int pColorSpace) {
+OXVisionVideoInput::BufferPtr OXVisionVideoInput::xLockTheOldestBufferForEditing(
+    const RealCameraProperties& pCamera, int pResolution, int pColorSpace) {
   int width = 0;
   int height = 0;
   setSizeFromResolution(pResolution, width, height);
-  const int index =
-      xLockTheOldestBufferForEditing(static_cast<std::int8_t>(pCamera), width, height, pColorSpace);
-  if (index < 0) return nullptr;
-  OXVisionBuffer& buffer = *xCamera(pCamera)->fImageBuffers[static_cast<std::size_t>(index)];
-  buffer.fImage->fTimeStamp = 0;
-  --buffer.fWriteLockCount;  // the lock is held: nobody can come between
-  return buffer.fImage.get();
+  const BufferPtr* const oldest =
+      findOldest(pCamera.fImageBuffers, [&](const OXVisionBuffer& pBuffer) {
+        return pBuffer.isFree() && pBuffer.hasFormat(width, height, pColorSpace);
+      });
+  if (!oldest) return {};
+  ++(*oldest)->fWriteLockCount;
+  return *oldest;
 }
 
-// A buffer goes out of the pool but not at once out of memory: a client of this process that lost
-// its image by force may still be reading it. One that is held lives until its last release.
-void OXVisionVideoInput::xErase(BufferPool& pPool, int pIndex) {
+// Normally there is a free buffer of the format, since each subscriber brought one and holds none
+// while it asks. When settings have moved the formats around there may be none: every buffer has
+// storage for the largest format, so any free one can be given another.
+OXVisionVideoInput::BufferPtr OXVisionVideoInput::xLockBufferForConversion(const Claim& pClaim) {
+  const int resolution = pClaim.wish.fResolution;
+  const int colorSpace = pClaim.wish.fColorSpace;
+  BufferPtr exact = xLockTheOldestBufferForEditing(pClaim.camera, resolution, colorSpace);
+  if (exact) return exact;
+  const BufferPtr* const oldest = findOldest(pClaim.camera.fImageBuffers, isAnyFree);
+  if (!oldest) {
+    report::log(ki::log::kError, "xConvertImage",
+                report::text("xConvertImage(", pClaim.index, "): no free buffer to convert into"));
+    return {};
+  }
+  ++(*oldest)->fWriteLockCount;
+  (*oldest)->fImage->setResolution(resolution);
+  (*oldest)->fImage->setColorSpace(colorSpace);
+  return *oldest;
+}
+
+OXVisionVideoInput::BufferPtr OXVisionVideoInput::xLockTheNewestBufferForReading(
+    const Claim& pClaim) {
+  int width = 0;
+  int height = 0;
+  setSizeFromResolution(pClaim.wish.fResolution, width, height);
+  const BufferPool& pool = pClaim.camera.fImageBuffers;
+  const BufferPtr* const newest = findNewest(pool, pool.size(), [&](const OXVisionBuffer& pBuffer) {
+    return isReadable(pBuffer) && pBuffer.hasFormat(width, height, pClaim.wish.fColorSpace);
+  });
+  if (!newest) return {};
+  ++(*newest)->fReadLockCount;
+  return *newest;
+}
+
+OXVisionVideoInput::BufferPtr OXVisionVideoInput::xLockTheNewestBufferForReading(
+    const RealCameraProperties& pCamera) {
+  const std::size_t count = std::min(pCamera.fImageBuffers.size(), pCamera.fRawBuffers.size());
+  const BufferPtr* const newest = findNewest(pCamera.fRawBuffers, count, isReadable);
+  if (!newest) return {};
+  ++(*newest)->fReadLockCount;
+  return *newest;
+}
+
+OXImage* OXVisionVideoInput::xImageToReformat(const Claim& pClaim, int pResolution,
+                                              int pColorSpace) {
+  const BufferPtr buffer = xLockTheOldestBufferForEditing(pClaim.camera, pResolution, pColorSpace);
+  if (!buffer) return nullptr;
+  buffer->fImage->fTimeStamp = 0;
+  --buffer->fWriteLockCount;  // the lock is held: nobody can come between
+  return buffer->fImage.get();
+}
+
+// The buffer is removed from the pool but not freed at once: a client of this process that lost its
+// image by force may still be reading it. A held buffer lives until its last release anyway.
+void OXVisionVideoInput::xErase(BufferPool& pPool, const BufferPtr& pBuffer) {
   if (fRetired.size() >= kRetiredBuffers) fRetired.erase(fRetired.begin());
-  const auto position = pPool.begin() + pIndex;
-  fRetired.push_back(*position);
-  pPool.erase(position);
+  fRetired.push_back(pBuffer);
+  pPool.erase(pPool.begin() + (&pBuffer - pPool.data()));
 }
 
 void OXVisionVideoInput::xFindAndEraseTheOldestBuffer(BufferPool& pPool) {
   // Nobody can release while this lock is held, so there is no waiting for a free one.
-  int oldest = findOldest(pPool, isFree);
-  if (oldest < 0) oldest = findOldest(pPool, [](const OXVisionBuffer&) { return true; });
-  if (oldest >= 0) xErase(pPool, oldest);
+  const BufferPtr* oldest = findOldest(pPool, isAnyFree);
+  if (!oldest) oldest = findOldest(pPool, [](const OXVisionBuffer&) { return true; });
+  if (oldest) xErase(pPool, *oldest);
 }
 
-void OXVisionVideoInput::xFindAndEraseTheOldestBuffer(
-    BufferPool& pPool, const boost::shared_ptr<VisionModuleInfo>& pInfo) {
-  const auto camera = static_cast<std::size_t>(xCurrentCamera(*pInfo));
-  if (camera >= pInfo->fRequestedProperties.size()) return;
-  const RequestedCameraProperties& wish = *pInfo->fRequestedProperties[camera];
+void OXVisionVideoInput::xFindAndEraseTheOldestBuffer(BufferPool& pPool,
+                                                      const RequestedCameraProperties& pWish) {
   int width = 0;
   int height = 0;
-  setSizeFromResolution(wish.fResolution, width, height);
-  const int oldest = findOldest(pPool, [&](const OXVisionBuffer& pBuffer) {
-    return isFree(pBuffer) && pBuffer.hasFormat(width, height, wish.fColorSpace);
+  setSizeFromResolution(pWish.fResolution, width, height);
+  const BufferPtr* const oldest = findOldest(pPool, [&](const OXVisionBuffer& pBuffer) {
+    return pBuffer.isFree() && pBuffer.hasFormat(width, height, pWish.fColorSpace);
   });
-  if (oldest >= 0)
-    xErase(pPool, oldest);
+  if (oldest)
+    xErase(pPool, *oldest);
   else
     xFindAndEraseTheOldestBuffer(pPool);
-}
-
-void OXVisionVideoInput::xForceReleaseBuffer(const std::string& pName) {
-  const auto found = fVisionModules.find(pName);
-  if (found == fVisionModules.end()) {
-    report::log(ki::log::kError, "xForceReleaseBuffer",
-                "xForceReleaseBuffer(" + pName + ") : module " + pName + " unknown!");
-    return;
-  }
-  for (int i = 0; i < fNbCameras; ++i) xReleaseConverted(pName, *found->second, i);
-}
-
-void OXVisionVideoInput::xDropReader(int pCamera, OXVisionBuffer& pBuffer) {
-  if (--pBuffer.fReadLockCount == 0 && pBuffer.fRawSource) xReturnRawSource(pCamera, pBuffer);
 }
 
 }  // namespace OX

@@ -5,6 +5,7 @@
 
 #include <oxframework/oxdefinitions.h>
 #include <oxframework/oxlog.h>
+#include "claim.h"
 #include "oxvisionvideoinput.h"
 #include "pixels/colour/kernels.h"
 
@@ -48,59 +49,23 @@ std::size_t sourceBytes(const OXImage& pRawImage, const OXImage& pDestination) {
 
 }  // namespace
 
-// Normally there is a free buffer of the format, since each subscriber brought one and holds none
-// while it asks. When settings have moved the formats around there may be none: every buffer has
-// storage for the largest format, so any free one can be re-dimensioned.
-int OXVisionVideoInput::xLockBufferForConversion(int pCameraIndex, int pResolution,
-                                                 int pColorSpace) {
-  int width = 0;
-  int height = 0;
-  setSizeFromResolution(pResolution, width, height);
-  const auto camera = static_cast<std::int8_t>(pCameraIndex);
-  const int exact = xLockTheOldestBufferForEditing(camera, width, height, pColorSpace);
-  if (exact >= 0) return exact;
-  int oldest = -1;
-  const BufferPool& pool = xCamera(pCameraIndex)->fImageBuffers;
-  for (std::size_t i = 0; i < pool.size(); ++i) {
-    if (pool[i]->fReadLockCount != 0 || pool[i]->fWriteLockCount > 0) continue;
-    if (oldest < 0 ||
-        pool[i]->fImage->fTimeStamp < pool[static_cast<std::size_t>(oldest)]->fImage->fTimeStamp)
-      oldest = static_cast<int>(i);
-  }
-  if (oldest < 0) {
-    report::log(ki::log::kError, "xConvertImage",
-                report::text("xConvertImage(", pCameraIndex, "): no free buffer to convert into"));
-    return -1;
-  }
-  OXVisionBuffer& buffer = *pool[static_cast<std::size_t>(oldest)];
-  ++buffer.fWriteLockCount;
-  buffer.fImage->setResolution(pResolution);
-  buffer.fImage->setColorSpace(pColorSpace);
-  return oldest;
-}
-
-int OXVisionVideoInput::xConvertImage(int pCameraIndex,
-                                      const boost::shared_ptr<VisionModuleInfo>& pModule,
-                                      const OXImage* pRawImage) {
-  const RequestedCameraProperties& wish =
-      *pModule->fRequestedProperties[static_cast<std::size_t>(pCameraIndex)];
-  const int index = xLockBufferForConversion(pCameraIndex, wish.fResolution, wish.fColorSpace);
-  if (index < 0) return -1;
-  OXVisionBuffer& buffer = *xCamera(pCameraIndex)->fImageBuffers[static_cast<std::size_t>(index)];
-  if (pModule->fIsRecording) xRecord(pModule, *pRawImage, true);
+OXVisionVideoInput::BufferPtr OXVisionVideoInput::xConvertImage(const Claim& pClaim,
+                                                                const OXImage& pRawImage) {
+  BufferPtr buffer = xLockBufferForConversion(pClaim);
+  if (!buffer) return {};
+  if (pClaim.subscriber->fIsRecording) xRecord(pClaim.subscriber, pRawImage, true);
+  OXImage& image = *buffer->fImage;
   // A raw image of another format is not converted: its stamp comes with the old pixels.
-  if (pRawImage->fColorSpace == kYUV422)
-    xConvertPixels(*pRawImage, *buffer.fImage, wish.fColorSpace);
-  OXImage& image = *buffer.fImage;
-  image.fTimeStamp = pRawImage->fTimeStamp;
-  image.fCameraId = pRawImage->fCameraId;
-  image.fLeftAngle = pRawImage->fLeftAngle;
-  image.fTopAngle = pRawImage->fTopAngle;
-  image.fRightAngle = pRawImage->fRightAngle;
-  image.fBottomAngle = pRawImage->fBottomAngle;
-  ++buffer.fReadLockCount;
-  --buffer.fWriteLockCount;
-  return index;
+  if (pRawImage.fColorSpace == kYUV422) xConvertPixels(pRawImage, image, pClaim.wish.fColorSpace);
+  image.fTimeStamp = pRawImage.fTimeStamp;
+  image.fCameraId = pRawImage.fCameraId;
+  image.fLeftAngle = pRawImage.fLeftAngle;
+  image.fTopAngle = pRawImage.fTopAngle;
+  image.fRightAngle = pRawImage.fRightAngle;
+  image.fBottomAngle = pRawImage.fBottomAngle;
+  ++buffer->fReadLockCount;
+  --buffer->fWriteLockCount;
+  return buffer;
 }
 
 void OXVisionVideoInput::xConvertPixels(const OXImage& pRawImage, OXImage& pDestination,

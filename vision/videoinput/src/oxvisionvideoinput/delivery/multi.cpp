@@ -1,12 +1,7 @@
 // Images of a subscriber with several streams. No sharing and no rate here: every request takes a
 // new frame of each camera.
-#include <boost/make_shared.hpp>
-#include <cstring>
-
-#include <oxframework/oxerror.h>
 #include <oxframework/oxlog.h>
-#include "buffers/snapshots.h"
-#include "oxvisionvideoinput.h"
+#include "buffers/remotereply.h"
 
 namespace OX {
 namespace {
@@ -28,113 +23,83 @@ constexpr report::SubscriberTexts kReleaseImages{
 
 }  // namespace
 
-OXVisionVideoInput::Snapshots::Snapshots(OXVisionVideoInput& pDevice,
-                                         const VisionModuleInfo& pModule,
-                                         const std::vector<OXImage*>& pImages) {
-  for (std::size_t i = 0; i < pImages.size() && i < pModule.fActiveCameras.size(); ++i) {
-    const int camera = pModule.fActiveCameras[i];
-    const auto& held = pModule.fRequestedProperties[static_cast<std::size_t>(camera)]->fLockedImage;
-    fViews.push_back(pImages[i] && held ? std::make_unique<OXImage>(*pImages[i], OXImage::ViewTag())
-                                        : nullptr);
-    if (fViews.back()) fPins.push_back(std::make_unique<ReadPin>(pDevice, camera, held));
-  }
+std::vector<OXImage*> OXVisionVideoInput::xGetImages(const std::string& pId) {
+  return xGetImages(xSubscriber(pId, Family::Multi, kGetImagesLocal));
 }
 
-OXValue OXVisionVideoInput::Snapshots::join() const {
-  std::size_t total = 0;
-  for (const auto& view : fViews) total += view ? view->getSizeBytes() : 0;
-  const auto pixels = boost::make_shared_noinit<unsigned char[]>(total ? total : 1);
-  unsigned char* position = pixels.get();
-  OXValue result;
-  for (const auto& view : fViews) {
-    if (!view) {
-      result.arrayPush(OXValue::Array());
-      continue;
-    }
-    const std::size_t size = view->getSizeBytes();
-    if (size) std::memcpy(position, view->fData, size);
-    position += size;
-    OXImage header(*view, OXImage::ViewTag());
-    header.fData = nullptr;
-    OXValue description = header.toOXValue();
-    description[6] = OXValue(OXValue::Array());
-    result.arrayPush(std::move(description));
-  }
-  OXValue binary;
-  binary.AdoptBinary(boost::shared_ptr<const void>(pixels, pixels.get()), pixels.get(),
-                     static_cast<int>(total));
-  result.arrayPush(std::move(binary));
-  return result;
-}
-
-std::vector<OXImage*> OXVisionVideoInput::xGetImages(const std::string& pName) {
-  const boost::shared_ptr<VisionModuleInfo> module = fVisionModules.at(pName);
-  for (const int camera : module->fActiveCameras) {
-    if (module->fRequestedProperties[static_cast<std::size_t>(camera)]->fLockedImage) {
+std::vector<OXImage*> OXVisionVideoInput::xGetImages(
+    const boost::shared_ptr<VisionModuleInfo>& pSubscriber) {
+  for (const int camera : pSubscriber->fActiveCameras) {
+    if (pSubscriber->wish(camera).fLockedImage) {
       report::log(ki::log::kError, "xGetImages",
                   report::text("Previous image ", camera, " was not released"));
       return {};
     }
     xStartFrameGrabber(camera);
   }
-  std::vector<OXImage*> images = xGetDirectRawImages(pName);
+  std::vector<OXImage*> images = xGetDirectRawImages(pSubscriber->fName);
   if (images.empty())
     report::raise(getName(), "xGetImages()",
-                  pName + " failed to get images from one or several cameras", __LINE__);
+                  pSubscriber->fName + " failed to get images from one or several cameras");
   for (std::size_t i = 0; i < images.size(); ++i) {
     if (!images[i]) continue;  // the camera had no buffer to lend: nothing is held there
-    const int camera = module->fActiveCameras[i];
-    const int converted = xConvertImage(camera, module, images[i]);
-    if (!xReleaseDirectRawImageDeep(pName, camera))
+    const Claim claim = xClaim(pSubscriber, pSubscriber->fActiveCameras[i]);
+    BufferPtr converted = xConvertImage(claim, *images[i]);
+    if (!xReleaseDirectRawImageDeep(pSubscriber->fName, claim.index))
       report::log(ki::log::kError, "xGetImages",
-                  "xGetImage(" + pName + "): Unable to release raw image.");
-    images[i] = converted < 0 ? nullptr : xLendConverted(camera, *module, converted);
+                  "xGetImage(" + pSubscriber->fName + "): Unable to release raw image.");
+    images[i] = xLendConverted(claim, std::move(converted));
   }
   return images;
 }
 
-OXValue OXVisionVideoInput::getImagesLocal(const std::string& pName) {
-  const OXCriticalSectionWrite lock(fVisionModulesLock);
-  xSubscriber(pName, Family::Multi, kGetImagesLocal);
-  const std::vector<OXImage*> images = xGetImages(pName);
+OXValue OXVisionVideoInput::xDeliveredFlags(const std::vector<OXImage*>& pImages) {
   OXValue result;
-  result.arrayReserve(static_cast<int>(images.size()));
-  for (std::size_t i = 0; i < images.size(); ++i)
-    result[static_cast<int>(i)] = images[i] != nullptr;
+  result.arrayReserve(static_cast<int>(pImages.size()));
+  for (std::size_t i = 0; i < pImages.size(); ++i)
+    result[static_cast<int>(i)] = pImages[i] != nullptr;
   return result;
 }
 
-OXValue OXVisionVideoInput::getImagesRemote(const std::string& pName) {
-  OXValue result;
+OXValue OXVisionVideoInput::getImagesLocal(const std::string& pId) {
+  const OXCriticalSectionWrite lock(fVisionModulesLock);
+  return xDeliveredFlags(xGetImages(xSubscriber(pId, Family::Multi, kGetImagesLocal)));
+}
+
+OXValue OXVisionVideoInput::getImagesRemote(const std::string& pId) {
+  RemoteReply reply(*this, &OXVisionVideoInput::xReleaseImagesOfAll);
   {
-    std::unique_ptr<Snapshots> snapshots;
-    {
-      const OXCriticalSectionWrite lock(fVisionModulesLock);
-      const auto module = xSubscriber(pName, Family::Multi, kGetImagesRemote);
-      const std::vector<OXImage*> images = xGetImages(pName);
-      if (images.empty()) return OXValue();
-      snapshots = std::make_unique<Snapshots>(*this, *module, images);
-    }
-    result = snapshots->join();
+    const OXCriticalSectionWrite lock(fVisionModulesLock);
+    const auto& subscriber = xSubscriber(pId, Family::Multi, kGetImagesRemote);
+    const std::vector<OXImage*> images = xGetImages(subscriber);
+    if (images.empty()) return OXValue();
+    xAddToReply(reply, subscriber, images);
   }
-  try {
-    releaseImages(pName);
-  } catch (const OXError&) {
-    // The subscriber left while its pixels were copied; they are good all the same.
-  }
-  return result;
+  return reply.joined();
 }
 
-OXValue OXVisionVideoInput::releaseImages(const std::string& pName) {
+void OXVisionVideoInput::xAddToReply(RemoteReply& pReply,
+                                     const boost::shared_ptr<VisionModuleInfo>& pSubscriber,
+                                     const std::vector<OXImage*>& pImages) const {
+  pReply.heldBy(pSubscriber);
+  const std::vector<int>& cameras = pSubscriber->fActiveCameras;
+  for (std::size_t i = 0; i < pImages.size() && i < cameras.size(); ++i)
+    pReply.add(xClaim(pSubscriber, cameras[i]), pImages[i]);
+}
+
+void OXVisionVideoInput::xReleaseImagesOfAll(
+    const boost::shared_ptr<VisionModuleInfo>& pSubscriber) {
+  for (const int camera : pSubscriber->fActiveCameras)
+    xReleaseConverted(xClaim(pSubscriber, camera));
+}
+
+OXValue OXVisionVideoInput::releaseImages(const std::string& pId) {
   const OXCriticalSectionWrite lock(fVisionModulesLock);
-  const auto module = xSubscriber(pName, Family::Multi, kReleaseImages);
+  const auto& subscriber = xSubscriber(pId, Family::Multi, kReleaseImages);
   std::vector<int> results;
-  for (const int camera : module->fActiveCameras) {
-    const bool held =
-        module->fRequestedProperties[static_cast<std::size_t>(camera)]->fLockedImage != nullptr;
-    xReleaseConverted(pName, *module, camera);
-    results.push_back(held ? 1 : 0);
-  }
+  for (const int camera : subscriber->fActiveCameras)
+    results.push_back(subscriber->wish(camera).fLockedImage ? 1 : 0);
+  xReleaseImagesOfAll(subscriber);
   return OXValue(results);
 }
 

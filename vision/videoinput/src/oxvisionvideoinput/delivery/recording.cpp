@@ -2,15 +2,16 @@
 // for it: a frame is considered only when the subscriber asks for an image.
 #include <cstdint>
 
-#include <oxframework/oxerror.h>
-#include <oxframework/oxlog.h>
+#include <oxframework/oxclock.h>
 #include <oxframework/oxvideo.h>
+#include "claim.h"
 #include "oxvisionvideoinput.h"
 
 namespace OX {
 namespace {
 
 constexpr int kPixelDepth = 8;
+constexpr unsigned int kWriteInProgressUs = 5000;
 
 constexpr report::SubscriberTexts kRecordVideo{"recordVideo", "recordVideo()", "recordVideo(",
                                                "Multi stream module can't call this method"};
@@ -25,49 +26,57 @@ std::int32_t oneLess(std::int32_t pNumber) {
 
 }  // namespace
 
-bool OXVisionVideoInput::recordVideo(const std::string& pName, const std::string& pPath,
+bool OXVisionVideoInput::recordVideo(const std::string& pId, const std::string& pPath,
                                      const int& pTotalNumber, const int& pPeriod) {
-  // Reading keeps delivery away; fParametersLock keeps two recorders of one subscriber apart.
+  // Reading keeps delivery away; fRecordingLock keeps two recorders of one subscriber apart.
   const OXCriticalSectionRead lock(fVisionModulesLock);
-  const OXCriticalSection recorders(fParametersLock);
-  const auto module = xSubscriber(pName, Family::Mono, kRecordVideo);
-  const RealCameraProperties& camera =
-      *xCamera(xCheckedCurrentCamera(*module, kRecordVideo.function));
+  const OXCriticalSection recorders(fRecordingLock);
+  const Claim claim = xClaim(pId, kRecordVideo);
   // What can fail comes first: nothing of the record has changed then.
-  const OXValue size = resolutionToSizes(camera.fResolution);
-  const streamHeader header{size[0].toInt(), size[1].toInt(), camera.fColorSpace, kPixelDepth};
-  module->fRecordPeriod = pPeriod > 0 ? pPeriod : 1;
-  module->fRecordedCount = 0;
-  module->fRecordTotal = pTotalNumber > 0 ? pTotalNumber : 1;
+  const OXValue size = resolutionToSizes(claim.camera.fResolution);
+  const streamHeader header{size[0].toInt(), size[1].toInt(), claim.camera.fColorSpace,
+                            kPixelDepth};
+  VisionModuleInfo& subscriber = *claim.subscriber;
+  subscriber.fRecordPeriod = pPeriod > 0 ? pPeriod : 1;
+  subscriber.fRecordedCount = 0;
+  subscriber.fRecordTotal = pTotalNumber > 0 ? pTotalNumber : 1;
   // From the period as given: 0 or less never reaches the next image.
-  module->fRecordCountdown = oneLess(pPeriod);
-  module->fVideo = std::make_unique<OXVideo>();
-  const bool opened = module->fVideo->recordVideo(pPath, 0, {header});
-  module->fIsRecording = true;  // also when the file could not be opened: writing is harmless
+  subscriber.fRecordCountdown = oneLess(pPeriod);
+  subscriber.fVideo = std::make_unique<OXVideo>();
+  const bool opened = subscriber.fVideo->recordVideo(pPath, 0, {header});
+  subscriber.fIsRecording = true;  // also when the file could not be opened: writing is harmless
   return opened;
 }
 
-bool OXVisionVideoInput::stopVideo(const std::string& pName) {
+bool OXVisionVideoInput::stopVideo(const std::string& pId) {
   const OXCriticalSectionRead lock(fVisionModulesLock);
-  const OXCriticalSection recorders(fParametersLock);
-  return xCloseVideo(xSubscriber(pName, Family::Mono, kStopVideo));
+  const OXCriticalSection recorders(fRecordingLock);
+  return xCloseVideo(xSubscriber(pId, Family::Mono, kStopVideo));
 }
 
-void OXVisionVideoInput::xRecord(const boost::shared_ptr<VisionModuleInfo>& pModule,
+bool OXVisionVideoInput::xCloseVideo(const boost::shared_ptr<VisionModuleInfo>& pSubscriber) {
+  pSubscriber->fIsRecording = false;
+  ki::os::usleep(kWriteInProgressUs);  // lets a write in progress end
+  if (pSubscriber->fVideo) pSubscriber->fVideo->closeVideo();
+  pSubscriber->fVideo.reset();
+  return true;
+}
+
+void OXVisionVideoInput::xRecord(const boost::shared_ptr<VisionModuleInfo>& pSubscriber,
                                  const OXImage& pRawImage, bool pApplyPatch) {
-  if (pModule->fRecordedCount >= pModule->fRecordTotal) {
-    xCloseVideo(pModule);
+  if (pSubscriber->fRecordedCount >= pSubscriber->fRecordTotal) {
+    xCloseVideo(pSubscriber);
     return;
   }
-  if (pModule->fRecordCountdown == 0) {
-    pModule->fRecordCountdown = pModule->fRecordPeriod;
+  if (pSubscriber->fRecordCountdown == 0) {
+    pSubscriber->fRecordCountdown = pSubscriber->fRecordPeriod;
     if (pApplyPatch && pRawImage.getSizeBytes() > 0) xApplyPatchForKernelMemcopy(&pRawImage);
-    if (pModule->fVideo)
-      pModule->fVideo->write(pRawImage.fData, static_cast<int>(pRawImage.getSizeBytes()),
-                             pRawImage.fTimeStamp, pRawImage.fCameraId, 0.f, 0.f, 0.f, 0.f);
-    ++pModule->fRecordedCount;
+    if (pSubscriber->fVideo)
+      pSubscriber->fVideo->write(pRawImage.fData, static_cast<int>(pRawImage.getSizeBytes()),
+                                 pRawImage.fTimeStamp, pRawImage.fCameraId, 0.f, 0.f, 0.f, 0.f);
+    ++pSubscriber->fRecordedCount;
   }
-  pModule->fRecordCountdown = oneLess(pModule->fRecordCountdown);
+  pSubscriber->fRecordCountdown = oneLess(pSubscriber->fRecordCountdown);
 }
 
 }  // namespace OX

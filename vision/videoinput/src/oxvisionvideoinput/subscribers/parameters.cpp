@@ -1,18 +1,11 @@
-// Camera parameters, and what a camera must run at from what all subscribers ask.
-#include <algorithm>
-
-#include <oxframework/oxclock.h>
+// Camera parameters: a thin layer over the driver, which decides what a parameter means.
 #include <oxframework/oxdefinitions.h>
 #include <oxframework/oxlog.h>
 #include "oxvisionvideoinput.h"
+#include "records.h"
 
 namespace OX {
 namespace {
-
-constexpr int kFloorFrameRate = 5;
-// A raw buffer that another writer has is waited for one second at most: the lock is held.
-constexpr int kWriterPasses = 2000;
-constexpr unsigned int kWriterPassUs = 500;
 
 constexpr report::SubscriberTexts kGetOne{
     "getCameraParameter", "getCameraParameter()", "getCameraParameter(",
@@ -34,108 +27,55 @@ constexpr report::SubscriberTexts kDefaultAll{
     "setCamerasParameterToDefault", "setCamerasParameterToDefault()", "getCamerasParameter(",
     "Mono stream module can't call this method, use setCameraParameterToDefault instead"};
 
-void waitForOtherWriter(const OXVisionBuffer& pBuffer) {
-  for (int pass = 0; pass < kWriterPasses; ++pass) {
-    if (pBuffer.fReadLockCount == 0 || pBuffer.fWriteLockCount <= 1) return;
-    ki::os::usleep(kWriterPassUs);
-  }
-}
-
 }  // namespace
 
-bool OXVisionVideoInput::xUpdateParam(const int& pCameraIndex) {
-  RealCameraProperties* const camera = xCamera(pCameraIndex);
-  if (!camera) return true;
-  if (fVisionModules.empty()) {
-    // Written straight into the camera: the restart applies it.
-    if (camera->fFrameRate == kFloorFrameRate && camera->fResolution == fDefaultResolution)
-      return true;
-    xStopFrameGrabber(pCameraIndex);
-    camera->fResolution = static_cast<std::int8_t>(fDefaultResolution);
-    camera->fFrameRate = kFloorFrameRate;
-    xStartFrameGrabber(pCameraIndex);
-    return true;
-  }
-  // Every subscriber counts for every camera, also for one that it does not use.
-  int resolution = fDefaultResolution;
-  int frameRate = kFloorFrameRate;
-  for (const auto& entry : fVisionModules) {
-    const auto& wishes = entry.second->fRequestedProperties;
-    resolution =
-        std::max<int>(resolution, wishes[static_cast<std::size_t>(pCameraIndex)]->fResolution);
-    frameRate = std::max<int>(frameRate, entry.second->fFrameRate);
-  }
-  if (resolution != camera->fResolution) {
-    report::log(ki::log::kInfo, "xUpdateParam",
-                report::text(getName(), ": New resolution changed to ", resolution));
-    xSetParam(pCameraIndex, kCameraResolutionID, resolution, false);
-    camera->fResolution = static_cast<std::int8_t>(resolution);
-    for (const auto& buffer : camera->fRawBuffers) {
-      ++buffer->fWriteLockCount;
-      waitForOtherWriter(*buffer);
-      buffer->fImage->setResolution(resolution);
-      --buffer->fWriteLockCount;
-    }
-  }
-  if (frameRate != camera->fFrameRate) {
-    report::log(ki::log::kInfo, "xUpdateParam",
-                report::text(getName(), ": New framerate: ", frameRate));
-    xSetParam(pCameraIndex, kCameraFrameRateID, frameRate, false);
-    camera->fFrameRate = static_cast<std::uint8_t>(frameRate);
-  }
-  return true;
-}
-
-int OXVisionVideoInput::getCameraParameter(const std::string& pName, const int& pParam) {
+int OXVisionVideoInput::getCameraParameter(const std::string& pId, const int& pParam) {
   const OXCriticalSectionRead lock(fVisionModulesLock);
-  return xGetParam(xCurrentCamera(*xSubscriber(pName, Family::Mono, kGetOne)), pParam);
+  return xGetParam(xCurrentCamera(*xSubscriber(pId, Family::Mono, kGetOne)), pParam);
 }
 
-bool OXVisionVideoInput::setCameraParameter(const std::string& pName, const int& pParam,
+bool OXVisionVideoInput::setCameraParameter(const std::string& pId, const int& pParam,
                                             const int& pValue) {
   const OXCriticalSectionWrite lock(fVisionModulesLock);
-  return xSetParam(xCurrentCamera(*xSubscriber(pName, Family::Mono, kSetOne)), pParam, pValue,
-                   false);
+  return xSetParam(xCurrentCamera(*xSubscriber(pId, Family::Mono, kSetOne)), pParam, pValue, false);
 }
 
-bool OXVisionVideoInput::setCameraParameterToDefault(const std::string& pName, const int& pParam) {
+bool OXVisionVideoInput::setCameraParameterToDefault(const std::string& pId, const int& pParam) {
   const OXCriticalSectionWrite lock(fVisionModulesLock);
-  return xSetParam(xCurrentCamera(*xSubscriber(pName, Family::Mono, kDefaultOne)), pParam, -1,
-                   true);
+  return xSetParam(xCurrentCamera(*xSubscriber(pId, Family::Mono, kDefaultOne)), pParam, -1, true);
 }
 
-OXValue OXVisionVideoInput::getCamerasParameter(const std::string& pName, const int& pParam) {
+OXValue OXVisionVideoInput::getCamerasParameter(const std::string& pId, const int& pParam) {
   const OXCriticalSectionRead lock(fVisionModulesLock);
-  const auto module = xSubscriber(pName, Family::Multi, kGetAll);
+  const auto& subscriber = xSubscriber(pId, Family::Multi, kGetAll);
   std::vector<int> values;
-  for (const int camera : module->fActiveCameras) values.push_back(xGetParam(camera, pParam));
+  for (const int camera : subscriber->fActiveCameras) values.push_back(xGetParam(camera, pParam));
   return OXValue(values);
 }
 
-OXValue OXVisionVideoInput::setCamerasParameter(const std::string& pName, const int& pParam,
+OXValue OXVisionVideoInput::setCamerasParameter(const std::string& pId, const int& pParam,
                                                 const OXValue& pValues) {
   const OXCriticalSectionWrite lock(fVisionModulesLock);
-  const auto module = xSubscriber(pName, Family::Multi, kSetAll);
+  const auto& subscriber = xSubscriber(pId, Family::Multi, kSetAll);
   const std::vector<int> values = pValues.toIntVector();
-  const std::vector<int>& cameras = module->fActiveCameras;
+  const std::vector<int>& cameras = subscriber->fActiveCameras;
   if (values.size() != cameras.size())
     report::fail(getName(), kSetAll.function, kSetAll.method,
-                 report::text("Could not set cameras parameter to module: ", pName, "\n",
+                 report::text("Could not set cameras parameter to module: ", pId, "\n",
                               "Input parameters have the wrong size: ", values.size(),
-                              " expected size: ", cameras.size()),
-                 __LINE__);
+                              " expected size: ", cameras.size()));
   std::vector<int> results;
   for (std::size_t i = 0; i < cameras.size(); ++i)
     results.push_back(xSetParam(cameras[i], pParam, values[i], false) ? 1 : 0);
   return OXValue(results);
 }
 
-OXValue OXVisionVideoInput::setCamerasParameterToDefault(const std::string& pName,
+OXValue OXVisionVideoInput::setCamerasParameterToDefault(const std::string& pId,
                                                          const int& pParam) {
   const OXCriticalSectionWrite lock(fVisionModulesLock);
-  const auto module = xSubscriber(pName, Family::Multi, kDefaultAll);
+  const auto& subscriber = xSubscriber(pId, Family::Multi, kDefaultAll);
   std::vector<int> results;
-  for (const int camera : module->fActiveCameras)
+  for (const int camera : subscriber->fActiveCameras)
     results.push_back(xSetParam(camera, pParam, -1, true) ? 1 : 0);
   return OXValue(results);
 }
@@ -170,8 +110,7 @@ bool OXVisionVideoInput::setActiveCamera(const int& pCameraIndex) {
               "setActiveCamera(pCamID) is deprecated, use setActiveCamera(subscriber_name, pCamID) "
               "in order to change camera only for the specified subscriber.\n");
   if (!xCamera(pCameraIndex))
-    report::raise(getName(), "setActiveCamera()", "Invalid camera parameter input reference.",
-                  __LINE__);
+    report::raise(getName(), "setActiveCamera()", "Invalid camera parameter input reference.");
   return xSetParam(fActiveCamera, kCameraSelectID, pCameraIndex, false);
 }
 

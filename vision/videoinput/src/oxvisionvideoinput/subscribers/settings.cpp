@@ -3,6 +3,7 @@
 
 #include <oxframework/oxclock.h>
 #include <oxframework/oxlog.h>
+#include "claim.h"
 #include "oxvisionvideoinput.h"
 
 namespace OX {
@@ -43,143 +44,119 @@ struct OXVisionVideoInput::SettingChange {
   Family family;
   const char* invalidText;
   const char* whatChanges;  ///< "resolution", for the record of a change
-  const char* giveUpEnd;    ///< behind the text of a wait that was given up
+  const char* giveUpEnd;    ///< after the text of a wait that was given up
   int newValue;
-  std::function<bool(int)> isValid;                                                 ///< on a camera
-  std::function<int(const VisionModuleInfo&, int)> oldValue;                        ///< on a camera
-  std::function<bool(const boost::shared_ptr<VisionModuleInfo>&, int, int)> apply;  ///< old value
+  std::function<bool(int)> isValid;  ///< on a camera
+  std::function<int(const Claim&)> oldValue;
+  std::function<bool(const Claim&, int)> apply;  ///< from the old value
 };
 
-bool OXVisionVideoInput::xChangeSetting(const std::string& pName, const SettingChange& pChange) {
+bool OXVisionVideoInput::xChangeSetting(const std::string& pId, const SettingChange& pChange,
+                                        std::source_location pWhere) {
   {
     const OXCriticalSectionRead lock(fVisionModulesLock);
-    xSubscriber(pName, pChange.family, pChange.texts);
+    xSubscriber(pId, pChange.family, pChange.texts, pWhere);
   }
   for (int pass = 0; pass < kReleasePasses; ++pass) {
     if (pass > 0) ki::os::usleep(kReleasePassUs);  // without the lock: the release needs it
     const OXCriticalSectionWrite lock(fVisionModulesLock);
-    const auto module = xSubscriber(pName, pChange.family, pChange.texts);
-    const int camera = xCheckedCurrentCamera(*module, pChange.texts.function);
-    if (!pChange.isValid(camera))
+    const auto& subscriber = xSubscriber(pId, pChange.family, pChange.texts, pWhere);
+    const Claim claim =
+        xClaim(subscriber, xCheckedCurrentCamera(*subscriber, pChange.texts.function, pWhere));
+    if (!pChange.isValid(claim.index))
       report::fail(getName(), pChange.texts.function, pChange.texts.method, pChange.invalidText,
-                   __LINE__);
-    if (module->fRequestedProperties[static_cast<std::size_t>(camera)]->fLockedImage) continue;
-    const int oldValue = pChange.oldValue(*module, camera);
+                   pWhere);
+    if (claim.wish.fLockedImage) continue;
+    const int oldValue = pChange.oldValue(claim);
     report::log(ki::log::kInfo, pChange.texts.function,
                 report::text(getName(), ": Changed ", pChange.whatChanges, " for subscriber \"",
-                             pName, "\" from ", oldValue, " to ", pChange.newValue));
-    return oldValue == pChange.newValue || pChange.apply(module, camera, oldValue);
+                             pId, "\" from ", oldValue, " to ", pChange.newValue));
+    return oldValue == pChange.newValue || pChange.apply(claim, oldValue);
   }
   report::log(ki::log::kError, pChange.texts.function,
-              report::text(": ", pChange.texts.function, "(", pName,
+              report::text(": ", pChange.texts.function, "(", pId,
                            "), video module didn't release the image for 5s",
                            ", so cancel the modification!", pChange.giveUpEnd));
   return false;
 }
 
-// The camera follows when the new wish is its highest, or the old one was.
-bool OXVisionVideoInput::xFollowChange(int pCamera, int pOld, int pNew, int pReal) {
-  if (pNew > pReal || (pNew < pReal && pOld == pReal)) return xUpdateParam(pCamera);
-  return true;
-}
-
-bool OXVisionVideoInput::setResolution(const std::string& pName, const int& pResolution) {
-  const auto apply = [&](const boost::shared_ptr<VisionModuleInfo>& pModule, int pCamera,
-                         int pOld) {
-    if (pModule->fIsRecording) xCloseVideo(pModule);
-    RequestedCameraProperties& wish =
-        *pModule->fRequestedProperties[static_cast<std::size_t>(pCamera)];
-    wish.fResolution = static_cast<std::uint8_t>(pResolution);
-    OXImage* const image = xImageToReformat(pCamera, pOld, wish.fColorSpace);
+bool OXVisionVideoInput::setResolution(const std::string& pId, const int& pResolution) {
+  const auto apply = [&](const Claim& pClaim, int pOld) {
+    if (pClaim.subscriber->fIsRecording) xCloseVideo(pClaim.subscriber);
+    pClaim.wish.fResolution = static_cast<std::uint8_t>(pResolution);
+    OXImage* const image = xImageToReformat(pClaim, pOld, pClaim.wish.fColorSpace);
     if (!image) return true;
     image->setResolution(pResolution);
-    return xFollowChange(pCamera, pOld, pResolution, xCamera(pCamera)->fResolution);
+    return xFollowChange(pClaim.index, pOld, pResolution, pClaim.camera.fResolution);
   };
   return xChangeSetting(
-      pName,
-      {kSetResolution, Family::Mono, ": setResolution(): invalid resolution", "resolution", "",
-       pResolution, [&](int pCamera) { return xIsResolutionValid(pResolution, pCamera); },
-       [](const VisionModuleInfo& pModule, int pCamera) -> int {
-         return pModule.fRequestedProperties[static_cast<std::size_t>(pCamera)]->fResolution;
-       },
-       apply});
+      pId, {kSetResolution, Family::Mono, ": setResolution(): invalid resolution", "resolution", "",
+            pResolution, [&](int pCamera) { return xIsResolutionValid(pResolution, pCamera); },
+            [](const Claim& pClaim) -> int { return pClaim.wish.fResolution; }, apply});
 }
 
-bool OXVisionVideoInput::setColorSpace(const std::string& pName, const int& pColorSpace) {
-  const auto apply = [&](const boost::shared_ptr<VisionModuleInfo>& pModule, int pCamera,
-                         int pOld) {
-    if (pModule->fIsRecording) xCloseVideo(pModule);
-    RequestedCameraProperties& wish =
-        *pModule->fRequestedProperties[static_cast<std::size_t>(pCamera)];
-    wish.fColorSpace = static_cast<std::uint8_t>(pColorSpace);
-    if (OXImage* const image = xImageToReformat(pCamera, wish.fResolution, pOld))
+bool OXVisionVideoInput::setColorSpace(const std::string& pId, const int& pColorSpace) {
+  const auto apply = [&](const Claim& pClaim, int pOld) {
+    if (pClaim.subscriber->fIsRecording) xCloseVideo(pClaim.subscriber);
+    pClaim.wish.fColorSpace = static_cast<std::uint8_t>(pColorSpace);
+    if (OXImage* const image = xImageToReformat(pClaim, pClaim.wish.fResolution, pOld))
       image->setColorSpace(pColorSpace);
     return true;
   };
   return xChangeSetting(
-      pName,
-      {kSetColorSpace, Family::Mono, ": setColorSpace(): invalid color space", "color space", "",
-       pColorSpace, [&](int pCamera) { return xIsColorSpaceValid(pColorSpace, pCamera); },
-       [](const VisionModuleInfo& pModule, int pCamera) -> int {
-         return pModule.fRequestedProperties[static_cast<std::size_t>(pCamera)]->fColorSpace;
-       },
-       apply});
+      pId, {kSetColorSpace, Family::Mono, ": setColorSpace(): invalid color space", "color space",
+            "", pColorSpace, [&](int pCamera) { return xIsColorSpaceValid(pColorSpace, pCamera); },
+            [](const Claim& pClaim) -> int { return pClaim.wish.fColorSpace; }, apply});
 }
 
-bool OXVisionVideoInput::setFrameRate(const std::string& pName, const int& pFrameRate) {
-  const auto apply = [&](const boost::shared_ptr<VisionModuleInfo>& pModule, int pCamera,
-                         int pOld) {
-    pModule->fFrameRate = static_cast<std::uint8_t>(pFrameRate);
-    return xFollowChange(pCamera, pOld, pFrameRate, xCamera(pCamera)->fFrameRate);
+bool OXVisionVideoInput::setFrameRate(const std::string& pId, const int& pFrameRate) {
+  const auto apply = [&](const Claim& pClaim, int pOld) {
+    pClaim.subscriber->fFrameRate = static_cast<std::uint8_t>(pFrameRate);
+    return xFollowChange(pClaim.index, pOld, pFrameRate, pClaim.camera.fFrameRate);
   };
   return xChangeSetting(
-      pName,
+      pId,
       {kSetFrameRate, Family::Any, "setFrameRate(: setFrameRate(): invalid frame rate", "framerate",
        "\n", pFrameRate, [&](int pCamera) { return xIsFrameRateValid(pFrameRate, pCamera); },
-       [](const VisionModuleInfo& pModule, int) -> int { return pModule.fFrameRate; }, apply});
+       [](const Claim& pClaim) -> int { return pClaim.subscriber->fFrameRate; }, apply});
 }
 
-bool OXVisionVideoInput::setActiveCamera(const std::string& pName, const int& pCameraIndex) {
+bool OXVisionVideoInput::setActiveCamera(const std::string& pId, const int& pCameraIndex) {
   if (!xCamera(pCameraIndex))
     report::fail(getName(), kSetActiveCamera.function, kSetActiveCamera.method,
-                 "setActiveCamera(" + pName + ") : invalid Camera index", __LINE__);
+                 "setActiveCamera(" + pId + ") : invalid Camera index");
   const OXCriticalSectionWrite lock(fVisionModulesLock);
-  const auto module = xSubscriber(pName, Family::Mono, kSetActiveCamera);
-  const int camera = xCurrentCamera(*module);
-  if (xCamera(camera) &&
-      module->fRequestedProperties[static_cast<std::size_t>(camera)]->fLockedImage) {
+  VisionModuleInfo& subscriber = *xSubscriber(pId, Family::Mono, kSetActiveCamera);
+  const int camera = xCurrentCamera(subscriber);
+  if (xCamera(camera) && subscriber.wish(camera).fLockedImage) {
     report::log(ki::log::kError, kSetActiveCamera.function,
                 "setActiveCamera(): Buffer must release before changing camera");
     return false;
   }
-  module->fActiveCamera = pCameraIndex;
+  subscriber.fActiveCamera = pCameraIndex;
   xUpdateParam(camera);
   xUpdateParam(pCameraIndex);
   return true;
 }
 
-int OXVisionVideoInput::getResolution(const std::string& pName) {
+int OXVisionVideoInput::getResolution(const std::string& pId) {
   const OXCriticalSectionRead lock(fVisionModulesLock);
-  const auto module = xSubscriber(pName, Family::Mono, kGetResolution);
-  const int camera = xCheckedCurrentCamera(*module, kGetResolution.function);
-  return module->fRequestedProperties[static_cast<std::size_t>(camera)]->fResolution;
+  return xClaim(pId, kGetResolution).wish.fResolution;
 }
 
-int OXVisionVideoInput::getColorSpace(const std::string& pName) {
+int OXVisionVideoInput::getColorSpace(const std::string& pId) {
   const OXCriticalSectionRead lock(fVisionModulesLock);
-  const auto module = xSubscriber(pName, Family::Mono, kGetColorSpace);
-  const int camera = xCheckedCurrentCamera(*module, kGetColorSpace.function);
-  return module->fRequestedProperties[static_cast<std::size_t>(camera)]->fColorSpace;
+  return xClaim(pId, kGetColorSpace).wish.fColorSpace;
 }
 
-int OXVisionVideoInput::getFrameRate(const std::string& pName) {
+int OXVisionVideoInput::getFrameRate(const std::string& pId) {
   const OXCriticalSectionRead lock(fVisionModulesLock);
-  return xSubscriber(pName, Family::Any, kGetFrameRate)->fFrameRate;
+  return xSubscriber(pId, Family::Any, kGetFrameRate)->fFrameRate;
 }
 
-int OXVisionVideoInput::getActiveCamera(const std::string& pName) {
+int OXVisionVideoInput::getActiveCamera(const std::string& pId) {
   const OXCriticalSectionRead lock(fVisionModulesLock);
-  return xCurrentCamera(*xSubscriber(pName, Family::Mono, kGetActiveCamera));
+  return xCurrentCamera(*xSubscriber(pId, Family::Mono, kGetActiveCamera));
 }
 
 }  // namespace OX

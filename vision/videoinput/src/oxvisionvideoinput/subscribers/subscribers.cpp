@@ -7,7 +7,7 @@
 #include <oxframework/oxdefinitions.h>
 #include <oxframework/oxerror.h>
 #include <oxframework/oxlog.h>
-#include <oxframework/oxvideo.h>
+#include "claim.h"
 #include "oxvisionvideoinput.h"
 
 namespace OX {
@@ -18,9 +18,8 @@ constexpr int kMaxFrameRate = 255;  // what the record's byte holds
 constexpr int kInstances = 8;       // of one name
 constexpr int kLeavePasses = 20000;
 constexpr unsigned int kLeavePassUs = 500;
-constexpr unsigned int kWriteInProgressUs = 5000;
 
-// How a list stands in a message: every entry with a blank behind it.
+// A list as messages show it: every entry followed by a blank.
 std::string listText(const std::vector<int>& pNumbers) {
   std::string list;
   for (const int number : pNumbers) list += std::to_string(number) + " ";
@@ -46,8 +45,8 @@ std::uint8_t fitIntoRecord(int pFps, const char* pFunction) {
 void OXVisionVideoInput::xFailSubscription(const char* pMethod, const std::string& pName,
                                            const std::string& pText, bool pLog) const {
   const std::string message = "Could not subscribe module: " + pName + "\n" + pText;
-  if (pLog) report::fail(getName(), pMethod, pMethod, message, __LINE__);
-  report::raise(getName(), pMethod, message, __LINE__);
+  if (pLog) report::fail(getName(), pMethod, pMethod, message);
+  report::raise(getName(), pMethod, message);
 }
 
 std::string OXVisionVideoInput::xFindFreeId(const std::string& pName, bool pIsMultiStream) {
@@ -80,20 +79,20 @@ boost::shared_ptr<VisionModuleInfo> OXVisionVideoInput::xAddSubscriber(
   try {
     if (fVisionModules.size() >= static_cast<std::size_t>(std::max(fSubscriberLimit, 0)))
       throw std::bad_alloc();
-    const auto module = boost::make_shared<VisionModuleInfo>();
-    module->fName = pId;
-    module->fFrameRate = fitIntoRecord(pFrameRate, pMethod);
+    const auto subscriber = boost::make_shared<VisionModuleInfo>();
+    subscriber->fName = pId;
+    subscriber->fFrameRate = fitIntoRecord(pFrameRate, pMethod);
     for (int i = 0; i < fNbCameras; ++i) {
       const auto wish = boost::make_shared<RequestedCameraProperties>();
       wish->fResolution = static_cast<std::uint8_t>(pResolution);
       wish->fColorSpace = static_cast<std::uint8_t>(pColorSpace);
-      module->fRequestedProperties.push_back(wish);
+      subscriber->fRequestedProperties.push_back(wish);
     }
-    fVisionModules[pId] = module;
-    return module;
+    fVisionModules[pId] = subscriber;
+    return subscriber;
   } catch (const std::bad_alloc&) {
     fVisionModules.erase(pId);
-    report::raise(getName(), pMethod, "Memory allocation failed.", __LINE__);
+    report::raise(getName(), pMethod, "Memory allocation failed.");
   }
 }
 
@@ -102,25 +101,25 @@ void OXVisionVideoInput::xStartForSubscriber(int pCamera, int pResolution, int p
   const RealCameraProperties& camera = *xCamera(pCamera);
   if (pResolution > camera.fResolution || pFrameRate > camera.fFrameRate) xUpdateParam(pCamera);
   if (!xStartFrameGrabber(pCamera))
-    report::raise(getName(), pMethod, "Could not launch the startFrameGrabber function.", __LINE__);
+    report::raise(getName(), pMethod, "Could not launch the startFrameGrabber function.");
 }
 
-// Without memory for all of the buffers the subscriber is not taken, and none are left behind.
-void OXVisionVideoInput::xGiveBuffers(VisionModuleInfo& pModule, const std::vector<int>& pCameras,
-                                      const char* pMethod) {
-  for (std::size_t given = 0; given < pCameras.size(); ++given) {
-    RequestedCameraProperties& wish =
-        *pModule.fRequestedProperties[static_cast<std::size_t>(pCameras[given])];
+// All or nothing: without memory for every buffer the subscription fails and none are left over.
+void OXVisionVideoInput::xMakeBuffers(VisionModuleInfo& pSubscriber,
+                                      const std::vector<int>& pCameras, const char* pMethod) {
+  for (std::size_t made = 0; made < pCameras.size(); ++made) {
+    RequestedCameraProperties& wish = pSubscriber.wish(pCameras[made]);
     wish.fHasBuffers =
-        xCreateBuffersForStoringImages(pCameras[given], wish.fResolution, wish.fColorSpace);
+        xCreateBuffersForStoringImages(pCameras[made], wish.fResolution, wish.fColorSpace);
     if (wish.fHasBuffers) continue;
-    while (given-- > 0) {
-      RealCameraProperties& camera = *xCamera(pCameras[given]);
+    while (made-- > 0) {
+      RealCameraProperties& camera = *xCamera(pCameras[made]);
       camera.fImageBuffers.pop_back();
       camera.fRawBuffers.pop_back();
     }
-    fVisionModules.erase(std::string(pModule.fName));
-    report::raise(getName(), pMethod, "Memory allocation failed.", __LINE__);
+    pSubscriber.fHasLeft = true;
+    fVisionModules.erase(std::string(pSubscriber.fName));
+    report::raise(getName(), pMethod, "Memory allocation failed.");
   }
 }
 
@@ -157,12 +156,12 @@ std::string OXVisionVideoInput::subscribeCamera(const std::string& pName, const 
 
   const OXCriticalSectionWrite lock(fVisionModulesLock);
   const std::string id = xFindFreeId(pName, false);
-  const auto module = xAddSubscriber(id, kMethod, frameRate, pResolution, pColorSpace);
+  const auto subscriber = xAddSubscriber(id, kMethod, frameRate, pResolution, pColorSpace);
   xStartForSubscriber(camera, pResolution, frameRate, kMethod);
   std::vector<int> all;
   for (int i = 0; i < fNbCameras; ++i) all.push_back(i);
-  xGiveBuffers(*module, all, kMethod);
-  module->fActiveCamera = std::max(pCameraIndex, -1);
+  xMakeBuffers(*subscriber, all, kMethod);
+  subscriber->fActiveCamera = std::max(pCameraIndex, -1);
   return id;
 }
 
@@ -192,13 +191,13 @@ void OXVisionVideoInput::xCheckStreams(const std::string& pName, const std::vect
   constexpr const char* kMethod = "subscribeCameras";
   const std::string begin = "Could not subscribe module: " + pName;
   for (std::size_t i = 0; i < pCameras.size(); ++i) {
-    if (!xCamera(pCameras[i])) report::raise(getName(), kMethod, "Unknown camera ID", __LINE__);
+    if (!xCamera(pCameras[i])) report::raise(getName(), kMethod, "Unknown camera ID");
     if (!xIsResolutionValid(pResolutions[i], pCameras[i]))
       report::fail(getName(), kMethod, kMethod,
-                   begin + listText(pResolutions) + " is an invalid Resolution; ", __LINE__);
+                   begin + listText(pResolutions) + " is an invalid Resolution; ");
     if (!xIsColorSpaceValid(pColorSpaces[i], pCameras[i]))
       report::fail(getName(), kMethod, kMethod,
-                   begin + listText(pColorSpaces) + "is not a valid color space", __LINE__);
+                   begin + listText(pColorSpaces) + "is not a valid color space");
   }
 }
 
@@ -222,90 +221,78 @@ std::string OXVisionVideoInput::subscribeCameras(const std::string& pName,
 
   const OXCriticalSectionWrite lock(fVisionModulesLock);
   const std::string id = xFindFreeId(pName, true);
-  const auto module = xAddSubscriber(id, kMethod, frameRate, kQVGA, kYUV422);
-  module->fIsMultiStream = true;
-  module->fActiveCameras = cameras;
+  const auto subscriber = xAddSubscriber(id, kMethod, frameRate, kQVGA, kYUV422);
+  subscriber->fIsMultiStream = true;
+  subscriber->fActiveCameras = cameras;
   for (std::size_t i = 0; i < cameras.size(); ++i) {
-    RequestedCameraProperties& wish =
-        *module->fRequestedProperties[static_cast<std::size_t>(cameras[i])];
+    RequestedCameraProperties& wish = subscriber->wish(cameras[i]);
     wish.fResolution = static_cast<std::uint8_t>(resolutions[i]);
     wish.fColorSpace = static_cast<std::uint8_t>(colorSpaces[i]);
-    module->fActiveCamera = cameras[i];
+    subscriber->fActiveCamera = cameras[i];
     xStartForSubscriber(cameras[i], resolutions[i], frameRate, kMethod);
   }
-  module->fActiveCamera = cameras.front();
-  xGiveBuffers(*module, cameras, kMethod);
+  subscriber->fActiveCamera = cameras.front();
+  xMakeBuffers(*subscriber, cameras, kMethod);
   return id;
 }
 
-// The camera may come down if this subscriber was the one who kept it high.
-void OXVisionVideoInput::xLowerCamera(const VisionModuleInfo& pModule, int pCamera) {
-  const RealCameraProperties* const camera = xCamera(pCamera);
-  if (!camera) return;
-  const auto& wish = *pModule.fRequestedProperties[static_cast<std::size_t>(pCamera)];
-  if (wish.fResolution == camera->fResolution || pModule.fFrameRate == camera->fFrameRate)
-    xUpdateParam(pCamera);
+void OXVisionVideoInput::xTakeBuffers(const Claim& pClaim) {
+  pClaim.subscriber->fActiveCamera = pClaim.index;
+  if (!pClaim.wish.fHasBuffers) return;
+  pClaim.wish.fHasBuffers = false;
+  xFindAndEraseTheOldestBuffer(pClaim.camera.fImageBuffers, pClaim.wish);
+  xFindAndEraseTheOldestBuffer(pClaim.camera.fRawBuffers);
 }
 
-void OXVisionVideoInput::xTakeBuffers(const boost::shared_ptr<VisionModuleInfo>& pModule,
-                                      int pCamera) {
-  RequestedCameraProperties& wish =
-      *pModule->fRequestedProperties[static_cast<std::size_t>(pCamera)];
-  pModule->fActiveCamera = pCamera;
-  if (!wish.fHasBuffers) return;
-  wish.fHasBuffers = false;
-  xFindAndEraseTheOldestBuffer(xCamera(pCamera)->fImageBuffers, pModule);
-  xFindAndEraseTheOldestBuffer(xCamera(pCamera)->fRawBuffers);
-}
-
-void OXVisionVideoInput::xLeaveMono(const boost::shared_ptr<VisionModuleInfo>& pModule,
+void OXVisionVideoInput::xLeaveMono(const boost::shared_ptr<VisionModuleInfo>& pSubscriber,
                                     int pCamera) {
   fRetired.clear();
-  xForceReleaseBuffer(pModule->fName);
-  if (pModule->fIsRecording) xCloseVideo(pModule);
-  for (int i = 0; i < fNbCameras; ++i) xTakeBuffers(pModule, i);
-  xLowerCamera(*pModule, pCamera);
+  xReleaseAllConverted(pSubscriber);
+  if (pSubscriber->fIsRecording) xCloseVideo(pSubscriber);
+  for (int i = 0; i < fNbCameras; ++i) xTakeBuffers(xClaim(pSubscriber, i));
+  if (xCamera(pCamera)) xLowerCamera(xClaim(pSubscriber, pCamera));
 }
 
-void OXVisionVideoInput::xLeaveMulti(const boost::shared_ptr<VisionModuleInfo>& pModule) {
+void OXVisionVideoInput::xLeaveMulti(const boost::shared_ptr<VisionModuleInfo>& pSubscriber) {
   fRetired.clear();
-  xForceReleaseBuffer(pModule->fName);
-  for (const int camera : pModule->fActiveCameras) {
-    xLowerCamera(*pModule, camera);
-    xTakeBuffers(pModule, camera);
+  xReleaseAllConverted(pSubscriber);
+  for (const int camera : pSubscriber->fActiveCameras) {
+    const Claim claim = xClaim(pSubscriber, camera);
+    xLowerCamera(claim);
+    xTakeBuffers(claim);
   }
 }
 
-void OXVisionVideoInput::unsubscribe(const std::string& pName) {
+void OXVisionVideoInput::unsubscribe(const std::string& pId) {
   // When the caller holds the lock already nobody could release meanwhile: no use in waiting.
   const bool mayWait = !fVisionModulesLock->isHeldForWriting();
   for (int passesLeft = kLeavePasses; passesLeft > 0; --passesLeft) {
     if (passesLeft < kLeavePasses) ki::os::usleep(kLeavePassUs);
     const OXCriticalSectionWrite lock(fVisionModulesLock);
-    const auto found = fVisionModules.find(pName);
-    if (found == fVisionModules.end())
+    const auto* const found = xFind(pId);
+    if (!found)
       report::raise("OXVideoDevice", "unsubscribeVideoModule()",
-                    "Cannot unsubscribe \"" + pName + "\": module unknown from OXVideoDevice.",
-                    __LINE__);
-    const boost::shared_ptr<VisionModuleInfo> module = found->second;
-    const int camera = xCurrentCamera(*module);
-    const bool holds = !module->fIsMultiStream && xCamera(camera) &&
-                       module->fRequestedProperties[static_cast<std::size_t>(camera)]->fLockedImage;
+                    "Cannot unsubscribe \"" + pId + "\": module unknown from OXVideoDevice.");
+    const boost::shared_ptr<VisionModuleInfo> subscriber = *found;
+    const int camera = xCurrentCamera(*subscriber);
+    const bool holds =
+        !subscriber->fIsMultiStream && xCamera(camera) && subscriber->wish(camera).fLockedImage;
     if (holds && (passesLeft == 2 || !mayWait)) {
-      xForceReleaseBuffer(pName);
+      xReleaseAllConverted(subscriber);
       report::log(ki::log::kWarning, "unsubscribe",
-                  getName() + ": Forced release of image by \"" + pName +
+                  getName() + ": Forced release of image by \"" + pId +
                       "\" because it did not release the image after one second.");
     }
     if (holds && mayWait) continue;
-    if (module->fIsMultiStream)
-      xLeaveMulti(module);
+    if (subscriber->fIsMultiStream)
+      xLeaveMulti(subscriber);
     else
-      xLeaveMono(module, camera);
-    fVisionModules.erase(pName);
+      xLeaveMono(subscriber, camera);
+    subscriber->fHasLeft = true;
+    fVisionModules.erase(pId);
     return;
   }
-  report::log(ki::log::kInfo, "unsubscribe", getName() + ": unregistered \"" + pName + "\"");
+  report::log(ki::log::kInfo, "unsubscribe", getName() + ": unregistered \"" + pId + "\"");
 }
 
 void OXVisionVideoInput::unsubscribeAllInstances(const std::string& pName) {
@@ -331,14 +318,6 @@ void OXVisionVideoInput::onClientDisconnected(const std::string& pEventName, con
   } catch (const OXError& error) {
     report::log(ki::log::kWarning, "onClientDisconnected", error.what());
   }
-}
-
-bool OXVisionVideoInput::xCloseVideo(const boost::shared_ptr<VisionModuleInfo>& pInfo) {
-  pInfo->fIsRecording = false;
-  ki::os::usleep(kWriteInProgressUs);  // lets a write in progress end
-  if (pInfo->fVideo) pInfo->fVideo->closeVideo();
-  pInfo->fVideo.reset();
-  return true;
 }
 
 }  // namespace OX

@@ -1,9 +1,10 @@
-// Construction, opening and closing, and what a subscriber may ask for.
+// Construction and destruction: two cameras, each with frames for the largest format from the
+// start, so that no later format needs another allocation.
 #include <boost/make_shared.hpp>
 
 #include <oxframework/oxdefinitions.h>
-#include <oxframework/oxlog.h>
 #include "oxvisionsimulatorcam.h"
+#include "records.h"
 
 namespace OX {
 namespace {
@@ -11,7 +12,6 @@ namespace {
 constexpr int kDriverBuffers = 4;
 constexpr int kInputBuffers = 2;
 constexpr int kCameras = 2;
-constexpr int kMaxFrameRate = 30;
 
 boost::shared_ptr<RealCameraProperties> makeCamera() {
   const auto camera = boost::make_shared<RealCameraProperties>();
@@ -51,42 +51,6 @@ OXVisionSimulatorCam::~OXVisionSimulatorCam() {
   OXVisionVideoInput::stopFrameGrabber();
   for (int i = 0; i < fNbCameras; ++i) xCloseDevice(i);
   fCameraDriverBuffers.clear();
-}
-
-// A frame pushed before the opening is no longer offered. fLastDriverBuffer stays: the old raw
-// frame is the reference that the next pushed one differs from.
-bool OXVisionSimulatorCam::xOpenDevice(int pCamera) {
-  CameraDriverBuffer& store = *xStore(pCamera);
-  const OXCriticalSection lock(store.fMutex);
-  store.fLastInputBuffer = -1;
-  for (const auto& frame : store.fDriverBuffers) {
-    frame->fImage->setResolution(xCamera(pCamera)->fResolution);
-    frame->fImage->setColorSpace(kYUV422);
-  }
-  return true;
-}
-
-bool OXVisionSimulatorCam::xCloseDevice(int) { return true; }
-
-// An unknown camera passes: the subscription that asks about it says so in its own words.
-bool OXVisionSimulatorCam::xIsResolutionValid(int pResolution, int pCamera) const {
-  const RealCameraProperties* const camera = xCamera(pCamera);
-  if (!camera) return true;
-  const auto resolution = static_cast<unsigned int>(pResolution);
-  if (camera->fCameraModel == kOV7670) return resolution <= kVGA;
-  if (camera->fCameraModel == kMT9M114) return resolution <= k4VGA;
-  report::log(ki::log::kError, "xIsResolutionValid",
-              report::text(camera->fCameraModel, " unknow camera model ID."),
-              "vision.oxvisionatomcam");
-  return false;
-}
-
-bool OXVisionSimulatorCam::xIsFrameRateValid(int pFrameRate, int) const {
-  return pFrameRate >= 1 && pFrameRate <= kMaxFrameRate;
-}
-
-bool OXVisionSimulatorCam::xIsColorSpaceValid(int pColorSpace, int) const {
-  return static_cast<unsigned int>(pColorSpace) <= kHSMixed;
 }
 
 }  // namespace OX

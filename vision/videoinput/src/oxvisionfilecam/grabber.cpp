@@ -1,0 +1,109 @@
+// Opening and closing the recording. The replay starts anew with each opening, at the image where
+// an earlier one left off.
+#include "delivery/grabber.h"
+
+#include <boost/make_shared.hpp>
+
+#include <oxframework/oxclock.h>
+#include <oxframework/oxerror.h>
+#include <oxframework/oxlog.h>
+#include "oxvisionfilecam.h"
+#include "records.h"
+
+namespace OX {
+namespace {
+
+constexpr GrabberTexts kTexts{kFileCamCategory,
+                              "vision/videoinput/src/oxvisionfilecam",
+                              351,
+                              false,
+                              "Error clothing file",
+                              "Done",
+                              "File closed"};
+
+void log(int pLevel, const char* pFunction, const std::string& pText) {
+  report::log(pLevel, pFunction, pText, kFileCamCategory);
+}
+
+}  // namespace
+
+bool OXVisionFileCam::xStartFrameGrabber(const int& pCameraIndex) {
+  return xRunStart(pCameraIndex, kTexts, [&] { return xOpenDevice(); });
+}
+
+bool OXVisionFileCam::xStopFrameGrabber(const int& pCameraIndex) {
+  return xRunStop(pCameraIndex, kTexts, [&] { return xCloseDevice(); });
+}
+
+void OXVisionFileCam::xReadVideo() {
+  if (fVideo.readVideo(fFilePath)) return;
+  log(ki::log::kError, "setVideo", "Unable to open the video file " + fFilePath);
+  fVideo.closeVideo();
+  throw OXError("VideoDevice", "setVideo", "unable to open the video file", "", 0);
+}
+
+// A frame says which camera took it; one that this device does not have is left out of account.
+void OXVisionFileCam::xSelectCameraOf(const OXImage& pImage) {
+  if (xCamera(pImage.fCameraId)) {
+    fActiveCamera = pImage.fCameraId;
+  } else if (!fStrangeCameraLogged.exchange(true)) {
+    log(ki::log::kError, "xSelectCameraOf",
+        report::text("The recording has images of camera ", static_cast<int>(pImage.fCameraId),
+                     ", this device has ", fNbCameras, " camera: its own stays active"));
+  }
+}
+
+// All five slots get the first image, which brings them to the format of the video. A slot that a
+// subscriber still holds is left to it, and a fresh one takes its place.
+bool OXVisionFileCam::xFillRing() {
+  for (Slot& slot : fFrames)
+    if (slot->fLockCount > 0) slot = boost::make_shared<CamBuffer>();
+  bool read = false;
+  for (const Slot& slot : fFrames) read = xReadFrame(slot->fImage, fCurrentImage, true);
+  ++fCurrentImage;
+  if (fCurrentImage > fLastImage) {
+    fCurrentImage = fLoop ? fFirstImage : fLastImage;
+    xReadFrame(xNext(), fCurrentImage, false);
+  } else {
+    fVideo.getNextFrame(xNext(), false);
+  }
+  ++fCurrentImage;
+  return read;
+}
+
+bool OXVisionFileCam::xOpenDevice() {
+  const OXCriticalSection replay(fParametersLock);
+  xReadVideo();
+  fLoopDuration = 0;
+  fTimeOffset = 0;
+  fImageServed = false;
+  fReplayPeriod = INT64_MAX;
+  fStrangeCameraLogged = false;
+  const std::int64_t images = fStreamNumber >= 0 && fStreamNumber < fVideo.getNumberOfStreams()
+                                  ? fVideo.getStream(fStreamNumber).fNumberOfImages
+                                  : fVideo.getNumberOfImages();
+  if (images <= 0 || fFirstImage >= images) {
+    log(ki::log::kError, "xOpenDevice",
+        report::text("Image ", fFirstImage, " doesn't exist. File has ", images, " images."));
+    return false;
+  }
+  if (fLastImage >= images) fLastImage = images - 1;
+  // An earlier replay may have ended behind the last image: the rule of the end of the range.
+  if (fCurrentImage < 0 || fCurrentImage >= images)
+    fCurrentImage = fLoop ? fFirstImage : fLastImage;
+  const bool read = xFillRing();
+  xSelectCameraOf(fFrames[0]->fImage);
+  fFirstTimestamp = fFrames[0]->fImage.fTimeStamp;
+  fStartTime = OXClock::get().localNowUs();
+  return read;
+}
+
+bool OXVisionFileCam::xCloseDevice() {
+  const OXCriticalSection replay(fParametersLock);
+  fVideo.closeVideo();
+  fDefaultResolution = -1;
+  xCamera(fActiveCamera)->fGrabberState = kGrabberStopped;
+  return true;
+}
+
+}  // namespace OX

@@ -1,0 +1,35 @@
+// Construction and destruction: one camera, and a ring of frames with room for any format, so that
+// a replay allocates nothing.
+#include "oxvisionfilecam.h"
+
+#include <boost/make_shared.hpp>
+
+#include <oxframework/oxdefinitions.h>
+#include "records.h"
+
+namespace OX {
+namespace {
+
+boost::shared_ptr<RealCameraProperties> makeCamera() {
+  const auto camera = boost::make_shared<RealCameraProperties>();
+  setSizeFromResolution(kQVGA, camera->fWidth, camera->fHeight);
+  camera->fResolution = kQVGA;
+  camera->fColorSpace = kYUV422;
+  camera->fFrameRate = 5;
+  camera->fBufferCount = 4;
+  return camera;
+}
+
+}  // namespace
+
+OXVisionFileCam::OXVisionFileCam(boost::shared_ptr<OXBroker> pBroker)
+    : OXVisionVideoInput(std::move(pBroker), "OXVideoDevice") {
+  xBindFileMethods();
+  fNbCameras = 1;
+  fCameraProperties.assign(1, makeCamera());
+  for (Slot& slot : fFrames) slot = boost::make_shared<CamBuffer>();
+}
+
+OXVisionFileCam::~OXVisionFileCam() { OXVisionVideoInput::stopFrameGrabber(); }
+
+}  // namespace OX

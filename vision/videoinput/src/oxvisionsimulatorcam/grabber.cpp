@@ -1,0 +1,44 @@
+// Opening and closing a simulated camera, which has no device: only its frames change.
+#include "delivery/grabber.h"
+
+#include <oxframework/oxdefinitions.h>
+#include "oxvisionsimulatorcam.h"
+#include "records.h"
+
+namespace OX {
+namespace {
+
+constexpr GrabberTexts kTexts{kSimulatorCategory,
+                              "vision/videoinput/src/oxvisionsimulatorcam",
+                              141,
+                              true,
+                              "Error closing file.",
+                              nullptr,
+                              nullptr};
+
+}  // namespace
+
+bool OXVisionSimulatorCam::xStartFrameGrabber(const int& pCameraIndex) {
+  return xRunStart(pCameraIndex, kTexts, [&] { return xOpenDevice(pCameraIndex); });
+}
+
+bool OXVisionSimulatorCam::xStopFrameGrabber(const int& pCameraIndex) {
+  return xRunStop(pCameraIndex, kTexts, [&] { return xCloseDevice(pCameraIndex); });
+}
+
+// A frame pushed before the opening is no longer offered. fLastDriverBuffer stays: the old raw
+// frame is the reference that the next pushed one differs from.
+bool OXVisionSimulatorCam::xOpenDevice(int pCamera) {
+  CameraDriverBuffer& store = *xStore(pCamera);
+  const OXCriticalSection lock(store.fMutex);
+  store.fLastInputBuffer = -1;
+  for (const auto& frame : store.fDriverBuffers) {
+    frame->fImage->setResolution(xCamera(pCamera)->fResolution);
+    frame->fImage->setColorSpace(kYUV422);
+  }
+  return true;
+}
+
+bool OXVisionSimulatorCam::xCloseDevice(int) { return true; }
+
+}  // namespace OX

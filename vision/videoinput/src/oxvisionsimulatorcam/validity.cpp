@@ -1,0 +1,35 @@
+// What a subscriber may ask of a simulated camera. Read without a lock: nothing here changes.
+#include <oxframework/oxdefinitions.h>
+#include <oxframework/oxlog.h>
+#include "oxvisionsimulatorcam.h"
+#include "records.h"
+
+namespace OX {
+namespace {
+
+constexpr int kMaxFrameRate = 30;
+
+}  // namespace
+
+// An unknown camera passes: the subscription that asks about it says so in its own words.
+bool OXVisionSimulatorCam::xIsResolutionValid(int pResolution, int pCamera) const {
+  const RealCameraProperties* const camera = xCamera(pCamera);
+  if (!camera) return true;
+  const auto resolution = static_cast<unsigned int>(pResolution);
+  if (camera->fCameraModel == kOV7670) return resolution <= kVGA;
+  if (camera->fCameraModel == kMT9M114) return resolution <= k4VGA;
+  report::log(ki::log::kError, "xIsResolutionValid",
+              report::text(camera->fCameraModel, " unknow camera model ID."),
+              "vision.oxvisionatomcam");
+  return false;
+}
+
+bool OXVisionSimulatorCam::xIsFrameRateValid(int pFrameRate, int) const {
+  return pFrameRate >= 1 && pFrameRate <= kMaxFrameRate;
+}
+
+bool OXVisionSimulatorCam::xIsColorSpaceValid(int pColorSpace, int) const {
+  return static_cast<unsigned int>(pColorSpace) <= kHSMixed;
+}
+
+}  // namespace OX

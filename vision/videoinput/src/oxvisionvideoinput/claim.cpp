@@ -1,0 +1,71 @@
+// The look-ups that all areas share. A request passes through here once and carries the result;
+// operations whose signature is a name look up again.
+#include "claim.h"
+
+#include "oxvisionvideoinput.h"
+
+namespace OX {
+
+RealCameraProperties* OXVisionVideoInput::xCamera(int pCameraIndex) const {
+  const bool known = pCameraIndex >= 0 && pCameraIndex < fNbCameras;
+  return known ? fCameraProperties[static_cast<std::size_t>(pCameraIndex)].get() : nullptr;
+}
+
+RealCameraProperties& OXVisionVideoInput::xCheckedCamera(int pCameraIndex, const char* pBegin,
+                                                         const char* pMethod,
+                                                         std::source_location pWhere) const {
+  RealCameraProperties* const camera = xCamera(pCameraIndex);
+  if (!camera) {
+    const std::string function(pMethod, std::string(pMethod).find('('));
+    report::fail(getName(), function.c_str(), pMethod,
+                 report::text(pBegin, pCameraIndex, ") : invalid Camera index"), pWhere);
+  }
+  return *camera;
+}
+
+int OXVisionVideoInput::xCurrentCamera(const VisionModuleInfo& pSubscriber) const {
+  return pSubscriber.fActiveCamera < 0 ? fActiveCamera.load() : pSubscriber.fActiveCamera;
+}
+
+int OXVisionVideoInput::xCheckedCurrentCamera(const VisionModuleInfo& pSubscriber,
+                                              const char* pFunction,
+                                              std::source_location pWhere) const {
+  const int camera = xCurrentCamera(pSubscriber);
+  if (!xCamera(camera))
+    report::fail(getName(), pFunction, (std::string(pFunction) + "()").c_str(),
+                 report::text(pFunction, "(", pSubscriber.fName, ") : invalid Camera index"),
+                 pWhere);
+  return camera;
+}
+
+const boost::shared_ptr<VisionModuleInfo>* OXVisionVideoInput::xFind(const std::string& pId) const {
+  const auto found = fVisionModules.find(pId);
+  return found == fVisionModules.end() ? nullptr : &found->second;
+}
+
+const boost::shared_ptr<VisionModuleInfo>& OXVisionVideoInput::xSubscriber(
+    const std::string& pId, Family pFamily, const report::SubscriberTexts& pTexts,
+    std::source_location pWhere) const {
+  const boost::shared_ptr<VisionModuleInfo>* const found = xFind(pId);
+  if (!found)
+    report::fail(getName(), pTexts.function, pTexts.method, report::unknownSubscriber(pTexts, pId),
+                 pWhere);
+  const bool isMulti = (*found)->fIsMultiStream;
+  if ((pFamily == Family::Mono && isMulti) || (pFamily == Family::Multi && !isMulti))
+    report::fail(getName(), pTexts.function, pTexts.method, pTexts.wrongFamily, pWhere);
+  return *found;
+}
+
+Claim OXVisionVideoInput::xClaim(const boost::shared_ptr<VisionModuleInfo>& pSubscriber,
+                                 int pCamera) const {
+  return {pSubscriber, pCamera, *fCameraProperties[static_cast<std::size_t>(pCamera)],
+          pSubscriber->wish(pCamera)};
+}
+
+Claim OXVisionVideoInput::xClaim(const std::string& pId, const report::SubscriberTexts& pTexts,
+                                 std::source_location pWhere) const {
+  const auto& subscriber = xSubscriber(pId, Family::Mono, pTexts, pWhere);
+  return xClaim(subscriber, xCheckedCurrentCamera(*subscriber, pTexts.function, pWhere));
+}
+
+}  // namespace OX

@@ -1,0 +1,82 @@
+// What a camera runs at: the highest resolution and frame rate that any subscriber asks for. A
+// change of the camera restarts its grabber, so it is made only where a wish decides.
+#include <algorithm>
+
+#include <oxframework/oxclock.h>
+#include <oxframework/oxdefinitions.h>
+#include <oxframework/oxlog.h>
+#include "claim.h"
+#include "oxvisionvideoinput.h"
+
+namespace OX {
+namespace {
+
+constexpr int kFloorFrameRate = 5;
+// A raw buffer that another writer has is waited for one second at most: the lock is held.
+constexpr int kWriterPasses = 2000;
+constexpr unsigned int kWriterPassUs = 500;
+
+void waitForOtherWriter(const OXVisionBuffer& pBuffer) {
+  for (int pass = 0; pass < kWriterPasses; ++pass) {
+    if (pBuffer.fReadLockCount == 0 || pBuffer.fWriteLockCount <= 1) return;
+    ki::os::usleep(kWriterPassUs);
+  }
+}
+
+}  // namespace
+
+bool OXVisionVideoInput::xUpdateParam(const int& pCameraIndex) {
+  RealCameraProperties* const camera = xCamera(pCameraIndex);
+  if (!camera) return true;
+  if (fVisionModules.empty()) {
+    // Written straight into the camera: the restart applies it.
+    if (camera->fFrameRate == kFloorFrameRate && camera->fResolution == fDefaultResolution)
+      return true;
+    xStopFrameGrabber(pCameraIndex);
+    camera->fResolution = static_cast<std::int8_t>(fDefaultResolution);
+    camera->fFrameRate = kFloorFrameRate;
+    xStartFrameGrabber(pCameraIndex);
+    return true;
+  }
+  // Every subscriber counts for every camera, also for one that it does not use.
+  int resolution = fDefaultResolution;
+  int frameRate = kFloorFrameRate;
+  for (const auto& [id, subscriber] : fVisionModules) {
+    resolution = std::max<int>(resolution, subscriber->wish(pCameraIndex).fResolution);
+    frameRate = std::max<int>(frameRate, subscriber->fFrameRate);
+  }
+  if (resolution != camera->fResolution) {
+    report::log(ki::log::kInfo, "xUpdateParam",
+                report::text(getName(), ": New resolution changed to ", resolution));
+    xSetParam(pCameraIndex, kCameraResolutionID, resolution, false);
+    camera->fResolution = static_cast<std::int8_t>(resolution);
+    for (const auto& buffer : camera->fRawBuffers) {
+      ++buffer->fWriteLockCount;
+      waitForOtherWriter(*buffer);
+      buffer->fImage->setResolution(resolution);
+      --buffer->fWriteLockCount;
+    }
+  }
+  if (frameRate != camera->fFrameRate) {
+    report::log(ki::log::kInfo, "xUpdateParam",
+                report::text(getName(), ": New framerate: ", frameRate));
+    xSetParam(pCameraIndex, kCameraFrameRateID, frameRate, false);
+    camera->fFrameRate = static_cast<std::uint8_t>(frameRate);
+  }
+  return true;
+}
+
+// The camera may come down if this subscriber was the one who kept it high.
+void OXVisionVideoInput::xLowerCamera(const Claim& pClaim) {
+  if (pClaim.wish.fResolution == pClaim.camera.fResolution ||
+      pClaim.subscriber->fFrameRate == pClaim.camera.fFrameRate)
+    xUpdateParam(pClaim.index);
+}
+
+// The camera follows when the new wish is its highest, or the old one was.
+bool OXVisionVideoInput::xFollowChange(int pCamera, int pOld, int pNew, int pReal) {
+  if (pNew > pReal || (pNew < pReal && pOld == pReal)) return xUpdateParam(pCamera);
+  return true;
+}
+
+}  // namespace OX
