@@ -12,13 +12,13 @@
 #include <string>
 #include <vector>
 
-#include "oxbroker.h"
-#include "oxclock.h"
-#include "oxdefinitions.h"
-#include "oxerror.h"
-#include "oxlog.h"
-#include "oxservices.h"
-#include "videoinput.h"
+#include <oxframework/oxbroker.h>
+#include <oxframework/oxclock.h>
+#include <oxframework/oxdefinitions.h>
+#include <oxframework/oxerror.h>
+#include <oxframework/oxlog.h>
+#include <oxframework/oxservices.h>
+#include <oxvision/videoinput.h>
 
 namespace {
 

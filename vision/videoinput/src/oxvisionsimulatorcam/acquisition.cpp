@@ -1,10 +1,12 @@
 // How a subscriber gets the newest pushed frame: converted once, lent without a copy, given back.
 // All of it runs with fVisionModulesLock held for writing.
 #include <oxframework/oxclock.h>
+#include <oxframework/oxdefinitions.h>
 #include <oxframework/oxlog.h>
 #include "buffers/lending.h"
 #include "claim.h"
 #include "oxvisionsimulatorcam.h"
+#include "pixels/resample/resampling.h"
 
 namespace OX {
 namespace {
@@ -39,6 +41,38 @@ bool OXVisionSimulatorCam::xWaitForFirstFrame(const CameraDriverBuffer& pStore,
   return false;
 }
 
+// From a pushed RGB frame to a YUV422 frame of the camera's resolution.
+bool OXVisionSimulatorCam::xReSize(const RealCameraProperties& pCamera,
+                                   const CameraDriverBuffer& pStore, const OXImage& pSource,
+                                   OXImage& pTarget) {
+  const int in = pStore.fInputResolution;
+  const int width = pSource.fWidth;
+  const int height = pSource.fHeight;
+  if (in == pCamera.fResolution) {
+    resampling::rgbToYuv422(pSource.fData, width, height, pTarget.fData);
+    return true;
+  }
+  // The target size is that of the device's active camera, not of pCamera: on purpose. Where the
+  // two differ the diagonal is reached, which is refused.
+  const RealCameraProperties* const active = xCamera(fActiveCamera);
+  const int out = active ? active->fResolution.load() : -1;
+  if (in < kQQVGA || in > k4VGA) {
+    report::log(ki::log::kError, "xReSize", "Simulator native resolution unsupported",
+                kSimulatorCategory);
+    return false;
+  }
+  if (out < kQQVGA || out > k4VGA || out == in) return false;
+  int outWidth = 0;
+  int outHeight = 0;
+  setSizeFromResolution(out, outWidth, outHeight);
+  const std::size_t needed =
+      static_cast<std::size_t>(outWidth) * static_cast<std::size_t>(outHeight) * 2;
+  if (needed > pTarget.fCapacityBytes) return false;
+  return out < in
+             ? resampling::subSample(1 << (in - out), width, height, pSource.fData, pTarget.fData)
+             : resampling::overSample(1 << (out - in), width, height, pSource.fData, pTarget.fData);
+}
+
 // fMutex covers this and nothing else: the comparison of stamps lets one conversion serve all.
 int OXVisionSimulatorCam::xMakeRawFrame(const Claim& pClaim, CameraDriverBuffer& pStore,
                                         const char* pOperation) {
@@ -61,7 +95,7 @@ int OXVisionSimulatorCam::xMakeRawFrame(const Claim& pClaim, CameraDriverBuffer&
     return -1;
   }
   OXVisionBuffer& frame = *frames[target];
-  if (!xReSize(pClaim.index, input, *frame.fImage)) {
+  if (!xReSize(pClaim.camera, pStore, input, *frame.fImage)) {
     logError(pOperation, report::text(pOperation, "(", id, "): resizing error"));
     return -1;
   }
@@ -73,7 +107,7 @@ int OXVisionSimulatorCam::xMakeRawFrame(const Claim& pClaim, CameraDriverBuffer&
 
 AcquiredFrame OXVisionSimulatorCam::xAcquireFrame(const Claim& pClaim, const char* pOperation) {
   const std::string& id = pClaim.subscriber->fName;
-  CameraDriverBuffer& store = *xStore(pClaim.index);
+  CameraDriverBuffer& store = *fCameraDriverBuffers[static_cast<std::size_t>(pClaim.index)];
   if (!xWaitForFirstFrame(store, id)) return {};
   const int frame = xMakeRawFrame(pClaim, store, pOperation);
   if (frame < 0) return {};
@@ -119,10 +153,9 @@ bool OXVisionSimulatorCam::xReleaseDirectRawImageDeep(const std::string& pId,
   return xReleaseFrame(pId, pCameraIndex, kTexts);
 }
 
-void OXVisionSimulatorCam::xReturnRawSource(int pCameraIndex, OXVisionBuffer& pBuffer) {
+void OXVisionSimulatorCam::xReturnRawSource(int, OXVisionBuffer& pBuffer) {
   pBuffer.fImage->fTimeStamp = -1;
-  for (const auto& frame : xStore(pCameraIndex)->fDriverBuffers)
-    if (frame == pBuffer.fRawSource) --frame->fReadLockCount;
+  if (pBuffer.fRawSource) --static_cast<OXVisionBuffer*>(pBuffer.fRawSource.get())->fReadLockCount;
   pBuffer.fRawSource.reset();
 }
 

@@ -63,10 +63,10 @@ class OXVisionSimulatorCam final : public OXSingleton<OXVisionSimulatorCam>,
   const void* xAcceptedPixels(const OXValue& pImage, const CameraDriverBuffer& pStore) const;
   boost::shared_ptr<CameraDriverBuffer> xStore(int pCameraIndex) const;
 
-  // --- resize.cpp: fMutex of the camera held ---
-  bool xReSize(int pCamera, const OXImage& pSource, OXImage& pTarget);
-
   // --- acquisition.cpp ---
+  /// Needs fMutex of the camera. False where the sizes allow no resampling.
+  bool xReSize(const RealCameraProperties& pCamera, const CameraDriverBuffer& pStore,
+               const OXImage& pSource, OXImage& pTarget);
   bool xWaitForFirstFrame(const CameraDriverBuffer& pStore, const std::string& pId);
   /// The index of the newest frame, converted, with its count raised; -1 after a record.
   int xMakeRawFrame(const Claim& pClaim, CameraDriverBuffer& pStore, const char* pOperation);

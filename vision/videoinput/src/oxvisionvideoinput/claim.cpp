@@ -2,9 +2,17 @@
 // operations whose signature is a name look up again.
 #include "claim.h"
 
+#include <oxframework/oxvideo.h>
 #include "oxvisionvideoinput.h"
 
 namespace OX {
+
+VisionModuleInfo::VisionModuleInfo() = default;
+VisionModuleInfo::~VisionModuleInfo() = default;
+
+RequestedCameraProperties& VisionModuleInfo::wish(int pCamera) const {
+  return *fRequestedProperties[static_cast<std::size_t>(pCamera)];
+}
 
 RealCameraProperties* OXVisionVideoInput::xCamera(int pCameraIndex) const {
   const bool known = pCameraIndex >= 0 && pCameraIndex < fNbCameras;
@@ -60,6 +68,14 @@ Claim OXVisionVideoInput::xClaim(const boost::shared_ptr<VisionModuleInfo>& pSub
                                  int pCamera) const {
   return {pSubscriber, pCamera, *fCameraProperties[static_cast<std::size_t>(pCamera)],
           pSubscriber->wish(pCamera)};
+}
+
+Lookup OXVisionVideoInput::xLookUp(const std::string& pId, std::optional<int> pCamera) const {
+  const auto* const subscriber = xFind(pId);
+  if (!subscriber) return {};
+  const int index = pCamera ? *pCamera : xCurrentCamera(**subscriber);
+  if (!xCamera(index)) return {true, index, {}};
+  return {true, index, xClaim(*subscriber, index)};
 }
 
 Claim OXVisionVideoInput::xClaim(const std::string& pId, const report::SubscriberTexts& pTexts,

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <boost/shared_ptr.hpp>
+#include <optional>
 
 #include "records.h"
 
@@ -15,6 +16,13 @@ struct Claim {
   int index;                        ///< the camera's
   RealCameraProperties& camera;     ///< what the camera runs at, and its buffers
   RequestedCameraProperties& wish;  ///< what the subscriber asks of it, and holds on it
+};
+
+/// What a look-up by name finds where a missing part is no error of its own.
+struct Lookup {
+  bool isKnown = false;        ///< whether there is a subscriber of that id
+  int index = -1;              ///< the camera that was looked for
+  std::optional<Claim> claim;  ///< empty for an unknown subscriber or camera
 };
 
 }  // namespace OX

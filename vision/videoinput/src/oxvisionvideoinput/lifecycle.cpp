@@ -50,8 +50,4 @@ void OXVisionVideoInput::setSubscriberLimit(int pLimit) {
   fSubscriberLimit = pLimit;
 }
 
-std::pair<std::int64_t, std::int64_t> OXVisionVideoInput::getTimeStamp(const OXImage& pImage) {
-  return {pImage.fTimeStamp / 1000000, pImage.fTimeStamp % 1000000};
-}
-
 }  // namespace OX

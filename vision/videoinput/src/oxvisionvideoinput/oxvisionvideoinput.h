@@ -6,6 +6,7 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <optional>
 #include <source_location>
 #include <string>
 #include <utility>
@@ -24,6 +25,7 @@ struct AcquiredFrame;
 struct Claim;
 struct GrabberTexts;
 struct LendingTexts;
+struct Lookup;
 struct Publication;
 struct RealCameraProperties;
 struct RequestedCameraProperties;
@@ -205,6 +207,7 @@ class OXVisionVideoInput : public OXModule, public IVideoInput {
   /// How many subscribers there may be at once; a further one fails to allocate. 256 at the start.
   void setSubscriberLimit(int pLimit);
 
+  // --- delivery/single.cpp ---
   /// Splits a time stamp into seconds and the remaining microseconds, both truncated towards 0.
   static std::pair<std::int64_t, std::int64_t> getTimeStamp(const OXImage& pImage);
 
@@ -227,6 +230,8 @@ class OXVisionVideoInput : public OXModule, public IVideoInput {
   int xCurrentCamera(const VisionModuleInfo& pSubscriber) const;
   /// The entry in the map of subscribers; null for an unknown id. Borrowed under the lock.
   const boost::shared_ptr<VisionModuleInfo>* xFind(const std::string& pId) const;
+  /// Everything that is to be had of a subscriber and a camera: by default its current one.
+  Lookup xLookUp(const std::string& pId, std::optional<int> pCamera = {}) const;
   /// A subscriber with a camera of the table: what a request carries on.
   Claim xClaim(const boost::shared_ptr<VisionModuleInfo>& pSubscriber, int pCamera) const;
 
@@ -335,6 +340,12 @@ class OXVisionVideoInput : public OXModule, public IVideoInput {
   /// Takes back all that a subscriber holds, on every camera.
   void xReleaseAllConverted(const boost::shared_ptr<VisionModuleInfo>& pSubscriber);
   void xForceReleaseBuffer(const std::string& pId);
+  /// What releaseImage, releaseImages and releaseDirectRawImage(s) give back.
+  void xReleaseImage(const boost::shared_ptr<VisionModuleInfo>& pSubscriber);
+  void xReleaseImagesOfAll(const boost::shared_ptr<VisionModuleInfo>& pSubscriber);
+  bool xReleaseOwnRawImages(const VisionModuleInfo& pSubscriber);
+  void xReleaseRawImage(const boost::shared_ptr<VisionModuleInfo>& pSubscriber);
+  void xReleaseRawImagesOfAll(const boost::shared_ptr<VisionModuleInfo>& pSubscriber);
   /// A reader goes; the last one of a raw buffer returns the camera's frame.
   void xDropReader(int pCamera, OXVisionBuffer& pBuffer);
 
@@ -353,21 +364,16 @@ class OXVisionVideoInput : public OXModule, public IVideoInput {
   /// converted.
   bool xReuseRawImage(const Claim& pClaim, std::int64_t pNowUs, OXImage*& pImage);
   void xReleaseRawImages(const VisionModuleInfo& pSubscriber);
-  void xReleaseImage(const boost::shared_ptr<VisionModuleInfo>& pSubscriber);
 
   // --- delivery/multi.cpp ---
   std::vector<OXImage*> xGetImages(const boost::shared_ptr<VisionModuleInfo>& pSubscriber);
   void xAddToReply(RemoteReply& pReply, const boost::shared_ptr<VisionModuleInfo>& pSubscriber,
                    const std::vector<OXImage*>& pImages) const;
-  void xReleaseImagesOfAll(const boost::shared_ptr<VisionModuleInfo>& pSubscriber);
   /// One bool a stream: whether an image was lent for it.
   static OXValue xDeliveredFlags(const std::vector<OXImage*>& pImages);
 
   // --- delivery/raw.cpp ---
   OXImage* xGetRawImage(const Claim& pClaim);
-  bool xReleaseOwnRawImages(const VisionModuleInfo& pSubscriber);
-  void xReleaseRawImage(const boost::shared_ptr<VisionModuleInfo>& pSubscriber);
-  void xReleaseRawImagesOfAll(const boost::shared_ptr<VisionModuleInfo>& pSubscriber);
 
   // --- delivery/grabber.cpp ---
   RealCameraProperties* xGrabberCamera(int pCamera, const char* pFunction,

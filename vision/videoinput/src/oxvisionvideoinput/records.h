@@ -33,9 +33,7 @@ struct VisionModuleInfo {
   ~VisionModuleInfo();
 
   /// What it asks of a camera that the device has.
-  RequestedCameraProperties& wish(int pCamera) const {
-    return *fRequestedProperties[static_cast<std::size_t>(pCamera)];
-  }
+  RequestedCameraProperties& wish(int pCamera) const;
 
   std::string fName;  ///< the unique id, the same as the key in the map
   /// One entry per camera of the device, index = camera index.

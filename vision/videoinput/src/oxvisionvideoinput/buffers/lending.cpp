@@ -6,11 +6,12 @@
 
 #include <algorithm>
 #include <boost/make_shared.hpp>
+#include <cstring>
+#include <exception>
 #include <new>
 
 #include <oxframework/oxlog.h>
-#include "claim.h"
-#include "oxvisionvideoinput.h"
+#include "buffers/remotereply.h"
 
 namespace OX {
 namespace {
@@ -50,11 +51,10 @@ OXImage* OXVisionVideoInput::xLendNewestFrame(const std::string& pId, const Lend
   const auto aboutRequest = [&](const auto&... pPieces) {
     return report::text(kGetFunction, "(", pId, pTexts.afterId, pPieces...);
   };
-  const auto* const subscriber = xFind(pId);
-  if (!subscriber) return refuse(aboutRequest("module ", pId, " unknown!"));
-  const int index = xCurrentCamera(**subscriber);
-  if (!xCamera(index)) return refuse(aboutRequest("invalid Camera index ", index));
-  const Claim claim = xClaim(*subscriber, index);
+  const Lookup found = xLookUp(pId);
+  if (!found.isKnown) return refuse(aboutRequest("module ", pId, " unknown!"));
+  if (!found.claim) return refuse(aboutRequest("invalid Camera index ", found.index));
+  const Claim& claim = *found.claim;
   if (claim.wish.fLockedImage) return refuse(pTexts.notReleased(getName(), pId));
   // A subscriber without buffers cannot be lent a frame: the camera does not move on for it, and
   // no frame is counted as held.
@@ -68,21 +68,17 @@ OXImage* OXVisionVideoInput::xLendNewestFrame(const std::string& pId, const Lend
 
 bool OXVisionVideoInput::xReleaseFrame(const std::string& pId, int pCamera,
                                        const LendingTexts& pTexts) {
-  const auto* const subscriber = xFind(pId);
-  if (!subscriber) {
-    report::log(ki::log::kError, kReleaseFunction, pTexts.unknownAtRelease(pId), pTexts.category);
-    return false;
+  const Lookup found = xLookUp(pId, pCamera);
+  if (found.claim) {
+    if (found.claim->wish.fLockedImage) xEndHold(*found.claim);
+    return true;
   }
-  if (!xCamera(pCamera)) {
-    report::log(ki::log::kError, kReleaseFunction,
-                report::text(pTexts.releaseFunction, "(", pId, pTexts.afterId,
-                             "invalid Camera index ", pCamera),
-                pTexts.category);
-    return false;
-  }
-  const Claim claim = xClaim(*subscriber, pCamera);
-  if (claim.wish.fLockedImage) xEndHold(claim);
-  return true;
+  report::log(ki::log::kError, kReleaseFunction,
+              found.isKnown ? report::text(pTexts.releaseFunction, "(", pId, pTexts.afterId,
+                                           "invalid Camera index ", pCamera)
+                            : pTexts.unknownAtRelease(pId),
+              pTexts.category);
+  return false;
 }
 
 AcquiredFrame OXVisionVideoInput::xAcquireFrame(const Claim&, const char*) { return {}; }
@@ -130,6 +126,37 @@ void OXVisionVideoInput::xReleaseAllConverted(const boost::shared_ptr<VisionModu
   for (int i = 0; i < fNbCameras; ++i) xReleaseConverted(xClaim(pModule, i));
 }
 
+void OXVisionVideoInput::xReleaseImage(const boost::shared_ptr<VisionModuleInfo>& pSubscriber) {
+  if (pSubscriber->fActiveCamera == -1)
+    xReleaseAllConverted(pSubscriber);
+  else
+    xReleaseConverted(xClaim(pSubscriber, pSubscriber->fActiveCamera));
+}
+
+void OXVisionVideoInput::xReleaseImagesOfAll(
+    const boost::shared_ptr<VisionModuleInfo>& pSubscriber) {
+  for (const int camera : pSubscriber->fActiveCameras)
+    xReleaseConverted(xClaim(pSubscriber, camera));
+}
+
+bool OXVisionVideoInput::xReleaseOwnRawImages(const VisionModuleInfo& pSubscriber) {
+  if (pSubscriber.fActiveCamera != -1)
+    return xReleaseDirectRawImageDeep(pSubscriber.fName, pSubscriber.fActiveCamera);
+  bool released = true;
+  for (int i = 0; i < fNbCameras && released; ++i)
+    released = xReleaseDirectRawImageDeep(pSubscriber.fName, i);
+  return released;
+}
+
+void OXVisionVideoInput::xReleaseRawImage(const boost::shared_ptr<VisionModuleInfo>& pSubscriber) {
+  xReleaseOwnRawImages(*pSubscriber);
+}
+
+void OXVisionVideoInput::xReleaseRawImagesOfAll(
+    const boost::shared_ptr<VisionModuleInfo>& pSubscriber) {
+  for (int i = 0; i < fNbCameras; ++i) xReleaseDirectRawImageDeep(pSubscriber->fName, i);
+}
+
 void OXVisionVideoInput::xForceReleaseBuffer(const std::string& pId) {
   if (const auto* const subscriber = xFind(pId))
     xReleaseAllConverted(*subscriber);
@@ -140,6 +167,62 @@ void OXVisionVideoInput::xForceReleaseBuffer(const std::string& pId) {
 
 void OXVisionVideoInput::xDropReader(int pCamera, OXVisionBuffer& pBuffer) {
   if (--pBuffer.fReadLockCount == 0 && pBuffer.fRawSource) xReturnRawSource(pCamera, pBuffer);
+}
+
+OXVisionVideoInput::RemoteReply::RemoteReply(OXVisionVideoInput& pDevice, Release pRelease)
+    : fDevice(pDevice), fRelease(pRelease) {}
+
+OXVisionVideoInput::RemoteReply::~RemoteReply() {
+  if (!fSubscriber) return;
+  try {
+    const OXCriticalSectionWrite lock(fDevice.fVisionModulesLock);
+    for (const auto& image : fImages)
+      if (image) fDevice.xDropReader(image->camera, *image->buffer);
+    if (!fSubscriber->fHasLeft) (fDevice.*fRelease)(fSubscriber);
+  } catch (const std::exception&) {
+    // Only the text of a record can fail here, and a destructor has nobody to tell.
+  }
+}
+
+void OXVisionVideoInput::RemoteReply::add(const Claim& pClaim, const OXImage* pImage) {
+  fSubscriber = pClaim.subscriber;
+  const boost::shared_ptr<OXVisionBuffer>& held = pClaim.wish.fLockedImage;
+  fImages.push_back(pImage && held ? std::make_unique<Pinned>(*pImage, pClaim.index, held)
+                                   : nullptr);
+  if (fImages.back()) ++held->fReadLockCount;
+}
+
+OXValue OXVisionVideoInput::RemoteReply::single() const {
+  return fImages.front()->view.toOXValue();
+}
+
+// Joined in a block of its own and not in a scratch array of the device: two replies at once can't
+// mix, and the block goes to the socket as it is.
+OXValue OXVisionVideoInput::RemoteReply::joined() const {
+  std::size_t total = 0;
+  for (const auto& image : fImages) total += image ? image->view.getSizeBytes() : 0;
+  const auto pixels = boost::make_shared_noinit<unsigned char[]>(total ? total : 1);
+  unsigned char* position = pixels.get();
+  OXValue result;
+  for (const auto& image : fImages) {
+    if (!image) {
+      result.arrayPush(OXValue::Array());
+      continue;
+    }
+    const std::size_t size = image->view.getSizeBytes();
+    if (size) std::memcpy(position, image->view.fData, size);
+    position += size;
+    OXImage header(image->view, OXImage::ViewTag());
+    header.fData = nullptr;
+    OXValue description = header.toOXValue();
+    description[6] = OXValue(OXValue::Array());
+    result.arrayPush(std::move(description));
+  }
+  OXValue binary;
+  binary.AdoptBinary(boost::shared_ptr<const void>(pixels, pixels.get()), pixels.get(),
+                     static_cast<int>(total));
+  result.arrayPush(std::move(binary));
+  return result;
 }
 
 }  // namespace OX

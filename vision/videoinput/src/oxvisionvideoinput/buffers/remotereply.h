@@ -23,20 +23,17 @@ class OXVisionVideoInput::RemoteReply {
   /// subscriber has not left meanwhile.
   using Release = void (OXVisionVideoInput::*)(const boost::shared_ptr<VisionModuleInfo>&);
 
-  RemoteReply(OXVisionVideoInput& pDevice, Release pRelease)
-      : fDevice(pDevice), fRelease(pRelease) {}
+  RemoteReply(OXVisionVideoInput& pDevice, Release pRelease);
   ~RemoteReply();
   RemoteReply(const RemoteReply&) = delete;
   RemoteReply& operator=(const RemoteReply&) = delete;
 
-  /// Says whose holds to give back. Call it as soon as there may be one.
-  void heldBy(const boost::shared_ptr<VisionModuleInfo>& pSubscriber) { fSubscriber = pSubscriber; }
   /// The image that the claim's subscriber holds on the claim's camera; null, or no hold, adds an
-  /// empty place.
+  /// empty place. From the first call on the destructor gives back the subscriber's holds.
   void add(const Claim& pClaim, const OXImage* pImage);
 
   /// The 12-element array of the one image.
-  OXValue single() const { return fImages.front()->view.toOXValue(); }
+  OXValue single() const;
   /// The arrays of all images, each with an empty array in place of its pixels (or an empty array
   /// in place of the whole for a null image), then one binary with the pixels of all.
   OXValue joined() const;

@@ -81,16 +81,9 @@ OXValue OXVisionVideoInput::getImagesRemote(const std::string& pId) {
 void OXVisionVideoInput::xAddToReply(RemoteReply& pReply,
                                      const boost::shared_ptr<VisionModuleInfo>& pSubscriber,
                                      const std::vector<OXImage*>& pImages) const {
-  pReply.heldBy(pSubscriber);
   const std::vector<int>& cameras = pSubscriber->fActiveCameras;
   for (std::size_t i = 0; i < pImages.size() && i < cameras.size(); ++i)
     pReply.add(xClaim(pSubscriber, cameras[i]), pImages[i]);
-}
-
-void OXVisionVideoInput::xReleaseImagesOfAll(
-    const boost::shared_ptr<VisionModuleInfo>& pSubscriber) {
-  for (const int camera : pSubscriber->fActiveCameras)
-    xReleaseConverted(xClaim(pSubscriber, camera));
 }
 
 OXValue OXVisionVideoInput::releaseImages(const std::string& pId) {

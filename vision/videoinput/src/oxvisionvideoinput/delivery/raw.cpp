@@ -48,7 +48,6 @@ OXValue OXVisionVideoInput::getDirectRawImageRemote(const std::string& pId) {
     const Claim claim = xClaim(pId, kGetRemote);
     const OXImage* const image = xGetRawImage(claim);
     if (!image) return OXValue();
-    reply.heldBy(claim.subscriber);
     reply.add(claim, image);
   }
   return reply.single();
@@ -57,19 +56,6 @@ OXValue OXVisionVideoInput::getDirectRawImageRemote(const std::string& pId) {
 bool OXVisionVideoInput::releaseDirectRawImage(const std::string& pId) {
   const OXCriticalSectionWrite lock(fVisionModulesLock);
   return xReleaseOwnRawImages(*xSubscriber(pId, Family::Mono, kRelease));
-}
-
-bool OXVisionVideoInput::xReleaseOwnRawImages(const VisionModuleInfo& pSubscriber) {
-  if (pSubscriber.fActiveCamera != -1)
-    return xReleaseDirectRawImageDeep(pSubscriber.fName, pSubscriber.fActiveCamera);
-  bool released = true;
-  for (int i = 0; i < fNbCameras && released; ++i)
-    released = xReleaseDirectRawImageDeep(pSubscriber.fName, i);
-  return released;
-}
-
-void OXVisionVideoInput::xReleaseRawImage(const boost::shared_ptr<VisionModuleInfo>& pSubscriber) {
-  xReleaseOwnRawImages(*pSubscriber);
 }
 
 OXValue OXVisionVideoInput::getDirectRawImagesLocal(const std::string& pId) {
@@ -91,11 +77,6 @@ OXValue OXVisionVideoInput::getDirectRawImagesRemote(const std::string& pId) {
   const OXCriticalSectionWrite lock(fVisionModulesLock);
   xSubscriber(pId, Family::Any, kGetAllRemoteAgain);
   return result;
-}
-
-void OXVisionVideoInput::xReleaseRawImagesOfAll(
-    const boost::shared_ptr<VisionModuleInfo>& pSubscriber) {
-  for (int i = 0; i < fNbCameras; ++i) xReleaseDirectRawImageDeep(pSubscriber->fName, i);
 }
 
 OXValue OXVisionVideoInput::releaseDirectRawImages(const std::string& pId) {

@@ -51,6 +51,10 @@ bool isFreshInThisSecond(const OXImage& pImage, std::int64_t pNowUs,
 
 }  // namespace
 
+std::pair<std::int64_t, std::int64_t> OXVisionVideoInput::getTimeStamp(const OXImage& pImage) {
+  return {pImage.fTimeStamp / 1000000, pImage.fTimeStamp % 1000000};
+}
+
 OXImage* OXVisionVideoInput::getImageLocal(const std::string& pId) {
   const OXCriticalSectionWrite lock(fVisionModulesLock);
   return xGetImage(xClaim(pId, kGetImageLocal));
@@ -63,7 +67,6 @@ OXValue OXVisionVideoInput::getImageRemote(const std::string& pId) {
     const Claim claim = xClaim(pId, kGetImageRemote);
     const OXImage* const image = xGetImage(claim);
     if (!image) return OXValue();
-    reply.heldBy(claim.subscriber);
     reply.add(claim, image);
   }
   return reply.single();
@@ -73,13 +76,6 @@ bool OXVisionVideoInput::releaseImage(const std::string& pId) {
   const OXCriticalSectionWrite lock(fVisionModulesLock);
   xReleaseImage(xSubscriber(pId, Family::Mono, kReleaseImage));
   return true;
-}
-
-void OXVisionVideoInput::xReleaseImage(const boost::shared_ptr<VisionModuleInfo>& pSubscriber) {
-  if (pSubscriber->fActiveCamera == -1)
-    xReleaseAllConverted(pSubscriber);
-  else
-    xReleaseConverted(xClaim(pSubscriber, pSubscriber->fActiveCamera));
 }
 
 OXImage* OXVisionVideoInput::xLendConverted(const Claim& pClaim, BufferPtr pBuffer) {
@@ -125,7 +121,7 @@ OXImage* OXVisionVideoInput::xGetImage(const Claim& pClaim) {
     report::fail(
         getName(), "xGetImage", "xGetImage",
         report::text(id, " previous image for camera ", pClaim.index, " was not released !"));
-  xStartFrameGrabber(pClaim.index);
+  if (pClaim.camera.fGrabberState <= kGrabberStopped) xStartFrameGrabber(pClaim.index);
   const std::int64_t now = nowUs();
   if (OXImage* const shared = xReuseConvertedImage(pClaim, now)) return shared;
   OXImage* fromRaw = nullptr;
