@@ -35,6 +35,19 @@ AcquiredFrame OXVisionFileCam::xAcquireFrame(const Claim& pClaim, const char*) {
   return {&frame, std::move(slot), frame.fCameraId, true};
 }
 
+// A frame says which camera took it; one that this device does not have is left out of account.
+void OXVisionFileCam::xSelectCameraOf(const OXImage& pImage) {
+  if (xCamera(pImage.fCameraId)) {
+    fActiveCamera = pImage.fCameraId;
+  } else if (!fStrangeCameraLogged.exchange(true)) {
+    report::log(
+        ki::log::kError, "xSelectCameraOf",
+        report::text("The recording has images of camera ", static_cast<int>(pImage.fCameraId),
+                     ", this device has ", fNbCameras, " camera: its own stays active"),
+        kFileCamCategory);
+  }
+}
+
 OXImage* OXVisionFileCam::xGetDirectRawImage(const std::string& pId, bool /*pDeepCopy*/) {
   return xLendNewestFrame(pId, kTexts);
 }

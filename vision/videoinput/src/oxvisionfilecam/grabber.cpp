@@ -42,17 +42,6 @@ void OXVisionFileCam::xReadVideo() {
   throw OXError("VideoDevice", "setVideo", "unable to open the video file", "", 0);
 }
 
-// A frame says which camera took it; one that this device does not have is left out of account.
-void OXVisionFileCam::xSelectCameraOf(const OXImage& pImage) {
-  if (xCamera(pImage.fCameraId)) {
-    fActiveCamera = pImage.fCameraId;
-  } else if (!fStrangeCameraLogged.exchange(true)) {
-    log(ki::log::kError, "xSelectCameraOf",
-        report::text("The recording has images of camera ", static_cast<int>(pImage.fCameraId),
-                     ", this device has ", fNbCameras, " camera: its own stays active"));
-  }
-}
-
 // All five slots get the first image, which brings them to the format of the video. A slot that a
 // subscriber still holds is left to it, and a fresh one takes its place.
 bool OXVisionFileCam::xFillRing() {

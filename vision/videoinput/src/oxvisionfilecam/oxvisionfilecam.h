@@ -73,6 +73,7 @@ class OXVisionFileCam final : public OXSingleton<OXVisionFileCam>, public OXVisi
   bool xCloseDevice();
   void xReadVideo();
   bool xFillRing();
+  // --- acquisition.cpp ---
   void xSelectCameraOf(const OXImage& pImage);
 
   // --- replay.cpp: fParametersLock held ---

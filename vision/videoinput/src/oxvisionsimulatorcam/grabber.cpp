@@ -30,10 +30,11 @@ bool OXVisionSimulatorCam::xStopFrameGrabber(const int& pCameraIndex) {
 // frame is the reference that the next pushed one differs from.
 bool OXVisionSimulatorCam::xOpenDevice(int pCamera) {
   CameraDriverBuffer& store = *xStore(pCamera);
+  const int resolution = xCamera(pCamera)->fResolution;
   const OXCriticalSection lock(store.fMutex);
   store.fLastInputBuffer = -1;
   for (const auto& frame : store.fDriverBuffers) {
-    frame->fImage->setResolution(xCamera(pCamera)->fResolution);
+    frame->fImage->setResolution(resolution);
     frame->fImage->setColorSpace(kYUV422);
   }
   return true;

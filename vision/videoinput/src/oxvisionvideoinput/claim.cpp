@@ -78,9 +78,10 @@ Lookup OXVisionVideoInput::xLookUp(const std::string& pId, std::optional<int> pC
   return {true, index, xClaim(*subscriber, index)};
 }
 
-Claim OXVisionVideoInput::xClaim(const std::string& pId, const report::SubscriberTexts& pTexts,
+Claim OXVisionVideoInput::xClaim(const std::string& pId, Family pFamily,
+                                 const report::SubscriberTexts& pTexts,
                                  std::source_location pWhere) const {
-  const auto& subscriber = xSubscriber(pId, Family::Mono, pTexts, pWhere);
+  const auto& subscriber = xSubscriber(pId, pFamily, pTexts, pWhere);
   return xClaim(subscriber, xCheckedCurrentCamera(*subscriber, pTexts.function, pWhere));
 }
 

@@ -305,8 +305,8 @@ class OXVisionVideoInput : public OXModule, public IVideoInput {
   /// The subscriber's current camera, checked; throws "FUNCTION(NAME) : invalid Camera index".
   int xCheckedCurrentCamera(const VisionModuleInfo& pSubscriber, const char* pFunction,
                             std::source_location pWhere = std::source_location::current()) const;
-  /// A mono-stream subscriber with its current camera.
-  Claim xClaim(const std::string& pId, const report::SubscriberTexts& pTexts,
+  /// The subscriber with its current camera, both checked as in the two above.
+  Claim xClaim(const std::string& pId, Family pFamily, const report::SubscriberTexts& pTexts,
                std::source_location pWhere = std::source_location::current()) const;
 
   // --- buffers/pool.cpp: all need the lock for writing ---

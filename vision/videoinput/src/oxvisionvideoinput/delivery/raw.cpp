@@ -38,14 +38,14 @@ OXImage* OXVisionVideoInput::xGetRawImage(const Claim& pClaim) {
 
 OXImage* OXVisionVideoInput::getDirectRawImageLocal(const std::string& pId) {
   const OXCriticalSectionWrite lock(fVisionModulesLock);
-  return xGetRawImage(xClaim(pId, kGetLocal));
+  return xGetRawImage(xClaim(pId, Family::Mono, kGetLocal));
 }
 
 OXValue OXVisionVideoInput::getDirectRawImageRemote(const std::string& pId) {
   RemoteReply reply(*this, &OXVisionVideoInput::xReleaseRawImage);
   {
     const OXCriticalSectionWrite lock(fVisionModulesLock);
-    const Claim claim = xClaim(pId, kGetRemote);
+    const Claim claim = xClaim(pId, Family::Mono, kGetRemote);
     const OXImage* const image = xGetRawImage(claim);
     if (!image) return OXValue();
     reply.add(claim, image);

@@ -31,7 +31,7 @@ bool OXVisionVideoInput::recordVideo(const std::string& pId, const std::string& 
   // Reading keeps delivery away; fRecordingLock keeps two recorders of one subscriber apart.
   const OXCriticalSectionRead lock(fVisionModulesLock);
   const OXCriticalSection recorders(fRecordingLock);
-  const Claim claim = xClaim(pId, kRecordVideo);
+  const Claim claim = xClaim(pId, Family::Mono, kRecordVideo);
   // What can fail comes first: nothing of the record has changed then.
   const OXValue size = resolutionToSizes(claim.camera.fResolution);
   const streamHeader header{size[0].toInt(), size[1].toInt(), claim.camera.fColorSpace,

@@ -57,14 +57,14 @@ std::pair<std::int64_t, std::int64_t> OXVisionVideoInput::getTimeStamp(const OXI
 
 OXImage* OXVisionVideoInput::getImageLocal(const std::string& pId) {
   const OXCriticalSectionWrite lock(fVisionModulesLock);
-  return xGetImage(xClaim(pId, kGetImageLocal));
+  return xGetImage(xClaim(pId, Family::Mono, kGetImageLocal));
 }
 
 OXValue OXVisionVideoInput::getImageRemote(const std::string& pId) {
   RemoteReply reply(*this, &OXVisionVideoInput::xReleaseImage);
   {
     const OXCriticalSectionWrite lock(fVisionModulesLock);
-    const Claim claim = xClaim(pId, kGetImageRemote);
+    const Claim claim = xClaim(pId, Family::Mono, kGetImageRemote);
     const OXImage* const image = xGetImage(claim);
     if (!image) return OXValue();
     reply.add(claim, image);
@@ -112,7 +112,7 @@ void OXVisionVideoInput::xReleaseRawImages(const VisionModuleInfo& pSubscriber) 
 }
 
 OXImage* OXVisionVideoInput::xGetImage(const std::string& pId) {
-  return xGetImage(xClaim(pId, kGetImageLocal));
+  return xGetImage(xClaim(pId, Family::Mono, kGetImageLocal));
 }
 
 OXImage* OXVisionVideoInput::xGetImage(const Claim& pClaim) {

@@ -60,9 +60,7 @@ bool OXVisionVideoInput::xChangeSetting(const std::string& pId, const SettingCha
   for (int pass = 0; pass < kReleasePasses; ++pass) {
     if (pass > 0) ki::os::usleep(kReleasePassUs);  // without the lock: the release needs it
     const OXCriticalSectionWrite lock(fVisionModulesLock);
-    const auto& subscriber = xSubscriber(pId, pChange.family, pChange.texts, pWhere);
-    const Claim claim =
-        xClaim(subscriber, xCheckedCurrentCamera(*subscriber, pChange.texts.function, pWhere));
+    const Claim claim = xClaim(pId, pChange.family, pChange.texts, pWhere);
     if (!pChange.isValid(claim.index))
       report::fail(getName(), pChange.texts.function, pChange.texts.method, pChange.invalidText,
                    pWhere);
@@ -141,12 +139,12 @@ bool OXVisionVideoInput::setActiveCamera(const std::string& pId, const int& pCam
 
 int OXVisionVideoInput::getResolution(const std::string& pId) {
   const OXCriticalSectionRead lock(fVisionModulesLock);
-  return xClaim(pId, kGetResolution).wish.fResolution;
+  return xClaim(pId, Family::Mono, kGetResolution).wish.fResolution;
 }
 
 int OXVisionVideoInput::getColorSpace(const std::string& pId) {
   const OXCriticalSectionRead lock(fVisionModulesLock);
-  return xClaim(pId, kGetColorSpace).wish.fColorSpace;
+  return xClaim(pId, Family::Mono, kGetColorSpace).wish.fColorSpace;
 }
 
 int OXVisionVideoInput::getFrameRate(const std::string& pId) {
