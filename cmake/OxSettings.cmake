@@ -31,6 +31,16 @@ if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
   # GCC 12 sees overlaps in additions of strings that are none.
   add_compile_options(-Wno-restrict)
 endif()
+if(CMAKE_CXX_COMPILER_ID MATCHES "Clang")
+  # What framework/oxthreadsafety.h annotates.
+  add_compile_options(-Wthread-safety)
+endif()
+# Errors carry the place where they arose, relative to the source tree. The second form is what
+# ccache makes of a path when it has a base directory. Debug information keeps the true paths.
+cmake_path(RELATIVE_PATH PROJECT_SOURCE_DIR BASE_DIRECTORY ${CMAKE_BINARY_DIR}
+           OUTPUT_VARIABLE source_from_build)
+add_compile_options(-fmacro-prefix-map=${PROJECT_SOURCE_DIR}/=
+                    -fmacro-prefix-map=${source_from_build}/=)
 if(OX_WERROR)
   add_compile_options(-Werror)
 endif()

@@ -8,10 +8,29 @@
 
 namespace OX {
 
-/// Says which module and operation failed, why, and where. Thrown by value.
-/// Crosses the wire as a map of its fields and is rebuilt on the caller's side.
+/// A place in a source: what std::source_location is, which clang 14 lacks. As a default argument
+/// it is the place of the call.
+struct OXSourceLocation {
+  const char* fFile;  ///< relative to the source tree for sources of this project; a constant
+  unsigned int fLine;
+
+  static constexpr OXSourceLocation current(const char* pFile = __builtin_FILE(),
+                                            unsigned int pLine = __builtin_LINE()) {
+    return {pFile, pLine};
+  }
+};
+
+/// Says which module and operation failed, why, and where. Thrown by value, mostly by
+/// raiseError(). Crosses the wire as a map of its fields and is rebuilt on the caller's side.
+/// A plain value type: as thread-safe as a string.
 class OX_API OXError : public std::exception {
  public:
+  /// An error of this place in the source.
+  OXError(const std::string& pModuleName, const std::string& pFunctionName,
+          const std::string& pDescription,
+          const OXSourceLocation& pWhere = OXSourceLocation::current());
+  /// An error of another place: one that came over the wire, or whose file text is fixed. An empty
+  /// pFileName means that there is none.
   OXError(const std::string& pModuleName, const std::string& pFunctionName,
           const std::string& pDescription, const std::string& pFileName, unsigned int pLine);
   OXError(const OXError&) = default;
@@ -21,8 +40,8 @@ class OX_API OXError : public std::exception {
   /// The description alone. Valid as long as this error.
   const char* what() const noexcept override { return fDescription.c_str(); }
 
-  /// All of it: "module::function" line end, a tab and the description, and "file:line"
-  /// on a third line when a file is given.
+  /// All of it: "module::function", a line end, a tab and the description; then a line end, a tab
+  /// and "file:line" unless the file is empty.
   std::string toString() const;
 
   const std::string& getModuleName() const { return fModuleName; }
@@ -38,5 +57,12 @@ class OX_API OXError : public std::exception {
   std::string fFileName;
   unsigned int fLine;
 };
+
+/// Throws an OXError that names the caller's file and line. A function that raises for its own
+/// callers takes an OXSourceLocation in the same way and passes it on.
+[[noreturn]] OX_API void raiseError(const std::string& pModuleName,
+                                    const std::string& pFunctionName,
+                                    const std::string& pDescription,
+                                    const OXSourceLocation& pWhere = OXSourceLocation::current());
 
 }  // namespace OX

@@ -1,25 +1,39 @@
-/// Locks and their scoped holders.
+/// Locks that modules share, and their scoped holders.
+///
+/// Held by boost::shared_ptr, since a scoped holder keeps its lock alive. Both kinds know their
+/// holders, so misuse is an OXError and never undefined. What a lock protects is declared with the
+/// annotations of oxthreadsafety.h, which clang checks.
 #pragma once
 
+#include <atomic>
 #include <boost/shared_ptr.hpp>
-#include <mutex>
+#include <thread>
 #include <vector>
 
 #include <pthread.h>
 
 #include "oxapi.h"
+#include "oxthreadsafety.h"
 
 namespace OX {
 
-/// Mutual exclusion; the thread that holds it may take it again.
-class OX_API OXMutex {
+/// Mutual exclusion. The thread that holds it may acquire it again and releases it as often.
+/// Thread-safe. lock() waits without a limit; unlock() by a thread that does not hold it throws
+/// OXError and changes nothing.
+class OX_API OX_CAPABILITY("mutex") OXMutex {
  public:
   static boost::shared_ptr<OXMutex> createOXMutex();
-  void lock() { fMutex.lock(); }
-  void unlock() { fMutex.unlock(); }
+  OXMutex() = default;
+  OXMutex(const OXMutex&) = delete;
+  OXMutex& operator=(const OXMutex&) = delete;
+
+  void lock() OX_ACQUIRE();
+  void unlock() OX_RELEASE();
 
  private:
-  std::recursive_mutex fMutex;
+  std::mutex fMutex;
+  std::atomic<std::thread::id> fHolder{};  ///< no thread when it is free
+  int fDepth = 0;                          ///< the holder's own
 };
 
 /// Many readers or one writer, first come first served: nobody starves. It knows its holders:
@@ -30,10 +44,11 @@ class OX_API OXMutex {
 ///                                | a writer waits       | for itself
 ///   writing                      | at once              | at once, counted
 ///
-/// What a thread takes it gives up as often, in any order; a writer that gives up writing while
-/// it still reads goes on as a reader. Giving up what is not held throws OXError.
-/// Taking and giving up allocate nothing once as many threads as ever read at once have read.
-class OX_API OXMutexRW {
+/// A thread releases what it acquired as often, in any order; a writer that releases writing while
+/// it still reads goes on as a reader. Releasing what is not held throws OXError and changes
+/// nothing. Thread-safe. Waits have no limit. Acquiring and releasing allocate nothing once as many
+/// threads as ever read at once have read.
+class OX_API OX_CAPABILITY("mutex") OXMutexRW {
  public:
   static boost::shared_ptr<OXMutexRW> createOXMutexRW();
   OXMutexRW();
@@ -41,10 +56,10 @@ class OX_API OXMutexRW {
   OXMutexRW(const OXMutexRW&) = delete;
   OXMutexRW& operator=(const OXMutexRW&) = delete;
 
-  void lockRead();
-  void unlockRead();
-  void lockWrite();
-  void unlockWrite();
+  void lockRead() OX_ACQUIRE_SHARED();
+  void unlockRead() OX_RELEASE_SHARED();
+  void lockWrite() OX_ACQUIRE();
+  void unlockWrite() OX_RELEASE();
 
   /// Whether the calling thread holds it for writing.
   bool isHeldForWriting() const;
@@ -56,57 +71,58 @@ class OX_API OXMutexRW {
   };
   struct Waiter;
 
-  Holder* xFindReader(pthread_t pThread);
-  void xAddReader(pthread_t pThread);
-  void xWait(std::unique_lock<std::mutex>& pGuard, bool pForWriting);
-  void xGrant();
+  Holder* xFindReader(pthread_t pThread) OX_REQUIRES(fGuard);
+  void xAddReader(pthread_t pThread) OX_REQUIRES(fGuard);
+  void xWait(detail::MutexLock& pGuard, bool pForWriting) OX_REQUIRES(fGuard);
+  void xServeQueue() OX_REQUIRES(fGuard);
 
-  mutable std::mutex fGuard;
-  std::vector<Holder> fReaders;  ///< threads that read, the writer among them when it does both
-  pthread_t fWriter{};
-  int fWriteDepth = 0;
-  Waiter* fFirstWaiter = nullptr;  ///< the queue lives on the stacks of those who wait
-  Waiter* fLastWaiter = nullptr;
+  mutable detail::Mutex fGuard;
+  /// Threads that read, the writer among them when it does both.
+  std::vector<Holder> fReaders OX_GUARDED_BY(fGuard);
+  pthread_t fWriter OX_GUARDED_BY(fGuard){};
+  int fWriteDepth OX_GUARDED_BY(fGuard) = 0;
+  /// The queue lives on the stacks of the threads that wait.
+  Waiter* fFirstWaiter OX_GUARDED_BY(fGuard) = nullptr;
+  Waiter* fLastWaiter OX_GUARDED_BY(fGuard) = nullptr;
 };
 
-/// Scoped holders: take in the constructor, give up in the destructor.
-class OX_API OXCriticalSection {
+/// Scoped holders: acquire in the constructor, release in the destructor.
+/// The constructor throws what the lock throws. The destructor never throws: a lock that was
+/// already released by hand stays as it is, with one record of the log at error level.
+class OX_API OX_SCOPED_CAPABILITY OXCriticalSection {
  public:
-  explicit OXCriticalSection(boost::shared_ptr<OXMutex> pMutex) : fMutex(std::move(pMutex)) {
-    fMutex->lock();
-  }
-  ~OXCriticalSection() { fMutex->unlock(); }
+  explicit OXCriticalSection(const boost::shared_ptr<OXMutex>& pMutex) OX_ACQUIRE(pMutex);
+  ~OXCriticalSection() OX_RELEASE();
   OXCriticalSection(const OXCriticalSection&) = delete;
   OXCriticalSection& operator=(const OXCriticalSection&) = delete;
 
  private:
-  boost::shared_ptr<OXMutex> fMutex;
+  const boost::shared_ptr<OXMutex> fMutex;
 };
 
-class OX_API OXCriticalSectionRead {
+/// Holds an OXMutexRW for reading.
+class OX_API OX_SCOPED_CAPABILITY OXCriticalSectionRead {
  public:
-  explicit OXCriticalSectionRead(boost::shared_ptr<OXMutexRW> pMutex) : fMutex(std::move(pMutex)) {
-    fMutex->lockRead();
-  }
-  ~OXCriticalSectionRead() { fMutex->unlockRead(); }
+  explicit OXCriticalSectionRead(const boost::shared_ptr<OXMutexRW>& pMutex)
+      OX_ACQUIRE_SHARED(pMutex);
+  ~OXCriticalSectionRead() OX_RELEASE_GENERIC();
   OXCriticalSectionRead(const OXCriticalSectionRead&) = delete;
   OXCriticalSectionRead& operator=(const OXCriticalSectionRead&) = delete;
 
  private:
-  boost::shared_ptr<OXMutexRW> fMutex;
+  const boost::shared_ptr<OXMutexRW> fMutex;
 };
 
-class OX_API OXCriticalSectionWrite {
+/// Holds an OXMutexRW for writing.
+class OX_API OX_SCOPED_CAPABILITY OXCriticalSectionWrite {
  public:
-  explicit OXCriticalSectionWrite(boost::shared_ptr<OXMutexRW> pMutex) : fMutex(std::move(pMutex)) {
-    fMutex->lockWrite();
-  }
-  ~OXCriticalSectionWrite() { fMutex->unlockWrite(); }
+  explicit OXCriticalSectionWrite(const boost::shared_ptr<OXMutexRW>& pMutex) OX_ACQUIRE(pMutex);
+  ~OXCriticalSectionWrite() OX_RELEASE();
   OXCriticalSectionWrite(const OXCriticalSectionWrite&) = delete;
   OXCriticalSectionWrite& operator=(const OXCriticalSectionWrite&) = delete;
 
  private:
-  boost::shared_ptr<OXMutexRW> fMutex;
+  const boost::shared_ptr<OXMutexRW> fMutex;
 };
 
 }  // namespace OX

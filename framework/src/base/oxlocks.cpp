@@ -1,23 +1,59 @@
+// Both locks keep their own books instead of wrapping a pthread lock: only so can a thread that
+// would wait for itself, or releases what it does not hold, be told so.
+//
+// OXMutexRW keeps a queue in the order of arrival, on the stacks of the threads that wait. Whoever
+// releases hands the lock over to the front of the queue before anybody wakes, so nobody overtakes
+// and neither readers nor writers starve.
 #include <oxframework/oxlocks.h>
 
 #include <algorithm>
 #include <boost/make_shared.hpp>
 #include <condition_variable>
+#include <exception>
 
 #include <oxframework/oxerror.h>
+#include <oxframework/oxlog.h>
 
 namespace OX {
 namespace {
 
 constexpr std::size_t kExpectedReaders = 64;
 
-[[noreturn]] void fail(const char* pFunction, const char* pText) {
-  throw OXError("OXMutexRW", pFunction, pText, "framework/src/oxlocks", __LINE__);
+// Destructors call this, so it swallows all: also a log that can't be written.
+template <class Lock>
+void releaseQuietly(Lock& pLock, void (Lock::*pRelease)(), const char* pHolder) noexcept {
+  try {
+    (pLock.*pRelease)();
+  } catch (const std::exception& error) {
+    try {
+      ki::log::log(ki::log::kError, "framework.locks",
+                   std::string("The lock was already released: ") + error.what(), "", pHolder, 0);
+    } catch (...) {
+    }
+  }
 }
 
 }  // namespace
 
 boost::shared_ptr<OXMutex> OXMutex::createOXMutex() { return boost::make_shared<OXMutex>(); }
+
+// Only the holder itself can find its own id here, so the comparison needs no lock.
+void OXMutex::lock() {
+  const std::thread::id self = std::this_thread::get_id();
+  if (fHolder.load(std::memory_order_relaxed) != self) {
+    fMutex.lock();
+    fHolder.store(self, std::memory_order_relaxed);
+  }
+  ++fDepth;
+}
+
+void OXMutex::unlock() {
+  if (fHolder.load(std::memory_order_relaxed) != std::this_thread::get_id())
+    raiseError("OXMutex", "unlock", "This thread does not hold the lock");
+  if (--fDepth > 0) return;
+  fHolder.store(std::thread::id(), std::memory_order_relaxed);
+  fMutex.unlock();
+}
 
 boost::shared_ptr<OXMutexRW> OXMutexRW::createOXMutexRW() {
   return boost::make_shared<OXMutexRW>();
@@ -48,17 +84,17 @@ void OXMutexRW::xAddReader(pthread_t pThread) {
     fReaders.push_back({pThread, 1});
 }
 
-void OXMutexRW::xWait(std::unique_lock<std::mutex>& pGuard, bool pForWriting) {
+void OXMutexRW::xWait(detail::MutexLock& pGuard, bool pForWriting) {
   Waiter waiter{pthread_self(), pForWriting};
   (fLastWaiter ? fLastWaiter->next : fFirstWaiter) = &waiter;
   fLastWaiter = &waiter;
-  xGrant();
-  waiter.wake.wait(pGuard, [&] { return waiter.granted; });
+  xServeQueue();
+  waiter.wake.wait(pGuard.native(), [&] { return waiter.granted; });
 }
 
-// Serves the queue from its front: one writer when nobody holds the lock, or all the readers that
-// stand in a row. The lock is theirs when they wake, so nobody can overtake them.
-void OXMutexRW::xGrant() {
+// Serves the queue from its front: one writer when nobody holds the lock, or all the readers up to
+// the next writer. The lock is theirs before they wake.
+void OXMutexRW::xServeQueue() {
   while (fFirstWaiter && fWriteDepth == 0) {
     Waiter* const waiter = fFirstWaiter;
     if (waiter->forWriting && !fReaders.empty()) return;
@@ -76,7 +112,7 @@ void OXMutexRW::xGrant() {
 }
 
 void OXMutexRW::lockRead() {
-  std::unique_lock guard(fGuard);
+  detail::MutexLock guard(fGuard);
   const pthread_t self = pthread_self();
   if (xFindReader(self) || (fWriteDepth > 0 && pthread_equal(fWriter, self)))
     xAddReader(self);
@@ -85,39 +121,66 @@ void OXMutexRW::lockRead() {
 }
 
 void OXMutexRW::unlockRead() {
-  const std::lock_guard guard(fGuard);
+  const detail::MutexLock guard(fGuard);
   Holder* const holder = xFindReader(pthread_self());
-  if (!holder) fail("unlockRead", "This thread does not hold the lock for reading");
+  if (!holder)
+    raiseError("OXMutexRW", "unlockRead", "This thread does not hold the lock for reading");
   if (--holder->reads > 0) return;
   *holder = fReaders.back();
   fReaders.pop_back();
-  xGrant();
+  xServeQueue();
 }
 
 void OXMutexRW::lockWrite() {
-  std::unique_lock guard(fGuard);
+  detail::MutexLock guard(fGuard);
   const pthread_t self = pthread_self();
   if (fWriteDepth > 0 && pthread_equal(fWriter, self)) {
     ++fWriteDepth;
     return;
   }
   if (xFindReader(self))
-    fail("lockWrite",
-         "This thread holds the lock for reading and would wait for itself; "
-         "give up reading before asking to write");
+    raiseError("OXMutexRW", "lockWrite",
+               "This thread holds the lock for reading and would wait for itself; "
+               "release it for reading before you ask to write");
   xWait(guard, true);
 }
 
 void OXMutexRW::unlockWrite() {
-  const std::lock_guard guard(fGuard);
+  const detail::MutexLock guard(fGuard);
   if (fWriteDepth == 0 || !pthread_equal(fWriter, pthread_self()))
-    fail("unlockWrite", "This thread does not hold the lock for writing");
-  if (--fWriteDepth == 0) xGrant();
+    raiseError("OXMutexRW", "unlockWrite", "This thread does not hold the lock for writing");
+  if (--fWriteDepth == 0) xServeQueue();
 }
 
 bool OXMutexRW::isHeldForWriting() const {
-  const std::lock_guard guard(fGuard);
+  const detail::MutexLock guard(fGuard);
   return fWriteDepth > 0 && pthread_equal(fWriter, pthread_self());
+}
+
+OXCriticalSection::OXCriticalSection(const boost::shared_ptr<OXMutex>& pMutex) : fMutex(pMutex) {
+  fMutex->lock();
+}
+
+OXCriticalSection::~OXCriticalSection() {
+  releaseQuietly(*fMutex, &OXMutex::unlock, "OXCriticalSection");
+}
+
+OXCriticalSectionRead::OXCriticalSectionRead(const boost::shared_ptr<OXMutexRW>& pMutex)
+    : fMutex(pMutex) {
+  fMutex->lockRead();
+}
+
+OXCriticalSectionRead::~OXCriticalSectionRead() {
+  releaseQuietly(*fMutex, &OXMutexRW::unlockRead, "OXCriticalSectionRead");
+}
+
+OXCriticalSectionWrite::OXCriticalSectionWrite(const boost::shared_ptr<OXMutexRW>& pMutex)
+    : fMutex(pMutex) {
+  fMutex->lockWrite();
+}
+
+OXCriticalSectionWrite::~OXCriticalSectionWrite() {
+  releaseQuietly(*fMutex, &OXMutexRW::unlockWrite, "OXCriticalSectionWrite");
 }
 
 }  // namespace OX

@@ -17,6 +17,7 @@
 #include <vector>
 
 #include <oxframework/oxerror.h>
+#include "support/capture_log.h"
 
 namespace OX::test {
 namespace {
@@ -290,6 +291,57 @@ TEST(CriticalSections, HoldForTheirScope) {
   const auto mutex = OXMutex::createOXMutex();
   const OXCriticalSection once(mutex);
   const OXCriticalSection twice(mutex);
+}
+
+TEST(OXMutex, IsCountedAndReleasedByItsHolderOnly) {
+  const auto mutex = OXMutex::createOXMutex();
+  const auto unlockElsewhere = [&] {
+    std::string outcome = "released";
+    std::thread([&] {
+      try {
+        mutex->unlock();
+      } catch (const OXError& error) {
+        outcome = error.what();
+      }
+    }).join();
+    return outcome;
+  };
+  EXPECT_EQ(unlockElsewhere(), "This thread does not hold the lock");
+  mutex->lock();
+  mutex->lock();
+  mutex->unlock();
+  EXPECT_EQ(unlockElsewhere(), "This thread does not hold the lock");
+  mutex->unlock();
+  EXPECT_THROW(mutex->unlock(), OXError);
+}
+
+// A destructor that threw would end the process.
+TEST(CriticalSections, LogALockThatWasReleasedByHand) {
+  const CaptureLog log;
+  const auto mutex = OXMutex::createOXMutex();
+  const auto lock = OXMutexRW::createOXMutexRW();
+  {
+    const OXCriticalSection holder(mutex);
+    mutex->unlock();
+  }
+  {
+    const OXCriticalSectionRead holder(lock);
+    lock->unlockRead();
+  }
+  {
+    const OXCriticalSectionWrite holder(lock);
+    lock->unlockWrite();
+  }
+  EXPECT_EQ(log.records(ki::log::kError),
+            "OXCriticalSection: The lock was already released: This thread does not hold the lock\n"
+            "OXCriticalSectionRead: The lock was already released: "
+            "This thread does not hold the lock for reading\n"
+            "OXCriticalSectionWrite: The lock was already released: "
+            "This thread does not hold the lock for writing\n");
+  // Neither is held any more, and both still work.
+  Actor other(*lock);
+  EXPECT_EQ(other.lockWrite(), "at once");
+  EXPECT_EQ(other.unlockWrite(), "at once");
 }
 
 }  // namespace
