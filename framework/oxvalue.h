@@ -133,7 +133,6 @@ class OX_API OXValue {
     bool operator==(const Binary& pOther) const;
   };
 
-  [[noreturn]] void xWrongKind(const char* pFunction, const char* pWanted) const;
   void xCheckIndex(int pIndex) const;
 
   std::variant<std::monostate, bool, int, float, std::string, Array, Binary> fValue;

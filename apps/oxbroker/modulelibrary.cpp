@@ -14,9 +14,8 @@ namespace {
 using CreateModule = int (*)(boost::shared_ptr<OXBroker>);
 using CloseModule = int (*)();
 
-[[noreturn]] void fail(const std::string& pText) {
-  throw OXError("oxbroker", "load", pText, "apps/oxbroker/modulelibrary", __LINE__);
-}
+constexpr char kProgram[] = "oxbroker";
+constexpr char kFunction[] = "load";
 
 /// What to hand to dlopen. A name without a slash may stand in the folder lib beside this
 /// program's own; otherwise the system's search finds it or not.
@@ -32,20 +31,22 @@ std::string findLibrary(const std::string& pName) {
 
 ModuleLibrary::ModuleLibrary(const std::string& pName)
     : fName(pName), fHandle(::dlopen(findLibrary(pName).c_str(), RTLD_NOW | RTLD_LOCAL)) {
-  if (!fHandle) fail("Can't load " + fName + ": " + ::dlerror());
+  if (!fHandle) raiseError(kProgram, kFunction, "Can't load " + fName + ": " + ::dlerror());
 }
 
 void ModuleLibrary::createModule(const boost::shared_ptr<OXBroker>& pBroker) const {
   const auto create = reinterpret_cast<CreateModule>(::dlsym(fHandle, "_createModule"));
-  if (!create) fail("Can't load " + fName + ": it has no function _createModule");
+  if (!create)
+    raiseError(kProgram, kFunction, "Can't load " + fName + ": it has no function _createModule");
   try {
     const int result = create(pBroker);
     if (result != 0)
-      fail(fName + " made no module: its _createModule gave " + std::to_string(result));
+      raiseError(kProgram, kFunction,
+                 fName + " made no module: its _createModule gave " + std::to_string(result));
   } catch (const OXError&) {
     throw;
   } catch (const std::exception& error) {
-    fail(fName + " made no module: " + error.what());
+    raiseError(kProgram, kFunction, fName + " made no module: " + error.what());
   }
 }
 

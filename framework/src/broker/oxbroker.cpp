@@ -16,10 +16,6 @@ namespace {
 
 constexpr std::chrono::seconds kShutdownLimit(20);
 
-[[noreturn]] void fail(const char* pFunction, const std::string& pText) {
-  throw OXError("OXBroker", pFunction, pText, "framework/src/oxbroker", __LINE__);
-}
-
 void report(int pLevel, const char* pFunction, const std::string& pText) {
   ki::log::log(pLevel, "framework.broker", pText, "", pFunction, 0);
 }
@@ -47,7 +43,8 @@ class LocalProxy : public OXProxy {
 
   OXValue callArray(const std::string& pMethod, const OXValue& pArguments) override {
     const boost::shared_ptr<OXBroker> broker = fBroker.lock();
-    if (!broker) fail("callArray", "The broker of module \"" + fName + "\" has ended");
+    if (!broker)
+      raiseError("OXBroker", "callArray", "The broker of module \"" + fName + "\" has ended");
     return broker->call(fName, pMethod, pArguments);
   }
 
@@ -73,7 +70,7 @@ boost::shared_ptr<OXBroker> OXBroker::create(const OXBrokerOptions& pOptions) {
 }
 
 boost::shared_ptr<OXProxy> OXBroker::getProxy(const std::string& pName, int) {
-  if (!getModule(pName)) fail("getProxy", "There is no module \"" + pName + "\"");
+  if (!getModule(pName)) raiseError("OXBroker", "getProxy", "There is no module \"" + pName + "\"");
   return boost::make_shared<LocalProxy>(weak_from_this(), pName);
 }
 
@@ -88,14 +85,16 @@ void OXBroker::setBrokerManager(const boost::weak_ptr<OXBrokerManager>& pManager
 }
 
 void OXBroker::registerModule(const boost::shared_ptr<OXModuleCore>& pModule) {
-  if (!pModule || pModule->getName().empty()) fail("registerModule", "A module needs a name");
+  if (!pModule || pModule->getName().empty())
+    raiseError("OXBroker", "registerModule", "A module needs a name");
   const std::lock_guard hold(fGuard);
   if (fEnded)
-    fail("registerModule",
-         "Module \"" + pModule->getName() + "\" comes too late: the broker is shutting down");
+    raiseError("OXBroker", "registerModule",
+               "Module \"" + pModule->getName() + "\" comes too late: the broker is shutting down");
   for (const auto& module : fModules)
     if (module->getName() == pModule->getName())
-      fail("registerModule", "There is a module \"" + pModule->getName() + "\" already");
+      raiseError("OXBroker", "registerModule",
+                 "There is a module \"" + pModule->getName() + "\" already");
   fModules.push_back(pModule);
 }
 
@@ -127,15 +126,14 @@ OXValue OXBroker::call(const std::string& pModule, const std::string& pMethod,
                        const OXValue& pArguments) {
   // Nothing of this broker is touched from here on: the call may outlast it.
   const boost::shared_ptr<OXModuleCore> module = getModule(pModule);
-  if (!module) fail("call", "There is no module \"" + pModule + "\"");
+  if (!module) raiseError("OXBroker", "call", "There is no module \"" + pModule + "\"");
   OXValue result;
   try {
     module->execute(pMethod, pArguments, result);
   } catch (const OXError&) {
     throw;
   } catch (const std::exception& error) {
-    throw OXError(pModule, pMethod, std::string("The method failed: ") + error.what(),
-                  "framework/src/oxbroker", __LINE__);
+    raiseError(pModule, pMethod, std::string("The method failed: ") + error.what());
   }
   return result;
 }
@@ -154,7 +152,8 @@ void OXBroker::notify(const std::string& pTarget, const std::string& pMethod,
     for (const NamedEndpoint& endpoint : fEndpoints)
       if (endpoint.name == pTarget) endpoints.push_back(endpoint.endpoint);
   }
-  if (endpoints.empty()) fail("notify", "There is no module and no client \"" + pTarget + "\"");
+  if (endpoints.empty())
+    raiseError("OXBroker", "notify", "There is no module and no client \"" + pTarget + "\"");
   for (const Endpoint& endpoint : endpoints) {
     try {
       endpoint(pMethod, pArguments);

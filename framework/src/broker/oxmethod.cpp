@@ -71,19 +71,14 @@ std::string kindsOf(const OXValue::Array& pArguments) {
   return text + ")";
 }
 
-[[noreturn]] void fail(const std::string& pModule, const std::string& pMethod,
-                       const std::string& pText) {
-  throw OXError(pModule, pMethod, pText, "framework/src/oxmethod", __LINE__);
-}
-
 [[noreturn]] void noFit(const std::string& pModule, const std::vector<OXMethodInfo>& pMethods,
                         const std::string& pName, const OXValue::Array& pArguments) {
   std::string signatures;
   for (const OXMethodInfo& method : pMethods)
     if (method.name == pName) signatures += "\n\t" + method.signature();
-  if (signatures.empty()) fail(pModule, pName, pModule + " has no method \"" + pName + "\"");
-  fail(pModule, pName,
-       "\"" + pName + "\" doesn't take " + kindsOf(pArguments) + ". There is:" + signatures);
+  if (signatures.empty()) raiseError(pModule, pName, pModule + " has no method \"" + pName + "\"");
+  raiseError(pModule, pName,
+             "\"" + pName + "\" doesn't take " + kindsOf(pArguments) + ". There is:" + signatures);
 }
 
 }  // namespace
@@ -103,7 +98,7 @@ const OXMethodInfo& selectMethod(const std::string& pModuleName,
                                  const std::vector<OXMethodInfo>& pMethods,
                                  const std::string& pName, const OXValue& pArguments) {
   if (!pArguments.isArray())
-    fail(
+    raiseError(
         pModuleName, pName,
         "The arguments of a call are an array, not " + OXValue::TypeToString(pArguments.getType()));
   const OXMethodInfo* best = nullptr;

@@ -19,9 +19,7 @@ std::string OXModuleCore::version() { return OX_VERSION; }
 
 void OXModuleCore::initModule() {
   const boost::shared_ptr<OXBroker> broker = getParentBroker();
-  if (!broker)
-    throw OXError(fName, "initModule", "There is no broker to register with: it has ended",
-                  "framework/src/oxmodule", __LINE__);
+  if (!broker) raiseError(fName, "initModule", "There is no broker to register with: it has ended");
   broker->registerModule(shared_from_this());
 }
 
@@ -53,11 +51,10 @@ void OXModuleCore::addMethodExample(const std::string& pLanguage, const std::str
 
 void OXModuleCore::bindMethod(boost::shared_ptr<OXFunctorBase> pFunctor) {
   if (fCurrent.name.empty() || fCurrent.arity < 0 || !pFunctor)
-    throw OXError(fName, "bindMethod",
-                  "\"" + fCurrent.name +
-                      "\" needs functionName(), completeAndCheck() and a functor, in this order, "
-                      "before it is bound",
-                  "framework/src/oxmodule", __LINE__);
+    raiseError(fName, "bindMethod",
+               "\"" + fCurrent.name +
+                   "\" needs functionName(), completeAndCheck() and a functor, in this order, "
+                   "before it is bound");
   fCurrent.functor = std::move(pFunctor);
   fMethods.push_back(std::move(fCurrent));
   fCurrent = OXMethodInfo();

@@ -11,11 +11,11 @@ boost::shared_ptr<OXProxy> proxyTo(const boost::shared_ptr<OXBroker>& pBroker,
 }
 
 OXProxy& present(const boost::shared_ptr<OXProxy>& pProxy, const char* pService,
-                 const char* pFunction) {
+                 const char* pFunction,
+                 const OXSourceLocation& pWhere = OXSourceLocation::current()) {
   if (!pProxy)
-    throw OXError(std::string(pService) + "Proxy", pFunction,
-                  std::string("There is no service \"") + pService + "\" behind this proxy",
-                  "framework/src/oxproxies", __LINE__);
+    raiseError(std::string(pService) + "Proxy", pFunction,
+               std::string("There is no service \"") + pService + "\" behind this proxy", pWhere);
   return *pProxy;
 }
 

@@ -56,9 +56,8 @@ thread_local const OXThreadPool::State* OXThreadPool::State::current = nullptr;
 OXThreadPool::OXThreadPool(int pMaxThreads, std::chrono::milliseconds pIdleTime)
     : fState(std::make_shared<State>(pMaxThreads, pIdleTime)) {
   if (pMaxThreads < 1)
-    throw OXError("OXBroker", "OXThreadPool",
-                  "A broker needs 1 thread at least, not " + std::to_string(pMaxThreads),
-                  "framework/src/threadpool", __LINE__);
+    raiseError("OXBroker", "OXThreadPool",
+               "A broker needs 1 thread at least, not " + std::to_string(pMaxThreads));
 }
 
 OXThreadPool::~OXThreadPool() { stop(std::chrono::milliseconds(0)); }

@@ -7,10 +7,6 @@
 namespace OX {
 namespace {
 
-[[noreturn]] void fail(const char* pFunction, const std::string& pText) {
-  throw OXError("OXBroker", pFunction, pText, "framework/src/brokermodule", __LINE__);
-}
-
 OXValue toValue(const std::vector<OXMethodInfo::Example>& pExamples) {
   OXValue::Array examples;
   for (const auto& example : pExamples)
@@ -98,15 +94,15 @@ void OXBrokerModule::xPublishConnection() {
 boost::shared_ptr<OXModuleCore> OXBrokerModule::xFind(const std::string& pModule,
                                                       const char* pFunction) {
   const boost::shared_ptr<OXBroker> broker = getParentBroker();
-  if (!broker) fail(pFunction, "The broker has ended");
+  if (!broker) raiseError("OXBroker", pFunction, "The broker has ended");
   boost::shared_ptr<OXModuleCore> module = broker->getModule(pModule);
-  if (!module) fail(pFunction, "There is no module \"" + pModule + "\"");
+  if (!module) raiseError("OXBroker", pFunction, "There is no module \"" + pModule + "\"");
   return module;
 }
 
 OXValue OXBrokerModule::getModuleList() {
   const boost::shared_ptr<OXBroker> broker = getParentBroker();
-  if (!broker) fail("getModuleList", "The broker has ended");
+  if (!broker) raiseError("OXBroker", "getModuleList", "The broker has ended");
   return broker->getModuleList();
 }
 
@@ -123,9 +119,11 @@ OXValue OXBrokerModule::getModuleDescription(const std::string& pModule) {
 }
 
 void OXBrokerModule::setClientName(const std::string& pName) {
-  if (pName.empty()) fail("setClientName", "A client's name can't be empty");
+  if (pName.empty()) raiseError("OXBroker", "setClientName", "A client's name can't be empty");
   OXCallerContext* const caller = OXCallerContext::current();
-  if (!caller) fail("setClientName", "Only a connection can be named; this call is a local one");
+  if (!caller)
+    raiseError("OXBroker", "setClientName",
+               "Only a connection can be named; this call is a local one");
   caller->setClientName(pName);
 }
 

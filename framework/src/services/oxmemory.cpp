@@ -24,10 +24,6 @@ class DepthCount {
   DepthCount& operator=(const DepthCount&) = delete;
 };
 
-[[noreturn]] void fail(const char* pFunction, const std::string& pText) {
-  throw OXError("OXMemory", pFunction, pText, "framework/src/oxmemory", __LINE__);
-}
-
 void report(int pLevel, const std::string& pText) {
   ki::log::log(pLevel, "framework.memory", pText, "", "raiseEvent", 0);
 }
@@ -99,7 +95,8 @@ void OXMemory::xPublishRaising() {
 void OXMemory::subscribeToEvent(const std::string& pEventName, const std::string& pModuleName,
                                 const std::string& pCallbackName) {
   if (pEventName.empty() || pModuleName.empty() || pCallbackName.empty())
-    fail("subscribeToEvent", "Event, module and callback need names that are not empty");
+    raiseError("OXMemory", "subscribeToEvent",
+               "Event, module and callback need names that are not empty");
   const std::lock_guard hold(fGuard);
   std::size_t total = 0;
   for (auto& [event, subscriptions] : fSubscriptions)
@@ -110,8 +107,9 @@ void OXMemory::subscribeToEvent(const std::string& pEventName, const std::string
       return;
     }
   if (total >= kMaxSubscriptions)
-    fail("subscribeToEvent",
-         "There are " + std::to_string(total) + " subscriptions already, as many as there may be");
+    raiseError(
+        "OXMemory", "subscribeToEvent",
+        "There are " + std::to_string(total) + " subscriptions already, as many as there may be");
   fSubscriptions[pEventName].push_back({pModuleName, pCallbackName});
 }
 
@@ -130,10 +128,11 @@ void OXMemory::xForget(const std::string& pEventName, const std::string& pModule
 
 void OXMemory::raiseEvent(const std::string& pEventName, const OXValue& pValue) {
   const boost::shared_ptr<OXBroker> broker = getParentBroker();
-  if (!broker) fail("raiseEvent", "The broker has ended");
+  if (!broker) raiseError("OXMemory", "raiseEvent", "The broker has ended");
   if (tDepth >= kMaxDepth)
-    fail("raiseEvent", "Event \"" + pEventName + "\" was raised by a callback of a callback, " +
-                           std::to_string(kMaxDepth) + " deep; it is not raised any further");
+    raiseError("OXMemory", "raiseEvent",
+               "Event \"" + pEventName + "\" was raised by a callback of a callback, " +
+                   std::to_string(kMaxDepth) + " deep; it is not raised any further");
   const DepthCount depth;
   std::vector<Subscription> subscriptions;
   {

@@ -17,10 +17,8 @@ namespace OX {
 namespace {
 
 constexpr std::uintmax_t kMaxFileBytes = std::uintmax_t{1024} * 1024;
-
-[[noreturn]] void fail(const std::string& pText) {
-  throw OXError("OXPreferences", "readPrefFile", pText, "framework/src/oxpreferences", __LINE__);
-}
+constexpr char kModule[] = "OXPreferences";
+constexpr char kFunction[] = "readPrefFile";
 
 /// A file's text with the places in it that messages name.
 class PreferenceFile {
@@ -48,27 +46,34 @@ class PreferenceFile {
     std::error_code error;
     const auto status = std::filesystem::status(pPath, error);
     if (status.type() == std::filesystem::file_type::not_found)
-      fail(pPath + ": there is no such file");
+      raiseError(kModule, kFunction, pPath + ": there is no such file");
     if (status.type() == std::filesystem::file_type::directory)
-      fail(pPath + ": this is a directory; it should be an XML file");
+      raiseError(kModule, kFunction, pPath + ": this is a directory; it should be an XML file");
     // Anything else, a pipe say, might never end.
     if (!std::filesystem::is_regular_file(status))
-      fail(pPath + ": this can't be read as a file" + (error ? ": " + error.message() : ""));
+      raiseError(kModule, kFunction,
+                 pPath + ": this can't be read as a file" + (error ? ": " + error.message() : ""));
     const std::uintmax_t size = std::filesystem::file_size(pPath, error);
-    if (error) fail(pPath + ": the size of the file can't be had: " + error.message());
+    if (error)
+      raiseError(kModule, kFunction,
+                 pPath + ": the size of the file can't be had: " + error.message());
     if (size > kMaxFileBytes)
-      fail(pPath + ": the file has " + std::to_string(size) + " bytes; " +
-           std::to_string(kMaxFileBytes) + " are the most");
+      raiseError(kModule, kFunction,
+                 pPath + ": the file has " + std::to_string(size) + " bytes; " +
+                     std::to_string(kMaxFileBytes) + " are the most");
     errno = 0;
     std::ifstream file(pPath, std::ios::binary);
     if (!file)
-      fail(pPath + ": the file can't be opened: " + std::generic_category().message(errno) +
-           "; it should be readable for the user that runs the broker");
+      raiseError(kModule, kFunction,
+                 pPath + ": the file can't be opened: " + std::generic_category().message(errno) +
+                     "; it should be readable for the user that runs the broker");
     std::string text(size, ' ');
     file.read(text.data(), std::ssize(text));
     text.resize(static_cast<std::size_t>(file.gcount()));
     if (text.empty())
-      fail(pPath + ": the file is empty; it should be <preferences> with <entry> elements in it");
+      raiseError(
+          kModule, kFunction,
+          pPath + ": the file is empty; it should be <preferences> with <entry> elements in it");
     return text;
   }
 
@@ -115,20 +120,25 @@ class PreferenceFile {
     return number;
   }
 
-  [[noreturn]] void xWrongValue(const pugi::xml_node& pNode, const std::string& pName,
-                                const std::string& pValue, const char* pWanted) const {
+  [[noreturn]] void xWrongValue(
+      const pugi::xml_node& pNode, const std::string& pName, const std::string& pValue,
+      const char* pWanted, const OXSourceLocation& pWhere = OXSourceLocation::current()) const {
     xFail(pNode.offset_debug(),
-          "entry \"" + pName + "\" has the value \"" + pValue + "\"; it should be " + pWanted);
+          "entry \"" + pName + "\" has the value \"" + pValue + "\"; it should be " + pWanted,
+          pWhere);
   }
 
-  [[noreturn]] void xFail(std::ptrdiff_t pOffset, const std::string& pText) const {
+  [[noreturn]] void xFail(std::ptrdiff_t pOffset, const std::string& pText,
+                          const OXSourceLocation& pWhere = OXSourceLocation::current()) const {
     const auto offset = std::clamp<std::ptrdiff_t>(pOffset, 0, std::ssize(fText));
     const std::string_view before(fText.data(), static_cast<std::size_t>(offset));
     const auto line = std::count(before.begin(), before.end(), '\n') + 1;
     const auto lineStart = before.rfind('\n');
     const auto column =
         before.size() - (lineStart == std::string_view::npos ? 0 : lineStart + 1) + 1;
-    fail(fPath + ":" + std::to_string(line) + ":" + std::to_string(column) + ": " + pText);
+    raiseError(kModule, kFunction,
+               fPath + ":" + std::to_string(line) + ":" + std::to_string(column) + ": " + pText,
+               pWhere);
   }
 
   std::string fPath;
@@ -175,8 +185,10 @@ OXValue OXPreferences::readPrefFile(const std::string& pFileName, bool) {
   const bool plain = !pFileName.empty() && pFileName.front() != '.' &&
                      pFileName.find_first_of(std::string_view("/\0", 2)) == std::string::npos;
   if (!plain)
-    fail("\"" + pFileName +
-         "\" is no name of a preference file; it should have no slash and not start with a dot");
+    raiseError(
+        kModule, kFunction,
+        "\"" + pFileName +
+            "\" is no name of a preference file; it should have no slash and not start with a dot");
   return PreferenceFile(fDirectory + "/" + pFileName + ".xml").entries();
 }
 

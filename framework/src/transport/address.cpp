@@ -55,9 +55,8 @@ Address parseAddress(const std::string& pText, const std::string& pModule,
     problem = parseTcp(pText, address);
   }
   if (problem.empty()) return address;
-  throw OXError(pModule, pFunction,
-                "\"" + pText + "\" is no address: " + problem + " (HOST:PORT or unix:PATH)",
-                "framework/src/transport/address", __LINE__);
+  raiseError(pModule, pFunction,
+             "\"" + pText + "\" is no address: " + problem + " (HOST:PORT or unix:PATH)");
 }
 
 }  // namespace OX::wire

@@ -10,7 +10,6 @@ namespace {
 
 using Packer = msgpack::packer<OutgoingMessage>;
 
-constexpr char kFile[] = "framework/src/transport/codec";
 // Smaller binaries are copied out, so that keeping one doesn't keep a whole message.
 constexpr std::uint32_t kAdoptedBytes = 4096;
 // A message's own array and, around arguments, theirs: levels of nesting that are there already.
@@ -247,10 +246,10 @@ class ValueWriter {
   }
 
   template <typename Limit>
-  [[noreturn]] static void xRefuse(const std::string& pWhat, Limit pLimit) {
-    throw OXError("OXWire", "encode",
-                  "This can't be sent: " + overLimit(pWhat, static_cast<std::size_t>(pLimit)),
-                  kFile, __LINE__);
+  [[noreturn]] static void xRefuse(const std::string& pWhat, Limit pLimit,
+                                   const OXSourceLocation& pWhere = OXSourceLocation::current()) {
+    raiseError("OXWire", "encode",
+               "This can't be sent: " + overLimit(pWhat, static_cast<std::size_t>(pLimit)), pWhere);
   }
 
   OutgoingMessage& fMessage;
@@ -262,9 +261,8 @@ class ValueWriter {
 void writeCall(OutgoingMessage& pMessage, const std::string& pTarget, const std::string& pMethod,
                const OXValue& pArguments, const OXWireLimits& pLimits) {
   if (!pArguments.isArray())
-    throw OXError("OXWire", "encode",
-                  "Arguments are an array, not " + OXValue::TypeToString(pArguments.getType()),
-                  kFile, __LINE__);
+    raiseError("OXWire", "encode",
+               "Arguments are an array, not " + OXValue::TypeToString(pArguments.getType()));
   ValueWriter writer(pMessage, pLimits);
   writer.writeText(pTarget + "." + pMethod);
   writer.write(pArguments, kLevelsAroundArguments);

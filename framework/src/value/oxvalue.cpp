@@ -14,6 +14,13 @@ OXValue::Array makeArray(const Numbers& pNumbers) {
   return OXValue::Array(pNumbers.begin(), pNumbers.end());
 }
 
+[[noreturn]] void raiseWrongKind(const OXValue& pValue, const char* pFunction, const char* pWanted,
+                                 const OXSourceLocation& pWhere = OXSourceLocation::current()) {
+  raiseError("OXValue", pFunction,
+             "Value is " + OXValue::TypeToString(pValue.getType()) + " instead of " + pWanted,
+             pWhere);
+}
+
 }  // namespace
 
 OXValue::OXValue(const std::vector<int>& pValues) : fValue(makeArray(pValues)) {}
@@ -27,38 +34,32 @@ std::string OXValue::TypeToString(int pType) {
   return known ? kNames[static_cast<std::size_t>(pType)] : "unknown";
 }
 
-void OXValue::xWrongKind(const char* pFunction, const char* pWanted) const {
-  throw OXError("OXValue", pFunction,
-                "Value is " + TypeToString(getType()) + " instead of " + pWanted,
-                "framework/src/oxvalue", __LINE__);
-}
-
 bool OXValue::toBool() const {
   if (const bool* value = std::get_if<bool>(&fValue)) return *value;
   if (const int* value = std::get_if<int>(&fValue)) return *value != 0;
-  xWrongKind("toBool", "bool");
+  raiseWrongKind(*this, "toBool", "bool");
 }
 
 int OXValue::toInt() const {
   if (const int* value = std::get_if<int>(&fValue)) return *value;
   if (const bool* value = std::get_if<bool>(&fValue)) return *value ? 1 : 0;
-  xWrongKind("toInt", "int");
+  raiseWrongKind(*this, "toInt", "int");
 }
 
 float OXValue::toFloat() const {
   if (const float* value = std::get_if<float>(&fValue)) return *value;
   if (const int* value = std::get_if<int>(&fValue)) return static_cast<float>(*value);
-  xWrongKind("toFloat", "float");
+  raiseWrongKind(*this, "toFloat", "float");
 }
 
 const std::string& OXValue::toString() const {
   if (const std::string* value = std::get_if<std::string>(&fValue)) return *value;
-  xWrongKind("toString", "string");
+  raiseWrongKind(*this, "toString", "string");
 }
 
 const OXValue::Array& OXValue::toArray() const {
   if (const Array* value = std::get_if<Array>(&fValue)) return *value;
-  xWrongKind("toArray", "array");
+  raiseWrongKind(*this, "toArray", "array");
 }
 
 std::vector<int> OXValue::toIntVector() const {
@@ -84,21 +85,20 @@ void OXValue::ToFloatArray(std::vector<float>& pResult, bool pAppend) const {
 
 OXValue::operator int&() {
   if (int* value = std::get_if<int>(&fValue)) return *value;
-  xWrongKind("operator int&", "int");
+  raiseWrongKind(*this, "operator int&", "int");
 }
 
 OXValue::operator std::string&() {
   if (std::string* value = std::get_if<std::string>(&fValue)) return *value;
-  xWrongKind("operator string&", "string");
+  raiseWrongKind(*this, "operator string&", "string");
 }
 
 void OXValue::xCheckIndex(int pIndex) const {
   const int size = static_cast<int>(toArray().size());
   if (pIndex >= 0 && pIndex < size) return;
-  throw OXError("OXValue", "operator[]",
-                "Index " + std::to_string(pIndex) + " is outside an array of " +
-                    std::to_string(size) + " elements",
-                "framework/src/oxvalue", __LINE__);
+  raiseError("OXValue", "operator[]",
+             "Index " + std::to_string(pIndex) + " is outside an array of " + std::to_string(size) +
+                 " elements");
 }
 
 OXValue& OXValue::operator[](int pIndex) {
@@ -113,8 +113,7 @@ const OXValue& OXValue::operator[](int pIndex) const {
 
 void OXValue::arraySetSize(int pSize) {
   if (pSize < 0)
-    throw OXError("OXValue", "arraySetSize", "Size " + std::to_string(pSize) + " is negative",
-                  "framework/src/oxvalue", __LINE__);
+    raiseError("OXValue", "arraySetSize", "Size " + std::to_string(pSize) + " is negative");
   if (!isArray()) fValue = Array();
   std::get<Array>(fValue).resize(static_cast<std::size_t>(pSize));
 }
@@ -127,7 +126,7 @@ void OXValue::arrayReserve(int pSize) {
 
 void OXValue::arrayPush(OXValue pValue) {
   if (!isValid()) fValue = Array();
-  if (!isArray()) xWrongKind("arrayPush", "array");
+  if (!isArray()) raiseWrongKind(*this, "arrayPush", "array");
   std::get<Array>(fValue).push_back(std::move(pValue));
 }
 
@@ -141,10 +140,9 @@ int OXValue::getSize() const {
 
 void OXValue::SetBinary(const void* pData, int pSize) {
   if (pSize < 0 || (pSize > 0 && !pData))
-    throw OXError("OXValue", "SetBinary",
-                  "A binary needs a size of 0 or more and its data, not size " +
-                      std::to_string(pSize) + (pData ? "" : " without data"),
-                  "framework/src/oxvalue", __LINE__);
+    raiseError("OXValue", "SetBinary",
+               "A binary needs a size of 0 or more and its data, not size " +
+                   std::to_string(pSize) + (pData ? "" : " without data"));
   const auto size = static_cast<std::size_t>(pSize);
   const boost::shared_ptr<unsigned char[]> block =
       boost::make_shared_noinit<unsigned char[]>(size ? size : 1);
@@ -154,19 +152,18 @@ void OXValue::SetBinary(const void* pData, int pSize) {
 
 void OXValue::AdoptBinary(boost::shared_ptr<const void> pOwner, const void* pData, int pSize) {
   if (pSize < 0 || (pSize > 0 && !pData))
-    throw OXError("OXValue", "AdoptBinary", "A binary needs a size of 0 or more and its data",
-                  "framework/src/oxvalue", __LINE__);
+    raiseError("OXValue", "AdoptBinary", "A binary needs a size of 0 or more and its data");
   fValue = Binary{std::move(pOwner), static_cast<const unsigned char*>(pData), pSize};
 }
 
 const void* OXValue::GetBinary() const {
   if (const Binary* binary = std::get_if<Binary>(&fValue)) return binary->data;
-  xWrongKind("GetBinary", "binary");
+  raiseWrongKind(*this, "GetBinary", "binary");
 }
 
 boost::shared_ptr<const void> OXValue::GetBinaryOwner() const {
   if (const Binary* binary = std::get_if<Binary>(&fValue)) return binary->owner;
-  xWrongKind("GetBinaryOwner", "binary");
+  raiseWrongKind(*this, "GetBinaryOwner", "binary");
 }
 
 bool OXValue::Binary::operator==(const Binary& pOther) const {

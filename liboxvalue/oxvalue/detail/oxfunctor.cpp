@@ -5,24 +5,15 @@
 #include <oxframework/oxerror.h>
 
 namespace OX::detail {
-namespace {
-
-[[noreturn]] void fail(const std::string& pReason) {
-  throw OXError("OXFunctor", "call", "The method failed: " + pReason,
-                "liboxvalue/oxvalue/detail/oxfunctor", __LINE__);
-}
-
-}  // namespace
-
 void OXGuardedFunctor::call(const OXValue& pParams, OXValue& pResult) {
   try {
     xCall(pParams, pResult);
   } catch (const OXError&) {
     throw;
   } catch (const std::exception& error) {
-    fail(error.what());
+    raiseError("OXFunctor", "call", std::string("The method failed: ") + error.what());
   } catch (...) {
-    fail("an exception of an unknown type");
+    raiseError("OXFunctor", "call", "The method failed: an exception of an unknown type");
   }
 }
 

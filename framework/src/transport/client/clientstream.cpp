@@ -7,18 +7,17 @@
 #include <oxframework/oxlog.h>
 
 namespace OX::wire {
+namespace {
+
+constexpr char kModule[] = "OXRemoteBroker";
+
+}  // namespace
 
 ClientStream::ClientStream(boost::shared_ptr<boost::asio::io_context> pIo, Socket&& pSocket,
                            std::string pAddress)
     : Stream(std::move(pIo), std::move(pSocket), OXWireLimits()), fAddress(std::move(pAddress)) {}
 
 ClientStream::~ClientStream() = default;
-
-void ClientStream::xThrow(const std::string& pFunction, const std::string& pDescription,
-                          unsigned int pLine) const {
-  throw OXError("OXRemoteBroker", pFunction, pDescription, "framework/src/transport/clientstream",
-                pLine);
-}
 
 void ClientStream::xSend(OutgoingMessage&& pMessage, const std::string& pFunction,
                          std::chrono::milliseconds pTimeout) {
@@ -27,7 +26,8 @@ void ClientStream::xSend(OutgoingMessage&& pMessage, const std::string& pFunctio
     fRoom.wait_for(guard, pTimeout, [this] { return xIsKeepingUp() || fEndReason; });
   }
   if (!trySend(std::move(pMessage)))
-    xThrow(pFunction, "The broker at " + fAddress + " doesn't take what is sent to it", __LINE__);
+    raiseError(kModule, pFunction,
+               "The broker at " + fAddress + " doesn't take what is sent to it");
 }
 
 void ClientStream::onWritten() {
@@ -60,17 +60,16 @@ OXValue ClientStream::call(const std::string& pModule, const std::string& pMetho
     fWaiting.erase(id);
   }
   if (!waiting.answer && fEndReason)
-    xThrow("call", name + ": the connection to " + fAddress + " has ended: " + *fEndReason,
-           __LINE__);
+    raiseError(kModule, "call",
+               name + ": the connection to " + fAddress + " has ended: " + *fEndReason);
   guard.unlock();
   if (!waiting.answer)
-    xThrow("call",
-           name + ": no answer from " + fAddress + " within " + std::to_string(pTimeout.count()) +
-               " ms",
-           __LINE__);
+    raiseError(kModule, "call",
+               name + ": no answer from " + fAddress + " within " +
+                   std::to_string(pTimeout.count()) + " ms");
   if (waiting.answer->error) throw *waiting.answer->error;
   if (!waiting.answer->problem.empty())
-    xThrow("call", name + ": " + waiting.answer->problem, __LINE__);
+    raiseError(kModule, "call", name + ": " + waiting.answer->problem);
   return std::move(waiting.answer->value);
 }
 
@@ -79,7 +78,7 @@ void ClientStream::notify(const std::string& pModule, const std::string& pMethod
   {
     const std::lock_guard guard(fGuard);
     if (fEndReason)
-      xThrow("notify", "The connection to " + fAddress + " has ended: " + *fEndReason, __LINE__);
+      raiseError(kModule, "notify", "The connection to " + fAddress + " has ended: " + *fEndReason);
   }
   xSend(encodeNotification(pModule, pMethod, pArguments, xLimits()), "notify", pTimeout);
 }

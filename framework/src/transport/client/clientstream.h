@@ -43,8 +43,6 @@ class ClientStream : public Stream {
 
   void xSend(OutgoingMessage&& pMessage, const std::string& pFunction,
              std::chrono::milliseconds pTimeout);
-  [[noreturn]] void xThrow(const std::string& pFunction, const std::string& pDescription,
-                           unsigned int pLine) const;
   void xHear(const IncomingMessage& pEvent);
 
   const std::string fAddress;

@@ -90,9 +90,8 @@ Stream::Socket connectTo(asio::io_context& pIo, const std::string& pAddress,
     return address.isUnix() ? connectLocal(pIo, address, pTimeout)
                             : connectTcp(pIo, address, pTimeout);
   } catch (const system_error& error) {
-    throw OXError("OXRemoteBroker", "connect",
-                  "No broker answers at " + address.toString() + ": " + error.code().message(),
-                  "framework/src/transport/connect", __LINE__);
+    raiseError("OXRemoteBroker", "connect",
+               "No broker answers at " + address.toString() + ": " + error.code().message());
   }
 }
 

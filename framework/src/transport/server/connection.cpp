@@ -12,7 +12,6 @@ namespace OX::wire {
 namespace {
 
 constexpr char kCategory[] = "ox.transport";
-constexpr char kFile[] = "framework/src/transport/connection";
 constexpr char kMemory[] = "OXMemory";
 
 // How long the calls of a client that has gone may hold back its event. They get the chance to end
@@ -29,8 +28,8 @@ void raiseClientDisconnected(OXBroker& pBroker, const std::string& pName) {
   }
 }
 
-OXError shuttingDown() {
-  return OXError("OXServer", "call", "The broker is shutting down", kFile, __LINE__);
+OXError shuttingDown(const OXSourceLocation& pWhere = OXSourceLocation::current()) {
+  return OXError("OXServer", "call", "The broker is shutting down", pWhere);
 }
 
 }  // namespace
@@ -97,18 +96,15 @@ OutgoingMessage Connection::xAnswer(const IncomingMessage& pRequest) {
   } catch (const OXError& error) {
     return encodeError(pRequest.id, error);
   } catch (const std::exception& error) {
-    return encodeError(pRequest.id,
-                       OXError(pRequest.target, pRequest.method, error.what(), kFile, __LINE__));
+    return encodeError(pRequest.id, OXError(pRequest.target, pRequest.method, error.what()));
   }
 }
 
 OXValue Connection::xCall(const IncomingMessage& pMessage) {
   if (pMessage.method.empty())
-    throw OXError("OXServer", "call",
-                  "\"" + pMessage.target + "\" names no method: a name is Module.method", kFile,
-                  __LINE__);
-  if (!pMessage.problem.empty())
-    throw OXError(pMessage.target, pMessage.method, pMessage.problem, kFile, __LINE__);
+    raiseError("OXServer", "call",
+               "\"" + pMessage.target + "\" names no method: a name is Module.method");
+  if (!pMessage.problem.empty()) raiseError(pMessage.target, pMessage.method, pMessage.problem);
   const auto broker = fCore->broker.lock();
   if (!broker) throw shuttingDown();
   return broker->call(pMessage.target, pMessage.method, pMessage.value);

@@ -184,9 +184,8 @@ boost::shared_ptr<Listener> Listener::open(asio::io_context& pIo, Address& pAddr
     return pAddress.isUnix() ? openLocal(pIo, pAddress, std::move(pHandler))
                              : openTcp(pIo, pAddress, std::move(pHandler));
   } catch (const system_error& error) {
-    throw OXError("OXServer", "listen",
-                  "Can't listen on " + pAddress.toString() + ": " + error.code().message(),
-                  "framework/src/transport/listener", __LINE__);
+    raiseError("OXServer", "listen",
+               "Can't listen on " + pAddress.toString() + ": " + error.code().message());
   }
 }
 

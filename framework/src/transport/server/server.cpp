@@ -23,10 +23,9 @@ void checkLimits(const OXWireLimits& pLimits) {
                         pLimits.maxArrayElements > 3 && pLimits.maxConnections > 0 &&
                         pLimits.maxRequestsUnderWay > 0;
   if (!sensible)
-    throw OXError("OXServer", "OXServer",
-                  "The limits leave no room for a call: each has to be above 0, nesting at least 2 "
-                  "and array elements at least 4",
-                  "framework/src/transport/server", __LINE__);
+    raiseError("OXServer", "OXServer",
+               "The limits leave no room for a call: each has to be above 0, nesting at least 2 "
+               "and array elements at least 4");
 }
 
 }  // namespace
@@ -43,9 +42,7 @@ class OXServer::Impl {
   std::string listen(const std::string& pAddress) {
     wire::Address address = wire::parseAddress(pAddress, "OXServer", "listen");
     const std::lock_guard guard(fGuard);
-    if (fClosed)
-      throw OXError("OXServer", "listen", "The server is closed", "framework/src/transport/server",
-                    __LINE__);
+    if (fClosed) raiseError("OXServer", "listen", "The server is closed");
     fListeners.push_back(wire::Listener::open(
         fCore->io, address, [this](wire::Stream::Socket&& pSocket, const std::string& pPeer) {
           xAccepted(std::move(pSocket), pPeer);
