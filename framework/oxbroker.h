@@ -7,12 +7,12 @@
 #include <functional>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <vector>
 
 #include "oxapi.h"
 #include "oxerror.h"
+#include "oxthreadsafety.h"
 #include "oxvalue.h"
 
 namespace OX {
@@ -104,11 +104,13 @@ class OX_API OXBroker : public boost::enable_shared_from_this<OXBroker> {
 
   OXBrokerOptions fOptions;
   std::unique_ptr<OXThreadPool> fThreads;
-  mutable std::mutex fGuard;  ///< over what follows; never held during a call
-  std::vector<boost::shared_ptr<OXModuleCore>> fModules;
-  std::vector<NamedEndpoint> fEndpoints;
-  bool fEnded = false;  ///< no module is registered any more
-  boost::weak_ptr<OXBrokerManager> fManager;
+  mutable detail::Mutex fGuard;  ///< never held during a call
+  /// In the order of registration.
+  std::vector<boost::shared_ptr<OXModuleCore>> fModules OX_GUARDED_BY(fGuard);
+  std::vector<NamedEndpoint> fEndpoints OX_GUARDED_BY(fGuard);
+  /// No module is registered any more.
+  bool fEnded OX_GUARDED_BY(fGuard) = false;
+  boost::weak_ptr<OXBrokerManager> fManager OX_GUARDED_BY(fGuard);
 };
 
 /// The brokers of this process.
@@ -123,8 +125,8 @@ class OX_API OXBrokerManager {
   std::vector<boost::shared_ptr<OXBroker>> getBrokers() const;
 
  private:
-  mutable std::mutex fGuard;
-  std::vector<boost::weak_ptr<OXBroker>> fBrokers;
+  mutable detail::Mutex fGuard;
+  std::vector<boost::weak_ptr<OXBroker>> fBrokers OX_GUARDED_BY(fGuard);
 };
 
 /// Who makes the call that runs on this thread: set by the transport around a remote call, absent

@@ -3,12 +3,12 @@
 #pragma once
 
 #include <map>
-#include <mutex>
 #include <string>
 #include <vector>
 
 #include "oxapi.h"
 #include "oxmodule.h"
+#include "oxthreadsafety.h"
 
 namespace OX {
 
@@ -39,12 +39,13 @@ class OX_API OXMemory : public OXModule {
 
   void xPublishSubscribing();
   void xPublishRaising();
-  void xForget(const std::string& pEventName, const std::string& pModuleName);
+  void xForget(const std::string& pEventName, const std::string& pModuleName) OX_REQUIRES(fGuard);
   void xNotify(OXBroker& pBroker, const std::string& pEventName, const OXValue& pValue,
                const Subscription& pSubscription);
 
-  std::mutex fGuard;  ///< over what follows
-  std::map<std::string, std::vector<Subscription>> fSubscriptions;
+  detail::Mutex fGuard;
+  /// By event; the first subscriber first.
+  std::map<std::string, std::vector<Subscription>> fSubscriptions OX_GUARDED_BY(fGuard);
 };
 
 /// "OXPreferences": preference files, DIRECTORY/NAME.xml:

@@ -5,8 +5,9 @@
 
 #include <algorithm>
 #include <atomic>
-#include <mutex>
 #include <vector>
+
+#include <oxframework/oxthreadsafety.h>
 
 namespace ki::log {
 namespace {
@@ -41,9 +42,9 @@ class DefaultSink : public Sink {
 };
 
 struct Sinks {
-  std::mutex guard;
-  boost::shared_ptr<DefaultSink> defaultSink{new DefaultSink};
-  std::vector<boost::shared_ptr<Sink>> all{defaultSink};
+  OX::detail::Mutex guard;
+  const boost::shared_ptr<DefaultSink> defaultSink{new DefaultSink};
+  std::vector<boost::shared_ptr<Sink>> all OX_GUARDED_BY(guard){defaultSink};
 };
 
 // Never destroyed: modules may log until the very end of the process.
@@ -57,12 +58,12 @@ Sinks& sinks() {
 Sink::~Sink() = default;
 
 void addSink(const boost::shared_ptr<Sink>& pSink) {
-  const std::lock_guard guard(sinks().guard);
+  const OX::detail::MutexLock guard(sinks().guard);
   sinks().all.push_back(pSink);
 }
 
 void removeSink(const boost::shared_ptr<Sink>& pSink) {
-  const std::lock_guard guard(sinks().guard);
+  const OX::detail::MutexLock guard(sinks().guard);
   auto& all = sinks().all;
   all.erase(std::remove(all.begin(), all.end(), pSink), all.end());
 }
@@ -72,7 +73,7 @@ void setLevel(int pLevel) { sinks().defaultSink->setLevel(pLevel); }
 void log(int pLevel, const std::string& pCategory, const std::string& pMessage,
          const std::string& pFile, const std::string& pFunction, int pLine) {
   const Record record{pLevel, pCategory, pMessage, pFile, pFunction, pLine};
-  const std::lock_guard guard(sinks().guard);
+  const OX::detail::MutexLock guard(sinks().guard);
   for (const auto& sink : sinks().all) sink->write(record);
 }
 

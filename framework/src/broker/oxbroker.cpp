@@ -21,8 +21,9 @@ void report(int pLevel, const char* pFunction, const std::string& pText) {
 }
 
 struct ProcessManager {
-  std::mutex guard;
-  boost::shared_ptr<OXBrokerManager> instance = boost::make_shared<OXBrokerManager>();
+  detail::Mutex guard;
+  boost::shared_ptr<OXBrokerManager> instance OX_GUARDED_BY(guard) =
+      boost::make_shared<OXBrokerManager>();
 };
 
 ProcessManager& processManager() {
@@ -75,19 +76,19 @@ boost::shared_ptr<OXProxy> OXBroker::getProxy(const std::string& pName, int) {
 }
 
 boost::weak_ptr<OXBrokerManager> OXBroker::getBrokerManager() const {
-  const std::lock_guard hold(fGuard);
+  const detail::MutexLock hold(fGuard);
   return fManager;
 }
 
 void OXBroker::setBrokerManager(const boost::weak_ptr<OXBrokerManager>& pManager) {
-  const std::lock_guard hold(fGuard);
+  const detail::MutexLock hold(fGuard);
   fManager = pManager;
 }
 
 void OXBroker::registerModule(const boost::shared_ptr<OXModuleCore>& pModule) {
   if (!pModule || pModule->getName().empty())
     raiseError("OXBroker", "registerModule", "A module needs a name");
-  const std::lock_guard hold(fGuard);
+  const detail::MutexLock hold(fGuard);
   if (fEnded)
     raiseError("OXBroker", "registerModule",
                "Module \"" + pModule->getName() + "\" comes too late: the broker is shutting down");
@@ -100,7 +101,7 @@ void OXBroker::registerModule(const boost::shared_ptr<OXModuleCore>& pModule) {
 
 void OXBroker::unregisterModule(const std::string& pName) {
   boost::shared_ptr<OXModuleCore> leaving;  // may end here, when the lock is given up
-  const std::lock_guard hold(fGuard);
+  const detail::MutexLock hold(fGuard);
   const auto found = std::find_if(fModules.begin(), fModules.end(),
                                   [&](const auto& pModule) { return pModule->getName() == pName; });
   if (found == fModules.end()) return;
@@ -109,14 +110,14 @@ void OXBroker::unregisterModule(const std::string& pName) {
 }
 
 boost::shared_ptr<OXModuleCore> OXBroker::getModule(const std::string& pName) const {
-  const std::lock_guard hold(fGuard);
+  const detail::MutexLock hold(fGuard);
   for (const auto& module : fModules)
     if (module->getName() == pName) return module;
   return {};
 }
 
 std::vector<std::string> OXBroker::getModuleList() const {
-  const std::lock_guard hold(fGuard);
+  const detail::MutexLock hold(fGuard);
   std::vector<std::string> names;
   for (const auto& module : fModules) names.push_back(module->getName());
   return names;
@@ -148,7 +149,7 @@ void OXBroker::notify(const std::string& pTarget, const std::string& pMethod,
   }
   std::vector<Endpoint> endpoints;
   {
-    const std::lock_guard hold(fGuard);
+    const detail::MutexLock hold(fGuard);
     for (const NamedEndpoint& endpoint : fEndpoints)
       if (endpoint.name == pTarget) endpoints.push_back(endpoint.endpoint);
   }
@@ -166,19 +167,19 @@ void OXBroker::notify(const std::string& pTarget, const std::string& pMethod,
 
 bool OXBroker::canNotify(const std::string& pTarget) const {
   if (getModule(pTarget)) return true;
-  const std::lock_guard hold(fGuard);
+  const detail::MutexLock hold(fGuard);
   return std::any_of(fEndpoints.begin(), fEndpoints.end(),
                      [&](const NamedEndpoint& pEndpoint) { return pEndpoint.name == pTarget; });
 }
 
 void OXBroker::addEndpoint(const void* pOwner, const std::string& pName, Endpoint pEndpoint) {
-  const std::lock_guard hold(fGuard);
+  const detail::MutexLock hold(fGuard);
   fEndpoints.push_back({pOwner, pName, std::move(pEndpoint)});
 }
 
 void OXBroker::removeEndpoint(const void* pOwner) {
   std::vector<NamedEndpoint> leaving;  // what they hold ends when the lock is given up
-  const std::lock_guard hold(fGuard);
+  const detail::MutexLock hold(fGuard);
   const auto first = std::stable_partition(
       fEndpoints.begin(), fEndpoints.end(),
       [pOwner](const NamedEndpoint& pEndpoint) { return pEndpoint.owner != pOwner; });
@@ -194,7 +195,7 @@ void OXBroker::shutdown() {
   for (;;) {
     // One at a time: a module that ends may still call those that were there before it.
     boost::shared_ptr<OXModuleCore> leaving;
-    const std::lock_guard hold(fGuard);
+    const detail::MutexLock hold(fGuard);
     fEnded = true;
     if (fModules.empty()) return;
     leaving = std::move(fModules.back());
@@ -203,19 +204,19 @@ void OXBroker::shutdown() {
 }
 
 boost::shared_ptr<OXBrokerManager> OXBrokerManager::getInstance() {
-  const std::lock_guard hold(processManager().guard);
+  const detail::MutexLock hold(processManager().guard);
   return processManager().instance;
 }
 
 void OXBrokerManager::setInstance(const boost::shared_ptr<OXBrokerManager>& pManager) {
   if (!pManager) return;
-  const std::lock_guard hold(processManager().guard);
+  const detail::MutexLock hold(processManager().guard);
   processManager().instance = pManager;
 }
 
 void OXBrokerManager::addBroker(const boost::shared_ptr<OXBroker>& pBroker) {
   if (!pBroker) return;
-  const std::lock_guard hold(fGuard);
+  const detail::MutexLock hold(fGuard);
   std::erase_if(fBrokers, [&](const boost::weak_ptr<OXBroker>& pKnown) {
     const boost::shared_ptr<OXBroker> known = pKnown.lock();
     return !known || known == pBroker;
@@ -224,7 +225,7 @@ void OXBrokerManager::addBroker(const boost::shared_ptr<OXBroker>& pBroker) {
 }
 
 std::vector<boost::shared_ptr<OXBroker>> OXBrokerManager::getBrokers() const {
-  const std::lock_guard hold(fGuard);
+  const detail::MutexLock hold(fGuard);
   std::vector<boost::shared_ptr<OXBroker>> brokers;
   for (const auto& known : fBrokers)
     if (const boost::shared_ptr<OXBroker> broker = known.lock()) brokers.push_back(broker);

@@ -3,7 +3,6 @@
 #include <condition_variable>
 #include <deque>
 #include <exception>
-#include <mutex>
 #include <string>
 #include <system_error>
 #include <thread>
@@ -11,6 +10,7 @@
 
 #include <oxframework/oxerror.h>
 #include <oxframework/oxlog.h>
+#include <oxframework/oxthreadsafety.h>
 
 namespace OX {
 namespace {
@@ -42,13 +42,14 @@ struct OXThreadPool::State {
 
   const int maxThreads;
   const std::chrono::milliseconds idleTime;
-  std::mutex guard;  ///< over what follows
-  std::condition_variable work;
-  std::condition_variable ended;
-  std::deque<Task> queue;
-  int threads = 0;
-  int idle = 0;  ///< threads that wait for work, also those woken that have not taken theirs yet
-  bool stopping = false;
+  detail::Mutex guard;
+  std::condition_variable work;   ///< a task was queued, or the pool is stopping
+  std::condition_variable ended;  ///< a thread has ended
+  std::deque<Task> queue OX_GUARDED_BY(guard);
+  int threads OX_GUARDED_BY(guard) = 0;
+  /// Threads that wait for work, also those woken that have not taken theirs yet.
+  int idle OX_GUARDED_BY(guard) = 0;
+  bool stopping OX_GUARDED_BY(guard) = false;
 };
 
 thread_local const OXThreadPool::State* OXThreadPool::State::current = nullptr;
@@ -65,7 +66,7 @@ OXThreadPool::~OXThreadPool() { stop(std::chrono::milliseconds(0)); }
 bool OXThreadPool::post(Task pTask) {
   std::string failure;
   {
-    const std::lock_guard hold(fState->guard);
+    const detail::MutexLock hold(fState->guard);
     if (fState->stopping) return false;
     fState->queue.push_back(std::move(pTask));
     const auto idle = static_cast<std::size_t>(fState->idle);
@@ -90,11 +91,12 @@ bool OXThreadPool::post(Task pTask) {
 
 void OXThreadPool::xRun(const std::shared_ptr<State>& pState) {
   State::current = pState.get();
-  std::unique_lock hold(pState->guard);
+  detail::MutexLock hold(pState->guard);
   for (;;) {
     ++pState->idle;
-    pState->work.wait_for(hold, pState->idleTime,
-                          [&] { return !pState->queue.empty() || pState->stopping; });
+    pState->work.wait_for(hold.native(), pState->idleTime, [&]() OX_REQUIRES(pState->guard) {
+      return !pState->queue.empty() || pState->stopping;
+    });
     --pState->idle;
     if (pState->queue.empty()) break;
     Task task = std::move(pState->queue.front());
@@ -110,18 +112,19 @@ void OXThreadPool::xRun(const std::shared_ptr<State>& pState) {
 
 bool OXThreadPool::stop(std::chrono::milliseconds pLimit) {
   std::deque<Task> dropped;
-  std::unique_lock hold(fState->guard);
+  detail::MutexLock hold(fState->guard);
   fState->stopping = true;
   fState->work.notify_all();
   const int self = State::current == fState.get() ? 1 : 0;
-  const bool ended = fState->ended.wait_for(hold, pLimit, [&] { return fState->threads <= self; });
+  const bool ended = fState->ended.wait_for(
+      hold.native(), pLimit, [&]() OX_REQUIRES(fState->guard) { return fState->threads <= self; });
   dropped.swap(fState->queue);
   hold.unlock();
   return ended;
 }
 
 int OXThreadPool::getThreadCount() const {
-  const std::lock_guard hold(fState->guard);
+  const detail::MutexLock hold(fState->guard);
   return fState->threads;
 }
 

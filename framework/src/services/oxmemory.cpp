@@ -97,7 +97,7 @@ void OXMemory::subscribeToEvent(const std::string& pEventName, const std::string
   if (pEventName.empty() || pModuleName.empty() || pCallbackName.empty())
     raiseError("OXMemory", "subscribeToEvent",
                "Event, module and callback need names that are not empty");
-  const std::lock_guard hold(fGuard);
+  const detail::MutexLock hold(fGuard);
   std::size_t total = 0;
   for (auto& [event, subscriptions] : fSubscriptions)
     for (Subscription& subscription : subscriptions) {
@@ -114,7 +114,7 @@ void OXMemory::subscribeToEvent(const std::string& pEventName, const std::string
 }
 
 void OXMemory::unsubscribeToEvent(const std::string& pEventName, const std::string& pModuleName) {
-  const std::lock_guard hold(fGuard);
+  const detail::MutexLock hold(fGuard);
   xForget(pEventName, pModuleName);
 }
 
@@ -136,7 +136,7 @@ void OXMemory::raiseEvent(const std::string& pEventName, const OXValue& pValue) 
   const DepthCount depth;
   std::vector<Subscription> subscriptions;
   {
-    const std::lock_guard hold(fGuard);
+    const detail::MutexLock hold(fGuard);
     if (const auto found = fSubscriptions.find(pEventName); found != fSubscriptions.end())
       subscriptions = found->second;
   }
@@ -152,7 +152,7 @@ void OXMemory::xNotify(OXBroker& pBroker, const std::string& pEventName, const O
                    OXValue::array(pEventName, pValue, pSubscription.module));
   } catch (const OXError& error) {
     // Asked under the lock, so that one who comes back and subscribes anew is not forgotten.
-    std::unique_lock hold(fGuard);
+    detail::MutexLock hold(fGuard);
     const bool gone = !pBroker.canNotify(pSubscription.module);
     if (gone) xForget(pEventName, pSubscription.module);
     hold.unlock();
@@ -166,14 +166,14 @@ void OXMemory::xNotify(OXBroker& pBroker, const std::string& pEventName, const O
 }
 
 OXValue OXMemory::getEventList() {
-  const std::lock_guard hold(fGuard);
+  const detail::MutexLock hold(fGuard);
   OXValue::Array names;
   for (const auto& [event, subscriptions] : fSubscriptions) names.emplace_back(event);
   return names;
 }
 
 OXValue OXMemory::getSubscribers(const std::string& pEventName) {
-  const std::lock_guard hold(fGuard);
+  const detail::MutexLock hold(fGuard);
   OXValue::Array names;
   if (const auto found = fSubscriptions.find(pEventName); found != fSubscriptions.end())
     for (const Subscription& subscription : found->second) names.emplace_back(subscription.module);

@@ -22,8 +22,9 @@ ClientStream::~ClientStream() = default;
 void ClientStream::xSend(OutgoingMessage&& pMessage, const std::string& pFunction,
                          std::chrono::milliseconds pTimeout) {
   {
-    std::unique_lock guard(fGuard);
-    fRoom.wait_for(guard, pTimeout, [this] { return xIsKeepingUp() || fEndReason; });
+    detail::MutexLock guard(fGuard);
+    fRoom.wait_for(guard.native(), pTimeout,
+                   [this]() OX_REQUIRES(fGuard) { return xIsKeepingUp() || fEndReason; });
   }
   if (!trySend(std::move(pMessage)))
     raiseError(kModule, pFunction,
@@ -31,7 +32,7 @@ void ClientStream::xSend(OutgoingMessage&& pMessage, const std::string& pFunctio
 }
 
 void ClientStream::onWritten() {
-  const std::lock_guard guard(fGuard);
+  const detail::MutexLock guard(fGuard);
   fRoom.notify_all();
 }
 
@@ -39,7 +40,7 @@ OXValue ClientStream::call(const std::string& pModule, const std::string& pMetho
                            const OXValue& pArguments, std::chrono::milliseconds pTimeout) {
   const std::string name = pModule + "." + pMethod;
   Waiting waiting;
-  std::unique_lock guard(fGuard);
+  detail::MutexLock guard(fGuard);
   const std::uint32_t id = ++fLastId;
   if (!fEndReason) {
     guard.unlock();
@@ -55,8 +56,9 @@ OXValue ClientStream::call(const std::string& pModule, const std::string& pMetho
       throw;
     }
     guard.lock();
-    waiting.answered.wait_for(guard, pTimeout,
-                              [&] { return waiting.answer.has_value() || fEndReason; });
+    waiting.answered.wait_for(guard.native(), pTimeout, [&]() OX_REQUIRES(fGuard) {
+      return waiting.answer.has_value() || fEndReason;
+    });
     fWaiting.erase(id);
   }
   if (!waiting.answer && fEndReason)
@@ -76,7 +78,7 @@ OXValue ClientStream::call(const std::string& pModule, const std::string& pMetho
 void ClientStream::notify(const std::string& pModule, const std::string& pMethod,
                           const OXValue& pArguments, std::chrono::milliseconds pTimeout) {
   {
-    const std::lock_guard guard(fGuard);
+    const detail::MutexLock guard(fGuard);
     if (fEndReason)
       raiseError(kModule, "notify", "The connection to " + fAddress + " has ended: " + *fEndReason);
   }
@@ -85,12 +87,12 @@ void ClientStream::notify(const std::string& pModule, const std::string& pMethod
 
 void ClientStream::setListener(OXRemoteBroker::Listener pListener) {
   auto listener = boost::make_shared<const OXRemoteBroker::Listener>(std::move(pListener));
-  const std::lock_guard guard(fGuard);
+  const detail::MutexLock guard(fGuard);
   fListener.swap(listener);
 }
 
 bool ClientStream::isConnected() const {
-  const std::lock_guard guard(fGuard);
+  const detail::MutexLock guard(fGuard);
   return !fEndReason;
 }
 
@@ -98,7 +100,7 @@ void ClientStream::onMessage(IncomingMessage&& pMessage) {
   if (pMessage.kind == IncomingMessage::kRequest)
     throw WireViolation("malformed message: a request to a client");
   if (pMessage.kind == IncomingMessage::kNotification) return xHear(pMessage);
-  const std::lock_guard guard(fGuard);
+  const detail::MutexLock guard(fGuard);
   const auto found = fWaiting.find(pMessage.id);
   if (found == fWaiting.end()) return;  // its caller waits no longer
   found->second->answer = std::move(pMessage);
@@ -108,7 +110,7 @@ void ClientStream::onMessage(IncomingMessage&& pMessage) {
 void ClientStream::xHear(const IncomingMessage& pEvent) {
   boost::shared_ptr<const OXRemoteBroker::Listener> listener;
   {
-    const std::lock_guard guard(fGuard);
+    const detail::MutexLock guard(fGuard);
     listener = fListener;
   }
   if (!listener || !*listener) return;
@@ -122,7 +124,7 @@ void ClientStream::xHear(const IncomingMessage& pEvent) {
 }
 
 void ClientStream::onEnd(const std::string& pReason) {
-  const std::lock_guard guard(fGuard);
+  const detail::MutexLock guard(fGuard);
   fEndReason = pReason;
   fRoom.notify_all();
   for (const auto& [id, waiting] : fWaiting) waiting->answered.notify_one();

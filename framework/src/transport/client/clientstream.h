@@ -4,11 +4,11 @@
 #include <chrono>
 #include <condition_variable>
 #include <map>
-#include <mutex>
 #include <optional>
 #include <string>
 
 #include <oxframework/oxremotebroker.h>
+#include <oxframework/oxthreadsafety.h>
 #include "transport/stream.h"
 
 namespace OX::wire {
@@ -46,12 +46,14 @@ class ClientStream : public Stream {
   void xHear(const IncomingMessage& pEvent);
 
   const std::string fAddress;
-  mutable std::mutex fGuard;      ///< over what follows
+  mutable detail::Mutex fGuard;
   std::condition_variable fRoom;  ///< there may be room for further messages
-  std::map<std::uint32_t, Waiting*> fWaiting;
-  std::uint32_t fLastId = 0;
-  std::optional<std::string> fEndReason;
-  boost::shared_ptr<const OXRemoteBroker::Listener> fListener;
+  /// By message id. A call's record is written under the guard too.
+  std::map<std::uint32_t, Waiting*> fWaiting OX_GUARDED_BY(fGuard);
+  std::uint32_t fLastId OX_GUARDED_BY(fGuard) = 0;
+  /// Set once, when the connection has ended.
+  std::optional<std::string> fEndReason OX_GUARDED_BY(fGuard);
+  boost::shared_ptr<const OXRemoteBroker::Listener> fListener OX_GUARDED_BY(fGuard);
 };
 
 }  // namespace OX::wire

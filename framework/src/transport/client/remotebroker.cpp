@@ -1,11 +1,11 @@
 #include <atomic>
 #include <boost/make_shared.hpp>
-#include <mutex>
 #include <thread>
 #include <utility>
 
 #include <oxframework/oxproxies.h>
 #include <oxframework/oxremotebroker.h>
+#include <oxframework/oxthreadsafety.h>
 #include "clientstream.h"
 #include "connect.h"
 
@@ -50,7 +50,7 @@ class OXRemoteBroker::Impl {
 
   void close() {
     fStream->end("closed by this program");
-    const std::lock_guard guard(fThreadGuard);
+    const detail::MutexLock guard(fThreadGuard);
     if (!fThread.joinable()) return;
     // The last owner may let go within the listener.
     if (fThread.get_id() == std::this_thread::get_id())
@@ -65,8 +65,8 @@ class OXRemoteBroker::Impl {
  private:
   const boost::shared_ptr<asio::io_context> fIo;
   boost::shared_ptr<wire::ClientStream> fStream;
-  std::mutex fThreadGuard;
-  std::thread fThread;
+  detail::Mutex fThreadGuard;
+  std::thread fThread OX_GUARDED_BY(fThreadGuard);
 };
 
 OXRemoteBroker::OXRemoteBroker(std::unique_ptr<Impl> pImpl) : fImpl(std::move(pImpl)) {}

@@ -49,7 +49,7 @@ boost::shared_ptr<Connection> Connection::xThis() {
 }
 
 std::string Connection::getPeer() const {
-  const std::lock_guard guard(fNameGuard);
+  const detail::MutexLock guard(fNameGuard);
   return fName.empty() ? fPeer : fPeer + " \"" + fName + "\"";
 }
 
@@ -141,7 +141,7 @@ void Connection::xFinished() {
 /// On a thread of the broker, within a call of this client.
 void Connection::setClientName(const std::string& pName) {
   const auto broker = fCore->broker.lock();
-  const std::lock_guard guard(fNameGuard);
+  const detail::MutexLock guard(fNameGuard);
   fName = pName;
   if (fGone || !broker) return;
   broker->removeEndpoint(this);
@@ -168,7 +168,7 @@ void Connection::onEnd(const std::string& pReason) {
       << "Connection of " << getPeer() << " has ended: " << pReason;
   {
     const auto broker = fCore->broker.lock();
-    const std::lock_guard guard(fNameGuard);
+    const detail::MutexLock guard(fNameGuard);
     fGone = true;
     if (broker) broker->removeEndpoint(this);
   }
@@ -182,7 +182,7 @@ void Connection::xAnnounceEnd() {
   if (std::exchange(fAnnounced, true)) return;
   fGrace.cancel();
   const std::string name = [this] {
-    const std::lock_guard guard(fNameGuard);
+    const detail::MutexLock guard(fNameGuard);
     return fName;
   }();
   const auto broker = fCore->broker.lock();

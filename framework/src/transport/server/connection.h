@@ -5,10 +5,10 @@
 #include <boost/asio/steady_timer.hpp>
 #include <boost/weak_ptr.hpp>
 #include <functional>
-#include <mutex>
 #include <string>
 
 #include <oxframework/oxbroker.h>
+#include <oxframework/oxthreadsafety.h>
 #include "transport/stream.h"
 
 namespace OX::wire {
@@ -60,10 +60,11 @@ class Connection : public Stream, private OXCallerContext {
   int fRunning = 0;         ///< calls that have begun and not ended
   bool fAnnounced = false;  ///< the end has been made known
 
-  mutable std::mutex fNameGuard;  ///< over what follows; taken before the broker's own guard
-  std::string fName;
-  bool fGone = false;
   std::atomic<bool> fLosesEvents{false};
+
+  mutable detail::Mutex fNameGuard;  ///< acquired before the broker's own guard
+  std::string fName OX_GUARDED_BY(fNameGuard);
+  bool fGone OX_GUARDED_BY(fNameGuard) = false;
 };
 
 }  // namespace OX::wire

@@ -1,7 +1,6 @@
 #include <boost/asio/executor_work_guard.hpp>
 #include <boost/asio/post.hpp>
 #include <boost/make_shared.hpp>
-#include <mutex>
 #include <set>
 #include <thread>
 #include <utility>
@@ -10,6 +9,7 @@
 #include <oxframework/oxerror.h>
 #include <oxframework/oxlog.h>
 #include <oxframework/oxserver.h>
+#include <oxframework/oxthreadsafety.h>
 #include "connection.h"
 #include "listener.h"
 
@@ -41,7 +41,7 @@ class OXServer::Impl {
 
   std::string listen(const std::string& pAddress) {
     wire::Address address = wire::parseAddress(pAddress, "OXServer", "listen");
-    const std::lock_guard guard(fGuard);
+    const detail::MutexLock guard(fGuard);
     if (fClosed) raiseError("OXServer", "listen", "The server is closed");
     fListeners.push_back(wire::Listener::open(
         fCore->io, address, [this](wire::Stream::Socket&& pSocket, const std::string& pPeer) {
@@ -51,10 +51,10 @@ class OXServer::Impl {
   }
 
   void close() {
-    const std::lock_guard guard(fGuard);
+    const detail::MutexLock guard(fGuard);
     if (std::exchange(fClosed, true)) return;
-    asio::post(fCore->io, [this] {
-      for (const auto& listener : fListeners) listener->close();
+    asio::post(fCore->io, [this, listeners = std::exchange(fListeners, {})] {
+      for (const auto& listener : listeners) listener->close();
       for (const auto& connection : fConnections) connection->end("the broker's server closes");
     });
     fWork.reset();
@@ -82,11 +82,12 @@ class OXServer::Impl {
 
   const boost::shared_ptr<wire::ServerCore> fCore;
   asio::executor_work_guard<asio::io_context::executor_type> fWork;
-  std::mutex fGuard;  ///< over fListeners and fClosed
-  std::vector<boost::shared_ptr<wire::Listener>> fListeners;
-  bool fClosed = false;
+  detail::Mutex fGuard;
+  std::vector<boost::shared_ptr<wire::Listener>> fListeners OX_GUARDED_BY(fGuard);
+  bool fClosed OX_GUARDED_BY(fGuard) = false;
+  // On the io thread only.
   std::set<boost::shared_ptr<wire::Connection>> fConnections;
-  bool fFull = false;
+  bool fFull = false;  ///< further clients are refused, which has been logged
   std::thread fThread;
 };
 
