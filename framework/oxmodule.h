@@ -48,6 +48,12 @@ class OX_API OXModuleCore : public boost::enable_shared_from_this<OXModuleCore> 
   void setModuleDescription(const std::string& pText) { fDescription = pText; }
   void addModuleExample(const std::string& pLanguage, const std::string& pText);
 
+  /// Publishes the rows of a table, in their order: what bindPublications() returned
+  /// (oxvalue/detail/publication.h has an example). Throws OXError as bindMethod() does.
+  void publish(std::vector<OXMethodInfo> pMethods);
+
+  // The same step by step, one method at a time.
+
   /// Describes the next method; completeAndCheck() then adds the types of its signature, and
   /// bindMethod or bindMethodOverload publishes it (oxvalue/detail/oxfunctor.h has an example).
   void functionName(const std::string& pName, const std::string& pClass,

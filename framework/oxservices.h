@@ -37,8 +37,6 @@ class OX_API OXMemory : public OXModule {
     std::string callback;
   };
 
-  void xPublishSubscribing();
-  void xPublishRaising();
   void xForget(const std::string& pEventName, const std::string& pModuleName) OX_REQUIRES(fGuard);
   void xNotify(OXBroker& pBroker, const std::string& pEventName, const OXValue& pValue,
                const Subscription& pSubscription);

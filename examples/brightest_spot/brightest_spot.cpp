@@ -13,7 +13,7 @@
 #include <oxframework/oxerror.h>
 #include <oxframework/oximage.h>
 #include <oxframework/oxmodule.h>
-#include <oxvalue/detail/oxfunctor.h>
+#include <oxvalue/detail/publication.h>
 #include <oxvision/ivideoinput.h>
 
 namespace {
@@ -49,12 +49,17 @@ class BrightestSpot : public OX::OXModule {
                         "before this library",
                         "", 0);
     setModuleDescription("Says where the brightest spot of a camera's picture is.");
-    functionName("find", "BrightestSpot", "Finds the brightest pixel of the newest picture.");
-    addParam("cameraIndex", "Camera to look at.");
-    setReturn("spot", "[x, y, luma] in a picture of 320 x 240; empty when there is no picture");
-    addMethodExample("shell", "oxvideo call BrightestSpot find 0");
-    OX::completeAndCheck(&BrightestSpot::find, getCurrentMethodDescription());
-    bindMethod(OX::createFunctor(this, &BrightestSpot::find));
+    publish(OX::bindPublications(
+        this, "BrightestSpot",
+        std::vector<OX::OXPublication<BrightestSpot>>{
+            {.name = "find",
+             .description = "Finds the brightest pixel of the newest picture.",
+             .method = OX::operation(&BrightestSpot::find),
+             .parameters = {{"cameraIndex", "Camera to look at."}},
+             .result = {"spot",
+                        "[x, y, luma] in a picture of 320 x 240; empty when there is no picture"},
+             .examples = {{"shell", "oxvideo call BrightestSpot find 0"}}},
+        }));
   }
 
   ~BrightestSpot() override {

@@ -27,6 +27,14 @@ void OXModuleCore::addModuleExample(const std::string& pLanguage, const std::str
   fExamples.push_back({pLanguage, pText});
 }
 
+void OXModuleCore::publish(std::vector<OXMethodInfo> pMethods) {
+  fMethods.reserve(fMethods.size() + pMethods.size());
+  for (OXMethodInfo& method : pMethods) {
+    fCurrent = std::move(method);
+    bindMethod(std::move(fCurrent.functor));
+  }
+}
+
 void OXModuleCore::functionName(const std::string& pName, const std::string& pClass,
                                 const std::string& pDescription, int pFlags) {
   fCurrent = OXMethodInfo();

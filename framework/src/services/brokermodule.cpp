@@ -1,8 +1,9 @@
+// The broker as a module of its own, so that callers inspect it as they call anything else.
 #include "brokermodule.h"
 
 #include <oxframework/oxbroker.h>
 #include <oxframework/oxerror.h>
-#include <oxvalue/detail/oxfunctor.h>
+#include <oxvalue/detail/publication.h>
 
 namespace OX {
 namespace {
@@ -24,71 +25,65 @@ OXValue toValue(const OXMethodInfo& pMethod) {
       toValue(pMethod.examples));
 }
 
+std::vector<OXPublication<OXBrokerModule>> publications() {
+  return {
+      {.name = "getModuleList",
+       .description = "Names all modules that can be called",
+       .method = operation(&OXBrokerModule::getModuleList),
+       .result = {"modules", "array of names in the order of registration"},
+       .examples = {{"C++",
+                     "OXValue modules = broker->getProxy(\"OXBroker\")->call(\"getModuleList\");"},
+                    {"shell", "oxvideo call OXBroker getModuleList"}}},
+      {.name = "getMethodList",
+       .description = "Describes every method of a module",
+       .method = operation(&OXBrokerModule::getMethodList),
+       .parameters = {{"module", "name of a module, as getModuleList returns it"}},
+       .result = {"methods",
+                  "array with one array a method: name, class, description, flags, parameters as "
+                  "[name, description, type], return as [name, description, type], examples as "
+                  "[language, text]"},
+       .examples = {{"C++",
+                     "OXValue methods = broker->getProxy(\"OXBroker\")->call("
+                     "\"getMethodList\", \"VideoInput\");"},
+                    {"shell", "oxvideo methods VideoInput"}}},
+      {.name = "getModuleDescription",
+       .description = "Says what a module is for",
+       .method = operation(&OXBrokerModule::getModuleDescription),
+       .parameters = {{"module", "name of a module, as getModuleList returns it"}},
+       .result = {"description",
+                  "array of the description and an array of examples as [language, text]"},
+       .examples = {{"shell", "oxvideo call OXBroker getModuleDescription VideoInput"}}},
+      {.name = "setClientName",
+       .description =
+           "Names the connection that this call came through. From now on events for a module of "
+           "that name are sent to it, and the event \"ClientDisconnected\" carries the name when "
+           "the connection ends",
+       .method = operation(&OXBrokerModule::setClientName),
+       .parameters = {{"name", "name of the client; replaces an earlier one"}},
+       .examples = {{"C++",
+                     "remote->getProxy(\"OXBroker\")->call(\"setClientName\", \"follower\");"}}},
+      {.name = "ping",
+       .description = "Does nothing. An answer shows that the broker is alive, and how long a "
+                      "call takes",
+       .method = operation(&OXBrokerModule::ping),
+       .result = {"answer", "always true"},
+       .examples = {{"shell", "oxvideo call OXBroker ping"}}},
+      {.name = "version",
+       .description = "Returns the version of the framework that the broker runs",
+       .method = operation(&OXModuleCore::version),
+       .result = {"version", "MAJOR.MINOR.PATCH"},
+       .examples = {{"shell", "oxvideo call OXBroker version"}}},
+  };
+}
+
 }  // namespace
 
 OXBrokerModule::OXBrokerModule(boost::shared_ptr<OXBroker> pBroker)
     : OXModule(std::move(pBroker), "OXBroker") {
   setModuleDescription(
-      "The broker itself: which modules there are, what can be called on them, and who is calling");
+      "The broker itself: its modules, their methods, and the names of its clients");
   addModuleExample("shell", "oxvideo methods OXBroker");
-  xPublishLists();
-  xPublishConnection();
-}
-
-void OXBrokerModule::xPublishLists() {
-  functionName("getModuleList", getName(), "Names all modules that can be called");
-  setReturn("modules", "array of names, the first registered first");
-  addMethodExample("C++",
-                   "OXValue modules = broker->getProxy(\"OXBroker\")->call("
-                   "\"getModuleList\");");
-  addMethodExample("shell", "oxvideo call OXBroker getModuleList");
-  completeAndCheck(&OXBrokerModule::getModuleList, getCurrentMethodDescription());
-  bindMethod(createFunctor(this, &OXBrokerModule::getModuleList));
-
-  functionName("getMethodList", getName(), "Describes every method of a module");
-  addParam("module", "name of a module, as getModuleList gives it");
-  setReturn("methods",
-            "array with one array a method: name, class, description, flags, parameters as "
-            "[name, description, type], return as [name, description, type], examples as "
-            "[language, text]");
-  addMethodExample("C++",
-                   "OXValue methods = broker->getProxy(\"OXBroker\")->call("
-                   "\"getMethodList\", \"VideoInput\");");
-  addMethodExample("shell", "oxvideo methods VideoInput");
-  completeAndCheck(&OXBrokerModule::getMethodList, getCurrentMethodDescription());
-  bindMethod(createFunctor(this, &OXBrokerModule::getMethodList));
-
-  functionName("getModuleDescription", getName(), "Says what a module is for");
-  addParam("module", "name of a module, as getModuleList gives it");
-  setReturn("description", "array of the description and an array of examples as [language, text]");
-  addMethodExample("shell", "oxvideo call OXBroker getModuleDescription VideoInput");
-  completeAndCheck(&OXBrokerModule::getModuleDescription, getCurrentMethodDescription());
-  bindMethod(createFunctor(this, &OXBrokerModule::getModuleDescription));
-}
-
-void OXBrokerModule::xPublishConnection() {
-  functionName("setClientName", getName(),
-               "Gives the connection that the call comes by a name. Events for a module of that "
-               "name are sent there from then on, and the event \"ClientDisconnected\" carries it "
-               "when the connection ends");
-  addParam("name", "name of the client; a later one replaces it");
-  addMethodExample("C++", "remote->getProxy(\"OXBroker\")->call(\"setClientName\", \"follower\");");
-  completeAndCheck(&OXBrokerModule::setClientName, getCurrentMethodDescription());
-  bindMethod(createFunctor(this, &OXBrokerModule::setClientName));
-
-  functionName("ping", getName(),
-               "Does nothing: whoever gets an answer knows that the broker is "
-               "there, and how long a call takes");
-  setReturn("answer", "always true");
-  addMethodExample("shell", "oxvideo call OXBroker ping");
-  completeAndCheck(&OXBrokerModule::ping, getCurrentMethodDescription());
-  bindMethod(createFunctor(this, &OXBrokerModule::ping));
-
-  functionName("version", getName(), "Tells the version of the framework that the broker runs");
-  setReturn("version", "three numbers with dots between");
-  addMethodExample("shell", "oxvideo call OXBroker version");
-  completeAndCheck(&OXModuleCore::version, getCurrentMethodDescription());
-  bindMethod(createFunctor(this, &OXModuleCore::version));
+  publish(bindPublications(this, "OXBroker", publications()));
 }
 
 boost::shared_ptr<OXModuleCore> OXBrokerModule::xFind(const std::string& pModule,

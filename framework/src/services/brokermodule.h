@@ -28,8 +28,6 @@ class OXBrokerModule : public OXModule {
   bool ping();
 
  private:
-  void xPublishLists();
-  void xPublishConnection();
   boost::shared_ptr<OXModuleCore> xFind(const std::string& pModule, const char* pFunction);
 };
 

@@ -4,7 +4,7 @@
 #include <oxframework/oxerror.h>
 #include <oxframework/oxlog.h>
 #include <oxframework/oxservices.h>
-#include <oxvalue/detail/oxfunctor.h>
+#include <oxvalue/detail/publication.h>
 
 namespace OX {
 namespace {
@@ -28,69 +28,64 @@ void report(int pLevel, const std::string& pText) {
   ki::log::log(pLevel, "framework.memory", pText, "", "raiseEvent", 0);
 }
 
+std::vector<OXPublication<OXMemory>> publications() {
+  return {
+      {.name = "subscribeToEvent",
+       .description =
+           "Subscribes a method to an event. It is called each time the event is raised, with the "
+           "event's name, its value and the name of the subscribed module. Subscribing again "
+           "replaces the method",
+       .method = operation(&OXMemory::subscribeToEvent),
+       .parameters = {{"event", "name of the event, which need not have been raised before"},
+                      {"module",
+                       "name of the module to call, or the name that a client has set with "
+                       "OXBroker.setClientName"},
+                      {"callback", "name of the method to call on it"}},
+       .examples = {{"C++",
+                     "memory.subscribeToEvent(\"ClientDisconnected\", getName(), "
+                     "\"onClientGone\");"}}},
+      {.name = "unsubscribeToEvent",
+       .description = "Ends a subscription; does nothing when there is none",
+       .method = operation(&OXMemory::unsubscribeToEvent),
+       .parameters = {{"event", "name of the event"},
+                      {"module", "name of the module that subscribed"}},
+       .examples = {{"C++", "memory.unsubscribeToEvent(\"ClientDisconnected\", getName());"}}},
+      {.name = "getEventList",
+       .description = "Names the events that have subscribers",
+       .method = operation(&OXMemory::getEventList),
+       .result = {"events", "array of names in alphabetical order"},
+       .examples = {{"shell", "oxvideo call OXMemory getEventList"}}},
+      {.name = "getSubscribers",
+       .description = "Names the modules that have subscribed to an event",
+       .method = operation(&OXMemory::getSubscribers),
+       .parameters = {{"event", "name of the event"}},
+       .result = {"modules",
+                  "array of names, the first subscriber first; empty for an unknown event"},
+       .examples = {{"shell", "oxvideo call OXMemory getSubscribers ClientDisconnected"}}},
+      {.name = "raiseEvent",
+       .description =
+           "Calls all subscribers of an event, one after the other, and returns when all have been "
+           "called. One that fails does not keep the others from being called; one that no longer "
+           "exists is removed",
+       .method = operation(&OXMemory::raiseEvent),
+       .parameters = {{"event", "name of the event"}, {"value", "value to hand to subscribers"}},
+       .examples = {{"C++", "memory.raiseEvent(\"BallSeen\", OXValue::array(120, 87));"},
+                    {"shell", "oxvideo call OXMemory raiseEvent BallSeen '[120, 87]'"}}},
+  };
+}
+
 }  // namespace
 
 OXMemory::OXMemory(boost::shared_ptr<OXBroker> pBroker) : OXModule(std::move(pBroker), "OXMemory") {
   setModuleDescription(
-      "Events: who raises one needs not know who listens, who listens needs not know who raises");
+      "Events: modules and clients subscribe by name and need not know who raises them");
   addModuleExample("C++",
                    "OXMemoryProxy memory(broker);\n"
                    "memory.subscribeToEvent(\"BallSeen\", getName(), \"onBallSeen\");");
-  xPublishSubscribing();
-  xPublishRaising();
+  publish(bindPublications(this, "OXMemory", publications()));
 }
 
 OXMemory::~OXMemory() = default;
-
-void OXMemory::xPublishSubscribing() {
-  functionName("subscribeToEvent", getName(),
-               "Has a method called whenever an event is raised, with three arguments: the event's "
-               "name, its value and the name of the module that subscribed. Subscribing again "
-               "replaces the method");
-  addParam("event", "name of the event, which need not have been raised before");
-  addParam("module",
-           "name of the module to call, or the name that a client has given itself with "
-           "OXBroker.setClientName");
-  addParam("callback", "name of the method to call on it");
-  addMethodExample("C++",
-                   "memory.subscribeToEvent(\"ClientDisconnected\", getName(), \"onClientGone\");");
-  completeAndCheck(&OXMemory::subscribeToEvent, getCurrentMethodDescription());
-  bindMethod(createFunctor(this, &OXMemory::subscribeToEvent));
-
-  functionName("unsubscribeToEvent", getName(),
-               "Ends a subscription; does nothing when there is none");
-  addParam("event", "name of the event");
-  addParam("module", "name of the module that subscribed");
-  addMethodExample("C++", "memory.unsubscribeToEvent(\"ClientDisconnected\", getName());");
-  completeAndCheck(&OXMemory::unsubscribeToEvent, getCurrentMethodDescription());
-  bindMethod(createFunctor(this, &OXMemory::unsubscribeToEvent));
-
-  functionName("getEventList", getName(), "Names the events that somebody has subscribed to");
-  setReturn("events", "array of names in alphabetical order");
-  addMethodExample("shell", "oxvideo call OXMemory getEventList");
-  completeAndCheck(&OXMemory::getEventList, getCurrentMethodDescription());
-  bindMethod(createFunctor(this, &OXMemory::getEventList));
-
-  functionName("getSubscribers", getName(), "Names the modules that have subscribed to an event");
-  addParam("event", "name of the event");
-  setReturn("modules", "array of names, the first subscriber first; empty for an unknown event");
-  addMethodExample("shell", "oxvideo call OXMemory getSubscribers ClientDisconnected");
-  completeAndCheck(&OXMemory::getSubscribers, getCurrentMethodDescription());
-  bindMethod(createFunctor(this, &OXMemory::getSubscribers));
-}
-
-void OXMemory::xPublishRaising() {
-  functionName("raiseEvent", getName(),
-               "Calls all subscribers of an event one after the other and returns when all have "
-               "been called. A subscriber that fails keeps no other from being called; one that "
-               "is gone is forgotten");
-  addParam("event", "name of the event");
-  addParam("value", "whatever the event has to tell");
-  addMethodExample("C++", "memory.raiseEvent(\"BallSeen\", OXValue::array(120, 87));");
-  addMethodExample("shell", "oxvideo call OXMemory raiseEvent BallSeen '[120, 87]'");
-  completeAndCheck(&OXMemory::raiseEvent, getCurrentMethodDescription());
-  bindMethod(createFunctor(this, &OXMemory::raiseEvent));
-}
 
 void OXMemory::subscribeToEvent(const std::string& pEventName, const std::string& pModuleName,
                                 const std::string& pCallbackName) {

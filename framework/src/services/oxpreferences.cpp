@@ -11,7 +11,7 @@
 
 #include <oxframework/oxerror.h>
 #include <oxframework/oxservices.h>
-#include <oxvalue/detail/oxfunctor.h>
+#include <oxvalue/detail/publication.h>
 
 namespace OX {
 namespace {
@@ -145,6 +145,22 @@ class PreferenceFile {
   std::string fText;
 };
 
+std::vector<OXPublication<OXPreferences>> publications() {
+  return {
+      {.name = "readPrefFile",
+       .description = "Reads a preference file, anew with each call",
+       .method = operation(&OXPreferences::readPrefFile),
+       .parameters = {{"name", "name of the file without directory and without \".xml\""},
+                      {"flag", "for compatibility with older callers; has no effect"}},
+       .result = {"entries",
+                  "array with one array an entry, in the file's order: name, description, value"},
+       .examples = {{"C++",
+                     "OXValue entries = OXPreferencesProxy(broker).readPrefFile("
+                     "\"VideoInput\", true);"},
+                    {"shell", "oxvideo call OXPreferences readPrefFile VideoInput true"}}},
+  };
+}
+
 }  // namespace
 
 OXPreferences::OXPreferences(boost::shared_ptr<OXBroker> pBroker, const std::string& pDirectory)
@@ -158,17 +174,7 @@ OXPreferences::OXPreferences(boost::shared_ptr<OXBroker> pBroker, const std::str
                    "  <entry name=\"rate\" description=\"frames a second\" type=\"int\" "
                    "value=\"30\"/>\n"
                    "</preferences>");
-  functionName("readPrefFile", getName(), "Reads a preference file as it is at this moment");
-  addParam("name", "name of the file without directory and without \".xml\"");
-  addParam("flag", "accepted for the sake of older callers; has no effect");
-  setReturn("entries",
-            "array with one array an entry, in the file's order: name, description, value");
-  addMethodExample("C++",
-                   "OXValue entries = OXPreferencesProxy(broker).readPrefFile("
-                   "\"VideoInput\", true);");
-  addMethodExample("shell", "oxvideo call OXPreferences readPrefFile VideoInput true");
-  completeAndCheck(&OXPreferences::readPrefFile, getCurrentMethodDescription());
-  bindMethod(createFunctor(this, &OXPreferences::readPrefFile));
+  publish(bindPublications(this, "OXPreferences", publications()));
 }
 
 OXPreferences::~OXPreferences() = default;
