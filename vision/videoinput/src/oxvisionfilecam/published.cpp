@@ -4,7 +4,7 @@
 
 #include <oxframework/oxdefinitions.h>
 #include <oxframework/oxlog.h>
-#include <oxvalue/detail/oxfunctor.h>
+#include <oxvalue/detail/publication.h>
 #include "oxvisionfilecam.h"
 #include "records.h"
 
@@ -28,58 +28,58 @@ bool exists(const std::string& pPath) {
 }  // namespace
 
 void OXVisionFileCam::xBindFileMethods() {
-  constexpr const char* kClass = "OXVisionFileCam";
-  const auto bindNew = [this](auto pMethod) {
-    completeAndCheck(pMethod, getCurrentMethodDescription());
-    bindMethod(createFunctor(this, pMethod));
-  };
-  functionName("setVideo", kClass, "BETA - Set the parameters to play a video.");
-  addParam("filePath", " pathToMyFile/filename.oxv");
-  addParam("range",
-           " determines if we open the whole file (NULL) or just part of a sequence (array with "
-           "beginning and end index) ");
-  addParam("loop", " controls whether to loop on input sequence or on last image");
-  addParam("replayMode",
-           " controls replay mode :\n 0 replay at the frame rate defined by the user or image per "
-           "image,\n 1 replay tries to comply with original image acquisition timestamp intervals "
-           "(GVMs will lose frames if their process is too long),\n ");
-  addParam("streamNumber",
-           " for multi stream videos, select which stream to play. Default should be 0.");
-  bindNew(&OXVisionFileCam::setVideo);
-
-  functionName("previousImage", kClass,
-               "BETA - When replaying in mode 0, ask for the previous image.");
-  bindNew(&OXVisionFileCam::previousImage);
-
-  functionName("nextImage", kClass, "BETA - When replaying in mode 0, ask for the next image.");
-  bindNew(&OXVisionFileCam::nextImage);
-
-  functionName("replaySpeed", kClass, "BETA - When replaying in mode 0, ask for the next image.");
-  addParam("imagesPerSecond", " number of images per second (replay mode 0 only)");
-  bindNew(&OXVisionFileCam::replaySpeed);
-
-  functionName("getCurrentImageNumber", kClass,
-               "BETA - Ask for the position of the current image.");
-  setReturn("return", "Returns the index of the current image.");
-  bindNew(&OXVisionFileCam::getCurrentImageNumber);
-
-  // Three parameters, of which two are described.
-  functionName("setParam", kClass, "Sets the value of a specific parameter for the video source.");
-  addParam("param", "There is no parameter to set for FileCam currently.\n");
-  addParam("newValue", "Parameter's new value.");
-  addMethodExample("C++", "  fCamProxy->setParam(pParam, pNewValue);\n");
-  using SetParam = void (OXVisionVideoInput::*)(const int&, const int&, const int&);
-  constexpr SetParam kSetParam = &OXVisionVideoInput::setParam;
-  completeAndCheck(kSetParam, getCurrentMethodDescription());
-  bindMethodOverload(createFunctor(this, kSetParam));
-
-  functionName("getParam", kClass, "Get the value of a video source specific parameter.");
-  addParam("camID", "Index of the camera to set.");
-  addParam("pParam", "Parameter's reference among kCameraSelectID,\n kCameraResolutionID");
-  setReturn("pVal", "Parameter's value.");
-  addMethodExample("C++", "  int value = fCamera->getParam(pParam, pCamID);\n");
-  completeAndCheck(&OXVisionFileCam::getCameraParameterById, getCurrentMethodDescription());
-  bindMethodOverload(createFunctor(this, &OXVisionFileCam::getCameraParameterById));
+  using Camera = OXVisionFileCam;
+  publish(bindPublications(
+      this, "OXVisionFileCam",
+      std::vector<OXPublication<Camera>>{
+          {.name = "setVideo",
+           .description = "BETA - Set the parameters to play a video.",
+           .method = operation(&Camera::setVideo),
+           .parameters = {{"filePath", " pathToMyFile/filename.oxv"},
+                          {"range",
+                           " determines if we open the whole file (NULL) or just part of a "
+                           "sequence (array with beginning and end index) "},
+                          {"loop", " controls whether to loop on input sequence or on last image"},
+                          {"replayMode",
+                           " controls replay mode :\n 0 replay at the frame rate defined by the "
+                           "user or image per image,\n 1 replay tries to comply with original "
+                           "image acquisition timestamp intervals (GVMs will lose frames if their "
+                           "process is too long),\n "},
+                          {"streamNumber",
+                           " for multi stream videos, select which stream to play. Default should "
+                           "be 0."}}},
+          {.name = "previousImage",
+           .description = "BETA - When replaying in mode 0, ask for the previous image.",
+           .method = operation(&Camera::previousImage)},
+          {.name = "nextImage",
+           .description = "BETA - When replaying in mode 0, ask for the next image.",
+           .method = operation(&Camera::nextImage)},
+          {.name = "replaySpeed",
+           .description = "BETA - When replaying in mode 0, ask for the next image.",
+           .method = operation(&Camera::replaySpeed),
+           .parameters = {{"imagesPerSecond",
+                           " number of images per second (replay mode 0 only)"}}},
+          {.name = "getCurrentImageNumber",
+           .description = "BETA - Ask for the position of the current image.",
+           .method = operation(&Camera::getCurrentImageNumber),
+           .result = {"return", "Returns the index of the current image."}},
+          // Three parameters, of which two are described.
+          {.name = "setParam",
+           .description = "Sets the value of a specific parameter for the video source.",
+           .method = operation<OXVisionVideoInput, void, const int&, const int&, const int&>(
+               &OXVisionVideoInput::setParam),
+           .parameters = {{"param", "There is no parameter to set for FileCam currently.\n"},
+                          {"newValue", "Parameter's new value."}},
+           .examples = {{"C++", "  fCamProxy->setParam(pParam, pNewValue);\n"}}},
+          {.name = "getParam",
+           .description = "Get the value of a video source specific parameter.",
+           .method = operation(&Camera::getCameraParameterById),
+           .parameters = {{"camID", "Index of the camera to set."},
+                          {"pParam",
+                           "Parameter's reference among kCameraSelectID,\n kCameraResolutionID"}},
+           .result = {"pVal", "Parameter's value."},
+           .examples = {{"C++", "  int value = fCamera->getParam(pParam, pCamID);\n"}}},
+      }));
 }
 
 int OXVisionFileCam::getCameraParameterById(const int& pCameraIndex, const int& pParam) {

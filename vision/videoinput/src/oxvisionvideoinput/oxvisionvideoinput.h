@@ -26,7 +26,6 @@ struct Claim;
 struct GrabberTexts;
 struct LendingTexts;
 struct Lookup;
-struct Publication;
 struct RealCameraProperties;
 struct RequestedCameraProperties;
 struct VisionModuleInfo;
@@ -397,7 +396,6 @@ class OXVisionVideoInput : public OXModule, public IVideoInput {
                bool pApplyPatch);
 
   // --- published/publish.cpp, published/publish_deprecated.cpp ---
-  void xPublish(const std::vector<Publication>& pPublications);
   void xBindMethods();
   void xBindDeprecatedMethods();
 
