@@ -28,11 +28,13 @@ void log(int pLevel, const char* pFunction, const std::string& pText) {
 }  // namespace
 
 bool OXVisionFileCam::xStartFrameGrabber(const int& pCameraIndex) {
-  return xRunStart(pCameraIndex, kTexts, [&] { return xOpenDevice(); });
+  return xRunStart(pCameraIndex, kTexts,
+                   [&]() OX_REQUIRES(fVisionModulesLock) { return xOpenDevice(); });
 }
 
 bool OXVisionFileCam::xStopFrameGrabber(const int& pCameraIndex) {
-  return xRunStop(pCameraIndex, kTexts, [&] { return xCloseDevice(); });
+  return xRunStop(pCameraIndex, kTexts,
+                  [&]() OX_REQUIRES(fVisionModulesLock) { return xCloseDevice(); });
 }
 
 void OXVisionFileCam::xReadVideo() {

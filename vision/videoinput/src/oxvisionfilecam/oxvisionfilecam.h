@@ -38,27 +38,34 @@ class OXVisionFileCam final : public OXSingleton<OXVisionFileCam>, public OXVisi
   /// Images per second in mode 0; 0 means that only nextImage steps. Takes no lock.
   void replaySpeed(const float& pImagesPerSecond);
   /// Index of the image that was read last. Takes no lock.
-  int getCurrentImageNumber();
+  int getCurrentImageNumber() OX_NO_THREAD_SAFETY_ANALYSIS;  // one atomic field of fVideo
 
   // --- validity.cpp ---
   bool xIsResolutionValid(int pResolution, int pCamera) const override;
   bool xIsFrameRateValid(int pFrameRate, int pCamera) const override;
   bool xIsColorSpaceValid(int pColorSpace, int pCamera) const override;
   // --- grabber.cpp ---
-  bool xStartFrameGrabber(const int& pCameraIndex) override;
-  bool xStopFrameGrabber(const int& pCameraIndex) override;
+  bool xStartFrameGrabber(const int& pCameraIndex) OX_REQUIRES(fVisionModulesLock) override;
+  bool xStopFrameGrabber(const int& pCameraIndex) OX_REQUIRES(fVisionModulesLock) override;
   // --- acquisition.cpp ---
-  OXImage* xGetDirectRawImage(const std::string& pId, bool pDeepCopy) override;
-  std::vector<OXImage*> xGetDirectRawImages(const std::string& pId) override;
-  bool xReleaseDirectRawImageDeep(const std::string& pId, const int& pCameraIndex) override;
+  OXImage* xGetDirectRawImage(const std::string& pId, bool pDeepCopy)
+      OX_REQUIRES(fVisionModulesLock) override;
+  std::vector<OXImage*> xGetDirectRawImages(const std::string& pId)
+      OX_REQUIRES(fVisionModulesLock) override;
+  bool xReleaseDirectRawImageDeep(const std::string& pId, const int& pCameraIndex)
+      OX_REQUIRES(fVisionModulesLock) override;
   // --- parameters.cpp ---
-  int xGetParam(const int& pCameraIndex, const int& pParam) override;
-  bool xSetParam(int pCameraIndex, int pParam, int pValue, bool pSetDefault) override;
+  int xGetParam(const int& pCameraIndex, const int& pParam)
+      OX_REQUIRES_SHARED(fVisionModulesLock) override;
+  bool xSetParam(int pCameraIndex, int pParam, int pValue, bool pSetDefault)
+      OX_REQUIRES(fVisionModulesLock) override;
 
  protected:
   // --- acquisition.cpp ---
-  AcquiredFrame xAcquireFrame(const Claim& pClaim, const char* pOperation) override;
-  void xReturnRawSource(int pCameraIndex, OXVisionBuffer& pBuffer) override;
+  AcquiredFrame xAcquireFrame(const Claim& pClaim, const char* pOperation)
+      OX_REQUIRES(fVisionModulesLock) override;
+  void xReturnRawSource(int pCameraIndex, OXVisionBuffer& pBuffer)
+      OX_REQUIRES(fVisionModulesLock) override;
 
  private:
   using Slot = boost::shared_ptr<CamBuffer>;
@@ -69,47 +76,51 @@ class OXVisionFileCam final : public OXSingleton<OXVisionFileCam>, public OXVisi
   void xBindFileMethods();
   int getCameraParameterById(const int& pCameraIndex, const int& pParam);
   // --- grabber.cpp ---
-  bool xOpenDevice();
-  bool xCloseDevice();
-  void xReadVideo();
-  bool xFillRing();
+  bool xOpenDevice() OX_REQUIRES(fVisionModulesLock);
+  bool xCloseDevice() OX_REQUIRES(fVisionModulesLock);
+  void xReadVideo() OX_REQUIRES(fParametersLock);
+  bool xFillRing() OX_REQUIRES(fParametersLock);
   // --- acquisition.cpp ---
   void xSelectCameraOf(const OXImage& pImage);
 
   // --- replay.cpp: fParametersLock held ---
-  bool xMoveRing(int pPasses);
-  bool xAdvance(const std::string& pId);
-  bool xFollowTimeStamps();
-  bool xStepWhenDue();
-  void xSkipPassedImages();
-  bool xReadAhead();
-  bool xReadAheadStepping();
-  bool xReadFirstOfLoop();
-  bool xReadLastAgain();
-  bool xHasPassed(std::int64_t pTimeStamp) const;
-  void xStepBack(std::int64_t pTimeStamp);
-  void xLoopBack(std::int64_t pTimeStamp);
-  bool xReadFrame(OXImage& pImage, std::int64_t pIndex, bool pFirst);
-  OXImage& xCurrent() { return fFrames[fCurrentFrame]->fImage; }
-  OXImage& xNext() { return fFrames[fNextFrame]->fImage; }
+  bool xMoveRing(int pPasses) OX_REQUIRES(fParametersLock);
+  bool xAdvance(const std::string& pId) OX_REQUIRES(fParametersLock);
+  bool xFollowTimeStamps() OX_REQUIRES(fParametersLock);
+  bool xStepWhenDue() OX_REQUIRES(fParametersLock);
+  void xSkipPassedImages() OX_REQUIRES(fParametersLock);
+  bool xReadAhead() OX_REQUIRES(fParametersLock);
+  bool xReadAheadStepping() OX_REQUIRES(fParametersLock);
+  bool xReadFirstOfLoop() OX_REQUIRES(fParametersLock);
+  bool xReadLastAgain() OX_REQUIRES(fParametersLock);
+  bool xHasPassed(std::int64_t pTimeStamp) const OX_REQUIRES(fParametersLock);
+  void xStepBack(std::int64_t pTimeStamp) OX_REQUIRES(fParametersLock);
+  void xLoopBack(std::int64_t pTimeStamp) OX_REQUIRES(fParametersLock);
+  bool xReadFrame(OXImage& pImage, std::int64_t pIndex, bool pFirst) OX_REQUIRES(fParametersLock);
+  OXImage& xCurrent() OX_REQUIRES(fParametersLock) { return fFrames[fCurrentFrame]->fImage; }
+  OXImage& xNext() OX_REQUIRES(fParametersLock) { return fFrames[fNextFrame]->fImage; }
 
-  std::string fFilePath;
-  OXVideo fVideo;
-  std::int64_t fCurrentImage = 0;       ///< the next image that the reader will give
-  std::int64_t fFirstImage = 0;         ///< of the range
-  std::int64_t fLastImage = INT32_MAX;  ///< of the range, included
-  int fStreamNumber = 0;
-  int fReplayMode = 0;
-  bool fLoop = false;
-  std::array<Slot, kSlots> fFrames;
-  std::int64_t fStartTime = 0;  ///< local clock at the start of replay, in mode 0 at the last step
-  std::int64_t fFirstTimestamp = 0;  ///< of the first image
-  std::int64_t fLoopDuration = 0;    ///< one pass through the file; 0: not yet known
-  std::int64_t fTimeOffset = 0;      ///< added to the time stamps of the file
+  std::string fFilePath OX_GUARDED_BY(fParametersLock);
+  OXVideo fVideo OX_GUARDED_BY(fParametersLock);
+  std::int64_t fCurrentImage OX_GUARDED_BY(fParametersLock) =
+      0;  ///< the next image that the reader returns
+  std::int64_t fFirstImage OX_GUARDED_BY(fParametersLock) = 0;         ///< of the range
+  std::int64_t fLastImage OX_GUARDED_BY(fParametersLock) = INT32_MAX;  ///< of the range, included
+  int fStreamNumber OX_GUARDED_BY(fParametersLock) = 0;
+  int fReplayMode OX_GUARDED_BY(fParametersLock) = 0;
+  bool fLoop OX_GUARDED_BY(fParametersLock) = false;
+  std::array<Slot, kSlots> fFrames OX_GUARDED_BY(fParametersLock);
+  /// Local clock at the start of replay, in mode 0 at the last step.
+  std::int64_t fStartTime OX_GUARDED_BY(fParametersLock) = 0;
+  std::int64_t fFirstTimestamp OX_GUARDED_BY(fParametersLock) = 0;  ///< of the first image
+  /// One pass through the file; 0: not yet known.
+  std::int64_t fLoopDuration OX_GUARDED_BY(fParametersLock) = 0;
+  std::int64_t fTimeOffset OX_GUARDED_BY(fParametersLock) =
+      0;                                                 ///< added to the time stamps of the file
+  std::int64_t fNow OX_GUARDED_BY(fParametersLock) = 0;  ///< the last clock reading
+  unsigned int fCurrentFrame OX_GUARDED_BY(fParametersLock) = 0;  ///< the slot that is served
+  unsigned int fNextFrame OX_GUARDED_BY(fParametersLock) = 1;     ///< the slot that is read ahead
   std::atomic<std::int64_t> fReplayPeriod{INT64_MAX};  ///< mode 0, microseconds from step to step
-  std::int64_t fNow = 0;                               ///< the last clock reading
-  unsigned int fCurrentFrame = 0;                      ///< the slot that is served
-  unsigned int fNextFrame = 1;                         ///< the slot that is read ahead
   std::atomic<bool> fImageServed{true};  ///< mode 0: the current image is still the one to give
   std::atomic<bool> fStrangeCameraLogged{false};  ///< once per opening
 };

@@ -19,11 +19,13 @@ constexpr GrabberTexts kTexts{kSimulatorCategory,
 }  // namespace
 
 bool OXVisionSimulatorCam::xStartFrameGrabber(const int& pCameraIndex) {
-  return xRunStart(pCameraIndex, kTexts, [&] { return xOpenDevice(pCameraIndex); });
+  return xRunStart(pCameraIndex, kTexts,
+                   [&]() OX_REQUIRES(fVisionModulesLock) { return xOpenDevice(pCameraIndex); });
 }
 
 bool OXVisionSimulatorCam::xStopFrameGrabber(const int& pCameraIndex) {
-  return xRunStop(pCameraIndex, kTexts, [&] { return xCloseDevice(pCameraIndex); });
+  return xRunStop(pCameraIndex, kTexts,
+                  [&]() OX_REQUIRES(fVisionModulesLock) { return xCloseDevice(pCameraIndex); });
 }
 
 // A frame pushed before the opening is no longer offered. fLastDriverBuffer stays: the old raw

@@ -31,15 +31,20 @@ class OXVisionSimulatorCam final : public OXSingleton<OXVisionSimulatorCam>,
   bool xIsFrameRateValid(int pFrameRate, int pCamera) const override;
   bool xIsColorSpaceValid(int pColorSpace, int pCamera) const override;
   // --- acquisition.cpp ---
-  OXImage* xGetDirectRawImage(const std::string& pId, bool pDeepCopy) override;
-  std::vector<OXImage*> xGetDirectRawImages(const std::string& pId) override;
-  bool xReleaseDirectRawImageDeep(const std::string& pId, const int& pCameraIndex) override;
+  OXImage* xGetDirectRawImage(const std::string& pId, bool pDeepCopy)
+      OX_REQUIRES(fVisionModulesLock) override;
+  std::vector<OXImage*> xGetDirectRawImages(const std::string& pId)
+      OX_REQUIRES(fVisionModulesLock) override;
+  bool xReleaseDirectRawImageDeep(const std::string& pId, const int& pCameraIndex)
+      OX_REQUIRES(fVisionModulesLock) override;
   // --- parameters.cpp ---
-  int xGetParam(const int& pCameraIndex, const int& pParam) override;
-  bool xSetParam(int pCameraIndex, int pParam, int pValue, bool pSetDefault) override;
+  int xGetParam(const int& pCameraIndex, const int& pParam)
+      OX_REQUIRES_SHARED(fVisionModulesLock) override;
+  bool xSetParam(int pCameraIndex, int pParam, int pValue, bool pSetDefault)
+      OX_REQUIRES(fVisionModulesLock) override;
   // --- grabber.cpp ---
-  bool xStartFrameGrabber(const int& pCameraIndex) override;
-  bool xStopFrameGrabber(const int& pCameraIndex) override;
+  bool xStartFrameGrabber(const int& pCameraIndex) OX_REQUIRES(fVisionModulesLock) override;
+  bool xStopFrameGrabber(const int& pCameraIndex) OX_REQUIRES(fVisionModulesLock) override;
   // --- push.cpp ---
   OXValue getExpectedImageParameters() override;
   bool setSimCamInputSize(const int& pWidth, const int& pHeight) override;
@@ -47,34 +52,41 @@ class OXVisionSimulatorCam final : public OXSingleton<OXVisionSimulatorCam>,
 
  protected:
   // --- acquisition.cpp ---
-  AcquiredFrame xAcquireFrame(const Claim& pClaim, const char* pOperation) override;
-  void xReturnRawSource(int pCameraIndex, OXVisionBuffer& pBuffer) override;
+  AcquiredFrame xAcquireFrame(const Claim& pClaim, const char* pOperation)
+      OX_REQUIRES(fVisionModulesLock) override;
+  void xReturnRawSource(int pCameraIndex, OXVisionBuffer& pBuffer)
+      OX_REQUIRES(fVisionModulesLock) override;
 
  private:
   friend class DeviceProbe;
 
   // --- grabber.cpp: always true ---
-  bool xOpenDevice(int pCamera);
-  bool xCloseDevice(int pCamera);
+  bool xOpenDevice(int pCamera) OX_REQUIRES(fVisionModulesLock);
+  bool xCloseDevice(int pCamera) OX_REQUIRES(fVisionModulesLock);
 
-  // --- push.cpp: fMutex of the camera held ---
-  bool xPutImage(const OXValue& pImage, const int& pCameraIndex);
-  bool xSetSimCamInputSize(const int& pWidth, const int& pHeight, const int& pCameraIndex);
-  const void* xAcceptedPixels(const OXValue& pImage, const CameraDriverBuffer& pStore) const;
+  // --- push.cpp ---
+  bool xPutImage(const OXValue& pImage, CameraDriverBuffer& pStore) OX_REQUIRES(pStore.fMutex);
+  bool xSetSimCamInputSize(const int& pWidth, const int& pHeight, CameraDriverBuffer& pStore)
+      OX_REQUIRES(pStore.fMutex);
+  /// The pixels to copy; null, after a record, when they are refused.
+  const void* xAcceptedPixels(const OXValue& pImage, const CameraDriverBuffer& pStore) const
+      OX_REQUIRES(pStore.fMutex);
+  /// Null for a camera that does not exist.
   boost::shared_ptr<CameraDriverBuffer> xStore(int pCameraIndex) const;
 
   // --- acquisition.cpp ---
-  /// Needs fMutex of the camera. False where the sizes allow no resampling.
+  /// False where the sizes allow no resampling.
   bool xReSize(const RealCameraProperties& pCamera, const CameraDriverBuffer& pStore,
-               const OXImage& pSource, OXImage& pTarget);
+               const OXImage& pSource, OXImage& pTarget) OX_REQUIRES(pStore.fMutex);
   bool xWaitForFirstFrame(const CameraDriverBuffer& pStore, const std::string& pId);
   /// The index of the newest frame, converted, with its count raised; -1 after a record.
-  int xMakeRawFrame(const Claim& pClaim, CameraDriverBuffer& pStore, const char* pOperation);
+  int xMakeRawFrame(const Claim& pClaim, CameraDriverBuffer& pStore, const char* pOperation)
+      OX_REQUIRES(fVisionModulesLock);
 
   // --- parameters.cpp ---
-  bool xSetResolutionParam(int pCameraIndex, int pValue);
-  bool xSetFrameRateParam(int pCameraIndex, int pValue);
-  bool xSelectCamera(int pCameraIndex, int pValue);
+  bool xSetResolutionParam(int pCameraIndex, int pValue) OX_REQUIRES(fVisionModulesLock);
+  bool xSetFrameRateParam(int pCameraIndex, int pValue) OX_REQUIRES(fVisionModulesLock);
+  bool xSelectCamera(int pCameraIndex, int pValue) OX_REQUIRES(fVisionModulesLock);
   RealCameraProperties& xParameterCamera(int pCameraIndex, const char* pMethod) const;
 
   std::vector<boost::shared_ptr<CameraDriverBuffer>> fCameraDriverBuffers;  ///< one a camera

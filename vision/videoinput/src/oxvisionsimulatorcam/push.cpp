@@ -36,7 +36,7 @@ bool OXVisionSimulatorCam::putImage(const OXValue& pImage) {
   if (!store)
     return refuse("putImage", report::text("putImage(", camera, ") : invalid Camera index"));
   const OXCriticalSection lock(store->fMutex);
-  return xPutImage(pImage, camera);
+  return xPutImage(pImage, *store);
 }
 
 bool OXVisionSimulatorCam::putImage(const int& pCameraIndex, const int& pWidth, const int& pHeight,
@@ -45,15 +45,16 @@ bool OXVisionSimulatorCam::putImage(const int& pCameraIndex, const int& pWidth, 
   if (!store)
     return refuse("putImage", report::text("putImage(", pCameraIndex, ") : invalid Camera index"));
   const OXCriticalSection lock(store->fMutex);
-  return xSetSimCamInputSize(pWidth, pHeight, pCameraIndex) && xPutImage(pImage, pCameraIndex);
+  return xSetSimCamInputSize(pWidth, pHeight, *store) && xPutImage(pImage, *store);
 }
 
 bool OXVisionSimulatorCam::setSimCamInputSize(const int& pWidth, const int& pHeight) {
   const OXCriticalSectionWrite lock(fVisionModulesLock);
   const int camera = fActiveCamera;
   xCheckedCamera(camera, "setSimCamInputSize(", "setSimCamInputSize()");
-  const OXCriticalSection storeLock(xStore(camera)->fMutex);
-  return xSetSimCamInputSize(pWidth, pHeight, camera);
+  const auto store = xStore(camera);
+  const OXCriticalSection storeLock(store->fMutex);
+  return xSetSimCamInputSize(pWidth, pHeight, *store);
 }
 
 OXValue OXVisionSimulatorCam::getExpectedImageParameters() {
@@ -69,12 +70,11 @@ OXValue OXVisionSimulatorCam::getExpectedImageParameters(const int& pCameraIndex
 }
 
 bool OXVisionSimulatorCam::xSetSimCamInputSize(const int& pWidth, const int& pHeight,
-                                               const int& pCameraIndex) {
+                                               CameraDriverBuffer& pStore) {
   const int resolution = getResolutionFromSize(pWidth, pHeight);
   if (resolution < 0) return refuse("xSetSimCamInputSize", "Unknown resolution from simulator!");
-  CameraDriverBuffer& store = *xStore(pCameraIndex);
-  for (const auto& frame : store.fInputBuffers) frame->fImage->setResolution(resolution);
-  store.fInputResolution = resolution;
+  for (const auto& frame : pStore.fInputBuffers) frame->fImage->setResolution(resolution);
+  pStore.fInputResolution = resolution;
   return true;
 }
 
@@ -106,19 +106,18 @@ const void* OXVisionSimulatorCam::xAcceptedPixels(const OXValue& pImage,
   return nullptr;
 }
 
-bool OXVisionSimulatorCam::xPutImage(const OXValue& pImage, const int& pCameraIndex) {
+bool OXVisionSimulatorCam::xPutImage(const OXValue& pImage, CameraDriverBuffer& pStore) {
   // First of all, so that the stamp is the moment of arrival and not of the end of the copy.
   ::timeval arrival{};
   ki::os::gettimeofday(&arrival);
-  const auto store = xStore(pCameraIndex);
-  const void* const pixels = xAcceptedPixels(pImage, *store);
+  const void* const pixels = xAcceptedPixels(pImage, pStore);
   if (!pixels) return false;
-  const int target = store->fLastInputBuffer == 0 ? 1 : 0;
-  OXImage& image = *store->fInputBuffers[static_cast<std::size_t>(target)]->fImage;
+  const int target = pStore.fLastInputBuffer == 0 ? 1 : 0;
+  OXImage& image = *pStore.fInputBuffers[static_cast<std::size_t>(target)]->fImage;
   if (!image.fData) return refuse("xPutImage", "xPutImage: memcopy failed");
   std::memcpy(image.fData, pixels, static_cast<std::size_t>(pImage.getSize()));
   image.fTimeStamp = stampOf(arrival);
-  store->fLastInputBuffer = target;
+  pStore.fLastInputBuffer = target;
   return true;
 }
 

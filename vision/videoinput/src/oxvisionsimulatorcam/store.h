@@ -6,6 +6,7 @@
 #include <vector>
 
 #include <oxframework/oxlocks.h>
+#include <oxframework/oxthreadsafety.h>
 #include "oxvisionbuffer.h"
 
 namespace OX {
@@ -17,13 +18,15 @@ namespace OX {
 struct CameraDriverBuffer {
   CameraDriverBuffer();
 
+  boost::shared_ptr<OXMutex> fMutex;
   std::vector<boost::shared_ptr<OXVisionBuffer>> fDriverBuffers;  ///< 4 converted frames
-  int fLastDriverBuffer = -1;  ///< the newest converted one; -1: none yet
-  std::vector<boost::shared_ptr<OXVisionBuffer>> fInputBuffers;  ///< 2 pushed frames
+  std::vector<boost::shared_ptr<OXVisionBuffer>> fInputBuffers;   ///< 2 pushed frames
+  /// The newest converted frame; -1: none yet.
+  int fLastDriverBuffer OX_GUARDED_BY(fMutex) = -1;
+  /// Of the frames that are pushed, whatever the camera's own is.
+  int fInputResolution OX_GUARDED_BY(fMutex) = 0;
   /// The newest complete pushed frame; -1: none since the opening. Polled without fMutex.
   std::atomic<int> fLastInputBuffer{-1};
-  int fInputResolution = 0;  ///< of the frames that are pushed, whatever the camera's own is
-  boost::shared_ptr<OXMutex> fMutex;
 };
 
 }  // namespace OX

@@ -9,7 +9,7 @@ namespace OX {
 namespace {
 
 [[noreturn]] void refuse(const std::string& pModule, const char* pFunction, const char* pMethod,
-                         std::source_location pWhere = std::source_location::current()) {
+                         OXSourceLocation pWhere = OXSourceLocation::current()) {
   report::fail(pModule, pFunction, pMethod, "Only implemented for simulator", pWhere);
 }
 

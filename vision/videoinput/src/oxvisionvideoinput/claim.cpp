@@ -21,7 +21,7 @@ RealCameraProperties* OXVisionVideoInput::xCamera(int pCameraIndex) const {
 
 RealCameraProperties& OXVisionVideoInput::xCheckedCamera(int pCameraIndex, const char* pBegin,
                                                          const char* pMethod,
-                                                         std::source_location pWhere) const {
+                                                         OXSourceLocation pWhere) const {
   RealCameraProperties* const camera = xCamera(pCameraIndex);
   if (!camera) {
     const std::string function(pMethod, std::string(pMethod).find('('));
@@ -37,7 +37,7 @@ int OXVisionVideoInput::xCurrentCamera(const VisionModuleInfo& pSubscriber) cons
 
 int OXVisionVideoInput::xCheckedCurrentCamera(const VisionModuleInfo& pSubscriber,
                                               const char* pFunction,
-                                              std::source_location pWhere) const {
+                                              OXSourceLocation pWhere) const {
   const int camera = xCurrentCamera(pSubscriber);
   if (!xCamera(camera))
     report::fail(getName(), pFunction, (std::string(pFunction) + "()").c_str(),
@@ -53,7 +53,7 @@ const boost::shared_ptr<VisionModuleInfo>* OXVisionVideoInput::xFind(const std::
 
 const boost::shared_ptr<VisionModuleInfo>& OXVisionVideoInput::xSubscriber(
     const std::string& pId, Family pFamily, const report::SubscriberTexts& pTexts,
-    std::source_location pWhere) const {
+    OXSourceLocation pWhere) const {
   const boost::shared_ptr<VisionModuleInfo>* const found = xFind(pId);
   if (!found)
     report::fail(getName(), pTexts.function, pTexts.method, report::unknownSubscriber(pTexts, pId),
@@ -80,7 +80,7 @@ Lookup OXVisionVideoInput::xLookUp(const std::string& pId, std::optional<int> pC
 
 Claim OXVisionVideoInput::xClaim(const std::string& pId, Family pFamily,
                                  const report::SubscriberTexts& pTexts,
-                                 std::source_location pWhere) const {
+                                 OXSourceLocation pWhere) const {
   const auto& subscriber = xSubscriber(pId, pFamily, pTexts, pWhere);
   return xClaim(subscriber, xCheckedCurrentCamera(*subscriber, pTexts.function, pWhere));
 }

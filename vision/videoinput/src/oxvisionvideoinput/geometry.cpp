@@ -15,17 +15,17 @@ struct Operation {
   int camera;
 
   [[noreturn]] void fail(const char* pEnd, bool pParentheses,
-                         std::source_location pWhere = std::source_location::current()) const {
+                         OXSourceLocation pWhere = OXSourceLocation::current()) const {
     const std::string method = std::string(name) + (pParentheses ? "()" : "");
     report::fail(device.getName(), name, method.c_str(), report::text(name, "(", camera, pEnd),
                  pWhere);
   }
   void checkCamera(bool pKnown, const char* pEnd,
-                   std::source_location pWhere = std::source_location::current()) const {
+                   OXSourceLocation pWhere = OXSourceLocation::current()) const {
     if (!pKnown) fail(pEnd, false, pWhere);
   }
   void checkSize(bool pRight, bool pParentheses,
-                 std::source_location pWhere = std::source_location::current()) const {
+                 OXSourceLocation pWhere = OXSourceLocation::current()) const {
     if (!pRight) fail(",...) : invalid parameter size", pParentheses, pWhere);
   }
 };

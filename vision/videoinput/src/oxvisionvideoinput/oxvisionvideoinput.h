@@ -7,7 +7,6 @@
 #include <map>
 #include <memory>
 #include <optional>
-#include <source_location>
 #include <string>
 #include <utility>
 #include <vector>
@@ -15,6 +14,7 @@
 #include <oxframework/oxbroker.h>
 #include <oxframework/oxlocks.h>
 #include <oxframework/oxmodule.h>
+#include <oxframework/oxthreadsafety.h>
 #include <oxvision/ivideoinput.h>
 #include "report.h"
 
@@ -134,24 +134,29 @@ class OXVisionVideoInput : public OXModule, public IVideoInput {
   virtual bool xIsFrameRateValid(int pFrameRate, int pCamera) const = 0;
   virtual bool xIsColorSpaceValid(int pColorSpace, int pCamera) const = 0;
   /// The newest raw frame for this subscriber's camera, held for it; null when there is none.
-  virtual OXImage* xGetDirectRawImage(const std::string& pId, bool pDeepCopy) = 0;
+  virtual OXImage* xGetDirectRawImage(const std::string& pId, bool pDeepCopy)
+      OX_REQUIRES(fVisionModulesLock) = 0;
   /// The same for each camera of a multi-stream subscriber. Null for one that has no buffer free;
   /// shorter than the list, or empty, when a camera failed.
-  virtual std::vector<OXImage*> xGetDirectRawImages(const std::string& pId) = 0;
+  virtual std::vector<OXImage*> xGetDirectRawImages(const std::string& pId)
+      OX_REQUIRES(fVisionModulesLock) = 0;
   /// Gives back what the subscriber holds on a camera; true also when that is nothing.
-  virtual bool xReleaseDirectRawImageDeep(const std::string& pId, const int& pCamera) = 0;
+  virtual bool xReleaseDirectRawImageDeep(const std::string& pId, const int& pCamera)
+      OX_REQUIRES(fVisionModulesLock) = 0;
   /// Throw OXError for an identifier that the camera does not handle.
-  virtual int xGetParam(const int& pCameraIndex, const int& pParam) = 0;
-  virtual bool xSetParam(int pCameraIndex, int pParam, int pValue, bool pSetDefault) = 0;
+  virtual int xGetParam(const int& pCameraIndex, const int& pParam)
+      OX_REQUIRES_SHARED(fVisionModulesLock) = 0;
+  virtual bool xSetParam(int pCameraIndex, int pParam, int pValue, bool pSetDefault)
+      OX_REQUIRES(fVisionModulesLock) = 0;
   /// True also when it runs already.
-  virtual bool xStartFrameGrabber(const int& pCameraIndex) = 0;
-  virtual bool xStopFrameGrabber(const int& pCameraIndex) = 0;
+  virtual bool xStartFrameGrabber(const int& pCameraIndex) OX_REQUIRES(fVisionModulesLock) = 0;
+  virtual bool xStopFrameGrabber(const int& pCameraIndex) OX_REQUIRES(fVisionModulesLock) = 0;
 
  protected:
   // --- workers: fVisionModulesLock held for writing, subscriber checked by the caller ---
   // delivery/single.cpp, delivery/multi.cpp
-  virtual OXImage* xGetImage(const std::string& pId);
-  virtual std::vector<OXImage*> xGetImages(const std::string& pId);
+  virtual OXImage* xGetImage(const std::string& pId) OX_REQUIRES(fVisionModulesLock);
+  virtual std::vector<OXImage*> xGetImages(const std::string& pId) OX_REQUIRES(fVisionModulesLock);
 
  public:
   // --- subscribers/subscribers.cpp ---
@@ -222,53 +227,67 @@ class OXVisionVideoInput : public OXModule, public IVideoInput {
   /// The one checked way to a camera: null outside the table. Needs no lock.
   RealCameraProperties* xCamera(int pCameraIndex) const;
   /// The camera, or a record and OXError(pMethod) "pBegin INDEX ) : invalid Camera index".
-  RealCameraProperties& xCheckedCamera(
-      int pCameraIndex, const char* pBegin, const char* pMethod,
-      std::source_location pWhere = std::source_location::current()) const;
+  RealCameraProperties& xCheckedCamera(int pCameraIndex, const char* pBegin, const char* pMethod,
+                                       OXSourceLocation pWhere = OXSourceLocation::current()) const;
   /// The subscriber's own camera, or the device's active one when it follows it. Unchecked.
-  int xCurrentCamera(const VisionModuleInfo& pSubscriber) const;
+  int xCurrentCamera(const VisionModuleInfo& pSubscriber) const
+      OX_REQUIRES_SHARED(fVisionModulesLock);
   /// The entry in the map of subscribers; null for an unknown id. Borrowed under the lock.
-  const boost::shared_ptr<VisionModuleInfo>* xFind(const std::string& pId) const;
+  const boost::shared_ptr<VisionModuleInfo>* xFind(const std::string& pId) const
+      OX_REQUIRES_SHARED(fVisionModulesLock);
   /// Everything that is to be had of a subscriber and a camera: by default its current one.
-  Lookup xLookUp(const std::string& pId, std::optional<int> pCamera = {}) const;
+  Lookup xLookUp(const std::string& pId, std::optional<int> pCamera = {}) const
+      OX_REQUIRES_SHARED(fVisionModulesLock);
   /// A subscriber with a camera of the table: what a request carries on.
-  Claim xClaim(const boost::shared_ptr<VisionModuleInfo>& pSubscriber, int pCamera) const;
+  Claim xClaim(const boost::shared_ptr<VisionModuleInfo>& pSubscriber, int pCamera) const
+      OX_REQUIRES_SHARED(fVisionModulesLock);
 
   // --- subscribers/negotiation.cpp ---
   /// Brings a camera to the highest resolution and frame rate that any subscriber asks for. Needs
   /// the lock for writing. Always true; does nothing for an unknown camera.
-  bool xUpdateParam(const int& pCameraIndex);
+  bool xUpdateParam(const int& pCameraIndex) OX_REQUIRES(fVisionModulesLock);
 
   // --- buffers/lending.cpp: the one protocol of holds; the lock is held for writing ---
   /// What xGetDirectRawImage does for every camera: checks the subscriber, its camera and its hold,
   /// asks the camera for its newest frame and lends it. Null after a record in the camera's words.
-  OXImage* xLendNewestFrame(const std::string& pId, const LendingTexts& pTexts);
+  OXImage* xLendNewestFrame(const std::string& pId, const LendingTexts& pTexts)
+      OX_REQUIRES(fVisionModulesLock);
   /// What xReleaseDirectRawImageDeep does for every camera.
-  bool xReleaseFrame(const std::string& pId, int pCamera, const LendingTexts& pTexts);
+  bool xReleaseFrame(const std::string& pId, int pCamera, const LendingTexts& pTexts)
+      OX_REQUIRES(fVisionModulesLock);
   /// Points a free raw buffer of the camera at the frame's pixels and records the hold. Null when
   /// all buffers of the camera are in use.
-  OXImage* xLendFrame(const Claim& pClaim, const AcquiredFrame& pFrame);
+  OXImage* xLendFrame(const Claim& pClaim, const AcquiredFrame& pFrame)
+      OX_REQUIRES(fVisionModulesLock);
   /// Supplied by a camera that lends through xLendNewestFrame: its newest frame, counted as lent.
   /// Without one, a record in the words of pOperation.
-  virtual AcquiredFrame xAcquireFrame(const Claim& pClaim, const char* pOperation);
+  virtual AcquiredFrame xAcquireFrame(const Claim& pClaim, const char* pOperation)
+      OX_REQUIRES(fVisionModulesLock);
   /// Called when the last reader of a raw buffer is gone: the camera takes back the frame that it
   /// lent, if it lent one.
-  virtual void xReturnRawSource(int pCameraIndex, OXVisionBuffer& pBuffer);
+  virtual void xReturnRawSource(int pCameraIndex, OXVisionBuffer& pBuffer)
+      OX_REQUIRES(fVisionModulesLock);
 
   // --- delivery/grabber.cpp: the one state machine; the lock is held for writing ---
   /// Opens a stopped camera; true also when it runs already. An opening that returns false or
   /// throws leaves it failed; false becomes an OXError.
-  bool xRunStart(int pCamera, const GrabberTexts& pTexts, const std::function<bool()>& pOpen);
-  bool xRunStop(int pCamera, const GrabberTexts& pTexts, const std::function<bool()>& pClose);
+  bool xRunStart(int pCamera, const GrabberTexts& pTexts, const std::function<bool()>& pOpen)
+      OX_REQUIRES(fVisionModulesLock);
+  bool xRunStop(int pCamera, const GrabberTexts& pTexts, const std::function<bool()>& pClose)
+      OX_REQUIRES(fVisionModulesLock);
 
   std::atomic<int> fActiveCamera{0};  ///< may lie outside the table: see xCamera
-  int fDefaultResolution = -1;        ///< what a camera falls back to when nobody needs more
+  /// What a camera falls back to when nobody needs more.
+  int fDefaultResolution OX_GUARDED_BY(fVisionModulesLock) = -1;
+  // The table is filled by the constructor of the concrete camera and stays; its records are
+  // guarded by fVisionModulesLock, but for what is atomic in them.
   int fNbCameras = 0;
   std::vector<boost::shared_ptr<RealCameraProperties>> fCameraProperties;
   boost::shared_ptr<OXMutexRW> fVisionModulesLock;
   /// The concrete camera's own: what it guards is said there. The core never takes it.
   boost::shared_ptr<OXMutex> fParametersLock;
-  std::map<std::string, boost::shared_ptr<VisionModuleInfo>> fVisionModules;
+  std::map<std::string, boost::shared_ptr<VisionModuleInfo>> fVisionModules
+      OX_GUARDED_BY(fVisionModulesLock);
 
  private:
   friend class DeviceProbe;  ///< tests look at the counters through it
@@ -277,16 +296,21 @@ class OXVisionVideoInput : public OXModule, public IVideoInput {
   struct SettingChange;
 
   // --- subscribers/subscribers.cpp ---
-  std::string xFindFreeId(const std::string& pId, bool pIsMultiStream);
+  std::string xFindFreeId(const std::string& pId, bool pIsMultiStream)
+      OX_REQUIRES(fVisionModulesLock);
   boost::shared_ptr<VisionModuleInfo> xAddSubscriber(const std::string& pId, const char* pMethod,
                                                      int pFrameRate, int pResolution,
-                                                     int pColorSpace);
-  void xStartForSubscriber(int pCamera, int pResolution, int pFrameRate, const char* pMethod);
+                                                     int pColorSpace)
+      OX_REQUIRES(fVisionModulesLock);
+  void xStartForSubscriber(int pCamera, int pResolution, int pFrameRate, const char* pMethod)
+      OX_REQUIRES(fVisionModulesLock);
   void xMakeBuffers(VisionModuleInfo& pSubscriber, const std::vector<int>& pCameras,
-                    const char* pMethod);
-  void xTakeBuffers(const Claim& pClaim);
-  void xLeaveMono(const boost::shared_ptr<VisionModuleInfo>& pSubscriber, int pCamera);
-  void xLeaveMulti(const boost::shared_ptr<VisionModuleInfo>& pSubscriber);
+                    const char* pMethod) OX_REQUIRES(fVisionModulesLock);
+  void xTakeBuffers(const Claim& pClaim) OX_REQUIRES(fVisionModulesLock);
+  void xLeaveMono(const boost::shared_ptr<VisionModuleInfo>& pSubscriber, int pCamera)
+      OX_REQUIRES(fVisionModulesLock);
+  void xLeaveMulti(const boost::shared_ptr<VisionModuleInfo>& pSubscriber)
+      OX_REQUIRES(fVisionModulesLock);
   void xCheckSubscribeCameras(const std::string& pId, const std::vector<int>& pCameras,
                               const std::vector<int>& pResolutions,
                               const std::vector<int>& pColorSpaces) const;
@@ -300,79 +324,96 @@ class OXVisionVideoInput : public OXModule, public IVideoInput {
   /// The subscriber, or a record and OXError at pWhere in the words of the operation.
   const boost::shared_ptr<VisionModuleInfo>& xSubscriber(
       const std::string& pId, Family pFamily, const report::SubscriberTexts& pTexts,
-      std::source_location pWhere = std::source_location::current()) const;
+      OXSourceLocation pWhere = OXSourceLocation::current()) const
+      OX_REQUIRES_SHARED(fVisionModulesLock);
   /// The subscriber's current camera, checked; throws "FUNCTION(NAME) : invalid Camera index".
   int xCheckedCurrentCamera(const VisionModuleInfo& pSubscriber, const char* pFunction,
-                            std::source_location pWhere = std::source_location::current()) const;
+                            OXSourceLocation pWhere = OXSourceLocation::current()) const
+      OX_REQUIRES_SHARED(fVisionModulesLock);
   /// The subscriber with its current camera, both checked as in the two above.
   Claim xClaim(const std::string& pId, Family pFamily, const report::SubscriberTexts& pTexts,
-               std::source_location pWhere = std::source_location::current()) const;
+               OXSourceLocation pWhere = OXSourceLocation::current()) const
+      OX_REQUIRES_SHARED(fVisionModulesLock);
 
   // --- buffers/pool.cpp: all need the lock for writing ---
   bool xCreateBuffersForStoringImages(const int& pCameraIndex, const int& pResolution,
-                                      const int& pColorSpace);
+                                      const int& pColorSpace) OX_REQUIRES(fVisionModulesLock);
   /// Searches, which return a buffer with its count raised, or null. "Oldest for editing": nobody
   /// uses it. "Newest for reading": nobody writes it. The lower index wins a tie.
   BufferPtr xLockTheOldestBufferForEditing(const RealCameraProperties& pCamera, int pResolution,
-                                           int pColorSpace);
+                                           int pColorSpace) OX_REQUIRES(fVisionModulesLock);
   /// The converted image in the format that the claim's subscriber asks for.
-  BufferPtr xLockTheNewestBufferForReading(const Claim& pClaim);
+  BufferPtr xLockTheNewestBufferForReading(const Claim& pClaim) OX_REQUIRES(fVisionModulesLock);
   /// The raw image.
-  BufferPtr xLockTheNewestBufferForReading(const RealCameraProperties& pCamera);
+  BufferPtr xLockTheNewestBufferForReading(const RealCameraProperties& pCamera)
+      OX_REQUIRES(fVisionModulesLock);
   /// A free buffer in the claim's format, if need be by giving another one that format.
-  BufferPtr xLockBufferForConversion(const Claim& pClaim);
+  BufferPtr xLockBufferForConversion(const Claim& pClaim) OX_REQUIRES(fVisionModulesLock);
   /// The oldest free converted image of a format, from now on without a time stamp, for the caller
   /// to give it another format; null when none is free.
-  OXImage* xImageToReformat(const Claim& pClaim, int pResolution, int pColorSpace);
+  OXImage* xImageToReformat(const Claim& pClaim, int pResolution, int pColorSpace)
+      OX_REQUIRES(fVisionModulesLock);
   /// Remove one buffer from a pool: the oldest free one (of the wish's format if there is one),
   /// else the oldest at all, which then lives until its last release.
-  void xFindAndEraseTheOldestBuffer(BufferPool& pPool);
-  void xFindAndEraseTheOldestBuffer(BufferPool& pPool, const RequestedCameraProperties& pWish);
-  void xErase(BufferPool& pPool, const BufferPtr& pBuffer);
+  void xFindAndEraseTheOldestBuffer(BufferPool& pPool) OX_REQUIRES(fVisionModulesLock);
+  void xFindAndEraseTheOldestBuffer(BufferPool& pPool, const RequestedCameraProperties& pWish)
+      OX_REQUIRES(fVisionModulesLock);
+  void xErase(BufferPool& pPool, const BufferPtr& pBuffer) OX_REQUIRES(fVisionModulesLock);
 
   // --- buffers/lending.cpp ---
   class RemoteReply;  ///< buffers/remotereply.h
-  void xEndHold(const Claim& pClaim);
-  void xReplaceRawBuffer(const Claim& pClaim);
+  void xEndHold(const Claim& pClaim) OX_REQUIRES(fVisionModulesLock);
+  void xReplaceRawBuffer(const Claim& pClaim) OX_REQUIRES(fVisionModulesLock);
   /// Gives back the claim's hold, on a converted image or on a raw one.
-  void xReleaseConverted(const Claim& pClaim);
+  void xReleaseConverted(const Claim& pClaim) OX_REQUIRES(fVisionModulesLock);
   /// Takes back all that a subscriber holds, on every camera.
-  void xReleaseAllConverted(const boost::shared_ptr<VisionModuleInfo>& pSubscriber);
-  void xForceReleaseBuffer(const std::string& pId);
+  void xReleaseAllConverted(const boost::shared_ptr<VisionModuleInfo>& pSubscriber)
+      OX_REQUIRES(fVisionModulesLock);
+  void xForceReleaseBuffer(const std::string& pId) OX_REQUIRES(fVisionModulesLock);
   /// What releaseImage, releaseImages and releaseDirectRawImage(s) give back.
-  void xReleaseImage(const boost::shared_ptr<VisionModuleInfo>& pSubscriber);
-  void xReleaseImagesOfAll(const boost::shared_ptr<VisionModuleInfo>& pSubscriber);
-  bool xReleaseOwnRawImages(const VisionModuleInfo& pSubscriber);
-  void xReleaseRawImage(const boost::shared_ptr<VisionModuleInfo>& pSubscriber);
-  void xReleaseRawImagesOfAll(const boost::shared_ptr<VisionModuleInfo>& pSubscriber);
+  void xReleaseImage(const boost::shared_ptr<VisionModuleInfo>& pSubscriber)
+      OX_REQUIRES(fVisionModulesLock);
+  void xReleaseImagesOfAll(const boost::shared_ptr<VisionModuleInfo>& pSubscriber)
+      OX_REQUIRES(fVisionModulesLock);
+  bool xReleaseOwnRawImages(const VisionModuleInfo& pSubscriber) OX_REQUIRES(fVisionModulesLock);
+  void xReleaseRawImage(const boost::shared_ptr<VisionModuleInfo>& pSubscriber)
+      OX_REQUIRES(fVisionModulesLock);
+  void xReleaseRawImagesOfAll(const boost::shared_ptr<VisionModuleInfo>& pSubscriber)
+      OX_REQUIRES(fVisionModulesLock);
   /// A reader goes; the last one of a raw buffer returns the camera's frame.
-  void xDropReader(int pCamera, OXVisionBuffer& pBuffer);
+  void xDropReader(int pCamera, OXVisionBuffer& pBuffer) OX_REQUIRES(fVisionModulesLock);
 
   // --- delivery/conversion.cpp ---
   /// The raw image in the claim's format, with one read count; null when no buffer is free.
-  BufferPtr xConvertImage(const Claim& pClaim, const OXImage& pRawImage);
-  void xConvertPixels(const OXImage& pRawImage, OXImage& pDestination, int pColorSpace);
-  void xApplyPatchForKernelMemcopy(const OXImage* pSource);
+  BufferPtr xConvertImage(const Claim& pClaim, const OXImage& pRawImage)
+      OX_REQUIRES(fVisionModulesLock);
+  void xConvertPixels(const OXImage& pRawImage, OXImage& pDestination, int pColorSpace)
+      OX_REQUIRES(fVisionModulesLock);
+  void xApplyPatchForKernelMemcopy(const OXImage* pSource) OX_REQUIRES(fVisionModulesLock);
 
   // --- delivery/single.cpp ---
-  OXImage* xGetImage(const Claim& pClaim);
+  OXImage* xGetImage(const Claim& pClaim) OX_REQUIRES(fVisionModulesLock);
   /// Takes over the read count that a conversion or a search left on the buffer. Null for null.
-  OXImage* xLendConverted(const Claim& pClaim, BufferPtr pBuffer);
-  OXImage* xReuseConvertedImage(const Claim& pClaim, std::int64_t pNowUs);
+  OXImage* xLendConverted(const Claim& pClaim, BufferPtr pBuffer) OX_REQUIRES(fVisionModulesLock);
+  OXImage* xReuseConvertedImage(const Claim& pClaim, std::int64_t pNowUs)
+      OX_REQUIRES(fVisionModulesLock);
   /// True when a raw image was young enough: pImage is then the result, null if it could not be
   /// converted.
-  bool xReuseRawImage(const Claim& pClaim, std::int64_t pNowUs, OXImage*& pImage);
-  void xReleaseRawImages(const VisionModuleInfo& pSubscriber);
+  bool xReuseRawImage(const Claim& pClaim, std::int64_t pNowUs, OXImage*& pImage)
+      OX_REQUIRES(fVisionModulesLock);
+  void xReleaseRawImages(const VisionModuleInfo& pSubscriber) OX_REQUIRES(fVisionModulesLock);
 
   // --- delivery/multi.cpp ---
-  std::vector<OXImage*> xGetImages(const boost::shared_ptr<VisionModuleInfo>& pSubscriber);
+  std::vector<OXImage*> xGetImages(const boost::shared_ptr<VisionModuleInfo>& pSubscriber)
+      OX_REQUIRES(fVisionModulesLock);
   void xAddToReply(RemoteReply& pReply, const boost::shared_ptr<VisionModuleInfo>& pSubscriber,
-                   const std::vector<OXImage*>& pImages) const;
+                   const std::vector<OXImage*>& pImages) const
+      OX_REQUIRES_SHARED(fVisionModulesLock);
   /// One bool a stream: whether an image was lent for it.
   static OXValue xDeliveredFlags(const std::vector<OXImage*>& pImages);
 
   // --- delivery/raw.cpp ---
-  OXImage* xGetRawImage(const Claim& pClaim);
+  OXImage* xGetRawImage(const Claim& pClaim) OX_REQUIRES(fVisionModulesLock);
 
   // --- delivery/grabber.cpp ---
   RealCameraProperties* xGrabberCamera(int pCamera, const char* pFunction,
@@ -382,18 +423,19 @@ class OXVisionVideoInput : public OXModule, public IVideoInput {
 
   // --- subscribers/settings.cpp ---
   bool xChangeSetting(const std::string& pId, const SettingChange& pChange,
-                      std::source_location pWhere = std::source_location::current());
+                      OXSourceLocation pWhere = OXSourceLocation::current());
   // --- subscribers/negotiation.cpp ---
-  bool xFollowChange(int pCamera, int pOld, int pNew, int pReal);
-  void xLowerCamera(const Claim& pClaim);
+  bool xFollowChange(int pCamera, int pOld, int pNew, int pReal) OX_REQUIRES(fVisionModulesLock);
+  void xLowerCamera(const Claim& pClaim) OX_REQUIRES(fVisionModulesLock);
   // --- subscribers/settings_multi.cpp ---
-  bool xSetStreamResolution(const Claim& pClaim, int pResolution);
-  bool xSetStreamColorSpace(const Claim& pClaim, int pColorSpace);
+  bool xSetStreamResolution(const Claim& pClaim, int pResolution) OX_REQUIRES(fVisionModulesLock);
+  bool xSetStreamColorSpace(const Claim& pClaim, int pColorSpace) OX_REQUIRES(fVisionModulesLock);
 
   // --- delivery/recording.cpp ---
-  bool xCloseVideo(const boost::shared_ptr<VisionModuleInfo>& pSubscriber);
+  bool xCloseVideo(const boost::shared_ptr<VisionModuleInfo>& pSubscriber)
+      OX_REQUIRES_SHARED(fVisionModulesLock);
   void xRecord(const boost::shared_ptr<VisionModuleInfo>& pSubscriber, const OXImage& pRawImage,
-               bool pApplyPatch);
+               bool pApplyPatch) OX_REQUIRES(fVisionModulesLock);
 
   // --- published/publish.cpp, published/publish_deprecated.cpp ---
   void xBindMethods();
@@ -401,9 +443,11 @@ class OXVisionVideoInput : public OXModule, public IVideoInput {
 
   /// Starting and ending recordings, which hold fVisionModulesLock for reading only.
   boost::shared_ptr<OXMutex> fRecordingLock;
-  std::unique_ptr<unsigned char[]> fCopyBuffer;  ///< target of xApplyPatchForKernelMemcopy
-  BufferPool fRetired;  ///< lately erased: an in-process client may still look at one
-  int fSubscriberLimit = 256;
+  /// Target of xApplyPatchForKernelMemcopy.
+  std::unique_ptr<unsigned char[]> fCopyBuffer OX_GUARDED_BY(fVisionModulesLock);
+  /// Lately erased buffers: a client of this process may still look at one.
+  BufferPool fRetired OX_GUARDED_BY(fVisionModulesLock);
+  int fSubscriberLimit OX_GUARDED_BY(fVisionModulesLock) = 256;
 };
 
 }  // namespace OX

@@ -1,7 +1,6 @@
 // The texts are part of the published interface: clients match on them.
 #include "report.h"
 
-#include <oxframework/oxerror.h>
 #include <oxframework/oxlog.h>
 
 namespace OX::report {
@@ -11,12 +10,12 @@ void log(int pLevel, const char* pFunction, const std::string& pMessage, const c
 }
 
 void raise(const std::string& pModule, const char* pMethod, const std::string& pMessage,
-           std::source_location pWhere) {
-  throw OXError(pModule, pMethod, pMessage, kSourceFile, pWhere.line());
+           OXSourceLocation pWhere) {
+  throw OXError(pModule, pMethod, pMessage, kSourceFile, pWhere.fLine);
 }
 
 void fail(const std::string& pModule, const char* pFunction, const char* pMethod,
-          const std::string& pMessage, std::source_location pWhere) {
+          const std::string& pMessage, OXSourceLocation pWhere) {
   log(ki::log::kError, pFunction, pMessage);
   raise(pModule, pMethod, pMessage, pWhere);
 }

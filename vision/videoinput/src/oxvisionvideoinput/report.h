@@ -1,9 +1,10 @@
 /// How the device reports a failure: one record in the log, one error with the same text.
 #pragma once
 
-#include <source_location>
 #include <sstream>
 #include <string>
+
+#include <oxframework/oxerror.h>
 
 namespace OX::report {
 
@@ -27,12 +28,12 @@ void log(int pLevel, const char* pFunction, const std::string& pMessage,
 /// pWhere. A look-up on behalf of an operation passes the operation's own place on.
 [[noreturn]] void fail(const std::string& pModule, const char* pFunction, const char* pMethod,
                        const std::string& pMessage,
-                       std::source_location pWhere = std::source_location::current());
+                       OXSourceLocation pWhere = OXSourceLocation::current());
 
 /// Throws without a record.
 [[noreturn]] void raise(const std::string& pModule, const char* pMethod,
                         const std::string& pMessage,
-                        std::source_location pWhere = std::source_location::current());
+                        OXSourceLocation pWhere = OXSourceLocation::current());
 
 /// What an operation says when it does not find its subscriber, or finds one of the other family.
 struct SubscriberTexts {

@@ -52,7 +52,7 @@ struct OXVisionVideoInput::SettingChange {
 };
 
 bool OXVisionVideoInput::xChangeSetting(const std::string& pId, const SettingChange& pChange,
-                                        std::source_location pWhere) {
+                                        OXSourceLocation pWhere) {
   {
     const OXCriticalSectionRead lock(fVisionModulesLock);
     xSubscriber(pId, pChange.family, pChange.texts, pWhere);
@@ -79,7 +79,7 @@ bool OXVisionVideoInput::xChangeSetting(const std::string& pId, const SettingCha
 }
 
 bool OXVisionVideoInput::setResolution(const std::string& pId, const int& pResolution) {
-  const auto apply = [&](const Claim& pClaim, int pOld) {
+  const auto apply = [&](const Claim& pClaim, int pOld) OX_REQUIRES(fVisionModulesLock) {
     if (pClaim.subscriber->fIsRecording) xCloseVideo(pClaim.subscriber);
     pClaim.wish.fResolution = static_cast<std::uint8_t>(pResolution);
     OXImage* const image = xImageToReformat(pClaim, pOld, pClaim.wish.fColorSpace);
@@ -94,7 +94,7 @@ bool OXVisionVideoInput::setResolution(const std::string& pId, const int& pResol
 }
 
 bool OXVisionVideoInput::setColorSpace(const std::string& pId, const int& pColorSpace) {
-  const auto apply = [&](const Claim& pClaim, int pOld) {
+  const auto apply = [&](const Claim& pClaim, int pOld) OX_REQUIRES(fVisionModulesLock) {
     if (pClaim.subscriber->fIsRecording) xCloseVideo(pClaim.subscriber);
     pClaim.wish.fColorSpace = static_cast<std::uint8_t>(pColorSpace);
     if (OXImage* const image = xImageToReformat(pClaim, pClaim.wish.fResolution, pOld))
@@ -108,7 +108,7 @@ bool OXVisionVideoInput::setColorSpace(const std::string& pId, const int& pColor
 }
 
 bool OXVisionVideoInput::setFrameRate(const std::string& pId, const int& pFrameRate) {
-  const auto apply = [&](const Claim& pClaim, int pOld) {
+  const auto apply = [&](const Claim& pClaim, int pOld) OX_REQUIRES(fVisionModulesLock) {
     pClaim.subscriber->fFrameRate = static_cast<std::uint8_t>(pFrameRate);
     return xFollowChange(pClaim.index, pOld, pFrameRate, pClaim.camera.fFrameRate);
   };
