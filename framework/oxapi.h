@@ -1,3 +1,4 @@
+/// What a library exports.
 #pragma once
 
 /// Marks what a library exports; everything else stays hidden.

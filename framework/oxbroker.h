@@ -1,4 +1,4 @@
-/// The broker: the registry of modules, the dispatch of calls, and the threads they run on.
+/// The broker: the registry of modules, the dispatch of calls, and the threads that they run on.
 #pragma once
 
 #include <boost/enable_shared_from_this.hpp>
@@ -23,16 +23,17 @@ class OXModuleCore;
 class OXProxy;
 class OXThreadPool;
 
-/// What may be set when a broker is made.
+/// The options of a new broker.
 struct OXBrokerOptions {
   std::string name = "broker";
-  int maxThreads = 128;  ///< calls that run at once; further ones wait in their order
+  int maxThreads = 128;  ///< calls that run at once; further ones wait in order
 };
 
-/// Thread-safe. Made by create(), which also makes the module "OXBroker" that speaks for it.
-/// End it with shutdown(); the destructor does so otherwise.
+/// Thread-safe. Created by create(), which also registers the module "OXBroker", through which
+/// callers inspect the broker. Ends with shutdown(), which the destructor calls otherwise.
 class OX_API OXBroker : public boost::enable_shared_from_this<OXBroker> {
  public:
+  /// Throws OXError when maxThreads is less than 1.
   static boost::shared_ptr<OXBroker> create(const OXBrokerOptions& pOptions = {});
   virtual ~OXBroker();
   OXBroker(const OXBroker&) = delete;
@@ -42,10 +43,10 @@ class OX_API OXBroker : public boost::enable_shared_from_this<OXBroker> {
   const std::string& getName() const { return fOptions.name; }
 
   /// A proxy to a module of this broker. pFlags is 0.
-  /// Throws OXError for an unknown module; an override may also give null.
+  /// Throws OXError for an unknown module; an override may also return null.
   virtual boost::shared_ptr<OXProxy> getProxy(const std::string& pName, int pFlags = 0);
 
-  /// The same as a proxy of the type T; null when getProxy gives null.
+  /// The same as a proxy of type T; null when getProxy() returns null.
   template <class T>
   boost::shared_ptr<T> getSpecialisedProxy(const std::string& pName) {
     const boost::shared_ptr<OXProxy> proxy = getProxy(pName, 0);
@@ -55,41 +56,42 @@ class OX_API OXBroker : public boost::enable_shared_from_this<OXBroker> {
   boost::weak_ptr<OXBrokerManager> getBrokerManager() const;
   void setBrokerManager(const boost::weak_ptr<OXBrokerManager>& pManager);
 
-  /// The registry. Registering keeps the module alive; throws OXError for a name that is empty or
-  /// taken, and after shutdown(). Unregistering lets it go as soon as the calls that are inside it
-  /// have ended; a name that isn't there changes nothing.
+  /// The registry. registerModule() shares ownership of the module; it throws OXError for an empty
+  /// name, one that is in use, and after shutdown(). unregisterModule() gives the ownership up;
+  /// calls under way keep the module until they end. An unknown name changes nothing.
   void registerModule(const boost::shared_ptr<OXModuleCore>& pModule);
   void unregisterModule(const std::string& pName);
-  /// A module of this process, null when there is none: the way to a direct pointer for modules
-  /// that share pixels without a copy (dynamic_cast to the interface wanted).
+  /// A module of this process, null when there is none. Modules that share pixels without a copy
+  /// get a direct pointer this way, by a dynamic_cast to the interface they need.
   boost::shared_ptr<OXModuleCore> getModule(const std::string& pName) const;
   /// Names in the order of registration.
   std::vector<std::string> getModuleList() const;
 
-  /// Calls on the caller's own thread. Throws OXError and nothing else.
+  /// Calls a method on the caller's own thread. Throws OXError and nothing else.
   OXValue call(const std::string& pModule, const std::string& pMethod, const OXValue& pArguments);
 
-  /// Runs pTask on a thread of the broker. Tasks start in their order; one that waits never keeps
-  /// another from starting as long as fewer than maxThreads run.
-  /// False when the broker is shutting down: pTask is dropped.
+  /// Runs pTask on a thread of the broker. Tasks start in order; one that waits does not keep
+  /// others from starting while fewer than maxThreads run. What a task throws is logged. False when
+  /// the task was dropped: the broker is shutting down, or no thread could be started.
   bool post(std::function<void()> pTask);
 
-  /// Calls a module's method for its effect: a module of this process directly, on this thread, a
-  /// remote endpoint of that name by a notification. Throws OXError when there is neither.
+  /// Calls a method without a result: of a module of this process directly, on this thread; of a
+  /// remote endpoint by a notification. Throws OXError when there is neither of that name, and what
+  /// the module throws.
   void notify(const std::string& pTarget, const std::string& pMethod, const OXValue& pArguments);
   /// Whether there is a module or a remote endpoint of that name.
   bool canNotify(const std::string& pTarget) const;
 
-  /// A remote client that can be notified under a name, which the transport adds and takes away.
-  /// Of several of one name all are notified. An endpoint may still be called for a moment after it
-  /// was taken away: it must guard what it uses. What it throws is logged.
+  /// A remote client that can be notified under a name; the transport adds and removes endpoints.
+  /// All endpoints of a name are notified. An endpoint may still be called shortly after it was
+  /// removed, so it must guard what it uses. What it throws is logged. pOwner is only compared.
   using Endpoint = std::function<void(const std::string& pMethod, const OXValue& pArguments)>;
   void addEndpoint(const void* pOwner, const std::string& pName, Endpoint pEndpoint);
   void removeEndpoint(const void* pOwner);
 
-  /// Refuses further tasks, waits for those that it has (20 s at most; what has not started by then
-  /// is dropped), then lets the modules go, the last registered first. May be called again, and
-  /// from a task, which it doesn't wait for.
+  /// Refuses further tasks, waits at most 20 s for the queued ones (those that have not started by
+  /// then are dropped), then releases the modules, the last registered first. May be called more
+  /// than once, and from a task, for which it does not wait.
   void shutdown();
 
  protected:
@@ -113,14 +115,14 @@ class OX_API OXBroker : public boost::enable_shared_from_this<OXBroker> {
   boost::weak_ptr<OXBrokerManager> fManager OX_GUARDED_BY(fGuard);
 };
 
-/// The brokers of this process.
+/// The brokers of this process. Thread-safe.
 class OX_API OXBrokerManager {
  public:
-  /// The process's manager; made on first use.
+  /// The manager of this process; created on first use.
   static boost::shared_ptr<OXBrokerManager> getInstance();
-  /// Null leaves the present one in force.
+  /// Replaces the manager of this process; null changes nothing.
   static void setInstance(const boost::shared_ptr<OXBrokerManager>& pManager);
-  /// Keeps a weak reference; adding a broker twice counts once.
+  /// Keeps a weak reference. Adding a broker again changes nothing.
   void addBroker(const boost::shared_ptr<OXBroker>& pBroker);
   std::vector<boost::shared_ptr<OXBroker>> getBrokers() const;
 
@@ -129,16 +131,17 @@ class OX_API OXBrokerManager {
   std::vector<boost::weak_ptr<OXBroker>> fBrokers OX_GUARDED_BY(fGuard);
 };
 
-/// Who makes the call that runs on this thread: set by the transport around a remote call, absent
-/// in a local one. The broker's own methods that concern a connection work through it.
+/// The remote caller of the call that runs on this thread. The transport sets it around a remote
+/// call; a local call has none. Methods of the module "OXBroker" that concern a connection use it.
 class OX_API OXCallerContext {
  public:
   virtual ~OXCallerContext();
   virtual void setClientName(const std::string& pName) = 0;
 
+  /// Null in a local call. Borrowed until the call ends.
   static OXCallerContext* current();
 
-  /// Makes a context current for a scope.
+  /// Makes a context current on this thread for a scope.
   class OX_API Scope {
    public:
     explicit Scope(OXCallerContext* pContext);

@@ -1,5 +1,5 @@
-/// The one clock. Rules of freshness and replay, and every poll that sleeps, go through it, so
-/// that tests can put a clock of their own in its place and need not wait.
+/// The one clock of the process. Freshness, replay and every sleep go through it, so that tests can
+/// replace it and need not wait.
 #pragma once
 
 #include <sys/time.h>
@@ -10,20 +10,21 @@
 
 namespace OX {
 
-/// Thread-safe, in every implementation.
+/// Thread-safe, and every implementation must be.
 class OX_API OXClock {
  public:
   virtual ~OXClock();
   /// Microseconds since 1970-01-01 00:00 UTC.
   virtual std::int64_t nowUs() = 0;
-  /// The same in local time: what the replay clock counts by.
+  /// The same in local time, which the replay clock uses.
   virtual std::int64_t localNowUs() = 0;
   /// Sleeps at least this long.
   virtual void sleepUs(unsigned int pDurationUs) = 0;
 
   /// The clock in force; the system's unless replaced.
   static OXClock& get();
-  /// Puts a clock in force, borrowed until the next call; null restores the system's.
+  /// Replaces the clock in force. pClock is borrowed until the next call; null restores the
+  /// system's.
   static void set(OXClock* pClock);
 };
 

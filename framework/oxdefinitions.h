@@ -1,5 +1,6 @@
 /// The vocabulary that images, cameras and clients share: resolutions, colour spaces,
-/// camera models and parameter identifiers, all plain ints on the wire.
+/// camera models and parameter identifiers. All are plain ints on the wire. Every function here may
+/// be called from any thread.
 #pragma once
 
 #include <cstddef>
@@ -8,7 +9,7 @@
 
 namespace OX {
 
-/// Resolutions. Width and height in pixels by setSizeFromResolution().
+/// Resolutions. setSizeFromResolution() has their width and height.
 enum Resolution : int {
   kQQVGA = 0,  ///< 160 x 120
   kQVGA = 1,   ///< 320 x 240
@@ -16,7 +17,7 @@ enum Resolution : int {
   k4VGA = 3,   ///< 1280 x 960
 };
 
-/// Colour spaces; bytes per pixel by getLayersFromColorSpace().
+/// Colour spaces. getLayersFromColorSpace() has their bytes per pixel.
 /// The layouts, byte by byte, are in docs/colour-formats.md.
 enum ColorSpace : int {
   kYuv = 0,       ///< luma only, 1 byte
@@ -46,10 +47,10 @@ enum CameraParameter : int {
   kCameraColorSpaceID = 20,
 };
 
-/// Storage of the largest image there is: 1280 x 960 pixels of three bytes.
+/// The size in bytes of the largest image: 1280 x 960 pixels of three bytes.
 constexpr std::size_t kMaxImageBytes = std::size_t{1280} * 960 * 3;
 
-/// Writes width and height in pixels; -1 into both for an unknown resolution.
+/// Writes width and height in pixels, -1 into both for an unknown resolution.
 OX_API void setSizeFromResolution(int pResolution, int& pWidth, int& pHeight);
 
 /// The resolution of exactly this size, or -1.
@@ -58,12 +59,12 @@ OX_API int getResolutionFromSize(int pWidth, int pHeight);
 /// Bytes per pixel: 1 for kYuv and kHsy, 2 for kYUV422 and kYYCbCr, 3 for every other number.
 OX_API int getLayersFromColorSpace(int pColorSpace);
 
-/// "kVGA" and the like; null for a number without a name.
+/// The name of a number, "kVGA" for example; null for a number without a name. A constant.
 OX_API const char* getResolutionName(int pResolution);
 OX_API const char* getColorSpaceName(int pColorSpace);
 
-/// The number behind a name, also without its "k" ("VGA"); -1 for an unknown one.
-/// Exact case decides between kYuv and kYUV, kHsy and kHSY; otherwise case is free.
+/// The number of a name, with or without its "k" ("VGA"); -1 for an unknown or null one.
+/// Case matters only between kYuv and kYUV, and between kHsy and kHSY.
 OX_API int getResolutionFromName(const char* pName);
 OX_API int getColorSpaceFromName(const char* pName);
 

@@ -8,8 +8,8 @@
 
 namespace OX {
 
-/// A place in a source: what std::source_location is, which clang 14 lacks. As a default argument
-/// it is the place of the call.
+/// A place in the source code, as std::source_location, which clang 14 lacks. As a default
+/// argument, current() is the place of the call.
 struct OXSourceLocation {
   const char* fFile;  ///< relative to the source tree for sources of this project; a constant
   unsigned int fLine;
@@ -20,17 +20,17 @@ struct OXSourceLocation {
   }
 };
 
-/// Says which module and operation failed, why, and where. Thrown by value, mostly by
+/// Says which module and operation failed, why, and where. Thrown by value, usually by
 /// raiseError(). Crosses the wire as a map of its fields and is rebuilt on the caller's side.
 /// A plain value type: as thread-safe as a string.
 class OX_API OXError : public std::exception {
  public:
-  /// An error of this place in the source.
+  /// An error that arose where this is called.
   OXError(const std::string& pModuleName, const std::string& pFunctionName,
           const std::string& pDescription,
           const OXSourceLocation& pWhere = OXSourceLocation::current());
-  /// An error of another place: one that came over the wire, or whose file text is fixed. An empty
-  /// pFileName means that there is none.
+  /// An error that arose elsewhere: received over the wire, or with a fixed text as its file.
+  /// pFileName is empty when the place is unknown.
   OXError(const std::string& pModuleName, const std::string& pFunctionName,
           const std::string& pDescription, const std::string& pFileName, unsigned int pLine);
   OXError(const OXError&) = default;
@@ -40,8 +40,8 @@ class OX_API OXError : public std::exception {
   /// The description alone. Valid as long as this error.
   const char* what() const noexcept override { return fDescription.c_str(); }
 
-  /// All of it: "module::function", a line end, a tab and the description; then a line end, a tab
-  /// and "file:line" unless the file is empty.
+  /// The whole error: "module::function", a line end, a tab and the description; then a line end, a
+  /// tab and "file:line" unless the file is empty.
   std::string toString() const;
 
   const std::string& getModuleName() const { return fModuleName; }

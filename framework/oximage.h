@@ -1,4 +1,4 @@
-/// One image: its format, its time and place, and its pixels.
+/// One image: format, time stamp, camera, angles and pixels.
 #pragma once
 
 #include <cstddef>
@@ -13,15 +13,15 @@ namespace OX {
 ///
 /// Pixels are rows from top to bottom without gaps, fWidth * fHeight * fNbLayers bytes.
 /// An image that owns its pixels allocates them once, zero-filled and committed page by page as
-/// they are first touched, and frees them when it ends. A change of format only rewrites the
-/// fields, so an image is made for the largest format that it will ever hold; fCapacityBytes says
-/// how much room there is behind fData.
-/// Not thread-safe: whoever holds the buffer guards it.
+/// they are first touched, and frees them in its destructor. A change of format only writes the
+/// fields, so an image is made for the largest format that it will ever hold; fCapacityBytes is
+/// the number of bytes at fData.
+/// Not thread-safe: the owner of the buffer guards it.
 class OX_API OXImage {
  public:
-  /// By resolution or by size in pixels. With pDataAreExternal nothing is allocated and fData is
-  /// null until setExternalData. An unknown resolution or a negative size makes an empty image of
-  /// size -1 x -1. Throws std::bad_alloc.
+  /// By resolution or by size in pixels; angles in radians. With pDataAreExternal nothing is
+  /// allocated, and fData is null until setExternalData(). An unknown resolution or a negative size
+  /// makes an empty image of size -1 x -1. Throws std::bad_alloc.
   OXImage(int pResolution, int pColorSpace, bool pDataAreExternal, float pLeftAngle,
           float pTopAngle, float pRightAngle, float pBottomAngle);
   OXImage(int pWidth, int pHeight, int pColorSpace, bool pDataAreExternal, float pLeftAngle,
@@ -30,7 +30,8 @@ class OX_API OXImage {
   OXImage(const OXImage&) = delete;
   OXImage& operator=(const OXImage&) = delete;
 
-  /// Another image's fields and a view of its pixels: the pixels stay the other's.
+  /// Selects the constructor that makes a view: another image's fields and its pixels, which stay
+  /// the other's and must outlive the view.
   struct ViewTag {};
   OXImage(const OXImage& pOther, ViewTag);
 
@@ -38,13 +39,13 @@ class OX_API OXImage {
   void setResolution(int pResolution);
   /// Writes colour space and layers; allocates nothing.
   void setColorSpace(int pColorSpace);
-  /// Lets an image with external data point at pixels of pCapacityBytes. They stay the caller's.
+  /// Points an image with external data at pCapacityBytes of pixels. They stay the caller's.
   void setExternalData(unsigned char* pData, std::size_t pCapacityBytes);
 
-  /// fWidth * fHeight * fNbLayers, 0 for an empty image, never more than fCapacityBytes.
+  /// fWidth * fHeight * fNbLayers in bytes, 0 for an empty image, at most fCapacityBytes.
   std::size_t getSizeBytes() const;
 
-  /// The 12-element array that remote callers get, with a copy of the pixels:
+  /// The array of 12 elements that remote callers receive, with a copy of the pixels:
   /// width, height, layers, colour space, time stamp (highest 32 bits, lowest 32 bits), binary of
   /// getSizeBytes() bytes, camera, left, top, right and bottom angle.
   OXValue toOXValue() const;
@@ -60,7 +61,7 @@ class OX_API OXImage {
   float fTopAngle = 0;
   float fRightAngle = 0;
   float fBottomAngle = 0;
-  std::size_t fCapacityBytes = 0;  ///< room behind fData
+  std::size_t fCapacityBytes = 0;  ///< bytes allocated at fData
 
  private:
   void xAllocate();

@@ -1,6 +1,7 @@
-/// Records of the log: made by a scoped stream or a plain call, handed to sinks.
+/// The log: records, written by a scoped stream or a plain call and handed to sinks.
 ///
-/// Levels: 1 fatal, 2 error, 3 warning, 4 information, 5 verbose. Thread-safe.
+/// Levels: 1 fatal, 2 error, 3 warning, 4 information, 5 verbose. Thread-safe. Sinks run on the
+/// thread that logs, one record at a time.
 #pragma once
 
 #include <boost/shared_ptr.hpp>
@@ -16,20 +17,20 @@ enum Level : int { kFatal = 1, kError = 2, kWarning = 3, kInfo = 4, kVerbose = 5
 struct Record {
   int level;
   std::string category;  ///< "vision.videoinput" and the like
-  std::string message;   ///< may hold line ends; it is one record all the same
+  std::string message;   ///< may contain line ends; it is one record all the same
   std::string file;      ///< may be empty
   std::string function;
   int line;
 };
 
-/// Takes records. Called from any thread, one call at a time; must not log.
+/// Receives records. Called from any thread, one call at a time; must not log.
 class OX_API Sink {
  public:
   virtual ~Sink();
   virtual void write(const Record& pRecord) = 0;
 };
 
-/// Sinks get every record, whatever the level. They are shared: a sink lives while it is added.
+/// Sinks receive every record, whatever its level. The log shares a sink until it is removed.
 OX_API void addSink(const boost::shared_ptr<Sink>& pSink);
 OX_API void removeSink(const boost::shared_ptr<Sink>& pSink);
 
@@ -37,11 +38,11 @@ OX_API void removeSink(const boost::shared_ptr<Sink>& pSink);
 /// 0 silences it.
 OX_API void setLevel(int pLevel);
 
-/// Hands one record to all sinks.
+/// Hands one record to all sinks. pFile may be empty.
 OX_API void log(int pLevel, const std::string& pCategory, const std::string& pMessage,
                 const std::string& pFile, const std::string& pFunction, int pLine);
 
-/// An output stream whose text leaves as one record when the stream ends.
+/// An output stream whose text is logged as one record in its destructor. One thread only.
 class OX_API LogStream : public std::ostringstream {
  public:
   LogStream(int pLevel, const std::string& pCategory, const std::string& pFile,

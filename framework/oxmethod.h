@@ -1,4 +1,4 @@
-/// What a published method looks like to a caller, and the bound function behind it.
+/// A published method: its description for callers, and the function that it is bound to.
 #pragma once
 
 #include <boost/shared_ptr.hpp>
@@ -11,22 +11,22 @@
 namespace OX {
 
 /// A method bound to its object, with its types erased. Made by createFunctor()
-/// (liboxvalue/oxvalue/detail/oxfunctor.h).
+/// (oxvalue/detail/oxfunctor.h). As thread-safe as the method.
 class OX_API OXFunctorBase {
  public:
   virtual ~OXFunctorBase();
-  /// Calls with the elements of an array; what the method gives is assigned to pResult, which a
-  /// void method leaves alone. Throws OXError and nothing else.
+  /// Calls with the elements of the array pParams and assigns the result to pResult, which a void
+  /// method leaves unchanged. Throws OXError and nothing else.
   virtual void call(const OXValue& pParams, OXValue& pResult) = 0;
 };
 
-/// One publication.
+/// The description of one published method.
 struct OX_API OXMethodInfo {
   struct Parameter {
     std::string name;
     std::string description;
-    std::string type;  ///< as getTypeString() gives it
-    int typeCode = 0;  ///< the TypeCode behind it
+    std::string type;  ///< as getTypeString() returns it
+    int typeCode = 0;  ///< the TypeCode of type
   };
   struct Example {
     std::string language;
@@ -42,17 +42,18 @@ struct OX_API OXMethodInfo {
   std::string returnDescription;
   std::string returnType;
   std::vector<Example> examples;
-  int arity = -1;  ///< arguments that the bound function takes; -1 before completeAndCheck()
+  int arity = -1;  ///< number of arguments of the bound function; -1 before completeAndCheck()
   boost::shared_ptr<OXFunctorBase> functor;
 
   /// "int setResolution(string, int)".
   std::string signature() const;
 };
 
-/// The publication that a call reaches: among those of the name whose arity fits, the one whose
-/// argument kinds fit best. An exact kind comes before a conversion (int for bool or float), that
-/// before an OXValue parameter; among equals the one bound last.
-/// Throws OXError, which lists the signatures that there are, when none fits.
+/// Selects the method that a call reaches: among those of the name and the arity, the one whose
+/// parameters fit the kinds of the arguments best. An exact kind is better than a conversion (int
+/// to bool or float), which is better than a parameter of type OXValue; among equals the one bound
+/// last wins. The result refers into pMethods. Throws OXError that lists the signatures when none
+/// fits.
 OX_API const OXMethodInfo& selectMethod(const std::string& pModuleName,
                                         const std::vector<OXMethodInfo>& pMethods,
                                         const std::string& pName, const OXValue& pArguments);

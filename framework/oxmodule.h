@@ -1,4 +1,4 @@
-/// The base of everything that a broker publishes.
+/// The base classes of modules, whose methods a broker publishes.
 #pragma once
 
 #include <boost/enable_shared_from_this.hpp>
@@ -15,10 +15,10 @@ namespace OX {
 
 class OXBroker;
 
-/// A named table of published methods. The table is filled in the constructor of the derived
-/// class and does not change once initModule() has registered the module; from then on calls may
-/// arrive on any number of threads at once, and the broker's registry keeps the module alive.
-/// A call holds the module, so it never outlives it.
+/// A named table of published methods. The constructor of the derived class fills the table, which
+/// does not change after initModule() has registered the module. From then on calls may arrive on
+/// any number of threads at once, and the broker's registry shares ownership of the module. A call
+/// under way also shares it, so a module is never destroyed within one of its calls.
 class OX_API OXModuleCore : public boost::enable_shared_from_this<OXModuleCore> {
  public:
   OXModuleCore(boost::shared_ptr<OXBroker> pBroker, const std::string& pName);
@@ -26,13 +26,14 @@ class OX_API OXModuleCore : public boost::enable_shared_from_this<OXModuleCore> 
   OXModuleCore(const OXModuleCore&) = delete;
   OXModuleCore& operator=(const OXModuleCore&) = delete;
 
-  /// Finds the publication (see selectMethod) and calls it; a void method leaves pResult alone.
+  /// Calls the method that selectMethod() selects; a void method leaves pResult unchanged.
   /// Throws OXError and nothing else.
   virtual void execute(const std::string& pMethod, const OXValue& pArguments, OXValue& pResult);
+  /// The version of the framework, unless overridden.
   virtual std::string version();
 
-  /// Registers with the broker, which keeps the module from then on.
-  /// Throws OXError when the broker has a module of this name.
+  /// Registers with the broker, which shares ownership from then on. Throws OXError when the broker
+  /// has ended or has a module of this name.
   void initModule();
 
   /// The broker; null when it has ended.
@@ -41,7 +42,7 @@ class OX_API OXModuleCore : public boost::enable_shared_from_this<OXModuleCore> 
 
   const std::string& getModuleDescription() const { return fDescription; }
   const std::vector<OXMethodInfo::Example>& getModuleExamples() const { return fExamples; }
-  /// All publications in the order of binding.
+  /// All published methods in the order of binding.
   const std::vector<OXMethodInfo>& getMethods() const { return fMethods; }
 
  protected:
@@ -54,16 +55,17 @@ class OX_API OXModuleCore : public boost::enable_shared_from_this<OXModuleCore> 
 
   // The same step by step, one method at a time.
 
-  /// Describes the next method; completeAndCheck() then adds the types of its signature, and
-  /// bindMethod or bindMethodOverload publishes it (oxvalue/detail/oxfunctor.h has an example).
+  /// Starts the description of a method; completeAndCheck() then adds the types of its signature,
+  /// and bindMethod() or bindMethodOverload() publishes it (oxvalue/detail/oxfunctor.h has an
+  /// example).
   void functionName(const std::string& pName, const std::string& pClass,
                     const std::string& pDescription, int pFlags = 0);
   void addParam(const std::string& pName, const std::string& pDescription);
   void setReturn(const std::string& pName, const std::string& pDescription);
   void addMethodExample(const std::string& pLanguage, const std::string& pText);
   OXMethodInfo& getCurrentMethodDescription() { return fCurrent; }
-  /// The first says that the name is meant to be the only one of its kind, the second that others
-  /// of that name may stand beside it. Both append. They throw OXError for a method without a name
+  /// Publish the method described. The first documents that it is the only one of its name, the
+  /// second that there are others; both do the same. They throw OXError for a method without a name
   /// or without completeAndCheck().
   void bindMethod(boost::shared_ptr<OXFunctorBase> pFunctor);
   void bindMethodOverload(boost::shared_ptr<OXFunctorBase> pFunctor);
@@ -77,22 +79,22 @@ class OX_API OXModuleCore : public boost::enable_shared_from_this<OXModuleCore> 
   std::vector<OXMethodInfo> fMethods;
 };
 
-/// A module as a library supplies it.
+/// The base of modules that are loaded from libraries.
 class OX_API OXModule : public OXModuleCore {
  public:
   OXModule(boost::shared_ptr<OXBroker> pBroker, const std::string& pName);
   ~OXModule() override;
 
-  /// Hooks of a host for the module's end, for a pause and for a web page about it. The broker
-  /// calls none of them; they do nothing here.
+  /// Hooks for a host: the module's end, a pause, and a web page about the module. The broker calls
+  /// none of them, and the defaults do nothing.
   virtual void exit();
   virtual void stop(int pReason);
   virtual std::string httpGet();
   /// Called once by createModule, after registration.
   virtual void init();
 
-  /// Makes a T, registers it and initialises it. What T's constructor or the registration throws
-  /// passes out, with nothing left behind.
+  /// Constructs a T, registers it and calls its init(). Exceptions of T's constructor and of the
+  /// registration propagate, and then nothing remains registered.
   template <class T>
   static boost::shared_ptr<T> createModule(boost::shared_ptr<OXBroker> pBroker) {
     boost::shared_ptr<T> module(new T(pBroker));
@@ -102,7 +104,7 @@ class OX_API OXModule : public OXModuleCore {
   }
 };
 
-/// Marks a class of which a process has one at most. Holds nothing.
+/// Marks a class that has at most one instance in a process. Has no members.
 template <class T>
 class OXSingleton {
  protected:

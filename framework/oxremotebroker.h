@@ -1,4 +1,4 @@
-/// The other end of OXServer: a broker of another process, called through a socket.
+/// The client of OXServer: calls a broker in another process through a socket.
 #pragma once
 
 #include <boost/enable_shared_from_this.hpp>
@@ -16,12 +16,12 @@ namespace OX {
 
 class OXProxy;
 
-/// One connection. Any number of threads may call at once; answers may come in any order.
-/// When the connection ends every call under way, and every later one, throws OXError.
+/// One connection. Thread-safe: any number of threads may call at once, and answers may arrive in
+/// any order. When the connection ends, every call under way and every later one throws OXError.
 class OX_API OXRemoteBroker : public boost::enable_shared_from_this<OXRemoteBroker> {
  public:
-  /// Connects to an address as OXServer::listen takes it. Throws OXError that says which address
-  /// did not answer and why.
+  /// Connects to an address in the form that OXServer::listen() takes, within pTimeout. Throws
+  /// OXError that names the address and the reason of the failure.
   static boost::shared_ptr<OXRemoteBroker> connect(
       const std::string& pAddress,
       std::chrono::milliseconds pTimeout = std::chrono::milliseconds(5000));
@@ -29,28 +29,30 @@ class OX_API OXRemoteBroker : public boost::enable_shared_from_this<OXRemoteBrok
   OXRemoteBroker(const OXRemoteBroker&) = delete;
   OXRemoteBroker& operator=(const OXRemoteBroker&) = delete;
 
-  /// pArguments is an array. Throws the OXError that the other side raised, or one of module
-  /// "OXRemoteBroker" for a lost connection or no answer within the time limit.
+  /// Calls a method with the elements of pArguments, an array, and waits for the answer. Throws the
+  /// OXError that the other side raised, or one of module "OXRemoteBroker" when the connection has
+  /// ended or no answer arrives within the time limit.
   OXValue call(const std::string& pModule, const std::string& pMethod, const OXValue& pArguments);
 
-  /// How long a call waits for its answer; 30 s at the start.
+  /// How long a call waits for its answer; 30 s by default.
   void setTimeout(std::chrono::milliseconds pTimeout);
 
-  /// Sends a call that has no answer. Throws OXError when the connection has ended.
+  /// Sends a call without an answer. Throws OXError when the connection has ended.
   void notify(const std::string& pModule, const std::string& pMethod, const OXValue& pArguments);
 
-  /// Called on the connection's thread for every notification (an event): target, method,
-  /// arguments. Must not call this broker.
+  /// Called on the connection's thread for every notification (an event) with its target, its
+  /// method and its arguments. Must not call this broker. What it throws is logged.
   using Listener = std::function<void(const std::string& pTarget, const std::string& pMethod,
                                       const OXValue& pArguments)>;
+  /// Replaces the listener; an empty one ignores events.
   void setListener(Listener pListener);
 
-  /// A proxy to a module of the other side; it keeps the connection. Doesn't ask whether the
-  /// module is there.
+  /// A proxy to a module of the other side, which shares ownership of the connection. Does not
+  /// check that the module exists.
   boost::shared_ptr<OXProxy> getProxy(const std::string& pName);
 
   bool isConnected() const;
-  /// Ends the connection. May be called again.
+  /// Ends the connection. May be called more than once.
   void close();
 
  private:

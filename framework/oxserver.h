@@ -13,31 +13,35 @@ namespace OX {
 
 class OXBroker;
 
-/// What a connection may do; beyond it an error or the end of that connection, nothing else.
+/// The limits of a server. A client that exceeds one gets an error or loses its connection; other
+/// clients notice nothing.
 struct OXWireLimits {
   int maxMessageBytes = 16 * 1024 * 1024;
-  int maxNesting = 32;
+  int maxNesting = 32;  ///< arrays within arrays, the message's own included
   int maxArrayElements = 4096;
-  int maxConnections = 256;
-  int maxRequestsUnderWay = 64;  ///< per connection; then it is not read from for a while
+  int maxConnections = 256;      ///< further clients are refused
+  int maxRequestsUnderWay = 64;  ///< per connection, which is not read from while it has as many
 };
 
 /// Listens and serves on a thread of its own; calls run on the broker's threads.
 /// Thread-safe but for the destructor.
 class OX_API OXServer {
  public:
+  /// Throws OXError when a limit leaves no room for a call.
   explicit OXServer(const boost::shared_ptr<OXBroker>& pBroker, const OXWireLimits& pLimits = {});
-  /// Closes all connections and ends the thread. Calls under way lose their answer.
+  /// Closes as close() does.
   ~OXServer();
   OXServer(const OXServer&) = delete;
   OXServer& operator=(const OXServer&) = delete;
 
-  /// Listens on "HOST:PORT" (port 0 picks one; an IPv6 host stands in brackets) or "unix:PATH" and
-  /// gives the address in the same form with the port that it is. Calls are served when it returns.
-  /// A socket file that nobody listens on any more is replaced; PATH is removed at the end.
-  /// Throws OXError when the address is malformed or can't be had.
+  /// Listens on "HOST:PORT" (port 0 chooses one; an IPv6 host is in brackets) or "unix:PATH".
+  /// Returns the address in the same form, with the actual port. Calls are served once it returns.
+  /// A socket file that no process listens on is replaced; PATH is removed by close().
+  /// Throws OXError when the address is malformed or not available.
   std::string listen(const std::string& pAddress);
 
+  /// Closes all connections and ends the thread. The answers of calls under way are dropped. May be
+  /// called more than once.
   void close();
 
  private:

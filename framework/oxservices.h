@@ -1,5 +1,5 @@
-/// The two services that every broker offers its modules. Made with
-/// OXModule::createModule<T>(broker) or, where they take more, by their own create().
+/// The two services that a broker offers to its modules. Create them with
+/// OXModule::createModule<T>(broker) or, where they need more, their own create().
 #pragma once
 
 #include <map>
@@ -12,23 +12,25 @@
 
 namespace OX {
 
-/// "OXMemory": events. raiseEvent calls the subscribed callbacks one after the other on the
-/// raiser's thread; one that fails is logged and keeps no other from being called, one whose module
-/// or client is gone is forgotten. A callback may raise events itself, 16 deep at most.
-/// Thread-safe: no lock is held while callbacks run.
+/// "OXMemory": events. raiseEvent() calls the subscribed callbacks one after the other, on the
+/// caller's thread. A callback that fails is logged and does not keep others from being called; one
+/// whose module or client no longer exists is unsubscribed. A callback may raise events itself, at
+/// most 16 deep. Thread-safe: no lock is held while callbacks run.
 class OX_API OXMemory : public OXModule {
  public:
   explicit OXMemory(boost::shared_ptr<OXBroker> pBroker);
   ~OXMemory() override;
 
-  /// Throws OXError for an empty name and beyond 4096 subscriptions in all.
+  /// As OXMemoryProxy::subscribeToEvent(). Throws OXError for an empty name, and beyond 4096
+  /// subscriptions in total.
   void subscribeToEvent(const std::string& pEventName, const std::string& pModuleName,
                         const std::string& pCallbackName);
   void unsubscribeToEvent(const std::string& pEventName, const std::string& pModuleName);
+  /// Throws OXError when the broker has ended or events are nested too deep; never for a callback.
   void raiseEvent(const std::string& pEventName, const OXValue& pValue);
-  /// The names that have subscribers.
+  /// An array of the names of events that have subscribers.
   OXValue getEventList();
-  /// The names of the modules that subscribed to an event.
+  /// An array of the names of the modules that subscribed to an event.
   OXValue getSubscribers(const std::string& pEventName);
 
  private:
@@ -37,7 +39,8 @@ class OX_API OXMemory : public OXModule {
     std::string callback;
   };
 
-  void xForget(const std::string& pEventName, const std::string& pModuleName) OX_REQUIRES(fGuard);
+  void xRemoveSubscription(const std::string& pEventName, const std::string& pModuleName)
+      OX_REQUIRES(fGuard);
   void xNotify(OXBroker& pBroker, const std::string& pEventName, const OXValue& pValue,
                const Subscription& pSubscription);
 
@@ -52,16 +55,18 @@ class OX_API OXMemory : public OXModule {
 ///     <entry name="source" description="where images come from" value="SimulatorCam"/>
 ///   </preferences>
 ///
-/// type="int|float|bool|string" on an entry gives its value that kind; string is the default.
+/// type="int|float|bool|string" sets the kind of an entry's value; the default is string.
+/// Thread-safe: files are read anew with each call.
 class OX_API OXPreferences : public OXModule {
  public:
   OXPreferences(boost::shared_ptr<OXBroker> pBroker, const std::string& pDirectory);
   ~OXPreferences() override;
-  /// Makes and registers one that reads from pDirectory.
+  /// Creates and registers the service for the files of pDirectory.
   static boost::shared_ptr<OXPreferences> create(const boost::shared_ptr<OXBroker>& pBroker,
                                                  const std::string& pDirectory);
 
-  /// See OXPreferencesProxy::readPrefFile. The name may have no slash and may not start with a dot.
+  /// As OXPreferencesProxy::readPrefFile(). Throws OXError also for a name that is empty, contains
+  /// a slash or starts with a dot, and for a file of more than 1 MiB.
   OXValue readPrefFile(const std::string& pFileName, bool pFlag);
 
  private:

@@ -1,4 +1,4 @@
-/// Small conversions to text that modules share.
+/// Texts of numbers and types that modules share. Every function may be called from any thread.
 #pragma once
 
 #include <string>
@@ -7,10 +7,10 @@
 
 namespace OX {
 
-/// Decimal text of a number.
+/// The decimal text of a number.
 OX_API std::string DecToString(int pNumber);
 
-/// Codes of the types that published methods take and give.
+/// Codes of the types that published methods take and return.
 enum TypeCode : int {
   kTypeVoid = 1,
   kTypeBool = 2,

@@ -14,9 +14,9 @@ namespace OX {
 /// Invalid (the default), bool, int (32 bits), float (single precision), string, array, binary.
 ///
 /// A plain value type. Copying shares a binary's bytes and never copies them; they are immutable
-/// from the moment they are in. Arrays and strings are copied with the value; moving is cheap.
+/// once they are set. Arrays and strings are copied with the value; moving is cheap.
 /// Misuse (another kind, an index out of range) throws OXError and changes nothing.
-/// Threads: as safe as an int; two values may share one binary across threads.
+/// As thread-safe as an int; values on several threads may share one binary.
 class OX_API OXValue {
  public:
   enum Type {
@@ -52,7 +52,7 @@ class OX_API OXValue {
   OXValue(Array pValues) : fValue(std::move(pValues)) {}
   OXValue(const void*) = delete;
 
-  /// An array of the values given: OXValue::array("name", 3, true).
+  /// An array of its arguments: OXValue::array("name", 3, true).
   template <typename... Values>
   static OXValue array(Values&&... pValues) {
     return OXValue(Array{OXValue(std::forward<Values>(pValues))...});
@@ -70,8 +70,8 @@ class OX_API OXValue {
   bool isArray() const { return getType() == TypeArray; }
   bool isBinary() const { return getType() == TypeBinary; }
 
-  /// Reading as a kind, by name. An int also reads as bool and float, a bool also as int (0 or 1);
-  /// everything else of another kind throws. A list of ints needs every element to read as an int.
+  /// The value as a kind. An int also reads as bool and float, a bool also as int (0 or 1); every
+  /// other kind throws OXError. A vector needs an array whose every element reads as its kind.
   bool toBool() const;
   int toInt() const;
   float toFloat() const;
@@ -80,8 +80,8 @@ class OX_API OXValue {
   std::vector<float> toFloatVector() const;
   const Array& toArray() const;
 
-  /// The same by conversion. The two that give a reference throw unless the kind is exact;
-  /// the forms for a changeable value exist so that `bool b = value;` does not go by way of int&.
+  /// The same by conversion. The two that return a reference throw unless the kind is exact; the
+  /// non-const forms exist so that `bool b = value;` does not convert through int&.
   operator int&();
   operator std::string&();
   operator bool() { return toBool(); }
@@ -96,29 +96,31 @@ class OX_API OXValue {
   OXValue& operator[](int pIndex);
   const OXValue& operator[](int pIndex) const;
 
-  /// Makes this an array of pSize elements; elements that an array has already are kept,
-  /// new ones are invalid. Throws on a negative size.
+  /// Makes this an array of pSize elements. Keeps the elements of an array; new ones are invalid.
+  /// Throws on a negative size.
   void arraySetSize(int pSize);
-  /// Makes this an array of pSize invalid elements; arrayReserve(0) gives an empty array.
+  /// Makes this an array of pSize invalid elements, of none with 0. Throws on a negative size.
   void arrayReserve(int pSize);
-  /// Appends to an array; turns an invalid value into an array of one.
+  /// Appends to an array, or makes an invalid value an array of one. Throws on other kinds.
   void arrayPush(OXValue pValue);
 
-  /// Elements of an array, bytes of a string or a binary, 0 for the rest.
+  /// Elements of an array, bytes of a string or a binary, 0 for other kinds.
   int getSize() const;
 
   /// Makes this a binary with a copy of pSize bytes. Throws on a negative size or a null
   /// pointer with a size.
   void SetBinary(const void* pData, int pSize);
-  /// Makes this a binary that shares a block: pOwner keeps pData alive, nobody writes it any more.
+  /// Makes this a binary that shares a block: pOwner keeps pData alive, and nobody may write it.
+  /// Throws as SetBinary().
   void AdoptBinary(boost::shared_ptr<const void> pOwner, const void* pData, int pSize);
   /// The bytes of a binary, valid while any copy of this value lives. Throws on another kind.
   const void* GetBinary() const;
-  /// What keeps the bytes of a binary alive, for those who hand them on without a copy.
+  /// What keeps the bytes of a binary alive, to hand them on without a copy. Throws on another
+  /// kind.
   boost::shared_ptr<const void> GetBinaryOwner() const;
 
-  /// Fills the vector from an array of numbers (ints and floats). Throws on anything else;
-  /// with pAppend the vector keeps what it had.
+  /// Fills the vector from an array of numbers (ints and floats), after its own elements with
+  /// pAppend. Throws on anything else, and then leaves the vector unchanged.
   void ToFloatArray(std::vector<float>& pResult, bool pAppend) const;
 
   /// Same kind and same content; binaries by their bytes.

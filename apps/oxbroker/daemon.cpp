@@ -1,3 +1,4 @@
+// Starts what the options name and ends it in reverse: server, broker with its modules, libraries.
 #include "daemon.h"
 
 #include <ostream>
@@ -15,24 +16,25 @@
 namespace OX::daemon {
 namespace {
 
-/// A broker with its services and the modules of the libraries; ends in the right order.
-class House {
+/// A broker with its services and the modules of libraries. On its end, the broker releases the
+/// modules before their libraries are closed.
+class ModuleHost {
  public:
-  explicit House(const Options& pOptions)
+  explicit ModuleHost(const Options& pOptions)
       : fBroker(OXBroker::create({.name = "oxbroker", .maxThreads = pOptions.maxThreads})) {
     OXBrokerManager::getInstance()->addBroker(fBroker);
     OXModule::createModule<OXMemory>(fBroker);
     OXPreferences::create(fBroker, pOptions.preferences);
   }
 
-  ~House() {
+  ~ModuleHost() {
     fBroker->shutdown();
     for (auto library = fLibraries.rbegin(); library != fLibraries.rend(); ++library)
       library->closeModule();
   }
 
-  House(const House&) = delete;
-  House& operator=(const House&) = delete;
+  ModuleHost(const ModuleHost&) = delete;
+  ModuleHost& operator=(const ModuleHost&) = delete;
 
   void load(const std::string& pName) {
     const ModuleLibrary library(pName);
@@ -44,7 +46,7 @@ class House {
 
  private:
   const boost::shared_ptr<OXBroker> fBroker;
-  std::vector<ModuleLibrary> fLibraries;  ///< those that made their modules
+  std::vector<ModuleLibrary> fLibraries;  ///< those that created their modules
 };
 
 }  // namespace
@@ -53,9 +55,9 @@ int serve(const Options& pOptions, std::ostream& pOut, std::ostream& pErr,
           const std::function<void()>& pWait) {
   try {
     ki::log::setLevel(pOptions.logLevel);
-    House house(pOptions);
-    for (const std::string& library : pOptions.libraries) house.load(library);
-    OXServer server(house.getBroker(), pOptions.limits);
+    ModuleHost host(pOptions);
+    for (const std::string& library : pOptions.libraries) host.load(library);
+    OXServer server(host.getBroker(), pOptions.limits);
     std::vector<std::string> addresses;
     for (const std::string& address : pOptions.addresses)
       addresses.push_back(server.listen(address));

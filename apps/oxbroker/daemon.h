@@ -1,4 +1,4 @@
-/// The daemon's life: broker, services, modules, server, and the way back.
+/// The daemon from start to end: broker, services, modules and server.
 #pragma once
 
 #include <functional>
@@ -9,7 +9,7 @@
 namespace OX::daemon {
 
 /// Writes "listening on ADDRESS" lines to pOut once calls are served, serves until pWait returns,
-/// and closes everything. Gives kDone, or kFailed after a message on pErr.
+/// and closes everything. Returns kDone, or kFailed after a message on pErr. Never throws.
 int serve(const Options& pOptions, std::ostream& pOut, std::ostream& pErr,
           const std::function<void()>& pWait);
 

@@ -1,3 +1,4 @@
+// The oxbroker program: serves until SIGINT or SIGTERM.
 #include <pthread.h>
 
 #include <csignal>
@@ -10,7 +11,7 @@ int main(int pCount, char** pArguments) {
   int status = OX::daemon::kDone;
   const auto options = OX::daemon::parseOptions(pCount, pArguments, std::cout, std::cerr, status);
   if (!options) return status;
-  // Blocked before the first thread is made, so that all threads inherit it and sigwait gets them.
+  // Blocked before the first thread starts, so that all threads inherit it and sigwait() gets them.
   sigset_t ends;
   sigemptyset(&ends);
   sigaddset(&ends, SIGINT);
@@ -19,7 +20,7 @@ int main(int pCount, char** pArguments) {
   return OX::daemon::serve(*options, std::cout, std::cerr, [&ends] {
     int signal = 0;
     sigwait(&ends, &signal);
-    // A second one ends the program at once, should a call not want to end.
+    // A second signal ends the program at once, in case a call does not end.
     pthread_sigmask(SIG_UNBLOCK, &ends, nullptr);
   });
 }

@@ -1,3 +1,5 @@
+// Loading of module libraries. Failures of the system's loader and of the library's own functions
+// are errors with the library's name: they are all that a user sees of a module that is missing.
 #include "modulelibrary.h"
 
 #include <dlfcn.h>
@@ -17,8 +19,8 @@ using CloseModule = int (*)();
 constexpr char kProgram[] = "oxbroker";
 constexpr char kFunction[] = "load";
 
-/// What to hand to dlopen. A name without a slash may stand in the folder lib beside this
-/// program's own; otherwise the system's search finds it or not.
+/// The path for dlopen(). A name without a slash is searched for in the folder lib next to this
+/// program's own folder first, then by the system.
 std::string findLibrary(const std::string& pName) {
   if (pName.find('/') != std::string::npos) return pName;
   std::error_code error;
@@ -31,18 +33,18 @@ std::string findLibrary(const std::string& pName) {
 
 ModuleLibrary::ModuleLibrary(const std::string& pName)
     : fName(pName), fHandle(::dlopen(findLibrary(pName).c_str(), RTLD_NOW | RTLD_LOCAL)) {
-  if (!fHandle) raiseError(kProgram, kFunction, "Can't load " + fName + ": " + ::dlerror());
+  if (!fHandle) raiseError(kProgram, kFunction, "Cannot load " + fName + ": " + ::dlerror());
 }
 
 void ModuleLibrary::createModule(const boost::shared_ptr<OXBroker>& pBroker) const {
   const auto create = reinterpret_cast<CreateModule>(::dlsym(fHandle, "_createModule"));
   if (!create)
-    raiseError(kProgram, kFunction, "Can't load " + fName + ": it has no function _createModule");
+    raiseError(kProgram, kFunction, "Cannot load " + fName + ": it has no function _createModule");
   try {
     const int result = create(pBroker);
     if (result != 0)
       raiseError(kProgram, kFunction,
-                 fName + " made no module: its _createModule gave " + std::to_string(result));
+                 fName + " made no module: its _createModule returned " + std::to_string(result));
   } catch (const OXError&) {
     throw;
   } catch (const std::exception& error) {

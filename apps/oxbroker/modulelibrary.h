@@ -1,8 +1,8 @@
-/// A library with modules, as a broker loads it. It exports
+/// A library with modules that a broker loads. It exports
 ///
 ///   extern "C" OX_API int _createModule(boost::shared_ptr<OX::OXBroker> pBroker);
 ///
-/// which makes and registers its modules and gives 0 when it has, and may export
+/// which creates and registers its modules and returns 0 on success, and may export
 ///
 ///   extern "C" OX_API int _closeModule();
 #pragma once
@@ -16,15 +16,17 @@ class OXBroker;
 
 namespace OX::daemon {
 
-/// Never unloads: threads of the library, and objects of its types, may live to the process's end.
+/// Never unloaded: threads of the library and objects of its types may exist until the process
+/// ends. Thread-safe, as far as the library is.
 class ModuleLibrary {
  public:
-  /// Throws OXError that says why the library can't be loaded.
+  /// Throws OXError that says why the library cannot be loaded.
   explicit ModuleLibrary(const std::string& pName);
 
-  /// Throws OXError when no module was made.
+  /// Throws OXError when the library created no module.
   void createModule(const boost::shared_ptr<OXBroker>& pBroker) const;
-  /// Called after the broker has let the modules go.
+  /// Call it after the broker has released the modules. Does nothing when the library exports no
+  /// such function.
   void closeModule() const;
 
  private:

@@ -1,3 +1,4 @@
+// The system's clock, and the one pointer through which tests replace it.
 #include <oxframework/oxclock.h>
 
 #include <unistd.h>
@@ -20,7 +21,7 @@ class SystemClock : public OXClock {
     static const boost::posix_time::ptime kEpoch(boost::gregorian::date(1970, 1, 1));
     return (boost::posix_time::microsec_clock::local_time() - kEpoch).total_microseconds();
   }
-  // One usleep may be asked for less than a second only; longer sleeps are cut into pieces.
+  // POSIX allows usleep() to refuse a second and more, so long sleeps are cut into pieces.
   void sleepUs(unsigned int pDurationUs) override {
     constexpr unsigned int kPieceUs = 500000;
     for (; pDurationUs > kPieceUs; pDurationUs -= kPieceUs) ::usleep(kPieceUs);

@@ -1,3 +1,5 @@
+// The tables of sizes and names. Every look-up walks a table of at most ten rows, so that an
+// identifier out of range needs no case of its own.
 #include <oxframework/oxdefinitions.h>
 
 #include <strings.h>
@@ -38,7 +40,7 @@ const char* nameOf(const Names& pNames, int pNumber) {
   return nullptr;
 }
 
-// The exact spelling wins, since two pairs of names differ in case only.
+// The exact spelling first, since two pairs of names differ only in case.
 template <typename Names>
 int numberOf(const Names& pNames, const char* pText) {
   if (!pText) return -1;

@@ -1,9 +1,11 @@
+// Hands each record to all sinks under one lock, so that sinks see records in one order and need no
+// lock of their own. The default sink filters by level, not this: a sink that counts or forwards
+// records must see all of them.
 #include <oxframework/oxlog.h>
 
 #include <spdlog/sinks/stdout_color_sinks.h>
 #include <spdlog/spdlog.h>
 
-#include <algorithm>
 #include <atomic>
 #include <vector>
 
@@ -41,15 +43,15 @@ class DefaultSink : public Sink {
   std::atomic<int> fLevel{kInfo};
 };
 
-struct Sinks {
+struct SinkRegistry {
   OX::detail::Mutex guard;
   const boost::shared_ptr<DefaultSink> defaultSink{new DefaultSink};
-  std::vector<boost::shared_ptr<Sink>> all OX_GUARDED_BY(guard){defaultSink};
+  std::vector<boost::shared_ptr<Sink>> sinks OX_GUARDED_BY(guard){defaultSink};
 };
 
 // Never destroyed: modules may log until the very end of the process.
-Sinks& sinks() {
-  static auto* const instance = new Sinks;
+SinkRegistry& registry() {
+  static auto* const instance = new SinkRegistry;
   return *instance;
 }
 
@@ -58,23 +60,22 @@ Sinks& sinks() {
 Sink::~Sink() = default;
 
 void addSink(const boost::shared_ptr<Sink>& pSink) {
-  const OX::detail::MutexLock guard(sinks().guard);
-  sinks().all.push_back(pSink);
+  const OX::detail::MutexLock guard(registry().guard);
+  registry().sinks.push_back(pSink);
 }
 
 void removeSink(const boost::shared_ptr<Sink>& pSink) {
-  const OX::detail::MutexLock guard(sinks().guard);
-  auto& all = sinks().all;
-  all.erase(std::remove(all.begin(), all.end(), pSink), all.end());
+  const OX::detail::MutexLock guard(registry().guard);
+  std::erase(registry().sinks, pSink);
 }
 
-void setLevel(int pLevel) { sinks().defaultSink->setLevel(pLevel); }
+void setLevel(int pLevel) { registry().defaultSink->setLevel(pLevel); }
 
 void log(int pLevel, const std::string& pCategory, const std::string& pMessage,
          const std::string& pFile, const std::string& pFunction, int pLine) {
   const Record record{pLevel, pCategory, pMessage, pFile, pFunction, pLine};
-  const OX::detail::MutexLock guard(sinks().guard);
-  for (const auto& sink : sinks().all) sink->write(record);
+  const OX::detail::MutexLock guard(registry().guard);
+  for (const auto& sink : registry().sinks) sink->write(record);
 }
 
 LogStream::LogStream(int pLevel, const std::string& pCategory, const std::string& pFile,

@@ -1,3 +1,4 @@
+// Texts of numbers and type codes. Introspection shows the names of types: they never change.
 #include <oxframework/oxtools.h>
 
 namespace OX {

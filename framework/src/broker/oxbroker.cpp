@@ -1,3 +1,8 @@
+// The registry of modules and of remote endpoints, and the dispatch of calls.
+//
+// No lock is held while a module runs, and none while a module or an endpoint is destroyed: both
+// may call the broker. Functions therefore move what leaves the registry into a local that is
+// declared before the lock, and so is destroyed after it.
 #include <oxframework/oxbroker.h>
 
 #include <algorithm>
@@ -33,8 +38,8 @@ ProcessManager& processManager() {
 
 thread_local OXCallerContext* tCaller = nullptr;
 
-/// Looks the module up for each call. It keeps neither broker nor module alive, so modules may hold
-/// proxies to each other.
+/// Looks the module up for each call. Keeps neither broker nor module alive, so that modules may
+/// hold proxies to each other.
 class LocalProxy : public OXProxy {
  public:
   LocalProxy(boost::weak_ptr<OXBroker> pBroker, const std::string& pName)
@@ -90,8 +95,9 @@ void OXBroker::registerModule(const boost::shared_ptr<OXModuleCore>& pModule) {
     raiseError("OXBroker", "registerModule", "A module needs a name");
   const detail::MutexLock hold(fGuard);
   if (fEnded)
-    raiseError("OXBroker", "registerModule",
-               "Module \"" + pModule->getName() + "\" comes too late: the broker is shutting down");
+    raiseError(
+        "OXBroker", "registerModule",
+        "Module \"" + pModule->getName() + "\" was not registered: the broker is shutting down");
   for (const auto& module : fModules)
     if (module->getName() == pModule->getName())
       raiseError("OXBroker", "registerModule",
@@ -100,7 +106,7 @@ void OXBroker::registerModule(const boost::shared_ptr<OXModuleCore>& pModule) {
 }
 
 void OXBroker::unregisterModule(const std::string& pName) {
-  boost::shared_ptr<OXModuleCore> leaving;  // may end here, when the lock is given up
+  boost::shared_ptr<OXModuleCore> leaving;  // may be destroyed here, after the lock
   const detail::MutexLock hold(fGuard);
   const auto found = std::find_if(fModules.begin(), fModules.end(),
                                   [&](const auto& pModule) { return pModule->getName() == pName; });
@@ -125,7 +131,7 @@ std::vector<std::string> OXBroker::getModuleList() const {
 
 OXValue OXBroker::call(const std::string& pModule, const std::string& pMethod,
                        const OXValue& pArguments) {
-  // Nothing of this broker is touched from here on: the call may outlast it.
+  // The call may outlive this broker, so only the module is used from here on.
   const boost::shared_ptr<OXModuleCore> module = getModule(pModule);
   if (!module) raiseError("OXBroker", "call", "There is no module \"" + pModule + "\"");
   OXValue result;
@@ -178,7 +184,7 @@ void OXBroker::addEndpoint(const void* pOwner, const std::string& pName, Endpoin
 }
 
 void OXBroker::removeEndpoint(const void* pOwner) {
-  std::vector<NamedEndpoint> leaving;  // what they hold ends when the lock is given up
+  std::vector<NamedEndpoint> leaving;  // what they hold is destroyed here, after the lock
   const detail::MutexLock hold(fGuard);
   const auto first = std::stable_partition(
       fEndpoints.begin(), fEndpoints.end(),
@@ -190,10 +196,10 @@ void OXBroker::removeEndpoint(const void* pOwner) {
 void OXBroker::shutdown() {
   if (!fThreads->stop(kShutdownLimit))
     report(ki::log::kWarning, "shutdown",
-           "Calls still run after " + std::to_string(kShutdownLimit.count()) +
-               " seconds; they go on alone");
+           "Calls are still running after " + std::to_string(kShutdownLimit.count()) +
+               " seconds; they are left to finish on their own");
   for (;;) {
-    // One at a time: a module that ends may still call those that were there before it.
+    // One at a time: a module may, as it ends, still call those registered before it.
     boost::shared_ptr<OXModuleCore> leaving;
     const detail::MutexLock hold(fGuard);
     fEnded = true;

@@ -1,3 +1,4 @@
+// Overload selection by arity and by the kinds of the arguments, and the message when nothing fits.
 #include <oxframework/oxmethod.h>
 
 #include <tuple>
@@ -8,7 +9,7 @@
 namespace OX {
 namespace {
 
-/// How an argument's kind suits a parameter, best first.
+/// How well the kind of an argument fits a parameter, best first.
 enum class Fit { Exact, Conversion, AnyValue, None };
 
 // Must agree with what detail::converter<T> accepts.
@@ -38,7 +39,7 @@ Fit fitOf(int pTypeCode, OXValue::Type pKind) {
   }
 }
 
-/// What stands between a call and a publication; less is better.
+/// How far a call is from a publication; less is better.
 struct Distance {
   bool fits = false;
   int anyValues = 0;

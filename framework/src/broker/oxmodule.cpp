@@ -1,3 +1,4 @@
+// The table of methods that a module publishes, and the hooks that a host may call.
 #include <oxframework/oxmodule.h>
 
 #include <oxframework/oxbroker.h>

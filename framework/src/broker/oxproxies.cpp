@@ -1,3 +1,5 @@
+// The proxies of the two services. A missing service is an error at the first call and not at
+// construction: modules make their proxies before all services are registered.
 #include <oxframework/oxproxies.h>
 
 #include <oxframework/oxerror.h>
@@ -10,12 +12,12 @@ boost::shared_ptr<OXProxy> proxyTo(const boost::shared_ptr<OXBroker>& pBroker,
   return pBroker ? pBroker->getProxy(pService) : boost::shared_ptr<OXProxy>();
 }
 
-OXProxy& present(const boost::shared_ptr<OXProxy>& pProxy, const char* pService,
-                 const char* pFunction,
-                 const OXSourceLocation& pWhere = OXSourceLocation::current()) {
+OXProxy& requireProxy(const boost::shared_ptr<OXProxy>& pProxy, const char* pService,
+                      const char* pFunction,
+                      const OXSourceLocation& pWhere = OXSourceLocation::current()) {
   if (!pProxy)
     raiseError(std::string(pService) + "Proxy", pFunction,
-               std::string("There is no service \"") + pService + "\" behind this proxy", pWhere);
+               std::string("This proxy has no service \"") + pService + "\" to call", pWhere);
   return *pProxy;
 }
 
@@ -33,18 +35,18 @@ OXMemoryProxy::OXMemoryProxy(boost::shared_ptr<OXProxy> pProxy) : fProxy(std::mo
 
 void OXMemoryProxy::subscribeToEvent(const std::string& pEventName, const std::string& pModuleName,
                                      const std::string& pCallbackName) {
-  present(fProxy, kMemory, "subscribeToEvent")
+  requireProxy(fProxy, kMemory, "subscribeToEvent")
       .call("subscribeToEvent", pEventName, pModuleName, pCallbackName);
 }
 
 void OXMemoryProxy::unsubscribeToEvent(const std::string& pEventName,
                                        const std::string& pModuleName) {
-  present(fProxy, kMemory, "unsubscribeToEvent")
+  requireProxy(fProxy, kMemory, "unsubscribeToEvent")
       .call("unsubscribeToEvent", pEventName, pModuleName);
 }
 
 void OXMemoryProxy::raiseEvent(const std::string& pEventName, const OXValue& pValue) {
-  present(fProxy, kMemory, "raiseEvent").call("raiseEvent", pEventName, pValue);
+  requireProxy(fProxy, kMemory, "raiseEvent").call("raiseEvent", pEventName, pValue);
 }
 
 OXPreferencesProxy::OXPreferencesProxy(const boost::shared_ptr<OXBroker>& pBroker)
@@ -54,7 +56,7 @@ OXPreferencesProxy::OXPreferencesProxy(boost::shared_ptr<OXProxy> pProxy)
     : fProxy(std::move(pProxy)) {}
 
 OXValue OXPreferencesProxy::readPrefFile(const std::string& pFileName, bool pFlag) {
-  return present(fProxy, kPreferences, "readPrefFile").call("readPrefFile", pFileName, pFlag);
+  return requireProxy(fProxy, kPreferences, "readPrefFile").call("readPrefFile", pFileName, pFlag);
 }
 
 }  // namespace OX

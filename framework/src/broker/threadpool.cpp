@@ -1,3 +1,6 @@
+// Threads that come with need: a task that finds no idle thread gets one of its own until the
+// limit, so a call that waits never keeps another from starting. The threads are detached and share
+// the state, since one that is stuck in its task may outlive the pool.
 #include "threadpool.h"
 
 #include <condition_variable>
@@ -37,7 +40,7 @@ struct OXThreadPool::State {
   State(int pMaxThreads, std::chrono::milliseconds pIdleTime)
       : maxThreads(pMaxThreads), idleTime(pIdleTime) {}
 
-  /// The state whose thread the calling one is.
+  /// The state of the pool that the calling thread belongs to.
   static thread_local const State* current;
 
   const int maxThreads;
@@ -85,7 +88,7 @@ bool OXThreadPool::post(Task pTask) {
     pTask = std::move(fState->queue.back());
     fState->queue.pop_back();
   }
-  report(ki::log::kError, "A task was dropped, there is no thread for it: " + failure);
+  report(ki::log::kError, "A task was dropped because no thread could be started: " + failure);
   return false;
 }
 
@@ -103,7 +106,7 @@ void OXThreadPool::xRun(const std::shared_ptr<State>& pState) {
     pState->queue.pop_front();
     hold.unlock();
     runTask(task);
-    task = nullptr;  // what it holds may end with it, and that must not happen under the lock
+    task = nullptr;  // destroys what it holds, which must not happen under the lock
     hold.lock();
   }
   --pState->threads;

@@ -7,7 +7,7 @@
 
 namespace OX {
 
-/// Threads that come with need and go when they have been idle for a while. Thread-safe.
+/// Threads are started on demand and end when they have been idle for a while. Thread-safe.
 class OXThreadPool {
  public:
   using Task = std::function<void()>;
@@ -15,21 +15,21 @@ class OXThreadPool {
   /// Throws OXError when pMaxThreads is less than 1.
   explicit OXThreadPool(int pMaxThreads,
                         std::chrono::milliseconds pIdleTime = std::chrono::seconds(10));
-  /// Stops without waiting: a task that still runs goes on and its thread ends with it.
+  /// Stops without waiting: a task that is running finishes, and its thread ends after it.
   ~OXThreadPool();
   OXThreadPool(const OXThreadPool&) = delete;
   OXThreadPool& operator=(const OXThreadPool&) = delete;
 
-  /// Tasks start in their order, each at once unless pMaxThreads of them run. What a task throws
-  /// is logged. False when it was dropped: after stop(), or when no thread could be had at all.
+  /// Tasks start in order, each at once unless pMaxThreads are running. What a task throws is
+  /// logged. False when the task was dropped: after stop(), or when no thread could be started.
   bool post(Task pTask);
 
-  /// Refuses further tasks and waits until those that it has are done and the threads have ended,
-  /// but no longer than pLimit; then drops the tasks that have not started and gives false.
-  /// A thread of the pool may call it: it doesn't wait for itself.
+  /// Refuses further tasks and waits until the queued ones are done and the threads have ended, for
+  /// at most pLimit; then drops the tasks that have not started and returns false.
+  /// A thread of the pool may call it and does not wait for itself.
   bool stop(std::chrono::milliseconds pLimit);
 
-  /// Threads there are now, idle ones included.
+  /// The number of threads, idle ones included.
   int getThreadCount() const;
 
  private:

@@ -1,3 +1,6 @@
+// System calls of a recording's file. Reads and writes are complete or failed: short ones are
+// continued, interrupted ones repeated, and a torn write is cut off again, so that a file always
+// ends after a whole frame.
 #include "file.h"
 
 #include <fcntl.h>
@@ -17,8 +20,8 @@ namespace {
 
 std::string reasonOf(int pError) { return std::generic_category().message(pError); }
 
-/// Writing beyond the limit of a file's size raises a signal whose default ends the process.
-/// It goes to the writing thread, which therefore holds it back and takes it away unseen.
+/// Writing beyond the process's limit on file sizes raises a signal that by default ends the
+/// process. It is sent to the writing thread, which blocks it meanwhile and consumes it.
 class FileSizeSignalGuard {
  public:
   FileSizeSignalGuard() {
@@ -44,24 +47,24 @@ iovec vectorOf(Bytes pBytes) { return {const_cast<unsigned char*>(pBytes.data())
 
 }  // namespace
 
-OXVideoFile::~OXVideoFile() { xClose(); }
+RecordingFile::~RecordingFile() { xClose(); }
 
-void OXVideoFile::xClose() {
+void RecordingFile::xClose() {
   if (fDescriptor >= 0) ::close(fDescriptor);
   fDescriptor = -1;
 }
 
-bool OXVideoFile::xFail(const std::string& pText) {
+bool RecordingFile::xFail(const std::string& pText) {
   fError = describe(pText);
   return false;
 }
 
-bool OXVideoFile::xOpen(const std::string& pPath, int pFlags) {
+bool RecordingFile::xOpen(const std::string& pPath, int pFlags) {
   xClose();
   fPath = pPath;
-  if (pPath.empty()) return xFail("no file is named");
-  if (pPath.find('\0') != std::string::npos) return xFail("the name holds a zero byte");
-  // A FIFO without a partner would wait inside open(), with the caller's locks held.
+  if (pPath.empty()) return xFail("the name is empty");
+  if (pPath.find('\0') != std::string::npos) return xFail("the name contains a zero byte");
+  // Without O_NONBLOCK, opening a FIFO would wait for its other end with the caller's locks held.
   fDescriptor = ::open(pPath.c_str(), pFlags | O_CLOEXEC | O_NONBLOCK, 0644);
   if (fDescriptor < 0) return xFail(reasonOf(errno));
   struct stat status {};
@@ -70,33 +73,33 @@ bool OXVideoFile::xOpen(const std::string& pPath, int pFlags) {
   return xFail("not a regular file");
 }
 
-bool OXVideoFile::openForReading(const std::string& pPath) { return xOpen(pPath, O_RDONLY); }
+bool RecordingFile::openForReading(const std::string& pPath) { return xOpen(pPath, O_RDONLY); }
 
-bool OXVideoFile::openForWriting(const std::string& pPath) {
+bool RecordingFile::openForWriting(const std::string& pPath) {
   if (!xOpen(pPath, O_RDWR | O_CREAT | O_NOFOLLOW)) return false;
   if (xClearForWriting()) return true;
   xClose();
   return false;
 }
 
-bool OXVideoFile::xClearForWriting() {
-  // Where a file system has no locks there is nothing to be asked.
+bool RecordingFile::xClearForWriting() {
+  // A file system without locks gives another error: then there is nothing to check.
   if (::flock(fDescriptor, LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK)
     return xFail("another recorder is writing this file");
-  // A new file is not emptied: file systems write out at once what was emptied and filled again.
+  // A new file is not truncated: file systems flush files that are truncated and refilled at once.
   if (getSize() == 0) return true;
   std::array<unsigned char, kFileMagic.size()> start{};
   if (!readAt(start.data(), start.size(), 0) || start != kFileMagic)
-    return xFail("exists and is not an .oxv file, it stays as it is");
+    return xFail("exists and is not an .oxv file; it was left unchanged");
   return ::ftruncate(fDescriptor, 0) == 0 || xFail(reasonOf(errno));
 }
 
-std::int64_t OXVideoFile::getSize() const {
+std::int64_t RecordingFile::getSize() const {
   struct stat status {};
   return ::fstat(fDescriptor, &status) == 0 ? status.st_size : -1;
 }
 
-bool OXVideoFile::readAt(void* pTo, std::size_t pSize, std::uint64_t pOffset) {
+bool RecordingFile::readAt(void* pTo, std::size_t pSize, std::uint64_t pOffset) {
   auto* to = static_cast<unsigned char*>(pTo);
   while (pSize > 0) {
     const ssize_t got = ::pread(fDescriptor, to, pSize, static_cast<off_t>(pOffset));
@@ -111,15 +114,15 @@ bool OXVideoFile::readAt(void* pTo, std::size_t pSize, std::uint64_t pOffset) {
   return true;
 }
 
-bool OXVideoFile::writeAt(Bytes pFirst, Bytes pSecond, std::uint64_t pOffset) {
+bool RecordingFile::writeAt(Bytes pFirst, Bytes pSecond, std::uint64_t pOffset) {
   const FileSizeSignalGuard guard;
   if (xWriteAll(pFirst, pSecond, pOffset)) return true;
   if (::ftruncate(fDescriptor, static_cast<off_t>(pOffset)) != 0)
-    fError += "; the torn end could not be cut off";
+    fError += "; the partial frame could not be removed";
   return false;
 }
 
-bool OXVideoFile::xWriteAll(Bytes pFirst, Bytes pSecond, std::uint64_t pOffset) {
+bool RecordingFile::xWriteAll(Bytes pFirst, Bytes pSecond, std::uint64_t pOffset) {
   while (!pFirst.empty() || !pSecond.empty()) {
     const std::array<iovec, 2> blocks{vectorOf(pFirst), vectorOf(pSecond)};
     const ssize_t done =
@@ -127,8 +130,8 @@ bool OXVideoFile::xWriteAll(Bytes pFirst, Bytes pSecond, std::uint64_t pOffset) 
     if (done < 0 && errno == EINTR) continue;
     if (done <= 0)
       return xFail("at byte " + std::to_string(pOffset) + ": " +
-                   (done == 0 ? "nothing more is written" : reasonOf(errno)));
-    // A short write is not yet a failure: what stopped it shows at the next one.
+                   (done == 0 ? "the system wrote nothing" : reasonOf(errno)));
+    // A short write is no failure yet: the next write fails with the reason.
     const auto written = static_cast<std::size_t>(done);
     const std::size_t ofFirst = std::min(written, pFirst.size());
     pFirst = pFirst.subspan(ofFirst);
@@ -138,10 +141,10 @@ bool OXVideoFile::xWriteAll(Bytes pFirst, Bytes pSecond, std::uint64_t pOffset) 
   return true;
 }
 
-std::uint64_t OXVideoFile::nextData(std::uint64_t pOffset) const {
+std::uint64_t RecordingFile::nextData(std::uint64_t pOffset) const {
   const off_t at = ::lseek(fDescriptor, static_cast<off_t>(pOffset), SEEK_DATA);
   if (at >= 0) return static_cast<std::uint64_t>(at);
-  // ENXIO: only a hole follows. Anything else: the file system can't tell, all may be data.
+  // ENXIO: only a hole follows. Any other error: the file system cannot tell, so all may be data.
   return errno == ENXIO ? static_cast<std::uint64_t>(std::max<std::int64_t>(getSize(), 0))
                         : pOffset;
 }

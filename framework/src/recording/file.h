@@ -1,4 +1,4 @@
-/// A descriptor of a regular file with reads and writes at a place, complete or failed.
+/// A regular file, read and written at given offsets; every operation is complete or fails.
 #pragma once
 
 #include <cstddef>
@@ -12,32 +12,32 @@ namespace OX::detail {
 
 /// Owned by one reader or writer; one thread. Operations that fail set the error text, which
 /// starts with the path; they never throw for what the file system does.
-class OXVideoFile {
+class RecordingFile {
  public:
-  OXVideoFile() = default;
-  ~OXVideoFile();
-  OXVideoFile(const OXVideoFile&) = delete;
-  OXVideoFile& operator=(const OXVideoFile&) = delete;
+  RecordingFile() = default;
+  ~RecordingFile();
+  RecordingFile(const RecordingFile&) = delete;
+  RecordingFile& operator=(const RecordingFile&) = delete;
 
   bool openForReading(const std::string& pPath);
 
-  /// Makes the file or empties the one that stands there. Refuses, with the file as it was: what
-  /// is not a regular file, a symbolic link, a file that another recorder has open, and one whose
-  /// content is not a recording.
+  /// Creates the file, or truncates an existing recording. Refuses anything that is not a regular
+  /// file, a symbolic link, a file that another recorder has open, and a file that is not a
+  /// recording; these stay unchanged.
   bool openForWriting(const std::string& pPath);
 
-  /// Size at this moment, -1 when it can't be had.
+  /// The current size in bytes, -1 when it cannot be determined.
   std::int64_t getSize() const;
 
-  /// False also when the file ends before.
+  /// False also when the file ends too early.
   bool readAt(void* pTo, std::size_t pSize, std::uint64_t pOffset);
 
-  /// Writes two blocks, one behind the other. When not all of it could be written the file is cut
-  /// back to pOffset.
+  /// Writes two blocks, one after the other. When not all could be written, the file is truncated
+  /// to pOffset.
   bool writeAt(Bytes pFirst, Bytes pSecond, std::uint64_t pOffset);
 
-  /// The next byte from pOffset on that is not in a hole of a sparse file; the file's size when
-  /// there is none.
+  /// Offset of the next byte, from pOffset on, that is not in a hole of a sparse file; the file's
+  /// size when there is none.
   std::uint64_t nextData(std::uint64_t pOffset) const;
 
   const std::string& getError() const { return fError; }

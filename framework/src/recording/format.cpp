@@ -1,7 +1,10 @@
+// Encoding and decoding of .oxv structures, byte by byte and independent of the processor. Decoders
+// check magic, sizes and checksums before they return anything, so that callers hold only headers
+// that were written as they are.
 #include "format.h"
 
 #include <xxhash.h>
-// Takes the widest vectors that the processor has, without a build of its own for each.
+// Dispatches at run time to the widest vectors that the processor has.
 #ifdef __x86_64__
 #include <xxh_x86dispatch.h>
 #endif
@@ -22,14 +25,14 @@ constexpr std::size_t kChecksumBytes = 8;
 constexpr std::size_t kAlignment = 64;
 
 template <std::integral T>
-void put(unsigned char* pTo, T pValue) {
+void store(unsigned char* pTo, T pValue) {
   auto bits = static_cast<std::make_unsigned_t<T>>(pValue);
   for (std::size_t i = 0; i < sizeof(T); ++i)
     pTo[i] = static_cast<unsigned char>(static_cast<std::uint64_t>(bits) >> (8 * i));
 }
 
 template <std::integral T>
-T take(const unsigned char* pFrom) {
+T load(const unsigned char* pFrom) {
   std::uint64_t bits = 0;
   for (std::size_t i = 0; i < sizeof(T); ++i) bits |= std::uint64_t{pFrom[i]} << (8 * i);
   return static_cast<T>(bits);
@@ -40,9 +43,9 @@ bool startsWith(Bytes pBytes, const std::array<unsigned char, N>& pMark) {
   return pBytes.size() >= N && std::equal(pMark.begin(), pMark.end(), pBytes.begin());
 }
 
-streamHeader takeStream(const unsigned char* pFrom) {
-  return {take<std::int32_t>(pFrom), take<std::int32_t>(pFrom + 4), take<std::int32_t>(pFrom + 8),
-          take<std::int32_t>(pFrom + 12)};
+streamHeader decodeStream(const unsigned char* pFrom) {
+  return {load<std::int32_t>(pFrom), load<std::int32_t>(pFrom + 4), load<std::int32_t>(pFrom + 8),
+          load<std::int32_t>(pFrom + 12)};
 }
 
 std::optional<FileHeader> decodeOneHeader(Bytes pBytes, std::string& pReason) {
@@ -52,24 +55,24 @@ std::optional<FileHeader> decodeOneHeader(Bytes pBytes, std::string& pReason) {
   };
   if (!startsWith(pBytes, kFileMagic)) return refuse("at byte 0: not an .oxv file");
   if (pBytes.size() < fileHeaderBytes(1)) return refuse("at byte 0: the header is cut short");
-  const auto version = take<std::uint32_t>(&pBytes[8]);
+  const auto version = load<std::uint32_t>(&pBytes[8]);
   if (version != kVersion)
     return refuse("at byte 8: version " + std::to_string(version) + " of the format is unknown");
-  const std::size_t streams = take<std::uint32_t>(&pBytes[24]);
+  const std::size_t streams = load<std::uint32_t>(&pBytes[24]);
   if (streams < 1 || streams > kMaxStreams)
     return refuse("at byte 24: " + std::to_string(streams) + " streams");
   const std::size_t size = fileHeaderBytes(streams);
-  if (take<std::uint32_t>(&pBytes[12]) != size) return refuse("at byte 12: wrong header size");
+  if (load<std::uint32_t>(&pBytes[12]) != size) return refuse("at byte 12: wrong header size");
   if (pBytes.size() < size) return refuse("at byte 32: the header is cut short");
-  if (take<std::uint64_t>(&pBytes[size - kChecksumBytes]) !=
+  if (load<std::uint64_t>(&pBytes[size - kChecksumBytes]) !=
       checksumOf(pBytes.data(), size - kChecksumBytes))
     return refuse("at byte 0: the header's checksum is wrong");
 
   FileHeader header;
-  header.fFileId = take<std::uint64_t>(&pBytes[16]);
-  header.fPeriod = take<std::uint32_t>(&pBytes[28]);
+  header.fFileId = load<std::uint64_t>(&pBytes[16]);
+  header.fPeriod = load<std::uint32_t>(&pBytes[28]);
   for (std::size_t i = 0; i < streams; ++i)
-    header.fStreams.push_back(takeStream(&pBytes[kFixedHeaderBytes + i * kStreamBytes]));
+    header.fStreams.push_back(decodeStream(&pBytes[kFixedHeaderBytes + i * kStreamBytes]));
   return header;
 }
 
@@ -88,18 +91,18 @@ std::vector<unsigned char> encodeFileHeader(const FileHeader& pHeader) {
   const std::size_t size = fileHeaderBytes(pHeader.fStreams.size());
   std::vector<unsigned char> bytes(size);
   std::copy(kFileMagic.begin(), kFileMagic.end(), bytes.begin());
-  put(&bytes[8], kVersion);
-  put(&bytes[12], static_cast<std::uint32_t>(size));
-  put(&bytes[16], pHeader.fFileId);
-  put(&bytes[24], static_cast<std::uint32_t>(pHeader.fStreams.size()));
-  put(&bytes[28], pHeader.fPeriod);
+  store(&bytes[8], kVersion);
+  store(&bytes[12], static_cast<std::uint32_t>(size));
+  store(&bytes[16], pHeader.fFileId);
+  store(&bytes[24], static_cast<std::uint32_t>(pHeader.fStreams.size()));
+  store(&bytes[28], pHeader.fPeriod);
   unsigned char* to = &bytes[kFixedHeaderBytes];
   for (const streamHeader& stream : pHeader.fStreams)
     for (const int field : {stream.width, stream.height, stream.colorSpace, stream.pixelDepth}) {
-      put(to, field);
+      store(to, field);
       to += 4;
     }
-  put(&bytes[size - kChecksumBytes], checksumOf(bytes.data(), size - kChecksumBytes));
+  store(&bytes[size - kChecksumBytes], checksumOf(bytes.data(), size - kChecksumBytes));
   bytes.insert(bytes.end(), bytes.begin(), bytes.begin() + static_cast<std::ptrdiff_t>(size));
   return bytes;
 }
@@ -114,7 +117,7 @@ std::optional<FileHeader> decodeFileHeader(Bytes pStart, bool& pDamaged, std::st
     pDamaged = !copyAt(fileHeaderBytes(header->fStreams.size()));
     return header;
   }
-  // Where the second copy begins depends on the number of streams, which is not known any more.
+  // The second copy's offset depends on the number of streams, which is lost with the first copy.
   pDamaged = true;
   for (std::size_t at = kAlignment; at <= kMaxFileHeaderBytes; at += kAlignment)
     if (auto header = copyAt(at)) return header;
@@ -125,54 +128,54 @@ std::array<unsigned char, kFrameHeaderBytes> encodeFrameHeader(const FrameHeader
                                                                std::uint64_t pFileId) {
   std::array<unsigned char, kFrameHeaderBytes> bytes{};
   std::copy(kFrameMarker.begin(), kFrameMarker.end(), bytes.begin());
-  put(&bytes[4], pHeader.fPayloadBytes);
-  put(&bytes[8], pHeader.fSequence);
-  put(&bytes[12], pHeader.fStream);
-  put(&bytes[14], pHeader.fCameraId);
-  put(&bytes[16], pHeader.fTimeStamp);
+  store(&bytes[4], pHeader.fPayloadBytes);
+  store(&bytes[8], pHeader.fSequence);
+  store(&bytes[12], pHeader.fStream);
+  store(&bytes[14], pHeader.fCameraId);
+  store(&bytes[16], pHeader.fTimeStamp);
   for (std::size_t i = 0; i < 4; ++i)
-    put(&bytes[24 + 4 * i], std::bit_cast<std::uint32_t>(pHeader.fAngles[i]));
-  put(&bytes[48], pHeader.fPayloadChecksum);
-  put(&bytes[56], frameHeaderChecksum(bytes.data(), pFileId));
+    store(&bytes[24 + 4 * i], std::bit_cast<std::uint32_t>(pHeader.fAngles[i]));
+  store(&bytes[48], pHeader.fPayloadChecksum);
+  store(&bytes[56], frameHeaderChecksum(bytes.data(), pFileId));
   return bytes;
 }
 
 std::optional<FrameHeader> decodeFrameHeader(Bytes pBytes, std::uint64_t pFileId) {
   if (pBytes.size() < kFrameHeaderBytes || !startsWith(pBytes, kFrameMarker) ||
-      take<std::uint64_t>(&pBytes[56]) != frameHeaderChecksum(pBytes.data(), pFileId))
+      load<std::uint64_t>(&pBytes[56]) != frameHeaderChecksum(pBytes.data(), pFileId))
     return std::nullopt;
   FrameHeader header;
-  header.fPayloadBytes = take<std::uint32_t>(&pBytes[4]);
-  header.fSequence = take<std::uint32_t>(&pBytes[8]);
-  header.fStream = take<std::uint16_t>(&pBytes[12]);
-  header.fCameraId = take<std::int8_t>(&pBytes[14]);
-  header.fTimeStamp = take<std::int64_t>(&pBytes[16]);
+  header.fPayloadBytes = load<std::uint32_t>(&pBytes[4]);
+  header.fSequence = load<std::uint32_t>(&pBytes[8]);
+  header.fStream = load<std::uint16_t>(&pBytes[12]);
+  header.fCameraId = load<std::int8_t>(&pBytes[14]);
+  header.fTimeStamp = load<std::int64_t>(&pBytes[16]);
   for (std::size_t i = 0; i < 4; ++i)
-    header.fAngles[i] = std::bit_cast<float>(take<std::uint32_t>(&pBytes[24 + 4 * i]));
-  header.fPayloadChecksum = take<std::uint64_t>(&pBytes[48]);
+    header.fAngles[i] = std::bit_cast<float>(load<std::uint32_t>(&pBytes[24 + 4 * i]));
+  header.fPayloadChecksum = load<std::uint64_t>(&pBytes[48]);
   return header;
 }
 
 void encodeIndexEntry(const IndexEntry& pEntry, unsigned char* pBytes) {
-  put(pBytes, pEntry.fOffset);
-  put(pBytes + 8, pEntry.fTimeStamp);
-  put(pBytes + 16, pEntry.fPayloadBytes);
-  put(pBytes + 20, pEntry.fStream);
-  put(pBytes + 22, pEntry.fCameraId);
+  store(pBytes, pEntry.fOffset);
+  store(pBytes + 8, pEntry.fTimeStamp);
+  store(pBytes + 16, pEntry.fPayloadBytes);
+  store(pBytes + 20, pEntry.fStream);
+  store(pBytes + 22, pEntry.fCameraId);
   pBytes[23] = 0;
 }
 
 IndexEntry decodeIndexEntry(const unsigned char* pBytes) {
-  return {take<std::uint64_t>(pBytes), take<std::int64_t>(pBytes + 8),
-          take<std::uint32_t>(pBytes + 16), take<std::uint16_t>(pBytes + 20),
-          take<std::int8_t>(pBytes + 22)};
+  return {load<std::uint64_t>(pBytes), load<std::int64_t>(pBytes + 8),
+          load<std::uint32_t>(pBytes + 16), load<std::uint16_t>(pBytes + 20),
+          load<std::int8_t>(pBytes + 22)};
 }
 
 std::array<unsigned char, kTrailerBytes> encodeTrailer(const Trailer& pTrailer) {
   std::array<unsigned char, kTrailerBytes> bytes{};
-  put(&bytes[0], pTrailer.fIndexOffset);
-  put(&bytes[8], pTrailer.fEntries);
-  put(&bytes[16], pTrailer.fChecksum);
+  store(&bytes[0], pTrailer.fIndexOffset);
+  store(&bytes[8], pTrailer.fEntries);
+  store(&bytes[16], pTrailer.fChecksum);
   std::copy(kTrailerMagic.begin(), kTrailerMagic.end(), &bytes[24]);
   return bytes;
 }
@@ -180,8 +183,8 @@ std::array<unsigned char, kTrailerBytes> encodeTrailer(const Trailer& pTrailer) 
 std::optional<Trailer> decodeTrailer(Bytes pBytes) {
   if (pBytes.size() != kTrailerBytes || !startsWith(pBytes.subspan(24), kTrailerMagic))
     return std::nullopt;
-  return Trailer{take<std::uint64_t>(&pBytes[0]), take<std::uint64_t>(&pBytes[8]),
-                 take<std::uint64_t>(&pBytes[16])};
+  return Trailer{load<std::uint64_t>(&pBytes[0]), load<std::uint64_t>(&pBytes[8]),
+                 load<std::uint64_t>(&pBytes[16])};
 }
 
 Checksum::Checksum(std::uint64_t pSeed) : fState(XXH3_createState()), fSeed(pSeed) {
@@ -204,8 +207,8 @@ std::uint64_t checksumOf(const void* pData, std::size_t pSize) { return XXH3_64b
 
 void addTrailerFields(Checksum& pChecksum, std::uint64_t pIndexOffset, std::uint64_t pEntries) {
   std::array<unsigned char, 16> bytes{};
-  put(&bytes[0], pIndexOffset);
-  put(&bytes[8], pEntries);
+  store(&bytes[0], pIndexOffset);
+  store(&bytes[8], pEntries);
   pChecksum.add(bytes.data(), bytes.size());
 }
 

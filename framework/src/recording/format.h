@@ -1,5 +1,5 @@
-/// The bytes of an .oxv file: header, frame header, index entry, trailer. No input or output here.
-/// Everything is little-endian; docs/oxv-format.md has the tables.
+/// The structures of an .oxv file: header, frame header, index entry, trailer. Does no input or
+/// output. All numbers are little-endian; docs/oxv-format.md has the tables.
 #pragma once
 
 #include <array>
@@ -23,7 +23,7 @@ constexpr std::size_t kFrameHeaderBytes = 64;
 constexpr std::size_t kIndexMarkerBytes = 8;
 constexpr std::size_t kIndexEntryBytes = 24;
 constexpr std::size_t kTrailerBytes = 32;
-/// The header stands twice, so that one flipped bit does not cost the recording.
+/// For both copies of the header: a flipped bit in one must not cost the recording.
 constexpr std::size_t kMaxFileHeaderBytes = 1088;
 
 constexpr std::array<unsigned char, 8> kFileMagic{0x89, 'O', 'X', 'V', '\r', '\n', 0x1a, '\n'};
@@ -43,7 +43,7 @@ std::size_t fileHeaderBytes(std::size_t pStreams);
 std::vector<unsigned char> encodeFileHeader(const FileHeader& pHeader);
 
 /// Reads the header from the start of a file, from its second copy when the first is damaged;
-/// pDamaged says that one of them is. Nothing and a reason when neither stands.
+/// pDamaged tells whether one of them is. Nothing, and pReason, when both are.
 std::optional<FileHeader> decodeFileHeader(Bytes pStart, bool& pDamaged, std::string& pReason);
 
 struct FrameHeader {
@@ -58,7 +58,7 @@ struct FrameHeader {
 
 std::array<unsigned char, kFrameHeaderBytes> encodeFrameHeader(const FrameHeader& pHeader,
                                                                std::uint64_t pFileId);
-/// Nothing unless marker and checksum are right. pBytes are kFrameHeaderBytes.
+/// Nothing unless marker and checksum are correct. pBytes holds kFrameHeaderBytes.
 std::optional<FrameHeader> decodeFrameHeader(Bytes pBytes, std::uint64_t pFileId);
 
 struct IndexEntry {
@@ -79,7 +79,7 @@ struct Trailer {
 };
 
 std::array<unsigned char, kTrailerBytes> encodeTrailer(const Trailer& pTrailer);
-/// Nothing unless the magic is right; the checksum is for the caller to compare.
+/// Nothing unless the magic is correct; the caller compares the checksum.
 std::optional<Trailer> decodeTrailer(Bytes pBytes);
 
 /// A running XXH3 checksum, as fast as the processor allows.
@@ -100,10 +100,10 @@ class Checksum {
   std::uint64_t fSeed;
 };
 
-/// The same over one block, without a seed.
+/// The checksum of one block, without a seed.
 std::uint64_t checksumOf(const void* pData, std::size_t pSize);
 
-/// The checksum of a trailer's two fields is added to that of the entries.
+/// Adds a trailer's two fields to the checksum of the entries.
 void addTrailerFields(Checksum& pChecksum, std::uint64_t pIndexOffset, std::uint64_t pEntries);
 
 }  // namespace OX::detail

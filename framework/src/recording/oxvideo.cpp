@@ -1,3 +1,5 @@
+// The public class over a writer or a reader: keeps the position, the last error and the log.
+// Nothing throws, since a recording is made and replayed from threads that have nobody to catch.
 #include <oxframework/oxvideo.h>
 
 #include <exception>
@@ -28,7 +30,7 @@ bool OXVideo::xFail(const std::string& pText) {
 bool OXVideo::recordVideo(const std::string& pPath, unsigned int pPeriod,
                           const std::vector<streamHeader>& pStreams) {
   closeVideo();
-  auto writer = std::make_unique<detail::OXVideoWriter>();
+  auto writer = std::make_unique<detail::RecordingWriter>();
   if (!writer->open(pPath, pPeriod, pStreams)) {
     report(ki::log::kError, "recordVideo", writer->getError());
     return xFail(writer->getError());
@@ -40,7 +42,7 @@ bool OXVideo::recordVideo(const std::string& pPath, unsigned int pPeriod,
 bool OXVideo::write(const void* pData, int pSize, std::int64_t pTimeStamp, std::int8_t pCameraId,
                     float pLeftAngle, float pTopAngle, float pRightAngle, float pBottomAngle) {
   if (!fWriter) return xFail("no recording is open");
-  if (!pData || pSize <= 0) return xFail("an empty frame can't be recorded");
+  if (!pData || pSize <= 0) return xFail("an empty frame cannot be recorded");
   if (fWriter->hasFailed()) return false;
   detail::FrameHeader header;
   header.fTimeStamp = pTimeStamp;
@@ -57,10 +59,10 @@ bool OXVideo::write(const void* pData, int pSize, std::int64_t pTimeStamp, std::
 
 void OXVideo::closeVideo() {
   if (fWriter) {
-    // After a failure there was its record already, and a missing index costs no frame.
+    // A failed recording was logged when it failed, and a missing index costs no frame.
     const bool failed = fWriter->hasFailed();
     if (!fWriter->finish() && !failed) {
-      xFail(fWriter->getError() + "; the recording stays without index");
+      xFail(fWriter->getError() + "; the recording has no index");
       report(ki::log::kWarning, "closeVideo", fLastError);
     }
   }
@@ -73,7 +75,7 @@ void OXVideo::closeVideo() {
 bool OXVideo::readVideo(const std::string& pPath) {
   closeVideo();
   fUnreadableLogged = false;
-  auto reader = std::make_unique<detail::OXVideoReader>();
+  auto reader = std::make_unique<detail::RecordingReader>();
   try {
     if (!reader->open(pPath))
       xFail(reader->getError());
@@ -102,11 +104,11 @@ bool OXVideo::xRead(OXImage& pImage, std::int64_t pIndex, int pStream) {
   if (!frame)
     return xFail("no image " + std::to_string(pIndex) + " in stream " + std::to_string(pStream));
   const auto result = fReader->read(*frame, pStream, pImage);
-  if (result != detail::OXVideoReader::Result::kNoRoom) {
+  if (result != detail::RecordingReader::Result::kNoRoom) {
     fCurrentImage = static_cast<int>(pIndex);
     fCurrentStream = pStream;
   }
-  if (result == detail::OXVideoReader::Result::kDone) return true;
+  if (result == detail::RecordingReader::Result::kDone) return true;
   xFail(fReader->getError());
   if (!fUnreadableLogged) report(ki::log::kError, "getFrame", fLastError);
   fUnreadableLogged = true;

@@ -1,3 +1,6 @@
+// Reads recordings that may be cut short or damaged anywhere. The index is used only when its
+// checksum and every entry are correct; otherwise a scan finds the frames, skipping what is
+// damaged.
 #include "reader.h"
 
 #include <algorithm>
@@ -12,16 +15,15 @@ namespace {
 constexpr std::size_t kEntriesPerBlock = 4096;
 constexpr std::size_t kMaxFrames = std::numeric_limits<std::int32_t>::max();
 constexpr std::uint32_t kMaxPayloadBytes = std::numeric_limits<std::int32_t>::max();
-// Pixels are checked while they are still in the cache: measured fastest, and the same from
-// 128 KB to 512 KB.
+// Pixels are read and checked in steps that stay in the cache; 128 KB to 512 KB measured the same.
 constexpr std::size_t kReadStepBytes = 256 * 1024;
-// A search begins with small steps: many small damages must not each cost a big read.
+// A search begins with small steps, so that many small damages do not each cost a large read.
 constexpr std::size_t kFirstSearchStepBytes = 4 * 1024;
 constexpr std::size_t kSearchStepBytes = 256 * 1024;
 
-std::string atByte(std::uint64_t pOffset) { return "at byte " + std::to_string(pOffset) + ": "; }
+std::string byteText(std::uint64_t pOffset) { return "at byte " + std::to_string(pOffset) + ": "; }
 
-// 0 for a format of which no frame can be: then none fits.
+// 0 for a format that no frame can have.
 std::int64_t frameBytes(const streamHeader& pStream, int pColorSpace) {
   if (pStream.width <= 0 || pStream.height <= 0 || pStream.pixelDepth != 8) return 0;
   const std::int64_t pixels = std::int64_t{pStream.width} * pStream.height;
@@ -31,27 +33,27 @@ std::int64_t frameBytes(const streamHeader& pStream, int pColorSpace) {
 
 }  // namespace
 
-bool OXVideoReader::xFail(const std::string& pText) {
+bool RecordingReader::xFail(const std::string& pText) {
   fError = fFile.describe(pText);
   return false;
 }
 
-void OXVideoReader::xNoteDamage(std::uint64_t pOffset, std::uint64_t pBytes, const char* pText) {
+void RecordingReader::xNoteDamage(std::uint64_t pOffset, std::uint64_t pBytes, const char* pText) {
   fDamage.push_back({static_cast<std::int64_t>(pOffset), static_cast<std::int64_t>(pBytes), pText});
 }
 
-bool OXVideoReader::open(const std::string& pPath) {
+bool RecordingReader::open(const std::string& pPath) {
   if (!fFile.openForReading(pPath)) {
     fError = fFile.getError();
     return false;
   }
   const std::int64_t size = fFile.getSize();
-  if (size < 0) return xFail("its size can't be had");
+  if (size < 0) return xFail("cannot determine its size");
   if (!xReadHeader(static_cast<std::uint64_t>(size))) return false;
   xDescribeStreams();
   fHasIndex = xReadIndex(static_cast<std::uint64_t>(size));
   if (!fHasIndex) {
-    xForgetFrames();
+    xClearFrames();
     xScan(static_cast<std::uint64_t>(size));
   }
   for (std::size_t i = 0; i < fStreams.size(); ++i)
@@ -59,7 +61,7 @@ bool OXVideoReader::open(const std::string& pPath) {
   return true;
 }
 
-bool OXVideoReader::xReadHeader(std::uint64_t pSize) {
+bool RecordingReader::xReadHeader(std::uint64_t pSize) {
   if (pSize == 0) return xFail("the file is empty");
   std::vector<unsigned char> start(std::min<std::uint64_t>(pSize, 2 * kMaxFileHeaderBytes));
   if (!fFile.readAt(start.data(), start.size(), 0)) {
@@ -79,12 +81,12 @@ bool OXVideoReader::xReadHeader(std::uint64_t pSize) {
   return true;
 }
 
-void OXVideoReader::xDescribeStreams() {
+void RecordingReader::xDescribeStreams() {
   for (const streamHeader& header : fHeader.fStreams) {
     OXVideoStream stream;
     stream.fWidth = header.width;
     stream.fHeight = header.height;
-    // 255 is what callers store in eight bits for a colour space that they can't know.
+    // 255 is how callers store an unknown colour space in eight bits.
     const bool known = header.colorSpace >= 0 && header.colorSpace <= 254;
     stream.fColorSpace = known ? header.colorSpace : 255;
     stream.fResolution = getResolutionFromSize(header.width, header.height);
@@ -94,22 +96,22 @@ void OXVideoReader::xDescribeStreams() {
   fFrames.resize(fStreams.size());
 }
 
-bool OXVideoReader::xAdd(const Frame& pFrame, int pStream) {
+bool RecordingReader::xAddFrame(const Frame& pFrame, int pStream) {
   if (pStream >= getNumberOfStreams() || pFrame.fPayloadBytes == 0 ||
       pFrame.fPayloadBytes > kMaxPayloadBytes || fTotal >= kMaxFrames)
     return false;
-  fFrames[xAt(pStream)].push_back(pFrame);
+  fFrames[xIndex(pStream)].push_back(pFrame);
   ++fTotal;
   return true;
 }
 
-void OXVideoReader::xForgetFrames() {
+void RecordingReader::xClearFrames() {
   for (auto& frames : fFrames) frames.clear();
   fTotal = 0;
 }
 
-// False when there is no index or it is not to be trusted: then a scan finds the frames.
-bool OXVideoReader::xReadIndex(std::uint64_t pSize) {
+// False when there is no index or it is damaged: then a scan finds the frames.
+bool RecordingReader::xReadIndex(std::uint64_t pSize) {
   std::array<unsigned char, kTrailerBytes> bytes{};
   if (pSize < fFirstFrame + kIndexMarkerBytes + kTrailerBytes ||
       !fFile.readAt(bytes.data(), bytes.size(), pSize - kTrailerBytes))
@@ -124,7 +126,7 @@ bool OXVideoReader::xReadIndex(std::uint64_t pSize) {
   return xReadEntries(*trailer);
 }
 
-bool OXVideoReader::xReadEntries(const Trailer& pTrailer) {
+bool RecordingReader::xReadEntries(const Trailer& pTrailer) {
   Checksum checksum(fHeader.fFileId);
   std::vector<unsigned char> block(kEntriesPerBlock * kIndexEntryBytes);
   std::uint64_t at = pTrailer.fIndexOffset + kIndexMarkerBytes;
@@ -140,9 +142,9 @@ bool OXVideoReader::xReadEntries(const Trailer& pTrailer) {
       if (entry.fOffset < end || entry.fOffset > pTrailer.fIndexOffset ||
           pTrailer.fIndexOffset - entry.fOffset < kFrameHeaderBytes + entry.fPayloadBytes)
         return false;
-      if (!xAdd({entry.fOffset, entry.fTimeStamp, entry.fPayloadBytes,
-                 static_cast<std::uint32_t>(done), entry.fCameraId},
-                entry.fStream))
+      if (!xAddFrame({entry.fOffset, entry.fTimeStamp, entry.fPayloadBytes,
+                      static_cast<std::uint32_t>(done), entry.fCameraId},
+                     entry.fStream))
         return false;
       end = entry.fOffset + kFrameHeaderBytes + entry.fPayloadBytes;
     }
@@ -151,8 +153,8 @@ bool OXVideoReader::xReadEntries(const Trailer& pTrailer) {
   return checksum.get() == pTrailer.fChecksum;
 }
 
-// Goes from frame to frame; behind damage it takes up again at the next frame that stands.
-void OXVideoReader::xScan(std::uint64_t pSize) {
+// Goes from frame to frame; after damage it continues with the next undamaged frame.
+void RecordingReader::xScan(std::uint64_t pSize) {
   std::array<unsigned char, kFrameHeaderBytes> bytes{};
   std::uint64_t at = fFirstFrame;
   while (at < pSize) {
@@ -160,7 +162,7 @@ void OXVideoReader::xScan(std::uint64_t pSize) {
     const bool readable = fFile.readAt(bytes.data(), got, at);
     if (readable && got >= kIndexMarkerBytes &&
         std::equal(kIndexMarker.begin(), kIndexMarker.end(), bytes.begin())) {
-      xNoteDamage(at, pSize - at, "the index is damaged or cut short, the frames are not");
+      xNoteDamage(at, pSize - at, "the index is damaged or cut short; the frames are not");
       return;
     }
     const auto header = readable ? decodeFrameHeader({bytes.data(), got}, fHeader.fFileId)
@@ -171,14 +173,14 @@ void OXVideoReader::xScan(std::uint64_t pSize) {
     }
     if (header) {
       const std::uint64_t size = kFrameHeaderBytes + header->fPayloadBytes;
-      if (!xAdd(
+      if (!xAddFrame(
               {at, header->fTimeStamp, header->fPayloadBytes, header->fSequence, header->fCameraId},
               header->fStream))
         xNoteDamage(at, size, "a frame that no stream of the file can have");
       at += size;
       continue;
     }
-    const std::uint64_t next = xFindFrame(at + 1, pSize);
+    const std::uint64_t next = xFindNextFrame(at + 1, pSize);
     xNoteDamage(at, next - at,
                 next < pSize ? "no whole frame up to the next one" : "no whole frame to the end");
     at = next;
@@ -186,7 +188,7 @@ void OXVideoReader::xScan(std::uint64_t pSize) {
 }
 
 // The first byte from pFrom on at which a frame or the index begins; pSize when there is none.
-std::uint64_t OXVideoReader::xFindFrame(std::uint64_t pFrom, std::uint64_t pSize) {
+std::uint64_t RecordingReader::xFindNextFrame(std::uint64_t pFrom, std::uint64_t pSize) {
   std::vector<unsigned char> window(kFirstSearchStepBytes);
   std::uint64_t at = pFrom;
   while (at < pSize && pSize - at >= kIndexMarkerBytes) {
@@ -201,36 +203,36 @@ std::uint64_t OXVideoReader::xFindFrame(std::uint64_t pFrom, std::uint64_t pSize
         return at + i;
     }
     if (at + got == pSize) break;
-    // What could begin at the window's end is looked at again as a whole.
+    // A frame that begins near the window's end is searched for again in the next window.
     at = std::max(at + got - kFrameHeaderBytes, fFile.nextData(at + got - kFrameHeaderBytes));
     window.resize(std::min(2 * window.size(), kSearchStepBytes));
   }
   return pSize;
 }
 
-const OXVideoReader::Frame* OXVideoReader::find(std::int64_t pIndex, int pStream) const {
+const RecordingReader::Frame* RecordingReader::find(std::int64_t pIndex, int pStream) const {
   if (pStream < 0 || pStream >= getNumberOfStreams()) return nullptr;
-  const auto& frames = fFrames[xAt(pStream)];
+  const auto& frames = fFrames[xIndex(pStream)];
   if (pIndex < 0 || pIndex >= static_cast<std::int64_t>(frames.size())) return nullptr;
   return &frames[static_cast<std::size_t>(pIndex)];
 }
 
-bool OXVideoReader::xReadFrameHeader(const Frame& pFrame, int pStream, FrameHeader& pHeader) {
+bool RecordingReader::xReadFrameHeader(const Frame& pFrame, int pStream, FrameHeader& pHeader) {
   std::array<unsigned char, kFrameHeaderBytes> bytes{};
   if (!fFile.readAt(bytes.data(), bytes.size(), pFrame.fOffset)) {
     fError = fFile.getError();
     return false;
   }
   const auto header = decodeFrameHeader(bytes, fHeader.fFileId);
-  if (!header) return xFail(atByte(pFrame.fOffset) + "the frame's header is damaged");
+  if (!header) return xFail(byteText(pFrame.fOffset) + "the frame's header is damaged");
   if (header->fPayloadBytes != pFrame.fPayloadBytes || header->fStream != pStream)
-    return xFail(atByte(pFrame.fOffset) + "the frame is not the one that the index names");
+    return xFail(byteText(pFrame.fOffset) + "the frame is not the one that the index names");
   pHeader = *header;
   return true;
 }
 
-bool OXVideoReader::xReadPixels(const Frame& pFrame, const FrameHeader& pHeader,
-                                unsigned char* pTo) {
+bool RecordingReader::xReadPixels(const Frame& pFrame, const FrameHeader& pHeader,
+                                  unsigned char* pTo) {
   fChecksum.reset();
   std::uint64_t at = pFrame.fOffset + kFrameHeaderBytes;
   for (std::size_t left = pFrame.fPayloadBytes; left > 0;) {
@@ -245,19 +247,19 @@ bool OXVideoReader::xReadPixels(const Frame& pFrame, const FrameHeader& pHeader,
     left -= step;
   }
   return fChecksum.get() == pHeader.fPayloadChecksum ||
-         xFail(atByte(pFrame.fOffset + kFrameHeaderBytes) + "the frame's pixels are damaged");
+         xFail(byteText(pFrame.fOffset + kFrameHeaderBytes) + "the frame's pixels are damaged");
 }
 
-OXVideoReader::Result OXVideoReader::read(const Frame& pFrame, int pStream, OXImage& pImage) {
+RecordingReader::Result RecordingReader::read(const Frame& pFrame, int pStream, OXImage& pImage) {
   const OXVideoStream& stream = getStream(pStream);
   if (pFrame.fPayloadBytes != stream.fFrameBytes) {
-    xFail(atByte(pFrame.fOffset) + "a frame of " + std::to_string(pFrame.fPayloadBytes) +
-          " bytes, its stream's have " + std::to_string(stream.fFrameBytes));
+    xFail(byteText(pFrame.fOffset) + "a frame of " + std::to_string(pFrame.fPayloadBytes) +
+          " bytes; its stream has frames of " + std::to_string(stream.fFrameBytes));
     return Result::kUnreadable;
   }
   if (!pImage.fData || pImage.fCapacityBytes < pFrame.fPayloadBytes) {
-    xFail(atByte(pFrame.fOffset) + "a frame of " + std::to_string(pFrame.fPayloadBytes) +
-          " bytes, the image has room for " +
+    xFail(byteText(pFrame.fOffset) + "a frame of " + std::to_string(pFrame.fPayloadBytes) +
+          " bytes; the image has room for " +
           std::to_string(pImage.fData ? pImage.fCapacityBytes : 0));
     return Result::kNoRoom;
   }
@@ -276,8 +278,8 @@ OXVideoReader::Result OXVideoReader::read(const Frame& pFrame, int pStream, OXIm
   return Result::kDone;
 }
 
-bool OXVideoReader::readBytes(const Frame& pFrame, int pStream,
-                              std::vector<unsigned char>& pBytes) {
+bool RecordingReader::readBytes(const Frame& pFrame, int pStream,
+                                std::vector<unsigned char>& pBytes) {
   FrameHeader header;
   if (!xReadFrameHeader(pFrame, pStream, header)) return false;
   pBytes.resize(pFrame.fPayloadBytes);

@@ -1,3 +1,5 @@
+// Appends to a recording. Each frame is one write, checked and counted only once it is in the file;
+// the index exists in memory until the end, and can be rebuilt by a scan when that end never comes.
 #include "writer.h"
 
 #include <limits>
@@ -7,7 +9,7 @@ namespace OX::detail {
 namespace {
 
 constexpr std::size_t kEntriesPerBlock = 4096;
-// Indexes of images are ints.
+// Callers index images by int.
 constexpr std::size_t kMaxFrames = std::numeric_limits<std::int32_t>::max();
 
 std::uint64_t newFileId() {
@@ -17,17 +19,17 @@ std::uint64_t newFileId() {
 
 }  // namespace
 
-bool OXVideoWriter::xFail(const std::string& pText) {
+bool RecordingWriter::xFail(const std::string& pText) {
   fHasFailed = true;
   fError = pText;
   return false;
 }
 
-bool OXVideoWriter::open(const std::string& pPath, unsigned int pPeriod,
-                         const std::vector<streamHeader>& pStreams) {
+bool RecordingWriter::open(const std::string& pPath, unsigned int pPeriod,
+                           const std::vector<streamHeader>& pStreams) {
   if (pStreams.empty() || pStreams.size() > kMaxStreams)
-    return xFail(pPath + ": " + std::to_string(pStreams.size()) + " streams, 1 to " +
-                 std::to_string(kMaxStreams) + " are possible");
+    return xFail(pPath + ": " + std::to_string(pStreams.size()) + " streams; expected 1 to " +
+                 std::to_string(kMaxStreams));
   if (!fFile.openForWriting(pPath)) return xFail(fFile.getError());
   fHeader = {newFileId(), pPeriod, pStreams};
   const auto bytes = encodeFileHeader(fHeader);
@@ -36,15 +38,16 @@ bool OXVideoWriter::open(const std::string& pPath, unsigned int pPeriod,
   return true;
 }
 
-bool OXVideoWriter::append(FrameHeader pHeader, Bytes pPixels) {
+bool RecordingWriter::append(FrameHeader pHeader, Bytes pPixels) {
   if (fHasFailed || pPixels.empty()) return false;
-  if (fIndex.size() >= kMaxFrames) return xFail(fFile.describe("no room for further frames"));
+  if (fIndex.size() >= kMaxFrames)
+    return xFail(fFile.describe("the maximum number of frames is reached"));
   pHeader.fStream = static_cast<std::uint16_t>(fIndex.size() % fHeader.fStreams.size());
   pHeader.fSequence = static_cast<std::uint32_t>(fIndex.size());
   pHeader.fPayloadBytes = static_cast<std::uint32_t>(pPixels.size());
   pHeader.fPayloadChecksum = checksumOf(pPixels.data(), pPixels.size());
   const auto bytes = encodeFrameHeader(pHeader, fHeader.fFileId);
-  // The entry comes first: memory that runs out here leaves the file as it is.
+  // The entry first: if memory runs out here, the file is unchanged.
   fIndex.push_back(
       {fEnd, pHeader.fTimeStamp, pHeader.fPayloadBytes, pHeader.fStream, pHeader.fCameraId});
   if (!fFile.writeAt(bytes, pPixels, fEnd)) {
@@ -55,7 +58,7 @@ bool OXVideoWriter::append(FrameHeader pHeader, Bytes pPixels) {
   return true;
 }
 
-bool OXVideoWriter::finish() {
+bool RecordingWriter::finish() {
   Checksum checksum(fHeader.fFileId);
   std::vector<unsigned char> block(kIndexMarker.begin(), kIndexMarker.end());
   std::uint64_t at = fEnd;

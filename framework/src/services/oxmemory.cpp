@@ -1,3 +1,5 @@
+// Events. Subscriptions are copied out of the lock before callbacks run, so that a callback may
+// subscribe, unsubscribe or raise; one that subscribes during an event is called from the next one.
 #include <algorithm>
 
 #include <oxframework/oxbroker.h>
@@ -9,9 +11,10 @@
 namespace OX {
 namespace {
 
-// Callers from outside may subscribe anything: what they leave behind has a limit.
+// Remote callers may subscribe whatever they like, so the number of subscriptions is limited.
 constexpr std::size_t kMaxSubscriptions = 4096;
-// A callback may raise events itself; one that answers an event with the same event never ends.
+// A callback may raise events itself; one that answers an event with the same event would never
+// end.
 constexpr int kMaxDepth = 16;
 
 thread_local int tDepth = 0;
@@ -91,7 +94,7 @@ void OXMemory::subscribeToEvent(const std::string& pEventName, const std::string
                                 const std::string& pCallbackName) {
   if (pEventName.empty() || pModuleName.empty() || pCallbackName.empty())
     raiseError("OXMemory", "subscribeToEvent",
-               "Event, module and callback need names that are not empty");
+               "The names of event, module and callback must not be empty");
   const detail::MutexLock hold(fGuard);
   std::size_t total = 0;
   for (auto& [event, subscriptions] : fSubscriptions)
@@ -102,18 +105,17 @@ void OXMemory::subscribeToEvent(const std::string& pEventName, const std::string
       return;
     }
   if (total >= kMaxSubscriptions)
-    raiseError(
-        "OXMemory", "subscribeToEvent",
-        "There are " + std::to_string(total) + " subscriptions already, as many as there may be");
+    raiseError("OXMemory", "subscribeToEvent",
+               "There are " + std::to_string(total) + " subscriptions already, which is the limit");
   fSubscriptions[pEventName].push_back({pModuleName, pCallbackName});
 }
 
 void OXMemory::unsubscribeToEvent(const std::string& pEventName, const std::string& pModuleName) {
   const detail::MutexLock hold(fGuard);
-  xForget(pEventName, pModuleName);
+  xRemoveSubscription(pEventName, pModuleName);
 }
 
-void OXMemory::xForget(const std::string& pEventName, const std::string& pModuleName) {
+void OXMemory::xRemoveSubscription(const std::string& pEventName, const std::string& pModuleName) {
   const auto found = fSubscriptions.find(pEventName);
   if (found == fSubscriptions.end()) return;
   std::erase_if(found->second,
@@ -127,7 +129,7 @@ void OXMemory::raiseEvent(const std::string& pEventName, const OXValue& pValue) 
   if (tDepth >= kMaxDepth)
     raiseError("OXMemory", "raiseEvent",
                "Event \"" + pEventName + "\" was raised by a callback of a callback, " +
-                   std::to_string(kMaxDepth) + " deep; it is not raised any further");
+                   std::to_string(kMaxDepth) + " deep; it is not raised again");
   const DepthCount depth;
   std::vector<Subscription> subscriptions;
   {
@@ -135,7 +137,7 @@ void OXMemory::raiseEvent(const std::string& pEventName, const OXValue& pValue) 
     if (const auto found = fSubscriptions.find(pEventName); found != fSubscriptions.end())
       subscriptions = found->second;
   }
-  // No lock is held from here: a callback may subscribe, unsubscribe or raise.
+  // No lock is held from here on: a callback may subscribe, unsubscribe or raise.
   for (const Subscription& subscription : subscriptions)
     xNotify(*broker, pEventName, pValue, subscription);
 }
@@ -146,17 +148,18 @@ void OXMemory::xNotify(OXBroker& pBroker, const std::string& pEventName, const O
     pBroker.notify(pSubscription.module, pSubscription.callback,
                    OXValue::array(pEventName, pValue, pSubscription.module));
   } catch (const OXError& error) {
-    // Asked under the lock, so that one who comes back and subscribes anew is not forgotten.
+    // Asked under the lock, so that a client that has come back and subscribed is kept.
     detail::MutexLock hold(fGuard);
     const bool gone = !pBroker.canNotify(pSubscription.module);
-    if (gone) xForget(pEventName, pSubscription.module);
+    if (gone) xRemoveSubscription(pEventName, pSubscription.module);
     hold.unlock();
     if (gone)
       report(ki::log::kInfo, "\"" + pSubscription.module +
-                                 "\" is gone and no longer gets event \"" + pEventName + "\"");
+                                 "\" no longer exists; its subscription to event \"" + pEventName +
+                                 "\" was removed");
     else
-      report(ki::log::kError, "\"" + pSubscription.module + "\" failed at event \"" + pEventName +
-                                  "\": " + error.toString());
+      report(ki::log::kError, "\"" + pSubscription.module + "\" failed to handle event \"" +
+                                  pEventName + "\": " + error.toString());
   }
 }
 

@@ -1,3 +1,5 @@
+// Reads preference files. A user edits them by hand, so every message names file, line and column,
+// and says what was expected.
 #include <algorithm>
 #include <boost/make_shared.hpp>
 #include <cerrno>
@@ -20,7 +22,7 @@ constexpr std::uintmax_t kMaxFileBytes = std::uintmax_t{1024} * 1024;
 constexpr char kModule[] = "OXPreferences";
 constexpr char kFunction[] = "readPrefFile";
 
-/// A file's text with the places in it that messages name.
+/// The text of a file, kept so that messages can name line and column.
 class PreferenceFile {
  public:
   explicit PreferenceFile(const std::string& pPath) : fPath(pPath), fText(xRead(pPath)) {}
@@ -29,12 +31,12 @@ class PreferenceFile {
     pugi::xml_document document;
     const pugi::xml_parse_result parsed = document.load_buffer(fText.data(), fText.size());
     if (!parsed)
-      xFail(parsed.offset, std::string("this is no XML: ") + parsed.description() +
-                               "; it should be <preferences> with <entry> elements in it");
+      xFail(parsed.offset, std::string("not valid XML: ") + parsed.description() +
+                               "; expected <preferences> with <entry> elements");
     const pugi::xml_node root = document.document_element();
     if (std::string_view(root.name()) != "preferences")
       xFail(root.offset_debug(),
-            std::string("the root element is <") + root.name() + ">; it should be <preferences>");
+            std::string("the root element is <") + root.name() + ">; expected <preferences>");
     OXValue::Array entries;
     for (const pugi::xml_node& node : root.children())
       if (node.type() == pugi::node_element) entries.push_back(xEntry(node));
@@ -46,41 +48,40 @@ class PreferenceFile {
     std::error_code error;
     const auto status = std::filesystem::status(pPath, error);
     if (status.type() == std::filesystem::file_type::not_found)
-      raiseError(kModule, kFunction, pPath + ": there is no such file");
+      raiseError(kModule, kFunction, pPath + ": no such file");
     if (status.type() == std::filesystem::file_type::directory)
-      raiseError(kModule, kFunction, pPath + ": this is a directory; it should be an XML file");
-    // Anything else, a pipe say, might never end.
+      raiseError(kModule, kFunction, pPath + ": is a directory; expected an XML file");
+    // Reading anything else, a pipe say, might never end.
     if (!std::filesystem::is_regular_file(status))
       raiseError(kModule, kFunction,
-                 pPath + ": this can't be read as a file" + (error ? ": " + error.message() : ""));
+                 pPath + ": cannot be read as a file" + (error ? ": " + error.message() : ""));
     const std::uintmax_t size = std::filesystem::file_size(pPath, error);
     if (error)
       raiseError(kModule, kFunction,
-                 pPath + ": the size of the file can't be had: " + error.message());
+                 pPath + ": cannot determine the size of the file: " + error.message());
     if (size > kMaxFileBytes)
       raiseError(kModule, kFunction,
-                 pPath + ": the file has " + std::to_string(size) + " bytes; " +
-                     std::to_string(kMaxFileBytes) + " are the most");
+                 pPath + ": the file has " + std::to_string(size) + " bytes; " + "the limit is " +
+                     std::to_string(kMaxFileBytes));
     errno = 0;
     std::ifstream file(pPath, std::ios::binary);
     if (!file)
       raiseError(kModule, kFunction,
-                 pPath + ": the file can't be opened: " + std::generic_category().message(errno) +
-                     "; it should be readable for the user that runs the broker");
+                 pPath + ": cannot open the file: " + std::generic_category().message(errno) +
+                     "; it must be readable by the user that runs the broker");
     std::string text(size, ' ');
     file.read(text.data(), std::ssize(text));
     text.resize(static_cast<std::size_t>(file.gcount()));
     if (text.empty())
-      raiseError(
-          kModule, kFunction,
-          pPath + ": the file is empty; it should be <preferences> with <entry> elements in it");
+      raiseError(kModule, kFunction,
+                 pPath + ": the file is empty; expected <preferences> with <entry> elements");
     return text;
   }
 
   OXValue xEntry(const pugi::xml_node& pNode) const {
     if (std::string_view(pNode.name()) != "entry")
       xFail(pNode.offset_debug(),
-            std::string("<") + pNode.name() + "> is not known here; it should be <entry>");
+            std::string("<") + pNode.name() + "> is not supported here; expected <entry>");
     const std::string name = xAttribute(pNode, "name");
     const std::string value = xAttribute(pNode, "value");
     return OXValue::array(name, pNode.attribute("description").value(), xTyped(pNode, name, value));
@@ -90,7 +91,7 @@ class PreferenceFile {
     const pugi::xml_attribute attribute = pNode.attribute(pAttribute);
     if (!attribute)
       xFail(pNode.offset_debug(), std::string("an <entry> has no ") + pAttribute +
-                                      "; it should be <entry name=\"...\" value=\"...\"/>");
+                                      "; expected <entry name=\"...\" value=\"...\"/>");
     return attribute.value();
   }
 
@@ -106,7 +107,7 @@ class PreferenceFile {
       xWrongValue(pNode, pName, pValue, "a bool: true or false");
     }
     xFail(pNode.offset_debug(), "entry \"" + pName + "\" has the type \"" + type +
-                                    "\"; it should be int, float, bool or string");
+                                    "\"; expected int, float, bool or string");
   }
 
   template <typename Number>
@@ -124,8 +125,7 @@ class PreferenceFile {
       const pugi::xml_node& pNode, const std::string& pName, const std::string& pValue,
       const char* pWanted, const OXSourceLocation& pWhere = OXSourceLocation::current()) const {
     xFail(pNode.offset_debug(),
-          "entry \"" + pName + "\" has the value \"" + pValue + "\"; it should be " + pWanted,
-          pWhere);
+          "entry \"" + pName + "\" has the value \"" + pValue + "\"; expected " + pWanted, pWhere);
   }
 
   [[noreturn]] void xFail(std::ptrdiff_t pOffset, const std::string& pText,
@@ -191,10 +191,10 @@ OXValue OXPreferences::readPrefFile(const std::string& pFileName, bool) {
   const bool plain = !pFileName.empty() && pFileName.front() != '.' &&
                      pFileName.find_first_of(std::string_view("/\0", 2)) == std::string::npos;
   if (!plain)
-    raiseError(
-        kModule, kFunction,
-        "\"" + pFileName +
-            "\" is no name of a preference file; it should have no slash and not start with a dot");
+    raiseError(kModule, kFunction,
+               "\"" + pFileName +
+                   "\" is not a valid name of a preference file: it must not contain a slash, "
+                   "start with a dot or be empty");
   return PreferenceFile(fDirectory + "/" + pFileName + ".xml").entries();
 }
 

@@ -1,4 +1,4 @@
-/// Addresses as programs take and print them: "HOST:PORT", "[IPv6]:PORT" or "unix:PATH".
+/// Addresses as programs read and print them: "HOST:PORT", "[IPv6]:PORT" or "unix:PATH".
 #pragma once
 
 #include <string>
@@ -13,12 +13,12 @@ struct Address {
   bool isUnix() const { return !path.empty(); }
   /// The form that parseAddress takes.
   std::string toString() const;
-  /// The host as a resolver is asked for it: "localhost" is the loopback address whatever a system
-  /// without a hosts file makes of the name.
+  /// The host to hand to a resolver: the loopback address for "localhost", which a system without a
+  /// hosts file may not resolve.
   std::string resolvableHost() const;
 };
 
-/// Throws OXError in the name of pModule and pFunction, with what is wrong with the text.
+/// Throws OXError of pModule and pFunction that says what is wrong with the text.
 Address parseAddress(const std::string& pText, const std::string& pModule,
                      const std::string& pFunction);
 

@@ -1,3 +1,6 @@
+// Messages to and from MessagePack. Decoding trusts the scanner for sizes, nesting and counts, but
+// not for meaning; encoding enforces the limits of the other side, which would close the
+// connection.
 #include "codec.h"
 
 #include <bit>
@@ -10,9 +13,9 @@ namespace {
 
 using Packer = msgpack::packer<OutgoingMessage>;
 
-// Smaller binaries are copied out, so that keeping one doesn't keep a whole message.
+// Smaller binaries are copied, so that keeping one does not keep a whole message.
 constexpr std::uint32_t kAdoptedBytes = 4096;
-// A message's own array and, around arguments, theirs: levels of nesting that are there already.
+// Arguments and results are inside the message's own array, which counts as a level of nesting.
 constexpr int kLevelsAroundArguments = 1;
 
 // ---- in ----
@@ -27,7 +30,7 @@ bool isText(const msgpack::object& pObject) {
   return pObject.type == msgpack::type::STR || pObject.type == msgpack::type::BIN;
 }
 
-/// Turns objects into values; remembers the first thing that it could not take.
+/// Converts objects to values; remembers the first one that it could not convert.
 class ValueReader {
  public:
   explicit ValueReader(const boost::shared_ptr<const void>& pOwner) : fOwner(pOwner) {}
@@ -54,9 +57,9 @@ class ValueReader {
       case msgpack::type::ARRAY:
         return xArray(pObject.via.array);
       case msgpack::type::MAP:
-        return xRefuse("a map, which is no value here");
+        return xRefuse("a map, which is not supported here");
       case msgpack::type::EXT:
-        return xRefuse("an extension type, which is no value here");
+        return xRefuse("an extension type, which is not supported here");
     }
     return xRefuse("a value of an unknown kind");
   }
@@ -76,7 +79,7 @@ class ValueReader {
 
   OXValue xBinary(const msgpack::object_bin& pBin) const {
     OXValue value;
-    const int size = static_cast<int>(pBin.size);  // the scanner lets no larger message pass
+    const int size = static_cast<int>(pBin.size);  // the scanner has limited it
     if (pBin.size >= kAdoptedBytes)
       value.AdoptBinary(fOwner, pBin.ptr, size);
     else
@@ -120,12 +123,12 @@ OXError readError(const msgpack::object& pObject) {
 std::uint32_t readId(const msgpack::object& pObject) {
   if (pObject.type != msgpack::type::POSITIVE_INTEGER ||
       pObject.via.u64 > std::numeric_limits<std::uint32_t>::max())
-    throw WireViolation("malformed message: its number is no integer of 32 bits");
+    throw WireViolation("malformed message: its id is not an integer of 32 bits");
   return static_cast<std::uint32_t>(pObject.via.u64);
 }
 
 void readName(const msgpack::object& pObject, IncomingMessage& pMessage) {
-  if (!isText(pObject)) throw WireViolation("malformed message: its method is no text");
+  if (!isText(pObject)) throw WireViolation("malformed message: its method is not a text");
   const std::string name = textOf(pObject);
   const std::size_t dot = name.find('.');
   pMessage.target = name.substr(0, dot);
@@ -135,7 +138,7 @@ void readName(const msgpack::object& pObject, IncomingMessage& pMessage) {
 void readArguments(const msgpack::object& pObject, ValueReader& pReader,
                    IncomingMessage& pMessage) {
   if (pObject.type != msgpack::type::ARRAY)
-    throw WireViolation("malformed message: its arguments are no array");
+    throw WireViolation("malformed message: its arguments are not an array");
   OXValue::Array arguments;
   arguments.reserve(pObject.via.array.size);
   for (std::uint32_t i = 0; i < pObject.via.array.size; ++i) {
@@ -150,7 +153,7 @@ void readArguments(const msgpack::object& pObject, ValueReader& pReader,
 IncomingMessage readMessage(const msgpack::object& pObject,
                             const boost::shared_ptr<const void>& pOwner) {
   if (pObject.type != msgpack::type::ARRAY || pObject.via.array.size == 0)
-    throw WireViolation("malformed message: it is no array");
+    throw WireViolation("malformed message: it is not an array");
   const msgpack::object_array& parts = pObject.via.array;
   const bool known = parts.ptr[0].type == msgpack::type::POSITIVE_INTEGER &&
                      parts.ptr[0].via.u64 <= IncomingMessage::kNotification;
@@ -218,7 +221,7 @@ class ValueWriter {
   }
 
  private:
-  /// The packer would make an integer of a float without a fraction, and its kind would be lost.
+  /// The packer would encode a float without a fraction as an integer, and lose its kind.
   void xFloat(float pNumber) {
     const auto bits = std::bit_cast<std::uint32_t>(pNumber);
     const auto byte = [bits](int pShift) { return static_cast<char>(bits >> pShift & 0xff); };
@@ -249,7 +252,7 @@ class ValueWriter {
   [[noreturn]] static void xRefuse(const std::string& pWhat, Limit pLimit,
                                    const OXSourceLocation& pWhere = OXSourceLocation::current()) {
     raiseError("OXWire", "encode",
-               "This can't be sent: " + overLimit(pWhat, static_cast<std::size_t>(pLimit)), pWhere);
+               "Cannot be sent: " + overLimit(pWhat, static_cast<std::size_t>(pLimit)), pWhere);
   }
 
   OutgoingMessage& fMessage;

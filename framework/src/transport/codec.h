@@ -14,7 +14,7 @@
 
 namespace OX::wire {
 
-/// A message that has come in.
+/// A received message.
 struct IncomingMessage {
   enum Kind { kRequest = 0, kAnswer = 1, kNotification = 2 };
   Kind kind = kRequest;
@@ -23,17 +23,17 @@ struct IncomingMessage {
   std::string method;            ///< its method
   OXValue value;                 ///< the array of arguments, or the result of an answer
   std::optional<OXError> error;  ///< of an answer
-  /// Why the value can't be taken: an integer outside 32 bits, a map. Empty when it can.
+  /// Why the value cannot be used: an integer outside 32 bits, a map. Empty when it can.
   std::string problem;
 };
 
-/// Decodes one complete message that has passed the scanner. Large binaries are not copied: they
+/// Decodes one complete message that the scanner has accepted. Large binaries are not copied: they
 /// refer to the bytes at pData, which pOwner keeps alive.
-/// Throws WireViolation for anything that is no message.
+/// Throws WireViolation when it is not a message of the protocol.
 IncomingMessage decode(const boost::shared_ptr<const void>& pOwner, const unsigned char* pData,
                        std::size_t pSize);
 
-/// These throw OXError when the message would break a limit: its other end would have to refuse it.
+/// These throw OXError when the message would exceed a limit: the receiver would have to refuse it.
 OutgoingMessage encodeRequest(std::uint32_t pId, const std::string& pTarget,
                               const std::string& pMethod, const OXValue& pArguments,
                               const OXWireLimits& pLimits);

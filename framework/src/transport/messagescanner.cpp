@@ -1,9 +1,11 @@
+// One pass over the heads of values, without recursion: open arrays are counted on a stack, whose
+// depth is the nesting limit, so a hostile message can exhaust neither stack nor memory.
 #include "messagescanner.h"
 
 namespace OX::wire {
 
-/// What the first byte of a value says: a count or a length in the byte itself or in the
-/// countBytes that follow, then extraBytes and, for data, as many as the count says.
+/// What the first byte of a value means: a count or length in the byte itself or in the countBytes
+/// after it, then extraBytes and, for data, as many bytes as the count says.
 struct MessageScanner::Head {
   enum Kind { kData, kArray, kMap, kNever };
   Kind kind;
@@ -54,7 +56,7 @@ bool MessageScanner::scan(const unsigned char* pData, std::size_t pSize) {
   return fComplete && fPosition <= pSize;
 }
 
-/// False when the head itself is not complete yet.
+/// False when the head itself is incomplete.
 bool MessageScanner::xReadHead(const unsigned char* pData, std::size_t pSize) {
   const Head head = Head::of(pData[fPosition]);
   if (head.kind == Head::kNever)
@@ -81,7 +83,7 @@ void MessageScanner::xOpen(const Head& pHead, std::size_t pCount) {
     throw WireViolation(overLimit(
         (pHead.kind == Head::kMap ? "map of " : "array of ") + std::to_string(pCount) + " elements",
         maxCount));
-  // An empty one is never open, but counts as a level of the message all the same.
+  // An empty array is never open, but counts as a level of the message.
   if (fOpen.size() + 1 > maxNesting)
     throw WireViolation(overLimit(
         "nesting of at least " + std::to_string(fOpen.size() + 1) + " arrays", maxNesting));
@@ -93,7 +95,7 @@ void MessageScanner::xOpen(const Head& pHead, std::size_t pCount) {
   if (children > 0) fOpen.push_back(children);
 }
 
-/// A value has ended: so have the arrays whose last element it was.
+/// A value has ended, and with it the arrays whose last element it was.
 void MessageScanner::xCloseFull() {
   while (!fOpen.empty() && --fOpen.back() == 0) fOpen.pop_back();
   fComplete = fOpen.empty();

@@ -1,6 +1,6 @@
-/// Finds where a MessagePack message ends while its bytes are still coming in, and how many more
-/// are certain to come: the receive buffer is then made of the right size at once, and limits are
-/// refused before anything is allocated for them. Values are the codec's business.
+/// Finds the end of a MessagePack message while its bytes are still arriving, and how many more
+/// there will be at least. The receive buffer gets its final size at once, and a message beyond a
+/// limit is refused before anything is allocated for it. Does not look at values.
 #pragma once
 
 #include <cstddef>
@@ -11,18 +11,18 @@
 
 namespace OX::wire {
 
-/// One thread only. Each byte is looked at once, however small the pieces are that come in.
+/// One thread only. Looks at each byte once, however small the pieces are that arrive.
 class MessageScanner {
  public:
   explicit MessageScanner(const OXWireLimits& pLimits);
 
-  /// Goes on in the message that starts at pData, of which pSize bytes are there; what a former
-  /// call has seen may have moved but must not have changed.
-  /// True when the message is complete: its size is getSize(), and reset() is called before the
-  /// next one. Throws WireViolation.
+  /// Continues in the message that starts at pData, of which pSize bytes have arrived; bytes seen
+  /// by an earlier call may have moved but not changed. True when the message is complete: its size
+  /// is getSize(); call reset() before the next one. Throws WireViolation when the message is
+  /// malformed or exceeds a limit.
   bool scan(const unsigned char* pData, std::size_t pSize);
 
-  /// Bytes that the message has at least, from what has been seen.
+  /// The least size of the message in bytes, as far as it has been seen.
   std::size_t getSize() const { return fPosition; }
   void reset();
 
@@ -34,7 +34,7 @@ class MessageScanner {
 
   OXWireLimits fLimits;
   std::vector<std::size_t> fOpen;  ///< elements still missing of each open array or map
-  std::size_t fPosition = 0;       ///< where the next head stands; past what came while data misses
+  std::size_t fPosition = 0;       ///< of the next head; beyond pSize while data is missing
   std::size_t fElements = 0;
   bool fComplete = false;
 };

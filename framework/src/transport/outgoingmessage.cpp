@@ -1,9 +1,10 @@
+// Large binaries are referenced and small ones copied, since each piece of a write costs too.
 #include "outgoingmessage.h"
 
 namespace OX::wire {
 namespace {
 
-// Below this a copy is cheaper than one more piece in the write to the socket.
+// Up to this size a copy is cheaper than one more piece in the write to the socket.
 constexpr std::size_t kCopiedBytes = 512;
 
 }  // namespace

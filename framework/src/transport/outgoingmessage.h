@@ -1,5 +1,5 @@
-/// An encoded message on its way out: its own bytes, and between them references to the bytes of
-/// binaries, which are never copied on the way to the socket.
+/// An encoded message to be sent: its own bytes, and between them references to the bytes of
+/// large binaries, which are not copied on their way to the socket.
 #pragma once
 
 #include <boost/shared_ptr.hpp>
@@ -11,7 +11,7 @@
 
 namespace OX::wire {
 
-/// Movable, written by one thread and then only read.
+/// Movable. Written by one thread, then only read.
 class OutgoingMessage {
  public:
   struct Piece {
@@ -19,13 +19,13 @@ class OutgoingMessage {
     std::size_t size;
   };
 
-  /// Takes the bytes of a header or a small value.
+  /// Appends the bytes of a header or a small value.
   void write(const char* pData, std::size_t pSize) { fBytes.append(pData, pSize); }
-  /// Takes the bytes of a binary, by reference unless they are few.
+  /// Appends the bytes of a binary, by reference unless they are few.
   void writeBinary(const OXValue& pBinary);
 
   std::size_t getSize() const { return fBytes.size() + fReferencedBytes; }
-  /// Appends the pieces in their order; valid as long as this message stays where it is.
+  /// Appends the pieces in order; they are valid until this message changes, moves or ends.
   void appendPieces(std::vector<Piece>& pPieces) const;
 
  private:

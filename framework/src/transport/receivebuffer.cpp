@@ -1,3 +1,5 @@
+// One block, replaced when it is lent or too small. The sizes keep an idle connection cheap and a
+// large message free of copies.
 #include "receivebuffer.h"
 
 #include <algorithm>
@@ -7,7 +9,7 @@
 namespace OX::wire {
 namespace {
 
-// Small, so that a large message soon gets a block of its own size and is read straight into it.
+// Small, so that a large message gets a block of its own size early and is received into it.
 constexpr std::size_t kIdleBytes = 16 * 1024;
 
 }  // namespace
@@ -18,11 +20,11 @@ void ReceiveBuffer::prepare(std::size_t pMessageSize, std::size_t pMaxSize) {
   const std::size_t wanted = std::max(pMessageSize, size() + 1);
   const bool fits = fCapacity - fBegin >= wanted && fEnd < fCapacity;
   const bool idle = size() == 0 && wanted <= kIdleBytes;
-  if (idle && fCapacity > kIdleBytes) return xMoveTo(kIdleBytes);  // gives a large block back
+  if (idle && fCapacity > kIdleBytes) return xMoveTo(kIdleBytes);  // frees a large block
   if (fits) return;
   if (fLent) return xMoveTo(std::max(wanted, kIdleBytes));
   if (wanted <= fCapacity) return xMoveTo(fCapacity);
-  // Doubling keeps the copying in proportion to the bytes, whatever pieces a message is made of.
+  // Doubling keeps the copying proportional to the bytes, whatever the pieces are that arrive.
   xMoveTo(std::max(wanted, std::min(fCapacity * 2, pMaxSize)));
 }
 

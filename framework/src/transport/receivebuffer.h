@@ -1,5 +1,5 @@
-/// Where incoming bytes are collected. Values of a decoded message may go on using the bytes in
-/// place, so a block that has been lent is never written over: the next bytes get a fresh one.
+/// Collects incoming bytes. Values of a decoded message may keep using the bytes in place, so a
+/// block that was lent is never overwritten: the next bytes go to a new one.
 #pragma once
 
 #include <boost/shared_ptr.hpp>
@@ -7,22 +7,22 @@
 
 namespace OX::wire {
 
-/// One thread only, but for the blocks that have been lent, which nobody writes.
+/// One thread only, except for blocks that were lent, which nobody writes.
 class ReceiveBuffer {
  public:
   ReceiveBuffer();
 
-  /// Makes room so that a message of pMessageSize bytes, the one that starts at data(), fits, and
-  /// at least a byte more than there is can be received. Never asks for more than pMaxSize bytes
-  /// unless pMessageSize does.
+  /// Makes room for the message of pMessageSize bytes that starts at data(), and for at least one
+  /// byte more than has been received. Allocates no more than pMaxSize bytes unless pMessageSize is
+  /// larger.
   void prepare(std::size_t pMessageSize, std::size_t pMaxSize);
-  /// Room for receiving after prepare().
+  /// Where to receive, after prepare().
   unsigned char* room() { return fBlock.get() + fEnd; }
   std::size_t roomSize() const { return fCapacity - fEnd; }
-  /// So many bytes have been received.
+  /// Adds pSize bytes that were received into room().
   void commit(std::size_t pSize) { fEnd += pSize; }
 
-  /// What has been received and not consumed.
+  /// The bytes that were received and not consumed.
   const unsigned char* data() const { return fBlock.get() + fBegin; }
   std::size_t size() const { return fEnd - fBegin; }
   void consume(std::size_t pSize) { fBegin += pSize; }

@@ -1,4 +1,4 @@
-/// What every connection's socket is set to, on both sides.
+/// The options of every connection's socket, on both sides.
 #pragma once
 
 #include <boost/asio/ip/tcp.hpp>
@@ -6,11 +6,11 @@
 
 namespace OX::wire {
 
-/// Messages leave at once, and a peer that is gone is noticed.
+/// Sends messages at once, and detects a peer that has vanished.
 void setOptions(boost::asio::ip::tcp::socket& pSocket);
 
-/// Large pieces of an image are on their way at once, as far as the system allows it: else the two
-/// sides take turns with the small buffer that such a socket has.
+/// Enlarges the send buffer as far as the system allows: with the small default the two sides would
+/// take turns for every part of an image.
 void setOptions(boost::asio::local::stream_protocol::socket& pSocket);
 
 }  // namespace OX::wire

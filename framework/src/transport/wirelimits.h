@@ -1,4 +1,4 @@
-/// What breaks the protocol, and the bounds derived from OXWireLimits.
+/// Violations of the protocol, and the bounds derived from OXWireLimits.
 #pragma once
 
 #include <algorithm>
@@ -10,15 +10,16 @@
 
 namespace OX::wire {
 
-/// Bytes came that no reader of the protocol can go on from: the connection must end.
-/// what() says which rule or limit, how much came and what is allowed.
+/// Received bytes after which the protocol cannot continue: the connection must be closed.
+/// what() names the rule or limit, with the size received and the size allowed.
 class WireViolation : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;
 };
 
-/// A value in memory is some forty times the byte that it may take on the wire, so the elements of
-/// all arrays of a message are bounded too: one for this many bytes of the largest message.
+/// A value takes some forty times as much memory as the one byte that it may have on the wire, so
+/// the number of elements in all arrays of a message is limited too: one per this many bytes of the
+/// largest message.
 constexpr std::size_t kBytesPerElement = 64;
 
 inline std::size_t maxElementsOfMessage(const OXWireLimits& pLimits) {

@@ -1,3 +1,5 @@
+// Images own pages and not heap blocks: a buffer is made for the largest format there is, and costs
+// only the pages that are touched.
 #include <oxframework/oximage.h>
 
 #include <sys/mman.h>
@@ -68,9 +70,8 @@ OXImage::~OXImage() {
 void OXImage::xAllocate() {
   const std::size_t size = formatBytes(fWidth, fHeight, fNbLayers);
   if (fDataAreExternal || size == 0) return;
-  // Fresh pages from the kernel are zero and are committed when first touched: a buffer for the
-  // largest format costs only what is used of it, and never shows old heap. The heap would give
-  // recycled blocks and touch all of them to clear them.
+  // Fresh pages from the kernel are zero and are committed when first touched. The heap would
+  // recycle blocks, and would have to touch every page to clear the previous content.
   void* const pages =
       ::mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
   if (pages == MAP_FAILED) throw std::bad_alloc();

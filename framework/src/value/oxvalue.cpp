@@ -1,3 +1,5 @@
+// OXValue over std::variant. Conversions are checked one by one here, because std::get would throw
+// an error that names neither the kind found nor the kind wanted.
 #include <oxframework/oxvalue.h>
 
 #include <array>

@@ -1,3 +1,4 @@
+// What functors of all signatures share, out of the templates.
 #include "oxvalue/detail/oxfunctor.h"
 
 #include <exception>

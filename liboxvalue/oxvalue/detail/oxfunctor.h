@@ -1,14 +1,15 @@
 /// The glue between a published method and an ordinary member function.
 ///
 ///   functionName("setResolution", getName(), "Changes the resolution of a subscriber");
-///   addParam("name", "who subscribed");
+///   addParam("name", "id of the subscriber");
 ///   completeAndCheck(&Camera::setResolution, getCurrentMethodDescription());
 ///   bindMethod(createFunctor(this, &Camera::setResolution));
 ///
-/// Arguments are taken by value or by const reference. Types: bool, int, float, std::string,
-/// OXValue, std::vector<float>; as result also void and OXImage*, whose pointer is dropped: the
-/// caller gets an invalid value, and only who holds the object itself gets at the image.
-/// Virtual functions reach the override of the object's own class.
+/// Parameters are by value or by const reference, of type bool, int, float, std::string, OXValue or
+/// std::vector<float>. Results may also be void or OXImage*; that pointer is dropped, and the
+/// caller gets an invalid value, because only code with the object itself can use the image.
+/// Virtual functions call the override of the object's class. publication.h has the form for many
+/// methods.
 #pragma once
 
 #include <boost/shared_ptr.hpp>
@@ -32,7 +33,7 @@ class OXImage;
 
 namespace detail {
 
-/// What getTypeString() takes for a C++ type; a type without one can't be published.
+/// The TypeCode of a C++ type, 0 for a type that cannot be published.
 template <typename T>
 inline constexpr int kTypeCode = 0;
 template <>
@@ -52,7 +53,7 @@ inline constexpr int kTypeCode<std::vector<float>> = kTypeFloatList;
 template <>
 inline constexpr int kTypeCode<OXImage*> = kTypeImagePointer;
 
-/// Lets nothing but OXError out of a call. Not a template: one copy serves all signatures.
+/// Turns every exception of a call into OXError. Not a template: one copy serves all signatures.
 class OX_API OXGuardedFunctor : public OXFunctorBase {
  public:
   void call(const OXValue& pParams, OXValue& pResult) final;
@@ -61,8 +62,8 @@ class OX_API OXGuardedFunctor : public OXFunctorBase {
   virtual void xCall(const OXValue& pParams, OXValue& pResult) = 0;
 };
 
-/// Class may be a const one. The object is borrowed: the module that owns the functor is the
-/// object or holds it.
+/// Class may be const. The object is borrowed: the module that owns the functor is that object or
+/// owns it.
 template <class Class, typename Method, typename Result, typename... Arguments>
 class OXFunctor final : public OXGuardedFunctor {
  public:
@@ -71,7 +72,7 @@ class OXFunctor final : public OXGuardedFunctor {
  private:
   template <typename T>
   static T xArgument(const OXValue& pParams, std::size_t pIndex) {
-    static_assert(kTypeCode<T> != 0, "a published method can't take this type");
+    static_assert(kTypeCode<T> != 0, "a published method cannot take this type");
     const OXValue& value = pParams[static_cast<int>(pIndex)];
     if constexpr (std::is_same_v<T, OXValue>)
       return value;
@@ -83,7 +84,7 @@ class OXFunctor final : public OXGuardedFunctor {
     xCallWith(pParams, pResult, std::index_sequence_for<Arguments...>());
   }
 
-  // The braces make the conversions happen in the order of the arguments.
+  // Braces order the conversions as the arguments, so the first wrong one is reported.
   template <std::size_t... Index>
   void xCallWith([[maybe_unused]] const OXValue& pParams, OXValue& pResult,
                  std::index_sequence<Index...>) {
@@ -102,7 +103,7 @@ class OXFunctor final : public OXGuardedFunctor {
   Method fMethod;
 };
 
-/// One kind of reference count for all signatures, which keeps what a binding costs small.
+/// One type of reference count for all signatures, which keeps the code of a binding small.
 inline boost::shared_ptr<OXFunctorBase> share(OXFunctorBase* pFunctor) {
   return boost::shared_ptr<OXFunctorBase>(pFunctor);
 }
@@ -112,13 +113,13 @@ OX_API void completeDescription(OXMethodInfo& pInfo, int pResultCode,
 
 template <typename Result, typename... Arguments>
 void complete(OXMethodInfo& pInfo) {
-  static_assert(kTypeCode<Result> != 0, "a published method can't give this type");
+  static_assert(kTypeCode<Result> != 0, "a published method cannot return this type");
   completeDescription(pInfo, kTypeCode<Result>, {kTypeCode<Arguments>...});
 }
 
 }  // namespace detail
 
-/// Binds a member function to its object.
+/// Binds a member function to its object, which is borrowed for as long as the functor exists.
 template <class Object, class Class, typename Result, typename... Arguments>
 boost::shared_ptr<OXFunctorBase> createFunctor(Object* pObject,
                                                Result (Class::*pMethod)(Arguments...)) {
@@ -135,8 +136,8 @@ boost::shared_ptr<OXFunctorBase> createFunctor(Object* pObject,
   return detail::share(new Functor(pObject, pMethod));
 }
 
-/// Completes a method's description from its signature, to be called right before the binding:
-/// types of result and parameters, and a parameter "argN" for each that has no description.
+/// Completes a method's description from its signature, right before the binding: the types of the
+/// result and the parameters, and a parameter "argN" for each one without a description.
 template <class Class, typename Result, typename... Arguments>
 void completeAndCheck(Result (Class::*)(Arguments...), OXMethodInfo& pInfo) {
   detail::complete<std::remove_cvref_t<Result>, std::remove_cvref_t<Arguments>...>(pInfo);

@@ -1,3 +1,5 @@
+// The kinds that each type of parameter accepts. They must agree with the selection of overloads in
+// framework/src/broker/oxmethod.cpp, which promises that a selected method can be called.
 #include "oxvalue/detail/oxfunctorconvert.h"
 
 #include <oxframework/oxerror.h>

@@ -1,4 +1,4 @@
-/// From the value that crosses the broker to the type that a method takes.
+/// Conversions from OXValue to the type of a method's parameter. Thread-safe.
 #pragma once
 
 #include <string>
@@ -9,36 +9,36 @@
 
 namespace OX::detail {
 
-/// convertFromOXValue takes the kinds named here and throws OXError on every other, with
-/// "Parameter type is ", the kind, and what was wanted.
+/// convertFromOXValue() accepts the kinds named at each specialisation and throws OXError on every
+/// other: "Parameter type is ", the kind, " instead of " and the type.
 template <typename T>
 struct converter;
 
-/// string
+/// Accepts string.
 template <>
 struct OX_API converter<std::string> {
   static std::string convertFromOXValue(const OXValue& pValue);
 };
 
-/// int; a bool is none
+/// Accepts int, but not bool.
 template <>
 struct OX_API converter<int> {
   static int convertFromOXValue(const OXValue& pValue);
 };
 
-/// bool, int
+/// Accepts bool and int.
 template <>
 struct OX_API converter<bool> {
   static bool convertFromOXValue(const OXValue& pValue);
 };
 
-/// float, int
+/// Accepts float and int.
 template <>
 struct OX_API converter<float> {
   static float convertFromOXValue(const OXValue& pValue);
 };
 
-/// array; an element that is no number throws OXValue's own error
+/// Accepts array; an element that is not a number throws the error of OXValue.
 template <>
 struct OX_API converter<std::vector<float>> {
   static std::vector<float> convertFromOXValue(const OXValue& pValue);

@@ -247,7 +247,7 @@ TEST_F(BrokerTest, ShutdownWaitsForCallsAndLetsTheLastModuleGoFirst) {
   EXPECT_EQ(answer, "\"First\"");
   EXPECT_THAT(fEnded, ElementsAre("Second", "First"));
   EXPECT_EQ(outcome([&] { return addWaiter("Late")->getName(); }),
-            "OXError: Module \"Late\" comes too late: the broker is shutting down");
+            "OXError: Module \"Late\" was not registered: the broker is shutting down");
   fBroker->shutdown();
 }
 

@@ -134,7 +134,7 @@ TEST_F(Recording, leavesAnImageWithoutRoomAlone) {
   EXPECT_EQ(describe(small), "untouched");
   EXPECT_EQ(small.fData[0], 0xEE);
   EXPECT_EQ(fVideo.getLastError(),
-            fPath + ": at byte 216: a frame of 24 bytes, the image has room for 23");
+            fPath + ": at byte 216: a frame of 24 bytes; the image has room for 23");
   OXImage none(4, 2, kRGB, true, 0, 0, 0, 0);
   EXPECT_FALSE(fVideo.getNextFrame(none, false));
   EXPECT_EQ(next(), "frame 1") << "an image without room does not lose the frame";
@@ -198,16 +198,16 @@ TEST_F(Recording, refusesWhatIsNoPlaceForAFile) {
   ASSERT_TRUE(other.recordVideo(busy, 0, {kTiny}));
 
   const std::vector<std::pair<std::string, std::string>> cases{
-      {"", ": no file is named"},
+      {"", ": the name is empty"},
       {fFolder / "", "Is a directory"},
       {fFolder / "none/a.oxv", "No such file or directory"},
-      {text, "exists and is not an .oxv file, it stays as it is"},
-      {shorter, "exists and is not an .oxv file, it stays as it is"},
+      {text, "exists and is not an .oxv file; it was left unchanged"},
+      {shorter, "exists and is not an .oxv file; it was left unchanged"},
       {fifo, "not a regular file"},
       {link, "Too many levels of symbolic links"},
       {"/dev/null", "not a regular file"},
       {busy, "another recorder is writing this file"},
-      {fPath + std::string("\0.txt", 5), "the name holds a zero byte"},
+      {fPath + std::string("\0.txt", 5), "the name contains a zero byte"},
       {fFolder / std::string(5000, 'x'), "File name too long"}};
   for (const auto& [path, reason] : cases) {
     SCOPED_TRACE(path);

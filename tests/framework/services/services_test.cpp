@@ -91,8 +91,9 @@ TEST_F(MemoryTest, OneThatFailsOrIsGoneKeepsNoOtherFromBeingCalled) {
   EXPECT_THAT(last->fGot, ElementsAre("E 1 Last", "E 2 Last"));
   EXPECT_EQ(subscribers("E"), "[\"Broken\", \"Last\"]");
   EXPECT_EQ(log.count(2), 2);
-  EXPECT_THAT(log.records(2), HasSubstr("\"Broken\" failed at event \"E\""));
-  EXPECT_EQ(log.records(4), "raiseEvent: \"Gone\" is gone and no longer gets event \"E\"\n");
+  EXPECT_THAT(log.records(2), HasSubstr("\"Broken\" failed to handle event \"E\""));
+  EXPECT_EQ(log.records(4),
+            "raiseEvent: \"Gone\" no longer exists; its subscription to event \"E\" was removed\n");
 }
 
 TEST_F(MemoryTest, ACallbackMayUseTheServiceAndBeCalledAgain) {
@@ -141,7 +142,7 @@ TEST_F(MemoryTest, BoundsWhatCallersLeaveBehind) {
               fService->subscribeToEvent("more", "M", "m");
               return true;
             }),
-            "OXError: There are 4096 subscriptions already, as many as there may be");
+            "OXError: There are 4096 subscriptions already, which is the limit");
   fService->subscribeToEvent("E7", "M", "other");
   fService->unsubscribeToEvent("E7", "M");
   fService->subscribeToEvent("more", "M", "m");
@@ -180,7 +181,7 @@ class PreferencesTest : public ::testing::Test {
   void write(const std::string& pName, const std::string& pText) {
     std::ofstream(fDirectory + "/" + pName) << pText;
   }
-  /// What reading gives; the directory's name is left out of messages.
+  /// What reading returns; the directory's name is left out of messages.
   std::string read(const std::string& pName) {
     std::string text =
         outcome([&] { return OXPreferencesProxy(fBroker).readPrefFile(pName, true); });
@@ -220,31 +221,31 @@ TEST_F(PreferencesTest, SaysWhatIsWrongWithAFileAndWhere) {
     const char* expected;
   };
   const Row rows[] = {
-      {"", "F.xml: the file is empty; it should be <preferences> with <entry> elements in it"},
+      {"", "F.xml: the file is empty; expected <preferences> with <entry> elements"},
       {"<preferences>\n  <entry name=\"a\" value=\"b\">\n</preferences>",
-       "F.xml:3:3: this is no XML: Start-end tags mismatch; it should be <preferences> with "
-       "<entry> elements in it"},
+       "F.xml:3:3: not valid XML: Start-end tags mismatch; expected <preferences> with "
+       "<entry> elements"},
       {"just text",
-       "F.xml:1:10: this is no XML: No document element found; it should be <preferences> with "
-       "<entry> elements in it"},
-      {"\n<config/>", "F.xml:2:2: the root element is <config>; it should be <preferences>"},
+       "F.xml:1:10: not valid XML: No document element found; expected <preferences> with "
+       "<entry> elements"},
+      {"\n<config/>", "F.xml:2:2: the root element is <config>; expected <preferences>"},
       {"<preferences>\n  <entri/></preferences>",
-       "F.xml:2:4: <entri> is not known here; it should be <entry>"},
+       "F.xml:2:4: <entri> is not supported here; expected <entry>"},
       {"<preferences><entry value=\"1\"/></preferences>",
-       "F.xml:1:15: an <entry> has no name; it should be <entry name=\"...\" value=\"...\"/>"},
+       "F.xml:1:15: an <entry> has no name; expected <entry name=\"...\" value=\"...\"/>"},
       {"<preferences><entry name=\"a\"/></preferences>",
-       "F.xml:1:15: an <entry> has no value; it should be <entry name=\"...\" value=\"...\"/>"},
+       "F.xml:1:15: an <entry> has no value; expected <entry name=\"...\" value=\"...\"/>"},
       {"<preferences><entry name=\"a\" type=\"int\" value=\"2.5\"/></preferences>",
-       "F.xml:1:15: entry \"a\" has the value \"2.5\"; it should be an int: a whole 32-bit number"},
+       "F.xml:1:15: entry \"a\" has the value \"2.5\"; expected an int: a whole 32-bit number"},
       {"<preferences><entry name=\"a\" type=\"int\" value=\"2147483648\"/></preferences>",
-       "F.xml:1:15: entry \"a\" has the value \"2147483648\"; it should be an int: a whole 32-bit "
+       "F.xml:1:15: entry \"a\" has the value \"2147483648\"; expected an int: a whole 32-bit "
        "number"},
       {"<preferences><entry name=\"a\" type=\"float\" value=\"inf\"/></preferences>",
-       "F.xml:1:15: entry \"a\" has the value \"inf\"; it should be a float: a number like 2.5"},
+       "F.xml:1:15: entry \"a\" has the value \"inf\"; expected a float: a number like 2.5"},
       {"<preferences><entry name=\"a\" type=\"bool\" value=\"yes\"/></preferences>",
-       "F.xml:1:15: entry \"a\" has the value \"yes\"; it should be a bool: true or false"},
+       "F.xml:1:15: entry \"a\" has the value \"yes\"; expected a bool: true or false"},
       {"<preferences><entry name=\"a\" type=\"colour\" value=\"red\"/></preferences>",
-       "F.xml:1:15: entry \"a\" has the type \"colour\"; it should be int, float, bool or string"},
+       "F.xml:1:15: entry \"a\" has the type \"colour\"; expected int, float, bool or string"},
   };
   for (const Row& row : rows) {
     write("F.xml", row.text);
@@ -253,16 +254,15 @@ TEST_F(PreferencesTest, SaysWhatIsWrongWithAFileAndWhere) {
 }
 
 TEST_F(PreferencesTest, SaysWhyAFileCannotBeRead) {
-  EXPECT_EQ(read("Missing"), "OXError: Missing.xml: there is no such file");
+  EXPECT_EQ(read("Missing"), "OXError: Missing.xml: no such file");
   std::filesystem::create_directory(fDirectory + "/Directory.xml");
-  EXPECT_EQ(read("Directory"),
-            "OXError: Directory.xml: this is a directory; it should be an XML file");
+  EXPECT_EQ(read("Directory"), "OXError: Directory.xml: is a directory; expected an XML file");
   ASSERT_EQ(::mkfifo((fDirectory + "/Pipe.xml").c_str(), 0600), 0);
-  EXPECT_EQ(read("Pipe"), "OXError: Pipe.xml: this can't be read as a file") << "and doesn't hang";
+  EXPECT_EQ(read("Pipe"), "OXError: Pipe.xml: cannot be read as a file") << "and doesn't hang";
   write("Big.xml", std::string(1024 * 1024 + 1, ' '));
-  EXPECT_EQ(read("Big"), "OXError: Big.xml: the file has 1048577 bytes; 1048576 are the most");
+  EXPECT_EQ(read("Big"), "OXError: Big.xml: the file has 1048577 bytes; the limit is 1048576");
   for (const char* name : {"", "../etc/passwd", "a/b", ".hidden"})
-    EXPECT_THAT(read(name), HasSubstr("it should have no slash and not start with a dot"));
+    EXPECT_THAT(read(name), HasSubstr("it must not contain a slash"));
 }
 
 TEST_F(PreferencesTest, SaysThatAFileIsNotReadable) {
@@ -270,8 +270,8 @@ TEST_F(PreferencesTest, SaysThatAFileIsNotReadable) {
   write("Secret.xml", "<preferences/>");
   ASSERT_EQ(::chmod((fDirectory + "/Secret.xml").c_str(), 0), 0);
   EXPECT_EQ(read("Secret"),
-            "OXError: Secret.xml: the file can't be opened: Permission denied; it should be "
-            "readable for the user that runs the broker");
+            "OXError: Secret.xml: cannot open the file: Permission denied; it must be "
+            "readable by the user that runs the broker");
 }
 
 TEST(Proxies, WithoutAServiceAreAnError) {
@@ -281,7 +281,7 @@ TEST(Proxies, WithoutAServiceAreAnError) {
   EXPECT_EQ(outcome([] {
               return OXPreferencesProxy(boost::shared_ptr<OXProxy>()).readPrefFile("F", true);
             }),
-            "OXError: There is no service \"OXPreferences\" behind this proxy");
+            "OXError: This proxy has no service \"OXPreferences\" to call");
 }
 
 }  // namespace

@@ -17,8 +17,10 @@
 #include "transport/messagescanner.h"
 #include "transport/receivebuffer.h"
 
-namespace OX::wire {
+namespace OX::test {
 namespace {
+
+using namespace wire;
 
 const unsigned char* bytesOf(const std::string& pText) {
   return reinterpret_cast<const unsigned char*>(pText.data());
@@ -146,8 +148,8 @@ TEST(Codec, NamesArgumentsThatItCantTake) {
        "Argument 2 is or holds the integer -2147483649, which is outside 32 bits"},
       {"91 91 cf ff ff ff ff ff ff ff ff",
        "Argument 1 is or holds the integer 18446744073709551615, which is outside 32 bits"},
-      {"91 81 a1 61 01", "Argument 1 is or holds a map, which is no value here"},
-      {"91 d4 01 00", "Argument 1 is or holds an extension type, which is no value here"},
+      {"91 81 a1 61 01", "Argument 1 is or holds a map, which is not supported here"},
+      {"91 d4 01 00", "Argument 1 is or holds an extension type, which is not supported here"},
   };
   for (const auto& test : kCases) {
     const IncomingMessage message =
@@ -234,14 +236,14 @@ TEST(Codec, RefusesToSendBeyondTheLimits) {
   } kCases[] = {
       {binary(std::string(900, 'x')), "none"},
       {binary(std::string(1000, 'x')),
-       "This can't be sent: message of at least 1007 bytes (limit 1000)"},
-      {std::string(2000, 'x'), "This can't be sent: message of at least 2007 bytes (limit 1000)"},
+       "Cannot be sent: message of at least 1007 bytes (limit 1000)"},
+      {std::string(2000, 'x'), "Cannot be sent: message of at least 2007 bytes (limit 1000)"},
       {std::vector<int>(10), "none"},
-      {std::vector<int>(11), "This can't be sent: array of 11 elements (limit 10)"},
+      {std::vector<int>(11), "Cannot be sent: array of 11 elements (limit 10)"},
       {nested(3), "none"},
-      {nested(4), "This can't be sent: nesting of at least 5 arrays (limit 4)"},
+      {nested(4), "Cannot be sent: nesting of at least 5 arrays (limit 4)"},
       {OXValue::array(std::vector<int>(8), std::vector<int>(8)),
-       "This can't be sent: message of at least 22 elements (limit 15)"},
+       "Cannot be sent: message of at least 22 elements (limit 15)"},
   };
   for (const auto& test : kCases)
     EXPECT_EQ(failureOf([&] { encodeAnswer(1, test.value, limits); }), test.failure);
@@ -393,25 +395,25 @@ TEST(Address, HasItsForms) {
       {"[host]:80", "host:80"},
       {"unix:/tmp/ox.sock", "unix:/tmp/ox.sock"},
       {"unix:relative:1", "unix:relative:1"},
-      {"host", "\"host\" is no address: the port is missing (HOST:PORT or unix:PATH)"},
+      {"host", "\"host\" is not a valid address: the port is missing (HOST:PORT or unix:PATH)"},
       {"host:",
-       "\"host:\" is no address: the port has to be a number from 0 to 65535 "
+       "\"host:\" is not a valid address: the port must be a number from 0 to 65535 "
        "(HOST:PORT or unix:PATH)"},
       {"host:65536",
-       "\"host:65536\" is no address: the port has to be a number from 0 to 65535 "
+       "\"host:65536\" is not a valid address: the port must be a number from 0 to 65535 "
        "(HOST:PORT or unix:PATH)"},
       {"host:-1",
-       "\"host:-1\" is no address: the port has to be a number from 0 to 65535 "
+       "\"host:-1\" is not a valid address: the port must be a number from 0 to 65535 "
        "(HOST:PORT or unix:PATH)"},
       {"host:80x",
-       "\"host:80x\" is no address: the port has to be a number from 0 to 65535 "
+       "\"host:80x\" is not a valid address: the port must be a number from 0 to 65535 "
        "(HOST:PORT or unix:PATH)"},
-      {":80", "\":80\" is no address: the host is missing (HOST:PORT or unix:PATH)"},
-      {"[]:80", "\"[]:80\" is no address: the host is missing (HOST:PORT or unix:PATH)"},
+      {":80", "\":80\" is not a valid address: the host is missing (HOST:PORT or unix:PATH)"},
+      {"[]:80", "\"[]:80\" is not a valid address: the host is missing (HOST:PORT or unix:PATH)"},
       {"::1:80",
-       "\"::1:80\" is no address: an IPv6 host has to stand in brackets "
+       "\"::1:80\" is not a valid address: an IPv6 host must be in brackets "
        "(HOST:PORT or unix:PATH)"},
-      {"unix:", "\"unix:\" is no address: the path is missing (HOST:PORT or unix:PATH)"},
+      {"unix:", "\"unix:\" is not a valid address: the path is missing (HOST:PORT or unix:PATH)"},
   };
   for (const auto& test : kCases) {
     std::string result;
@@ -422,4 +424,4 @@ TEST(Address, HasItsForms) {
 }
 
 }  // namespace
-}  // namespace OX::wire
+}  // namespace OX::test

@@ -159,11 +159,11 @@ TEST(Daemon, SaysWhatIsWrongAndEnds) {
     int status;
     const char* part;
   } kCases[] = {
-      {{"--load", "/no/such.so"}, 1, "Can't load /no/such.so"},
-      {{"--load", "libc.so.6"}, 1, "Can't load libc.so.6: it has no function _createModule"},
-      {{"--load", OX_REFUSING_LIBRARY}, 1, "made no module: its _createModule gave 1"},
+      {{"--load", "/no/such.so"}, 1, "Cannot load /no/such.so"},
+      {{"--load", "libc.so.6"}, 1, "Cannot load libc.so.6: it has no function _createModule"},
+      {{"--load", OX_REFUSING_LIBRARY}, 1, "made no module: its _createModule returned 1"},
       {{"--load", OX_THROWING_LIBRARY}, 1, "made no module: no camera is plugged in"},
-      {{"--listen", "nonsense"}, 1, "\"nonsense\" is no address"},
+      {{"--listen", "nonsense"}, 1, "\"nonsense\" is not a valid address"},
       {{"--listen", taken}, 1, "Address already in use"},
       {{"--preferences", "/no/such"}, 2, "/no/such"},
       {{"--log-level", "6"}, 2, "--log-level"},

@@ -77,14 +77,14 @@ TEST_F(Server, ClosesConnectionsThatBreakTheProtocolAndNothingElse) {
     std::string bytes;
     const char* record;
   } kCases[] = {
-      {"GET / HTTP/1.1\r\n\r\n", "malformed message: it is no array"},
+      {"GET / HTTP/1.1\r\n\r\n", "malformed message: it is not an array"},
       {"\xc1", "malformed message: the byte 0xc1 starts no value"},
       {std::string("\x94\0\1\xa1\x41\xc6\x80\0\0\0", 10),
        "message of at least 2147483658 bytes (limit 16777216)"},
       {std::string(10000, '\x91'), "nesting of at least 33 arrays (limit 32)"},
       {std::string("\xdd\0\1\0\0", 5), "array of 65536 elements (limit 4096)"},
-      {std::string("\x94\0\1\xa1\x41\xc0", 6), "malformed message: its arguments are no array"},
-      {std::string("\x94\1\1\xc0\xc0", 5), "malformed message: an answer, and nothing was asked"},
+      {std::string("\x94\0\1\xa1\x41\xc0", 6), "malformed message: its arguments are not an array"},
+      {std::string("\x94\1\1\xc0\xc0", 5), "malformed message: an answer without a request"},
   };
   const auto bystander = connect();
   for (const auto& test : kCases) {
@@ -275,7 +275,7 @@ TEST_F(Server, RefusesAnswersBeyondTheLimits) {
   limits.maxMessageBytes = 1000;
   start(limits);
   EXPECT_EQ(failureOf([&] { connect()->call("Probe", "make", OXValue::array(1000)); }),
-            "OXWire: This can't be sent: message of at least 1007 bytes (limit 1000)");
+            "OXWire: Cannot be sent: message of at least 1007 bytes (limit 1000)");
 }
 
 // The undefined-behaviour sanitizer looks at memory through a pipe, and reports what it can't look
@@ -297,7 +297,7 @@ TEST_F(Server, GoesOnWhenDescriptorsHaveRunOut) {
     fillers.pop_back();
     RawClient late(address);
     late.send(request(2, "Probe.echo", "\x91\x06"));
-    EXPECT_TRUE(awaitRecord("can't be taken at the moment"));
+    EXPECT_TRUE(awaitRecord("Cannot accept clients on"));
     for (const int file : fillers) ::close(file);
     EXPECT_EQ(late.read(5), answer(2, 6));
   }

@@ -1,3 +1,5 @@
+// Calls wait on condition variables of their own, on their callers' stacks, so that an answer wakes
+// exactly the thread that asked. No lock is held while a message is encoded or sent.
 #include "clientstream.h"
 
 #include <boost/make_shared.hpp>
@@ -15,7 +17,8 @@ constexpr char kModule[] = "OXRemoteBroker";
 
 ClientStream::ClientStream(boost::shared_ptr<boost::asio::io_context> pIo, Socket&& pSocket,
                            std::string pAddress)
-    : Stream(std::move(pIo), std::move(pSocket), OXWireLimits()), fAddress(std::move(pAddress)) {}
+    : MessageStream(std::move(pIo), std::move(pSocket), OXWireLimits()),
+      fAddress(std::move(pAddress)) {}
 
 ClientStream::~ClientStream() = default;
 
@@ -28,7 +31,7 @@ void ClientStream::xSend(OutgoingMessage&& pMessage, const std::string& pFunctio
   }
   if (!trySend(std::move(pMessage)))
     raiseError(kModule, pFunction,
-               "The broker at " + fAddress + " doesn't take what is sent to it");
+               "The broker at " + fAddress + " does not read what is sent to it");
 }
 
 void ClientStream::onWritten() {
@@ -99,15 +102,15 @@ bool ClientStream::isConnected() const {
 void ClientStream::onMessage(IncomingMessage&& pMessage) {
   if (pMessage.kind == IncomingMessage::kRequest)
     throw WireViolation("malformed message: a request to a client");
-  if (pMessage.kind == IncomingMessage::kNotification) return xHear(pMessage);
+  if (pMessage.kind == IncomingMessage::kNotification) return xDispatchEvent(pMessage);
   const detail::MutexLock guard(fGuard);
   const auto found = fWaiting.find(pMessage.id);
-  if (found == fWaiting.end()) return;  // its caller waits no longer
+  if (found == fWaiting.end()) return;  // its caller no longer waits
   found->second->answer = std::move(pMessage);
   found->second->answered.notify_one();
 }
 
-void ClientStream::xHear(const IncomingMessage& pEvent) {
+void ClientStream::xDispatchEvent(const IncomingMessage& pEvent) {
   boost::shared_ptr<const OXRemoteBroker::Listener> listener;
   {
     const detail::MutexLock guard(fGuard);
@@ -118,7 +121,7 @@ void ClientStream::xHear(const IncomingMessage& pEvent) {
     (*listener)(pEvent.target, pEvent.method, pEvent.value);
   } catch (const std::exception& error) {
     ki::log::LogStream(ki::log::kWarning, "ox.transport", "", "event", __LINE__)
-        << "The listener failed at " << pEvent.target << "." << pEvent.method << ": "
+        << "The listener failed to handle " << pEvent.target << "." << pEvent.method << ": "
         << error.what();
   }
 }

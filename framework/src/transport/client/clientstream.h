@@ -1,4 +1,4 @@
-/// The caller's end of a connection: matches answers with the threads that wait for them.
+/// The client's end of a connection: matches answers with the threads that wait for them.
 #pragma once
 
 #include <chrono>
@@ -9,12 +9,12 @@
 
 #include <oxframework/oxremotebroker.h>
 #include <oxframework/oxthreadsafety.h>
-#include "transport/stream.h"
+#include "transport/messagestream.h"
 
 namespace OX::wire {
 
 /// call(), notify(), setListener() and isConnected() may be called from any thread.
-class ClientStream : public Stream {
+class ClientStream : public MessageStream {
  public:
   ClientStream(boost::shared_ptr<boost::asio::io_context> pIo, Socket&& pSocket,
                std::string pAddress);
@@ -22,14 +22,14 @@ class ClientStream : public Stream {
 
   OXValue call(const std::string& pModule, const std::string& pMethod, const OXValue& pArguments,
                std::chrono::milliseconds pTimeout);
-  /// Waits at most pTimeout when too much is still to be sent.
+  /// Waits at most pTimeout while too much is queued. Throws OXError when the connection has ended.
   void notify(const std::string& pModule, const std::string& pMethod, const OXValue& pArguments,
               std::chrono::milliseconds pTimeout);
   void setListener(OXRemoteBroker::Listener pListener);
   bool isConnected() const;
 
  private:
-  /// A call under way; lives on the stack of the thread that waits.
+  /// A call under way, on the stack of the thread that waits.
   struct Waiting {
     std::optional<IncomingMessage> answer;
     std::condition_variable answered;
@@ -43,7 +43,7 @@ class ClientStream : public Stream {
 
   void xSend(OutgoingMessage&& pMessage, const std::string& pFunction,
              std::chrono::milliseconds pTimeout);
-  void xHear(const IncomingMessage& pEvent);
+  void xDispatchEvent(const IncomingMessage& pEvent);
 
   const std::string fAddress;
   mutable detail::Mutex fGuard;

@@ -1,3 +1,5 @@
+// Connecting with a time limit. Asio's blocking calls have none, so TCP connects asynchronously on
+// an io_context that runs here; a Unix-domain socket uses the system's own limit.
 #include "connect.h"
 
 #include <sys/socket.h>
@@ -23,8 +25,7 @@ using boost::system::error_code;
 using boost::system::system_error;
 using Local = asio::local::stream_protocol;
 
-/// Runs until the operation that pResult belongs to has ended, or the time is up: then pAbort makes
-/// it end.
+/// Runs until the operation that sets pResult has ended; after pTimeout, pAbort ends it.
 template <typename Abort>
 void await(asio::io_context& pIo, std::chrono::milliseconds pTimeout, error_code& pResult,
            Abort pAbort) {
@@ -40,26 +41,26 @@ void await(asio::io_context& pIo, std::chrono::milliseconds pTimeout, error_code
   if (pResult) throw system_error(pResult);
 }
 
-/// The only wait that there can be is for room in the queue of those that the other side has still
-/// to accept; the time limit for sending bounds it.
-Stream::Socket connectLocal(asio::io_context& pIo, const Address& pAddress,
-                            std::chrono::milliseconds pTimeout) {
+/// Connecting can only wait for room in the server's queue of clients to accept; the socket's send
+/// timeout limits that wait.
+MessageStream::Socket connectLocal(asio::io_context& pIo, const Address& pAddress,
+                                   std::chrono::milliseconds pTimeout) {
   const Local::endpoint endpoint(pAddress.path);
   Local::socket socket(pIo, Local());
-  const auto limit = std::max<long>(pTimeout.count(), 1);  // 0 would be no limit at all
+  const auto limit = std::max<long>(pTimeout.count(), 1);  // 0 would mean no limit
   const timeval time{limit / 1000, limit % 1000 * 1000};
   ::setsockopt(socket.native_handle(), SOL_SOCKET, SO_SNDTIMEO, &time, sizeof time);
   error_code result;
   socket.connect(endpoint, result);
-  // This is what Asio makes of a queue without room.
+  // How Asio reports a queue without room.
   if (result == asio::error::no_buffer_space) result = asio::error::timed_out;
   if (result) throw system_error(result);
   setOptions(socket);
-  return Stream::Socket(std::move(socket));
+  return MessageStream::Socket(std::move(socket));
 }
 
-Stream::Socket connectTcp(asio::io_context& pIo, const Address& pAddress,
-                          std::chrono::milliseconds pTimeout) {
+MessageStream::Socket connectTcp(asio::io_context& pIo, const Address& pAddress,
+                                 std::chrono::milliseconds pTimeout) {
   const auto deadline = std::chrono::steady_clock::now() + pTimeout;
   error_code result;
   tcp::resolver resolver(pIo);
@@ -78,13 +79,13 @@ Stream::Socket connectTcp(asio::io_context& pIo, const Address& pAddress,
       deadline - std::chrono::steady_clock::now());
   await(pIo, std::max(left, std::chrono::milliseconds(0)), result, [&] { socket.close(); });
   setOptions(socket);
-  return Stream::Socket(std::move(socket));
+  return MessageStream::Socket(std::move(socket));
 }
 
 }  // namespace
 
-Stream::Socket connectTo(asio::io_context& pIo, const std::string& pAddress,
-                         std::chrono::milliseconds pTimeout) {
+MessageStream::Socket connectTo(asio::io_context& pIo, const std::string& pAddress,
+                                std::chrono::milliseconds pTimeout) {
   const Address address = parseAddress(pAddress, "OXRemoteBroker", "connect");
   try {
     return address.isUnix() ? connectLocal(pIo, address, pTimeout)

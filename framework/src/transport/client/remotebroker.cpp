@@ -1,3 +1,6 @@
+// OXRemoteBroker: one connection and the thread that serves it. The thread ends with the
+// connection; the last owner may release the broker on that very thread, which then must not join
+// itself.
 #include <atomic>
 #include <boost/make_shared.hpp>
 #include <thread>
@@ -16,7 +19,7 @@ namespace asio = boost::asio;
 
 constexpr std::chrono::milliseconds kDefaultTimeout(30000);
 
-/// A module of the other side.
+/// A module of the remote broker.
 class RemoteProxy : public OXProxy {
  public:
   RemoteProxy(boost::shared_ptr<OXRemoteBroker> pBroker, const std::string& pName)
@@ -38,7 +41,7 @@ class OXRemoteBroker::Impl {
  public:
   Impl(const std::string& pAddress, std::chrono::milliseconds pTimeout)
       : fIo(boost::make_shared<asio::io_context>(1)) {
-    wire::Stream::Socket socket = wire::connectTo(*fIo, pAddress, pTimeout);
+    wire::MessageStream::Socket socket = wire::connectTo(*fIo, pAddress, pTimeout);
     fStream = boost::make_shared<wire::ClientStream>(fIo, std::move(socket), pAddress);
     fStream->start();
     fIo->restart();
@@ -52,7 +55,7 @@ class OXRemoteBroker::Impl {
     fStream->end("closed by this program");
     const detail::MutexLock guard(fThreadGuard);
     if (!fThread.joinable()) return;
-    // The last owner may let go within the listener.
+    // The last owner may release this within the listener.
     if (fThread.get_id() == std::this_thread::get_id())
       fThread.detach();
     else

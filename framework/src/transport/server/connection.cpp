@@ -1,3 +1,5 @@
+// Calls run on the broker's threads, everything else on the io thread; what both touch is the name,
+// under its lock. The broker is held weakly throughout: a connection must not keep it from ending.
 #include "connection.h"
 
 #include <algorithm>
@@ -14,8 +16,8 @@ namespace {
 constexpr char kCategory[] = "ox.transport";
 constexpr char kMemory[] = "OXMemory";
 
-// How long the calls of a client that has gone may hold back its event. They get the chance to end
-// first, so that what they still set up for it is there to be cleaned up.
+// How long the event of a disconnected client waits for that client's calls to end. What they set
+// up for it should exist before its subscribers clean up.
 constexpr std::chrono::seconds kGrace(1);
 
 void raiseClientDisconnected(OXBroker& pBroker, const std::string& pName) {
@@ -24,11 +26,11 @@ void raiseClientDisconnected(OXBroker& pBroker, const std::string& pName) {
       pBroker.call(kMemory, "raiseEvent", OXValue::array("ClientDisconnected", pName));
   } catch (const std::exception& error) {
     ki::log::LogStream(ki::log::kWarning, kCategory, "", "raiseClientDisconnected", __LINE__)
-        << "The end of \"" << pName << "\" could not be made known: " << error.what();
+        << "Could not announce the end of \"" << pName << "\": " << error.what();
   }
 }
 
-OXError shuttingDown(const OXSourceLocation& pWhere = OXSourceLocation::current()) {
+OXError shutdownError(const OXSourceLocation& pWhere = OXSourceLocation::current()) {
   return OXError("OXServer", "call", "The broker is shutting down", pWhere);
 }
 
@@ -36,7 +38,7 @@ OXError shuttingDown(const OXSourceLocation& pWhere = OXSourceLocation::current(
 
 Connection::Connection(const boost::shared_ptr<ServerCore>& pCore, Socket&& pSocket,
                        std::string pPeer, EndHandler pOnEnd)
-    : Stream({pCore, &pCore->io}, std::move(pSocket), pCore->limits),
+    : MessageStream({pCore, &pCore->io}, std::move(pSocket), pCore->limits),
       fCore(pCore),
       fPeer(std::move(pPeer)),
       fOnEnd(std::move(pOnEnd)),
@@ -67,13 +69,13 @@ void Connection::onWritten() {
 
 void Connection::onMessage(IncomingMessage&& pMessage) {
   if (pMessage.kind == IncomingMessage::kAnswer)
-    throw WireViolation("malformed message: an answer, and nothing was asked");
+    throw WireViolation("malformed message: an answer without a request");
   const auto message = boost::make_shared<const IncomingMessage>(std::move(pMessage));
   const auto broker = fCore->broker.lock();
   ++fRunning;
   if (broker && broker->post([self = xThis(), message] { self->xRun(*message); })) return;
   --fRunning;
-  if (message->kind == IncomingMessage::kRequest) send(encodeError(message->id, shuttingDown()));
+  if (message->kind == IncomingMessage::kRequest) send(encodeError(message->id, shutdownError()));
 }
 
 /// On a thread of the broker.
@@ -103,10 +105,10 @@ OutgoingMessage Connection::xAnswer(const IncomingMessage& pRequest) {
 OXValue Connection::xCall(const IncomingMessage& pMessage) {
   if (pMessage.method.empty())
     raiseError("OXServer", "call",
-               "\"" + pMessage.target + "\" names no method: a name is Module.method");
+               "\"" + pMessage.target + "\" does not name a method; expected Module.method");
   if (!pMessage.problem.empty()) raiseError(pMessage.target, pMessage.method, pMessage.problem);
   const auto broker = fCore->broker.lock();
-  if (!broker) throw shuttingDown();
+  if (!broker) throw shutdownError();
   return broker->call(pMessage.target, pMessage.method, pMessage.value);
 }
 
@@ -154,13 +156,13 @@ void Connection::setClientName(const std::string& pName) {
                       });
 }
 
-/// On any thread. A client that doesn't read its events loses those that no longer fit.
+/// On any thread. A client that does not read its events loses those that no longer fit.
 void Connection::xSendEvent(const std::string& pName, const std::string& pMethod,
                             const OXValue& pArguments) {
   if (trySend(encodeNotification(pName, pMethod, pArguments, xLimits()))) return;
   if (fLosesEvents.exchange(true)) return;
   ki::log::LogStream(ki::log::kWarning, kCategory, "", "event", __LINE__)
-      << getPeer() << " does not read: it loses events until it does";
+      << getPeer() << " does not read and loses events until it does";
 }
 
 void Connection::onEnd(const std::string& pReason) {

@@ -1,4 +1,4 @@
-/// A client of the broker as the server sees it: its calls, its name, its events, its end.
+/// The server's end of a connection: the client's calls, its name, its events and its end.
 #pragma once
 
 #include <atomic>
@@ -9,12 +9,12 @@
 
 #include <oxframework/oxbroker.h>
 #include <oxframework/oxthreadsafety.h>
-#include "transport/stream.h"
+#include "transport/messagestream.h"
 
 namespace OX::wire {
 
-/// What all connections of a server share. It outlives the server itself while calls that it began
-/// are under way: their answers then go nowhere.
+/// What all connections of a server share. Outlives the server while calls are under way, whose
+/// answers are then dropped.
 struct ServerCore {
   ServerCore(const boost::shared_ptr<OXBroker>& pBroker, const OXWireLimits& pLimits)
       : io(1), broker(pBroker), limits(pLimits) {}
@@ -23,14 +23,14 @@ struct ServerCore {
   OXWireLimits limits;
 };
 
-/// Calls start in their order on the broker's threads. A call is under way until its answer has
-/// been written; when too many are, or the client doesn't take what is sent to it, it is not read
-/// from until that is over.
-class Connection : public Stream, private OXCallerContext {
+/// Calls start in order on the broker's threads. A call is under way until its answer was written.
+/// While too many are, or while the client does not read what is sent to it, nothing is read from
+/// it.
+class Connection : public MessageStream, private OXCallerContext {
  public:
   using EndHandler = std::function<void(const boost::shared_ptr<Connection>&)>;
 
-  /// pOnEnd is called on the io thread when the connection has ended.
+  /// pOnEnd is called once, on the io thread, when the connection has ended.
   Connection(const boost::shared_ptr<ServerCore>& pCore, Socket&& pSocket, std::string pPeer,
              EndHandler pOnEnd);
   ~Connection() override;
@@ -57,8 +57,8 @@ class Connection : public Stream, private OXCallerContext {
   const std::string fPeer;
   EndHandler fOnEnd;
   boost::asio::steady_timer fGrace;
-  int fRunning = 0;         ///< calls that have begun and not ended
-  bool fAnnounced = false;  ///< the end has been made known
+  int fRunning = 0;         ///< calls that have started and not ended
+  bool fAnnounced = false;  ///< the event of its end was posted
 
   std::atomic<bool> fLosesEvents{false};
 

@@ -1,3 +1,5 @@
+// OXServer: the io thread, the listening sockets and the set of connections. The set is touched on
+// the io thread only; close() therefore posts the closing there and waits for the thread to end.
 #include <boost/asio/executor_work_guard.hpp>
 #include <boost/asio/post.hpp>
 #include <boost/make_shared.hpp>
@@ -11,7 +13,7 @@
 #include <oxframework/oxserver.h>
 #include <oxframework/oxthreadsafety.h>
 #include "connection.h"
-#include "listener.h"
+#include "listeningsocket.h"
 
 namespace OX {
 namespace {
@@ -24,7 +26,7 @@ void checkLimits(const OXWireLimits& pLimits) {
                         pLimits.maxRequestsUnderWay > 0;
   if (!sensible)
     raiseError("OXServer", "OXServer",
-               "The limits leave no room for a call: each has to be above 0, nesting at least 2 "
+               "The limits leave no room for a call: each must be above 0, nesting at least 2 "
                "and array elements at least 4");
 }
 
@@ -43,8 +45,9 @@ class OXServer::Impl {
     wire::Address address = wire::parseAddress(pAddress, "OXServer", "listen");
     const detail::MutexLock guard(fGuard);
     if (fClosed) raiseError("OXServer", "listen", "The server is closed");
-    fListeners.push_back(wire::Listener::open(
-        fCore->io, address, [this](wire::Stream::Socket&& pSocket, const std::string& pPeer) {
+    fSockets.push_back(wire::ListeningSocket::open(
+        fCore->io, address,
+        [this](wire::MessageStream::Socket&& pSocket, const std::string& pPeer) {
           xAccepted(std::move(pSocket), pPeer);
         }));
     return address.toString();
@@ -53,22 +56,22 @@ class OXServer::Impl {
   void close() {
     const detail::MutexLock guard(fGuard);
     if (std::exchange(fClosed, true)) return;
-    asio::post(fCore->io, [this, listeners = std::exchange(fListeners, {})] {
-      for (const auto& listener : listeners) listener->close();
-      for (const auto& connection : fConnections) connection->end("the broker's server closes");
+    asio::post(fCore->io, [this, sockets = std::exchange(fSockets, {})] {
+      for (const auto& socket : sockets) socket->close();
+      for (const auto& connection : fConnections) connection->end("the server is closing");
     });
     fWork.reset();
     fThread.join();
   }
 
  private:
-  /// On the io thread, as is all that touches fConnections.
-  void xAccepted(wire::Stream::Socket&& pSocket, const std::string& pPeer) {
+  /// On the io thread, as everything that touches fConnections.
+  void xAccepted(wire::MessageStream::Socket&& pSocket, const std::string& pPeer) {
     const auto limit = static_cast<std::size_t>(fCore->limits.maxConnections);
     if (fConnections.size() >= limit) {
       if (!std::exchange(fFull, true))
         ki::log::LogStream(ki::log::kWarning, "ox.transport", "", "accept", __LINE__)
-            << pPeer << " and others turned away: "
+            << pPeer << " and further clients were refused: "
             << wire::overLimit(std::to_string(limit + 1) + " connections", limit);
       return;
     }
@@ -83,7 +86,7 @@ class OXServer::Impl {
   const boost::shared_ptr<wire::ServerCore> fCore;
   asio::executor_work_guard<asio::io_context::executor_type> fWork;
   detail::Mutex fGuard;
-  std::vector<boost::shared_ptr<wire::Listener>> fListeners OX_GUARDED_BY(fGuard);
+  std::vector<boost::shared_ptr<wire::ListeningSocket>> fSockets OX_GUARDED_BY(fGuard);
   bool fClosed OX_GUARDED_BY(fGuard) = false;
   // On the io thread only.
   std::set<boost::shared_ptr<wire::Connection>> fConnections;

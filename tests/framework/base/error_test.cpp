@@ -37,7 +37,7 @@ TEST(OXError, NamesTheFileAndTheLineWhereItArose) {
       {"liboxvalue/oxvalue/detail/oxfunctorconvert",
        [] { detail::converter<int>::convertFromOXValue(OXValue()); },
        [] { detail::converter<bool>::convertFromOXValue(OXValue()); }, "with a fixed file text"},
-      {"tests/framework/base/oxerror_test.cpp", [] { raiseError("M", "f", "1"); },
+      {"tests/framework/base/error_test.cpp", [] { raiseError("M", "f", "1"); },
        [] {
          const OXError error("M", "f", "2");
          throw error;

@@ -1,4 +1,6 @@
-#include "stream.h"
+// The reading and writing of one connection. At most one read and one write are under way; each
+// continues the next from its handler, so the io thread needs no lock.
+#include "messagestream.h"
 
 #include <boost/asio/post.hpp>
 #include <boost/asio/write.hpp>
@@ -14,40 +16,39 @@ namespace {
 using boost::system::error_code;
 namespace asio = boost::asio;
 
-// What is gathered for one write to the socket.
+// The most messages that one write to the socket gathers.
 constexpr std::size_t kMessagesPerWrite = 64;
 
-/// How much the next write to the socket may take, until all is written: as much as it takes. Left
-/// to itself Asio writes 64 KiB at a time.
+/// Lets each write take as much as the socket accepts. By default Asio writes 64 KiB at a time.
 std::size_t allThatFits(const error_code& pError, std::size_t) {
   return pError ? 0 : std::numeric_limits<std::size_t>::max();
 }
 
 }  // namespace
 
-Stream::Stream(boost::shared_ptr<asio::io_context> pIo, Socket&& pSocket,
-               const OXWireLimits& pLimits)
+MessageStream::MessageStream(boost::shared_ptr<asio::io_context> pIo, Socket&& pSocket,
+                             const OXWireLimits& pLimits)
     : fIo(std::move(pIo)), fSocket(std::move(pSocket)), fLimits(pLimits), fScanner(pLimits) {}
 
-Stream::~Stream() = default;
+MessageStream::~MessageStream() = default;
 
-void Stream::start() { xProceed(); }
+void MessageStream::start() { xProceed(); }
 
-// ---- in ----
+// ---- receiving ----
 
-void Stream::xProceed() {
+void MessageStream::xProceed() {
   if (fEnded || fReading) return;
   try {
     xTakeMessages();
   } catch (const WireViolation& violation) {
     return xViolated(violation.what());
   } catch (const std::exception& error) {
-    return xViolated(std::string("message that can't be taken: ") + error.what());
+    return xViolated(std::string("a message could not be processed: ") + error.what());
   }
   if (!fEnded && mayTakeMessage()) xRead();
 }
 
-void Stream::xTakeMessages() {
+void MessageStream::xTakeMessages() {
   while (!fEnded && mayTakeMessage() && fScanner.scan(fReceived.data(), fReceived.size())) {
     const std::size_t size = fScanner.getSize();
     IncomingMessage message = decode(fReceived.lend(), fReceived.data(), size);
@@ -57,7 +58,7 @@ void Stream::xTakeMessages() {
   }
 }
 
-void Stream::xRead() {
+void MessageStream::xRead() {
   fReceived.prepare(fScanner.getSize(), static_cast<std::size_t>(fLimits.maxMessageBytes));
   fReading = true;
   fSocket.async_read_some(asio::buffer(fReceived.room(), fReceived.roomSize()),
@@ -68,34 +69,34 @@ void Stream::xRead() {
                           });
 }
 
-void Stream::xReceived(std::size_t pSize) {
+void MessageStream::xReceived(std::size_t pSize) {
   fReceived.commit(pSize);
   xProceed();
 }
 
-void Stream::xViolated(const std::string& pProblem) {
+void MessageStream::xViolated(const std::string& pProblem) {
   if (fEnded) return;
   ki::log::LogStream(ki::log::kError, "ox.transport", "", "receive", __LINE__)
       << "Connection of " << getPeer() << " closed: " << pProblem;
   xEnd(pProblem);
 }
 
-// ---- out ----
+// ---- sending ----
 
-bool Stream::xIsKeepingUp() const {
+bool MessageStream::xIsKeepingUp() const {
   return fWaitingBytes.load() <= static_cast<std::size_t>(fLimits.maxMessageBytes) &&
          fWaitingMessages.load() < kMaxWaiting;
 }
 
-bool Stream::trySend(OutgoingMessage&& pMessage) {
+bool MessageStream::trySend(OutgoingMessage&& pMessage) {
   if (!xIsKeepingUp()) return false;
   send(std::move(pMessage));
   return true;
 }
 
-// The handlers hold this weakly: one that is left over in a stopped io_context, which lives as long
-// as this does, would otherwise keep both for ever.
-void Stream::send(OutgoingMessage&& pMessage) {
+// The handlers hold this weakly: a handler that remains in a stopped io_context would otherwise
+// keep this alive, and this the io_context.
+void MessageStream::send(OutgoingMessage&& pMessage) {
   fWaitingBytes += pMessage.getSize();
   ++fWaitingMessages;
   asio::post(*fIo, [weak = weak_from_this(), message = std::move(pMessage)]() mutable {
@@ -103,13 +104,13 @@ void Stream::send(OutgoingMessage&& pMessage) {
   });
 }
 
-void Stream::xQueue(OutgoingMessage&& pMessage) {
+void MessageStream::xQueue(OutgoingMessage&& pMessage) {
   if (fEnded) return;
   fQueue.push_back(std::move(pMessage));
   if (fWriting.empty()) xWrite();
 }
 
-void Stream::xWrite() {
+void MessageStream::xWrite() {
   while (!fQueue.empty() && fWriting.size() < kMessagesPerWrite) {
     fWriting.push_back(std::move(fQueue.front()));
     fQueue.pop_front();
@@ -126,7 +127,7 @@ void Stream::xWrite() {
                     });
 }
 
-void Stream::xWritten(std::size_t pSize) {
+void MessageStream::xWritten(std::size_t pSize) {
   const std::size_t messages = fWriting.size();
   fWriting.clear();
   fWaitingBytes -= pSize;
@@ -137,17 +138,17 @@ void Stream::xWritten(std::size_t pSize) {
 
 // ---- the end ----
 
-void Stream::end(const std::string& pReason) {
+void MessageStream::end(const std::string& pReason) {
   asio::post(*fIo, [weak = weak_from_this(), pReason] {
     if (const auto self = weak.lock()) self->xEnd(pReason);
   });
 }
 
-void Stream::xEnd(const std::string& pReason) {
+void MessageStream::xEnd(const std::string& pReason) {
   if (fEnded) return;
   fEnded = true;
   fQueue.clear();
-  error_code ignored;  // it is being closed, whatever state it is in
+  error_code ignored;  // it is closed in any case
   fSocket.shutdown(Socket::shutdown_both, ignored);
   fSocket.close(ignored);
   onEnd(pReason);

@@ -1,4 +1,6 @@
-#include "listener.h"
+// Accepting clients on TCP and Unix-domain sockets. A failure to accept pauses and never stops the
+// listening: when descriptors run out, they come back as other connections end.
+#include "listeningsocket.h"
 
 #include <sys/stat.h>
 #include <unistd.h>
@@ -27,24 +29,24 @@ using boost::system::error_code;
 using boost::system::system_error;
 using Local = asio::local::stream_protocol;
 
-// No descriptor is free, or the like: it gets better when another connection ends.
+// Long enough not to spin while no descriptor is free.
 constexpr std::chrono::milliseconds kPauseAfterFailure(100);
 
-std::string peerOf(tcp::socket& pSocket, const std::string&) {
+std::string describePeer(tcp::socket& pSocket, const std::string&) {
   const tcp::endpoint peer = pSocket.remote_endpoint();
   return Address{"", peer.address().to_string(), peer.port()}.toString();
 }
 
-std::string peerOf(Local::socket&, const std::string& pOwn) { return pOwn; }
+std::string describePeer(Local::socket&, const std::string& pOwn) { return pOwn; }
 
-/// Accepts until it is closed.
+/// Accepts clients until it is closed.
 template <typename Protocol>
-class ProtocolListener : public Listener,
-                         public boost::enable_shared_from_this<ProtocolListener<Protocol>> {
+class BasicListeningSocket : public ListeningSocket,
+                             public boost::enable_shared_from_this<BasicListeningSocket<Protocol>> {
  public:
   using Acceptor = typename Protocol::acceptor;
 
-  ProtocolListener(Acceptor&& pAcceptor, const std::string& pName, AcceptHandler pHandler)
+  BasicListeningSocket(Acceptor&& pAcceptor, const std::string& pName, AcceptHandler pHandler)
       : fAcceptor(std::move(pAcceptor)),
         fPause(fAcceptor.get_executor()),
         fName(pName),
@@ -71,18 +73,18 @@ class ProtocolListener : public Listener,
     fFailing = false;
     try {
       setOptions(pSocket);
-      const std::string peer = peerOf(pSocket, fName);
-      fHandler(Stream::Socket(std::move(pSocket)), peer);
-    } catch (const std::exception& error) {  // it has gone already, or no memory is left for it
+      const std::string peer = describePeer(pSocket, fName);
+      fHandler(MessageStream::Socket(std::move(pSocket)), peer);
+    } catch (const std::exception& error) {  // it has disconnected, or memory ran out
       ki::log::LogStream(ki::log::kWarning, "ox.transport", "", "accept", __LINE__)
-          << "A client of " << fName << " was not taken: " << error.what();
+          << "Could not accept a client on " << fName << ": " << error.what();
     }
   }
 
   void xFailed(const std::string& pReason) {
     if (!std::exchange(fFailing, true))
       ki::log::LogStream(ki::log::kError, "ox.transport", "", "accept", __LINE__)
-          << "Clients of " << fName << " can't be taken at the moment: " << pReason;
+          << "Cannot accept clients on " << fName << " at the moment: " << pReason;
     fPause.expires_after(kPauseAfterFailure);
     fPause.async_wait([self = this->shared_from_this()](const error_code& pError) {
       if (!pError && self->fAcceptor.is_open()) self->accept();
@@ -96,17 +98,17 @@ class ProtocolListener : public Listener,
   bool fFailing = false;
 };
 
-/// Also owns the socket's file.
-class LocalListener : public ProtocolListener<Local> {
+/// Also owns the socket file.
+class LocalListeningSocket : public BasicListeningSocket<Local> {
  public:
-  LocalListener(Acceptor&& pAcceptor, const Address& pAddress, AcceptHandler pHandler)
-      : ProtocolListener(std::move(pAcceptor), pAddress.toString(), std::move(pHandler)),
+  LocalListeningSocket(Acceptor&& pAcceptor, const Address& pAddress, AcceptHandler pHandler)
+      : BasicListeningSocket(std::move(pAcceptor), pAddress.toString(), std::move(pHandler)),
         fPath(pAddress.path) {
     ::stat(fPath.c_str(), &fFile);
   }
 
   void close() override {
-    ProtocolListener::close();
+    BasicListeningSocket::close();
     struct stat present {};
     const bool own = ::stat(fPath.c_str(), &present) == 0 && present.st_dev == fFile.st_dev &&
                      present.st_ino == fFile.st_ino;
@@ -123,27 +125,27 @@ bool isSocketFile(const std::string& pPath) {
   return ::lstat(pPath.c_str(), &file) == 0 && S_ISSOCK(file.st_mode);
 }
 
-/// Removes the file when nobody listens behind it.
+/// Removes a socket file that no process listens on.
 void removeDeadSocket(asio::io_context& pIo, const Local::endpoint& pEndpoint) {
   if (!isSocketFile(pEndpoint.path())) return;
   Local::socket probe(pIo, Local());
-  probe.non_blocking(true);  // a queue without room is also an answer
+  probe.non_blocking(true);  // a full queue is also an answer
   error_code error;
   probe.connect(pEndpoint, error);
   if (error == asio::error::connection_refused) ::unlink(pEndpoint.path().c_str());
 }
 
-boost::shared_ptr<Listener> openLocal(asio::io_context& pIo, const Address& pAddress,
-                                      Listener::AcceptHandler pHandler) {
+boost::shared_ptr<ListeningSocket> openLocal(asio::io_context& pIo, const Address& pAddress,
+                                             ListeningSocket::AcceptHandler pHandler) {
   const Local::endpoint endpoint(pAddress.path);
   removeDeadSocket(pIo, endpoint);
-  const auto listener = boost::make_shared<LocalListener>(Local::acceptor(pIo, endpoint, false),
-                                                          pAddress, std::move(pHandler));
+  const auto listener = boost::make_shared<LocalListeningSocket>(
+      Local::acceptor(pIo, endpoint, false), pAddress, std::move(pHandler));
   asio::post(pIo, [listener] { listener->accept(); });
   return listener;
 }
 
-/// IPv4 first: of the two that a name may be it is the one that clients dial by number.
+/// IPv4 first: clients that use a number instead of a name mostly use the IPv4 one.
 std::vector<tcp::endpoint> resolve(asio::io_context& pIo, const Address& pAddress) {
   const auto found = tcp::resolver(pIo).resolve(
       pAddress.resolvableHost(), std::to_string(pAddress.port), tcp::resolver::passive);
@@ -164,11 +166,11 @@ tcp::acceptor bindFirst(asio::io_context& pIo, const std::vector<tcp::endpoint>&
   }
 }
 
-boost::shared_ptr<Listener> openTcp(asio::io_context& pIo, Address& pAddress,
-                                    Listener::AcceptHandler pHandler) {
+boost::shared_ptr<ListeningSocket> openTcp(asio::io_context& pIo, Address& pAddress,
+                                           ListeningSocket::AcceptHandler pHandler) {
   tcp::acceptor acceptor = bindFirst(pIo, resolve(pIo, pAddress));
   pAddress.port = acceptor.local_endpoint().port();
-  const auto listener = boost::make_shared<ProtocolListener<tcp>>(
+  const auto listener = boost::make_shared<BasicListeningSocket<tcp>>(
       std::move(acceptor), pAddress.toString(), std::move(pHandler));
   asio::post(pIo, [listener] { listener->accept(); });
   return listener;
@@ -176,16 +178,16 @@ boost::shared_ptr<Listener> openTcp(asio::io_context& pIo, Address& pAddress,
 
 }  // namespace
 
-Listener::~Listener() = default;
+ListeningSocket::~ListeningSocket() = default;
 
-boost::shared_ptr<Listener> Listener::open(asio::io_context& pIo, Address& pAddress,
-                                           AcceptHandler pHandler) {
+boost::shared_ptr<ListeningSocket> ListeningSocket::open(asio::io_context& pIo, Address& pAddress,
+                                                         AcceptHandler pHandler) {
   try {
     return pAddress.isUnix() ? openLocal(pIo, pAddress, std::move(pHandler))
                              : openTcp(pIo, pAddress, std::move(pHandler));
   } catch (const system_error& error) {
     raiseError("OXServer", "listen",
-               "Can't listen on " + pAddress.toString() + ": " + error.code().message());
+               "Cannot listen on " + pAddress.toString() + ": " + error.code().message());
   }
 }
 
