@@ -36,7 +36,8 @@ class OX_API OX_CAPABILITY("mutex") OXMutex {
   int fDepth = 0;                          ///< the holder's own
 };
 
-/// Many readers or one writer, first come first served: nobody starves. It knows its holders:
+/// Many readers or one writer, first come first served, so that nobody starves. It knows its
+/// holders:
 ///
 ///   this thread holds \ asks for | reading              | writing
 ///   nothing                      | waits for its turn   | waits for its turn
@@ -45,7 +46,7 @@ class OX_API OX_CAPABILITY("mutex") OXMutex {
 ///   writing                      | at once              | at once, counted
 ///
 /// A thread releases what it acquired as often, in any order; a writer that releases writing while
-/// it still reads goes on as a reader. Releasing what is not held throws OXError and changes
+/// it still reads continues as a reader. Releasing what is not held throws OXError and changes
 /// nothing. Thread-safe. Waits have no limit. Acquiring and releasing allocate nothing once as many
 /// threads as ever read at once have read.
 class OX_API OX_CAPABILITY("mutex") OXMutexRW {

@@ -82,7 +82,7 @@ class OX_SCOPED_CAPABILITY MutexLock {
   MutexLock(const MutexLock&) = delete;
   MutexLock& operator=(const MutexLock&) = delete;
 
-  /// Gives the mutex back before the scope ends, and takes it again.
+  /// Releases the mutex before the scope ends, and acquires it again.
   void unlock() OX_RELEASE() { fLock.unlock(); }
   void lock() OX_ACQUIRE() { fLock.lock(); }
 

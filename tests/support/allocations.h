@@ -1,4 +1,4 @@
-/// How often this program has asked for memory by new.
+/// Counts how often this program has allocated memory with new.
 #pragma once
 
 namespace OX::test {

@@ -1,4 +1,4 @@
-/// A clock that stands still until a test or a sleep moves it.
+/// A clock that only a test or a sleep advances.
 #pragma once
 
 #include <atomic>
@@ -12,8 +12,8 @@
 
 namespace OX::test {
 
-/// In force from its construction to its end; make it before, and end it after, whatever reads the
-/// time. Thread-safe.
+/// Replaces the system's clock during its lifetime: construct it before, and destroy it after,
+/// everything that reads the time. Thread-safe.
 class FakeClock : public OXClock {
  public:
   static constexpr std::int64_t kStartUs = 1'700'000'000'000'000;
@@ -27,7 +27,7 @@ class FakeClock : public OXClock {
   /// Local time is UTC here.
   std::int64_t localNowUs() override { return fNowUs.load(); }
 
-  /// Costs no time: moves the clock on, calls the hook and lets other threads run.
+  /// Takes no real time: advances the clock, calls the hook and lets other threads run.
   void sleepUs(unsigned int pDurationUs) override {
     fNowUs += pDurationUs;
     fSleptUs += pDurationUs;
@@ -39,12 +39,12 @@ class FakeClock : public OXClock {
   void setUs(std::int64_t pNowUs) { fNowUs.store(pNowUs); }
   void advanceUs(std::int64_t pDurationUs) { fNowUs += pDurationUs; }
 
-  /// All the time that was slept, by all threads together, and how often.
+  /// The total time slept by all threads, and the number of sleeps.
   std::int64_t sleptUs() const { return fSleptUs.load(); }
   int sleeps() const { return fSleeps.load(); }
 
-  /// Called on the sleeper's thread after each sleep, without a lock: the place to push the frame
-  /// or give up the hold that the sleeper waits for. An empty one takes the hook away.
+  /// Called on the sleeper's thread after each sleep, without a lock: use it to push the frame or
+  /// release the hold that the sleeper waits for. An empty one removes the hook.
   using Hook = std::function<void(unsigned int pDurationUs)>;
   void setSleepHook(Hook pHook) {
     const std::lock_guard guard(fGuard);

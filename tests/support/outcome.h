@@ -1,4 +1,4 @@
-/// What came of a call, as text: so that results and refusals stand in one table.
+/// Results of calls as text, so that results and refusals fit into one table.
 #pragma once
 
 #include <sstream>
@@ -26,7 +26,7 @@ inline std::string show(const OXValue& pValue) {
   return text.str();
 }
 
-/// What pCall gives, or "OXError: " and the description of the error that it throws.
+/// The result of pCall, or "OXError: " and the description of the error that it throws.
 template <typename Call>
 std::string outcome(Call pCall) {
   try {

@@ -1,5 +1,5 @@
-// Both locks keep their own books instead of wrapping a pthread lock: only so can a thread that
-// would wait for itself, or releases what it does not hold, be told so.
+// Both locks record their holders: only so can a thread that would wait for itself, or that
+// releases what it does not hold, get an error.
 //
 // OXMutexRW keeps a queue in the order of arrival, on the stacks of the threads that wait. Whoever
 // releases hands the lock over to the front of the queue before anybody wakes, so nobody overtakes

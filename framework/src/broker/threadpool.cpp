@@ -1,4 +1,4 @@
-// Threads that come with need: a task that finds no idle thread gets one of its own until the
+// Threads are started on demand: a task that finds no idle thread gets one of its own until the
 // limit, so a call that waits never keeps another from starting. The threads are detached and share
 // the state, since one that is stuck in its task may outlive the pool.
 #include "threadpool.h"

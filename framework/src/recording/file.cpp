@@ -83,7 +83,7 @@ bool RecordingFile::openForWriting(const std::string& pPath) {
 }
 
 bool RecordingFile::xClearForWriting() {
-  // A file system without locks gives another error: then there is nothing to check.
+  // A file system without locks returns another error: then there is nothing to check.
   if (::flock(fDescriptor, LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK)
     return xFail("another recorder is writing this file");
   // A new file is not truncated: file systems flush files that are truncated and refilled at once.

@@ -1,4 +1,4 @@
-// The broker as a module of its own, so that callers inspect it as they call anything else.
+// The broker as a module of its own, so that remote callers inspect it by ordinary calls.
 #include "brokermodule.h"
 
 #include <oxframework/oxbroker.h>

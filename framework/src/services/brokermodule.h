@@ -1,4 +1,4 @@
-/// The module "OXBroker": the broker as its callers see it.
+/// The module "OXBroker": lists modules and methods, and names connections.
 #pragma once
 
 #include <boost/shared_ptr.hpp>
@@ -8,21 +8,21 @@
 
 namespace OX {
 
-/// Answers what there is to call. Thread-safe.
+/// Registered by OXBroker::create(). Thread-safe.
 class OXBrokerModule : public OXModule {
  public:
   explicit OXBrokerModule(boost::shared_ptr<OXBroker> pBroker);
 
-  /// Names, in the order of registration.
+  /// An array of the names of modules, in the order of registration.
   OXValue getModuleList();
-  /// One array a publication, in the order of binding: name, class, description, flags, parameters
+  /// One array a method, in the order of binding: name, class, description, flags, parameters
   /// as [name, description, type], return as [name, description, type], examples as
   /// [language, text]. Throws OXError for an unknown module.
   OXValue getMethodList(const std::string& pModule);
   /// [description, [[language, text], ...]]. Throws OXError for an unknown module.
   OXValue getModuleDescription(const std::string& pModule);
-  /// Names the connection that the call comes by. Throws OXError for an empty name, and for a
-  /// local call, which comes by none.
+  /// Names the connection of this call. Throws OXError for an empty name, and for a local call,
+  /// which has no connection.
   void setClientName(const std::string& pName);
   /// True.
   bool ping();

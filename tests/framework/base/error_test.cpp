@@ -1,5 +1,5 @@
-// An error names the place where it arose: the line of each raise, not of a helper they share, and
-// a path that starts at the top of the source tree wherever the build folder is.
+// An error names the place where it arose: the line of each raise, not of a helper that raises
+// share, and a path that starts at the top of the source tree wherever the build folder is.
 #include <oxframework/oxerror.h>
 
 #include <gtest/gtest.h>

@@ -1,5 +1,6 @@
-// Each row of OXMutexRW's table, its fairness, and its exclusion under random use. A thread counts
-// as waiting when it has begun its request, has not come back, and the kernel says that it sleeps.
+// Each row of OXMutexRW's table, its fairness, and its exclusion under random use; OXMutex and the
+// scoped holders. A thread counts as waiting when it has begun its request, has not returned, and
+// the kernel reports that it sleeps.
 #include <oxframework/oxlocks.h>
 
 #include <gtest/gtest.h>
@@ -22,7 +23,7 @@
 namespace OX::test {
 namespace {
 
-/// A thread that does what it is told, one thing after the other.
+/// A thread that executes requests, one after the other.
 class Actor {
  public:
   explicit Actor(OXMutexRW& pLock) : fLock(pLock), fThread([this] { xRun(); }) {}
@@ -33,7 +34,7 @@ class Actor {
   Actor(const Actor&) = delete;
   Actor& operator=(const Actor&) = delete;
 
-  /// "at once", "waits", or "error" for a request; one that waits is finished by finish().
+  /// "at once", "waits", or "error" for a request; finish() waits for one that waits.
   std::string lockRead() {
     return xAsk([this] { fLock.lockRead(); });
   }
@@ -120,30 +121,30 @@ class Actor {
   std::thread fThread;
 };
 
-TEST(OXMutexRW, WhoHoldsNothingWaitsForOthers) {
+TEST(OXMutexRW, AThreadThatHoldsNothingWaitsForOthers) {
   OXMutexRW lock;
   Actor one(lock);
   Actor two(lock);
   EXPECT_EQ(one.lockRead(), "at once");
   EXPECT_EQ(two.lockRead(), "at once") << "readers share";
   EXPECT_EQ(two.unlockRead(), "at once");
-  EXPECT_EQ(two.lockWrite(), "waits") << "behind a reader";
+  EXPECT_EQ(two.lockWrite(), "waits") << "after a reader";
   EXPECT_EQ(one.unlockRead(), "at once");
   two.finish();
-  EXPECT_EQ(one.lockRead(), "waits") << "behind a writer";
+  EXPECT_EQ(one.lockRead(), "waits") << "after a writer";
   EXPECT_EQ(two.unlockWrite(), "at once");
   one.finish();
   EXPECT_EQ(one.unlockRead(), "at once");
 }
 
-TEST(OXMutexRW, AReaderReadsAgainAlsoWhileAWriterWaits) {
+TEST(OXMutexRW, AReaderReadsAgainEvenWhileAWriterWaits) {
   OXMutexRW lock;
   Actor reader(lock);
   Actor writer(lock);
   Actor other(lock);
   EXPECT_EQ(reader.lockRead(), "at once");
   EXPECT_EQ(writer.lockWrite(), "waits");
-  EXPECT_EQ(other.lockRead(), "waits") << "behind the writer, who would starve otherwise";
+  EXPECT_EQ(other.lockRead(), "waits") << "after the writer, which would starve otherwise";
   EXPECT_EQ(reader.lockRead(), "at once");
   EXPECT_EQ(reader.unlockRead(), "at once");
   EXPECT_TRUE(writer.sleepsInItsTask()) << "the reader still reads";
@@ -154,7 +155,7 @@ TEST(OXMutexRW, AReaderReadsAgainAlsoWhileAWriterWaits) {
   EXPECT_EQ(other.unlockRead(), "at once");
 }
 
-TEST(OXMutexRW, AReaderWhoAsksToWriteIsRefusedAndStillReads) {
+TEST(OXMutexRW, AReaderThatAsksToWriteIsRefusedAndStillReads) {
   OXMutexRW lock;
   Actor reader(lock);
   Actor writer(lock);
@@ -169,7 +170,7 @@ TEST(OXMutexRW, AReaderWhoAsksToWriteIsRefusedAndStillReads) {
   EXPECT_EQ(reader.unlockWrite(), "at once");
 }
 
-TEST(OXMutexRW, AWriterWritesAndReadsAgainAndMayGoOnAsAReader) {
+TEST(OXMutexRW, AWriterIsReentrantAndMayContinueAsAReader) {
   OXMutexRW lock;
   Actor writer(lock);
   Actor other(lock);
@@ -177,7 +178,7 @@ TEST(OXMutexRW, AWriterWritesAndReadsAgainAndMayGoOnAsAReader) {
   EXPECT_EQ(writer.lockWrite(), "at once");
   EXPECT_EQ(writer.lockRead(), "at once");
   EXPECT_EQ(writer.unlockWrite(), "at once");
-  EXPECT_EQ(other.lockRead(), "waits") << "given up once of twice";
+  EXPECT_EQ(other.lockRead(), "waits") << "released once of twice";
   EXPECT_EQ(writer.unlockWrite(), "at once");
   other.finish();
   EXPECT_EQ(other.unlockRead(), "at once");
@@ -188,7 +189,7 @@ TEST(OXMutexRW, AWriterWritesAndReadsAgainAndMayGoOnAsAReader) {
   EXPECT_EQ(other.unlockWrite(), "at once");
 }
 
-TEST(OXMutexRW, GivingUpWhatIsNotHeldIsAnErrorAndHarmsNobody) {
+TEST(OXMutexRW, ReleasingWhatIsNotHeldIsAnErrorAndChangesNothing) {
   OXMutexRW lock;
   Actor holder(lock);
   Actor thief(lock);
@@ -207,7 +208,7 @@ TEST(OXMutexRW, GivingUpWhatIsNotHeldIsAnErrorAndHarmsNobody) {
   EXPECT_EQ(thief.unlockRead(), "at once");
 }
 
-TEST(OXMutexRW, ServesInTheOrderOfAsking) {
+TEST(OXMutexRW, ServesInTheOrderOfRequests) {
   OXMutexRW lock;
   Actor first(lock);
   Actor writer(lock);
@@ -223,7 +224,7 @@ TEST(OXMutexRW, ServesInTheOrderOfAsking) {
   EXPECT_EQ(first.unlockWrite(), "at once");
   writer.finish();
   EXPECT_TRUE(readerA.sleepsInItsTask());
-  EXPECT_EQ(first.lockRead(), "waits") << "a latecomer stands behind the last writer";
+  EXPECT_EQ(first.lockRead(), "waits") << "a latecomer queues after the last writer";
   EXPECT_EQ(writer.unlockWrite(), "at once");
   readerA.finish();
   readerB.finish();
@@ -237,8 +238,8 @@ TEST(OXMutexRW, ServesInTheOrderOfAsking) {
   EXPECT_EQ(first.unlockRead(), "at once");
 }
 
-/// Random steps of one thread. Two plain numbers stand under the lock and are equal outside of a
-/// write; the thread sanitizer sees whether the lock guards them.
+/// Random steps of one thread. The lock guards two plain numbers, which are equal outside of a
+/// write; the thread sanitizer detects whether it does.
 void useAtRandom(OXMutexRW& pLock, std::array<int, 2>& pPair, unsigned int pSeed) {
   std::minstd_rand random(pSeed);
   for (int step = 0; step < 2000; ++step) {
@@ -277,7 +278,7 @@ TEST(OXMutexRW, GuardsUnderRandomUse) {
   EXPECT_GT(pair[0], 0);
 }
 
-TEST(CriticalSections, HoldForTheirScope) {
+TEST(CriticalSections, HoldTheLockForTheirScope) {
   const auto lock = OXMutexRW::createOXMutexRW();
   Actor other(*lock);
   {
@@ -338,7 +339,7 @@ TEST(CriticalSections, LogALockThatWasReleasedByHand) {
             "This thread does not hold the lock for reading\n"
             "OXCriticalSectionWrite: The lock was already released: "
             "This thread does not hold the lock for writing\n");
-  // Neither is held any more, and both still work.
+  // It is not held any more, and still works.
   Actor other(*lock);
   EXPECT_EQ(other.lockWrite(), "at once");
   EXPECT_EQ(other.unlockWrite(), "at once");

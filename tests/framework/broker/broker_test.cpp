@@ -1,3 +1,4 @@
+// The registry, the dispatch of calls, the module "OXBroker", endpoints, and the end of a broker.
 #include <oxframework/oxbroker.h>
 
 #include <gmock/gmock.h>
@@ -61,7 +62,7 @@ class Chooser : public OXModule {
   }
 };
 
-/// Its call waits until it is let go.
+/// A module whose call waits until it is released.
 class Waiter : public OXModule {
  public:
   Waiter(boost::shared_ptr<OXBroker> pBroker, const std::string& pName,
@@ -86,7 +87,7 @@ class Waiter : public OXModule {
   std::vector<std::string>* fEnded;
 };
 
-class BrokerTest : public ::testing::Test {
+class Broker : public ::testing::Test {
  protected:
   std::string call(const std::string& pModule, const std::string& pMethod,
                    const OXValue& pArguments) {
@@ -103,7 +104,7 @@ class BrokerTest : public ::testing::Test {
   boost::shared_ptr<OXBroker> fBroker = OXBroker::create();
 };
 
-TEST_F(BrokerTest, PicksThePublicationThatFitsBest) {
+TEST_F(Broker, SelectsThePublicationThatFitsBest) {
   OXModule::createModule<Chooser>(fBroker);
   OXValue binary;
   binary.SetBinary("x", 1);
@@ -132,7 +133,7 @@ TEST_F(BrokerTest, PicksThePublicationThatFitsBest) {
         << row.method << show(row.arguments) << ": " << row.why;
 }
 
-TEST_F(BrokerTest, ACallThatFitsNothingSaysWhatThereIs) {
+TEST_F(Broker, ACallThatFitsNothingListsTheSignatures) {
   OXModule::createModule<Chooser>(fBroker);
   EXPECT_EQ(call("Chooser", "strict", OXValue::array(2.5f)),
             "OXError: \"strict\" doesn't take (float). There is:\n"
@@ -143,7 +144,7 @@ TEST_F(BrokerTest, ACallThatFitsNothingSaysWhatThereIs) {
   EXPECT_EQ(call("Chooser", "pick", 3), "OXError: The arguments of a call are an array, not int");
 }
 
-TEST_F(BrokerTest, TellsWhatCanBeCalled) {
+TEST_F(Broker, ListsModulesAndMethods) {
   OXModule::createModule<Chooser>(fBroker);
   const auto broker = fBroker->getProxy("OXBroker");
   EXPECT_EQ(show(broker->call("getModuleList")), "[\"OXBroker\", \"Chooser\"]");
@@ -161,7 +162,7 @@ TEST_F(BrokerTest, TellsWhatCanBeCalled) {
   EXPECT_THAT(show(broker->call("version")), ::testing::MatchesRegex("\"[0-9]+.[0-9]+.[0-9]+\""));
 }
 
-TEST_F(BrokerTest, EveryMethodOfItsOwnIsDescribed) {
+TEST_F(Broker, DescribesEveryMethodOfItsOwn) {
   const OXValue methods = fBroker->call("OXBroker", "getMethodList", OXValue::array("OXBroker"));
   for (const OXValue& method : methods.toArray()) {
     EXPECT_FALSE(method[2].toString().empty()) << show(method);
@@ -174,7 +175,7 @@ TEST_F(BrokerTest, EveryMethodOfItsOwnIsDescribed) {
   }
 }
 
-TEST_F(BrokerTest, NamesTheConnectionThatACallComesBy) {
+TEST_F(Broker, NamesTheConnectionOfACall) {
   struct Connection : OXCallerContext {
     void setClientName(const std::string& pName) override { name = pName; }
     std::string name;
@@ -193,7 +194,7 @@ TEST_F(BrokerTest, NamesTheConnectionThatACallComesBy) {
   EXPECT_EQ(connection.name, "me");
 }
 
-TEST_F(BrokerTest, AModuleOutlivesTheCallsThatAreInsideIt) {
+TEST_F(Broker, AModuleLivesUntilItsCallsEnd) {
   boost::shared_ptr<Waiter> waiter = addWaiter("Waiter");
   std::string answer;
   std::thread caller([&] { answer = call("Waiter", "wait", OXValue::array()); });
@@ -209,7 +210,7 @@ TEST_F(BrokerTest, AModuleOutlivesTheCallsThatAreInsideIt) {
   EXPECT_THAT(fEnded, ElementsAre("Waiter"));
 }
 
-TEST_F(BrokerTest, KeepsNamesApart) {
+TEST_F(Broker, RefusesEmptyAndUsedNames) {
   addWaiter("One");
   EXPECT_EQ(outcome([&] { return addWaiter("One")->getName(); }),
             "OXError: There is a module \"One\" already");
@@ -219,7 +220,7 @@ TEST_F(BrokerTest, KeepsNamesApart) {
   EXPECT_EQ(outcome([&] { return addWaiter("One")->getName(); }), "\"One\"");
 }
 
-TEST_F(BrokerTest, AProxyFindsItsModuleAnewForEachCall) {
+TEST_F(Broker, AProxyLooksItsModuleUpForEachCall) {
   OXModule::createModule<Chooser>(fBroker);
   const auto proxy = fBroker->getProxy("Chooser");
   EXPECT_EQ(outcome([&] { return proxy->call("pick", 1); }), "\"int\"");
@@ -232,7 +233,7 @@ TEST_F(BrokerTest, AProxyFindsItsModuleAnewForEachCall) {
             "OXError: The broker of module \"Chooser\" has ended");
 }
 
-TEST_F(BrokerTest, ShutdownWaitsForCallsAndLetsTheLastModuleGoFirst) {
+TEST_F(Broker, ShutdownWaitsForCallsAndReleasesTheLastModuleFirst) {
   boost::shared_ptr<Waiter> waiter = addWaiter("First");
   addWaiter("Second");
   std::string answer;
@@ -251,11 +252,11 @@ TEST_F(BrokerTest, ShutdownWaitsForCallsAndLetsTheLastModuleGoFirst) {
   fBroker->shutdown();
 }
 
-TEST_F(BrokerTest, TheLastHolderMayBeATaskOfItsOwn) {
+TEST_F(Broker, TheLastOwnerMayBeItsOwnTask) {
   std::latch given(1);
   std::latch ended(1);
   addWaiter("Module");
-  // The broker ends on one of its own threads, together with the task that held it.
+  // The broker ends on one of its own threads, together with the task that owned it.
   const auto endBroker = [&ended](boost::shared_ptr<OXBroker>* pBroker) {
     delete pBroker;
     ended.count_down();
@@ -269,7 +270,7 @@ TEST_F(BrokerTest, TheLastHolderMayBeATaskOfItsOwn) {
   EXPECT_THAT(fEnded, ElementsAre("Module"));
 }
 
-TEST_F(BrokerTest, NotifiesAModuleOrEveryClientOfAName) {
+TEST_F(Broker, NotifiesAModuleOrEveryClientOfAName) {
   CaptureLog log;
   std::vector<std::string> got;
   const auto endpoint = [&](const std::string& pWho) {
@@ -299,7 +300,7 @@ TEST_F(BrokerTest, NotifiesAModuleOrEveryClientOfAName) {
   EXPECT_EQ(notify("OXBroker"), "OXError: OXBroker has no method \"onEvent\"");
 }
 
-TEST_F(BrokerTest, TheManagerKnowsTheBrokersThatLive) {
+TEST_F(Broker, TheManagerListsLivingBrokers) {
   const auto manager = OXBrokerManager::getInstance();
   EXPECT_EQ(fBroker->getBrokerManager().lock(), manager);
   OXBrokerManager::setInstance({});
@@ -310,7 +311,7 @@ TEST_F(BrokerTest, TheManagerKnowsTheBrokersThatLive) {
   EXPECT_THAT(manager->getBrokers(), ElementsAre());
 }
 
-TEST_F(BrokerTest, CallsRunSideBySide) {
+TEST_F(Broker, CallsRunInParallel) {
   OXModule::createModule<Chooser>(fBroker);
   std::atomic<int> right{0};
   std::latch done(400);

@@ -1,3 +1,4 @@
+// Binding of member functions: which kinds each parameter accepts, results, errors, descriptions.
 #include <oxvalue/detail/oxfunctor.h>
 
 #include <gtest/gtest.h>
@@ -57,11 +58,11 @@ OXMethodInfo described(Method pMethod, int pDescribedParameters) {
   return info;
 }
 
-TEST(Functor, ConvertsWhatItSaysAndSelectionAgrees) {
+TEST(Functor, ConvertsAsDocumentedAndAsSelectionExpects) {
   OXValue binary;
   binary.SetBinary("x", 1);
   const std::vector<OXValue> kinds{OXValue(), true, 1, 2.5f, "t", OXValue::array(1, 2), binary};
-  const std::string no = "no";  // stands for: refused, with the message checked below
+  const std::string no = "no";  // refused, with the message that is checked below
   struct Row {
     const char* wanted;
     std::vector<std::string> expected;  // invalid, bool, int, float, string, array, binary
@@ -92,7 +93,7 @@ TEST(Functor, ConvertsWhatItSaysAndSelectionAgrees) {
   check(&Camera::takeValue, {"", {"invalid", "true", "1", "2.5f", "\"t\"", "[1, 2]", "<1 bytes>"}});
 }
 
-TEST(Functor, ARefusalNamesItsPlace) {
+TEST(Functor, ARefusalNamesItsFile) {
   Camera camera;
   try {
     callOn(camera, &Camera::takeInt, OXValue::array("x"));
@@ -104,7 +105,7 @@ TEST(Functor, ARefusalNamesItsPlace) {
   }
 }
 
-TEST(Functor, CallsAndGivesResults) {
+TEST(Functor, CallsAndReturnsResults) {
   SpecialCamera camera;
   EXPECT_EQ(outcome([&] { return callOn(camera, &Camera::name, OXValue::array("a", 3)); }),
             "\"special a3\"")
@@ -119,7 +120,7 @@ TEST(Functor, CallsAndGivesResults) {
   EXPECT_EQ(camera.fLast, 3);
 }
 
-TEST(Functor, NothingButOXErrorGetsOut) {
+TEST(Functor, ThrowsNothingButOXError) {
   Camera camera;
   EXPECT_EQ(outcome([&] { return callOn(camera, &Camera::name, OXValue::array("a")); }),
             "OXError: Index 1 is outside an array of 1 elements");

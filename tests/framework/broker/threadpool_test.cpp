@@ -1,3 +1,4 @@
+// Tasks start in order and at once up to the limit; the end is bounded; nothing posted is lost.
 #include "broker/threadpool.h"
 
 #include <gtest/gtest.h>
@@ -18,12 +19,13 @@ namespace {
 using std::chrono::hours;
 using std::chrono::milliseconds;
 
-TEST(ThreadPool, ATaskThatWaitsKeepsNoneFromStarting) {
+TEST(ThreadPool, AWaitingTaskKeepsNoOtherFromStarting) {
   constexpr int kTasks = 40;
   OXThreadPool pool(kTasks);
   std::latch together(kTasks);
   for (int i = 0; i < kTasks; ++i)
-    ASSERT_TRUE(pool.post([&] { together.arrive_and_wait(); }));  // passes only when all have begun
+    ASSERT_TRUE(
+        pool.post([&] { together.arrive_and_wait(); }));  // passes only when all have started
   EXPECT_TRUE(pool.stop(hours(1)));
 }
 
@@ -35,13 +37,14 @@ TEST(ThreadPool, AnIdleThreadCountsForOneTaskOnly) {
     warm.wait();
     for (int i = 0; i < 1000; ++i) std::this_thread::yield();  // it is idle now, most likely
     std::latch together(2);
-    pool.post([&] { together.arrive_and_wait(); });  // owed the idle thread, which may still sleep
+    pool.post(
+        [&] { together.arrive_and_wait(); });  // the idle thread takes it, which may still sleep
     pool.post([&] { together.arrive_and_wait(); });
     ASSERT_TRUE(pool.stop(hours(1)));
   }
 }
 
-TEST(ThreadPool, KeepsItsLimitAndItsOrder) {
+TEST(ThreadPool, KeepsItsLimitAndOrder) {
   OXThreadPool pool(1);
   std::vector<int> started;  // one thread at a time: needs no lock
   for (int i = 0; i < 100; ++i) ASSERT_TRUE(pool.post([&started, i] { started.push_back(i); }));
@@ -51,7 +54,7 @@ TEST(ThreadPool, KeepsItsLimitAndItsOrder) {
   EXPECT_TRUE(std::is_sorted(started.begin(), started.end()));
 }
 
-TEST(ThreadPool, ReusesIdleThreadsAndLetsThemGo) {
+TEST(ThreadPool, ReusesIdleThreadsAndEndsThem) {
   OXThreadPool pool(8, milliseconds(1));
   std::latch done(1);
   ASSERT_TRUE(pool.post([&] { done.count_down(); }));
@@ -93,7 +96,7 @@ TEST(ThreadPool, StopIsBoundedDropsWhatHasNotStartedAndRefusesMore) {
     pool.post([&, held] { started = true; });
     running.wait();
     EXPECT_FALSE(pool.stop(milliseconds(0))) << "one is stuck";
-    EXPECT_EQ(held.use_count(), 1) << "a dropped task gives up what it holds";
+    EXPECT_EQ(held.use_count(), 1) << "a dropped task releases what it holds";
     EXPECT_FALSE(pool.post([] {}));
     release.count_down();
     EXPECT_TRUE(pool.stop(hours(1)));
@@ -115,10 +118,10 @@ TEST(ThreadPool, ATaskMayStopThePoolItRunsOn) {
   EXPECT_TRUE(pool.stop(hours(1)));
 }
 
-TEST(ThreadPool, RefusesALimitThatLetsNothingRun) { EXPECT_THROW(OXThreadPool(0), OXError); }
+TEST(ThreadPool, RefusesALimitBelowOneThread) { EXPECT_THROW(OXThreadPool(0), OXError); }
 
-TEST(ThreadPool, ManyPostersLoseNothing) {
-  OXThreadPool pool(4, milliseconds(0));  // threads come and go all the time
+TEST(ThreadPool, LosesNoTaskOfManyPosters) {
+  OXThreadPool pool(4, milliseconds(0));  // threads start and end all the time
   std::atomic<int> done{0};
   std::vector<std::thread> posters;
   for (int i = 0; i < 4; ++i)

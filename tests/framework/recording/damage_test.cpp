@@ -1,5 +1,5 @@
-// Files that were cut, flipped, zeroed, killed or made by hand: no whole frame is lost, no wrong
-// one is given, and the message says where.
+// Files that were cut short, flipped, zeroed, crafted, or left by a killed recorder: no whole frame
+// is lost, no wrong frame is returned, and the message says where the damage is.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -28,8 +28,8 @@ class Damage : public ::testing::Test {
   OXVideo fVideo;
   OXImage fImage{8, 8, kRGB, false, 0, 0, 0, 0};
 
-  /// The frames that can be read from the first to the last, as "0 1 2"; "?" for one that can't.
-  /// Whatever is given must be exactly as it was written.
+  /// The readable frames from the first to the last, as "0 1 2"; "?" for an unreadable one. Each
+  /// must be exactly as it was written.
   std::string frames() {
     std::string text;
     for (int i = 0; i < fVideo.getNumberOfImages(); ++i) {
@@ -53,7 +53,7 @@ std::string upTo(int pFrames) {
   return text;
 }
 
-TEST_F(Damage, cutAnywhereReadsToTheLastWholeFrame) {
+TEST_F(Damage, CutAnywhereReadsToTheLastWholeFrame) {
   record(fPath, 5);
   const Octets whole = contentOf(fPath);
   for (std::size_t size = 0; size <= whole.size(); ++size) {
@@ -75,7 +75,7 @@ TEST_F(Damage, cutAnywhereReadsToTheLastWholeFrame) {
   }
 }
 
-TEST_F(Damage, anyFlippedBitCostsAtMostItsOwnFrame) {
+TEST_F(Damage, AnyFlippedBitCostsAtMostItsOwnFrame) {
   record(fPath, 5);
   const Octets whole = contentOf(fPath);
   for (std::size_t place = 0; place < whole.size(); ++place)
@@ -87,7 +87,7 @@ TEST_F(Damage, anyFlippedBitCostsAtMostItsOwnFrame) {
       std::string expected = upTo(5);
       if (place >= kHeader && hit < 5) expected[2 * hit] = '?';
       ASSERT_EQ(open(file), expected);
-      // Without the index the frame with the broken header is not even counted.
+      // Without the index, a frame with a damaged header is not counted.
       file.resize(kHeader + 5 * kFrame);
       const bool gone = (place - kHeader) % kFrame < 64;
       if (place >= kHeader && hit < 5 && gone) expected.erase(hit ? 2 * hit - 1 : 0, 2);
@@ -97,7 +97,7 @@ TEST_F(Damage, anyFlippedBitCostsAtMostItsOwnFrame) {
     }
 }
 
-TEST_F(Damage, behindAZeroedStretchTheFramesGoOn) {
+TEST_F(Damage, FramesAfterAZeroedRangeAreRead) {
   record(fPath, 40);
   Octets file = contentOf(fPath);
   file.resize(kHeader + 40 * kFrame);
@@ -112,8 +112,8 @@ TEST_F(Damage, behindAZeroedStretchTheFramesGoOn) {
             "getFrame: " + fPath + ": at byte 1072: the frame's pixels are damaged\n");
 }
 
-// The search goes by windows of 4096 bytes at first; no frame may fall between two of them.
-TEST_F(Damage, aFrameIsFoundBehindAnyLengthOfRubbish) {
+// The search starts with windows of 4096 bytes; no frame may be lost between two of them.
+TEST_F(Damage, AFrameIsFoundAfterGarbageOfAnyLength) {
   record(fPath, 2);
   const Octets whole = contentOf(fPath);
   const auto second = whole.begin() + kHeader + kFrame;
@@ -125,7 +125,7 @@ TEST_F(Damage, aFrameIsFoundBehindAnyLengthOfRubbish) {
   }
 }
 
-TEST_F(Damage, manyUnreadableFramesAreOneRecord) {
+TEST_F(Damage, ManyUnreadableFramesAreLoggedOnce) {
   record(fPath, 30);
   Octets file = contentOf(fPath);
   for (std::size_t i = 0; i < 30; ++i) ++file[kHeader + i * kFrame + 64];
@@ -133,7 +133,7 @@ TEST_F(Damage, manyUnreadableFramesAreOneRecord) {
   EXPECT_EQ(fLog.count(2), 1);
 }
 
-/// A file put together by hand, with right checksums round wrong contents.
+/// A crafted file: correct checksums of wrong contents.
 class Crafted {
  public:
   explicit Crafted(const std::vector<streamHeader>& pStreams = {kTiny}) {
@@ -179,7 +179,7 @@ class Crafted {
   Octets fBytes;
 };
 
-TEST_F(Damage, craftedFilesGiveOnlyTheirGoodFrames) {
+TEST_F(Damage, CraftedFilesYieldOnlyTheirValidFrames) {
   const auto entry = [](std::uint64_t pOffset, std::uint32_t pSize, std::uint16_t pStream) {
     return detail::IndexEntry{pOffset, stampOf(0), pSize, pStream, -2};
   };
@@ -224,7 +224,7 @@ TEST_F(Damage, craftedFilesGiveOnlyTheirGoodFrames) {
   for (const Case& row : cases) EXPECT_EQ(open(row.file), row.expected) << row.why;
 }
 
-TEST_F(Damage, aForeignFileGivesAClearMessage) {
+TEST_F(Damage, AForeignFileIsRefusedWithAClearMessage) {
   record(fPath, 2);
   const Octets good = contentOf(fPath);
   const auto with = [&](std::size_t pPlace, unsigned char pByte) {
@@ -254,15 +254,15 @@ TEST_F(Damage, aForeignFileGivesAClearMessage) {
     EXPECT_FALSE(fVideo.readVideo(path)) << path;
 }
 
-// A file of a terabyte that has next to nothing in it must not cost the reading of a terabyte.
-TEST_F(Damage, holesAreNotRead) {
+// A terabyte of hole must not cost the reading of a terabyte.
+TEST_F(Damage, HolesAreNotRead) {
   record(fPath, 3);
   ASSERT_EQ(::truncate(fPath.c_str(), std::int64_t{1} << 40), 0);
   ASSERT_TRUE(fVideo.readVideo(fPath));
   EXPECT_EQ(frames(), "0 1 2");
 }
 
-TEST_F(Damage, aFileThatShrinksWhileItIsReadIsRefused) {
+TEST_F(Damage, AFileThatShrinksWhileOpenIsRefused) {
   record(fPath, 3);
   ASSERT_TRUE(fVideo.readVideo(fPath));
   ASSERT_EQ(::truncate(fPath.c_str(), kHeader + kFrame + 70), 0);
@@ -270,7 +270,7 @@ TEST_F(Damage, aFileThatShrinksWhileItIsReadIsRefused) {
   EXPECT_EQ(fLog.count(2), 1);
 }
 
-TEST_F(Damage, anUnclosedRecordingStaysAsItIs) {
+TEST_F(Damage, AnUnclosedRecordingKeepsItsFrames) {
   {
     OXVideo abandoned;
     ASSERT_TRUE(abandoned.recordVideo(fPath, 0, {kTiny}));
@@ -284,7 +284,7 @@ TEST_F(Damage, anUnclosedRecordingStaysAsItIs) {
   EXPECT_TRUE(fVideo.getDamage().empty()) << "without index but whole";
 }
 
-/// Records until it is killed, and says each time that a frame is written.
+/// Records until it is killed, and reports each frame that was written.
 [[noreturn]] void recordForEver(const std::string& pPath, int pTell) {
   OXVideo video;
   bool good = video.recordVideo(pPath, 0, {kTiny});
@@ -292,7 +292,7 @@ TEST_F(Damage, anUnclosedRecordingStaysAsItIs) {
   ::_exit(1);
 }
 
-TEST_F(Damage, aKilledRecorderLosesNoFrameThatItWrote) {
+TEST_F(Damage, AKilledRecorderLosesNoFrameThatItWrote) {
   const auto seed = std::random_device{}();
   SCOPED_TRACE("seed " + std::to_string(seed));
   std::mt19937 random(seed);

@@ -1,5 +1,5 @@
-// Recording and reading: what goes in comes out, position by position, and what can't be written
-// harms nothing.
+// Recording and reading: frames are read as they were written, from any position, and a failed
+// write leaves a whole file.
 #include <oxframework/oxvideo.h>
 
 #include <fcntl.h>
@@ -40,13 +40,13 @@ class Recording : public ::testing::Test {
   }
 };
 
-TEST_F(Recording, givesBackEveryFrameInEveryOrder) {
+TEST_F(Recording, ReadsEveryFrameInEveryOrder) {
   record(fPath, 12);
   ASSERT_TRUE(fVideo.readVideo(fPath)) << fVideo.getLastError();
   EXPECT_TRUE(fVideo.hasIndex());
   EXPECT_EQ(fVideo.getNumberOfImages(), 12);
 
-  // The reader against the plainest model of a position.
+  // The reader against the simplest model of a position.
   const auto seed = std::random_device{}();
   SCOPED_TRACE("seed " + std::to_string(seed));
   std::mt19937 random(seed);
@@ -72,7 +72,7 @@ TEST_F(Recording, givesBackEveryFrameInEveryOrder) {
   }
 }
 
-TEST_F(Recording, putsFramesIntoStreamsInTurn) {
+TEST_F(Recording, PutsFramesIntoStreamsInTurn) {
   const streamHeader other{4, 2, kBGR, 8};
   record(fPath, 8, {kTiny, other, kTiny});
   ASSERT_TRUE(fVideo.readVideo(fPath));
@@ -90,7 +90,7 @@ TEST_F(Recording, putsFramesIntoStreamsInTurn) {
   EXPECT_EQ(get(0, -1), "no untouched");
 }
 
-TEST_F(Recording, describesItsStreams) {
+TEST_F(Recording, DescribesItsStreams) {
   struct Case {
     streamHeader header;
     int resolution, colorSpace;
@@ -125,7 +125,7 @@ TEST_F(Recording, describesItsStreams) {
   EXPECT_EQ(fVideo.getStream(-1).fResolution, -1);
 }
 
-TEST_F(Recording, leavesAnImageWithoutRoomAlone) {
+TEST_F(Recording, LeavesAnImageThatIsTooSmallUnchanged) {
   record(fPath, 3);
   ASSERT_TRUE(fVideo.readVideo(fPath));
   EXPECT_EQ(next(), "frame 0");
@@ -140,7 +140,7 @@ TEST_F(Recording, leavesAnImageWithoutRoomAlone) {
   EXPECT_EQ(next(), "frame 1") << "an image without room does not lose the frame";
 }
 
-TEST_F(Recording, readsWithoutAllocating) {
+TEST_F(Recording, ReadsWithoutAllocating) {
   record(fPath, 50);
   ASSERT_TRUE(fVideo.readVideo(fPath));
   ASSERT_TRUE(fVideo.getFrame(fImage, 0, 0, true));
@@ -152,7 +152,7 @@ TEST_F(Recording, readsWithoutAllocating) {
   EXPECT_TRUE(good);
 }
 
-TEST_F(Recording, keepsFramesThatDoNotFitTheirStream) {
+TEST_F(Recording, KeepsFramesThatDoNotFitTheirStream) {
   ASSERT_TRUE(fVideo.recordVideo(fPath, 0, {kTiny}));
   EXPECT_TRUE(append(fVideo, 0));
   EXPECT_TRUE(append(fVideo, 1, kTinyBytes * 4)) << "the camera was raised meanwhile";
@@ -161,13 +161,13 @@ TEST_F(Recording, keepsFramesThatDoNotFitTheirStream) {
   ASSERT_TRUE(fVideo.readVideo(fPath));
   EXPECT_EQ(next(), "frame 0");
   EXPECT_EQ(next(), "no untouched");
-  EXPECT_EQ(next(), "frame 2") << "the reader goes on behind it";
+  EXPECT_EQ(next(), "frame 2") << "the reader continues after it";
   Octets bytes;
   ASSERT_TRUE(fVideo.readFrameBytes(1, 0, bytes));
   EXPECT_EQ(bytes, pixelsOf(1, kTinyBytes * 4));
 }
 
-TEST_F(Recording, isHarmlessWhenNothingIsOpen) {
+TEST_F(Recording, IsHarmlessWhenNothingIsOpen) {
   EXPECT_FALSE(append(fVideo, 0));
   fVideo.closeVideo();
   EXPECT_EQ(next() + ", " + preceding() + ", " + get(0),
@@ -183,7 +183,7 @@ TEST_F(Recording, isHarmlessWhenNothingIsOpen) {
   EXPECT_EQ(fLog.all().size(), 0u);
 }
 
-TEST_F(Recording, refusesWhatIsNoPlaceForAFile) {
+TEST_F(Recording, RefusesPathsThatCannotHoldARecording) {
   const std::string text = fFolder / "text";
   store(text, {'h', 'e', 'l', 'l', 'o', ' ', 'o', 'x', 'v'});
   const std::string shorter = fFolder / "short";
@@ -226,8 +226,8 @@ TEST_F(Recording, refusesWhatIsNoPlaceForAFile) {
   EXPECT_TRUE(fVideo.recordVideo(fPath, 0, {kTiny})) << "an .oxv file is replaced";
 }
 
-/// A limit on the size of files, as sharp as a disk that is full. Beyond it the kernel also sends a
-/// signal that ends a process which does nothing about it.
+/// A limit on the size of files, which acts as a full disk does. The kernel also sends a signal
+/// that by default ends the process.
 class FullDisk {
  public:
   explicit FullDisk(rlim_t pBytes) {
@@ -244,7 +244,7 @@ class FullDisk {
 };
 
 // The file's 128 bytes of header and 88 a frame, with room for each number of bytes in turn.
-TEST_F(Recording, survivesAFullDiskAtEveryByte) {
+TEST_F(Recording, SurvivesAFullDiskAtEveryByte) {
   for (rlim_t room = 0; room < 128 + 3 * 88; ++room) {
     SCOPED_TRACE(room);
     std::filesystem::remove(fPath);
@@ -280,8 +280,8 @@ T at(const Octets& pBytes, std::size_t pOffset) {
   return value;
 }
 
-// The bytes as the page on the format gives them.
-TEST_F(Recording, laysItsBytesOutAsDocumented) {
+// The bytes as docs/oxv-format.md describes them.
+TEST_F(Recording, WritesTheDocumentedLayout) {
   ASSERT_TRUE(fVideo.recordVideo(fPath, 77, {kTiny}));
   ASSERT_TRUE(append(fVideo, 3));
   fVideo.closeVideo();

@@ -1,4 +1,4 @@
-/// Recordings for tests: made in a folder that goes with its owner, described as text.
+/// Recordings for tests, in a temporary folder, and frames described as text.
 #pragma once
 
 #include <cstdint>
@@ -17,7 +17,7 @@ namespace OX::test {
 
 using Octets = std::vector<unsigned char>;
 
-/// A new empty folder, gone with its owner.
+/// A new empty folder, removed with its owner.
 class Folder {
  public:
   Folder() {
@@ -43,7 +43,7 @@ inline Octets contentOf(const std::string& pPath) {
 }
 
 inline void store(const std::string& pPath, const Octets& pBytes) {
-  // A new file, since file systems take their time over one that is emptied and closed again.
+  // A new file, since file systems flush a file that is truncated and closed, which takes time.
   std::filesystem::remove(pPath);
   std::ofstream file(pPath, std::ios::binary);
   file.write(reinterpret_cast<const char*>(pBytes.data()),
@@ -69,7 +69,7 @@ inline bool append(OXVideo& pVideo, int pFrame, int pSize = kTinyBytes) {
                       static_cast<std::int8_t>(pFrame % 5 - 2), 0.5f, float(pFrame), -1.0f, 2.0f);
 }
 
-/// A closed recording of pFrames frames, in turn for the streams given.
+/// A closed recording of pFrames frames, to the streams in turn.
 inline void record(const std::string& pPath, int pFrames,
                    const std::vector<streamHeader>& pStreams = {kTiny}) {
   OXVideo video;
@@ -86,7 +86,7 @@ inline OXImage& blank(OXImage& pImage) {
   return pImage;
 }
 
-/// "frame 3" when the image is exactly what append() wrote for that frame, else what is wrong.
+/// "frame 3" when the image is exactly what append() wrote for that frame, otherwise what differs.
 inline std::string describe(const OXImage& pImage) {
   if (pImage.fTimeStamp == -7) return "untouched";
   const auto frame = static_cast<int>((pImage.fTimeStamp - stampOf(0)) / 33'333);

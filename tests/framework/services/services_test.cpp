@@ -1,3 +1,4 @@
+// Events and preference files, through their proxies as modules use them.
 #include <oxframework/oxservices.h>
 
 #include <gmock/gmock.h>
@@ -22,7 +23,7 @@ namespace {
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 
-/// Writes down the events that it gets and can do something about each.
+/// Records the events that it receives, and can react to each.
 class Listener : public OXModule {
  public:
   Listener(boost::shared_ptr<OXBroker> pBroker, const std::string& pName)
@@ -41,7 +42,7 @@ class Listener : public OXModule {
   std::function<void()> fReaction;
 };
 
-class MemoryTest : public ::testing::Test {
+class Memory : public ::testing::Test {
  protected:
   boost::shared_ptr<Listener> addListener(const std::string& pName) {
     const boost::shared_ptr<Listener> listener(new Listener(fBroker, pName));
@@ -59,7 +60,7 @@ class MemoryTest : public ::testing::Test {
       fBroker->getSpecialisedProxy<OXMemoryProxy>("OXMemory");
 };
 
-TEST_F(MemoryTest, CallsSubscribersInTheirOrderOnce) {
+TEST_F(Memory, CallsEachSubscriberOnceInOrder) {
   const auto one = addListener("One");
   const auto two = addListener("Two");
   fMemory->subscribeToEvent("E", "One", "onEvent");
@@ -79,7 +80,7 @@ TEST_F(MemoryTest, CallsSubscribersInTheirOrderOnce) {
   EXPECT_EQ(show(fBroker->call("OXMemory", "getEventList", OXValue::array())), "[]");
 }
 
-TEST_F(MemoryTest, OneThatFailsOrIsGoneKeepsNoOtherFromBeingCalled) {
+TEST_F(Memory, AFailingOrMissingSubscriberKeepsNoOtherFromBeingCalled) {
   CaptureLog log;
   const auto broken = addListener("Broken");
   addListener("Gone");
@@ -96,7 +97,7 @@ TEST_F(MemoryTest, OneThatFailsOrIsGoneKeepsNoOtherFromBeingCalled) {
             "raiseEvent: \"Gone\" no longer exists; its subscription to event \"E\" was removed\n");
 }
 
-TEST_F(MemoryTest, ACallbackMayUseTheServiceAndBeCalledAgain) {
+TEST_F(Memory, ACallbackMayUseTheServiceAndBeCalledAgain) {
   const auto listener = addListener("L");
   listener->fReaction = [&] {
     if (listener->fGot.size() == 1) fMemory->raiseEvent("E", "nested");
@@ -108,7 +109,7 @@ TEST_F(MemoryTest, ACallbackMayUseTheServiceAndBeCalledAgain) {
   EXPECT_EQ(subscribers("E") + subscribers("F"), "[][\"L\"]");
 }
 
-TEST_F(MemoryTest, AnEventThatRaisesItselfEnds) {
+TEST_F(Memory, AnEventThatRaisesItselfEnds) {
   CaptureLog log;
   const auto listener = addListener("L");
   listener->fReaction = [&] { fMemory->raiseEvent("E", 1); };
@@ -120,7 +121,7 @@ TEST_F(MemoryTest, AnEventThatRaisesItselfEnds) {
   EXPECT_EQ(listener->fGot.size(), 17u) << "the next one is raised as ever";
 }
 
-TEST_F(MemoryTest, ReachesRemoteClientsAndForgetsThemWhenTheyLeave) {
+TEST_F(Memory, ReachesRemoteClientsAndUnsubscribesThemWhenTheyLeave) {
   CaptureLog log;
   std::vector<std::string> got;
   fBroker->addEndpoint(&got, "client", [&](const std::string& pMethod, const OXValue& pArguments) {
@@ -135,7 +136,7 @@ TEST_F(MemoryTest, ReachesRemoteClientsAndForgetsThemWhenTheyLeave) {
   EXPECT_EQ(subscribers("E"), "[]");
 }
 
-TEST_F(MemoryTest, BoundsWhatCallersLeaveBehind) {
+TEST_F(Memory, LimitsTheNumberOfSubscriptions) {
   EXPECT_THROW(fMemory->subscribeToEvent("E", "", "onEvent"), OXError);
   for (int i = 0; i < 4096; ++i) fService->subscribeToEvent("E" + std::to_string(i), "M", "m");
   EXPECT_EQ(outcome([&] {
@@ -148,7 +149,7 @@ TEST_F(MemoryTest, BoundsWhatCallersLeaveBehind) {
   fService->subscribeToEvent("more", "M", "m");
 }
 
-TEST_F(MemoryTest, ManyThreadsMaySubscribeAndRaise) {
+TEST_F(Memory, ManyThreadsMaySubscribeAndRaise) {
   CaptureLog log;
   std::atomic<int> got{0};
   const auto count = [&](const std::string&, const OXValue&) { ++got; };
@@ -168,7 +169,7 @@ TEST_F(MemoryTest, ManyThreadsMaySubscribeAndRaise) {
   EXPECT_EQ(subscribers("E"), "[]");
 }
 
-class PreferencesTest : public ::testing::Test {
+class Preferences : public ::testing::Test {
  protected:
   void SetUp() override {
     std::string path = ::testing::TempDir() + "/preferencesXXXXXX";
@@ -194,7 +195,7 @@ class PreferencesTest : public ::testing::Test {
   boost::shared_ptr<OXBroker> fBroker = OXBroker::create();
 };
 
-TEST_F(PreferencesTest, ReadsEntriesInTheirOrderAndKinds) {
+TEST_F(Preferences, ReadsEntriesInOrderWithTheirKinds) {
   write("VideoInput.xml",
         "<?xml version=\"1.0\"?>\n<!-- a comment -->\n"
         "<preferences module=\"VideoInput\">\n"
@@ -215,7 +216,7 @@ TEST_F(PreferencesTest, ReadsEntriesInTheirOrderAndKinds) {
   EXPECT_EQ(read("Empty"), "[]");
 }
 
-TEST_F(PreferencesTest, SaysWhatIsWrongWithAFileAndWhere) {
+TEST_F(Preferences, SaysWhatIsWrongWithAFileAndWhere) {
   struct Row {
     const char* text;
     const char* expected;
@@ -253,7 +254,7 @@ TEST_F(PreferencesTest, SaysWhatIsWrongWithAFileAndWhere) {
   }
 }
 
-TEST_F(PreferencesTest, SaysWhyAFileCannotBeRead) {
+TEST_F(Preferences, SaysWhyAFileCannotBeRead) {
   EXPECT_EQ(read("Missing"), "OXError: Missing.xml: no such file");
   std::filesystem::create_directory(fDirectory + "/Directory.xml");
   EXPECT_EQ(read("Directory"), "OXError: Directory.xml: is a directory; expected an XML file");
@@ -265,7 +266,7 @@ TEST_F(PreferencesTest, SaysWhyAFileCannotBeRead) {
     EXPECT_THAT(read(name), HasSubstr("it must not contain a slash"));
 }
 
-TEST_F(PreferencesTest, SaysThatAFileIsNotReadable) {
+TEST_F(Preferences, SaysThatAFileIsNotReadable) {
   if (::geteuid() == 0) GTEST_SKIP() << "the superuser may read everything";
   write("Secret.xml", "<preferences/>");
   ASSERT_EQ(::chmod((fDirectory + "/Secret.xml").c_str(), 0), 0);

@@ -1,4 +1,4 @@
-// The caller's end: many threads on one connection, time limits, events, and the end of it.
+// The client's end: many threads on one connection, time limits, events, and lost connections.
 #include <oxframework/oxremotebroker.h>
 
 #include <arpa/inet.h>
@@ -36,7 +36,7 @@ TEST_F(Client, ServesManyCallersOfOneClient) {
   EXPECT_EQ(wrong, 0);
 }
 
-TEST_F(Client, GivesACallerUpAfterItsTime) {
+TEST_F(Client, EndsACallAfterItsTimeLimit) {
   start();
   const auto client = connect();
   client->setTimeout(std::chrono::milliseconds(1));
@@ -44,11 +44,11 @@ TEST_F(Client, GivesACallerUpAfterItsTime) {
   EXPECT_TRUE(failure.ends_with("within 1 ms")) << failure;
   client->setTimeout(std::chrono::milliseconds(20000));
   ASSERT_TRUE(probe->awaitHolds(1));
-  probe->release();  // the late answer is nobody's
+  probe->release();  // nobody waits for the late answer
   EXPECT_EQ(client->call("Probe", "echo", OXValue::array(3)), OXValue(3));
 }
 
-TEST_F(Client, LetsAListenerDropTheLastReference) {
+TEST_F(Client, LetsAListenerReleaseTheLastReference) {
   start();
   auto client = connect();
   client->call("OXBroker", "setClientName", OXValue::array("one"));
@@ -73,7 +73,7 @@ TEST_F(Client, EndsWhileCallsAreUnderWay) {
   EXPECT_TRUE(failure.starts_with("OXRemoteBroker: Probe.hold: the connection to")) << failure;
   EXPECT_FALSE(client->isConnected());
   EXPECT_NE(failureOf([&] { client->notify("Probe", "note", OXValue::array(1)); }), "none");
-  probe->release();  // its answer goes nowhere
+  probe->release();  // its answer is dropped
 }
 
 TEST_F(Client, SendsEventsToClientsByTheirName) {
@@ -96,14 +96,14 @@ TEST_F(Client, SendsEventsToClientsByTheirName) {
   })) << heard;
 }
 
-TEST_F(Client, SaysWhyItCantConnect) {
+TEST_F(Client, SaysWhyItCannotConnect) {
   for (const std::string wanted : {"127.0.0.1:1", "unix:/nowhere", "nowhere.invalid:80"}) {
     const std::string failure = failureOf([&] { OXRemoteBroker::connect(wanted); });
     EXPECT_TRUE(failure.starts_with("OXRemoteBroker: No broker answers at " + wanted)) << failure;
   }
 }
 
-TEST_F(Client, WaitsForNoServerThatDoesNotAccept) {
+TEST_F(Client, DoesNotWaitForAServerThatDoesNotAccept) {
   const std::string path = socketPath("full");
   const int listener = ::socket(AF_UNIX, SOCK_STREAM, 0);
   sockaddr_un name{};
@@ -121,7 +121,7 @@ TEST_F(Client, WaitsForNoServerThatDoesNotAccept) {
   ::unlink(path.c_str());
 }
 
-TEST_F(Client, SendsAsMuchAsTheServerTakes) {
+TEST_F(Client, SendsAsMuchAsTheServerReads) {
   start({}, 1);
   const auto client = connect();
   const std::size_t sent = 40000;  // more than may wait to be sent
@@ -129,7 +129,7 @@ TEST_F(Client, SendsAsMuchAsTheServerTakes) {
   EXPECT_TRUE(probe->awaitNotes(sent));
 }
 
-TEST_F(Client, EndsWhenTheServerTalksNonsense) {
+TEST_F(Client, EndsWhenTheServerSendsGarbage) {
   const int listener = ::socket(AF_INET, SOCK_STREAM, 0);
   sockaddr_in name{};
   socklen_t size = sizeof name;

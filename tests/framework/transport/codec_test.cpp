@@ -1,4 +1,4 @@
-// The wire's bytes: what goes out, what comes in, and what is refused, without a socket.
+// The bytes of the wire without a socket: messages sent, received and refused.
 #include "transport/codec.h"
 
 #include <gtest/gtest.h>
@@ -113,7 +113,7 @@ TEST(Codec, WritesTheBytesOfTheFormat) {
   EXPECT_EQ(hex(flat(encodeNotification("A", "b", OXValue::Array(), {}))), "93 02 a3 41 2e 62 90");
 }
 
-TEST(Codec, TakesEveryFormThatAValueMayHave) {
+TEST(Codec, ReadsEveryFormOfAValue) {
   const struct {
     const char* bytes;
     OXValue value;
@@ -137,7 +137,7 @@ TEST(Codec, TakesEveryFormThatAValueMayHave) {
   }
 }
 
-TEST(Codec, NamesArgumentsThatItCantTake) {
+TEST(Codec, NamesArgumentsThatItCannotUse) {
   const struct {
     const char* bytes;
     const char* problem;
@@ -159,7 +159,7 @@ TEST(Codec, NamesArgumentsThatItCantTake) {
   }
 }
 
-TEST(Codec, TakesMethodNamesAsBinaryAndSplitsThem) {
+TEST(Codec, ReadsAndSplitsMethodNamesAlsoAsBinary) {
   const struct {
     const char* bytes;
     const char* name;
@@ -176,7 +176,7 @@ TEST(Codec, TakesMethodNamesAsBinaryAndSplitsThem) {
   }
 }
 
-TEST(Codec, RefusesWhatIsNoMessage) {
+TEST(Codec, RefusesMalformedMessages) {
   const char* const kCases[] = {"c0",
                                 "47",
                                 "90",
@@ -249,7 +249,7 @@ TEST(Codec, RefusesToSendBeyondTheLimits) {
     EXPECT_EQ(failureOf([&] { encodeAnswer(1, test.value, limits); }), test.failure);
 }
 
-TEST(Scanner, RefusesBeyondTheLimitsAsSoonAsTheyShow) {
+TEST(Scanner, RefusesMessagesBeyondTheLimitsAtOnce) {
   const std::string kMany(400000, '\x90');
   const struct {
     std::string bytes;
@@ -276,7 +276,7 @@ TEST(Scanner, RefusesBeyondTheLimitsAsSoonAsTheyShow) {
   EXPECT_EQ(scanFailure(many), "message of at least 266240 elements (limit 262144)");
 }
 
-TEST(Scanner, SaysHowManyBytesAreToCome) {
+TEST(Scanner, TellsHowManyBytesAreMissing) {
   MessageScanner scanner{OXWireLimits()};
   const std::string head = unhex("94 00 01 a1 41 91 c6 00 01 00 00");
   EXPECT_FALSE(scanner.scan(bytesOf(head), head.size() - 1));
@@ -288,7 +288,7 @@ TEST(Scanner, SaysHowManyBytesAreToCome) {
   EXPECT_TRUE(scanner.scan(bytesOf(all), all.size()));
 }
 
-/// What the format's own library makes of the bytes, in the scanner's words.
+/// The result of the format's own library for the bytes, in the form of the scanner's.
 std::string judgeByLibrary(const std::string& pBytes) {
   try {
     std::size_t end = 0;
@@ -316,7 +316,7 @@ TEST(Scanner, FindsTheSameEndAsTheLibrary) {
   std::map<std::string, int> kinds;
   for (int round = 0; round < 200000; ++round) {
     std::string bytes;
-    // Heads are likelier than in plain noise, so that whole nested values come about.
+    // Heads are likelier than in plain noise, so that whole nested values occur.
     for (std::size_t size = random() % 24; bytes.size() < size;)
       bytes += static_cast<char>(random() % 3 ? 0x80 + random() % 0x60 : random() % 4);
     const std::string scanner = judgeByScanner(bytes);
@@ -328,7 +328,8 @@ TEST(Scanner, FindsTheSameEndAsTheLibrary) {
     EXPECT_GT(kinds[kind], 1000) << kind << ": the bytes no longer show it";
 }
 
-/// Random values, deep and wide, with binaries on both sides of the sizes that are treated apart.
+/// Random values, deep and wide, with binaries below and above the sizes that are treated
+/// differently.
 OXValue randomValue(std::mt19937& pRandom, int pLevels) {
   switch (pRandom() % (pLevels > 0 ? 8 : 6)) {
     case 0:
@@ -352,7 +353,7 @@ OXValue randomValue(std::mt19937& pRandom, int pLevels) {
   return elements;
 }
 
-TEST(Codec, WhatGoesOutComesInWhateverThePieces) {
+TEST(Codec, RoundTripsInPiecesOfAnySize) {
   const unsigned int seed = 20260102;
   std::mt19937 random(seed);
   std::vector<OXValue> sent;
@@ -362,7 +363,7 @@ TEST(Codec, WhatGoesOutComesInWhateverThePieces) {
     stream += flat(encodeRequest(random(), "Module", "method", sent.back(), {}));
   }
 
-  // The values stay, so a block that is written again while they use it shows.
+  // The values are kept, so a block that is overwritten while they use it is detected.
   std::vector<OXValue> received;
   ReceiveBuffer buffer;
   MessageScanner scanner{OXWireLimits()};
@@ -384,7 +385,7 @@ TEST(Codec, WhatGoesOutComesInWhateverThePieces) {
     ASSERT_EQ(received[i], sent[i]) << "message " << i << ", seed " << seed;
 }
 
-TEST(Address, HasItsForms) {
+TEST(Address, ParsesItsFormsAndRefusesOthers) {
   const struct {
     const char* text;
     const char* expected;

@@ -26,7 +26,7 @@ std::string drain(int pFile) {
   return text;
 }
 
-/// A child process with its two outputs.
+/// A child process and its two outputs.
 class Program {
  public:
   explicit Program(std::vector<std::string> pArguments) {
@@ -91,7 +91,7 @@ std::string addressOf(const std::string& pLine) {
   return pLine.starts_with(kReady) ? pLine.substr(kReady.size()) : pLine;
 }
 
-TEST(Daemon, ServesWhatItLoadedUntilASignal) {
+TEST(Daemon, ServesLoadedModulesUntilASignal) {
   for (const int end : {SIGTERM, SIGINT}) {
     const std::string path = ::testing::TempDir() + "oxbroker_" + std::to_string(::getpid());
     Program daemon({"--load", OX_PROBE_LIBRARY, "--listen", "127.0.0.1:0", "--listen",
@@ -149,7 +149,7 @@ TEST(Daemon, SurvivesClientsThatAreKilled) {
   EXPECT_EQ(daemon.errors(), "");
 }
 
-TEST(Daemon, SaysWhatIsWrongAndEnds) {
+TEST(Daemon, ReportsErrorsAndEnds) {
   const std::string taken =
       "unix:" + ::testing::TempDir() + "oxtaken_" + std::to_string(::getpid());
   Program other({"--listen", taken});

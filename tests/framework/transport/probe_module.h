@@ -1,4 +1,4 @@
-/// A module whose calls can be seen and held back.
+/// A module whose calls can be observed and held.
 #pragma once
 
 #include <algorithm>
@@ -33,7 +33,7 @@ class ProbeModule : public OXModule {
   OXValue echo(const OXValue& pValue) { return pValue; }
   void fail(const std::string& pText) { throw OXError("Probe", "fail()", pText, "file", 7); }
 
-  /// A binary of so many bytes.
+  /// A binary of pSize bytes.
   OXValue make(int pSize) {
     OXValue value;
     const std::string bytes(static_cast<std::size_t>(pSize), 'm');
@@ -68,7 +68,7 @@ class ProbeModule : public OXModule {
   }
 
   void releaseOne() { release(); }
-  /// The first event, once it is there.
+  /// The first event, waiting for it.
   std::string awaitEvent() { return awaitEvents(1) ? getEvents().front() : "none"; }
 
   void release(int pCalls = 1) {

@@ -1,4 +1,4 @@
-/// A client that speaks bytes: what a test sends is not bound to any rule of the wire.
+/// A client that sends and reads plain bytes, so that a test can break every rule of the wire.
 #pragma once
 
 #include <arpa/inet.h>
@@ -14,10 +14,10 @@
 
 namespace OX::test {
 
-/// Reads give up after a time that only a failure takes.
+/// Reads end after a time limit that only a failure reaches.
 class RawClient {
  public:
-  /// Takes the two forms of address that a server on this machine prints.
+  /// Accepts both forms of address that a server on this machine prints.
   explicit RawClient(const std::string& pAddress) {
     const bool local = pAddress.starts_with("unix:");
     fSocket = ::socket(local ? AF_UNIX : AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
@@ -42,7 +42,7 @@ class RawClient {
     return true;
   }
 
-  /// So many bytes, fewer when the other side closed or nothing came for long.
+  /// pSize bytes, or fewer when the other side closed or nothing arrived in time.
   std::string read(std::size_t pSize) {
     std::string bytes(pSize, '\0');
     std::size_t done = 0;
@@ -55,7 +55,7 @@ class RawClient {
     return bytes;
   }
 
-  /// Whether the other side closes, after what it may still send.
+  /// Whether the other side closes the connection, possibly after sending more.
   bool isClosedByPeer() {
     char byte;
     ssize_t got;
@@ -69,7 +69,7 @@ class RawClient {
     fSocket = -1;
   }
 
-  /// Ends without a word, as a machine does that crashes and comes back.
+  /// Resets the connection, as a machine does that has crashed and restarted.
   void reset() {
     const linger abort{1, 0};
     ::setsockopt(fSocket, SOL_SOCKET, SO_LINGER, &abort, sizeof abort);
@@ -104,7 +104,7 @@ inline std::string request(char pId, const std::string& pMethod,
          pArguments;
 }
 
-/// The answer to a request that gives a small positive number.
+/// The answer to a request whose result is a small positive number.
 inline std::string answer(char pId, char pNumber) {
   return std::string("\x94\x01") + pId + "\xc0" + pNumber;
 }

@@ -1,4 +1,4 @@
-/// A broker with the probe module behind a server on a port of its own.
+/// A fixture: a broker with the probe module, served on a port of its own.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -18,7 +18,7 @@
 
 namespace OX::test {
 
-/// Waits for something that another thread is about to do; a failure takes long, success does not.
+/// Waits for a condition that another thread is about to meet; only a failure takes long.
 template <typename Condition>
 bool eventually(Condition pCondition) {
   const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);

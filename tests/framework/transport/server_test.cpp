@@ -1,4 +1,4 @@
-// The server on real sockets: what clients may do to a broker, and what they can't.
+// The server on real sockets: correct clients, broken ones, hostile ones, and limits.
 #include <oxframework/oxserver.h>
 
 #include <fcntl.h>
@@ -36,14 +36,14 @@ TEST_F(Server, AnswersOnTcpAndOnUnixSockets) {
   }
 }
 
-TEST_F(Server, AnswersRequestsThatComeByteByByte) {
+TEST_F(Server, AnswersRequestsThatArriveByteByByte) {
   start();
   RawClient client(address);
   for (const char byte : request(3, "Probe.echo", "\x91\x2a")) ASSERT_TRUE(client.send({byte}));
   EXPECT_EQ(client.read(5), answer(3, 42));
 }
 
-TEST_F(Server, AnswersWhatItCantTakeAndGoesOn) {
+TEST_F(Server, AnswersInvalidCallsAndContinues) {
   start();
   RawClient client(address);
   const struct {
@@ -59,7 +59,7 @@ TEST_F(Server, AnswersWhatItCantTakeAndGoesOn) {
       {request(1, "Probe.echo"), "echo"},
   };
   for (const auto& test : kCases) {
-    // A request whose answer is known stands behind: what comes before it is the error.
+    // A request with a known answer follows: what precedes that answer is the error.
     ASSERT_TRUE(client.send(test.bytes));
     std::string got = client.read(5);
     EXPECT_EQ(got, std::string("\x94\x01\x01\x86\xa6")) << test.part;
@@ -99,7 +99,7 @@ TEST_F(Server, ClosesConnectionsThatBreakTheProtocolAndNothingElse) {
   }
 }
 
-TEST_F(Server, TakesTheEndInsideAMessageAsAnEnd) {
+TEST_F(Server, AcceptsAnEndWithinAMessage) {
   start();
   RawClient client(address);
   client.send(request(1, "Probe.echo", "\x92\x01"));
@@ -109,7 +109,7 @@ TEST_F(Server, TakesTheEndInsideAMessageAsAnEnd) {
   EXPECT_EQ(service(), "serves");
 }
 
-TEST_F(Server, StartsRequestsInTheirOrder) {
+TEST_F(Server, StartsRequestsInOrder) {
   start({}, 1);
   RawClient client(address);
   std::vector<int> sent;
@@ -124,7 +124,7 @@ TEST_F(Server, StartsRequestsInTheirOrder) {
   EXPECT_EQ(probe->getNotes(), sent);
 }
 
-TEST_F(Server, LetsNoWaitingCallKeepAnotherFromStarting) {
+TEST_F(Server, AWaitingCallKeepsNoOtherFromStarting) {
   start();
   RawClient client(address);
   ASSERT_TRUE(client.send(request(1, "Probe.hold") + request(2, "Probe.hold") +
@@ -135,7 +135,7 @@ TEST_F(Server, LetsNoWaitingCallKeepAnotherFromStarting) {
   EXPECT_EQ(client.read(10).size(), 10u);
 }
 
-TEST_F(Server, HasNoMoreRequestsUnderWayThanAllowed) {
+TEST_F(Server, LimitsTheRequestsUnderWay) {
   OXWireLimits limits;
   limits.maxRequestsUnderWay = 4;
   start(limits);
@@ -152,7 +152,7 @@ TEST_F(Server, HasNoMoreRequestsUnderWayThanAllowed) {
   EXPECT_EQ(probe->getMostHeld(), 4);
 }
 
-TEST_F(Server, MakesNoMoreAnswersThanAClientReads) {
+TEST_F(Server, QueuesNoMoreAnswersThanAClientReads) {
   OXWireLimits limits;
   limits.maxRequestsUnderWay = 4;
   start(limits);
@@ -165,7 +165,7 @@ TEST_F(Server, MakesNoMoreAnswersThanAClientReads) {
   ASSERT_TRUE(client.send(bytes));
   ASSERT_TRUE(probe->awaitNotes(4));
   for (int i = 0; i < 20; ++i) EXPECT_EQ(service(), "serves");
-  // Four wait, and what the socket itself has taken: far from all.
+  // Four, and as many as fit into the socket: far from all.
   EXPECT_LT(probe->getNotes().size(), 20u);
   for (int i = 0; i < kRequests; ++i)
     ASSERT_EQ(client.read(kAnswer + 9).size(), static_cast<std::size_t>(kAnswer + 9)) << i;
@@ -190,7 +190,7 @@ TEST_F(Server, DropsEventsForAClientThatDoesNotRead) {
   EXPECT_EQ(last + client.read(4), answer(3, 9));
 }
 
-TEST_F(Server, TellsTheEndOfANamedClientOnce) {
+TEST_F(Server, AnnouncesTheEndOfANamedClientOnce) {
   start();
   watchDisconnects();
   const std::string name = request(1, "OXBroker.setClientName", "\x91\xa3one");
@@ -232,7 +232,7 @@ TEST_F(Server, TellsTheEndOfANamedClientOnce) {
   }
 }
 
-TEST_F(Server, TellsTheEndOfAClientWhoseCallStillRuns) {
+TEST_F(Server, AnnouncesTheEndOfAClientWithACallUnderWay) {
   start();
   watchDisconnects();
   RawClient client(address);
@@ -244,7 +244,7 @@ TEST_F(Server, TellsTheEndOfAClientWhoseCallStillRuns) {
   EXPECT_TRUE(probe->awaitEvents(1)) << "the call is not waited for for ever";
 }
 
-TEST_F(Server, TakesNotificationsWithoutAnAnswer) {
+TEST_F(Server, DoesNotAnswerNotifications) {
   start();
   const auto client = connect();
   client->notify("Nobody", "note", OXValue::array(1));
@@ -256,7 +256,7 @@ TEST_F(Server, TakesNotificationsWithoutAnAnswer) {
   EXPECT_EQ(log.count(ki::log::kWarning), 1) << log.records(ki::log::kWarning);
 }
 
-TEST_F(Server, TurnsAwayConnectionsBeyondTheLimit) {
+TEST_F(Server, RefusesConnectionsBeyondTheLimit) {
   OXWireLimits limits;
   limits.maxConnections = 2;
   start(limits);
@@ -281,7 +281,7 @@ TEST_F(Server, RefusesAnswersBeyondTheLimits) {
 // The undefined-behaviour sanitizer looks at memory through a pipe, and reports what it can't look
 // at.
 #ifndef __SANITIZE_ADDRESS__
-TEST_F(Server, GoesOnWhenDescriptorsHaveRunOut) {
+TEST_F(Server, ContinuesAfterRunningOutOfDescriptors) {
   start();
   rlimit former{};
   ::getrlimit(RLIMIT_NOFILE, &former);
@@ -289,7 +289,7 @@ TEST_F(Server, GoesOnWhenDescriptorsHaveRunOut) {
   ::setrlimit(RLIMIT_NOFILE, &few);
   std::vector<int> fillers;
   {
-    RawClient client(address);  // its own socket is had, the server's end of it is not
+    RawClient client(address);  // the client gets a socket, the server does not
     client.send(request(1, "Probe.echo", "\x91\x05"));
     EXPECT_EQ(client.read(5), answer(1, 5));
     for (int file; (file = ::open("/dev/null", O_RDONLY)) >= 0;) fillers.push_back(file);
@@ -306,7 +306,7 @@ TEST_F(Server, GoesOnWhenDescriptorsHaveRunOut) {
 }
 #endif
 
-TEST_F(Server, SaysWhyAnAddressCantBeHad) {
+TEST_F(Server, SaysWhyItCannotListenOnAnAddress) {
   start();
   const std::string file = socketPath("file");
   std::ofstream(file) << "not a socket";
@@ -329,7 +329,7 @@ TEST_F(Server, SaysWhyAnAddressCantBeHad) {
   std::filesystem::remove(file);
 }
 
-TEST_F(Server, ReplacesTheSocketFileOfADeadBroker) {
+TEST_F(Server, ReplacesTheSocketFileOfABrokerThatDied) {
   start();
   const std::string path = socketPath("dead");
   const int dead = ::socket(AF_UNIX, SOCK_STREAM, 0);

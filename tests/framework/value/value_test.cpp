@@ -1,3 +1,4 @@
+// Kinds and conversions of OXValue, its arrays and binaries, and the form of an image on the wire.
 #include <oxframework/oxvalue.h>
 
 #include <gtest/gtest.h>
@@ -20,7 +21,7 @@ OXValue binaryOf(const std::string& pBytes) {
 const std::vector<OXValue> kOneOfEachKind{
     OXValue(), true, 7, 2.5f, "text", OXValue::array(1, 2.5f), binaryOf("bytes")};
 
-TEST(OXValue, ReadsAsItsKindAndTheFewConversions) {
+TEST(OXValue, ReadsAsItsKindAndByTheDefinedConversions) {
   struct Row {
     const char* what;
     std::string expected[7];  // invalid, bool, int, float, string, array, binary
@@ -103,7 +104,7 @@ TEST(OXValue, ArraysGrowAndCheckTheirIndex) {
   EXPECT_EQ(show(pushed), "[1, \"two\"]");
 }
 
-TEST(OXValue, AFailedListLeavesTheVectorAsItWas) {
+TEST(OXValue, AFailedConversionLeavesTheVectorUnchanged) {
   std::vector<float> numbers{9};
   EXPECT_THROW(OXValue::array(1, "x").ToFloatArray(numbers, true), OXError);
   EXPECT_EQ(numbers, std::vector<float>({9}));
@@ -133,7 +134,7 @@ TEST(OXValue, CopiesShareABinaryAndOutliveEachOther) {
   EXPECT_EQ(copy, binaryOf("pixels"));
 }
 
-TEST(OXValue, AnImageTravelsAsTwelveElements) {
+TEST(OXValue, AnImageIsAnArrayOfTwelveElements) {
   OXImage image(2, 1, 9, false, -1.5f, 2, 3, 4);
   image.fTimeStamp = 0x1'8000'0002;
   image.fCameraId = 1;
