@@ -3,7 +3,7 @@
 #include <fmt/format.h>
 
 #include <oxframework/oxdefinitions.h>
-#include "status.h"
+#include "terminal/exitstatus.h"
 #include "values.h"
 
 namespace OX::cli {

@@ -7,7 +7,7 @@
 #include <cstring>
 
 #include "ffmpeg.h"
-#include "status.h"
+#include "terminal/exitstatus.h"
 
 namespace OX::cli {
 

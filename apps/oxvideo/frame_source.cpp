@@ -1,8 +1,8 @@
 #include "frame_source.h"
 
 #include "ffmpeg.h"
-#include "status.h"
-#include "text.h"
+#include "terminal/exitstatus.h"
+#include "terminal/text.h"
 
 namespace OX::cli {
 

@@ -4,7 +4,7 @@
 
 #include <oxframework/oxdefinitions.h>
 #include <oxframework/oxerror.h>
-#include "status.h"
+#include "terminal/exitstatus.h"
 
 namespace OX::cli {
 

@@ -1,9 +1,9 @@
 #include <exception>
 
-#include "interrupt.h"
-#include "output.h"
 #include "program.h"
-#include "status.h"
+#include "terminal/exitstatus.h"
+#include "terminal/interrupt.h"
+#include "terminal/output.h"
 
 int main(int pCount, char** pArguments) {
   OX::cli::OXOutput out(1), err(2);

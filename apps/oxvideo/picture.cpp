@@ -6,7 +6,7 @@
 #include <cmath>
 
 #include <oxframework/oxdefinitions.h>
-#include "status.h"
+#include "terminal/exitstatus.h"
 
 namespace OX::cli {
 

@@ -1,7 +1,7 @@
 #include <png.h>
 
 #include "picture.h"
-#include "status.h"
+#include "terminal/exitstatus.h"
 
 namespace OX::cli {
 

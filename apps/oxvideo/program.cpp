@@ -7,9 +7,9 @@
 #include <oxframework/oxerror.h>
 #include <oxframework/oxlog.h>
 #include "commands/commands.h"
-#include "interrupt.h"
 #include "recordings/verbs.h"
-#include "status.h"
+#include "terminal/exitstatus.h"
+#include "terminal/interrupt.h"
 
 namespace OX::cli {
 

@@ -7,8 +7,8 @@
 #include <string_view>
 
 #include <oxframework/oxerror.h>
-#include "status.h"
-#include "text.h"
+#include "terminal/exitstatus.h"
+#include "terminal/text.h"
 
 namespace OX::cli {
 

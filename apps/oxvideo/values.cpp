@@ -6,8 +6,8 @@
 #include <limits>
 
 #include "json.h"
-#include "status.h"
-#include "text.h"
+#include "terminal/exitstatus.h"
+#include "terminal/text.h"
 
 namespace OX::cli {
 

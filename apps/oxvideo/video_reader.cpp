@@ -6,9 +6,9 @@
 #include <cmath>
 
 #include "ffmpeg.h"
-#include "interrupt.h"
-#include "status.h"
-#include "text.h"
+#include "terminal/exitstatus.h"
+#include "terminal/interrupt.h"
+#include "terminal/text.h"
 
 namespace OX::cli {
 

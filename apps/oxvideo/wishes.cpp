@@ -6,8 +6,8 @@
 #include <optional>
 
 #include <oxframework/oxdefinitions.h>
-#include "status.h"
-#include "text.h"
+#include "terminal/exitstatus.h"
+#include "terminal/text.h"
 
 namespace OX::cli {
 

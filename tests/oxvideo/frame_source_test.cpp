@@ -10,7 +10,7 @@ extern "C" {
 
 #include "picture.h"
 #include "scratch_folder.h"
-#include "status.h"
+#include "terminal/exitstatus.h"
 #include "video_file.h"
 
 using namespace OX::cli;

@@ -3,7 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <oxframework/oxdefinitions.h>
-#include "status.h"
+#include "terminal/exitstatus.h"
 
 using namespace OX;
 using namespace OX::cli;

@@ -6,7 +6,7 @@
 
 #include "latencies.h"
 #include "pacer.h"
-#include "progress.h"
+#include "terminal/progress.h"
 
 using namespace OX::cli;
 using std::chrono::milliseconds;

@@ -6,7 +6,7 @@
 #include <numeric>
 
 #include <oxframework/oxdefinitions.h>
-#include "status.h"
+#include "terminal/exitstatus.h"
 
 using namespace OX;
 using namespace OX::cli;

@@ -11,7 +11,7 @@
 
 #include "child.h"
 #include "scratch_folder.h"
-#include "status.h"
+#include "terminal/exitstatus.h"
 #include "video_file.h"
 
 using namespace OX::cli;

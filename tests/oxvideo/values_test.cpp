@@ -4,7 +4,7 @@
 
 #include <limits>
 
-#include "status.h"
+#include "terminal/exitstatus.h"
 
 using namespace OX;
 using namespace OX::cli;

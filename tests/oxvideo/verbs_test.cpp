@@ -9,7 +9,7 @@
 
 #include "fake_device.h"
 #include "program.h"
-#include "status.h"
+#include "terminal/exitstatus.h"
 
 using namespace OX;
 using namespace OX::cli;

@@ -4,8 +4,8 @@
 
 #include <oxframework/oxdefinitions.h>
 #include "expected.h"
-#include "status.h"
-#include "text.h"
+#include "terminal/exitstatus.h"
+#include "terminal/text.h"
 
 using namespace OX;
 using namespace OX::cli;

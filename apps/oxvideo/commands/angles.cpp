@@ -7,7 +7,7 @@
 #include "commands.h"
 #include "json.h"
 #include "session.h"
-#include "status.h"
+#include "terminal/exitstatus.h"
 #include "values.h"
 
 namespace OX::cli {

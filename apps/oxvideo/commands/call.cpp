@@ -2,9 +2,9 @@
 #include <memory>
 
 #include "commands.h"
-#include "files.h"
 #include "session.h"
-#include "status.h"
+#include "terminal/exitstatus.h"
+#include "terminal/files.h"
 #include "values.h"
 
 namespace OX::cli {

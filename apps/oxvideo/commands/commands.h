@@ -3,8 +3,8 @@
 
 #include <string>
 
-#include "output.h"
-#include "text.h"
+#include "terminal/output.h"
+#include "terminal/text.h"
 
 namespace CLI {
 class App;

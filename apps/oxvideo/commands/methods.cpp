@@ -6,7 +6,7 @@
 #include "commands.h"
 #include "json.h"
 #include "session.h"
-#include "status.h"
+#include "terminal/exitstatus.h"
 
 namespace OX::cli {
 

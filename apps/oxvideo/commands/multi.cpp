@@ -5,11 +5,11 @@
 #include <memory>
 
 #include "commands.h"
-#include "files.h"
 #include "json.h"
 #include "looking.h"
 #include "picture.h"
-#include "status.h"
+#include "terminal/exitstatus.h"
+#include "terminal/files.h"
 #include "wishes.h"
 
 namespace OX::cli {

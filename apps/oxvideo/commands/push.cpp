@@ -8,12 +8,12 @@
 #include "commands.h"
 #include "expected.h"
 #include "frame_source.h"
-#include "interrupt.h"
 #include "json.h"
 #include "pacer.h"
-#include "progress.h"
 #include "session.h"
-#include "status.h"
+#include "terminal/exitstatus.h"
+#include "terminal/interrupt.h"
+#include "terminal/progress.h"
 
 namespace OX::cli {
 

@@ -8,10 +8,10 @@
 #include <oxframework/oxdefinitions.h>
 #include <oxframework/oxerror.h>
 #include "commands.h"
-#include "interrupt.h"
 #include "looking.h"
-#include "progress.h"
-#include "status.h"
+#include "terminal/exitstatus.h"
+#include "terminal/interrupt.h"
+#include "terminal/progress.h"
 #include "wishes.h"
 
 namespace OX::cli {

@@ -7,7 +7,7 @@
 
 #include "commands.h"
 #include "session.h"
-#include "status.h"
+#include "terminal/exitstatus.h"
 #include "wishes.h"
 
 namespace OX::cli {

@@ -8,7 +8,7 @@
 #include "commands.h"
 #include "json.h"
 #include "session.h"
-#include "status.h"
+#include "terminal/exitstatus.h"
 #include "wishes.h"
 
 namespace OX::cli {

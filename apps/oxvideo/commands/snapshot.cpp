@@ -5,12 +5,12 @@
 #include <memory>
 
 #include "commands.h"
-#include "files.h"
-#include "interrupt.h"
 #include "json.h"
 #include "looking.h"
 #include "picture.h"
-#include "status.h"
+#include "terminal/exitstatus.h"
+#include "terminal/files.h"
+#include "terminal/interrupt.h"
 #include "wishes.h"
 
 namespace OX::cli {

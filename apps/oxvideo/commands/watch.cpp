@@ -5,11 +5,11 @@
 #include <memory>
 
 #include "commands.h"
-#include "interrupt.h"
 #include "json.h"
 #include "latencies.h"
 #include "looking.h"
-#include "status.h"
+#include "terminal/exitstatus.h"
+#include "terminal/interrupt.h"
 #include "wishes.h"
 
 namespace OX::cli {

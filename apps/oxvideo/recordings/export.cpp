@@ -4,13 +4,13 @@
 
 #include <filesystem>
 
-#include "files.h"
-#include "interrupt.h"
 #include "picture.h"
 #include "recordings/recording.h"
 #include "recordings/report.h"
 #include "recordings/video_encoder.h"
-#include "status.h"
+#include "terminal/exitstatus.h"
+#include "terminal/files.h"
+#include "terminal/interrupt.h"
 
 namespace OX::cli {
 

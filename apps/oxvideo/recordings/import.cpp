@@ -10,9 +10,9 @@
 #include "ffmpeg.h"
 #include "frame_scaler.h"
 #include "frame_source.h"
-#include "interrupt.h"
 #include "recordings/yuyv.h"
-#include "status.h"
+#include "terminal/exitstatus.h"
+#include "terminal/interrupt.h"
 #include "video_reader.h"
 
 namespace OX::cli {

@@ -2,7 +2,7 @@
 
 #include <oxframework/oxdefinitions.h>
 #include "picture.h"
-#include "status.h"
+#include "terminal/exitstatus.h"
 
 namespace OX::cli {
 

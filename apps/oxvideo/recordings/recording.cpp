@@ -5,8 +5,8 @@
 #include <filesystem>
 
 #include <oxframework/oxdefinitions.h>
-#include "status.h"
-#include "text.h"
+#include "terminal/exitstatus.h"
+#include "terminal/text.h"
 
 namespace OX::cli {
 

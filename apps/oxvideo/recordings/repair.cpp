@@ -7,7 +7,7 @@
 #include <map>
 
 #include "recordings/recording.h"
-#include "status.h"
+#include "terminal/exitstatus.h"
 
 namespace OX::cli {
 

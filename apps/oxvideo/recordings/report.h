@@ -6,7 +6,7 @@
 #include <vector>
 
 #include <oxframework/oxvideo.h>
-#include "text.h"
+#include "terminal/text.h"
 
 namespace OX::cli {
 

@@ -5,14 +5,14 @@
 #include <CLI/CLI.hpp>
 #include <memory>
 
-#include "interrupt.h"
-#include "progress.h"
 #include "recordings/export.h"
 #include "recordings/import.h"
 #include "recordings/recording.h"
 #include "recordings/repair.h"
 #include "recordings/report.h"
-#include "status.h"
+#include "terminal/exitstatus.h"
+#include "terminal/interrupt.h"
+#include "terminal/progress.h"
 
 namespace OX::cli {
 

@@ -9,8 +9,8 @@
 
 #include "recordings/planes.h"
 #include "recordings/report.h"
-#include "status.h"
-#include "text.h"
+#include "terminal/exitstatus.h"
+#include "terminal/text.h"
 
 namespace OX::cli {
 

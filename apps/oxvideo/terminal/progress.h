@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <string>
 
-#include "output.h"
+#include "terminal/output.h"
 
 namespace OX::cli {
 

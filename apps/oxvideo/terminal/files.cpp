@@ -1,4 +1,4 @@
-#include "files.h"
+#include "terminal/files.h"
 
 #include <fmt/format.h>
 
@@ -8,8 +8,8 @@
 #include <filesystem>
 #include <memory>
 
-#include "status.h"
-#include "text.h"
+#include "terminal/exitstatus.h"
+#include "terminal/text.h"
 
 namespace OX::cli {
 

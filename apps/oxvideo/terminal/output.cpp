@@ -1,4 +1,4 @@
-#include "output.h"
+#include "terminal/output.h"
 
 #include <sys/ioctl.h>
 #include <unistd.h>
@@ -7,7 +7,7 @@
 #include <cstring>
 #include <string>
 
-#include "status.h"
+#include "terminal/exitstatus.h"
 
 namespace OX::cli {
 

@@ -1,4 +1,4 @@
-#include "interrupt.h"
+#include "terminal/interrupt.h"
 
 #include <fcntl.h>
 #include <poll.h>
@@ -9,7 +9,7 @@
 #include <cerrno>
 #include <csignal>
 
-#include "status.h"
+#include "terminal/exitstatus.h"
 
 namespace OX::cli {
 

@@ -4,7 +4,7 @@
 #include <string>
 #include <string_view>
 
-#include "output.h"
+#include "terminal/output.h"
 
 namespace OX::cli {
 
