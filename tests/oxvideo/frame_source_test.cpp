@@ -1,4 +1,4 @@
-#include "frame_source.h"
+#include "media/framesource.h"
 
 #include <gtest/gtest.h>
 
@@ -8,7 +8,7 @@ extern "C" {
 #include <libavutil/display.h>
 }
 
-#include "picture.h"
+#include "media/picture.h"
 #include "scratch_folder.h"
 #include "terminal/exitstatus.h"
 #include "video_file.h"

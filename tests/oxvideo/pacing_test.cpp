@@ -5,7 +5,7 @@
 #include <random>
 
 #include "latencies.h"
-#include "pacer.h"
+#include "media/pacer.h"
 #include "terminal/progress.h"
 
 using namespace OX::cli;

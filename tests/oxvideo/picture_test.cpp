@@ -1,4 +1,4 @@
-#include "picture.h"
+#include "media/picture.h"
 
 #include <gtest/gtest.h>
 #include <png.h>

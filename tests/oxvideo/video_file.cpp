@@ -4,7 +4,7 @@
 #include <cmath>
 #include <sstream>
 
-#include "ffmpeg.h"
+#include "media/ffmpeg.h"
 
 namespace OX::testing {
 

@@ -5,14 +5,14 @@
 #include <filesystem>
 #include <functional>
 
-#include "ffmpeg.h"
+#include "media/ffmpeg.h"
+#include "media/mediareader.h"
+#include "media/picture.h"
+#include "media/yuyv.h"
 #include "oxvideo/video_file.h"
-#include "picture.h"
 #include "recorded.h"
 #include "recordings/import.h"
 #include "recordings/recording.h"
-#include "recordings/yuyv.h"
-#include "video_reader.h"
 
 namespace OX::testing {
 namespace {

@@ -7,9 +7,9 @@
 
 #include "commands.h"
 #include "expected.h"
-#include "frame_source.h"
 #include "json.h"
-#include "pacer.h"
+#include "media/framesource.h"
+#include "media/pacer.h"
 #include "session.h"
 #include "terminal/exitstatus.h"
 #include "terminal/interrupt.h"

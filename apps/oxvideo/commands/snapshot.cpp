@@ -7,7 +7,7 @@
 #include "commands.h"
 #include "json.h"
 #include "looking.h"
-#include "picture.h"
+#include "media/picture.h"
 #include "terminal/exitstatus.h"
 #include "terminal/files.h"
 #include "terminal/interrupt.h"

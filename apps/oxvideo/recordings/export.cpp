@@ -4,10 +4,10 @@
 
 #include <filesystem>
 
-#include "picture.h"
+#include "media/picture.h"
+#include "media/videoencoder.h"
 #include "recordings/recording.h"
 #include "recordings/report.h"
-#include "recordings/video_encoder.h"
 #include "terminal/exitstatus.h"
 #include "terminal/files.h"
 #include "terminal/interrupt.h"

@@ -7,13 +7,13 @@
 
 #include <oxframework/oxdefinitions.h>
 #include <oxframework/oxvideo.h>
-#include "ffmpeg.h"
-#include "frame_scaler.h"
-#include "frame_source.h"
-#include "recordings/yuyv.h"
+#include "media/ffmpeg.h"
+#include "media/framescaler.h"
+#include "media/framesource.h"
+#include "media/mediareader.h"
+#include "media/yuyv.h"
 #include "terminal/exitstatus.h"
 #include "terminal/interrupt.h"
-#include "video_reader.h"
 
 namespace OX::cli {
 

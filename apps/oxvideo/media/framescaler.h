@@ -4,7 +4,7 @@
 #include <memory>
 #include <vector>
 
-#include "video_reader.h"
+#include "media/mediareader.h"
 #include "wishes.h"
 
 namespace OX::cli {

@@ -1,6 +1,6 @@
-#include "frame_source.h"
+#include "media/framesource.h"
 
-#include "ffmpeg.h"
+#include "media/ffmpeg.h"
 #include "terminal/exitstatus.h"
 #include "terminal/text.h"
 

@@ -1,11 +1,11 @@
-#include "video_reader.h"
+#include "media/mediareader.h"
 
 #include <fmt/format.h>
 
 #include <algorithm>
 #include <cmath>
 
-#include "ffmpeg.h"
+#include "media/ffmpeg.h"
 #include "terminal/exitstatus.h"
 #include "terminal/interrupt.h"
 #include "terminal/text.h"

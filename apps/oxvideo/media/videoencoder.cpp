@@ -1,4 +1,4 @@
-#include "recordings/video_encoder.h"
+#include "media/videoencoder.h"
 
 #include <fmt/chrono.h>
 #include <fmt/format.h>
@@ -7,7 +7,7 @@
 #include <ctime>
 #include <filesystem>
 
-#include "recordings/planes.h"
+#include "media/planes.h"
 #include "recordings/report.h"
 #include "terminal/exitstatus.h"
 #include "terminal/text.h"

@@ -1,4 +1,4 @@
-#include "picture.h"
+#include "media/picture.h"
 
 #include <fmt/format.h>
 

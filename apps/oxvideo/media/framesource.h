@@ -6,8 +6,8 @@
 #include <string>
 #include <vector>
 
-#include "frame_scaler.h"
-#include "video_reader.h"
+#include "media/framescaler.h"
+#include "media/mediareader.h"
 
 namespace OX::cli {
 

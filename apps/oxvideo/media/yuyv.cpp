@@ -1,4 +1,4 @@
-#include "recordings/yuyv.h"
+#include "media/yuyv.h"
 
 #include <cstddef>
 

@@ -1,7 +1,7 @@
-#include "recordings/planes.h"
+#include "media/planes.h"
 
 #include <oxframework/oxdefinitions.h>
-#include "picture.h"
+#include "media/picture.h"
 #include "terminal/exitstatus.h"
 
 namespace OX::cli {

@@ -1,8 +1,8 @@
 /// Raw frames as frames of the FFmpeg libraries, byte for byte where there is a format for it.
 #pragma once
 
-#include "ffmpeg.h"
 #include "image_reply.h"
+#include "media/ffmpeg.h"
 
 namespace OX::cli {
 

@@ -1,4 +1,4 @@
-#include "frame_scaler.h"
+#include "media/framescaler.h"
 
 #include <fmt/format.h>
 
@@ -6,7 +6,7 @@
 #include <cmath>
 #include <cstring>
 
-#include "ffmpeg.h"
+#include "media/ffmpeg.h"
 #include "terminal/exitstatus.h"
 
 namespace OX::cli {

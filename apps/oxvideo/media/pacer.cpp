@@ -1,4 +1,4 @@
-#include "pacer.h"
+#include "media/pacer.h"
 
 #include <algorithm>
 #include <cmath>

@@ -1,6 +1,6 @@
 #include <png.h>
 
-#include "picture.h"
+#include "media/picture.h"
 #include "terminal/exitstatus.h"
 
 namespace OX::cli {
