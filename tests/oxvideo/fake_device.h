@@ -15,8 +15,8 @@
 #include <oxframework/oxmodule.h>
 #include <oxframework/oxserver.h>
 #include <oxvalue/detail/oxfunctor.h>
+#include "device/jsonvalues.h"
 #include "scratch_folder.h"
-#include "values.h"
 
 namespace OX::testing {
 

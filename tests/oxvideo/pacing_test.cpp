@@ -4,7 +4,7 @@
 #include <cmath>
 #include <random>
 
-#include "latencies.h"
+#include "device/latencies.h"
 #include "media/pacer.h"
 #include "terminal/progress.h"
 

@@ -1,4 +1,4 @@
-#include "values.h"
+#include "device/jsonvalues.h"
 
 #include <gtest/gtest.h>
 

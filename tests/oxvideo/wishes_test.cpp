@@ -1,9 +1,9 @@
-#include "wishes.h"
+#include "device/vocabulary.h"
 
 #include <gtest/gtest.h>
 
 #include <oxframework/oxdefinitions.h>
-#include "expected.h"
+#include "device/expectedinput.h"
 #include "terminal/exitstatus.h"
 #include "terminal/text.h"
 

@@ -5,10 +5,10 @@
 #include <numbers>
 
 #include "commands.h"
-#include "json.h"
-#include "session.h"
+#include "device/json.h"
+#include "device/jsonvalues.h"
+#include "device/session.h"
 #include "terminal/exitstatus.h"
-#include "values.h"
 
 namespace OX::cli {
 

@@ -2,10 +2,10 @@
 #include <memory>
 
 #include "commands.h"
-#include "session.h"
+#include "device/jsonvalues.h"
+#include "device/session.h"
 #include "terminal/exitstatus.h"
 #include "terminal/files.h"
-#include "values.h"
 
 namespace OX::cli {
 

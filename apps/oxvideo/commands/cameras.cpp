@@ -5,9 +5,9 @@
 
 #include <oxframework/oxdefinitions.h>
 #include "commands.h"
-#include "json.h"
-#include "session.h"
-#include "wishes.h"
+#include "device/json.h"
+#include "device/session.h"
+#include "device/vocabulary.h"
 
 namespace OX::cli {
 

@@ -4,8 +4,8 @@
 #include <memory>
 
 #include "commands.h"
-#include "json.h"
-#include "session.h"
+#include "device/json.h"
+#include "device/session.h"
 #include "terminal/exitstatus.h"
 
 namespace OX::cli {

@@ -2,8 +2,8 @@
 #include <memory>
 
 #include "commands.h"
-#include "session.h"
-#include "values.h"
+#include "device/jsonvalues.h"
+#include "device/session.h"
 
 namespace OX::cli {
 

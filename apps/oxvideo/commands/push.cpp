@@ -6,11 +6,11 @@
 #include <optional>
 
 #include "commands.h"
-#include "expected.h"
-#include "json.h"
+#include "device/expectedinput.h"
+#include "device/json.h"
+#include "device/session.h"
 #include "media/framesource.h"
 #include "media/pacer.h"
-#include "session.h"
 #include "terminal/exitstatus.h"
 #include "terminal/interrupt.h"
 #include "terminal/progress.h"

@@ -8,11 +8,11 @@
 #include <oxframework/oxdefinitions.h>
 #include <oxframework/oxerror.h>
 #include "commands.h"
-#include "looking.h"
+#include "device/viewoptions.h"
+#include "device/vocabulary.h"
 #include "terminal/exitstatus.h"
 #include "terminal/interrupt.h"
 #include "terminal/progress.h"
-#include "wishes.h"
 
 namespace OX::cli {
 

@@ -6,9 +6,9 @@
 #include <memory>
 
 #include "commands.h"
-#include "session.h"
+#include "device/session.h"
+#include "device/vocabulary.h"
 #include "terminal/exitstatus.h"
-#include "wishes.h"
 
 namespace OX::cli {
 

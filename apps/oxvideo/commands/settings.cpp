@@ -6,10 +6,10 @@
 
 #include <oxframework/oxdefinitions.h>
 #include "commands.h"
-#include "json.h"
-#include "session.h"
+#include "device/json.h"
+#include "device/session.h"
+#include "device/vocabulary.h"
 #include "terminal/exitstatus.h"
-#include "wishes.h"
 
 namespace OX::cli {
 

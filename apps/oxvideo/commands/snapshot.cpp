@@ -5,13 +5,13 @@
 #include <memory>
 
 #include "commands.h"
-#include "json.h"
-#include "looking.h"
+#include "device/json.h"
+#include "device/viewoptions.h"
+#include "device/vocabulary.h"
 #include "media/picture.h"
 #include "terminal/exitstatus.h"
 #include "terminal/files.h"
 #include "terminal/interrupt.h"
-#include "wishes.h"
 
 namespace OX::cli {
 

@@ -5,12 +5,12 @@
 #include <memory>
 
 #include "commands.h"
-#include "json.h"
-#include "latencies.h"
-#include "looking.h"
+#include "device/json.h"
+#include "device/latencies.h"
+#include "device/viewoptions.h"
+#include "device/vocabulary.h"
 #include "terminal/exitstatus.h"
 #include "terminal/interrupt.h"
-#include "wishes.h"
 
 namespace OX::cli {
 

@@ -4,8 +4,8 @@
 #include <memory>
 #include <vector>
 
+#include "device/vocabulary.h"
 #include "media/mediareader.h"
-#include "wishes.h"
 
 namespace OX::cli {
 

@@ -5,7 +5,7 @@
 #include <memory>
 #include <string>
 
-#include "wishes.h"
+#include "device/vocabulary.h"
 
 struct AVFrame;
 

@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "image_reply.h"
+#include "device/imagereply.h"
 
 namespace OX::cli {
 

@@ -1,7 +1,7 @@
 /// Raw frames as frames of the FFmpeg libraries, byte for byte where there is a format for it.
 #pragma once
 
-#include "image_reply.h"
+#include "device/imagereply.h"
 #include "media/ffmpeg.h"
 
 namespace OX::cli {

@@ -5,7 +5,7 @@
 #include <memory>
 #include <string>
 
-#include "image_reply.h"
+#include "device/imagereply.h"
 
 namespace OX::cli {
 

@@ -6,7 +6,7 @@
 #include <optional>
 #include <string>
 
-#include "wishes.h"
+#include "device/vocabulary.h"
 
 namespace OX::cli {
 

@@ -5,7 +5,7 @@
 #include <vector>
 
 #include <oxframework/oxvideo.h>
-#include "image_reply.h"
+#include "device/imagereply.h"
 
 namespace OX::cli {
 

@@ -6,9 +6,9 @@
 #include <filesystem>
 #include <set>
 
-#include "json.h"
+#include "device/json.h"
+#include "device/vocabulary.h"
 #include "recordings/recording.h"
-#include "wishes.h"
 
 namespace OX::cli {
 

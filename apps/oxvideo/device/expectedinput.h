@@ -2,7 +2,7 @@
 #pragma once
 
 #include <oxframework/oxvalue.h>
-#include "wishes.h"
+#include "device/vocabulary.h"
 
 namespace OX::cli {
 

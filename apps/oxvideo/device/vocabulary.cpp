@@ -1,4 +1,4 @@
-#include "wishes.h"
+#include "device/vocabulary.h"
 
 #include <fmt/format.h>
 

@@ -1,4 +1,4 @@
-#include "session.h"
+#include "device/session.h"
 
 #include <fmt/format.h>
 #include <unistd.h>

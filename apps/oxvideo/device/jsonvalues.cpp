@@ -1,11 +1,11 @@
-#include "values.h"
+#include "device/jsonvalues.h"
 
 #include <fmt/format.h>
 
 #include <cmath>
 #include <limits>
 
-#include "json.h"
+#include "device/json.h"
 #include "terminal/exitstatus.h"
 #include "terminal/text.h"
 

@@ -8,7 +8,7 @@
 
 #include <oxframework/oxremotebroker.h>
 #include <oxframework/oxvalue.h>
-#include "image_reply.h"
+#include "device/imagereply.h"
 
 namespace OX::cli {
 

@@ -1,9 +1,9 @@
-#include "looking.h"
+#include "device/viewoptions.h"
 
 #include <CLI/CLI.hpp>
 
 #include <oxframework/oxdefinitions.h>
-#include "wishes.h"
+#include "device/vocabulary.h"
 
 namespace OX::cli {
 

@@ -1,4 +1,4 @@
-#include "image_reply.h"
+#include "device/imagereply.h"
 
 #include <fmt/format.h>
 

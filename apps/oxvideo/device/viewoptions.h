@@ -3,7 +3,7 @@
 
 #include <string>
 
-#include "session.h"
+#include "device/session.h"
 
 namespace CLI {
 class App;

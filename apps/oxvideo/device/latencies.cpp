@@ -1,4 +1,4 @@
-#include "latencies.h"
+#include "device/latencies.h"
 
 #include <algorithm>
 #include <cmath>

@@ -1,10 +1,10 @@
-#include "expected.h"
+#include "device/expectedinput.h"
 
 #include <fmt/format.h>
 
 #include <oxframework/oxdefinitions.h>
+#include "device/jsonvalues.h"
 #include "terminal/exitstatus.h"
-#include "values.h"
 
 namespace OX::cli {
 
