@@ -11,8 +11,8 @@
 #include "media/yuyv.h"
 #include "oxvideo/video_file.h"
 #include "recorded.h"
-#include "recordings/import.h"
-#include "recordings/recording.h"
+#include "recordings/importer.h"
+#include "recordings/recordingfile.h"
 
 namespace OX::testing {
 namespace {

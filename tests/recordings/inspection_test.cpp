@@ -5,8 +5,8 @@
 #include <nlohmann/json.hpp>
 
 #include "recorded.h"
-#include "recordings/recording.h"
-#include "recordings/report.h"
+#include "recordings/recordingfile.h"
+#include "recordings/recordingreport.h"
 
 namespace OX::testing {
 namespace {

@@ -8,7 +8,7 @@
 #include <filesystem>
 
 #include "media/planes.h"
-#include "recordings/report.h"
+#include "recordings/recordingreport.h"
 #include "terminal/exitstatus.h"
 #include "terminal/text.h"
 

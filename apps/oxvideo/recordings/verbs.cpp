@@ -5,11 +5,11 @@
 #include <CLI/CLI.hpp>
 #include <memory>
 
-#include "recordings/export.h"
-#include "recordings/import.h"
-#include "recordings/recording.h"
-#include "recordings/repair.h"
-#include "recordings/report.h"
+#include "recordings/exporter.h"
+#include "recordings/importer.h"
+#include "recordings/recordingfile.h"
+#include "recordings/recordingreport.h"
+#include "recordings/repairer.h"
 #include "terminal/exitstatus.h"
 #include "terminal/interrupt.h"
 #include "terminal/progress.h"

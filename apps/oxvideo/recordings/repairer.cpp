@@ -1,4 +1,4 @@
-#include "recordings/repair.h"
+#include "recordings/repairer.h"
 
 #include <fmt/format.h>
 
@@ -6,7 +6,7 @@
 #include <limits>
 #include <map>
 
-#include "recordings/recording.h"
+#include "recordings/recordingfile.h"
 #include "terminal/exitstatus.h"
 
 namespace OX::cli {

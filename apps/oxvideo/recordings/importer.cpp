@@ -1,4 +1,4 @@
-#include "recordings/import.h"
+#include "recordings/importer.h"
 
 #include <sys/stat.h>
 

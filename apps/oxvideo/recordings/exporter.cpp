@@ -1,4 +1,4 @@
-#include "recordings/export.h"
+#include "recordings/exporter.h"
 
 #include <fmt/format.h>
 
@@ -6,8 +6,8 @@
 
 #include "media/picture.h"
 #include "media/videoencoder.h"
-#include "recordings/recording.h"
-#include "recordings/report.h"
+#include "recordings/recordingfile.h"
+#include "recordings/recordingreport.h"
 #include "terminal/exitstatus.h"
 #include "terminal/files.h"
 #include "terminal/interrupt.h"

@@ -1,4 +1,4 @@
-#include "recordings/recording.h"
+#include "recordings/recordingfile.h"
 
 #include <fmt/format.h>
 

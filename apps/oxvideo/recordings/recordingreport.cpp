@@ -1,4 +1,4 @@
-#include "recordings/report.h"
+#include "recordings/recordingreport.h"
 
 #include <fmt/format.h>
 
@@ -8,7 +8,7 @@
 
 #include "device/json.h"
 #include "device/vocabulary.h"
-#include "recordings/recording.h"
+#include "recordings/recordingfile.h"
 
 namespace OX::cli {
 
