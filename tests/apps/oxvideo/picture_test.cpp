@@ -8,10 +8,10 @@
 #include <oxframework/oxdefinitions.h>
 #include "terminal/exitstatus.h"
 
-using namespace OX;
-using namespace OX::cli;
-
+namespace OX::test {
 namespace {
+
+using namespace cli;
 
 /// The first pixel of a picture made of two pixels' bytes.
 std::vector<int> shown(int pColorSpace, const std::vector<unsigned char>& pBytes) {
@@ -26,8 +26,6 @@ std::vector<int> shown(int pColorSpace, const std::vector<unsigned char>& pBytes
   EXPECT_EQ(picture.rgb.size(), 6u);
   return {picture.rgb[0], picture.rgb[1], picture.rgb[2]};
 }
-
-}  // namespace
 
 TEST(Picture, EachColourSpaceAgainstKnownPixels) {
   using Bytes = std::vector<unsigned char>;
@@ -76,3 +74,6 @@ TEST(Picture, PngKeepsEveryPixel) {
   ASSERT_TRUE(png_image_finish_read(&read, nullptr, pixels.data(), 0, nullptr));
   EXPECT_EQ(pixels, picture.rgb);
 }
+
+}  // namespace
+}  // namespace OX::test

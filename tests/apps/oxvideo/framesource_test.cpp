@@ -13,10 +13,10 @@ extern "C" {
 #include "terminal/exitstatus.h"
 #include "video_file.h"
 
-using namespace OX::cli;
-using namespace OX::testing;
-
+namespace OX::test {
 namespace {
+
+using namespace cli;
 
 constexpr FrameSize kTarget{320, 240};
 
@@ -56,8 +56,6 @@ class FrameSource : public ::testing::Test {
 
   ScratchFolder fFolder;
 };
-
-}  // namespace
 
 TEST_F(FrameSource, ColoursAreRightInEveryFormat) {
   const struct {
@@ -182,3 +180,6 @@ TEST_F(FrameSource, WhatCanNotBeReadIsRefused) {
   EXPECT_EQ(redAt(source, 0.05), 0) << "what is there is shown";
   EXPECT_EQ(redAt(source, 5), -1) << "and it ends";
 }
+
+}  // namespace
+}  // namespace OX::test

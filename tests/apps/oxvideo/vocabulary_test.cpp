@@ -7,24 +7,22 @@
 #include "terminal/exitstatus.h"
 #include "terminal/text.h"
 
-using namespace OX;
-using namespace OX::cli;
-
+namespace OX::test {
 namespace {
+
+using namespace cli;
 
 /// What the call gives as text, or "refused: " and the message's start.
 template <typename Call>
 std::string outcome(Call pCall) {
   try {
-    return testing::PrintToString(pCall());
+    return ::testing::PrintToString(pCall());
   } catch (const OXUsageError& error) {
     return std::string("refused: ") + error.what();
   }
 }
 
-}  // namespace
-
-TEST(Wishes, SizesRatesAndRanges) {
+TEST(Vocabulary, SizesRatesAndRanges) {
   EXPECT_EQ(parseSize("1280x960"), (FrameSize{1280, 960}));
   for (const char* wrong : {"640", "640x", "x480", "640x240", "480x640", "640x480x3", " 640x480",
                             "-640x-480", "99999999999x1", ""})
@@ -39,7 +37,7 @@ TEST(Wishes, SizesRatesAndRanges) {
     EXPECT_THROW(parseRange(wrong), OXUsageError) << wrong;
 }
 
-TEST(Wishes, NamesAndNumbersOfTheVocabulary) {
+TEST(Vocabulary, NamesAndNumbersOfTheVocabulary) {
   EXPECT_EQ(parseResolution("kVGA"), kVGA);
   EXPECT_EQ(parseResolution("4VGA"), k4VGA);
   EXPECT_EQ(parseResolution("0"), kQQVGA);
@@ -99,3 +97,6 @@ TEST(Text, TablesAlignByWhatIsSeen) {
   table.addRow({"22"});
   EXPECT_EQ(table.text(OXPaint(false)), "A   LONG  C\n\xc3\xa9   x     end\n22        \n");
 }
+
+}  // namespace
+}  // namespace OX::test

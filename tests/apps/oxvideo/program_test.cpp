@@ -14,13 +14,13 @@
 #include "terminal/exitstatus.h"
 #include "video_file.h"
 
-using namespace OX::cli;
-using namespace OX::testing;
+namespace OX::test {
+namespace {
+
+using namespace cli;
 using ::testing::AnyOf;
 using ::testing::HasSubstr;
 using ::testing::StartsWith;
-
-namespace {
 
 struct Ran {
   int status;
@@ -103,8 +103,6 @@ class Programs : public ::testing::Test {
   ScratchFolder fFolder;
   std::unique_ptr<Child> fBroker, fFeeder;
 };
-
-}  // namespace
 
 TEST_F(Programs, AVideoIsSeenUprightInItsColours) {
   VideoFile video;
@@ -230,3 +228,6 @@ TEST_F(Programs, SeveralCamerasInOneCall) {
   EXPECT_EQ(readPng(file("now-1.png")).width, 640);
   EXPECT_EQ(readPng(file("now-0.png")).width, 160);
 }
+
+}  // namespace
+}  // namespace OX::test

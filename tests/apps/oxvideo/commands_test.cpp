@@ -11,14 +11,13 @@
 #include "program.h"
 #include "terminal/exitstatus.h"
 
-using namespace OX;
-using namespace OX::cli;
-using namespace OX::testing;
+namespace OX::test {
+namespace {
+
+using namespace cli;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::StartsWith;
-
-namespace {
 
 /// What went through a descriptor.
 class Captured {
@@ -59,7 +58,7 @@ class Verbs : public ::testing::Test {
 
   Ran run(std::vector<std::string> pArguments) {
     pArguments.insert(pArguments.begin(), {"--broker", fFake.address});
-    return ::run(pArguments);
+    return test::run(pArguments);
   }
 
   FakeDevice& device() { return *fFake.device; }
@@ -86,8 +85,6 @@ class FileCameraVerbs : public Verbs {
  protected:
   FileCameraVerbs() : Verbs(true) {}
 };
-
-}  // namespace
 
 TEST(WrongUse, IsSaidWithoutABroker) {
   const struct {
@@ -458,3 +455,6 @@ TEST_F(FileCameraVerbs, ReplayIsSteered) {
   EXPECT_EQ(callsOf("previousImage").size(), 1u);
   EXPECT_THAT(callsOf("replaySpeed"), ElementsAre("replaySpeed[12.5]"));
 }
+
+}  // namespace
+}  // namespace OX::test

@@ -6,7 +6,7 @@
 
 #include "media/ffmpeg.h"
 
-namespace OX::testing {
+namespace OX::test {
 
 using namespace OX::cli;
 
@@ -145,4 +145,4 @@ std::string quadrantFaults(const std::vector<unsigned char>& pRgb, int pWidth, i
   return faults.str();
 }
 
-}  // namespace OX::testing
+}  // namespace OX::test

@@ -12,7 +12,7 @@ extern "C" {
 #include <string>
 #include <vector>
 
-namespace OX::testing {
+namespace OX::test {
 
 using Rgb = std::array<int, 3>;
 
@@ -41,4 +41,4 @@ bool writeVideo(const std::string& pPath, const VideoFile& pVideo);
 std::string quadrantFaults(const std::vector<unsigned char>& pRgb, int pWidth, int pHeight,
                            const Rgb (&pExpected)[4], int pTolerance);
 
-}  // namespace OX::testing
+}  // namespace OX::test

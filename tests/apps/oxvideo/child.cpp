@@ -10,7 +10,7 @@
 
 extern char** environ;
 
-namespace OX::testing {
+namespace OX::test {
 
 Child::Child(const std::vector<std::string>& pArguments, const std::string& pErrorFile) {
   int ends[2];
@@ -68,4 +68,4 @@ int Child::wait() {
   return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
 }
 
-}  // namespace OX::testing
+}  // namespace OX::test

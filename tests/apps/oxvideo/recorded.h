@@ -13,10 +13,10 @@
 
 #include <oxframework/oxdefinitions.h>
 #include <oxframework/oxvideo.h>
-#include "oxvideo/scratch_folder.h"
 #include "program.h"
+#include "scratch_folder.h"
 
-namespace OX::testing {
+namespace OX::test {
 
 inline std::vector<unsigned char> noise(std::size_t pSize, unsigned pSeed) {
   std::vector<unsigned char> bytes(pSize);
@@ -77,4 +77,4 @@ inline std::string oxvideo(const ScratchFolder& pFolder,
   return std::to_string(status) + " " + textOfFile(path);
 }
 
-}  // namespace OX::testing
+}  // namespace OX::test

@@ -6,7 +6,7 @@
 #include <filesystem>
 #include <string>
 
-namespace OX::testing {
+namespace OX::test {
 
 class ScratchFolder {
  public:
@@ -27,4 +27,4 @@ class ScratchFolder {
   std::filesystem::path fPath;
 };
 
-}  // namespace OX::testing
+}  // namespace OX::test

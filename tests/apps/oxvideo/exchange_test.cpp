@@ -9,12 +9,12 @@
 #include "media/mediareader.h"
 #include "media/picture.h"
 #include "media/yuyv.h"
-#include "oxvideo/video_file.h"
 #include "recorded.h"
 #include "recordings/importer.h"
 #include "recordings/recordingfile.h"
+#include "video_file.h"
 
-namespace OX::testing {
+namespace OX::test {
 namespace {
 
 using cli::FrameSize;
@@ -243,4 +243,4 @@ TEST(PackYuyv, isTheReverseOfWhatTheDeviceShows) {
 }
 
 }  // namespace
-}  // namespace OX::testing
+}  // namespace OX::test

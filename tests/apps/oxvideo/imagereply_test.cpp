@@ -5,10 +5,10 @@
 #include <oxframework/oxdefinitions.h>
 #include "terminal/exitstatus.h"
 
-using namespace OX;
-using namespace OX::cli;
-
+namespace OX::test {
 namespace {
+
+using namespace cli;
 
 OXValue binary(int pSize, char pFill = 'x') {
   const std::string bytes(static_cast<std::size_t>(pSize), pFill);
@@ -28,8 +28,6 @@ OXValue with(OXValue pReply, int pIndex, OXValue pElement) {
 }
 
 const OXValue kNoPixels = OXValue(OXValue::Array());
-
-}  // namespace
 
 TEST(ImageReply, GoodOnesAreTakenApart) {
   const auto image = parseImageReply(reply(4, 2, 3, kRGB, binary(24, 'p')));
@@ -85,3 +83,6 @@ TEST(ImagesReply, PixelsOfSeveralAreCutBySize) {
         OXValue::array(OXValue(3), binary(0))})
     EXPECT_THROW(parseImagesReply(wrong), OXFailure);
 }
+
+}  // namespace
+}  // namespace OX::test

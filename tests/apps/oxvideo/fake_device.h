@@ -18,7 +18,7 @@
 #include "device/jsonvalues.h"
 #include "scratch_folder.h"
 
-namespace OX::testing {
+namespace OX::test {
 
 /// Takes any call. What has no answer set gives an invalid value.
 class FakeDevice : public OXModule {
@@ -94,4 +94,4 @@ inline OXValue imageReply(int pTimestampUs, int pColorSpace = kRGB) {
                         0.0f);
 }
 
-}  // namespace OX::testing
+}  // namespace OX::test

@@ -8,7 +8,10 @@
 #include "media/pacer.h"
 #include "terminal/progress.h"
 
-using namespace OX::cli;
+namespace OX::test {
+namespace {
+
+using namespace cli;
 using std::chrono::milliseconds;
 
 TEST(Pacer, FramesAreDueInTimeAndLateOnesAreDropped) {
@@ -69,3 +72,6 @@ TEST(Progress, BarsFitTheTerminal) {
   EXPECT_EQ(OXProgress::render("push", 15, 0, "ok", 80), "push 15 ok") << "no end known";
   EXPECT_EQ(OXProgress::render("push", 15, 30, "ok", 10).size(), 9u);
 }
+
+}  // namespace
+}  // namespace OX::test

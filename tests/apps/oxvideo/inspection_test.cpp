@@ -8,7 +8,7 @@
 #include "recordings/recordingfile.h"
 #include "recordings/recordingreport.h"
 
-namespace OX::testing {
+namespace OX::test {
 namespace {
 
 using ::testing::HasSubstr;
@@ -143,4 +143,4 @@ TEST_F(Inspection, repairKeepsStreamsApart) {
 }
 
 }  // namespace
-}  // namespace OX::testing
+}  // namespace OX::test

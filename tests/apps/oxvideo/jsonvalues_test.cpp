@@ -6,8 +6,10 @@
 
 #include "terminal/exitstatus.h"
 
-using namespace OX;
-using namespace OX::cli;
+namespace OX::test {
+namespace {
+
+using namespace cli;
 
 TEST(Values, ArgumentsAreJsonAndOtherWordsAreStrings) {
   const struct {
@@ -69,3 +71,6 @@ TEST(Values, BinariesAreFoundInOrderAtAnyDepth) {
   EXPECT_TRUE(found[0] == first);
   EXPECT_TRUE(found[1] == second);
 }
+
+}  // namespace
+}  // namespace OX::test

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-namespace OX::testing {
+namespace OX::test {
 
 /// Its standard output comes through a pipe, its standard error goes to a file.
 /// The destructor ends it (SIGTERM) and waits for it.
@@ -32,4 +32,4 @@ class Child {
   int fOutput = -1;
 };
 
-}  // namespace OX::testing
+}  // namespace OX::test
