@@ -1,14 +1,13 @@
 #include <fmt/format.h>
 
-#include <CLI/CLI.hpp>
 #include <memory>
 #include <numbers>
 
-#include "commands.h"
-#include "device/json.h"
+#include "commands/commands.h"
 #include "device/jsonvalues.h"
 #include "device/session.h"
 #include "terminal/exitstatus.h"
+#include "terminal/json.h"
 
 namespace OX::cli {
 
@@ -50,9 +49,9 @@ void run(Context& pContext, const Options& pOptions) {
     names[1] = "vertical";
   }
   if (pOptions.asJson) {
-    Json json = {{"camera", pOptions.camera}, {names[0], first}, {names[1], second}};
-    if (!pOptions.back) json["unit"] = pOptions.unit;
-    pContext.out.line(dumped(json));
+    OXJson json = {{"camera", pOptions.camera}, {names[0], first}, {names[1], second}};
+    if (!pOptions.back) json.add("unit", pOptions.unit);
+    pContext.out.line(json.text());
     return;
   }
   pContext.out.line(fmt::format("{} {:.6g}  {} {:.6g}{}", names[0], first, names[1], second,
@@ -61,9 +60,9 @@ void run(Context& pContext, const Options& pOptions) {
 
 }  // namespace
 
-void addAngles(CLI::App& pRoot, Context& pContext) {
-  CLI::App* verb =
-      addVerb(pRoot, pContext,
+void addAngles(OXCommandLine& pLine, Context& pContext) {
+  OXVerb verb =
+      addVerb(pLine, pContext,
               {"angles", "turns a place in the image into angles from the camera's axis, and back",
                "oxvideo angles 0.25 0.5 --camera 0\n"
                "  oxvideo angles 15 0 --back\n"
@@ -71,17 +70,15 @@ void addAngles(CLI::App& pRoot, Context& pContext) {
                "positive\n"
                "to the left and downwards."});
   const auto options = std::make_shared<Options>();
-  verb->add_option("FIRST", options->first, "x, or the horizontal angle")->required();
-  verb->add_option("SECOND", options->second, "y, or the vertical angle")->required();
-  verb->add_option("--camera", options->camera, "the camera (default 0)")
-      ->type_name("N")
-      ->check(CLI::Range(0, 255));
-  verb->add_flag("--back", options->back, "from angles to the image");
-  verb->add_flag("--extent", options->isSize, "a width and a height instead of a place");
-  verb->add_option("--unit", options->unit, "degrees (the default) or radians")
-      ->check(CLI::IsMember({"degrees", "radians"}));
-  verb->add_flag("--json", options->asJson, "as JSON");
-  verb->callback([&pContext, options] { run(pContext, *options); });
+  verb.option("FIRST", options->first, "x, or the horizontal angle").required();
+  verb.option("SECOND", options->second, "y, or the vertical angle").required();
+  verb.option("--camera", options->camera, "the camera (default 0)").valueName("N").range(0, 255);
+  verb.flag("--back", options->back, "from angles to the image");
+  verb.flag("--extent", options->isSize, "a width and a height instead of a place");
+  verb.option("--unit", options->unit, "degrees (the default) or radians")
+      .oneOf({"degrees", "radians"});
+  verb.flag("--json", options->asJson, "as JSON");
+  verb.onRun([&pContext, options] { run(pContext, *options); });
 }
 
 }  // namespace OX::cli

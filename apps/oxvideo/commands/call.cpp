@@ -1,7 +1,6 @@
-#include <CLI/CLI.hpp>
 #include <memory>
 
-#include "commands.h"
+#include "commands/commands.h"
 #include "device/jsonvalues.h"
 #include "device/session.h"
 #include "terminal/exitstatus.h"
@@ -39,9 +38,9 @@ void run(Context& pContext, const Options& pOptions, const std::vector<std::stri
 
 }  // namespace
 
-void addCall(CLI::App& pRoot, Context& pContext) {
-  CLI::App* verb = addVerb(
-      pRoot, pContext,
+void addCall(OXCommandLine& pLine, Context& pContext) {
+  OXVerb verb = addVerb(
+      pLine, pContext,
       {"call", "calls a method with the arguments that follow and prints its result as JSON",
        "oxvideo call OXVideoDevice getResolution 0\n"
        "  oxvideo call OXVideoDevice subscribeCamera mine 0 2 11 15\n"
@@ -51,14 +50,14 @@ void addCall(CLI::App& pRoot, Context& pContext) {
        "that is no JSON is a string; '\"3\"' is the string 3. In the result a binary stands as\n"
        "{\"binary\": SIZE}."});
   const auto options = std::make_shared<Options>();
-  verb->add_option("MODULE", options->module, "the module")->required();
-  verb->add_option("METHOD", options->method, "its method")->required();
-  verb->add_option("-o,--output", options->output,
-                   "write the bytes of the result's binaries to this file (- is standard output)")
-      ->type_name("FILE");
+  verb.option("MODULE", options->module, "the module").required();
+  verb.option("METHOD", options->method, "its method").required();
+  verb.option("-o,--output", options->output,
+              "write the bytes of the result's binaries to this file (- is standard output)")
+      .valueName("FILE");
   // The arguments are what the parser leaves: it would take brackets apart as a list of its own.
-  verb->allow_extras();
-  verb->callback([&pContext, options, verb] { run(pContext, *options, verb->remaining()); });
+  verb.allowUnknownWords();
+  verb.onRun([&pContext, options, verb] { run(pContext, *options, verb.unknownWords()); });
 }
 
 }  // namespace OX::cli

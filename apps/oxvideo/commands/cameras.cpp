@@ -1,13 +1,12 @@
 #include <fmt/format.h>
 
-#include <CLI/CLI.hpp>
 #include <memory>
 
 #include <oxframework/oxdefinitions.h>
-#include "commands.h"
-#include "device/json.h"
+#include "commands/commands.h"
 #include "device/session.h"
 #include "device/vocabulary.h"
+#include "terminal/json.h"
 
 namespace OX::cli {
 
@@ -28,7 +27,7 @@ Camera queried(OXSession& pSession, int pIndex) {
           pSession.device("isFrameGrabberOff", pIndex).toBool()};
 }
 
-Json asJson(const Camera& pCamera, int pActive) {
+OXJson asJson(const Camera& pCamera, int pActive) {
   int width = 0, height = 0;
   setSizeFromResolution(pCamera.resolution, width, height);
   return {{"camera", pCamera.index},
@@ -58,28 +57,28 @@ void run(Context& pContext, bool pAsJson) {
   const int count = session.countCameras();
   const int active = session.device("getActiveCamera").toInt();
   const OXPaint paint = pContext.paint();
-  Json list = Json::array();
+  OXJson list = OXJson::array();
   OXTable table({"CAMERA", "MODEL", "RESOLUTION", "COLOUR SPACE", "FPS", "GRABBER"});
   for (int index = 0; index < count; ++index) {
     const Camera camera = queried(session, index);
-    list.push_back(asJson(camera, active));
+    list.append(asJson(camera, active));
     table.addRow(row(camera, active, paint));
   }
   if (pAsJson)
-    pContext.out.line(dumped(list));
+    pContext.out.line(list.text());
   else
     pContext.out.write(table.text(paint));
 }
 
 }  // namespace
 
-void addCameras(CLI::App& pRoot, Context& pContext) {
-  CLI::App* verb = addVerb(
-      pRoot, pContext,
+void addCameras(OXCommandLine& pLine, Context& pContext) {
+  OXVerb verb = addVerb(
+      pLine, pContext,
       {"cameras", "shows what every camera runs at; * marks the active one", "oxvideo cameras"});
   const auto asJson = std::make_shared<bool>(false);
-  verb->add_flag("--json", *asJson, "as a JSON array");
-  verb->callback([&pContext, asJson] { run(pContext, *asJson); });
+  verb.flag("--json", *asJson, "as a JSON array");
+  verb.onRun([&pContext, asJson] { run(pContext, *asJson); });
 }
 
 }  // namespace OX::cli

@@ -3,12 +3,9 @@
 
 #include <string>
 
+#include "terminal/arguments.h"
 #include "terminal/output.h"
 #include "terminal/text.h"
-
-namespace CLI {
-class App;
-}
 
 namespace OX::cli {
 
@@ -30,20 +27,20 @@ struct Verb {
   const char* description;
   const char* example;
 };
-CLI::App* addVerb(CLI::App& pRoot, Context& pContext, const Verb& pVerb);
-void addCommonOptions(CLI::App& pApp, Context& pContext);
+OXVerb addVerb(OXCommandLine& pLine, Context& pContext, const Verb& pVerb);
+void addCommonOptions(OXVerb& pVerb, Context& pContext);
 
-void addModules(CLI::App& pRoot, Context& pContext);
-void addMethods(CLI::App& pRoot, Context& pContext);
-void addCall(CLI::App& pRoot, Context& pContext);
-void addCameras(CLI::App& pRoot, Context& pContext);
-void addPush(CLI::App& pRoot, Context& pContext);
-void addSnapshot(CLI::App& pRoot, Context& pContext);
-void addWatch(CLI::App& pRoot, Context& pContext);
-void addGetAndSet(CLI::App& pRoot, Context& pContext);
-void addMulti(CLI::App& pRoot, Context& pContext);
-void addAngles(CLI::App& pRoot, Context& pContext);
-void addRecord(CLI::App& pRoot, Context& pContext);
-void addReplay(CLI::App& pRoot, Context& pContext);
+void addModules(OXCommandLine& pLine, Context& pContext);
+void addMethods(OXCommandLine& pLine, Context& pContext);
+void addCall(OXCommandLine& pLine, Context& pContext);
+void addCameras(OXCommandLine& pLine, Context& pContext);
+void addPush(OXCommandLine& pLine, Context& pContext);
+void addSnapshot(OXCommandLine& pLine, Context& pContext);
+void addWatch(OXCommandLine& pLine, Context& pContext);
+void addGetAndSet(OXCommandLine& pLine, Context& pContext);
+void addMulti(OXCommandLine& pLine, Context& pContext);
+void addAngles(OXCommandLine& pLine, Context& pContext);
+void addRecord(OXCommandLine& pLine, Context& pContext);
+void addReplay(OXCommandLine& pLine, Context& pContext);
 
 }  // namespace OX::cli

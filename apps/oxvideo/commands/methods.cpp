@@ -1,12 +1,11 @@
 #include <fmt/format.h>
 
-#include <CLI/CLI.hpp>
 #include <memory>
 
-#include "commands.h"
-#include "device/json.h"
+#include "commands/commands.h"
 #include "device/session.h"
 #include "terminal/exitstatus.h"
+#include "terminal/json.h"
 
 namespace OX::cli {
 
@@ -50,15 +49,15 @@ Publication publicationOf(const OXValue& pValue) {
   return method;
 }
 
-Json asJson(const Publication::Part& pPart) {
+OXJson asJson(const Publication::Part& pPart) {
   return {{"name", pPart.name}, {"description", pPart.description}, {"type", pPart.type}};
 }
 
-Json asJson(const Publication& pMethod) {
-  Json parameters = Json::array(), examples = Json::array();
-  for (const auto& parameter : pMethod.parameters) parameters.push_back(asJson(parameter));
+OXJson asJson(const Publication& pMethod) {
+  OXJson parameters = OXJson::array(), examples = OXJson::array();
+  for (const auto& parameter : pMethod.parameters) parameters.append(asJson(parameter));
   for (const auto& [language, text] : pMethod.examples)
-    examples.push_back({{"language", language}, {"text", text}});
+    examples.append({{"language", language}, {"text", text}});
   return {
       {"name", pMethod.name},   {"class", pMethod.className}, {"description", pMethod.description},
       {"flags", pMethod.flags}, {"parameters", parameters},   {"return", asJson(pMethod.result)},
@@ -115,36 +114,38 @@ std::vector<std::string> modulesMeant(OXSession& pSession, const Options& pOptio
 
 void run(Context& pContext, const Options& pOptions) {
   OXSession session(pContext.broker, "methods");
-  Json everything = Json::object();
+  OXJson everything = OXJson::object();
   const OXPaint paint = pContext.paint();
   for (const std::string& module : modulesMeant(session, pOptions)) {
     const OXValue methods = session.call("OXBroker", "getMethodList", OXValue::array(module));
-    Json list = Json::array();
+    OXJson list = OXJson::array();
     if (!pOptions.asJson) pContext.out.line(heading(session, module, methods.getSize(), paint));
     for (const OXValue& method : methods.toArray()) {
       const Publication publication = publicationOf(method);
       if (pOptions.asJson)
-        list.push_back(asJson(publication));
+        list.append(asJson(publication));
       else
         pContext.out.line(page(publication, paint));
     }
-    everything[module] = std::move(list);
+    if (!pOptions.module.empty())
+      everything = std::move(list);
+    else
+      everything.add(module, list);
   }
-  if (!pOptions.asJson) return;
-  pContext.out.line(dumped(pOptions.module.empty() ? everything : everything[pOptions.module]));
+  if (pOptions.asJson) pContext.out.line(everything.text());
 }
 
 }  // namespace
 
-void addMethods(CLI::App& pRoot, Context& pContext) {
-  CLI::App* verb = addVerb(pRoot, pContext,
-                           {"methods", "shows what a module, or every module, can be asked",
-                            "oxvideo methods OXVideoDevice"});
+void addMethods(OXCommandLine& pLine, Context& pContext) {
+  OXVerb verb = addVerb(pLine, pContext,
+                        {"methods", "shows what a module, or every module, can be asked",
+                         "oxvideo methods OXVideoDevice"});
   const auto options = std::make_shared<Options>();
-  verb->add_option("MODULE", options->module, "only this module's methods");
-  verb->add_flag("--json", options->asJson,
-                 "as JSON: an array of methods, or an object of such arrays by module");
-  verb->callback([&pContext, options] { run(pContext, *options); });
+  verb.option("MODULE", options->module, "only this module's methods");
+  verb.flag("--json", options->asJson,
+            "as JSON: an array of methods, or an object of such arrays by module");
+  verb.onRun([&pContext, options] { run(pContext, *options); });
 }
 
 }  // namespace OX::cli

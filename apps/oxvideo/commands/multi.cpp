@@ -1,16 +1,15 @@
 #include <fmt/format.h>
 
-#include <CLI/CLI.hpp>
 #include <filesystem>
 #include <memory>
 
-#include "commands.h"
-#include "device/json.h"
+#include "commands/commands.h"
 #include "device/viewoptions.h"
 #include "device/vocabulary.h"
 #include "media/picture.h"
 #include "terminal/exitstatus.h"
 #include "terminal/files.h"
+#include "terminal/json.h"
 
 namespace OX::cli {
 
@@ -72,7 +71,7 @@ int run(Context& pContext, const Options& pOptions) {
   const auto images = subscription.images();
   subscription.end();
 
-  Json list = Json::array();
+  OXJson list = OXJson::array();
   std::size_t written = 0;
   for (std::size_t i = 0; i < streams.size(); ++i) {
     if (i >= images.size() || !images[i]) {
@@ -83,43 +82,43 @@ int run(Context& pContext, const Options& pOptions) {
     const std::string file = fileOf(pOptions.output, streams[i].camera);
     writeFile(file, encodePng(toPicture(image)), pContext.out);
     ++written;
-    list.push_back({{"camera", streams[i].camera},
-                    {"file", file},
-                    {"width", image.width},
-                    {"height", image.height},
-                    {"colorspace", colorSpaceName(image.colorSpace)},
-                    {"timestamp_us", std::to_string(image.timestampUs)}});
+    list.append({{"camera", streams[i].camera},
+                 {"file", file},
+                 {"width", image.width},
+                 {"height", image.height},
+                 {"colorspace", colorSpaceName(image.colorSpace)},
+                 {"timestamp_us", std::to_string(image.timestampUs)}});
     if (!pOptions.asJson) pContext.out.line(file);
   }
-  if (pOptions.asJson) pContext.out.line(dumped(list));
+  if (pOptions.asJson) pContext.out.line(list.text());
   if (written == 0) return kFailed;
   return written < streams.size() ? kDoneWithLosses : kDone;
 }
 
 }  // namespace
 
-void addMulti(CLI::App& pRoot, Context& pContext) {
-  CLI::App* verb = addVerb(
-      pRoot, pContext,
+void addMulti(OXCommandLine& pLine, Context& pContext) {
+  OXVerb verb = addVerb(
+      pLine, pContext,
       {"multi", "writes one image of several cameras, asked for in one call",
        "oxvideo multi -o now.png --camera 0 --camera 1    (writes now-0.png and now-1.png)\n"
        "  oxvideo multi -o now.png --camera 1 --camera 0 --resolution kVGA --resolution kQVGA"});
   const auto options = std::make_shared<Options>();
-  verb->add_option("-o,--output", options->output,
-                   "the PNG files: the camera's number is put before the ending")
-      ->required()
-      ->type_name("FILE");
-  verb->add_option("--camera", options->cameras, "a camera; several times (default: all)")
-      ->type_name("N")
-      ->check(CLI::Range(0, 255));
-  verb->add_option("--resolution", options->resolutions,
-                   "once for all or once for each camera (default: what each runs at)")
-      ->type_name("NAME");
-  verb->add_option("--colorspace", options->colorSpaces,
-                   "once for all or once for each camera (default kRGB)")
-      ->type_name("NAME");
-  verb->add_flag("--json", options->asJson, "what was written, as a JSON array");
-  verb->callback([&pContext, options] { pContext.status = run(pContext, *options); });
+  verb.option("-o,--output", options->output,
+              "the PNG files: the camera's number is put before the ending")
+      .required()
+      .valueName("FILE");
+  verb.option("--camera", options->cameras, "a camera; several times (default: all)")
+      .valueName("N")
+      .range(0, 255);
+  verb.option("--resolution", options->resolutions,
+              "once for all or once for each camera (default: what each runs at)")
+      .valueName("NAME");
+  verb.option("--colorspace", options->colorSpaces,
+              "once for all or once for each camera (default kRGB)")
+      .valueName("NAME");
+  verb.flag("--json", options->asJson, "what was written, as a JSON array");
+  verb.onRun([&pContext, options] { pContext.status = run(pContext, *options); });
 }
 
 }  // namespace OX::cli

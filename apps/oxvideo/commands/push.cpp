@@ -1,18 +1,17 @@
 #include <fmt/format.h>
 
-#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <memory>
 #include <optional>
 
-#include "commands.h"
+#include "commands/commands.h"
 #include "device/expectedinput.h"
-#include "device/json.h"
 #include "device/session.h"
 #include "media/framesource.h"
 #include "media/pacer.h"
 #include "terminal/exitstatus.h"
 #include "terminal/interrupt.h"
+#include "terminal/json.h"
 #include "terminal/progress.h"
 
 namespace OX::cli {
@@ -172,52 +171,52 @@ int Pusher::run() {
 int Pusher::xReport(bool pCutShort) {
   fProgress.reset();
   const double seconds = std::chrono::duration<double>(Clock::now() - fStart).count();
-  Json cameras = Json::array();
+  OXJson cameras = OXJson::array();
   for (const Feed& feed : fFeeds) {
-    cameras.push_back(
-        {{"camera", feed.camera}, {"pushed", feed.pushed}, {"dropped", feed.dropped}});
+    cameras.append({{"camera", feed.camera}, {"pushed", feed.pushed}, {"dropped", feed.dropped}});
     fContext.err.note(fmt::format("camera {}: {} frames pushed in {:.1f} s, {} dropped",
                                   feed.camera, feed.pushed, seconds, feed.dropped));
   }
   const std::int64_t damaged = fSource->damagedFrames();
   if (damaged > 0) fContext.err.note(fmt::format("{} damaged frames in the source", damaged));
   if (fOptions.asJson)
-    fContext.out.line(dumped({{"seconds", seconds}, {"damaged", damaged}, {"cameras", cameras}}));
+    fContext.out.line(
+        OXJson({{"seconds", seconds}, {"damaged", damaged}, {"cameras", cameras}}).text());
   if (pCutShort) return OXInterrupt::status();
   return damaged > 0 || xTotal(&Feed::dropped) > 0 ? kDoneWithLosses : kDone;
 }
 
 }  // namespace
 
-void addPush(CLI::App& pRoot, Context& pContext) {
-  CLI::App* verb = addVerb(
-      pRoot, pContext,
+void addPush(OXCommandLine& pLine, Context& pContext) {
+  OXVerb verb = addVerb(
+      pLine, pContext,
       {"push", "feeds cameras with a video, a picture or a moving test picture",
        "oxvideo push test --camera 0 --camera 1\n"
        "  oxvideo push film.mp4 --camera 0 --loop\n"
        "What runs until it is stopped (test, a picture, --loop) ends with 0, or 3 if frames were\n"
        "dropped; a film or a number of frames that a signal cuts short ends with 130 (SIGINT)."});
   const auto options = std::make_shared<Options>();
-  verb->add_option("SOURCE", options->source, "a video file, a picture, or \"test\"")->required();
-  verb->add_option("--camera", options->cameras, "the camera to feed; may be given several times")
-      ->required()
-      ->type_name("N")
-      ->check(CLI::Range(0, 255));
-  verb->add_option("--size", options->size,
-                   "160x120, 320x240, 640x480 or 1280x960 (default: what the camera expects, also "
-                   "while that changes)")
-      ->type_name("WxH");
-  verb->add_option("--fps", options->fps, "frames a second (default: what the camera expects)")
-      ->type_name("F");
-  verb->add_option("--frames", options->frames, "end after this many frames a camera")
-      ->type_name("N")
-      ->check(CLI::Range(std::int64_t{1}, std::int64_t{1} << 53));
-  verb->add_option("--fit", options->fit,
-                   "a source of another shape gets black bars (pad, the default) or is stretched")
-      ->check(CLI::IsMember({"pad", "stretch"}));
-  verb->add_flag("--loop", options->loop, "start again at the end");
-  verb->add_flag("--json", options->asJson, "a summary as JSON at the end");
-  verb->callback([&pContext, options] {
+  verb.option("SOURCE", options->source, "a video file, a picture, or \"test\"").required();
+  verb.option("--camera", options->cameras, "the camera to feed; may be given several times")
+      .required()
+      .valueName("N")
+      .range(0, 255);
+  verb.option("--size", options->size,
+              "160x120, 320x240, 640x480 or 1280x960 (default: what the camera expects, also "
+              "while that changes)")
+      .valueName("WxH");
+  verb.option("--fps", options->fps, "frames a second (default: what the camera expects)")
+      .valueName("F");
+  verb.option("--frames", options->frames, "end after this many frames a camera")
+      .valueName("N")
+      .range(std::int64_t{1}, std::int64_t{1} << 53);
+  verb.option("--fit", options->fit,
+              "a source of another shape gets black bars (pad, the default) or is stretched")
+      .oneOf({"pad", "stretch"});
+  verb.flag("--loop", options->loop, "start again at the end");
+  verb.flag("--json", options->asJson, "a summary as JSON at the end");
+  verb.onRun([&pContext, options] {
     auto sorted = options->cameras;
     std::sort(sorted.begin(), sorted.end());
     if (std::adjacent_find(sorted.begin(), sorted.end()) != sorted.end())

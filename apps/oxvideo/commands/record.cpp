@@ -1,13 +1,12 @@
 #include <fmt/format.h>
 
-#include <CLI/CLI.hpp>
 #include <chrono>
 #include <filesystem>
 #include <memory>
 
 #include <oxframework/oxdefinitions.h>
 #include <oxframework/oxerror.h>
-#include "commands.h"
+#include "commands/commands.h"
 #include "device/viewoptions.h"
 #include "device/vocabulary.h"
 #include "terminal/exitstatus.h"
@@ -112,37 +111,36 @@ int Recorder::run() {
 
 }  // namespace
 
-void addRecord(CLI::App& pRoot, Context& pContext) {
-  CLI::App* verb = addVerb(
-      pRoot, pContext,
+void addRecord(OXCommandLine& pLine, Context& pContext) {
+  OXVerb verb = addVerb(
+      pLine, pContext,
       {"record", "lets the broker record a camera's raw frames in an .oxv file",
        "oxvideo record drive.oxv --camera 0 --frames 300\n"
        "The broker writes the file, on its machine. Cut short by a signal (status 130 for SIGINT)\n"
        "the file is closed with the frames that it has."});
   const auto options = std::make_shared<Options>();
-  verb->add_option("OUT", options->output, "the file")->required();
-  verb->add_option("--camera", options->look.camera, "the camera (default 0)")
-      ->type_name("N")
-      ->check(CLI::Range(0, 255));
-  verb->add_option("--frames", options->frames, "how many frames to record")
-      ->required()
-      ->type_name("N")
-      ->check(CLI::PositiveNumber);
-  verb->add_option("--period", options->period, "record one frame in this many (default 1)")
-      ->type_name("P")
-      ->check(CLI::PositiveNumber);
-  verb->add_option("--resolution", options->look.resolution,
-                   "what the camera is to run at (default: what it runs at)")
-      ->type_name("NAME");
-  verb->add_option("--fps", options->fps,
-                   "frames a second, 5 to 30 (default: what the camera runs at)")
-      ->type_name("F")
-      ->check(CLI::Range(1, 255));
-  verb->add_option("--timeout", options->timeoutSeconds,
-                   "fail when no frame comes for this long (default 10)")
-      ->type_name("SECONDS")
-      ->check(CLI::Range(0.1, 86400.0));
-  verb->callback([&pContext, options] {
+  verb.option("OUT", options->output, "the file").required();
+  verb.option("--camera", options->look.camera, "the camera (default 0)")
+      .valueName("N")
+      .range(0, 255);
+  verb.option("--frames", options->frames, "how many frames to record")
+      .required()
+      .valueName("N")
+      .positive();
+  verb.option("--period", options->period, "record one frame in this many (default 1)")
+      .valueName("P")
+      .positive();
+  verb.option("--resolution", options->look.resolution,
+              "what the camera is to run at (default: what it runs at)")
+      .valueName("NAME");
+  verb.option("--fps", options->fps, "frames a second, 5 to 30 (default: what the camera runs at)")
+      .valueName("F")
+      .range(1, 255);
+  verb.option("--timeout", options->timeoutSeconds,
+              "fail when no frame comes for this long (default 10)")
+      .valueName("SECONDS")
+      .range(0.1, 86400.0);
+  verb.onRun([&pContext, options] {
     checkNames(options->look);
     pContext.status = Recorder(pContext, *options).run();
   });

@@ -1,11 +1,10 @@
 #include <fmt/format.h>
 
-#include <CLI/CLI.hpp>
 #include <cmath>
 #include <filesystem>
 #include <memory>
 
-#include "commands.h"
+#include "commands/commands.h"
 #include "device/session.h"
 #include "device/vocabulary.h"
 #include "terminal/exitstatus.h"
@@ -55,28 +54,25 @@ void play(Context& pContext, const PlayOptions& pOptions) {
   session.device("startFrameGrabber");
 }
 
-void addPlay(CLI::App& pRoot, Context& pContext) {
-  CLI::App* verb =
-      addVerb(pRoot, pContext,
+void addPlay(OXCommandLine& pLine, Context& pContext) {
+  OXVerb verb =
+      addVerb(pLine, pContext,
               {"play", "lets a file camera replay an .oxv file", "oxvideo play drive.oxv --loop"});
   const auto options = std::make_shared<PlayOptions>();
-  verb->add_option("FILE", options->file, "the file, on the broker's machine")->required();
-  verb->add_option("--mode", options->mode,
-                   "0: image by image (next, previous, speed); 1: as recorded (the default)")
-      ->check(CLI::Range(0, 1));
-  verb->add_flag("--loop", options->loop,
-                 "start again at the end instead of staying on the last image");
-  verb->add_option("--range", options->range, "only these images, counted from 0")
-      ->type_name("A:B");
-  verb->add_option("--stream", options->stream, "which stream of the file (default 0)")
-      ->check(CLI::NonNegativeNumber);
-  verb->callback([&pContext, options] { play(pContext, *options); });
+  verb.option("FILE", options->file, "the file, on the broker's machine").required();
+  verb.option("--mode", options->mode,
+              "0: image by image (next, previous, speed); 1: as recorded (the default)")
+      .range(0, 1);
+  verb.flag("--loop", options->loop, "start again at the end instead of staying on the last image");
+  verb.option("--range", options->range, "only these images, counted from 0").valueName("A:B");
+  verb.option("--stream", options->stream, "which stream of the file (default 0)").notNegative();
+  verb.onRun([&pContext, options] { play(pContext, *options); });
 }
 
 /// A verb without arguments that calls one method of the file camera.
-void addStep(CLI::App& pRoot, Context& pContext, const Verb& pVerb, const char* pMethod) {
-  CLI::App* verb = addVerb(pRoot, pContext, pVerb);
-  verb->callback([&pContext, pMethod, name = std::string(pVerb.name)] {
+void addStep(OXCommandLine& pLine, Context& pContext, const Verb& pVerb, const char* pMethod) {
+  OXVerb verb = addVerb(pLine, pContext, pVerb);
+  verb.onRun([&pContext, pMethod, name = std::string(pVerb.name)] {
     OXSession session(pContext.broker, name);
     needFileCamera(session);
     const OXValue result = session.device(pMethod);
@@ -84,13 +80,13 @@ void addStep(CLI::App& pRoot, Context& pContext, const Verb& pVerb, const char* 
   });
 }
 
-void addSpeed(CLI::App& pRoot, Context& pContext) {
-  CLI::App* verb =
-      addVerb(pRoot, pContext,
+void addSpeed(OXCommandLine& pLine, Context& pContext) {
+  OXVerb verb =
+      addVerb(pLine, pContext,
               {"speed", "sets how many images a second mode 0 shows", "oxvideo speed 12.5"});
   const auto speed = std::make_shared<double>(0);
-  verb->add_option("F", *speed, "images a second, above 0")->required();
-  verb->callback([&pContext, speed] {
+  verb.option("F", *speed, "images a second, above 0").required();
+  verb.onRun([&pContext, speed] {
     if (!std::isfinite(*speed) || *speed <= 0) throw OXUsageError("a speed is a number above 0");
     OXSession session(pContext.broker, "speed");
     needFileCamera(session);
@@ -100,17 +96,17 @@ void addSpeed(CLI::App& pRoot, Context& pContext) {
 
 }  // namespace
 
-void addReplay(CLI::App& pRoot, Context& pContext) {
-  addPlay(pRoot, pContext);
-  addStep(pRoot, pContext,
+void addReplay(OXCommandLine& pLine, Context& pContext) {
+  addPlay(pLine, pContext);
+  addStep(pLine, pContext,
           {"next", "shows the next image, in mode 0, at the next request", "oxvideo next"},
           "nextImage");
   addStep(
-      pRoot, pContext,
+      pLine, pContext,
       {"previous", "shows the previous image, in mode 0, at the next request", "oxvideo previous"},
       "previousImage");
-  addSpeed(pRoot, pContext);
-  addStep(pRoot, pContext,
+  addSpeed(pLine, pContext);
+  addStep(pLine, pContext,
           {"position", "prints the number of the current image", "oxvideo position"},
           "getCurrentImageNumber");
 }

@@ -1,15 +1,14 @@
 #include <fmt/format.h>
 
-#include <CLI/CLI.hpp>
 #include <memory>
 #include <optional>
 
 #include <oxframework/oxdefinitions.h>
-#include "commands.h"
-#include "device/json.h"
+#include "commands/commands.h"
 #include "device/session.h"
 #include "device/vocabulary.h"
 #include "terminal/exitstatus.h"
+#include "terminal/json.h"
 
 namespace OX::cli {
 
@@ -50,10 +49,9 @@ const Setting& settingOf(const std::string& pWord) {
 int parseValue(int pParameter, const std::string& pText) {
   if (pParameter == kCameraResolutionID) return parseResolution(pText);
   if (pParameter == kCameraColorSpaceID) return parseColorSpace(pText);
-  int value = 0;
-  if (!CLI::detail::lexical_cast(pText, value))
-    throw OXUsageError(fmt::format("\"{}\" is no number", printable(pText)));
-  return value;
+  const auto value = parseInt(pText);
+  if (!value) throw OXUsageError(fmt::format("\"{}\" is no number", printable(pText)));
+  return *value;
 }
 
 std::string valueText(int pParameter, int pValue) {
@@ -151,8 +149,8 @@ void Place::setDefault() {
 void report(Context& pContext, const Options& pOptions, Place& pPlace, const std::string& pName) {
   const int value = pPlace.get();
   const std::string text = valueText(pPlace.parameter(), value);
-  pContext.out.line(pOptions.asJson ? dumped({{"name", pName}, {"value", value}, {"text", text}})
-                                    : text);
+  pContext.out.line(
+      pOptions.asJson ? OXJson({{"name", pName}, {"value", value}, {"text", text}}).text() : text);
 }
 
 /// Takes WHAT off the words, unless a parameter is named; pRest words are to be left.
@@ -192,46 +190,44 @@ void runSet(Context& pContext, Options pOptions) {
   report(pContext, pOptions, place, setting ? setting->word : pOptions.parameter);
 }
 
-void addOptions(CLI::App& pVerb, Options& pOptions, const char* pWords) {
-  pVerb.add_option(
-      pWords, pOptions.words,
-      "resolution, colorspace, fps or camera (the active one); for set a value behind it, "
-      "or \"default\"");
+void addOptions(OXVerb& pVerb, Options& pOptions, const char* pWords) {
+  pVerb.option(pWords, pOptions.words,
+               "resolution, colorspace, fps or camera (the active one); for set a value behind it, "
+               "or \"default\"");
   pVerb
-      .add_option(
-          "--parameter", pOptions.parameter,
-          "a camera parameter instead: resolution, frame-rate, buffers, select, colorspace, "
-          "or any number")
-      ->type_name("NAME");
-  auto* subscriber =
-      pVerb.add_option("--subscriber", pOptions.subscriber, "of this subscriber")->type_name("ID");
-  pVerb.add_option("--camera", pOptions.camera, "of this camera (default: the active one)")
-      ->type_name("N")
-      ->check(CLI::Range(0, 255))
-      ->excludes(subscriber);
-  pVerb.add_flag("--json", pOptions.asJson, "as JSON");
+      .option("--parameter", pOptions.parameter,
+              "a camera parameter instead: resolution, frame-rate, buffers, select, colorspace, "
+              "or any number")
+      .valueName("NAME");
+  const OXOption subscriber =
+      pVerb.option("--subscriber", pOptions.subscriber, "of this subscriber").valueName("ID");
+  pVerb.option("--camera", pOptions.camera, "of this camera (default: the active one)")
+      .valueName("N")
+      .range(0, 255)
+      .excludes(subscriber);
+  pVerb.flag("--json", pOptions.asJson, "as JSON");
 }
 
 }  // namespace
 
-void addGetAndSet(CLI::App& pRoot, Context& pContext) {
-  CLI::App* get = addVerb(pRoot, pContext,
-                          {"get", "reads a setting of a camera or a subscriber",
-                           "oxvideo get resolution --camera 0\n"
-                           "  oxvideo get --parameter buffers --camera 0\n"
-                           "  oxvideo get fps --subscriber myModule"});
+void addGetAndSet(OXCommandLine& pLine, Context& pContext) {
+  OXVerb get = addVerb(pLine, pContext,
+                       {"get", "reads a setting of a camera or a subscriber",
+                        "oxvideo get resolution --camera 0\n"
+                        "  oxvideo get --parameter buffers --camera 0\n"
+                        "  oxvideo get fps --subscriber myModule"});
   const auto getOptions = std::make_shared<Options>();
-  addOptions(*get, *getOptions, "SETTING");
-  get->callback([&pContext, getOptions] { runGet(pContext, *getOptions); });
+  addOptions(get, *getOptions, "SETTING");
+  get.onRun([&pContext, getOptions] { runGet(pContext, *getOptions); });
 
-  CLI::App* set = addVerb(pRoot, pContext,
-                          {"set", "changes a setting and prints what it is now",
-                           "oxvideo set resolution kVGA --camera 0\n"
-                           "  oxvideo set --parameter frame-rate 15 --camera 0\n"
-                           "  oxvideo set colorspace kHSY --subscriber myModule"});
+  OXVerb set = addVerb(pLine, pContext,
+                       {"set", "changes a setting and prints what it is now",
+                        "oxvideo set resolution kVGA --camera 0\n"
+                        "  oxvideo set --parameter frame-rate 15 --camera 0\n"
+                        "  oxvideo set colorspace kHSY --subscriber myModule"});
   const auto setOptions = std::make_shared<Options>();
-  addOptions(*set, *setOptions, "SETTING");
-  set->callback([&pContext, setOptions] { runSet(pContext, *setOptions); });
+  addOptions(set, *setOptions, "SETTING");
+  set.onRun([&pContext, setOptions] { runSet(pContext, *setOptions); });
 }
 
 }  // namespace OX::cli

@@ -1,17 +1,16 @@
 #include <fmt/format.h>
 
-#include <CLI/CLI.hpp>
 #include <chrono>
 #include <memory>
 
-#include "commands.h"
-#include "device/json.h"
+#include "commands/commands.h"
 #include "device/viewoptions.h"
 #include "device/vocabulary.h"
 #include "media/picture.h"
 #include "terminal/exitstatus.h"
 #include "terminal/files.h"
 #include "terminal/interrupt.h"
+#include "terminal/json.h"
 
 namespace OX::cli {
 
@@ -49,13 +48,14 @@ void report(Context& pContext, const Options& pOptions, const ImageReply& pImage
                   static_cast<double>(wallClockUs() - pImage.timestampUs) / 1000);
   pContext.err.note(pOptions.output + ": " + what);
   if (!pOptions.asJson) return;
-  pContext.out.line(dumped({{"file", pOptions.output},
+  pContext.out.line(OXJson({{"file", pOptions.output},
                             {"width", pImage.width},
                             {"height", pImage.height},
                             {"layers", pImage.layers},
                             {"colorspace", colorSpaceName(pImage.colorSpace)},
                             {"camera", pImage.camera},
-                            {"timestamp_us", std::to_string(pImage.timestampUs)}}));
+                            {"timestamp_us", std::to_string(pImage.timestampUs)}})
+                        .text());
 }
 
 void run(Context& pContext, const Options& pOptions) {
@@ -72,21 +72,21 @@ void run(Context& pContext, const Options& pOptions) {
 
 }  // namespace
 
-void addSnapshot(CLI::App& pRoot, Context& pContext) {
-  CLI::App* verb = addVerb(pRoot, pContext,
-                           {"snapshot", "writes one image of a camera as PNG",
-                            "oxvideo snapshot -o a.png --camera 0 --resolution kVGA\n"
-                            "  oxvideo snapshot -o - --colorspace kHSY > hue.png"});
+void addSnapshot(OXCommandLine& pLine, Context& pContext) {
+  OXVerb verb = addVerb(pLine, pContext,
+                        {"snapshot", "writes one image of a camera as PNG",
+                         "oxvideo snapshot -o a.png --camera 0 --resolution kVGA\n"
+                         "  oxvideo snapshot -o - --colorspace kHSY > hue.png"});
   const auto options = std::make_shared<Options>();
-  verb->add_option("-o,--output", options->output, "the PNG file; - is standard output")
-      ->required()
-      ->type_name("FILE");
-  addLookOptions(*verb, options->look);
-  verb->add_option("--timeout", options->timeoutSeconds, "wait this long for a frame (default 5)")
-      ->type_name("SECONDS")
-      ->check(CLI::Range(0.0, 3600.0));
-  verb->add_flag("--json", options->asJson, "what was written, as JSON");
-  verb->callback([&pContext, options] { run(pContext, *options); });
+  verb.option("-o,--output", options->output, "the PNG file; - is standard output")
+      .required()
+      .valueName("FILE");
+  addLookOptions(verb, options->look);
+  verb.option("--timeout", options->timeoutSeconds, "wait this long for a frame (default 5)")
+      .valueName("SECONDS")
+      .range(0.0, 3600.0);
+  verb.flag("--json", options->asJson, "what was written, as JSON");
+  verb.onRun([&pContext, options] { run(pContext, *options); });
 }
 
 }  // namespace OX::cli

@@ -1,16 +1,15 @@
 #include <fmt/format.h>
 
-#include <CLI/CLI.hpp>
 #include <chrono>
 #include <memory>
 
-#include "commands.h"
-#include "device/json.h"
+#include "commands/commands.h"
 #include "device/latencies.h"
 #include "device/viewoptions.h"
 #include "device/vocabulary.h"
 #include "terminal/exitstatus.h"
 #include "terminal/interrupt.h"
+#include "terminal/json.h"
 
 namespace OX::cli {
 
@@ -139,17 +138,17 @@ void Watcher::xLine(Clock::time_point pNow) {
   const double median = fSecond.latencies.median() * 1000;
   const double worst = fSecond.latencies.percentile(0.99) * 1000;
   if (fOptions.asJson) {
-    Json json = {{"line", fLines},
-                 {"frames", fSecond.frames},
-                 {"fps", fSecond.rate(pNow)},
-                 {"latency_median_ms", median},
-                 {"latency_p99_ms", worst},
-                 {"empty", fSecond.empty}};
+    OXJson json = {{"line", fLines},
+                   {"frames", fSecond.frames},
+                   {"fps", fSecond.rate(pNow)},
+                   {"latency_median_ms", median},
+                   {"latency_p99_ms", worst},
+                   {"empty", fSecond.empty}};
     if (fNewestUs != 0) {
-      json["age_ms"] = xAgeMs();
-      json["timestamp_us"] = std::to_string(fNewestUs);
+      json.add("age_ms", xAgeMs());
+      json.add("timestamp_us", std::to_string(fNewestUs));
     }
-    fContext.out.line(dumped(json));
+    fContext.out.line(json.text());
     return;
   }
   const OXPaint paint = fContext.paint();
@@ -165,7 +164,7 @@ void Watcher::xSummary(Clock::time_point pNow) {
   const double median = fTotal.latencies.median() * 1000;
   const double worst = fTotal.latencies.percentile(0.99) * 1000;
   if (fOptions.asJson) {
-    fContext.out.line(dumped({{"summary",
+    fContext.out.line(OXJson({{"summary",
                                {{"camera", fStream.camera},
                                 {"resolution", resolutionName(fStream.resolution)},
                                 {"colorspace", colorSpaceName(fStream.colorSpace)},
@@ -175,7 +174,8 @@ void Watcher::xSummary(Clock::time_point pNow) {
                                 {"requests", fTotal.latencies.count()},
                                 {"latency_median_ms", median},
                                 {"latency_p99_ms", worst},
-                                {"empty", fTotal.empty}}}}));
+                                {"empty", fTotal.empty}}}})
+                          .text());
     return;
   }
   fContext.out.line(
@@ -189,29 +189,28 @@ void Watcher::xSummary(Clock::time_point pNow) {
 
 }  // namespace
 
-void addWatch(CLI::App& pRoot, Context& pContext) {
-  CLI::App* verb = addVerb(
-      pRoot, pContext,
+void addWatch(OXCommandLine& pLine, Context& pContext) {
+  OXVerb verb = addVerb(
+      pLine, pContext,
       {"watch", "shows once a second how a camera's images come: rate, age, latency of a request",
        "oxvideo watch --camera 0 --resolution kVGA --fps 30\n"
        "Ages compare the broker's clock with this machine's. Stopped by a signal it ends with 0,\n"
        "or with 3 if the camera had no frame for some request; short of --frames with 130 "
        "(SIGINT)."});
   const auto options = std::make_shared<Options>();
-  addLookOptions(*verb, options->look);
-  verb->add_option("--fps", options->fps,
-                   "frames a second, 5 to 30 (default: what the camera runs at)")
-      ->type_name("F")
-      ->check(CLI::Range(1, 255));
-  verb->add_option("--frames", options->frames, "end after this many frames (default: go on)")
-      ->type_name("N")
-      ->check(CLI::Range(std::int64_t{1}, std::int64_t{1} << 53));
-  verb->add_option("--timeout", options->timeoutSeconds,
-                   "with --frames: fail when none has come for this long (default 10)")
-      ->type_name("SECONDS")
-      ->check(CLI::Range(0.0, 86400.0));
-  verb->add_flag("--json", options->asJson, "one JSON object a line, the last one the summary");
-  verb->callback([&pContext, options] {
+  addLookOptions(verb, options->look);
+  verb.option("--fps", options->fps, "frames a second, 5 to 30 (default: what the camera runs at)")
+      .valueName("F")
+      .range(1, 255);
+  verb.option("--frames", options->frames, "end after this many frames (default: go on)")
+      .valueName("N")
+      .range(std::int64_t{1}, std::int64_t{1} << 53);
+  verb.option("--timeout", options->timeoutSeconds,
+              "with --frames: fail when none has come for this long (default 10)")
+      .valueName("SECONDS")
+      .range(0.0, 86400.0);
+  verb.flag("--json", options->asJson, "one JSON object a line, the last one the summary");
+  verb.onRun([&pContext, options] {
     checkNames(options->look);
     pContext.status = Watcher(pContext, *options).run();
   });

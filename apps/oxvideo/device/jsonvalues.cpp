@@ -4,14 +4,17 @@
 
 #include <cmath>
 #include <limits>
+#include <nlohmann/json.hpp>
 
-#include "device/json.h"
 #include "terminal/exitstatus.h"
+#include "terminal/json.h"
 #include "terminal/text.h"
 
 namespace OX::cli {
 
 namespace {
+
+using Json = nlohmann::json;
 
 constexpr int kDeepest = 32;  // as deep as the broker takes
 
@@ -55,15 +58,7 @@ void collectBinaries(const OXValue& pValue, std::vector<OXValue>& pResult) {
     for (const OXValue& element : pValue.toArray()) collectBinaries(element, pResult);
 }
 
-}  // namespace
-
-OXValue parseArgument(const std::string& pWord) {
-  const Json json = Json::parse(pWord, nullptr, false);
-  if (json.is_discarded()) return {pWord};
-  return fromJson(json, pWord, 0);
-}
-
-Json asJson(const OXValue& pValue) {
+OXJson asJson(const OXValue& pValue) {
   switch (pValue.getType()) {
     case OXValue::TypeBool:
       return pValue.toBool();
@@ -76,22 +71,26 @@ Json asJson(const OXValue& pValue) {
     case OXValue::TypeString:
       return pValue.toString();
     case OXValue::TypeArray: {
-      Json array = Json::array();
-      for (const OXValue& element : pValue.toArray()) array.push_back(asJson(element));
+      OXJson array = OXJson::array();
+      for (const OXValue& element : pValue.toArray()) array.append(asJson(element));
       return array;
     }
     case OXValue::TypeBinary:
-      return Json{{"binary", pValue.getSize()}};
+      return {{"binary", pValue.getSize()}};
     default:
       return nullptr;
   }
 }
 
-std::string dumped(const Json& pJson) {
-  return pJson.dump(-1, ' ', false, Json::error_handler_t::replace);
+}  // namespace
+
+OXValue parseArgument(const std::string& pWord) {
+  const Json json = Json::parse(pWord, nullptr, false);
+  if (json.is_discarded()) return {pWord};
+  return fromJson(json, pWord, 0);
 }
 
-std::string toJson(const OXValue& pValue) { return dumped(asJson(pValue)); }
+std::string toJson(const OXValue& pValue) { return asJson(pValue).text(); }
 
 std::vector<OXValue> binariesIn(const OXValue& pValue) {
   std::vector<OXValue> result;

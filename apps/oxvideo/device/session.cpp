@@ -7,6 +7,7 @@
 #include <string_view>
 
 #include <oxframework/oxerror.h>
+#include <oxframework/oxremotebroker.h>
 #include "terminal/exitstatus.h"
 #include "terminal/text.h"
 

@@ -6,9 +6,12 @@
 #include <string>
 #include <vector>
 
-#include <oxframework/oxremotebroker.h>
 #include <oxframework/oxvalue.h>
 #include "device/imagereply.h"
+
+namespace OX {
+class OXRemoteBroker;
+}
 
 namespace OX::cli {
 

@@ -1,25 +1,21 @@
 #include "device/viewoptions.h"
 
-#include <CLI/CLI.hpp>
-
 #include <oxframework/oxdefinitions.h>
 #include "device/vocabulary.h"
 
 namespace OX::cli {
 
-void addLookOptions(CLI::App& pVerb, LookOptions& pOptions) {
-  pVerb.add_option("--camera", pOptions.camera, "the camera (default 0)")
-      ->type_name("N")
-      ->check(CLI::Range(0, 255));
+void addLookOptions(OXVerb& pVerb, LookOptions& pOptions) {
+  pVerb.option("--camera", pOptions.camera, "the camera (default 0)").valueName("N").range(0, 255);
   pVerb
-      .add_option("--resolution", pOptions.resolution,
-                  "kQQVGA, kQVGA, kVGA or k4VGA (default: what the camera runs at)")
-      ->type_name("NAME");
+      .option("--resolution", pOptions.resolution,
+              "kQQVGA, kQVGA, kVGA or k4VGA (default: what the camera runs at)")
+      .valueName("NAME");
   pVerb
-      .add_option("--colorspace", pOptions.colorSpace,
-                  "kYuv, kHsy, kYUV422, kYUV, kRGB (the default), kHSY, kBGR, kYYCbCr, kH2RGB or "
-                  "kHSMixed")
-      ->type_name("NAME");
+      .option("--colorspace", pOptions.colorSpace,
+              "kYuv, kHsy, kYUV422, kYUV, kRGB (the default), kHSY, kBGR, kYYCbCr, kH2RGB or "
+              "kHSMixed")
+      .valueName("NAME");
 }
 
 void checkNames(const LookOptions& pOptions) {

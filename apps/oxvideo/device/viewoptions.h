@@ -4,10 +4,7 @@
 #include <string>
 
 #include "device/session.h"
-
-namespace CLI {
-class App;
-}
+#include "terminal/arguments.h"
 
 namespace OX::cli {
 
@@ -18,7 +15,7 @@ struct LookOptions {
 };
 
 /// Adds --camera, --resolution and --colorspace.
-void addLookOptions(CLI::App& pVerb, LookOptions& pOptions);
+void addLookOptions(OXVerb& pVerb, LookOptions& pOptions);
 
 /// Checks the names, without a broker. Throws OXUsageError.
 void checkNames(const LookOptions& pOptions);

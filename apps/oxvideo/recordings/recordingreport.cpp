@@ -6,9 +6,9 @@
 #include <filesystem>
 #include <set>
 
-#include "device/json.h"
 #include "device/vocabulary.h"
 #include "recordings/recordingfile.h"
+#include "terminal/json.h"
 
 namespace OX::cli {
 
@@ -106,11 +106,13 @@ std::string damageLines(const RecordingReport& pReport, const OXPaint& pPaint) {
   return text;
 }
 
-Json jsonOfStream(const StreamReport& pStream) {
-  Json gaps = Json::array();
+OXJson jsonOfStream(const StreamReport& pStream) {
+  OXJson gaps = OXJson::array();
   for (const RecordingGap& gap : pStream.gaps)
-    gaps.push_back(
+    gaps.append(
         {{"after_image", gap.afterImage}, {"length_us", gap.lengthUs}, {"missing", gap.missing}});
+  OXJson cameras = OXJson::array();
+  for (const int camera : pStream.cameras) cameras.append(camera);
   return {{"width", pStream.format.fWidth},
           {"height", pStream.format.fHeight},
           {"colorspace", colorSpaceName(pStream.format.fColorSpace)},
@@ -121,7 +123,7 @@ Json jsonOfStream(const StreamReport& pStream) {
           {"fps", pStream.fps},
           {"usual_interval_us", pStream.usualIntervalUs},
           {"not_rising", pStream.notRising},
-          {"cameras", pStream.cameras},
+          {"cameras", cameras},
           {"gaps", gaps}};
 }
 
@@ -155,16 +157,17 @@ std::string textOf(const RecordingReport& pReport, const OXPaint& pPaint) {
 }
 
 std::string jsonOf(const RecordingReport& pReport) {
-  Json streams = Json::array();
-  for (const StreamReport& stream : pReport.streams) streams.push_back(jsonOfStream(stream));
-  Json damage = Json::array();
+  OXJson streams = OXJson::array();
+  for (const StreamReport& stream : pReport.streams) streams.append(jsonOfStream(stream));
+  OXJson damage = OXJson::array();
   for (const OXVideoDamage& place : pReport.damage)
-    damage.push_back({{"byte", place.fOffset}, {"bytes", place.fBytes}, {"text", place.fText}});
-  return dumped({{"file", pReport.path},
+    damage.append({{"byte", place.fOffset}, {"bytes", place.fBytes}, {"text", place.fText}});
+  return OXJson({{"file", pReport.path},
                  {"bytes", pReport.sizeBytes},
                  {"indexed", pReport.indexed},
                  {"streams", streams},
-                 {"damage", damage}});
+                 {"damage", damage}})
+      .text();
 }
 
 }  // namespace OX::cli

@@ -2,7 +2,6 @@
 
 #include <fmt/format.h>
 
-#include <CLI/CLI.hpp>
 #include <memory>
 
 #include "recordings/exporter.h"
@@ -26,9 +25,9 @@ OnFrame withProgress(OXProgress& pProgress) {
   };
 }
 
-void addInfo(CLI::App& pRoot, Context& pContext) {
-  CLI::App* verb = addVerb(
-      pRoot, pContext,
+void addInfo(OXCommandLine& pLine, Context& pContext) {
+  OXVerb verb = addVerb(
+      pLine, pContext,
       {"info", "says what an .oxv file holds: streams, images, rates, gaps, damage",
        "oxvideo info drive.oxv\nReads no pixels; oxvideo verify does. Status 3 when damaged."});
   struct Options {
@@ -36,9 +35,9 @@ void addInfo(CLI::App& pRoot, Context& pContext) {
     bool asJson = false;
   };
   const auto options = std::make_shared<Options>();
-  verb->add_option("FILE", options->file, "the recording")->required();
-  verb->add_flag("--json", options->asJson, "one line of JSON");
-  verb->callback([&pContext, options] {
+  verb.option("FILE", options->file, "the recording").required();
+  verb.flag("--json", options->asJson, "one line of JSON");
+  verb.onRun([&pContext, options] {
     const RecordingReport report = reportOn(OXRecording(options->file));
     if (options->asJson)
       pContext.out.line(jsonOf(report));
@@ -62,13 +61,13 @@ int runVerify(Context& pContext, const std::string& pFile) {
   return whole ? kDone : kFailed;
 }
 
-void addVerify(CLI::App& pRoot, Context& pContext) {
-  CLI::App* verb = addVerb(pRoot, pContext,
-                           {"verify", "reads every image of an .oxv file and checks it",
-                            "oxvideo verify drive.oxv\nStatus 1 when anything is damaged."});
+void addVerify(OXCommandLine& pLine, Context& pContext) {
+  OXVerb verb = addVerb(pLine, pContext,
+                        {"verify", "reads every image of an .oxv file and checks it",
+                         "oxvideo verify drive.oxv\nStatus 1 when anything is damaged."});
   const auto file = std::make_shared<std::string>();
-  verb->add_option("FILE", *file, "the recording")->required();
-  verb->callback([&pContext, file] { pContext.status = runVerify(pContext, *file); });
+  verb.option("FILE", *file, "the recording").required();
+  verb.onRun([&pContext, file] { pContext.status = runVerify(pContext, *file); });
 }
 
 int runRepair(Context& pContext, const std::string& pInput, const std::string& pOutput) {
@@ -82,16 +81,16 @@ int runRepair(Context& pContext, const std::string& pInput, const std::string& p
   return result.lost == 0 ? kDone : kDoneWithLosses;
 }
 
-void addRepair(CLI::App& pRoot, Context& pContext) {
-  CLI::App* verb =
-      addVerb(pRoot, pContext,
+void addRepair(OXCommandLine& pLine, Context& pContext) {
+  OXVerb verb =
+      addVerb(pLine, pContext,
               {"repair", "writes a new .oxv file of every image that can still be read",
                "oxvideo repair cut.oxv whole.oxv\nThe file that is read stays as it is. Status 3 "
                "when images were lost."});
   const auto files = std::make_shared<std::pair<std::string, std::string>>();
-  verb->add_option("IN", files->first, "the damaged recording")->required();
-  verb->add_option("OUT", files->second, "the new one")->required();
-  verb->callback(
+  verb.option("IN", files->first, "the damaged recording").required();
+  verb.option("OUT", files->second, "the new one").required();
+  verb.onRun(
       [&pContext, files] { pContext.status = runRepair(pContext, files->first, files->second); });
 }
 
@@ -111,31 +110,30 @@ int runImport(Context& pContext, const ImportWishes& pWishes) {
   return kDoneWithLosses;
 }
 
-void addImport(CLI::App& pRoot, Context& pContext) {
-  CLI::App* verb =
-      addVerb(pRoot, pContext,
-              {"import", "makes an .oxv file of a video, for a file camera to replay",
-               "oxvideo import clip.mp4 clip.oxv --size 640x480\n"
-               "  oxvideo import test test.oxv --frames 90\n"
-               "Images are kYUV422, as cameras give them; other shapes get black bars."});
+void addImport(OXCommandLine& pLine, Context& pContext) {
+  OXVerb verb = addVerb(pLine, pContext,
+                        {"import", "makes an .oxv file of a video, for a file camera to replay",
+                         "oxvideo import clip.mp4 clip.oxv --size 640x480\n"
+                         "  oxvideo import test test.oxv --frames 90\n"
+                         "Images are kYUV422, as cameras give them; other shapes get black bars."});
   struct Options {
     ImportWishes wishes;
     std::string size, fps;
   };
   const auto options = std::make_shared<Options>();
-  verb->add_option("VIDEO", options->wishes.video, "a video file, a picture, or test")->required();
-  verb->add_option("OUT", options->wishes.output, "the recording")->required();
-  verb->add_option("--size", options->size,
-                   "160x120, 320x240, 640x480 or 1280x960 (default: the largest that the video "
-                   "fills)")
-      ->type_name("SIZE");
-  verb->add_option("--fps", options->fps,
-                   "images a second (default: every frame of the video, at its own time)")
-      ->type_name("F");
-  verb->add_option("--frames", options->wishes.frames, "no more than this many")
-      ->type_name("N")
-      ->check(CLI::PositiveNumber);
-  verb->callback([&pContext, options] {
+  verb.option("VIDEO", options->wishes.video, "a video file, a picture, or test").required();
+  verb.option("OUT", options->wishes.output, "the recording").required();
+  verb.option("--size", options->size,
+              "160x120, 320x240, 640x480 or 1280x960 (default: the largest that the video "
+              "fills)")
+      .valueName("SIZE");
+  verb.option("--fps", options->fps,
+              "images a second (default: every frame of the video, at its own time)")
+      .valueName("F");
+  verb.option("--frames", options->wishes.frames, "no more than this many")
+      .valueName("N")
+      .positive();
+  verb.onRun([&pContext, options] {
     if (!options->size.empty()) options->wishes.size = parseSize(options->size);
     if (!options->fps.empty()) options->wishes.fps = parseFps(options->fps);
     pContext.status = runImport(pContext, options->wishes);
@@ -160,9 +158,9 @@ int runExport(Context& pContext, const std::string& pInput, const ExportWishes& 
   return kDoneWithLosses;
 }
 
-void addExport(CLI::App& pRoot, Context& pContext) {
-  CLI::App* verb = addVerb(
-      pRoot, pContext,
+void addExport(OXCommandLine& pLine, Context& pContext) {
+  OXVerb verb = addVerb(
+      pLine, pContext,
       {"export", "makes a video file or a folder of PNGs of an .oxv file",
        "oxvideo export drive.oxv drive.mkv\n"
        "  oxvideo export drive.oxv drive.mp4\n"
@@ -174,28 +172,28 @@ void addExport(CLI::App& pRoot, Context& pContext) {
     ExportWishes wishes;
   };
   const auto options = std::make_shared<Options>();
-  verb->add_option("IN", options->input, "the recording")->required();
-  verb->add_option("OUT", options->wishes.output, "the video file, or a folder")->required();
-  verb->add_option("--codec", options->wishes.codec, "ffv1 or h264 (default: by the ending)")
-      ->check(CLI::IsMember({"ffv1", "h264"}));
-  verb->add_option("--stream", options->wishes.stream, "which stream of the file (default 0)")
-      ->check(CLI::NonNegativeNumber);
-  verb->callback([&pContext, options] {
+  verb.option("IN", options->input, "the recording").required();
+  verb.option("OUT", options->wishes.output, "the video file, or a folder").required();
+  verb.option("--codec", options->wishes.codec, "ffv1 or h264 (default: by the ending)")
+      .oneOf({"ffv1", "h264"});
+  verb.option("--stream", options->wishes.stream, "which stream of the file (default 0)")
+      .notNegative();
+  verb.onRun([&pContext, options] {
     pContext.status = runExport(pContext, options->input, options->wishes);
   });
 }
 
 }  // namespace
 
-void addInspection(CLI::App& pRoot, Context& pContext) {
-  addInfo(pRoot, pContext);
-  addVerify(pRoot, pContext);
-  addRepair(pRoot, pContext);
+void addInspection(OXCommandLine& pLine, Context& pContext) {
+  addInfo(pLine, pContext);
+  addVerify(pLine, pContext);
+  addRepair(pLine, pContext);
 }
 
-void addExchange(CLI::App& pRoot, Context& pContext) {
-  addImport(pRoot, pContext);
-  addExport(pRoot, pContext);
+void addExchange(OXCommandLine& pLine, Context& pContext) {
+  addImport(pLine, pContext);
+  addExport(pLine, pContext);
 }
 
 }  // namespace OX::cli

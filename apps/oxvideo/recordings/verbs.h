@@ -6,8 +6,8 @@
 namespace OX::cli {
 
 /// info, verify, repair.
-void addInspection(CLI::App& pRoot, Context& pContext);
+void addInspection(OXCommandLine& pLine, Context& pContext);
 /// import, export.
-void addExchange(CLI::App& pRoot, Context& pContext);
+void addExchange(OXCommandLine& pLine, Context& pContext);
 
 }  // namespace OX::cli

@@ -1,0 +1,152 @@
+// The only source that includes CLI11: its headers take longer to compile than any verb.
+#include "terminal/arguments.h"
+
+#include <CLI/CLI.hpp>
+#include <sstream>
+
+#include "terminal/exitstatus.h"
+
+namespace OX::cli {
+
+namespace {
+
+std::string usageErrorText(const CLI::App& pRoot, const CLI::ParseError& pError) {
+  const auto verbs = pRoot.get_subcommands();
+  const std::string help = "\n  see: " + pRoot.get_name() + " " +
+                           (verbs.empty() ? "" : verbs[0]->get_name() + " ") + "--help";
+  // The parser would say "A subcommand is required", also for a verb that is misspelt.
+  const auto unknown = pRoot.remaining();
+  if (verbs.empty() && !unknown.empty())
+    return "there is no verb or option \"" + unknown.front() + "\"" + help;
+  return (verbs.empty() ? "say what to do" : std::string(pError.what())) + help;
+}
+
+}  // namespace
+
+OXOption& OXOption::required() {
+  fOption->required();
+  return *this;
+}
+
+OXOption& OXOption::valueName(const char* pName) {
+  fOption->type_name(pName);
+  return *this;
+}
+
+OXOption& OXOption::group(const char* pHeading) {
+  fOption->group(pHeading);
+  return *this;
+}
+
+OXOption& OXOption::range(int pFirst, int pLast) {
+  fOption->check(CLI::Range(pFirst, pLast));
+  return *this;
+}
+
+OXOption& OXOption::range(std::int64_t pFirst, std::int64_t pLast) {
+  fOption->check(CLI::Range(pFirst, pLast));
+  return *this;
+}
+
+OXOption& OXOption::range(double pFirst, double pLast) {
+  fOption->check(CLI::Range(pFirst, pLast));
+  return *this;
+}
+
+OXOption& OXOption::positive() {
+  fOption->check(CLI::PositiveNumber);
+  return *this;
+}
+
+OXOption& OXOption::notNegative() {
+  fOption->check(CLI::NonNegativeNumber);
+  return *this;
+}
+
+OXOption& OXOption::oneOf(std::initializer_list<std::string> pWords) {
+  fOption->check(CLI::IsMember(std::vector<std::string>(pWords)));
+  return *this;
+}
+
+OXOption& OXOption::excludes(const OXOption& pOther) {
+  fOption->excludes(pOther.fOption);
+  return *this;
+}
+
+CLI::Option* OXVerb::xOption(const char* pNames, int& pTarget, const char* pHelp) {
+  return fApp->add_option(pNames, pTarget, pHelp);
+}
+
+CLI::Option* OXVerb::xOption(const char* pNames, std::int64_t& pTarget, const char* pHelp) {
+  return fApp->add_option(pNames, pTarget, pHelp);
+}
+
+CLI::Option* OXVerb::xOption(const char* pNames, double& pTarget, const char* pHelp) {
+  return fApp->add_option(pNames, pTarget, pHelp);
+}
+
+CLI::Option* OXVerb::xOption(const char* pNames, std::string& pTarget, const char* pHelp) {
+  return fApp->add_option(pNames, pTarget, pHelp);
+}
+
+CLI::Option* OXVerb::xOption(const char* pNames, std::optional<int>& pTarget, const char* pHelp) {
+  return fApp->add_option(pNames, pTarget, pHelp);
+}
+
+CLI::Option* OXVerb::xOption(const char* pNames, std::vector<int>& pTarget, const char* pHelp) {
+  return fApp->add_option(pNames, pTarget, pHelp);
+}
+
+CLI::Option* OXVerb::xOption(const char* pNames, std::vector<std::string>& pTarget,
+                             const char* pHelp) {
+  return fApp->add_option(pNames, pTarget, pHelp);
+}
+
+OXOption OXVerb::flag(const char* pNames, bool& pTarget, const char* pHelp) {
+  return OXOption(fApp->add_flag(pNames, pTarget, pHelp));
+}
+
+void OXVerb::allowUnknownWords() { fApp->allow_extras(); }
+
+std::vector<std::string> OXVerb::unknownWords() const { return fApp->remaining(); }
+
+void OXVerb::onRun(std::function<void()> pRun) { fApp->callback(std::move(pRun)); }
+
+OXCommandLine::OXCommandLine(const char* pProgram, const char* pDescription, const char* pVersion,
+                             const char* pFooter)
+    : fApp(std::make_unique<CLI::App>(pDescription, pProgram)) {
+  fApp->require_subcommand(1);
+  fApp->set_version_flag("--version", pVersion);
+  fApp->footer(pFooter);
+}
+
+OXCommandLine::~OXCommandLine() = default;
+
+OXVerb OXCommandLine::program() { return OXVerb(fApp.get()); }
+
+OXVerb OXCommandLine::addVerb(const char* pName, const char* pDescription,
+                              const std::string& pFooter) {
+  CLI::App* verb = fApp->add_subcommand(pName, pDescription);
+  verb->footer(pFooter);
+  return OXVerb(verb);
+}
+
+std::string OXCommandLine::run(const std::vector<std::string>& pWords) {
+  try {
+    // The parser takes its words from the back.
+    fApp->parse(std::vector<std::string>(pWords.rbegin(), pWords.rend()));
+    return {};
+  } catch (const CLI::ParseError& error) {
+    std::ostringstream out, err;
+    if (fApp->exit(error, out, err) != 0) throw OXUsageError(usageErrorText(*fApp, error));
+    return out.str();
+  }
+}
+
+std::optional<int> parseInt(const std::string& pWord) {
+  int number = 0;
+  if (!CLI::detail::lexical_cast(pWord, number)) return std::nullopt;
+  return number;
+}
+
+}  // namespace OX::cli
