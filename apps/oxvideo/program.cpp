@@ -5,7 +5,6 @@
 #include <oxframework/oxerror.h>
 #include <oxframework/oxlog.h>
 #include "commands/commands.h"
-#include "recordings/verbs.h"
 #include "terminal/exitstatus.h"
 #include "terminal/interrupt.h"
 
@@ -14,9 +13,10 @@ namespace OX::cli {
 namespace {
 
 void addAllVerbs(OXCommandLine& pLine, Context& pContext) {
-  for (const auto add :
-       {addCameras, addSnapshot, addMulti, addWatch, addPush, addGetAndSet, addAngles, addRecord,
-        addReplay, addInspection, addExchange, addModules, addMethods, addCall})
+  for (const auto add : {addCameras, addSnapshot, addMulti,   addWatch,  addPush,   addGet,
+                         addSet,     addAngles,   addRecord,  addPlay,   addNext,   addPrevious,
+                         addSpeed,   addPosition, addInfo,    addVerify, addRepair, addImport,
+                         addExport,  addModules,  addMethods, addCall})
     add(pLine, pContext);
 }
 

@@ -1,5 +1,7 @@
 #include "commands/commands.h"
 
+#include "device/session.h"
+
 namespace OX::cli {
 
 void addCommonOptions(OXVerb& pVerb, Context& pContext) {
@@ -20,6 +22,17 @@ OXVerb addVerb(OXCommandLine& pLine, Context& pContext, const Verb& pVerb) {
       pLine.addVerb(pVerb.name, pVerb.description, std::string("Example:\n  ") + pVerb.example);
   addCommonOptions(verb, pContext);
   return verb;
+}
+
+void addFileCameraCall(OXCommandLine& pLine, Context& pContext, const Verb& pVerb,
+                       const char* pMethod) {
+  OXVerb verb = addVerb(pLine, pContext, pVerb);
+  verb.onRun([&pContext, pMethod, name = std::string(pVerb.name)] {
+    OXSession session(pContext.broker, name);
+    session.needFileCamera();
+    const OXValue result = session.device(pMethod);
+    if (result.isInt()) pContext.out.line(std::to_string(result.toInt()));
+  });
 }
 
 }  // namespace OX::cli

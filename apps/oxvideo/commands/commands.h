@@ -30,17 +30,32 @@ struct Verb {
 OXVerb addVerb(OXCommandLine& pLine, Context& pContext, const Verb& pVerb);
 void addCommonOptions(OXVerb& pVerb, Context& pContext);
 
+/// A verb without arguments of its own that calls one method of a file camera and prints what it
+/// answers, if that is a number.
+void addFileCameraCall(OXCommandLine& pLine, Context& pContext, const Verb& pVerb,
+                       const char* pMethod);
+
+void addCameras(OXCommandLine& pLine, Context& pContext);
+void addSnapshot(OXCommandLine& pLine, Context& pContext);
+void addMulti(OXCommandLine& pLine, Context& pContext);
+void addWatch(OXCommandLine& pLine, Context& pContext);
+void addPush(OXCommandLine& pLine, Context& pContext);
+void addGet(OXCommandLine& pLine, Context& pContext);
+void addSet(OXCommandLine& pLine, Context& pContext);
+void addAngles(OXCommandLine& pLine, Context& pContext);
+void addRecord(OXCommandLine& pLine, Context& pContext);
+void addPlay(OXCommandLine& pLine, Context& pContext);
+void addNext(OXCommandLine& pLine, Context& pContext);
+void addPrevious(OXCommandLine& pLine, Context& pContext);
+void addSpeed(OXCommandLine& pLine, Context& pContext);
+void addPosition(OXCommandLine& pLine, Context& pContext);
+void addInfo(OXCommandLine& pLine, Context& pContext);
+void addVerify(OXCommandLine& pLine, Context& pContext);
+void addRepair(OXCommandLine& pLine, Context& pContext);
+void addImport(OXCommandLine& pLine, Context& pContext);
+void addExport(OXCommandLine& pLine, Context& pContext);
 void addModules(OXCommandLine& pLine, Context& pContext);
 void addMethods(OXCommandLine& pLine, Context& pContext);
 void addCall(OXCommandLine& pLine, Context& pContext);
-void addCameras(OXCommandLine& pLine, Context& pContext);
-void addPush(OXCommandLine& pLine, Context& pContext);
-void addSnapshot(OXCommandLine& pLine, Context& pContext);
-void addWatch(OXCommandLine& pLine, Context& pContext);
-void addGetAndSet(OXCommandLine& pLine, Context& pContext);
-void addMulti(OXCommandLine& pLine, Context& pContext);
-void addAngles(OXCommandLine& pLine, Context& pContext);
-void addRecord(OXCommandLine& pLine, Context& pContext);
-void addReplay(OXCommandLine& pLine, Context& pContext);
 
 }  // namespace OX::cli

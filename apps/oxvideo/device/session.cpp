@@ -70,11 +70,19 @@ int OXSession::countCameras() {
   return count;
 }
 
-bool OXSession::deviceHas(const std::string& pMethod) {
+bool OXSession::xDeviceHas(const std::string& pMethod) {
   const OXValue methods = call("OXBroker", "getMethodList", OXValue::array("OXVideoDevice"));
   for (const OXValue& method : methods.toArray())
     if (method[0].toString() == pMethod) return true;
   return false;
+}
+
+void OXSession::needFileCamera() {
+  if (!xDeviceHas("setVideo"))
+    throw OXFailure(
+        "this broker's device replays no files\n"
+        "  a file camera is had by the entry name=\"source\" value=\"FileCam\" in the broker's "
+        "VideoInput.xml");
 }
 
 OXSubscription::OXSubscription(OXSession& pSession, const Stream& pStream, int pFps)

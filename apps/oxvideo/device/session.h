@@ -33,13 +33,15 @@ class OXSession {
   /// The cameras that the device has: asked for one after the other until it knows no further one.
   int countCameras();
 
-  /// True when the device publishes a method of this name.
-  bool deviceHas(const std::string& pMethod);
+  /// Throws OXFailure that says how to get a file camera when the device is none.
+  void needFileCamera();
 
   /// A name for a subscription that nobody else has, "oxvideo_watch_4711_1".
   std::string nextSubscriberName();
 
  private:
+  bool xDeviceHas(const std::string& pMethod);
+
   std::string fName;
   int fSubscriptions = 0;
   boost::shared_ptr<OXRemoteBroker> fBroker;

@@ -77,22 +77,8 @@ int writtenFrames(const OXRecording& pRecording) {
 
 }  // namespace
 
-Verdict verify(OXRecording& pRecording, const OnFrame& pOnFrame) {
-  Verdict verdict;
-  for (const OXVideoDamage& damage : pRecording.video().getDamage())
-    verdict.faults.push_back(fmt::format("{}: at byte {}: {} ({} bytes)", pRecording.path(),
-                                         damage.fOffset, damage.fText, damage.fBytes));
-  for (int stream = 0; stream < pRecording.streams(); ++stream)
-    for (int i = 0; i < pRecording.images(stream); ++i) {
-      pOnFrame(verdict.frames++);
-      if (!pRecording.bytes(i, stream))
-        verdict.faults.push_back(
-            fmt::format("{} (image {} of stream {})", pRecording.error(), i, stream));
-    }
-  return verdict;
-}
-
-Repair repair(OXRecording& pInput, const std::string& pOutput, const OnFrame& pOnFrame) {
+Repair repair(OXRecording& pInput, const std::string& pOutput,
+              const std::function<void(int)>& pOnFrame) {
   OXVideo output;
   if (!output.recordVideo(pOutput, pInput.video().getPeriod(), pInput.video().getStreamHeaders()))
     throw OXFailure(output.getLastError());

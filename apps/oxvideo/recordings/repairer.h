@@ -1,24 +1,12 @@
-/// The check of every frame of a recording, and a new recording of those that stand.
+/// A new recording of the frames of a damaged one that can still be read.
 #pragma once
 
 #include <functional>
 #include <string>
-#include <vector>
 
 namespace OX::cli {
 
 class OXRecording;
-
-/// Called before each frame with how many are done.
-using OnFrame = std::function<void(int pDone)>;
-
-struct Verdict {
-  int frames = 0;                   ///< that were looked at
-  std::vector<std::string> faults;  ///< frames that can't be read and places that opening found
-};
-
-/// Reads every frame and compares its checksum.
-Verdict verify(OXRecording& pRecording, const OnFrame& pOnFrame);
 
 struct Repair {
   int kept = 0;
@@ -28,6 +16,7 @@ struct Repair {
 /// Writes a recording of all frames that stand, with stamps, cameras and angles, and an index. With
 /// several streams a turn is kept whole or not at all, since a frame's stream is its place in its
 /// turn. Throws OXFailure when pOutput can't be written.
-Repair repair(OXRecording& pInput, const std::string& pOutput, const OnFrame& pOnFrame);
+Repair repair(OXRecording& pInput, const std::string& pOutput,
+              const std::function<void(int pDone)>& pOnFrame);
 
 }  // namespace OX::cli

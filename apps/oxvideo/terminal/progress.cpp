@@ -4,6 +4,8 @@
 
 #include <algorithm>
 
+#include "terminal/interrupt.h"
+
 namespace OX::cli {
 
 OXProgress::OXProgress(OXOutput& pOutput, std::string pLabel, std::int64_t pTotal)
@@ -39,6 +41,13 @@ std::string OXProgress::render(const std::string& pLabel, std::int64_t pDone, st
     line = fmt::format("{} {} {}", pLabel, pDone, pRemark);
   }
   return line.substr(0, static_cast<std::size_t>(std::max(1, pColumns - 1)));
+}
+
+std::function<void(int)> progressCallback(OXProgress& pProgress) {
+  return [&pProgress](int pDone) {
+    if (OXInterrupt::requested()) throw OXInterrupted();
+    pProgress.update(pDone, "");
+  };
 }
 
 }  // namespace OX::cli

@@ -3,6 +3,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <functional>
 #include <string>
 
 #include "terminal/output.h"
@@ -34,5 +35,8 @@ class OXProgress {
   bool fDrawn = false;
   std::chrono::steady_clock::time_point fNext;
 };
+
+/// Draws pProgress at each call, and throws OXInterrupted once a signal has come. Borrows it.
+std::function<void(int pDone)> progressCallback(OXProgress& pProgress);
 
 }  // namespace OX::cli

@@ -1,0 +1,33 @@
+// Reads one setting.
+#include <memory>
+
+#include "commands/commands.h"
+#include "device/settingoptions.h"
+#include "device/vocabulary.h"
+
+namespace OX::cli {
+
+namespace {
+
+void run(Context& pContext, SettingOptions pOptions) {
+  const SettingName* name = takeSetting(pOptions, 0);
+  const int parameter = name ? name->parameter : parseParameter(pOptions.parameter);
+  OXSession session(pContext.broker, "get");
+  OXSetting setting(session, parameter, name, pOptions.subscriber, pOptions.camera);
+  pContext.out.line(valueLine(pOptions, name, setting));
+}
+
+}  // namespace
+
+void addGet(OXCommandLine& pLine, Context& pContext) {
+  OXVerb verb = addVerb(pLine, pContext,
+                        {"get", "reads a setting of a camera or a subscriber",
+                         "oxvideo get resolution --camera 0\n"
+                         "  oxvideo get --parameter buffers --camera 0\n"
+                         "  oxvideo get fps --subscriber myModule"});
+  const auto options = std::make_shared<SettingOptions>();
+  addSettingOptions(verb, *options);
+  verb.onRun([&pContext, options] { run(pContext, *options); });
+}
+
+}  // namespace OX::cli

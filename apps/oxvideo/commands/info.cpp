@@ -1,0 +1,33 @@
+// Reads the tables of a recording, never its pixels: quick however long the recording is.
+#include <memory>
+
+#include "commands/commands.h"
+#include "recordings/recordingfile.h"
+#include "recordings/recordingreport.h"
+#include "terminal/exitstatus.h"
+
+namespace OX::cli {
+
+void addInfo(OXCommandLine& pLine, Context& pContext) {
+  OXVerb verb = addVerb(
+      pLine, pContext,
+      {"info", "says what an .oxv file holds: streams, images, rates, gaps, damage",
+       "oxvideo info drive.oxv\nReads no pixels; oxvideo verify does. Status 3 when damaged."});
+  struct Options {
+    std::string file;
+    bool asJson = false;
+  };
+  const auto options = std::make_shared<Options>();
+  verb.option("FILE", options->file, "the recording").required();
+  verb.flag("--json", options->asJson, "one line of JSON");
+  verb.onRun([&pContext, options] {
+    const RecordingReport report = reportOn(OXRecording(options->file));
+    if (options->asJson)
+      pContext.out.line(jsonOf(report));
+    else
+      pContext.out.write(textOf(report, pContext.paint()));
+    if (!report.damage.empty()) pContext.status = kDoneWithLosses;
+  });
+}
+
+}  // namespace OX::cli

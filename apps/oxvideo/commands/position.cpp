@@ -1,0 +1,12 @@
+// The image that a replay stands at, for scripts that step.
+#include "commands/commands.h"
+
+namespace OX::cli {
+
+void addPosition(OXCommandLine& pLine, Context& pContext) {
+  addFileCameraCall(pLine, pContext,
+                    {"position", "prints the number of the current image", "oxvideo position"},
+                    "getCurrentImageNumber");
+}
+
+}  // namespace OX::cli

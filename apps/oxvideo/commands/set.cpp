@@ -1,0 +1,39 @@
+// Changes one setting and prints what the device made of it, which may be another value.
+#include <memory>
+
+#include "commands/commands.h"
+#include "device/settingoptions.h"
+#include "device/vocabulary.h"
+
+namespace OX::cli {
+
+namespace {
+
+void run(Context& pContext, SettingOptions pOptions) {
+  const SettingName* name = takeSetting(pOptions, 1);
+  const int parameter = name ? name->parameter : parseParameter(pOptions.parameter);
+  const bool isDefault = pOptions.words.front() == "default";
+  const int value = isDefault ? 0 : parseValue(parameter, pOptions.words.front());
+  OXSession session(pContext.broker, "set");
+  OXSetting setting(session, parameter, name, pOptions.subscriber, pOptions.camera);
+  if (isDefault)
+    setting.setDefault();
+  else
+    setting.set(value);
+  pContext.out.line(valueLine(pOptions, name, setting));
+}
+
+}  // namespace
+
+void addSet(OXCommandLine& pLine, Context& pContext) {
+  OXVerb verb = addVerb(pLine, pContext,
+                        {"set", "changes a setting and prints what it is now",
+                         "oxvideo set resolution kVGA --camera 0\n"
+                         "  oxvideo set --parameter frame-rate 15 --camera 0\n"
+                         "  oxvideo set colorspace kHSY --subscriber myModule"});
+  const auto options = std::make_shared<SettingOptions>();
+  addSettingOptions(verb, *options);
+  verb.onRun([&pContext, options] { run(pContext, *options); });
+}
+
+}  // namespace OX::cli

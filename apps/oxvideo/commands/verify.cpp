@@ -1,0 +1,41 @@
+// Reads every pixel: the only way to know that a recording is whole.
+#include <fmt/format.h>
+
+#include <memory>
+
+#include "commands/commands.h"
+#include "recordings/recordingfile.h"
+#include "recordings/verifier.h"
+#include "terminal/exitstatus.h"
+#include "terminal/progress.h"
+
+namespace OX::cli {
+
+namespace {
+
+int runVerify(Context& pContext, const std::string& pFile) {
+  OXRecording recording(pFile);
+  OXProgress progress(pContext.err, "verify", recording.allImages());
+  const Verdict verdict = verify(recording, progressCallback(progress));
+  for (const std::string& fault : verdict.faults) pContext.out.line(printable(fault));
+  const bool whole = verdict.faults.empty();
+  pContext.out.line(fmt::format(
+      "{}: {} images, {}", printable(pFile), verdict.frames,
+      whole ? "all as they were recorded" : fmt::format("faults: {}", verdict.faults.size())));
+  if (whole && !recording.video().hasIndex())
+    pContext.out.line("  its recorder did not close it: oxvideo repair adds the index");
+  return whole ? kDone : kFailed;
+}
+
+}  // namespace
+
+void addVerify(OXCommandLine& pLine, Context& pContext) {
+  OXVerb verb = addVerb(pLine, pContext,
+                        {"verify", "reads every image of an .oxv file and checks it",
+                         "oxvideo verify drive.oxv\nStatus 1 when anything is damaged."});
+  const auto file = std::make_shared<std::string>();
+  verb.option("FILE", *file, "the recording").required();
+  verb.onRun([&pContext, file] { pContext.status = runVerify(pContext, *file); });
+}
+
+}  // namespace OX::cli

@@ -1,0 +1,115 @@
+// Which of the device's operations serves a setting depends on whose it is; verbs need not know.
+#include "device/setting.h"
+
+#include <fmt/format.h>
+
+#include <vector>
+
+#include "device/vocabulary.h"
+#include "terminal/arguments.h"
+#include "terminal/exitstatus.h"
+#include "terminal/text.h"
+
+namespace OX::cli {
+
+namespace {
+
+constexpr SettingName kSettings[] = {
+    {"resolution", kCameraResolutionID, "getResolution", "setResolution"},
+    {"colorspace", kCameraColorSpaceID, "getColorSpace", "setColorSpace"},
+    {"fps", kCameraFrameRateID, "getFrameRate", "setFrameRate"},
+    {"camera", kCameraSelectID, "getActiveCamera", "setActiveCamera"},
+};
+
+/// The file camera publishes getParam for two ints once more, the other way round, and that is the
+/// one that answers then.
+bool getParamTakesCameraFirst(OXSession& pSession) {
+  bool isCameraFirst = false;
+  const OXValue methods =
+      pSession.call("OXBroker", "getMethodList", OXValue::array("OXVideoDevice"));
+  for (const OXValue& method : methods.toArray())
+    if (method[0].toString() == "getParam" && method[4].getSize() == 2)
+      isCameraFirst = method[4][0][0].toString() == "camID";
+  return isCameraFirst;
+}
+
+[[noreturn]] void throwRefused() { throw OXFailure("the device refused; its log says why"); }
+
+}  // namespace
+
+const SettingName& settingNamed(const std::string& pWord) {
+  std::vector<std::string> words;
+  for (const SettingName& setting : kSettings) {
+    if (pWord == setting.word) return setting;
+    words.emplace_back(setting.word);
+  }
+  throw OXUsageError(fmt::format("\"{}\" is no setting; there are {}, or --parameter NAME",
+                                 printable(pWord), joined(words)));
+}
+
+int parseValue(int pParameter, const std::string& pText) {
+  if (pParameter == kCameraResolutionID) return parseResolution(pText);
+  if (pParameter == kCameraColorSpaceID) return parseColorSpace(pText);
+  const auto value = parseInt(pText);
+  if (!value) throw OXUsageError(fmt::format("\"{}\" is no number", printable(pText)));
+  return *value;
+}
+
+std::string valueText(int pParameter, int pValue) {
+  if (pParameter == kCameraResolutionID) return resolutionName(pValue);
+  if (pParameter == kCameraColorSpaceID) return colorSpaceName(pValue);
+  return std::to_string(pValue);
+}
+
+OXSetting::OXSetting(OXSession& pSession, int pParameter, const SettingName* pName,
+                     const std::string& pId, std::optional<int> pCamera)
+    : fSession(pSession),
+      fParameter(pParameter),
+      fName(pName),
+      fId(pId),
+      fIsCameraNamed(pCamera.has_value()) {
+  if (fId.empty()) fCamera = pCamera ? *pCamera : pSession.device("getActiveCamera").toInt();
+}
+
+int OXSetting::get() {
+  if (!fId.empty())
+    return (fName ? fSession.device(fName->getter, fId)
+                  : fSession.device("getCameraParameter", fId, fParameter))
+        .toInt();
+  if (xIsActiveCamera()) return fSession.device("getActiveCamera").toInt();
+  if (fName) return fSession.device(fName->getter, fCamera).toInt();
+  if (getParamTakesCameraFirst(fSession))
+    return fSession.device("getParam", fCamera, fParameter).toInt();
+  return fSession.device("getParam", fParameter, fCamera).toInt();
+}
+
+void OXSetting::set(int pValue) {
+  if (!fId.empty()) {
+    const OXValue done = fName ? fSession.device(fName->setter, fId, pValue)
+                               : fSession.device("setCameraParameter", fId, fParameter, pValue);
+    if (!done.toBool()) throwRefused();
+    return;
+  }
+  if (xIsActiveCamera()) {
+    if (!fSession.device("setActiveCamera", pValue).toBool()) throwRefused();
+    return;
+  }
+  // It answers nothing: whether the value was taken is seen by what the camera has afterwards.
+  const int before = get();
+  fSession.device("setParam", fParameter, pValue, fCamera);
+  if (before != pValue && get() == before) throwRefused();
+}
+
+void OXSetting::setDefault() {
+  if (!fId.empty()) {
+    if (!fSession.device("setCameraParameterToDefault", fId, fParameter).toBool()) throwRefused();
+  } else if (!fIsCameraNamed) {
+    fSession.device("setParamDefault", fParameter);
+  } else {
+    throw OXUsageError(
+        "the device sets defaults for a subscriber (--subscriber ID) or its active camera (no "
+        "--camera)");
+  }
+}
+
+}  // namespace OX::cli

@@ -1,0 +1,53 @@
+// One grammar for both verbs, so that what get prints can be handed to set.
+#include "device/settingoptions.h"
+
+#include <oxframework/oxdefinitions.h>
+#include "device/vocabulary.h"
+#include "terminal/exitstatus.h"
+#include "terminal/json.h"
+
+namespace OX::cli {
+
+void addSettingOptions(OXVerb& pVerb, SettingOptions& pOptions) {
+  pVerb.option("SETTING", pOptions.words,
+               "resolution, colorspace, fps or camera (the active one); for set a value behind it, "
+               "or \"default\"");
+  pVerb
+      .option("--parameter", pOptions.parameter,
+              "a camera parameter instead: resolution, frame-rate, buffers, select, colorspace, "
+              "or any number")
+      .valueName("NAME");
+  const OXOption subscriber =
+      pVerb.option("--subscriber", pOptions.subscriber, "of this subscriber").valueName("ID");
+  pVerb.option("--camera", pOptions.camera, "of this camera (default: the active one)")
+      .valueName("N")
+      .range(0, 255)
+      .excludes(subscriber);
+  pVerb.flag("--json", pOptions.asJson, "as JSON");
+}
+
+const SettingName* takeSetting(SettingOptions& pOptions, std::size_t pRest) {
+  const bool isNamed = !pOptions.parameter.empty();
+  if (pOptions.words.size() != pRest + (isNamed ? 0 : 1))
+    throw OXUsageError(
+        "give one setting (resolution, colorspace, fps, camera) or --parameter NAME" +
+        std::string(pRest ? ", and one value" : ""));
+  if (isNamed) return nullptr;
+  const SettingName* setting = &settingNamed(pOptions.words.front());
+  pOptions.words.erase(pOptions.words.begin());
+  if (setting->parameter == kCameraSelectID && pOptions.camera)
+    throw OXUsageError("the active camera is the device's or a subscriber's, not a camera's");
+  return setting;
+}
+
+std::string valueLine(const SettingOptions& pOptions, const SettingName* pName,
+                      OXSetting& pSetting) {
+  const int value = pSetting.get();
+  const std::string text =
+      valueText(pName ? pName->parameter : parseParameter(pOptions.parameter), value);
+  if (!pOptions.asJson) return text;
+  const std::string name = pName ? pName->word : pOptions.parameter;
+  return OXJson({{"name", name}, {"value", value}, {"text", text}}).text();
+}
+
+}  // namespace OX::cli

@@ -1,0 +1,25 @@
+// The check of every frame of a recording: headers were checked when it was opened, pixels are not.
+#include "recordings/verifier.h"
+
+#include <fmt/format.h>
+
+#include "recordings/recordingfile.h"
+
+namespace OX::cli {
+
+Verdict verify(OXRecording& pRecording, const std::function<void(int)>& pOnFrame) {
+  Verdict verdict;
+  for (const OXVideoDamage& damage : pRecording.video().getDamage())
+    verdict.faults.push_back(fmt::format("{}: at byte {}: {} ({} bytes)", pRecording.path(),
+                                         damage.fOffset, damage.fText, damage.fBytes));
+  for (int stream = 0; stream < pRecording.streams(); ++stream)
+    for (int i = 0; i < pRecording.images(stream); ++i) {
+      pOnFrame(verdict.frames++);
+      if (!pRecording.bytes(i, stream))
+        verdict.faults.push_back(
+            fmt::format("{} (image {} of stream {})", pRecording.error(), i, stream));
+    }
+  return verdict;
+}
+
+}  // namespace OX::cli

@@ -1,0 +1,21 @@
+/// The check of every frame of a recording.
+#pragma once
+
+#include <functional>
+#include <string>
+#include <vector>
+
+namespace OX::cli {
+
+class OXRecording;
+
+struct Verdict {
+  int frames = 0;                   ///< that were looked at
+  std::vector<std::string> faults;  ///< frames that can't be read and places that opening found
+};
+
+/// Reads every frame and compares its checksum. pOnFrame is called before each one with how many
+/// are done.
+Verdict verify(OXRecording& pRecording, const std::function<void(int pDone)>& pOnFrame);
+
+}  // namespace OX::cli
