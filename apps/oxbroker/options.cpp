@@ -62,7 +62,7 @@ std::optional<Options> parseOptions(int pCount, const char* const* pArguments, s
   try {
     app.parse(pCount, pArguments);
   } catch (const CLI::ParseError& error) {
-    pStatus = app.exit(error, pOut, pErr) == 0 ? kDone : kWrongUse;
+    pStatus = app.exit(error, pOut, pErr) == 0 ? kDone : kUsageError;
     return std::nullopt;
   }
   return options;

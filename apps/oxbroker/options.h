@@ -11,7 +11,7 @@
 namespace OX::daemon {
 
 /// Ways the program ends.
-enum DaemonStatus : int { kDone = 0, kFailed = 1, kWrongUse = 2 };
+enum DaemonStatus : int { kDone = 0, kFailed = 1, kUsageError = 2 };
 
 struct Options {
   std::vector<std::string> libraries;  ///< loaded in this order

@@ -11,7 +11,7 @@ int main(int pCount, char** pArguments) {
     OX::cli::OXInterrupt::install();
     return OX::cli::runProgram({pArguments + 1, pArguments + pCount}, out, err);
   } catch (const std::exception& error) {
-    err.note(std::string("oxvideo: ") + error.what());
+    err.tryLine(std::string("oxvideo: ") + error.what());
     return OX::cli::kFailed;
   }
 }

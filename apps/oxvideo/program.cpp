@@ -21,8 +21,8 @@ void addAllVerbs(OXCommandLine& pLine, Context& pContext) {
 }
 
 int failed(Context& pContext, const std::string& pText, int pStatus) {
-  const OXPaint paint(wantsColor(pContext.color, pContext.err.isTerminal()));
-  pContext.err.note("oxvideo: " + paint.red("error:") + " " + printable(pText));
+  const OXTextStyle style(wantsColor(pContext.color, pContext.err.isTerminal()));
+  pContext.err.tryLine("oxvideo: " + style.red("error:") + " " + printable(pText));
   return pStatus;
 }
 
@@ -57,7 +57,7 @@ int runProgram(const std::vector<std::string>& pArguments, OXOutput& pOut, OXOut
   } catch (const OXInterrupted&) {
     return OXInterrupt::status();
   } catch (const OXUsageError& error) {
-    return failed(context, error.what(), kWrongUse);
+    return failed(context, error.what(), kUsageError);
   } catch (const OXError& error) {
     return failed(context, error.toString(), kFailed);
   } catch (const std::exception& error) {

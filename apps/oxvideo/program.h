@@ -8,7 +8,7 @@
 
 namespace OX::cli {
 
-/// Runs one command line (without the program's name) and returns a Status or 128 + a signal.
+/// Runs one command line (without the program's name) and returns an ExitStatus or 128 + a signal.
 /// Data goes to pOut, everything else to pErr. OXInterrupt::install() comes before, if wanted.
 int runProgram(const std::vector<std::string>& pArguments, OXOutput& pOut, OXOutput& pErr);
 

@@ -23,7 +23,7 @@ struct Options {
   bool asJson = false;
 };
 
-const char* methodOf(const Options& pOptions) {
+const char* methodName(const Options& pOptions) {
   if (pOptions.isSize)
     return pOptions.back ? "getImageSizeFromAngularSize" : "getAngularSizeFromImageSize";
   return pOptions.back ? "getImagePositionFromAngularPosition"
@@ -36,7 +36,7 @@ void run(Context& pContext, const Options& pOptions) {
   const double fromDevice = pOptions.back ? 1 : 1 / unit;
   OXSession session(pContext.broker, "angles");
   const OXValue result =
-      session.device(methodOf(pOptions), pOptions.camera,
+      session.device(methodName(pOptions), pOptions.camera,
                      OXValue::array(pOptions.first * toDevice, pOptions.second * toDevice));
   std::vector<float> values;
   result.ToFloatArray(values, false);

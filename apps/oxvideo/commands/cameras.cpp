@@ -17,7 +17,7 @@ struct Camera {
   bool isOff;
 };
 
-Camera queried(OXSession& pSession, int pIndex) {
+Camera queryCamera(OXSession& pSession, int pIndex) {
   const auto ask = [&](const char* pMethod) { return pSession.device(pMethod, pIndex).toInt(); };
   return {pIndex,
           ask("getCameraModel"),
@@ -41,7 +41,7 @@ OXJson asJson(const Camera& pCamera, int pActive) {
           {"active", pCamera.index == pActive}};
 }
 
-std::vector<std::string> row(const Camera& pCamera, int pActive, const OXPaint& pPaint) {
+std::vector<std::string> row(const Camera& pCamera, int pActive, const OXTextStyle& pStyle) {
   int width = 0, height = 0;
   setSizeFromResolution(pCamera.resolution, width, height);
   return {fmt::format("{}{}", pCamera.index, pCamera.index == pActive ? " *" : ""),
@@ -49,25 +49,25 @@ std::vector<std::string> row(const Camera& pCamera, int pActive, const OXPaint& 
           fmt::format("{} {}x{}", resolutionName(pCamera.resolution), width, height),
           colorSpaceName(pCamera.colorSpace),
           std::to_string(pCamera.frameRate),
-          pCamera.isOff ? pPaint.yellow("off") : pPaint.green("running")};
+          pCamera.isOff ? pStyle.yellow("off") : pStyle.green("running")};
 }
 
 void run(Context& pContext, bool pAsJson) {
   OXSession session(pContext.broker, "cameras");
   const int count = session.countCameras();
   const int active = session.device("getActiveCamera").toInt();
-  const OXPaint paint = pContext.paint();
+  const OXTextStyle style = pContext.style();
   OXJson list = OXJson::array();
   OXTable table({"CAMERA", "MODEL", "RESOLUTION", "COLOUR SPACE", "FPS", "GRABBER"});
   for (int index = 0; index < count; ++index) {
-    const Camera camera = queried(session, index);
+    const Camera camera = queryCamera(session, index);
     list.append(asJson(camera, active));
-    table.addRow(row(camera, active, paint));
+    table.addRow(row(camera, active, style));
   }
   if (pAsJson)
     pContext.out.line(list.text());
   else
-    pContext.out.write(table.text(paint));
+    pContext.out.write(table.text(style));
 }
 
 }  // namespace

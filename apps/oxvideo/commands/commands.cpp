@@ -29,7 +29,7 @@ void addFileCameraCall(OXCommandLine& pLine, Context& pContext, const Verb& pVer
   OXVerb verb = addVerb(pLine, pContext, pVerb);
   verb.onRun([&pContext, pMethod, name = std::string(pVerb.name)] {
     OXSession session(pContext.broker, name);
-    session.needFileCamera();
+    session.requireFileCamera();
     const OXValue result = session.device(pMethod);
     if (result.isInt()) pContext.out.line(std::to_string(result.toInt()));
   });

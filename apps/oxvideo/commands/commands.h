@@ -17,7 +17,7 @@ struct Context {
   std::string color = "auto";
   int status = 0;  ///< what the verb that ran ended with
 
-  OXPaint paint() const { return OXPaint(wantsColor(color, out.isTerminal())); }
+  OXTextStyle style() const { return OXTextStyle(wantsColor(color, out.isTerminal())); }
 };
 
 /// Adds a verb with the options that all share. pExample is a command line that works, shown by

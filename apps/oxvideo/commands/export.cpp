@@ -13,21 +13,21 @@ namespace OX::cli {
 
 namespace {
 
-int runExport(Context& pContext, const std::string& pInput, const ExportWishes& pWishes) {
-  needDifferentFiles(pInput, pWishes.output);
-  OXRecording recording(pInput);
-  recording.needStream(pWishes.stream);
-  Export result;
+int runExport(Context& pContext, const std::string& pInput, const ExportOptions& pOptions) {
+  requireDifferentFiles(pInput, pOptions.output);
+  OXRecordingFile recording(pInput);
+  recording.requireStream(pOptions.stream);
+  ExportResult result;
   {
-    OXProgress progress(pContext.err, "export", recording.images(pWishes.stream));
-    result = exportRecording(recording, pWishes, [&](int pDone) { progress.update(pDone, ""); });
+    OXProgress progress(pContext.err, "export", recording.images(pOptions.stream));
+    result = exportRecording(recording, pOptions, [&](int pDone) { progress.update(pDone, ""); });
   }
-  pContext.out.line(fmt::format("{}: {} images", printable(pWishes.output), result.frames));
+  pContext.out.line(fmt::format("{}: {} images", printable(pOptions.output), result.frames));
   if (result.moved > 0)
-    pContext.err.note(fmt::format(
+    pContext.err.tryLine(fmt::format(
         "not later than the image before, and shown a moment after it: {}", result.moved));
   if (result.unreadable == 0) return kDone;
-  pContext.err.note(fmt::format("left out as damaged: {}", result.unreadable));
+  pContext.err.tryLine(fmt::format("left out as damaged: {}", result.unreadable));
   return kDoneWithLosses;
 }
 
@@ -42,20 +42,17 @@ void addExport(OXCommandLine& pLine, Context& pContext) {
        "  oxvideo export drive.oxv pictures/\n"
        ".mkv keeps every byte (FFV1) unless --codec h264 is given; .mp4 is H.264. Time stamps are\n"
        "kept, counted from the first image; a PNG has its own in its name, in microseconds."});
-  struct Options {
+  struct Options : ExportOptions {
     std::string input;
-    ExportWishes wishes;
   };
   const auto options = std::make_shared<Options>();
   verb.option("IN", options->input, "the recording").required();
-  verb.option("OUT", options->wishes.output, "the video file, or a folder").required();
-  verb.option("--codec", options->wishes.codec, "ffv1 or h264 (default: by the ending)")
+  verb.option("OUT", options->output, "the video file, or a folder").required();
+  verb.option("--codec", options->codec, "ffv1 or h264 (default: by the ending)")
       .oneOf({"ffv1", "h264"});
-  verb.option("--stream", options->wishes.stream, "which stream of the file (default 0)")
-      .notNegative();
-  verb.onRun([&pContext, options] {
-    pContext.status = runExport(pContext, options->input, options->wishes);
-  });
+  verb.option("--stream", options->stream, "which stream of the file (default 0)").notNegative();
+  verb.onRun(
+      [&pContext, options] { pContext.status = runExport(pContext, options->input, *options); });
 }
 
 }  // namespace OX::cli

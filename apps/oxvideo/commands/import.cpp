@@ -14,18 +14,18 @@ namespace OX::cli {
 
 namespace {
 
-int runImport(Context& pContext, const ImportWishes& pWishes) {
-  needDifferentFiles(pWishes.video, pWishes.output);
+int runImport(Context& pContext, const ImportOptions& pOptions) {
+  requireDifferentFiles(pOptions.video, pOptions.output);
   std::unique_ptr<OXProgress> progress;
-  const Import result = importVideo(pWishes, [&](int pDone, int pExpected) {
+  const ImportResult result = importVideo(pOptions, [&](int pDone, int pExpected) {
     if (!progress) progress = std::make_unique<OXProgress>(pContext.err, "import", pExpected);
     progress->update(pDone, "");
   });
   progress.reset();
-  pContext.out.line(fmt::format("{}: {} images of {}x{}", printable(pWishes.output), result.frames,
+  pContext.out.line(fmt::format("{}: {} images of {}x{}", printable(pOptions.output), result.frames,
                                 result.size.width, result.size.height));
   if (result.damaged == 0) return kDone;
-  pContext.err.note(
+  pContext.err.tryLine(
       fmt::format("frames of the video that could not be decoded whole: {}", result.damaged));
   return kDoneWithLosses;
 }
@@ -38,27 +38,24 @@ void addImport(OXCommandLine& pLine, Context& pContext) {
                          "oxvideo import clip.mp4 clip.oxv --size 640x480\n"
                          "  oxvideo import test test.oxv --frames 90\n"
                          "Images are kYUV422, as cameras give them; other shapes get black bars."});
-  struct Options {
-    ImportWishes wishes;
-    std::string size, fps;
+  struct Options : ImportOptions {
+    std::string sizeText, fpsText;
   };
   const auto options = std::make_shared<Options>();
-  verb.option("VIDEO", options->wishes.video, "a video file, a picture, or test").required();
-  verb.option("OUT", options->wishes.output, "the recording").required();
-  verb.option("--size", options->size,
+  verb.option("VIDEO", options->video, "a video file, a picture, or test").required();
+  verb.option("OUT", options->output, "the recording").required();
+  verb.option("--size", options->sizeText,
               "160x120, 320x240, 640x480 or 1280x960 (default: the largest that the video "
               "fills)")
       .valueName("SIZE");
-  verb.option("--fps", options->fps,
+  verb.option("--fps", options->fpsText,
               "images a second (default: every frame of the video, at its own time)")
       .valueName("F");
-  verb.option("--frames", options->wishes.frames, "no more than this many")
-      .valueName("N")
-      .positive();
+  verb.option("--frames", options->frames, "no more than this many").valueName("N").positive();
   verb.onRun([&pContext, options] {
-    if (!options->size.empty()) options->wishes.size = parseSize(options->size);
-    if (!options->fps.empty()) options->wishes.fps = parseFps(options->fps);
-    pContext.status = runImport(pContext, options->wishes);
+    if (!options->sizeText.empty()) options->size = parseSize(options->sizeText);
+    if (!options->fpsText.empty()) options->fps = parseFps(options->fpsText);
+    pContext.status = runImport(pContext, *options);
   });
 }
 

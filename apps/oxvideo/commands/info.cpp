@@ -21,11 +21,11 @@ void addInfo(OXCommandLine& pLine, Context& pContext) {
   verb.option("FILE", options->file, "the recording").required();
   verb.flag("--json", options->asJson, "one line of JSON");
   verb.onRun([&pContext, options] {
-    const RecordingReport report = reportOn(OXRecording(options->file));
+    const RecordingReport report = makeReport(OXRecordingFile(options->file));
     if (options->asJson)
-      pContext.out.line(jsonOf(report));
+      pContext.out.line(reportJson(report));
     else
-      pContext.out.write(textOf(report, pContext.paint()));
+      pContext.out.write(reportText(report, pContext.style()));
     if (!report.damage.empty()) pContext.status = kDoneWithLosses;
   });
 }

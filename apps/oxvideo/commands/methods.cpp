@@ -30,20 +30,20 @@ struct Publication {
   std::vector<std::pair<std::string, std::string>> examples;  // language and text
 };
 
-Publication::Part partOf(const OXValue& pValue) {
+Publication::Part parsePart(const OXValue& pValue) {
   return {pValue[0].toString(), pValue[1].toString(), pValue[2].toString()};
 }
 
-Publication publicationOf(const OXValue& pValue) {
+Publication parsePublication(const OXValue& pValue) {
   Publication method{pValue[0].toString(),
                      pValue[1].toString(),
                      pValue[2].toString(),
                      pValue[3].toInt(),
                      {},
-                     partOf(pValue[5]),
+                     parsePart(pValue[5]),
                      {}};
   for (const OXValue& parameter : pValue[4].toArray())
-    method.parameters.push_back(partOf(parameter));
+    method.parameters.push_back(parsePart(parameter));
   for (const OXValue& example : pValue[6].toArray())
     method.examples.emplace_back(example[0].toString(), example[1].toString());
   return method;
@@ -64,47 +64,47 @@ OXJson asJson(const Publication& pMethod) {
       {"examples", examples}};
 }
 
-std::string signature(const Publication& pMethod, const OXPaint& pPaint) {
+std::string signature(const Publication& pMethod, const OXTextStyle& pStyle) {
   std::vector<std::string> parameters;
   for (const auto& parameter : pMethod.parameters)
-    parameters.push_back(pPaint.dim(printable(parameter.type)) + " " + printable(parameter.name));
-  return fmt::format("{} {}({})", pPaint.dim(printable(pMethod.result.type)),
-                     pPaint.bold(printable(pMethod.name)), joined(parameters));
+    parameters.push_back(pStyle.dim(printable(parameter.type)) + " " + printable(parameter.name));
+  return fmt::format("{} {}({})", pStyle.dim(printable(pMethod.result.type)),
+                     pStyle.bold(printable(pMethod.name)), join(parameters));
 }
 
 /// "name  text", further lines of the text under its first.
-std::string described(const std::string& pName, const std::string& pText, std::size_t pWidth) {
+std::string describeValue(const std::string& pName, const std::string& pText, std::size_t pWidth) {
   const int indent = static_cast<int>(pWidth) + 6;
-  std::string text = indented(printable(pText), indent);
+  std::string text = indentLines(printable(pText), indent);
   text.erase(0, std::min<std::size_t>(text.size(), static_cast<std::size_t>(indent)));
   return fmt::format("    {:<{}}  {}\n", printable(pName), pWidth, text);
 }
 
-std::string page(const Publication& pMethod, const OXPaint& pPaint) {
-  std::string text = signature(pMethod, pPaint) + "\n";
-  if (!pMethod.description.empty()) text += indented(printable(pMethod.description), 2) + "\n";
+std::string methodText(const Publication& pMethod, const OXTextStyle& pStyle) {
+  std::string text = signature(pMethod, pStyle) + "\n";
+  if (!pMethod.description.empty()) text += indentLines(printable(pMethod.description), 2) + "\n";
   std::size_t width = 7;  // of the word "returns"
   for (const auto& parameter : pMethod.parameters) width = std::max(width, parameter.name.size());
   for (const auto& parameter : pMethod.parameters)
     if (!parameter.description.empty())
-      text += described(parameter.name, parameter.description, width);
+      text += describeValue(parameter.name, parameter.description, width);
   if (!pMethod.result.description.empty())
-    text += described("returns", pMethod.result.description, width);
+    text += describeValue("returns", pMethod.result.description, width);
   for (const auto& [language, example] : pMethod.examples)
-    text +=
-        fmt::format("    {} example:\n{}\n", printable(language), indented(printable(example), 6));
+    text += fmt::format("    {} example:\n{}\n", printable(language),
+                        indentLines(printable(example), 6));
   return text;
 }
 
 std::string heading(OXSession& pSession, const std::string& pModule, int pMethods,
-                    const OXPaint& pPaint) {
+                    const OXTextStyle& pStyle) {
   const OXValue about = pSession.call("OXBroker", "getModuleDescription", OXValue::array(pModule));
   const std::string name =
-      pPaint.green(fmt::format("{}: {} methods", printable(pModule), pMethods));
-  return name + "\n" + indented(printable(about[0].toString()), 2) + "\n";
+      pStyle.green(fmt::format("{}: {} methods", printable(pModule), pMethods));
+  return name + "\n" + indentLines(printable(about[0].toString()), 2) + "\n";
 }
 
-std::vector<std::string> modulesMeant(OXSession& pSession, const Options& pOptions) {
+std::vector<std::string> requestedModules(OXSession& pSession, const Options& pOptions) {
   if (!pOptions.module.empty()) return {pOptions.module};
   std::vector<std::string> modules;
   const OXValue all = pSession.call("OXBroker", "getModuleList", OXValue(OXValue::Array()));
@@ -115,17 +115,17 @@ std::vector<std::string> modulesMeant(OXSession& pSession, const Options& pOptio
 void run(Context& pContext, const Options& pOptions) {
   OXSession session(pContext.broker, "methods");
   OXJson everything = OXJson::object();
-  const OXPaint paint = pContext.paint();
-  for (const std::string& module : modulesMeant(session, pOptions)) {
+  const OXTextStyle style = pContext.style();
+  for (const std::string& module : requestedModules(session, pOptions)) {
     const OXValue methods = session.call("OXBroker", "getMethodList", OXValue::array(module));
     OXJson list = OXJson::array();
-    if (!pOptions.asJson) pContext.out.line(heading(session, module, methods.getSize(), paint));
+    if (!pOptions.asJson) pContext.out.line(heading(session, module, methods.getSize(), style));
     for (const OXValue& method : methods.toArray()) {
-      const Publication publication = publicationOf(method);
+      const Publication publication = parsePublication(method);
       if (pOptions.asJson)
         list.append(asJson(publication));
       else
-        pContext.out.line(page(publication, paint));
+        pContext.out.line(methodText(publication, style));
     }
     if (!pOptions.module.empty())
       everything = std::move(list);

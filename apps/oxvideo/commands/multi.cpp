@@ -26,8 +26,8 @@ struct Options {
 };
 
 /// What is given once holds for all; what is given several times goes with the cameras in turn.
-const std::string& turn(const std::vector<std::string>& pWords, std::size_t pIndex,
-                        const std::string& pDefault) {
+const std::string& valueForCamera(const std::vector<std::string>& pWords, std::size_t pIndex,
+                                  const std::string& pDefault) {
   if (pWords.empty()) return pDefault;
   return pWords[pWords.size() == 1 ? 0 : pIndex];
 }
@@ -40,22 +40,22 @@ void checkCounts(const Options& pOptions, std::size_t pCameras) {
           pCameras));
 }
 
-std::vector<Stream> streamsOf(const Options& pOptions, OXSession& pSession) {
+std::vector<StreamRequest> streamRequests(const Options& pOptions, OXSession& pSession) {
   std::vector<int> cameras = pOptions.cameras;
   if (cameras.empty())
     for (int index = 0, count = pSession.countCameras(); index < count; ++index)
       cameras.push_back(index);
   checkCounts(pOptions, cameras.size());
-  std::vector<Stream> streams;
+  std::vector<StreamRequest> streams;
   for (std::size_t i = 0; i < cameras.size(); ++i)
-    streams.push_back(streamOf(
-        {cameras[i], turn(pOptions.resolutions, i, ""), turn(pOptions.colorSpaces, i, "kRGB")},
-        pSession));
+    streams.push_back(streamRequest({cameras[i], valueForCamera(pOptions.resolutions, i, ""),
+                                     valueForCamera(pOptions.colorSpaces, i, "kRGB")},
+                                    pSession));
   return streams;
 }
 
 /// "out/a.png" and camera 1: "out/a-1.png".
-std::string fileOf(const std::string& pOutput, int pCamera) {
+std::string cameraFile(const std::string& pOutput, int pCamera) {
   const std::filesystem::path path(pOutput);
   return (path.parent_path() /
           fmt::format("{}-{}{}", path.stem().string(), pCamera, path.extension().string()))
@@ -66,7 +66,7 @@ int run(Context& pContext, const Options& pOptions) {
   for (const std::string& name : pOptions.resolutions) parseResolution(name);
   for (const std::string& name : pOptions.colorSpaces) parseColorSpace(name);
   OXSession session(pContext.broker, "multi");
-  const std::vector<Stream> streams = streamsOf(pOptions, session);
+  const std::vector<StreamRequest> streams = streamRequests(pOptions, session);
   OXSubscription subscription(session, streams, kLowestFps);
   const auto images = subscription.images();
   subscription.end();
@@ -75,11 +75,11 @@ int run(Context& pContext, const Options& pOptions) {
   std::size_t written = 0;
   for (std::size_t i = 0; i < streams.size(); ++i) {
     if (i >= images.size() || !images[i]) {
-      pContext.err.note(fmt::format("camera {} had no frame", streams[i].camera));
+      pContext.err.tryLine(fmt::format("camera {} had no frame", streams[i].camera));
       continue;
     }
-    const ImageReply& image = *images[i];
-    const std::string file = fileOf(pOptions.output, streams[i].camera);
+    const CameraImage& image = *images[i];
+    const std::string file = cameraFile(pOptions.output, streams[i].camera);
     writeFile(file, encodePng(toPicture(image)), pContext.out);
     ++written;
     list.append({{"camera", streams[i].camera},

@@ -38,7 +38,7 @@ void play(Context& pContext, const Options& pOptions) {
   if (isOnThisMachine(pContext.broker) && !std::filesystem::is_regular_file(path, ignored))
     throw OXFailure("there is no file " + printable(path));
   OXSession session(pContext.broker, "play");
-  session.needFileCamera();
+  session.requireFileCamera();
   session.device("setVideo", path, range, pOptions.loop, pOptions.mode, pOptions.stream);
   // Opens the file now, so that one that can't be replayed is refused here.
   session.device("startFrameGrabber");

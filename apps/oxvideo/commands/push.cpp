@@ -7,6 +7,7 @@
 #include "commands/commands.h"
 #include "device/expectedinput.h"
 #include "device/session.h"
+#include "device/vocabulary.h"
 #include "media/framesource.h"
 #include "media/pacer.h"
 #include "terminal/exitstatus.h"
@@ -48,7 +49,7 @@ class Pusher {
   int run();
 
  private:
-  void xFollow(Feed& pFeed);
+  void xAdoptExpectedInput(Feed& pFeed);
   bool xWantsMore(const Feed& pFeed) const {
     return fOptions.frames == 0 || pFeed.pushed < fOptions.frames;
   }
@@ -82,7 +83,7 @@ Pusher::Pusher(Context& pContext, const Options& pOptions)
       fSession(pContext.broker, "push") {
   for (const int camera : pOptions.cameras) {
     Feed feed{camera, fSize.value_or(FrameSize{}), OXPacer({}, fFps.value_or(1)), {}};
-    xFollow(feed);
+    xAdoptExpectedInput(feed);
     fFeeds.push_back(feed);
   }
   fSource = std::make_unique<OXFrameSource>(pOptions.source, fFeeds.front().size, pOptions.loop);
@@ -93,10 +94,10 @@ Pusher::Pusher(Context& pContext, const Options& pOptions)
 }
 
 /// Takes over what the camera expects, but for what the options say.
-void Pusher::xFollow(Feed& pFeed) {
+void Pusher::xAdoptExpectedInput(Feed& pFeed) {
   if (fSize && fFps) return;
-  const Expected expected =
-      parseExpected(fSession.device("getExpectedImageParameters", pFeed.camera));
+  const ExpectedInput expected =
+      parseExpectedInput(fSession.device("getExpectedImageParameters", pFeed.camera));
   if (!fSize) pFeed.size = expected.size;
   if (!fFps) pFeed.pacer.setFps(expected.fps);
 }
@@ -112,7 +113,7 @@ Feed* Pusher::xNextDue() {
 bool Pusher::xStep(Feed& pFeed) {
   const auto now = Clock::now();
   if (now >= pFeed.askAgain) {
-    xFollow(pFeed);
+    xAdoptExpectedInput(pFeed);
     pFeed.askAgain = now + kAskAgain;
   }
   pFeed.dropped += pFeed.pacer.start(std::max(now, pFeed.pacer.due()));
@@ -174,11 +175,11 @@ int Pusher::xReport(bool pCutShort) {
   OXJson cameras = OXJson::array();
   for (const Feed& feed : fFeeds) {
     cameras.append({{"camera", feed.camera}, {"pushed", feed.pushed}, {"dropped", feed.dropped}});
-    fContext.err.note(fmt::format("camera {}: {} frames pushed in {:.1f} s, {} dropped",
-                                  feed.camera, feed.pushed, seconds, feed.dropped));
+    fContext.err.tryLine(fmt::format("camera {}: {} frames pushed in {:.1f} s, {} dropped",
+                                     feed.camera, feed.pushed, seconds, feed.dropped));
   }
   const std::int64_t damaged = fSource->damagedFrames();
-  if (damaged > 0) fContext.err.note(fmt::format("{} damaged frames in the source", damaged));
+  if (damaged > 0) fContext.err.tryLine(fmt::format("{} damaged frames in the source", damaged));
   if (fOptions.asJson)
     fContext.out.line(
         OXJson({{"seconds", seconds}, {"damaged", damaged}, {"cameras", cameras}}).text());

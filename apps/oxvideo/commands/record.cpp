@@ -21,7 +21,7 @@ using Clock = std::chrono::steady_clock;
 
 struct Options {
   std::string output;
-  LookOptions look;
+  ViewOptions view;
   int frames = 0;
   int period = 1;
   int fps = 0;  ///< 0: what the camera runs at
@@ -41,28 +41,28 @@ class Recorder {
 
   const Options& fOptions;
   OXSession fSession;
-  Stream fStream;
+  StreamRequest fStream;
   int fFps;
   OXSubscription fRecording;
-  OXSubscription fLookout;
+  OXSubscription fPreview;
   Clock::duration fPoll;
   std::int64_t fNewestUs = 0;
   Clock::time_point fLastFrame;
   OXProgress fProgress;
 };
 
-int fpsOf(const Options& pOptions, OXSession& pSession) {
+int frameRate(const Options& pOptions, OXSession& pSession) {
   return pOptions.fps > 0 ? pOptions.fps
-                          : pSession.device("getFrameRate", pOptions.look.camera).toInt();
+                          : pSession.device("getFrameRate", pOptions.view.camera).toInt();
 }
 
 Recorder::Recorder(Context& pContext, const Options& pOptions)
     : fOptions(pOptions),
       fSession(pContext.broker, "record"),
-      fStream(streamOf(pOptions.look, fSession)),
-      fFps(fpsOf(pOptions, fSession)),
+      fStream(streamRequest(pOptions.view, fSession)),
+      fFps(frameRate(pOptions, fSession)),
       fRecording(fSession, fStream, fFps),
-      fLookout(fSession, Stream{fStream.camera, kQQVGA, kYuv}, fFps),
+      fPreview(fSession, StreamRequest{fStream.camera, kQQVGA, kYuv}, fFps),
       fPoll(std::chrono::milliseconds(100) / std::max(fFps, 1)),
       fProgress(pContext.err, "record", pOptions.frames) {}
 
@@ -71,7 +71,7 @@ bool Recorder::xAwaitFrame() {
   const auto limit = Clock::now() + std::chrono::duration_cast<Clock::duration>(
                                         std::chrono::duration<double>(fOptions.timeoutSeconds));
   while (Clock::now() < limit) {
-    const auto image = fLookout.image();
+    const auto image = fPreview.image();
     if (image && image->timestampUs > fNewestUs) return true;
     if (!OXInterrupt::waitUntil(Clock::now() + fPoll)) return false;
   }
@@ -82,7 +82,7 @@ bool Recorder::xAwaitFrame() {
 void Recorder::xStop() {
   fSession.device("stopVideo", fRecording.id());
   fRecording.end();
-  fLookout.end();
+  fPreview.end();
 }
 
 int Recorder::run() {
@@ -120,7 +120,7 @@ void addRecord(OXCommandLine& pLine, Context& pContext) {
        "the file is closed with the frames that it has."});
   const auto options = std::make_shared<Options>();
   verb.option("OUT", options->output, "the file").required();
-  verb.option("--camera", options->look.camera, "the camera (default 0)")
+  verb.option("--camera", options->view.camera, "the camera (default 0)")
       .valueName("N")
       .range(0, 255);
   verb.option("--frames", options->frames, "how many frames to record")
@@ -130,7 +130,7 @@ void addRecord(OXCommandLine& pLine, Context& pContext) {
   verb.option("--period", options->period, "record one frame in this many (default 1)")
       .valueName("P")
       .positive();
-  verb.option("--resolution", options->look.resolution,
+  verb.option("--resolution", options->view.resolution,
               "what the camera is to run at (default: what it runs at)")
       .valueName("NAME");
   verb.option("--fps", options->fps, "frames a second, 5 to 30 (default: what the camera runs at)")
@@ -141,7 +141,7 @@ void addRecord(OXCommandLine& pLine, Context& pContext) {
       .valueName("SECONDS")
       .range(0.1, 86400.0);
   verb.onRun([&pContext, options] {
-    checkNames(options->look);
+    checkNames(options->view);
     pContext.status = Recorder(pContext, *options).run();
   });
 }

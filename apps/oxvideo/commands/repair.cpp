@@ -14,10 +14,10 @@ namespace OX::cli {
 namespace {
 
 int runRepair(Context& pContext, const std::string& pInput, const std::string& pOutput) {
-  needDifferentFiles(pInput, pOutput);
-  OXRecording recording(pInput);
+  requireDifferentFiles(pInput, pOutput);
+  OXRecordingFile recording(pInput);
   OXProgress progress(pContext.err, "repair", recording.allImages());
-  const Repair result = repair(recording, pOutput, progressCallback(progress));
+  const RepairResult result = repair(recording, pOutput, progressCallback(progress));
   const auto& damage = recording.video().getDamage();
   pContext.out.line(fmt::format("{}: {} images kept, lost: {}, damaged places: {}",
                                 printable(pOutput), result.kept, result.lost, damage.size()));

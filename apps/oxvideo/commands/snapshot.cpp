@@ -20,14 +20,14 @@ using Clock = std::chrono::steady_clock;
 constexpr int kLowestFps = 5;  // asking for more would make the camera run faster
 
 struct Options {
-  LookOptions look;
+  ViewOptions view;
   std::string output;
   double timeoutSeconds = 5;
   bool asJson = false;
 };
 
 /// Asks until there is a frame; each request waits up to a second on the other side.
-ImageReply waitForImage(OXSubscription& pSubscription, const Options& pOptions) {
+CameraImage waitForImage(OXSubscription& pSubscription, const Options& pOptions) {
   const auto limit = Clock::now() + std::chrono::duration_cast<Clock::duration>(
                                         std::chrono::duration<double>(pOptions.timeoutSeconds));
   while (!OXInterrupt::requested()) {
@@ -36,17 +36,17 @@ ImageReply waitForImage(OXSubscription& pSubscription, const Options& pOptions) 
       throw OXFailure(
           fmt::format("camera {0} had no frame within {1:g} s\n"
                       "  is something feeding it? try: oxvideo push test --camera {0}",
-                      pOptions.look.camera, pOptions.timeoutSeconds));
+                      pOptions.view.camera, pOptions.timeoutSeconds));
   }
   throw OXInterrupted();
 }
 
-void report(Context& pContext, const Options& pOptions, const ImageReply& pImage) {
+void report(Context& pContext, const Options& pOptions, const CameraImage& pImage) {
   const std::string what =
       fmt::format("{}x{} {} of camera {}, {:.0f} ms old", pImage.width, pImage.height,
                   colorSpaceName(pImage.colorSpace), pImage.camera,
                   static_cast<double>(wallClockUs() - pImage.timestampUs) / 1000);
-  pContext.err.note(pOptions.output + ": " + what);
+  pContext.err.tryLine(pOptions.output + ": " + what);
   if (!pOptions.asJson) return;
   pContext.out.line(OXJson({{"file", pOptions.output},
                             {"width", pImage.width},
@@ -59,12 +59,12 @@ void report(Context& pContext, const Options& pOptions, const ImageReply& pImage
 }
 
 void run(Context& pContext, const Options& pOptions) {
-  checkNames(pOptions.look);
+  checkNames(pOptions.view);
   if (pOptions.asJson && pOptions.output == "-")
     throw OXUsageError("--json and -o - both want standard output");
   OXSession session(pContext.broker, "snapshot");
-  OXSubscription subscription(session, streamOf(pOptions.look, session), kLowestFps);
-  const ImageReply image = waitForImage(subscription, pOptions);
+  OXSubscription subscription(session, streamRequest(pOptions.view, session), kLowestFps);
+  const CameraImage image = waitForImage(subscription, pOptions);
   subscription.end();
   writeFile(pOptions.output, encodePng(toPicture(image)), pContext.out);
   report(pContext, pOptions, image);
@@ -81,7 +81,7 @@ void addSnapshot(OXCommandLine& pLine, Context& pContext) {
   verb.option("-o,--output", options->output, "the PNG file; - is standard output")
       .required()
       .valueName("FILE");
-  addLookOptions(verb, options->look);
+  addViewOptions(verb, options->view);
   verb.option("--timeout", options->timeoutSeconds, "wait this long for a frame (default 5)")
       .valueName("SECONDS")
       .range(0.0, 3600.0);

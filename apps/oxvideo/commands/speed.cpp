@@ -17,7 +17,7 @@ void addSpeed(OXCommandLine& pLine, Context& pContext) {
   verb.onRun([&pContext, speed] {
     if (!std::isfinite(*speed) || *speed <= 0) throw OXUsageError("a speed is a number above 0");
     OXSession session(pContext.broker, "speed");
-    session.needFileCamera();
+    session.requireFileCamera();
     session.device("replaySpeed", *speed);
   });
 }

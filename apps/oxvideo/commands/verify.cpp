@@ -14,14 +14,14 @@ namespace OX::cli {
 namespace {
 
 int runVerify(Context& pContext, const std::string& pFile) {
-  OXRecording recording(pFile);
+  OXRecordingFile recording(pFile);
   OXProgress progress(pContext.err, "verify", recording.allImages());
-  const Verdict verdict = verify(recording, progressCallback(progress));
-  for (const std::string& fault : verdict.faults) pContext.out.line(printable(fault));
-  const bool whole = verdict.faults.empty();
+  const VerifyResult result = verify(recording, progressCallback(progress));
+  for (const std::string& fault : result.faults) pContext.out.line(printable(fault));
+  const bool whole = result.faults.empty();
   pContext.out.line(fmt::format(
-      "{}: {} images, {}", printable(pFile), verdict.frames,
-      whole ? "all as they were recorded" : fmt::format("faults: {}", verdict.faults.size())));
+      "{}: {} images, {}", printable(pFile), result.frames,
+      whole ? "all as they were recorded" : fmt::format("faults: {}", result.faults.size())));
   if (whole && !recording.video().hasIndex())
     pContext.out.line("  its recorder did not close it: oxvideo repair adds the index");
   return whole ? kDone : kFailed;

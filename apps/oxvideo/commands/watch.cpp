@@ -19,7 +19,7 @@ using Clock = std::chrono::steady_clock;
 using Seconds = std::chrono::duration<double>;
 
 struct Options {
-  LookOptions look;
+  ViewOptions view;
   int fps = 0;  ///< 0: what the camera runs at
   std::int64_t frames = 0;
   double timeoutSeconds = 10;
@@ -27,7 +27,7 @@ struct Options {
 };
 
 /// What was seen since it was started.
-struct Tally {
+struct RequestCounts {
   Clock::time_point start;
   std::int64_t frames = 0;
   std::int64_t empty = 0;  ///< requests for which the camera had no frame
@@ -62,26 +62,26 @@ class Watcher {
   Context& fContext;
   const Options& fOptions;
   OXSession fSession;
-  Stream fStream;
+  StreamRequest fStream;
   OXSubscription fSubscription;
   Clock::duration fPeriod;
-  Tally fSecond, fTotal;
+  RequestCounts fSecond, fTotal;
   int fLines = 0;
   std::int64_t fNewestUs = 0;  ///< stamp of the newest frame, 0 before the first
   Clock::time_point fLastFrame, fNextRequest;
 };
 
-int fpsOf(const Options& pOptions, OXSession& pSession) {
+int frameRate(const Options& pOptions, OXSession& pSession) {
   return pOptions.fps > 0 ? pOptions.fps
-                          : pSession.device("getFrameRate", pOptions.look.camera).toInt();
+                          : pSession.device("getFrameRate", pOptions.view.camera).toInt();
 }
 
 Watcher::Watcher(Context& pContext, const Options& pOptions)
     : fContext(pContext),
       fOptions(pOptions),
       fSession(pContext.broker, "watch"),
-      fStream(streamOf(pOptions.look, fSession)),
-      fSubscription(fSession, fStream, fpsOf(pOptions, fSession)) {
+      fStream(streamRequest(pOptions.view, fSession)),
+      fSubscription(fSession, fStream, frameRate(pOptions, fSession)) {
   // The device may have given another rate than asked for.
   const int fps = fSession.device("getFrameRate", fSubscription.id()).toInt();
   fPeriod = std::chrono::duration_cast<Clock::duration>(Seconds(1.0 / std::max(fps, 1)));
@@ -93,7 +93,8 @@ void Watcher::xRequest() {
   const auto asked = Clock::now();
   const auto image = fSubscription.image();
   const auto answered = Clock::now();
-  for (Tally* tally : {&fSecond, &fTotal}) tally->latencies.add(Seconds(answered - asked).count());
+  for (RequestCounts* counts : {&fSecond, &fTotal})
+    counts->latencies.add(Seconds(answered - asked).count());
   if (!image) {
     ++fSecond.empty;
     ++fTotal.empty;
@@ -151,11 +152,11 @@ void Watcher::xLine(Clock::time_point pNow) {
     fContext.out.line(json.text());
     return;
   }
-  const OXPaint paint = fContext.paint();
+  const OXTextStyle style = fContext.style();
   const std::string rate = fmt::format("{:5.1f} fps", fSecond.rate(pNow));
   fContext.out.line(
       fmt::format("{}  age {}  request {:.2f} ms median, {:.2f} ms p99{}",
-                  fSecond.frames > 0 ? paint.green(rate) : paint.red(rate),
+                  fSecond.frames > 0 ? style.green(rate) : style.red(rate),
                   fNewestUs != 0 ? fmt::format("{:.1f} ms", xAgeMs()) : "-", median, worst,
                   fSecond.empty > 0 ? fmt::format("  {} without a frame", fSecond.empty) : ""));
 }
@@ -198,7 +199,7 @@ void addWatch(OXCommandLine& pLine, Context& pContext) {
        "or with 3 if the camera had no frame for some request; short of --frames with 130 "
        "(SIGINT)."});
   const auto options = std::make_shared<Options>();
-  addLookOptions(verb, options->look);
+  addViewOptions(verb, options->view);
   verb.option("--fps", options->fps, "frames a second, 5 to 30 (default: what the camera runs at)")
       .valueName("F")
       .range(1, 255);
@@ -211,7 +212,7 @@ void addWatch(OXCommandLine& pLine, Context& pContext) {
       .range(0.0, 86400.0);
   verb.flag("--json", options->asJson, "one JSON object a line, the last one the summary");
   verb.onRun([&pContext, options] {
-    checkNames(options->look);
+    checkNames(options->view);
     pContext.status = Watcher(pContext, *options).run();
   });
 }

@@ -8,7 +8,7 @@
 
 namespace OX::cli {
 
-Expected parseExpected(const OXValue& pReply) {
+ExpectedInput parseExpectedInput(const OXValue& pReply) {
   const auto isPair = [](const OXValue& pValue) {
     return pValue.isArray() && pValue.getSize() == 2;
   };

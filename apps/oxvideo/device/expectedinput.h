@@ -2,18 +2,18 @@
 #pragma once
 
 #include <oxframework/oxvalue.h>
-#include "device/vocabulary.h"
+#include "media/framesize.h"
 
 namespace OX::cli {
 
-struct Expected {
+struct ExpectedInput {
   FrameSize size;
   double fps = 0;
-  bool operator==(const Expected&) const = default;
+  bool operator==(const ExpectedInput&) const = default;
 };
 
 /// The reply of getExpectedImageParameters, [[width, height], frame rate].
 /// Throws OXFailure when it is something else or a size that no camera takes.
-Expected parseExpected(const OXValue& pReply);
+ExpectedInput parseExpectedInput(const OXValue& pReply);
 
 }  // namespace OX::cli

@@ -26,11 +26,11 @@ int intAt(const OXValue& pReply, int pIndex, const char* pWhat) {
 }
 
 /// All but the pixels.
-ImageReply parseHeader(const OXValue& pReply) {
+CameraImage parseHeader(const OXValue& pReply) {
   if (!pReply.isArray() || pReply.getSize() != kElements)
     refuse(fmt::format("{} of size {}, not an array of {}", OXValue::TypeToString(pReply.getType()),
                        pReply.getSize(), kElements));
-  ImageReply image;
+  CameraImage image;
   image.width = intAt(pReply, 0, "width");
   image.height = intAt(pReply, 1, "height");
   image.layers = intAt(pReply, 2, "number of layers");
@@ -48,9 +48,9 @@ ImageReply parseHeader(const OXValue& pReply) {
 
 }  // namespace
 
-std::optional<ImageReply> parseImageReply(const OXValue& pReply) {
+std::optional<CameraImage> parseImageReply(const OXValue& pReply) {
   if (!pReply.isValid()) return std::nullopt;
-  ImageReply image = parseHeader(pReply);
+  CameraImage image = parseHeader(pReply);
   image.owner = pReply[kPixels];
   if (!image.owner.isBinary()) refuse("it has no pixels");
   if (static_cast<std::size_t>(image.owner.getSize()) != image.sizeBytes())
@@ -60,7 +60,7 @@ std::optional<ImageReply> parseImageReply(const OXValue& pReply) {
   return image;
 }
 
-std::vector<std::optional<ImageReply>> parseImagesReply(const OXValue& pReply) {
+std::vector<std::optional<CameraImage>> parseImagesReply(const OXValue& pReply) {
   if (!pReply.isValid()) return {};
   if (!pReply.isArray() || pReply.getSize() < 1) refuse("the reply is no array");
   const int count = pReply.getSize() - 1;
@@ -69,13 +69,13 @@ std::vector<std::optional<ImageReply>> parseImagesReply(const OXValue& pReply) {
   const auto* pixels = static_cast<const unsigned char*>(owner.GetBinary());
   auto left = static_cast<std::size_t>(owner.getSize());
 
-  std::vector<std::optional<ImageReply>> images;
+  std::vector<std::optional<CameraImage>> images;
   for (int i = 0; i < count; ++i) {
     if (pReply[i].isArray() && pReply[i].getSize() == 0) {
       images.emplace_back();
       continue;
     }
-    ImageReply image = parseHeader(pReply[i]);
+    CameraImage image = parseHeader(pReply[i]);
     if (image.sizeBytes() > left) refuse("fewer pixels than the sizes say");
     image.owner = owner;
     image.pixels = pixels;

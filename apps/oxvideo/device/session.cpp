@@ -21,7 +21,7 @@ constexpr std::chrono::seconds kAnswerLimit{20};
 // More than any device has: a device that never says "invalid" must not be asked for ever.
 constexpr int kMostCameras = 256;
 
-boost::shared_ptr<OXRemoteBroker> connected(const std::string& pAddress) {
+boost::shared_ptr<OXRemoteBroker> connectTo(const std::string& pAddress) {
   try {
     return OXRemoteBroker::connect(pAddress, kConnectLimit);
   } catch (const OXError& error) {
@@ -34,16 +34,16 @@ boost::shared_ptr<OXRemoteBroker> connected(const std::string& pAddress) {
   }
 }
 
-OXValue::Array column(const std::vector<Stream>& pStreams, int Stream::*pField) {
+OXValue::Array column(const std::vector<StreamRequest>& pStreams, int StreamRequest::*pField) {
   OXValue::Array result;
-  for (const Stream& stream : pStreams) result.emplace_back(stream.*pField);
+  for (const StreamRequest& stream : pStreams) result.emplace_back(stream.*pField);
   return result;
 }
 
 }  // namespace
 
 OXSession::OXSession(const std::string& pAddress, const std::string& pVerb)
-    : fName(fmt::format("oxvideo_{}_{}", pVerb, ::getpid())), fBroker(connected(pAddress)) {
+    : fName(fmt::format("oxvideo_{}_{}", pVerb, ::getpid())), fBroker(connectTo(pAddress)) {
   fBroker->setTimeout(kAnswerLimit);
   call("OXBroker", "setClientName", OXValue::array(fName));
 }
@@ -53,9 +53,7 @@ OXValue OXSession::call(const std::string& pModule, const std::string& pMethod,
   return fBroker->call(pModule, pMethod, pArguments);
 }
 
-std::string OXSession::nextSubscriberName() {
-  return fmt::format("{}_{}", fName, ++fSubscriptions);
-}
+std::string OXSession::nextSubscriberId() { return fmt::format("{}_{}", fName, ++fSubscriptions); }
 
 int OXSession::countCameras() {
   int count = 0;
@@ -77,7 +75,7 @@ bool OXSession::xDeviceHas(const std::string& pMethod) {
   return false;
 }
 
-void OXSession::needFileCamera() {
+void OXSession::requireFileCamera() {
   if (!xDeviceHas("setVideo"))
     throw OXFailure(
         "this broker's device replays no files\n"
@@ -85,19 +83,20 @@ void OXSession::needFileCamera() {
         "VideoInput.xml");
 }
 
-OXSubscription::OXSubscription(OXSession& pSession, const Stream& pStream, int pFps)
+OXSubscription::OXSubscription(OXSession& pSession, const StreamRequest& pStream, int pFps)
     : fSession(pSession),
       fId(xSubscribe("subscribeCamera",
-                     OXValue::array(pSession.nextSubscriberName(), pStream.camera,
-                                    pStream.resolution, pStream.colorSpace, pFps))) {}
+                     OXValue::array(pSession.nextSubscriberId(), pStream.camera, pStream.resolution,
+                                    pStream.colorSpace, pFps))) {}
 
-OXSubscription::OXSubscription(OXSession& pSession, const std::vector<Stream>& pStreams, int pFps)
+OXSubscription::OXSubscription(OXSession& pSession, const std::vector<StreamRequest>& pStreams,
+                               int pFps)
     : fSession(pSession),
       fId(xSubscribe(
           "subscribeCameras",
-          OXValue::array(pSession.nextSubscriberName(), column(pStreams, &Stream::camera),
-                         column(pStreams, &Stream::resolution),
-                         column(pStreams, &Stream::colorSpace), pFps))) {}
+          OXValue::array(pSession.nextSubscriberId(), column(pStreams, &StreamRequest::camera),
+                         column(pStreams, &StreamRequest::resolution),
+                         column(pStreams, &StreamRequest::colorSpace), pFps))) {}
 
 std::string OXSubscription::xSubscribe(const std::string& pMethod, const OXValue& pArguments) {
   try {
@@ -128,15 +127,15 @@ void OXSubscription::end() {
   fSession.device("unsubscribe", fId);
 }
 
-std::optional<ImageReply> OXSubscription::image() {
+std::optional<CameraImage> OXSubscription::image() {
   return parseImageReply(fSession.device("getImageRemote", fId));
 }
 
-std::optional<ImageReply> OXSubscription::rawImage() {
+std::optional<CameraImage> OXSubscription::rawImage() {
   return parseImageReply(fSession.device("getDirectRawImageRemote", fId));
 }
 
-std::vector<std::optional<ImageReply>> OXSubscription::images() {
+std::vector<std::optional<CameraImage>> OXSubscription::images() {
   return parseImagesReply(fSession.device("getImagesRemote", fId));
 }
 

@@ -34,10 +34,10 @@ class OXSession {
   int countCameras();
 
   /// Throws OXFailure that says how to get a file camera when the device is none.
-  void needFileCamera();
+  void requireFileCamera();
 
   /// A name for a subscription that nobody else has, "oxvideo_watch_4711_1".
-  std::string nextSubscriberName();
+  std::string nextSubscriberId();
 
  private:
   bool xDeviceHas(const std::string& pMethod);
@@ -48,7 +48,7 @@ class OXSession {
 };
 
 /// What to subscribe to on one camera.
-struct Stream {
+struct StreamRequest {
   int camera = 0;
   int resolution = 0;
   int colorSpace = 0;
@@ -58,8 +58,8 @@ struct Stream {
 class OXSubscription {
  public:
   /// Throws OXError when the device refuses.
-  OXSubscription(OXSession& pSession, const Stream& pStream, int pFps);
-  OXSubscription(OXSession& pSession, const std::vector<Stream>& pStreams, int pFps);
+  OXSubscription(OXSession& pSession, const StreamRequest& pStream, int pFps);
+  OXSubscription(OXSession& pSession, const std::vector<StreamRequest>& pStreams, int pFps);
   ~OXSubscription();
   OXSubscription(const OXSubscription&) = delete;
   OXSubscription& operator=(const OXSubscription&) = delete;
@@ -68,11 +68,11 @@ class OXSubscription {
   const std::string& id() const { return fId; }
 
   /// The newest image; nothing when the camera had none within the device's second.
-  std::optional<ImageReply> image();
+  std::optional<CameraImage> image();
   /// The newest raw image, likewise.
-  std::optional<ImageReply> rawImage();
+  std::optional<CameraImage> rawImage();
   /// Images of all streams, in their order; none at all when the device had none.
-  std::vector<std::optional<ImageReply>> images();
+  std::vector<std::optional<CameraImage>> images();
 
   /// Unsubscribes now. Throws OXError when that fails.
   void end();

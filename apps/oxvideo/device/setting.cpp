@@ -44,7 +44,7 @@ const SettingName& settingNamed(const std::string& pWord) {
     words.emplace_back(setting.word);
   }
   throw OXUsageError(fmt::format("\"{}\" is no setting; there are {}, or --parameter NAME",
-                                 printable(pWord), joined(words)));
+                                 printable(pWord), join(words)));
 }
 
 int parseValue(int pParameter, const std::string& pText) {

@@ -5,7 +5,7 @@
 
 namespace OX::cli {
 
-void addLookOptions(OXVerb& pVerb, LookOptions& pOptions) {
+void addViewOptions(OXVerb& pVerb, ViewOptions& pOptions) {
   pVerb.option("--camera", pOptions.camera, "the camera (default 0)").valueName("N").range(0, 255);
   pVerb
       .option("--resolution", pOptions.resolution,
@@ -18,13 +18,13 @@ void addLookOptions(OXVerb& pVerb, LookOptions& pOptions) {
       .valueName("NAME");
 }
 
-void checkNames(const LookOptions& pOptions) {
+void checkNames(const ViewOptions& pOptions) {
   parseColorSpace(pOptions.colorSpace);
   if (!pOptions.resolution.empty()) parseResolution(pOptions.resolution);
 }
 
-Stream streamOf(const LookOptions& pOptions, OXSession& pSession) {
-  Stream stream{pOptions.camera, 0, parseColorSpace(pOptions.colorSpace)};
+StreamRequest streamRequest(const ViewOptions& pOptions, OXSession& pSession) {
+  StreamRequest stream{pOptions.camera, 0, parseColorSpace(pOptions.colorSpace)};
   if (!pOptions.resolution.empty()) {
     stream.resolution = parseResolution(pOptions.resolution);
     return stream;

@@ -8,20 +8,20 @@
 
 namespace OX::cli {
 
-struct LookOptions {
+struct ViewOptions {
   int camera = 0;
   std::string resolution;  ///< empty: what the camera runs at
   std::string colorSpace = "kRGB";
 };
 
 /// Adds --camera, --resolution and --colorspace.
-void addLookOptions(OXVerb& pVerb, LookOptions& pOptions);
+void addViewOptions(OXVerb& pVerb, ViewOptions& pOptions);
 
 /// Checks the names, without a broker. Throws OXUsageError.
-void checkNames(const LookOptions& pOptions);
+void checkNames(const ViewOptions& pOptions);
 
 /// The stream meant. Where no resolution is asked for it is the camera's own, so that looking
 /// changes nothing.
-Stream streamOf(const LookOptions& pOptions, OXSession& pSession);
+StreamRequest streamRequest(const ViewOptions& pOptions, OXSession& pSession);
 
 }  // namespace OX::cli

@@ -47,7 +47,7 @@ int parseName(const std::string& pText, const char* pWhat, int (*pFromName)(cons
   const auto number = parseNumber<int>(pText);
   if (number && *number >= 0 && pNameOf(*number)) return *number;
   throw OXUsageError(
-      fmt::format("\"{}\" is no {}; there are {}", printable(pText), pWhat, joined(pAll)));
+      fmt::format("\"{}\" is no {}; there are {}", printable(pText), pWhat, join(pAll)));
 }
 
 std::string nameOrNumber(const char* pName, int pNumber) {
@@ -110,7 +110,7 @@ int parseParameter(const std::string& pText) {
   }
   if (const auto number = parseNumber<int>(pText)) return *number;
   throw OXUsageError(fmt::format("\"{}\" is no camera parameter; there are {}, or any number",
-                                 printable(pText), joined(words)));
+                                 printable(pText), join(words)));
 }
 
 std::string resolutionName(int pResolution) {

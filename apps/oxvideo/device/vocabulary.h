@@ -6,13 +6,9 @@
 #include <utility>
 #include <vector>
 
-namespace OX::cli {
+#include "media/framesize.h"
 
-struct FrameSize {
-  int width = 0;
-  int height = 0;
-  bool operator==(const FrameSize&) const = default;
-};
+namespace OX::cli {
 
 /// "640x480": one of the four sizes that a camera takes.
 FrameSize parseSize(const std::string& pText);

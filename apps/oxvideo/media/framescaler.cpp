@@ -33,7 +33,7 @@ AVPixelFormat plainFormat(int pFormat, bool& pFullRange) {
   }
 }
 
-int matrixOf(const AVFrame& pFrame) {
+int colorMatrix(const AVFrame& pFrame) {
   switch (pFrame.colorspace) {
     case AVCOL_SPC_BT709:
       return SWS_CS_ITU709;
@@ -54,7 +54,7 @@ int matrixOf(const AVFrame& pFrame) {
 }
 
 /// Copies rows of a scaled frame to where they belong in the target, mirrored and turned.
-struct Turner {
+struct OrientedFrame {
   const unsigned char* source;
   std::ptrdiff_t sourceStride;
   FrameSize stored;
@@ -81,7 +81,7 @@ struct Turner {
 
 }  // namespace
 
-Placement placementOf(double pShapeWidth, double pShapeHeight, FrameSize pTarget, Fit pFit) {
+Placement placeFrame(double pShapeWidth, double pShapeHeight, FrameSize pTarget, Fit pFit) {
   if (pFit == Fit::kStretch) return {0, 0, pTarget};
   const double factor = std::min(pTarget.width / pShapeWidth, pTarget.height / pShapeHeight);
   const auto side = [&](double pShape, int pLimit) {
@@ -128,26 +128,28 @@ void OXFrameScaler::Impl::scale(const AVFrame& pFrame, FrameSize pSize) {
     throw OXFailure(fmt::format("frames of format {} and size {}x{} can't be converted",
                                 name ? name : "unknown", pFrame.width, pFrame.height));
   }
-  sws_setColorspaceDetails(scaler.get(), sws_getCoefficients(matrixOf(pFrame)), fullRange ? 1 : 0,
-                           sws_getCoefficients(SWS_CS_DEFAULT), 1, 0, 1 << 16, 1 << 16);
+  sws_setColorspaceDetails(scaler.get(), sws_getCoefficients(colorMatrix(pFrame)),
+                           fullRange ? 1 : 0, sws_getCoefficients(SWS_CS_DEFAULT), 1, 0, 1 << 16,
+                           1 << 16);
   sws_scale(scaler.get(), pFrame.data, pFrame.linesize, 0, pFrame.height, scaled->data,
             scaled->linesize);
 }
 
 void OXFrameScaler::render(const AVFrame& pFrame, Orientation pOrientation, FrameSize pSize,
                            Fit pFit, std::vector<unsigned char>& pTarget) {
-  const bool lies = pOrientation.quarterTurns % 2 != 0;
+  const bool isSideways = pOrientation.quarterTurns % 2 != 0;
   const AVRational aspect = pFrame.sample_aspect_ratio;
   const double shapeWidth =
       pFrame.width * (aspect.num > 0 && aspect.den > 0 ? av_q2d(aspect) : 1.0);
-  const Placement place = lies ? placementOf(pFrame.height, shapeWidth, pSize, pFit)
-                               : placementOf(shapeWidth, pFrame.height, pSize, pFit);
-  const FrameSize stored = lies ? FrameSize{place.size.height, place.size.width} : place.size;
+  const Placement place = isSideways ? placeFrame(pFrame.height, shapeWidth, pSize, pFit)
+                                     : placeFrame(shapeWidth, pFrame.height, pSize, pFit);
+  const FrameSize stored = isSideways ? FrameSize{place.size.height, place.size.width} : place.size;
   fImpl->scale(pFrame, stored);
 
   pTarget.assign(static_cast<std::size_t>(pSize.width) * static_cast<std::size_t>(pSize.height) * 3,
                  0);
-  const Turner turner{fImpl->scaled->data[0], fImpl->scaled->linesize[0], stored, pOrientation};
+  const OrientedFrame oriented{fImpl->scaled->data[0], fImpl->scaled->linesize[0], stored,
+                               pOrientation};
   const bool isPlain = pOrientation.quarterTurns == 0 && !pOrientation.mirrored;
   for (int y = 0; y < place.size.height; ++y) {
     unsigned char* row = pTarget.data() + (static_cast<std::size_t>(place.top + y) *
@@ -155,10 +157,10 @@ void OXFrameScaler::render(const AVFrame& pFrame, Orientation pOrientation, Fram
                                            static_cast<std::size_t>(place.left)) *
                                               3;
     if (isPlain) {
-      std::memcpy(row, turner.pixel(0, y), static_cast<std::size_t>(place.size.width) * 3);
+      std::memcpy(row, oriented.pixel(0, y), static_cast<std::size_t>(place.size.width) * 3);
       continue;
     }
-    for (int x = 0; x < place.size.width; ++x) std::memcpy(row + x * 3, turner.shown(x, y), 3);
+    for (int x = 0; x < place.size.width; ++x) std::memcpy(row + x * 3, oriented.shown(x, y), 3);
   }
 }
 

@@ -4,7 +4,7 @@
 #include <memory>
 #include <vector>
 
-#include "device/vocabulary.h"
+#include "media/framesize.h"
 #include "media/mediareader.h"
 
 namespace OX::cli {
@@ -23,7 +23,7 @@ struct Placement {
 };
 
 /// pShape is the frame's shape once upright: pixels that aren't square are counted in.
-Placement placementOf(double pShapeWidth, double pShapeHeight, FrameSize pTarget, Fit pFit);
+Placement placeFrame(double pShapeWidth, double pShapeHeight, FrameSize pTarget, Fit pFit);
 
 /// Keeps the scaler of the last kind of frame. One thread only.
 class OXFrameScaler {

@@ -6,7 +6,7 @@
 
 namespace OX::cli {
 
-struct OXFrameSource::Shot {
+struct OXFrameSource::TimedFrame {
   FrameOwner frame;
   Orientation orientation;
   double start;
@@ -17,7 +17,7 @@ OXFrameSource::OXFrameSource(std::string pSource, FrameSize pTestSize, bool pLoo
     : fSource(std::move(pSource)),
       fTestSize(pTestSize),
       fLoop(pLoop),
-      fReader(std::make_unique<OXVideoReader>(fSource, fTestSize)) {
+      fReader(std::make_unique<OXMediaReader>(fSource, fTestSize)) {
   fCurrent = xFetch();
   if (!fCurrent) throw OXFailure("no frame of " + printable(fSource) + " can be decoded");
   fUpcoming = xFetch();
@@ -25,24 +25,24 @@ OXFrameSource::OXFrameSource(std::string pSource, FrameSize pTestSize, bool pLoo
 
 OXFrameSource::~OXFrameSource() = default;
 
-std::unique_ptr<OXFrameSource::Shot> OXFrameSource::xFetch() {
+std::unique_ptr<OXFrameSource::TimedFrame> OXFrameSource::xFetch() {
   const AVFrame* frame = fReader->next();
   if (!frame && fLoop && fPassFrames > 1) {
     fDamagedBefore += fReader->damagedFrames();
     fPassStart += fReader->time() + fReader->frameDuration();
     fPassFrames = 0;
-    fReader = std::make_unique<OXVideoReader>(fSource, fTestSize);
+    fReader = std::make_unique<OXMediaReader>(fSource, fTestSize);
     frame = fReader->next();
   }
   if (!frame) return nullptr;
   ++fPassFrames;
-  auto shot = std::make_unique<Shot>();
-  shot->frame.reset(av_frame_clone(frame));
-  if (!shot->frame) throw OXFailure("out of memory");
-  shot->orientation = fReader->orientation();
-  shot->start = fPassStart + fReader->time();
-  shot->end = shot->start + fReader->frameDuration();
-  return shot;
+  auto frameCopy = std::make_unique<TimedFrame>();
+  frameCopy->frame.reset(av_frame_clone(frame));
+  if (!frameCopy->frame) throw OXFailure("out of memory");
+  frameCopy->orientation = fReader->orientation();
+  frameCopy->start = fPassStart + fReader->time();
+  frameCopy->end = frameCopy->start + fReader->frameDuration();
+  return frameCopy;
 }
 
 bool OXFrameSource::advanceTo(double pSeconds) {

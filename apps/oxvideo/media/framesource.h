@@ -14,7 +14,7 @@ namespace OX::cli {
 /// A source of one frame is a still picture: it is shown for ever. One thread only.
 class OXFrameSource {
  public:
-  /// As OXVideoReader takes it; with pLoop the end is followed by the start.
+  /// As OXMediaReader takes it; with pLoop the end is followed by the start.
   OXFrameSource(std::string pSource, FrameSize pTestSize, bool pLoop);
   ~OXFrameSource();
   OXFrameSource(const OXFrameSource&) = delete;
@@ -34,15 +34,15 @@ class OXFrameSource {
   std::int64_t damagedFrames() const;
 
  private:
-  struct Shot;
-  std::unique_ptr<Shot> xFetch();
+  struct TimedFrame;
+  std::unique_ptr<TimedFrame> xFetch();
 
   const std::string fSource;
   const FrameSize fTestSize;
   const bool fLoop;
-  std::unique_ptr<OXVideoReader> fReader;
-  std::unique_ptr<Shot> fCurrent;
-  std::unique_ptr<Shot> fUpcoming;  ///< null at the end
+  std::unique_ptr<OXMediaReader> fReader;
+  std::unique_ptr<TimedFrame> fCurrent;
+  std::unique_ptr<TimedFrame> fUpcoming;  ///< null at the end
   OXFrameScaler fScaler;
   double fPassStart = 0;  ///< when this pass through the source began
   std::int64_t fPassFrames = 0;

@@ -17,20 +17,20 @@ namespace {
 constexpr double kUsualFps = 25;  // where a file gives no rate at all
 
 /// What FFmpeg is asked to open: a plain name is a file, also when it has a colon.
-std::string urlOf(const std::string& pSource) {
+std::string inputUrl(const std::string& pSource) {
   return pSource.find("://") == std::string::npos ? "file:" + pSource : pSource;
 }
 
 int stopWhenInterrupted(void*) { return OXInterrupt::requested() ? 1 : 0; }
 
-FormatOwner opened(const std::string& pSource, FrameSize pTestSize) {
+FormatOwner openInput(const std::string& pSource, FrameSize pTestSize) {
   AVFormatContext* format = avformat_alloc_context();
   if (!format) throw OXFailure("out of memory");
   format->interrupt_callback.callback = stopWhenInterrupted;
   const bool isTest = pSource == "test";
   const std::string url =
       isTest ? fmt::format("testsrc2=size={}x{}:rate=30", pTestSize.width, pTestSize.height)
-             : urlOf(pSource);
+             : inputUrl(pSource);
   const AVInputFormat* input = isTest ? av_find_input_format("lavfi") : nullptr;
   // Frees the context when it fails.
   const int result = avformat_open_input(&format, url.c_str(), input, nullptr);
@@ -43,7 +43,7 @@ FormatOwner opened(const std::string& pSource, FrameSize pTestSize) {
 }
 
 /// A matrix of the container or the picture as turns and mirroring.
-Orientation orientationOf(const std::int32_t* pMatrix) {
+Orientation parseOrientation(const std::int32_t* pMatrix) {
   const auto at = [&](int i) { return static_cast<double>(pMatrix[i]); };
   const bool mirrored = at(0) * at(4) - at(1) * at(3) < 0;
   std::int32_t matrix[9];
@@ -62,7 +62,7 @@ Orientation orientationOf(const std::int32_t* pMatrix) {
 
 }  // namespace
 
-struct OXVideoReader::Impl {
+struct OXMediaReader::Impl {
   std::string source;
   FormatOwner format;
   DecoderOwner decoder;
@@ -82,18 +82,18 @@ struct OXVideoReader::Impl {
   double usualDuration() const;
 };
 
-OXVideoReader::OXVideoReader(const std::string& pSource, FrameSize pTestSize)
+OXMediaReader::OXMediaReader(const std::string& pSource, FrameSize pTestSize)
     : fImpl(std::make_unique<Impl>()) {
   av_log_set_level(AV_LOG_FATAL);
   avdevice_register_all();
   fImpl->source = pSource;
-  fImpl->format = opened(pSource, pTestSize);
+  fImpl->format = openInput(pSource, pTestSize);
   fImpl->openDecoder();
 }
 
-OXVideoReader::~OXVideoReader() = default;
+OXMediaReader::~OXMediaReader() = default;
 
-void OXVideoReader::Impl::openDecoder() {
+void OXMediaReader::Impl::openDecoder() {
   const auto check = [&](int pResult) {
     if (pResult < 0)
       throw OXFailure(fmt::format("can't read {}: {}", printable(source), ffmpegError(pResult)));
@@ -116,7 +116,7 @@ void OXVideoReader::Impl::openDecoder() {
 }
 
 /// Hands the decoder one more packet, or tells it that there are no more.
-void OXVideoReader::Impl::feed() {
+void OXMediaReader::Impl::feed() {
   while (true) {
     const int read = av_read_frame(format.get(), packet.get());
     if (read == AVERROR_EOF) {
@@ -134,12 +134,12 @@ void OXVideoReader::Impl::feed() {
   }
 }
 
-double OXVideoReader::Impl::usualDuration() const {
+double OXMediaReader::Impl::usualDuration() const {
   const AVRational rate = av_guess_frame_rate(format.get(), stream, nullptr);
   return rate.num > 0 && rate.den > 0 ? av_q2d(av_inv_q(rate)) : 1 / kUsualFps;
 }
 
-void OXVideoReader::Impl::takeTimes() {
+void OXMediaReader::Impl::takeTimes() {
   const double lastEnd = started ? time + duration : 0;
   const double unit = av_q2d(stream->time_base);
   double now = lastEnd;
@@ -154,7 +154,7 @@ void OXVideoReader::Impl::takeTimes() {
   started = true;
 }
 
-const AVFrame* OXVideoReader::next() {
+const AVFrame* OXMediaReader::next() {
   while (true) {
     const int result = avcodec_receive_frame(fImpl->decoder.get(), fImpl->frame.get());
     if (result == 0) {
@@ -173,29 +173,29 @@ const AVFrame* OXVideoReader::next() {
   }
 }
 
-double OXVideoReader::time() const { return fImpl->time; }
+double OXMediaReader::time() const { return fImpl->time; }
 
-double OXVideoReader::frameDuration() const { return fImpl->duration; }
+double OXMediaReader::frameDuration() const { return fImpl->duration; }
 
-Orientation OXVideoReader::orientation() const {
+Orientation OXMediaReader::orientation() const {
   // A picture carries its own matrix, a video's stands with the stream.
   if (const AVFrameSideData* data =
           av_frame_get_side_data(fImpl->frame.get(), AV_FRAME_DATA_DISPLAYMATRIX))
     if (data->size >= 9 * sizeof(std::int32_t))
-      return orientationOf(reinterpret_cast<const std::int32_t*>(data->data));
+      return parseOrientation(reinterpret_cast<const std::int32_t*>(data->data));
   std::size_t size = 0;
   const std::uint8_t* data =
       av_stream_get_side_data(fImpl->stream, AV_PKT_DATA_DISPLAYMATRIX, &size);
   if (data && size >= 9 * sizeof(std::int32_t))
-    return orientationOf(reinterpret_cast<const std::int32_t*>(data));
+    return parseOrientation(reinterpret_cast<const std::int32_t*>(data));
   return {};
 }
 
-double OXVideoReader::duration() const {
+double OXMediaReader::duration() const {
   if (fImpl->format->duration <= 0 || fImpl->source == "test") return 0;
   return static_cast<double>(fImpl->format->duration) / AV_TIME_BASE;
 }
 
-std::int64_t OXVideoReader::damagedFrames() const { return fImpl->damaged; }
+std::int64_t OXMediaReader::damagedFrames() const { return fImpl->damaged; }
 
 }  // namespace OX::cli

@@ -5,7 +5,7 @@
 #include <memory>
 #include <string>
 
-#include "device/vocabulary.h"
+#include "media/framesize.h"
 
 struct AVFrame;
 
@@ -18,14 +18,14 @@ struct Orientation {
 };
 
 /// Reads with the FFmpeg libraries whatever they can read. One thread only.
-class OXVideoReader {
+class OXMediaReader {
  public:
   /// pSource: a file, a URL, or "test" for a moving test picture of pTestSize.
   /// Throws OXFailure that says why it can't be read.
-  OXVideoReader(const std::string& pSource, FrameSize pTestSize);
-  ~OXVideoReader();
-  OXVideoReader(const OXVideoReader&) = delete;
-  OXVideoReader& operator=(const OXVideoReader&) = delete;
+  OXMediaReader(const std::string& pSource, FrameSize pTestSize);
+  ~OXMediaReader();
+  OXMediaReader(const OXMediaReader&) = delete;
+  OXMediaReader& operator=(const OXMediaReader&) = delete;
 
   /// The next frame, valid until the next call; null at the end. Frames that can't be decoded are
   /// skipped and counted. Throws OXFailure when reading fails.

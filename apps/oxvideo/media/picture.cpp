@@ -87,7 +87,7 @@ struct PairLayout {
   int firstY, secondY, u, v;
 };
 
-void convertPairs(const ImageReply& pImage, const PairLayout& pLayout, unsigned char* pTarget) {
+void convertPairs(const CameraImage& pImage, const PairLayout& pLayout, unsigned char* pTarget) {
   const std::size_t pairs = pImage.sizeBytes() / 4;
   for (std::size_t i = 0; i < pairs; ++i) {
     const unsigned char* pair = pImage.pixels + 4 * i;
@@ -102,7 +102,7 @@ void convertPairs(const ImageReply& pImage, const PairLayout& pLayout, unsigned 
 
 }  // namespace
 
-Picture toPicture(const ImageReply& pImage) {
+Picture toPicture(const CameraImage& pImage) {
   const std::size_t pixels =
       static_cast<std::size_t>(pImage.width) * static_cast<std::size_t>(pImage.height);
   Picture picture{pImage.width, pImage.height, std::vector<unsigned char>(pixels * 3)};

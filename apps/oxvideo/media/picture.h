@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "device/imagereply.h"
+#include "media/cameraimage.h"
 
 namespace OX::cli {
 
@@ -28,7 +28,7 @@ struct Picture {
 /// | kH2RGB                | its bytes as blue, green, red: so hue 0 is red, as in the ones above |
 ///
 /// Throws OXFailure for a colour space that isn't one of the ten.
-Picture toPicture(const ImageReply& pImage);
+Picture toPicture(const CameraImage& pImage);
 
 /// A PNG file of 8 bits a channel. Throws OXFailure when it can't be made.
 std::string encodePng(const Picture& pPicture);

@@ -23,7 +23,7 @@ struct Pair {
   int firstY, secondY, u, v;
 };
 
-void fillPairs(const ImageReply& pImage, const Pair& pPair, AVFrame& pFrame) {
+void fillPairs(const CameraImage& pImage, const Pair& pPair, AVFrame& pFrame) {
   eachRow(pImage.pixels, pImage.width * 2, pImage.height, [&](const unsigned char* pRow, int pY) {
     unsigned char* y = rowOf(pFrame, 0, pY);
     unsigned char* u = rowOf(pFrame, 1, pY);
@@ -37,14 +37,14 @@ void fillPairs(const ImageReply& pImage, const Pair& pPair, AVFrame& pFrame) {
   });
 }
 
-void fillTriples(const ImageReply& pImage, AVFrame& pFrame) {
+void fillTriples(const CameraImage& pImage, AVFrame& pFrame) {
   eachRow(pImage.pixels, pImage.width * 3, pImage.height, [&](const unsigned char* pRow, int pY) {
     for (int x = 0; x < pImage.width; ++x)
       for (int plane = 0; plane < 3; ++plane) rowOf(pFrame, plane, pY)[x] = *pRow++;
   });
 }
 
-void fillGrey(const ImageReply& pImage, AVFrame& pFrame) {
+void fillGrey(const CameraImage& pImage, AVFrame& pFrame) {
   eachRow(pImage.pixels, pImage.width, pImage.height, [&](const unsigned char* pRow, int pY) {
     std::copy(pRow, pRow + pImage.width, rowOf(pFrame, 0, pY));
   });
@@ -97,7 +97,7 @@ FrameOwner newFrame(int pWidth, int pHeight, int pColorSpace) {
   return frame;
 }
 
-void fillFrame(const ImageReply& pImage, AVFrame& pFrame) {
+void fillFrame(const CameraImage& pImage, AVFrame& pFrame) {
   switch (pImage.colorSpace) {
     case kYUV422:
       return fillPairs(pImage, {0, 2, 1, 3}, pFrame);

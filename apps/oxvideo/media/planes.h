@@ -1,7 +1,7 @@
 /// Raw frames as frames of the FFmpeg libraries, byte for byte where there is a format for it.
 #pragma once
 
-#include "device/imagereply.h"
+#include "media/cameraimage.h"
 #include "media/ffmpeg.h"
 
 namespace OX::cli {
@@ -22,6 +22,6 @@ AVPixelFormat losslessFormat(int pColorSpace);
 FrameOwner newFrame(int pWidth, int pHeight, int pColorSpace);
 
 /// Writes the image's pixels into a frame of its size and format.
-void fillFrame(const ImageReply& pImage, AVFrame& pFrame);
+void fillFrame(const CameraImage& pImage, AVFrame& pFrame);
 
 }  // namespace OX::cli

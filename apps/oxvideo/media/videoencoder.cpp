@@ -26,9 +26,9 @@ struct CloseMuxer {
   }
 };
 
-AVCodecID codecOf(const EncoderWishes& pWishes, const AVOutputFormat& pFormat) {
-  if (pWishes.codec == "ffv1") return AV_CODEC_ID_FFV1;
-  if (pWishes.codec == "h264") return AV_CODEC_ID_H264;
+AVCodecID codecOf(const EncoderOptions& pOptions, const AVOutputFormat& pFormat) {
+  if (pOptions.codec == "ffv1") return AV_CODEC_ID_FFV1;
+  if (pOptions.codec == "h264") return AV_CODEC_ID_H264;
   return avformat_query_codec(&pFormat, AV_CODEC_ID_FFV1, FF_COMPLIANCE_NORMAL) == 1
              ? AV_CODEC_ID_FFV1
              : AV_CODEC_ID_H264;
@@ -37,7 +37,7 @@ AVCodecID codecOf(const EncoderWishes& pWishes, const AVOutputFormat& pFormat) {
 }  // namespace
 
 struct OXVideoEncoder::Impl {
-  EncoderWishes wishes;
+  EncoderOptions options;
   std::unique_ptr<AVFormatContext, CloseMuxer> muxer;
   DecoderOwner encoder;
   FrameOwner raw;      ///< the image as it is
@@ -53,7 +53,7 @@ struct OXVideoEncoder::Impl {
   int check(int pResult, const char* pWhat) const {
     if (pResult < 0)
       throw OXFailure(
-          fmt::format("{}: {}: {}", printable(wishes.path), pWhat, ffmpegError(pResult)));
+          fmt::format("{}: {}: {}", printable(options.path), pWhat, ffmpegError(pResult)));
     return pResult;
   }
   void openMuxer();
@@ -66,32 +66,32 @@ struct OXVideoEncoder::Impl {
 
 void OXVideoEncoder::Impl::openMuxer() {
   AVFormatContext* format = nullptr;
-  const std::string url = "file:" + wishes.path;
+  const std::string url = "file:" + options.path;
   const int result = avformat_alloc_output_context2(&format, nullptr, nullptr, url.c_str());
   if (result < 0 || !format)
     throw OXFailure(fmt::format("{}: no kind of video file has this ending; .mkv and .mp4 do",
-                                printable(wishes.path)));
+                                printable(options.path)));
   muxer.reset(format);
   // Kinds with a time of its own for each frame say the first; .mp4 and .mov only the second.
   if (!(format->oformat->flags & (AVFMT_VARIABLE_FPS | AVFMT_TS_NEGATIVE)))
     throw OXFailure(fmt::format("{}: a file of this kind can't keep time stamps; .mkv and .mp4 do",
-                                printable(wishes.path)));
+                                printable(options.path)));
 }
 
 void OXVideoEncoder::Impl::openEncoder(AVCodecID pCodec) {
   const AVCodec* codec = avcodec_find_encoder(pCodec);
   if (!codec || avformat_query_codec(muxer->oformat, pCodec, FF_COMPLIANCE_NORMAL) != 1)
-    throw OXFailure(fmt::format("{}: a file of this kind can't hold {}", printable(wishes.path),
+    throw OXFailure(fmt::format("{}: a file of this kind can't hold {}", printable(options.path),
                                 avcodec_get_name(pCodec)));
   encoder.reset(avcodec_alloc_context3(codec));
   stream = avformat_new_stream(muxer.get(), nullptr);
   if (!encoder || !stream || !packet) throw OXFailure("out of memory");
-  encoder->width = wishes.width;
-  encoder->height = wishes.height;
+  encoder->width = options.width;
+  encoder->height = options.height;
   encoder->pix_fmt =
-      pCodec == AV_CODEC_ID_FFV1 ? losslessFormat(wishes.colorSpace) : AV_PIX_FMT_YUV420P;
+      pCodec == AV_CODEC_ID_FFV1 ? losslessFormat(options.colorSpace) : AV_PIX_FMT_YUV420P;
   encoder->time_base = kMicroseconds;
-  encoder->framerate = wishes.fps > 0 ? av_d2q(wishes.fps, 1001000) : kUsualRate;
+  encoder->framerate = options.fps > 0 ? av_d2q(options.fps, 1001000) : kUsualRate;
   encoder->max_b_frames = 0;
   if (encoder->pix_fmt != AV_PIX_FMT_BGR0 && encoder->pix_fmt != AV_PIX_FMT_GRAY8) {
     encoder->colorspace = AVCOL_SPC_SMPTE170M;
@@ -107,17 +107,17 @@ void OXVideoEncoder::Impl::openEncoder(AVCodecID pCodec) {
 }
 
 void OXVideoEncoder::Impl::prepareScaler() {
-  raw = newFrame(wishes.width, wishes.height, wishes.colorSpace);
+  raw = newFrame(options.width, options.height, options.colorSpace);
   if (raw->format == encoder->pix_fmt) return;
   encoded.reset(av_frame_alloc());
   if (!encoded) throw OXFailure("out of memory");
   encoded->format = encoder->pix_fmt;
-  encoded->width = wishes.width;
-  encoded->height = wishes.height;
+  encoded->width = options.width;
+  encoded->height = options.height;
   check(av_frame_get_buffer(encoded.get(), 0), "no memory for a frame");
-  scaler.reset(sws_getContext(wishes.width, wishes.height, static_cast<AVPixelFormat>(raw->format),
-                              wishes.width, wishes.height, encoder->pix_fmt,
-                              SWS_BICUBIC | SWS_ACCURATE_RND, nullptr, nullptr, nullptr));
+  scaler.reset(sws_getContext(
+      options.width, options.height, static_cast<AVPixelFormat>(raw->format), options.width,
+      options.height, encoder->pix_fmt, SWS_BICUBIC | SWS_ACCURATE_RND, nullptr, nullptr, nullptr));
   if (!scaler) throw OXFailure("frames of this size can't be converted");
 }
 
@@ -125,22 +125,22 @@ void OXVideoEncoder::Impl::writeHeader() {
   check(avcodec_parameters_from_context(stream->codecpar, encoder.get()), "no parameters");
   stream->time_base = encoder->time_base;
   stream->avg_frame_rate = encoder->framerate;
-  const std::time_t start = wishes.startUs / 1'000'000;
+  const std::time_t start = options.startUs / 1'000'000;
   std::tm date{};
   if (start > 0 && ::gmtime_r(&start, &date))
     av_dict_set(
         &muxer->metadata, "creation_time",
-        fmt::format("{:%Y-%m-%dT%H:%M:%S}.{:06}Z", date, wishes.startUs % 1'000'000).c_str(), 0);
-  check(avio_open(&muxer->pb, ("file:" + wishes.path).c_str(), AVIO_FLAG_WRITE), "can't be made");
+        fmt::format("{:%Y-%m-%dT%H:%M:%S}.{:06}Z", date, options.startUs % 1'000'000).c_str(), 0);
+  check(avio_open(&muxer->pb, ("file:" + options.path).c_str(), AVIO_FLAG_WRITE), "can't be made");
   created = true;
   check(avformat_write_header(muxer.get(), nullptr), "can't be begun");
 }
 
-OXVideoEncoder::OXVideoEncoder(const EncoderWishes& pWishes) : fImpl(std::make_unique<Impl>()) {
+OXVideoEncoder::OXVideoEncoder(const EncoderOptions& pOptions) : fImpl(std::make_unique<Impl>()) {
   av_log_set_level(AV_LOG_FATAL);
-  fImpl->wishes = pWishes;
+  fImpl->options = pOptions;
   fImpl->openMuxer();
-  fImpl->openEncoder(codecOf(pWishes, *fImpl->muxer->oformat));
+  fImpl->openEncoder(codecOf(pOptions, *fImpl->muxer->oformat));
   fImpl->prepareScaler();
   fImpl->writeHeader();
 }
@@ -149,7 +149,7 @@ OXVideoEncoder::~OXVideoEncoder() {
   if (!fImpl->created || fImpl->finished) return;
   fImpl->muxer.reset();
   std::error_code ignored;
-  std::filesystem::remove(fImpl->wishes.path, ignored);
+  std::filesystem::remove(fImpl->options.path, ignored);
 }
 
 /// Stamps must rise by the container's unit, a millisecond in Matroska.
@@ -159,7 +159,7 @@ void OXVideoEncoder::Impl::writePacket() {
   if (tick != wanted) ++moved;
   lastTick = tick;
   packet->pts = packet->dts = tick;
-  packet->duration = av_rescale_q(wishes.usualIntervalUs, kMicroseconds, stream->time_base);
+  packet->duration = av_rescale_q(options.usualIntervalUs, kMicroseconds, stream->time_base);
   packet->stream_index = stream->index;
   check(av_interleaved_write_frame(muxer.get(), packet.get()), "can't be written");
 }
@@ -174,7 +174,7 @@ void OXVideoEncoder::Impl::drain(const AVFrame* pFrame) {
   }
 }
 
-void OXVideoEncoder::add(const ImageReply& pImage) {
+void OXVideoEncoder::add(const CameraImage& pImage) {
   Impl& impl = *fImpl;
   AVFrame* frame = impl.raw.get();
   impl.check(av_frame_make_writable(frame), "no memory for a frame");
@@ -185,7 +185,7 @@ void OXVideoEncoder::add(const ImageReply& pImage) {
               impl.encoded->linesize);
     frame = impl.encoded.get();
   }
-  frame->pts = stampDifference(pImage.timestampUs, impl.wishes.startUs);
+  frame->pts = stampDifference(pImage.timestampUs, impl.options.startUs);
   impl.drain(frame);
 }
 

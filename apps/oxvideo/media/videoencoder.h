@@ -5,11 +5,11 @@
 #include <memory>
 #include <string>
 
-#include "device/imagereply.h"
+#include "media/cameraimage.h"
 
 namespace OX::cli {
 
-struct EncoderWishes {
+struct EncoderOptions {
   std::string path;   ///< its ending says what kind of file it is
   std::string codec;  ///< "ffv1", "h264", or "" for what suits the ending
   int width = 0;
@@ -24,14 +24,14 @@ struct EncoderWishes {
 /// One thread only. Everything throws OXFailure with the file's name.
 class OXVideoEncoder {
  public:
-  explicit OXVideoEncoder(const EncoderWishes& pWishes);
+  explicit OXVideoEncoder(const EncoderOptions& pOptions);
   /// Takes a file away that was not finished.
   ~OXVideoEncoder();
   OXVideoEncoder(const OXVideoEncoder&) = delete;
   OXVideoEncoder& operator=(const OXVideoEncoder&) = delete;
 
   /// A frame of the size and colour space of the wishes.
-  void add(const ImageReply& pImage);
+  void add(const CameraImage& pImage);
   void finish();
 
   /// Frames whose stamps did not rise by at least the file's own unit and were moved behind the

@@ -26,13 +26,13 @@ bool isFolder(const std::string& pOutput) {
 
 /// Hands every readable image of the stream to pTake, with its number.
 template <typename Take>
-Export eachImage(OXRecording& pInput, int pStream, const std::function<void(int)>& pOnFrame,
-                 Take pTake) {
-  Export result;
+ExportResult forEachImage(OXRecordingFile& pInput, int pStream,
+                          const std::function<void(int)>& pOnFrame, Take pTake) {
+  ExportResult result;
   for (int i = 0; i < pInput.images(pStream); ++i) {
     if (OXInterrupt::requested()) throw OXInterrupted();
     pOnFrame(i);
-    const ImageReply image = pInput.image(i, pStream);
+    const CameraImage image = pInput.image(i, pStream);
     if (!image.pixels) {
       ++result.unreadable;
       continue;
@@ -43,31 +43,33 @@ Export eachImage(OXRecording& pInput, int pStream, const std::function<void(int)
   return result;
 }
 
-Export exportPictures(OXRecording& pInput, const ExportWishes& pWishes,
-                      const std::function<void(int)>& pOnFrame) {
+ExportResult exportPictures(OXRecordingFile& pInput, const ExportOptions& pOptions,
+                            const std::function<void(int)>& pOnFrame) {
   std::error_code error;
-  fs::create_directories(pWishes.output, error);
-  if (error) throw OXFailure(fmt::format("{}: {}", pWishes.output, error.message()));
+  fs::create_directories(pOptions.output, error);
+  if (error) throw OXFailure(fmt::format("{}: {}", pOptions.output, error.message()));
   OXOutput out(1);
-  return eachImage(pInput, pWishes.stream, pOnFrame, [&](const ImageReply& pImage, int pNumber) {
-    const std::string name = fmt::format("image-{:06}-{}.png", pNumber, pImage.timestampUs);
-    writeFile((fs::path(pWishes.output) / name).string(), encodePng(toPicture(pImage)), out);
-  });
+  return forEachImage(
+      pInput, pOptions.stream, pOnFrame, [&](const CameraImage& pImage, int pNumber) {
+        const std::string name = fmt::format("image-{:06}-{}.png", pNumber, pImage.timestampUs);
+        writeFile((fs::path(pOptions.output) / name).string(), encodePng(toPicture(pImage)), out);
+      });
 }
 
-Export exportVideo(OXRecording& pInput, const ExportWishes& pWishes,
-                   const std::function<void(int)>& pOnFrame) {
-  const StreamReport stream = reportOn(pInput).streams.at(static_cast<std::size_t>(pWishes.stream));
-  EncoderWishes wishes{pWishes.output, pWishes.codec};
-  wishes.width = stream.format.fWidth;
-  wishes.height = stream.format.fHeight;
-  wishes.colorSpace = stream.format.fColorSpace;
-  wishes.fps = stream.fps;
-  wishes.usualIntervalUs = stream.usualIntervalUs;
-  wishes.startUs = stream.firstUs;
-  OXVideoEncoder encoder(wishes);
-  Export result = eachImage(pInput, pWishes.stream, pOnFrame,
-                            [&](const ImageReply& pImage, int) { encoder.add(pImage); });
+ExportResult exportVideo(OXRecordingFile& pInput, const ExportOptions& pOptions,
+                         const std::function<void(int)>& pOnFrame) {
+  const StreamReport stream =
+      makeReport(pInput).streams.at(static_cast<std::size_t>(pOptions.stream));
+  EncoderOptions options{pOptions.output, pOptions.codec};
+  options.width = stream.format.fWidth;
+  options.height = stream.format.fHeight;
+  options.colorSpace = stream.format.fColorSpace;
+  options.fps = stream.fps;
+  options.usualIntervalUs = stream.usualIntervalUs;
+  options.startUs = stream.firstUs;
+  OXVideoEncoder encoder(options);
+  ExportResult result = forEachImage(pInput, pOptions.stream, pOnFrame,
+                                     [&](const CameraImage& pImage, int) { encoder.add(pImage); });
   encoder.finish();
   result.moved = encoder.moved();
   return result;
@@ -75,13 +77,13 @@ Export exportVideo(OXRecording& pInput, const ExportWishes& pWishes,
 
 }  // namespace
 
-Export exportRecording(OXRecording& pInput, const ExportWishes& pWishes,
-                       const std::function<void(int)>& pOnFrame) {
-  pInput.needStream(pWishes.stream);
-  if (pInput.images(pWishes.stream) == 0)
+ExportResult exportRecording(OXRecordingFile& pInput, const ExportOptions& pOptions,
+                             const std::function<void(int)>& pOnFrame) {
+  pInput.requireStream(pOptions.stream);
+  if (pInput.images(pOptions.stream) == 0)
     throw OXFailure(pInput.path() + ": the stream has no image");
-  return isFolder(pWishes.output) ? exportPictures(pInput, pWishes, pOnFrame)
-                                  : exportVideo(pInput, pWishes, pOnFrame);
+  return isFolder(pOptions.output) ? exportPictures(pInput, pOptions, pOnFrame)
+                                   : exportVideo(pInput, pOptions, pOnFrame);
 }
 
 }  // namespace OX::cli

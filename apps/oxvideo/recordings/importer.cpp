@@ -21,7 +21,7 @@ namespace {
 
 constexpr FrameSize kTestSize{640, 480};
 
-std::int64_t startOf(const std::string& pVideo) {
+std::int64_t startTime(const std::string& pVideo) {
   struct stat status {};
   if (::stat(pVideo.c_str(), &status) == 0)
     return std::int64_t{status.st_mtim.tv_sec} * 1'000'000 + status.st_mtim.tv_nsec / 1000;
@@ -31,15 +31,16 @@ std::int64_t startOf(const std::string& pVideo) {
 }
 
 /// The recording that is being made. Its destructor closes it, whatever ended the import.
-class Writer {
+class RecordingWriter {
  public:
-  Writer(const ImportWishes& pWishes, FrameSize pSize) : fStartUs(startOf(pWishes.video)) {
-    if (!fVideo.recordVideo(pWishes.output, 0, {{pSize.width, pSize.height, kYUV422, 8}}))
+  RecordingWriter(const ImportOptions& pOptions, FrameSize pSize)
+      : fStartUs(startTime(pOptions.video)) {
+    if (!fVideo.recordVideo(pOptions.output, 0, {{pSize.width, pSize.height, kYUV422, 8}}))
       throw OXFailure(fVideo.getLastError());
   }
-  ~Writer() { fVideo.closeVideo(); }
-  Writer(const Writer&) = delete;
-  Writer& operator=(const Writer&) = delete;
+  ~RecordingWriter() { fVideo.closeVideo(); }
+  RecordingWriter(const RecordingWriter&) = delete;
+  RecordingWriter& operator=(const RecordingWriter&) = delete;
 
   void write(const std::vector<unsigned char>& pRgb, double pSeconds) {
     packYuyv(pRgb, fPixels);
@@ -56,14 +57,14 @@ class Writer {
 
 using OnFrame = std::function<void(int, int)>;
 
-bool goesOn(int pDone, const ImportWishes& pWishes) {
+bool wantsMore(int pDone, const ImportOptions& pOptions) {
   if (OXInterrupt::requested()) throw OXInterrupted();
-  return pWishes.frames == 0 || pDone < pWishes.frames;
+  return pOptions.frames == 0 || pDone < pOptions.frames;
 }
 
-int expected(const ImportWishes& pWishes, double pFrames) {
+int expectedFrames(const ImportOptions& pOptions, double pFrames) {
   const int all = static_cast<int>(std::lround(std::min(pFrames, 1e9)));
-  return pWishes.frames > 0 && (all == 0 || pWishes.frames < all) ? pWishes.frames : all;
+  return pOptions.frames > 0 && (all == 0 || pOptions.frames < all) ? pOptions.frames : all;
 }
 
 FrameSize shownSize(const AVFrame& pFrame, Orientation pOrientation) {
@@ -71,21 +72,22 @@ FrameSize shownSize(const AVFrame& pFrame, Orientation pOrientation) {
   return {pFrame.width, pFrame.height};
 }
 
-FrameSize sizeOf(const ImportWishes& pWishes, const AVFrame* pFrame, Orientation pOrientation) {
-  if (!pFrame) throw OXFailure(pWishes.video + " holds no frame that can be decoded");
-  return pWishes.size.value_or(fittingSize(shownSize(*pFrame, pOrientation)));
+FrameSize recordingSize(const ImportOptions& pOptions, const AVFrame* pFrame,
+                        Orientation pOrientation) {
+  if (!pFrame) throw OXFailure(pOptions.video + " holds no frame that can be decoded");
+  return pOptions.size.value_or(fittingSize(shownSize(*pFrame, pOrientation)));
 }
 
 /// Every frame of the video at its own time.
-Import importAsItIs(const ImportWishes& pWishes, const OnFrame& pOnFrame) {
-  OXVideoReader reader(pWishes.video, pWishes.size.value_or(kTestSize));
+ImportResult importAsItIs(const ImportOptions& pOptions, const OnFrame& pOnFrame) {
+  OXMediaReader reader(pOptions.video, pOptions.size.value_or(kTestSize));
   const AVFrame* frame = reader.next();
-  Import result{0, 0, sizeOf(pWishes, frame, reader.orientation())};
-  Writer writer(pWishes, result.size);
+  ImportResult result{0, 0, recordingSize(pOptions, frame, reader.orientation())};
+  RecordingWriter writer(pOptions, result.size);
   OXFrameScaler scaler;
   std::vector<unsigned char> rgb;
-  const int all = expected(pWishes, reader.duration() / reader.frameDuration());
-  for (; frame && goesOn(result.frames, pWishes); frame = reader.next()) {
+  const int all = expectedFrames(pOptions, reader.duration() / reader.frameDuration());
+  for (; frame && wantsMore(result.frames, pOptions); frame = reader.next()) {
     scaler.render(*frame, reader.orientation(), result.size, Fit::kPad, rgb);
     writer.write(rgb, reader.time());
     pOnFrame(++result.frames, all);
@@ -95,23 +97,23 @@ Import importAsItIs(const ImportWishes& pWishes, const OnFrame& pOnFrame) {
 }
 
 /// What is shown at each beat of a steady rate.
-Import importAtRate(const ImportWishes& pWishes, const OnFrame& pOnFrame) {
-  FrameSize size = pWishes.size.value_or(kTestSize);
-  if (!pWishes.size) {
-    OXVideoReader first(pWishes.video, size);
+ImportResult importAtRate(const ImportOptions& pOptions, const OnFrame& pOnFrame) {
+  FrameSize size = pOptions.size.value_or(kTestSize);
+  if (!pOptions.size) {
+    OXMediaReader first(pOptions.video, size);
     const AVFrame* frame = first.next();
-    size = sizeOf(pWishes, frame, first.orientation());
+    size = recordingSize(pOptions, frame, first.orientation());
   }
-  OXFrameSource source(pWishes.video, size, false);
-  if (source.isEndless() && pWishes.frames == 0)
+  OXFrameSource source(pOptions.video, size, false);
+  if (source.isEndless() && pOptions.frames == 0)
     throw OXUsageError("this source never ends: say how much with --frames");
-  Writer writer(pWishes, size);
-  Import result{0, 0, size};
+  RecordingWriter writer(pOptions, size);
+  ImportResult result{0, 0, size};
   std::vector<unsigned char> rgb;
-  const int all = expected(pWishes, source.duration() * pWishes.fps);
-  while (goesOn(result.frames, pWishes) && source.advanceTo(result.frames / pWishes.fps)) {
+  const int all = expectedFrames(pOptions, source.duration() * pOptions.fps);
+  while (wantsMore(result.frames, pOptions) && source.advanceTo(result.frames / pOptions.fps)) {
     source.render(size, Fit::kPad, rgb);
-    writer.write(rgb, result.frames / pWishes.fps);
+    writer.write(rgb, result.frames / pOptions.fps);
     pOnFrame(++result.frames, all);
   }
   result.damaged = source.damagedFrames();
@@ -131,10 +133,10 @@ FrameSize fittingSize(FrameSize pVideo) {
   return best;
 }
 
-Import importVideo(const ImportWishes& pWishes, const OnFrame& pOnFrame) {
-  if (pWishes.video == "test" && pWishes.frames == 0)
+ImportResult importVideo(const ImportOptions& pOptions, const OnFrame& pOnFrame) {
+  if (pOptions.video == "test" && pOptions.frames == 0)
     throw OXUsageError("the test picture never ends: say how much with --frames");
-  return pWishes.fps > 0 ? importAtRate(pWishes, pOnFrame) : importAsItIs(pWishes, pOnFrame);
+  return pOptions.fps > 0 ? importAtRate(pOptions, pOnFrame) : importAsItIs(pOptions, pOnFrame);
 }
 
 }  // namespace OX::cli

@@ -6,11 +6,11 @@
 #include <optional>
 #include <string>
 
-#include "device/vocabulary.h"
+#include "media/framesize.h"
 
 namespace OX::cli {
 
-struct ImportWishes {
+struct ImportOptions {
   std::string video;  ///< a file, a picture, or "test" for a moving test picture
   std::string output;
   std::optional<FrameSize> size;  ///< unset: by fittingSize()
@@ -18,7 +18,7 @@ struct ImportWishes {
   int frames = 0;                 ///< at most; 0: all of them
 };
 
-struct Import {
+struct ImportResult {
   int frames = 0;
   std::int64_t damaged = 0;  ///< frames of the video that could not be decoded
   FrameSize size;
@@ -33,7 +33,7 @@ FrameSize fittingSize(FrameSize pVideo);
 /// pOnFrame gets the frames done and how many to expect, 0 when that isn't known.
 /// Throws OXFailure, OXUsageError for a source that never ends, OXInterrupted by a signal; a
 /// recording that was begun is then closed with the frames that it has.
-Import importVideo(const ImportWishes& pWishes,
-                   const std::function<void(int pDone, int pExpected)>& pOnFrame);
+ImportResult importVideo(const ImportOptions& pOptions,
+                         const std::function<void(int pDone, int pExpected)>& pOnFrame);
 
 }  // namespace OX::cli

@@ -10,23 +10,23 @@
 
 namespace OX::cli {
 
-OXRecording::OXRecording(const std::string& pPath) : fPath(pPath) {
+OXRecordingFile::OXRecordingFile(const std::string& pPath) : fPath(pPath) {
   if (!fVideo.readVideo(pPath)) throw OXFailure(fVideo.getLastError());
 }
 
-int OXRecording::allImages() const {
+int OXRecordingFile::allImages() const {
   int sum = 0;
   for (int stream = 0; stream < streams(); ++stream) sum += images(stream);
   return sum;
 }
 
-void OXRecording::needStream(int pStream) const {
+void OXRecordingFile::requireStream(int pStream) const {
   if (pStream < 0 || pStream >= streams())
     throw OXUsageError(fmt::format("{} has no stream {}, the last one is {}", printable(fPath),
                                    pStream, streams() - 1));
 }
 
-const std::vector<unsigned char>* OXRecording::bytes(int pIndex, int pStream) {
+const std::vector<unsigned char>* OXRecordingFile::bytes(int pIndex, int pStream) {
   if (!fVideo.readFrameBytes(pIndex, pStream, fBytes)) {
     fError = fVideo.getLastError();
     return nullptr;
@@ -39,8 +39,8 @@ const std::vector<unsigned char>* OXRecording::bytes(int pIndex, int pStream) {
   return nullptr;
 }
 
-ImageReply OXRecording::image(int pIndex, int pStream) {
-  ImageReply image;
+CameraImage OXRecordingFile::image(int pIndex, int pStream) {
+  CameraImage image;
   const OXVideoStream stream = fVideo.getStream(pStream);
   image.width = stream.fWidth;
   image.height = stream.fHeight;
@@ -54,7 +54,7 @@ ImageReply OXRecording::image(int pIndex, int pStream) {
   return image;
 }
 
-void needDifferentFiles(const std::string& pInput, const std::string& pOutput) {
+void requireDifferentFiles(const std::string& pInput, const std::string& pOutput) {
   std::error_code ignored;
   if (std::filesystem::equivalent(pInput, pOutput, ignored))
     throw OXUsageError("the output is the input: " + printable(pInput));

@@ -5,15 +5,15 @@
 #include <vector>
 
 #include <oxframework/oxvideo.h>
-#include "device/imagereply.h"
+#include "media/cameraimage.h"
 
 namespace OX::cli {
 
 /// One thread only.
-class OXRecording {
+class OXRecordingFile {
  public:
   /// Throws OXFailure that says why the file can't be read.
-  explicit OXRecording(const std::string& pPath);
+  explicit OXRecordingFile(const std::string& pPath);
 
   OXVideo& video() { return fVideo; }
   const OXVideo& video() const { return fVideo; }
@@ -24,14 +24,14 @@ class OXRecording {
   int images(int pStream) const { return fVideo.getStream(pStream).fNumberOfImages; }
   int allImages() const;
   /// Throws OXUsageError for a stream that the file doesn't have.
-  void needStream(int pStream) const;
+  void requireStream(int pStream) const;
 
   /// The frame's bytes, valid until the next call; null when it is damaged or has not the size that
   /// its stream's format asks for. error() then says why.
   const std::vector<unsigned char>* bytes(int pIndex, int pStream);
   /// The same as an image that can be shown; pixels is null where bytes() is. The pixels stay ours
   /// until the next call.
-  ImageReply image(int pIndex, int pStream);
+  CameraImage image(int pIndex, int pStream);
   const std::string& error() const { return fError; }
 
  private:
@@ -42,6 +42,6 @@ class OXRecording {
 };
 
 /// Throws OXUsageError when a verb would overwrite the file that it reads.
-void needDifferentFiles(const std::string& pInput, const std::string& pOutput);
+void requireDifferentFiles(const std::string& pInput, const std::string& pOutput);
 
 }  // namespace OX::cli

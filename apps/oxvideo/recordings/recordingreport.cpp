@@ -18,7 +18,7 @@ constexpr std::size_t kShownLines = 10;
 
 double seconds(std::int64_t pMicroseconds) { return static_cast<double>(pMicroseconds) / 1e6; }
 
-std::vector<std::int64_t> stampsOf(const OXVideo& pVideo, int pStream, int pCount) {
+std::vector<std::int64_t> timeStamps(const OXVideo& pVideo, int pStream, int pCount) {
   std::vector<std::int64_t> stamps;
   for (int i = 0; i < pCount; ++i) stamps.push_back(pVideo.getTimeStamp(i, pStream).value_or(0));
   return stamps;
@@ -31,7 +31,7 @@ std::int64_t median(std::vector<std::int64_t> pValues) {
   return *middle;
 }
 
-void judgeIntervals(const std::vector<std::int64_t>& pStamps, StreamReport& pReport) {
+void findGaps(const std::vector<std::int64_t>& pStamps, StreamReport& pReport) {
   std::vector<std::int64_t> intervals;
   for (std::size_t i = 1; i < pStamps.size(); ++i) {
     const std::int64_t interval = stampDifference(pStamps[i], pStamps[i - 1]);
@@ -50,16 +50,16 @@ void judgeIntervals(const std::vector<std::int64_t>& pStamps, StreamReport& pRep
   }
 }
 
-StreamReport reportOnStream(const OXVideo& pVideo, int pStream) {
+StreamReport makeStreamReport(const OXVideo& pVideo, int pStream) {
   StreamReport report;
   report.format = pVideo.getStream(pStream);
-  const auto stamps = stampsOf(pVideo, pStream, report.format.fNumberOfImages);
+  const auto stamps = timeStamps(pVideo, pStream, report.format.fNumberOfImages);
   if (stamps.empty()) return report;
   report.firstUs = stamps.front();
   report.lastUs = stamps.back();
   const std::int64_t length = stampDifference(report.lastUs, report.firstUs);
   if (length > 0) report.fps = static_cast<double>(stamps.size() - 1) / seconds(length);
-  judgeIntervals(stamps, report);
+  findGaps(stamps, report);
   std::set<int> cameras;
   for (int i = 0; i < report.format.fNumberOfImages; ++i)
     if (const auto frame = pVideo.getFrameInfo(i, pStream)) cameras.insert(frame->fCameraId);
@@ -67,7 +67,7 @@ StreamReport reportOnStream(const OXVideo& pVideo, int pStream) {
   return report;
 }
 
-std::string textOfStream(const StreamReport& pStream, std::size_t pNumber) {
+std::string streamText(const StreamReport& pStream, std::size_t pNumber) {
   std::vector<std::string> cameras;
   for (const int camera : pStream.cameras) cameras.push_back(std::to_string(camera));
   return fmt::format(
@@ -75,30 +75,29 @@ std::string textOfStream(const StreamReport& pStream, std::size_t pNumber) {
       pNumber, pStream.format.fWidth, pStream.format.fHeight,
       colorSpaceName(pStream.format.fColorSpace), pStream.format.fNumberOfImages,
       seconds(stampDifference(pStream.lastUs, pStream.firstUs)), pStream.fps,
-      seconds(pStream.usualIntervalUs) * 1000,
-      cameras.empty() ? "" : ", camera " + joined(cameras));
+      seconds(pStream.usualIntervalUs) * 1000, cameras.empty() ? "" : ", camera " + join(cameras));
 }
 
-std::string gapLines(const StreamReport& pStream, const OXPaint& pPaint) {
+std::string gapLines(const StreamReport& pStream, const OXTextStyle& pStyle) {
   std::string text;
   for (std::size_t i = 0; i < pStream.gaps.size() && i < kShownLines; ++i) {
     const RecordingGap& gap = pStream.gaps[i];
-    text += pPaint.yellow(fmt::format("  gap of {:.3f} s after image {}, about {} missing\n",
+    text += pStyle.yellow(fmt::format("  gap of {:.3f} s after image {}, about {} missing\n",
                                       seconds(gap.lengthUs), gap.afterImage, gap.missing));
   }
   if (pStream.gaps.size() > kShownLines)
     text += fmt::format("  and {} more gaps\n", pStream.gaps.size() - kShownLines);
   if (pStream.notRising > 0)
-    text += pPaint.yellow(
+    text += pStyle.yellow(
         fmt::format("  images that are not later than the one before: {}\n", pStream.notRising));
   return text;
 }
 
-std::string damageLines(const RecordingReport& pReport, const OXPaint& pPaint) {
+std::string damageLines(const RecordingReport& pReport, const OXTextStyle& pStyle) {
   std::string text;
   for (std::size_t i = 0; i < pReport.damage.size() && i < kShownLines; ++i) {
     const OXVideoDamage& damage = pReport.damage[i];
-    text += pPaint.red(fmt::format("damage at byte {}, {} bytes: {}\n", damage.fOffset,
+    text += pStyle.red(fmt::format("damage at byte {}, {} bytes: {}\n", damage.fOffset,
                                    damage.fBytes, damage.fText));
   }
   if (pReport.damage.size() > kShownLines)
@@ -106,7 +105,7 @@ std::string damageLines(const RecordingReport& pReport, const OXPaint& pPaint) {
   return text;
 }
 
-OXJson jsonOfStream(const StreamReport& pStream) {
+OXJson streamJson(const StreamReport& pStream) {
   OXJson gaps = OXJson::array();
   for (const RecordingGap& gap : pStream.gaps)
     gaps.append(
@@ -134,31 +133,31 @@ std::int64_t stampDifference(std::int64_t pTo, std::int64_t pFrom) {
   return __builtin_sub_overflow(pTo, pFrom, &result) ? 0 : result;
 }
 
-RecordingReport reportOn(const OXRecording& pRecording) {
+RecordingReport makeReport(const OXRecordingFile& pRecording) {
   RecordingReport report;
   report.path = pRecording.path();
   std::error_code ignored;
   report.sizeBytes = std::filesystem::file_size(report.path, ignored);
   report.indexed = pRecording.video().hasIndex();
   for (int stream = 0; stream < pRecording.streams(); ++stream)
-    report.streams.push_back(reportOnStream(pRecording.video(), stream));
+    report.streams.push_back(makeStreamReport(pRecording.video(), stream));
   report.damage = pRecording.video().getDamage();
   return report;
 }
 
-std::string textOf(const RecordingReport& pReport, const OXPaint& pPaint) {
+std::string reportText(const RecordingReport& pReport, const OXTextStyle& pStyle) {
   std::string text =
       fmt::format("{}: {} bytes, {}\n", printable(pReport.path), pReport.sizeBytes,
                   pReport.indexed ? "closed with an index"
                                   : "without a usable index (was its recorder cut short?)");
   for (std::size_t i = 0; i < pReport.streams.size(); ++i)
-    text += textOfStream(pReport.streams[i], i) + gapLines(pReport.streams[i], pPaint);
-  return text + damageLines(pReport, pPaint);
+    text += streamText(pReport.streams[i], i) + gapLines(pReport.streams[i], pStyle);
+  return text + damageLines(pReport, pStyle);
 }
 
-std::string jsonOf(const RecordingReport& pReport) {
+std::string reportJson(const RecordingReport& pReport) {
   OXJson streams = OXJson::array();
-  for (const StreamReport& stream : pReport.streams) streams.append(jsonOfStream(stream));
+  for (const StreamReport& stream : pReport.streams) streams.append(streamJson(stream));
   OXJson damage = OXJson::array();
   for (const OXVideoDamage& place : pReport.damage)
     damage.append({{"byte", place.fOffset}, {"bytes", place.fBytes}, {"text", place.fText}});

@@ -10,7 +10,7 @@
 
 namespace OX::cli {
 
-class OXRecording;
+class OXRecordingFile;
 
 /// A pause of more than one and a half usual intervals.
 struct RecordingGap {
@@ -38,13 +38,13 @@ struct RecordingReport {
   std::vector<OXVideoDamage> damage;
 };
 
-RecordingReport reportOn(const OXRecording& pRecording);
+RecordingReport makeReport(const OXRecordingFile& pRecording);
 
 /// A file may hold any stamps, also those whose difference has no room in 64 bits: then 0.
 std::int64_t stampDifference(std::int64_t pTo, std::int64_t pFrom);
 
 /// Lines for a person, and one line of JSON.
-std::string textOf(const RecordingReport& pReport, const OXPaint& pPaint);
-std::string jsonOf(const RecordingReport& pReport);
+std::string reportText(const RecordingReport& pReport, const OXTextStyle& pStyle);
+std::string reportJson(const RecordingReport& pReport);
 
 }  // namespace OX::cli

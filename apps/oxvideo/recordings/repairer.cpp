@@ -17,7 +17,7 @@ namespace {
 using Turn = std::vector<int>;
 
 /// The frames in the order in which they were recorded, turn by turn.
-std::map<std::int64_t, Turn> turnsOf(const OXRecording& pRecording) {
+std::map<std::int64_t, Turn> recordedTurns(const OXRecordingFile& pRecording) {
   const int streams = pRecording.streams();
   std::map<std::int64_t, Turn> turns;
   for (int stream = 0; stream < streams; ++stream)
@@ -36,7 +36,7 @@ std::map<std::int64_t, Turn> turnsOf(const OXRecording& pRecording) {
 }
 
 /// Bytes of a whole turn's frames and what belongs to them.
-struct Kept {
+struct FrameCopy {
   std::vector<unsigned char> bytes;
   std::int64_t timestampUs;
   std::int8_t camera;
@@ -44,10 +44,10 @@ struct Kept {
 };
 
 /// Frames of any size are kept: what they were recorded with is not for a repair to judge.
-bool readTurn(OXRecording& pInput, const Turn& pTurn, std::vector<Kept>& pFrames) {
+bool readTurn(OXRecordingFile& pInput, const Turn& pTurn, std::vector<FrameCopy>& pFrames) {
   pFrames.resize(pTurn.size());
   for (std::size_t stream = 0; stream < pTurn.size(); ++stream) {
-    Kept& frame = pFrames[stream];
+    FrameCopy& frame = pFrames[stream];
     const int number = static_cast<int>(stream);
     const auto place = pInput.video().getFrameInfo(pTurn[stream], number);
     if (!place || !pInput.video().readFrameBytes(pTurn[stream], number, frame.bytes)) return false;
@@ -58,8 +58,8 @@ bool readTurn(OXRecording& pInput, const Turn& pTurn, std::vector<Kept>& pFrames
   return true;
 }
 
-void writeTurn(OXVideo& pOutput, const std::vector<Kept>& pFrames) {
-  for (const Kept& frame : pFrames)
+void writeTurn(OXVideo& pOutput, const std::vector<FrameCopy>& pFrames) {
+  for (const FrameCopy& frame : pFrames)
     if (!pOutput.write(frame.bytes.data(), static_cast<int>(frame.bytes.size()), frame.timestampUs,
                        frame.camera, frame.angles[0], frame.angles[1], frame.angles[2],
                        frame.angles[3]))
@@ -67,7 +67,7 @@ void writeTurn(OXVideo& pOutput, const std::vector<Kept>& pFrames) {
 }
 
 /// Frames that were written up to the last one that is found; their numbers tell.
-int writtenFrames(const OXRecording& pRecording) {
+int writtenFrames(const OXRecordingFile& pRecording) {
   std::int64_t written = 0;
   for (int stream = 0; stream < pRecording.streams(); ++stream)
     if (const auto last = pRecording.video().getFrameInfo(pRecording.images(stream) - 1, stream))
@@ -77,14 +77,14 @@ int writtenFrames(const OXRecording& pRecording) {
 
 }  // namespace
 
-Repair repair(OXRecording& pInput, const std::string& pOutput,
-              const std::function<void(int)>& pOnFrame) {
+RepairResult repair(OXRecordingFile& pInput, const std::string& pOutput,
+                    const std::function<void(int)>& pOnFrame) {
   OXVideo output;
   if (!output.recordVideo(pOutput, pInput.video().getPeriod(), pInput.video().getStreamHeaders()))
     throw OXFailure(output.getLastError());
-  Repair result;
-  std::vector<Kept> frames;
-  for (const auto& [number, turn] : turnsOf(pInput)) {
+  RepairResult result;
+  std::vector<FrameCopy> frames;
+  for (const auto& [number, turn] : recordedTurns(pInput)) {
     pOnFrame(result.kept);
     if (!readTurn(pInput, turn, frames)) continue;
     writeTurn(output, frames);

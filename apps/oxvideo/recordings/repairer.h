@@ -6,9 +6,9 @@
 
 namespace OX::cli {
 
-class OXRecording;
+class OXRecordingFile;
 
-struct Repair {
+struct RepairResult {
   int kept = 0;
   int lost = 0;  ///< frames that are gone, can't be read, or whose turn is incomplete
 };
@@ -16,7 +16,7 @@ struct Repair {
 /// Writes a recording of all frames that stand, with stamps, cameras and angles, and an index. With
 /// several streams a turn is kept whole or not at all, since a frame's stream is its place in its
 /// turn. Throws OXFailure when pOutput can't be written.
-Repair repair(OXRecording& pInput, const std::string& pOutput,
-              const std::function<void(int pDone)>& pOnFrame);
+RepairResult repair(OXRecordingFile& pInput, const std::string& pOutput,
+                    const std::function<void(int pDone)>& pOnFrame);
 
 }  // namespace OX::cli

@@ -7,19 +7,19 @@
 
 namespace OX::cli {
 
-Verdict verify(OXRecording& pRecording, const std::function<void(int)>& pOnFrame) {
-  Verdict verdict;
+VerifyResult verify(OXRecordingFile& pRecording, const std::function<void(int)>& pOnFrame) {
+  VerifyResult result;
   for (const OXVideoDamage& damage : pRecording.video().getDamage())
-    verdict.faults.push_back(fmt::format("{}: at byte {}: {} ({} bytes)", pRecording.path(),
-                                         damage.fOffset, damage.fText, damage.fBytes));
+    result.faults.push_back(fmt::format("{}: at byte {}: {} ({} bytes)", pRecording.path(),
+                                        damage.fOffset, damage.fText, damage.fBytes));
   for (int stream = 0; stream < pRecording.streams(); ++stream)
     for (int i = 0; i < pRecording.images(stream); ++i) {
-      pOnFrame(verdict.frames++);
+      pOnFrame(result.frames++);
       if (!pRecording.bytes(i, stream))
-        verdict.faults.push_back(
+        result.faults.push_back(
             fmt::format("{} (image {} of stream {})", pRecording.error(), i, stream));
     }
-  return verdict;
+  return result;
 }
 
 }  // namespace OX::cli

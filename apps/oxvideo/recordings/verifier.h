@@ -7,15 +7,15 @@
 
 namespace OX::cli {
 
-class OXRecording;
+class OXRecordingFile;
 
-struct Verdict {
+struct VerifyResult {
   int frames = 0;                   ///< that were looked at
   std::vector<std::string> faults;  ///< frames that can't be read and places that opening found
 };
 
 /// Reads every frame and compares its checksum. pOnFrame is called before each one with how many
 /// are done.
-Verdict verify(OXRecording& pRecording, const std::function<void(int pDone)>& pOnFrame);
+VerifyResult verify(OXRecordingFile& pRecording, const std::function<void(int pDone)>& pOnFrame);
 
 }  // namespace OX::cli

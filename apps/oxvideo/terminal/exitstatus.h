@@ -8,10 +8,10 @@ namespace OX::cli {
 
 /// Exit statuses. A verb that a signal cut short ends with 128 + the signal's number (130 for
 /// SIGINT); one that runs until it is stopped ends with kDone or kDoneWithLosses then.
-enum Status : int {
+enum ExitStatus : int {
   kDone = 0,
   kFailed = 1,
-  kWrongUse = 2,
+  kUsageError = 2,
   kDoneWithLosses = 3,  ///< the work is done, but frames were dropped or missing on the way
 };
 

@@ -30,7 +30,7 @@ void OXOutput::line(std::string_view pText) {
   write(whole);
 }
 
-void OXOutput::offer(std::string_view pBytes) noexcept {
+void OXOutput::tryWrite(std::string_view pBytes) noexcept {
   try {
     write(pBytes);
   } catch (const std::exception&) {

@@ -23,9 +23,9 @@ class OXOutput {
   /// The text and a line end.
   void line(std::string_view pText);
   /// For what nobody must see: a failure is nobody's concern.
-  void offer(std::string_view pBytes) noexcept;
+  void tryWrite(std::string_view pBytes) noexcept;
   /// The same with a line end.
-  void note(std::string_view pText) { offer(std::string(pText) + '\n'); }
+  void tryLine(std::string_view pText) { tryWrite(std::string(pText) + '\n'); }
 
   bool isTerminal() const;
   /// Columns of the terminal; 80 where there is none.

@@ -16,7 +16,7 @@ OXProgress::OXProgress(OXOutput& pOutput, std::string pLabel, std::int64_t pTota
       fNext(std::chrono::steady_clock::now()) {}
 
 OXProgress::~OXProgress() {
-  if (fDrawn) fOutput.offer("\r\x1b[K");
+  if (fDrawn) fOutput.tryWrite("\r\x1b[K");
 }
 
 void OXProgress::update(std::int64_t pDone, const std::string& pRemark) {
@@ -24,7 +24,7 @@ void OXProgress::update(std::int64_t pDone, const std::string& pRemark) {
   if (!fEnabled || now < fNext) return;
   fNext = now + std::chrono::milliseconds(100);
   fDrawn = true;
-  fOutput.offer("\r" + render(fLabel, pDone, fTotal, pRemark, fOutput.columns()) + "\x1b[K");
+  fOutput.tryWrite("\r" + render(fLabel, pDone, fTotal, pRemark, fOutput.columns()) + "\x1b[K");
 }
 
 std::string OXProgress::render(const std::string& pLabel, std::int64_t pDone, std::int64_t pTotal,

@@ -55,11 +55,11 @@ std::string printable(std::string_view pText) {
   return result;
 }
 
-std::string joined(const std::vector<std::string>& pWords) {
+std::string join(const std::vector<std::string>& pWords) {
   return fmt::format("{}", fmt::join(pWords, ", "));
 }
 
-std::string indented(std::string_view pText, int pBlanks) {
+std::string indentLines(std::string_view pText, int pBlanks) {
   std::string result;
   while (!pText.empty() && (pText.back() == '\n' || pText.back() == ' ')) pText.remove_suffix(1);
   while (!pText.empty()) {
@@ -83,7 +83,7 @@ bool wantsColor(std::string_view pMode, bool pIsTerminal) {
   return !(noColor && *noColor) && !(term && std::string_view(term) == "dumb");
 }
 
-std::string OXPaint::xWrap(const char* pCode, std::string_view pText) const {
+std::string OXTextStyle::xWrap(const char* pCode, std::string_view pText) const {
   if (!fEnabled) return std::string(pText);
   return fmt::format("\x1b[{}m{}\x1b[0m", pCode, pText);
 }
@@ -93,7 +93,7 @@ void OXTable::addRow(std::vector<std::string> pCells) {
   fRows.push_back(std::move(pCells));
 }
 
-std::string OXTable::text(const OXPaint& pPaint) const {
+std::string OXTable::text(const OXTextStyle& pStyle) const {
   std::vector<std::size_t> widths;
   for (std::size_t column = 0; column < fHeadings.size(); ++column) {
     std::size_t width = displayWidth(fHeadings[column]);
@@ -105,7 +105,7 @@ std::string OXTable::text(const OXPaint& pPaint) const {
     for (std::size_t column = 0; column < pCells.size(); ++column) {
       const bool isLast = column + 1 == pCells.size();
       const std::size_t blanks = isLast ? 0 : widths[column] - displayWidth(pCells[column]) + 2;
-      result += pIsHeading ? pPaint.bold(pCells[column]) : pCells[column];
+      result += pIsHeading ? pStyle.bold(pCells[column]) : pCells[column];
       result += std::string(blanks, ' ');
     }
     result += '\n';

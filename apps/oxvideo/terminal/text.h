@@ -12,19 +12,19 @@ namespace OX::cli {
 std::string printable(std::string_view pText);
 
 /// The words with a comma and a blank between them.
-std::string joined(const std::vector<std::string>& pWords);
+std::string join(const std::vector<std::string>& pWords);
 
 /// pText with every line but the empty ones moved right; blanks at its ends go.
-std::string indented(std::string_view pText, int pBlanks);
+std::string indentLines(std::string_view pText, int pBlanks);
 
 /// When --color says what: "always", "never", or "auto", which means a terminal that shows colours
 /// (neither NO_COLOR nor TERM=dumb in the environment).
 bool wantsColor(std::string_view pMode, bool pIsTerminal);
 
 /// Wraps texts in terminal colours, or leaves them alone.
-class OXPaint {
+class OXTextStyle {
  public:
-  explicit OXPaint(bool pEnabled = false) : fEnabled(pEnabled) {}
+  explicit OXTextStyle(bool pEnabled = false) : fEnabled(pEnabled) {}
   std::string bold(std::string_view pText) const { return xWrap("1", pText); }
   std::string dim(std::string_view pText) const { return xWrap("2", pText); }
   std::string red(std::string_view pText) const { return xWrap("31", pText); }
@@ -43,7 +43,7 @@ class OXTable {
   /// Takes as many cells as there are headings; missing ones are empty, surplus ones are dropped.
   void addRow(std::vector<std::string> pCells);
   /// Lines with line ends; headings in bold.
-  std::string text(const OXPaint& pPaint) const;
+  std::string text(const OXTextStyle& pStyle) const;
 
  private:
   std::vector<std::string> fHeadings;

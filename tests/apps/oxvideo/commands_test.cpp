@@ -40,13 +40,13 @@ class Captured {
   OXOutput output;
 };
 
-struct Ran {
+struct RunResult {
   int status;
   std::string out;
   std::string err;
 };
 
-Ran run(const std::vector<std::string>& pArguments) {
+RunResult run(const std::vector<std::string>& pArguments) {
   Captured out, err;
   const int status = runProgram(pArguments, out.output, err.output);
   return {status, out.text(), err.text()};
@@ -56,7 +56,7 @@ class Verbs : public ::testing::Test {
  protected:
   explicit Verbs(bool pIsFileCamera = false) : fFake(pIsFileCamera) {}
 
-  Ran run(std::vector<std::string> pArguments) {
+  RunResult run(std::vector<std::string> pArguments) {
     pArguments.insert(pArguments.begin(), {"--broker", fFake.address});
     return test::run(pArguments);
   }
@@ -86,7 +86,7 @@ class FileCameraVerbs : public Verbs {
   FileCameraVerbs() : Verbs(true) {}
 };
 
-TEST(WrongUse, IsSaidWithoutABroker) {
+TEST(UsageErrors, IsSaidWithoutABroker) {
   const struct {
     std::vector<std::string> arguments;
     const char* said;
@@ -120,19 +120,19 @@ TEST(WrongUse, IsSaidWithoutABroker) {
       {{"--color", "sometimes", "cameras"}, "--color"},
   };
   for (const auto& row : rows) {
-    const Ran ran = run(row.arguments);
+    const RunResult ran = run(row.arguments);
     const std::string line = ::testing::PrintToString(row.arguments);
-    EXPECT_EQ(ran.status, kWrongUse) << line;
+    EXPECT_EQ(ran.status, kUsageError) << line;
     EXPECT_THAT(ran.err, HasSubstr(row.said)) << line;
     EXPECT_EQ(ran.out, "") << line;
   }
 }
 
-TEST(WrongUse, HelpOfEveryVerbShowsAnExample) {
+TEST(UsageErrors, HelpOfEveryVerbShowsAnExample) {
   for (const char* verb :
        {"modules", "methods", "call", "cameras", "push", "snapshot", "watch", "get", "set", "multi",
         "angles", "record", "play", "next", "previous", "speed", "position"}) {
-    const Ran ran = run({verb, "--help"});
+    const RunResult ran = run({verb, "--help"});
     EXPECT_EQ(ran.status, kDone) << verb;
     EXPECT_THAT(ran.out, HasSubstr("Example:\n  oxvideo " + std::string(verb))) << verb;
   }
@@ -141,7 +141,7 @@ TEST(WrongUse, HelpOfEveryVerbShowsAnExample) {
 TEST(NoBroker, TheAddressAndAWayOutAreNamed) {
   const ScratchFolder folder;
   const std::string address = "unix:" + folder.file("nobody");
-  const Ran ran = run({"cameras", "--broker", address});
+  const RunResult ran = run({"cameras", "--broker", address});
   EXPECT_EQ(ran.status, kFailed);
   EXPECT_THAT(ran.err, HasSubstr("no broker at " + address));
   EXPECT_THAT(ran.err, HasSubstr("oxbroker --load libvideoinput.so --listen " + address));
@@ -149,14 +149,14 @@ TEST(NoBroker, TheAddressAndAWayOutAreNamed) {
 
 TEST_F(Verbs, CallHandsOverJsonAndShowsTheResult) {
   device().answer("echo", [](const OXValue& p) { return p; });
-  const Ran ran =
+  const RunResult ran =
       run({"call", "OXVideoDevice", "echo", "[1,[2.5]]", "-3", "word", "watch", "--flag", "null"});
   EXPECT_EQ(ran.status, kDone) << ran.err;
   EXPECT_EQ(ran.out, "[[1,[2.5]],-3,\"word\",\"watch\",\"--flag\",null]\n");
 
   device().answer("getImageRemote", [](const OXValue&) { return imageReply(1); });
   const std::string file = fFake.folder.file("pixels");
-  const Ran image = run({"call", "OXVideoDevice", "getImageRemote", "me", "--output", file});
+  const RunResult image = run({"call", "OXVideoDevice", "getImageRemote", "me", "--output", file});
   EXPECT_THAT(image.out, HasSubstr("{\"binary\":57600}"));
   EXPECT_EQ(std::filesystem::file_size(file), 57600u);
   EXPECT_EQ(run({"call", "OXVideoDevice", "echo", "-o", file}).status, kFailed) << "no binary";
@@ -164,7 +164,7 @@ TEST_F(Verbs, CallHandsOverJsonAndShowsTheResult) {
   device().answer("refuse", [](const OXValue&) -> OXValue {
     throw OXError("Camera", "refuse()", "max is \x01", "", 0);
   });
-  const Ran refused = run({"call", "OXVideoDevice", "refuse"});
+  const RunResult refused = run({"call", "OXVideoDevice", "refuse"});
   EXPECT_EQ(refused.status, kFailed);
   EXPECT_THAT(refused.err, HasSubstr("max is \\x01")) << "made safe for a terminal";
 }
@@ -209,7 +209,7 @@ TEST_F(Verbs, SnapshotLeavesNothingBehindWhateverComes) {
   for (const auto& row : rows) {
     device().answer("getResolution", [](const OXValue&) { return 0; });
     device().answer("getImageRemote", [&row](const OXValue&) { return row.reply; });
-    const Ran ran = run({"snapshot", "-o", file, "--timeout", "0"});
+    const RunResult ran = run({"snapshot", "-o", file, "--timeout", "0"});
     EXPECT_EQ(ran.status, row.status) << row.said;
     EXPECT_THAT(ran.err, HasSubstr(row.said));
     EXPECT_EQ(std::filesystem::remove(file), row.status == kDone) << row.said;
@@ -220,7 +220,7 @@ TEST_F(Verbs, SnapshotLeavesNothingBehindWhateverComes) {
   // A link, so that no device is at risk.
   const std::string link = fFake.folder.file("full");
   std::filesystem::create_symlink("/dev/full", link);
-  const Ran full = run({"snapshot", "-o", link});
+  const RunResult full = run({"snapshot", "-o", link});
   EXPECT_EQ(full.status, kFailed);
   EXPECT_THAT(full.err, HasSubstr("can't write " + link));
   EXPECT_TRUE(std::filesystem::is_symlink(link)) << "what isn't a file of ours stays";
@@ -246,7 +246,7 @@ TEST_F(Verbs, WatchCountsEachFrameOnce) {
     const int request = asked++;
     return request % 10 == 9 ? OXValue() : imageReply(1 + request / 3);
   });
-  const Ran ran = run({"watch", "--frames", "5", "--json"});
+  const RunResult ran = run({"watch", "--frames", "5", "--json"});
   EXPECT_EQ(ran.status, kDoneWithLosses) << ran.err;
   EXPECT_THAT(ran.out, HasSubstr("\"frames\":5,"));
   EXPECT_THAT(ran.out, HasSubstr("\"requests\":13,"));
@@ -279,7 +279,7 @@ TEST_F(Verbs, PushFeedsWhatIsExpected) {
   device().answer("getExpectedImageParameters",
                   [](const OXValue&) { return OXValue::array(OXValue::array(160, 120), 100); });
   device().answer("putImage", [](const OXValue& p) { return p[3].getSize() == 160 * 120 * 3; });
-  const Ran ran = run({"push", "test", "--camera", "1", "--camera", "0", "--frames", "3"});
+  const RunResult ran = run({"push", "test", "--camera", "1", "--camera", "0", "--frames", "3"});
   EXPECT_TRUE(ran.status == kDone || ran.status == kDoneWithLosses) << ran.status << ran.err;
   EXPECT_THAT(ran.err, HasSubstr("camera 1: 3 frames pushed"));
   EXPECT_EQ(callsOf("putImage").size(), 6u);
@@ -296,7 +296,7 @@ TEST_F(Verbs, PushFeedsWhatIsExpected) {
   EXPECT_EQ(callsOf("putImage").back(), "putImage[0,320,240,{\"binary\":230400}]");
 
   device().answer("putImage", [](const OXValue&) { return false; });
-  const Ran refused = run({"push", "test", "--camera", "0"});
+  const RunResult refused = run({"push", "test", "--camera", "0"});
   EXPECT_EQ(refused.status, kFailed);
   EXPECT_THAT(refused.err, HasSubstr("refused a frame of 320x240"));
 
@@ -343,17 +343,17 @@ TEST_F(Verbs, GetAndSetReachTheRightOperation) {
       {{"set", "fps", "default", "--subscriber", "s"},
        "setCameraParameterToDefault[\"s\",15]",
        kDone},
-      {{"set", "fps", "default", "--camera", "0"}, "", kWrongUse},
+      {{"set", "fps", "default", "--camera", "0"}, "", kUsageError},
   };
   for (const auto& row : rows) {
     const std::size_t before = device().calls().size();
-    const Ran ran = run(row.arguments);
+    const RunResult ran = run(row.arguments);
     const auto calls = device().calls();
     const std::string line = ::testing::PrintToString(row.arguments);
     EXPECT_EQ(ran.status, row.status) << line << ran.err;
     const auto added =
         std::vector<std::string>(calls.begin() + static_cast<std::ptrdiff_t>(before), calls.end());
-    if (row.status != kWrongUse) {
+    if (row.status != kUsageError) {
       EXPECT_THAT(added, ::testing::Contains(row.call)) << line;
     }
   }
@@ -370,8 +370,8 @@ TEST_F(Verbs, MultiWritesAFileForEachCameraAndCountsTheMissing) {
   device().answer("getImagesRemote", [=](const OXValue&) {
     return OXValue::array(image, OXValue(OXValue::Array()), pixels);
   });
-  const Ran ran = run({"multi", "-o", fFake.folder.file("now.png"), "--camera", "1", "--camera",
-                       "0", "--colorspace", "kRGB", "--colorspace", "kHSY"});
+  const RunResult ran = run({"multi", "-o", fFake.folder.file("now.png"), "--camera", "1",
+                             "--camera", "0", "--colorspace", "kRGB", "--colorspace", "kHSY"});
   EXPECT_EQ(ran.status, kDoneWithLosses) << ran.err;
   EXPECT_EQ(ran.out, fFake.folder.file("now-1.png") + "\n");
   EXPECT_TRUE(std::filesystem::exists(fFake.folder.file("now-1.png")));
@@ -383,7 +383,7 @@ TEST_F(Verbs, MultiWritesAFileForEachCameraAndCountsTheMissing) {
   EXPECT_EQ(
       run({"multi", "-o", "x.png", "--camera", "0", "--colorspace", "kHSY", "--colorspace", "kRGB"})
           .status,
-      kWrongUse);
+      kUsageError);
 }
 
 TEST_F(Verbs, AnglesGoThereAndBackInBothUnits) {
@@ -409,7 +409,7 @@ TEST_F(Verbs, RecordAsksOnceForEachNewFrame) {
                   [&clock](const OXValue&) { return imageReply(1 + clock++ / 3, kYuv); });
   device().answer("getDirectRawImageRemote",
                   [&clock](const OXValue&) { return imageReply(1 + clock / 3, kYUV422); });
-  const Ran ran =
+  const RunResult ran =
       run({"record", "some/out.oxv", "--camera", "0", "--frames", "4", "--period", "2"});
   EXPECT_EQ(ran.status, kDone) << ran.err;
   EXPECT_EQ(callsOf("getDirectRawImageRemote").size(), 8u);
@@ -430,7 +430,7 @@ TEST_F(Verbs, RecordAsksOnceForEachNewFrame) {
 
 TEST_F(Verbs, ReplayNeedsAFileCamera) {
   for (const char* verb : {"next", "position"}) {
-    const Ran ran = run({verb});
+    const RunResult ran = run({verb});
     EXPECT_EQ(ran.status, kFailed);
     EXPECT_THAT(ran.err, HasSubstr("FileCam"));
   }

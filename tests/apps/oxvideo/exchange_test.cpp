@@ -33,7 +33,7 @@ class Exchange : public ::testing::Test {
 
 /// Milliseconds of each frame of a video, from its first.
 std::vector<long> timesOf(const std::string& pVideo) {
-  cli::OXVideoReader reader(pVideo, {640, 480});
+  cli::OXMediaReader reader(pVideo, {640, 480});
   std::vector<long> times;
   while (reader.next()) times.push_back(std::lround(reader.time() * 1000));
   return times;
@@ -77,7 +77,7 @@ TEST_F(Exchange, ffv1KeepsEveryByte) {
     record(fPath, {{int(kWidth), 4, row.colorSpace, 8}}, steady(3, 40'000));
     const std::string video = fFolder.file("a.mkv");
     ASSERT_THAT(run({"export", fPath, video}), StartsWith("0 "));
-    cli::OXVideoReader reader(video, {640, 480});
+    cli::OXMediaReader reader(video, {640, 480});
     for (unsigned number = 0; number < 3; ++number) {
       const AVFrame* frame = reader.next();
       ASSERT_NE(frame, nullptr);
@@ -124,7 +124,7 @@ TEST_F(Exchange, looksAlikeInH264) {
   ASSERT_THAT(run({"export", "--codec", "h264", fPath, video}), StartsWith("0 "));
   const std::string back = fFolder.file("b.oxv");
   ASSERT_THAT(run({"import", video, back}), StartsWith("0 "));
-  cli::OXRecording before(fPath), after(back);
+  cli::OXRecordingFile before(fPath), after(back);
   ASSERT_EQ(after.images(0), 10);
   for (int i = 0; i < 10; ++i) {
     const auto one = cli::toPicture(before.image(i, 0)), two = cli::toPicture(after.image(i, 0));
@@ -140,7 +140,7 @@ TEST_F(Exchange, exportsPicturesWithTheirStamps) {
   EXPECT_THAT(run({"export", fPath, folder}), StartsWith("0 "));
   for (const char* name :
        {"image-000000-5.png", "image-000001-1700000000000001.png", "image-000002--3.png"}) {
-    cli::OXVideoReader reader(folder + "/" + name, {640, 480});
+    cli::OXMediaReader reader(folder + "/" + name, {640, 480});
     const AVFrame* frame = reader.next();
     ASSERT_NE(frame, nullptr) << name;
     EXPECT_EQ(frame->width, 16) << name;
@@ -188,7 +188,7 @@ TEST_F(Exchange, importsEveryFrameAtItsTimeOrAtABeat) {
   const std::string video = fFolder.file("clip.mkv");
   ASSERT_TRUE(writeVideo(video, clip));
   struct Case {
-    std::vector<std::string> wishes;
+    std::vector<std::string> options;
     int images, width;
     long lastMs;
   };
@@ -196,9 +196,9 @@ TEST_F(Exchange, importsEveryFrameAtItsTimeOrAtABeat) {
                           Case{{"--size", "160x120", "--fps", "20"}, 40, 160, 1950},
                           Case{{"--frames", "7"}, 7, 320, 600}}) {
     std::vector<std::string> arguments{"import", video, fPath};
-    arguments.insert(arguments.end(), row.wishes.begin(), row.wishes.end());
+    arguments.insert(arguments.end(), row.options.begin(), row.options.end());
     ASSERT_THAT(run(arguments), StartsWith("0 "));
-    cli::OXRecording recording(fPath);
+    cli::OXRecordingFile recording(fPath);
     const auto stream = recording.video().getStream(0);
     EXPECT_EQ(stream.fColorSpace, kYUV422);
     EXPECT_EQ(stream.fWidth, row.width);
@@ -230,7 +230,7 @@ TEST(PackYuyv, isTheReverseOfWhatTheDeviceShows) {
       rgb[pixel + 2] = static_cast<unsigned char>(color / 324 * 15);
     }
     cli::packYuyv(rgb, yuyv);
-    cli::ImageReply image;
+    cli::CameraImage image;
     image.width = 2;
     image.height = 1;
     image.layers = 2;

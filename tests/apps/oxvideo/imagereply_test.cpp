@@ -29,7 +29,7 @@ OXValue with(OXValue pReply, int pIndex, OXValue pElement) {
 
 const OXValue kNoPixels = OXValue(OXValue::Array());
 
-TEST(ImageReply, GoodOnesAreTakenApart) {
+TEST(CameraImage, GoodOnesAreTakenApart) {
   const auto image = parseImageReply(reply(4, 2, 3, kRGB, binary(24, 'p')));
   ASSERT_TRUE(image);
   EXPECT_EQ(image->width, 4);
@@ -40,7 +40,7 @@ TEST(ImageReply, GoodOnesAreTakenApart) {
   EXPECT_FALSE(parseImageReply(OXValue())) << "invalid: no frame, not an error";
 }
 
-TEST(ImageReply, WrongOnesAreRefused) {
+TEST(CameraImage, WrongOnesAreRefused) {
   const OXValue good = reply(4, 2, 3, kRGB, binary(24));
   const struct {
     OXValue value;
@@ -67,9 +67,9 @@ TEST(ImageReply, WrongOnesAreRefused) {
 TEST(ImagesReply, PixelsOfSeveralAreCutBySize) {
   const OXValue first = reply(2, 1, 2, kYUV422, kNoPixels),
                 second = reply(1, 3, 1, kYuv, kNoPixels);
-  OXValue joined;
-  joined.SetBinary("aaaabbb", 7);
-  const auto images = parseImagesReply(OXValue::array(first, kNoPixels, second, joined));
+  OXValue join;
+  join.SetBinary("aaaabbb", 7);
+  const auto images = parseImagesReply(OXValue::array(first, kNoPixels, second, join));
   ASSERT_EQ(images.size(), 3u);
   ASSERT_TRUE(images[0] && images[2]);
   EXPECT_FALSE(images[1]) << "an empty array stands for a camera without a frame";

@@ -15,7 +15,7 @@ using namespace cli;
 
 /// The first pixel of a picture made of two pixels' bytes.
 std::vector<int> shown(int pColorSpace, const std::vector<unsigned char>& pBytes) {
-  ImageReply image;
+  CameraImage image;
   image.width = 2;
   image.height = 1;
   image.layers = getLayersFromColorSpace(pColorSpace);

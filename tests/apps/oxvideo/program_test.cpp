@@ -22,7 +22,7 @@ using ::testing::AnyOf;
 using ::testing::HasSubstr;
 using ::testing::StartsWith;
 
-struct Ran {
+struct RunResult {
   int status;
   std::string out;
   std::string err;
@@ -78,7 +78,7 @@ class Programs : public ::testing::Test {
     return std::make_unique<Child>(pArguments, file(pErrors));
   }
 
-  Ran run(const std::vector<std::string>& pArguments) {
+  RunResult run(const std::vector<std::string>& pArguments) {
     const auto child = start(pArguments, "run.log");
     std::string out = child->readAll();
     const int status = child->wait();
@@ -95,7 +95,7 @@ class Programs : public ::testing::Test {
   /// A subscriber of a verb that has ended is unknown to the device.
   void expectUnsubscribed(const char* pVerb, pid_t pId) {
     const std::string id = std::string("oxvideo_") + pVerb + "_" + std::to_string(pId) + "_1";
-    const Ran ran = run({"call", "OXVideoDevice", "getResolution", id});
+    const RunResult ran = run({"call", "OXVideoDevice", "getResolution", id});
     EXPECT_EQ(ran.status, kFailed);
     EXPECT_THAT(ran.err, HasSubstr(id));
   }
@@ -129,7 +129,7 @@ TEST_F(Programs, AVideoIsSeenUprightInItsColours) {
   };
   for (const auto& row : rows) {
     const std::string png = file(std::string(row.colorSpace) + ".png");
-    const Ran ran = run(
+    const RunResult ran = run(
         {"snapshot", "-o", png, "--colorspace", row.colorSpace, "--resolution", row.resolution});
     ASSERT_EQ(ran.status, kDone) << ran.err;
     const Pixels pixels = readPng(png);
@@ -149,7 +149,7 @@ TEST_F(Programs, AVideoIsSeenUprightInItsColours) {
 
 TEST_F(Programs, WatchSeesFramesAndLeavesAtASignal) {
   feed({"test", "--fps", "30"});
-  const Ran some = run({"watch", "--frames", "10", "--fps", "30", "--json"});
+  const RunResult some = run({"watch", "--frames", "10", "--fps", "30", "--json"});
   EXPECT_THAT(some.status, AnyOf(kDone, kDoneWithLosses)) << some.err;
   EXPECT_THAT(some.out, HasSubstr("\"summary\":{\"camera\":0,"));
   EXPECT_THAT(some.out, HasSubstr("\"frames\":10,"));
@@ -199,7 +199,7 @@ TEST_F(Programs, AFilmThatASignalCutsShortSaysSo) {
 
 TEST_F(Programs, TheServiceCanBeExploredAndSet) {
   EXPECT_THAT(run({"modules"}).out, HasSubstr("OXVideoDevice\n"));
-  const Ran methods = run({"methods", "OXVideoDevice"});
+  const RunResult methods = run({"methods", "OXVideoDevice"});
   EXPECT_THAT(methods.out, HasSubstr("OXVideoDevice: 84 methods"));
   EXPECT_THAT(methods.out, HasSubstr("bool setResolution(string name, int resolution)\n"));
   EXPECT_THAT(run({"methods", "OXVideoDevice", "--json"}).out,
@@ -222,8 +222,8 @@ TEST_F(Programs, SeveralCamerasInOneCall) {
   feed({"test", "--camera", "1", "--fps", "15"});
   ASSERT_EQ(run({"snapshot", "-o", file("a.png"), "--camera", "1", "--resolution", "kVGA"}).status,
             kDone);
-  const Ran ran = run({"multi", "-o", file("now.png"), "--camera", "1", "--camera", "0",
-                       "--resolution", "kVGA", "--resolution", "kQQVGA"});
+  const RunResult ran = run({"multi", "-o", file("now.png"), "--camera", "1", "--camera", "0",
+                             "--resolution", "kVGA", "--resolution", "kQQVGA"});
   ASSERT_EQ(ran.status, kDone) << ran.err;
   EXPECT_EQ(readPng(file("now-1.png")).width, 640);
   EXPECT_EQ(readPng(file("now-0.png")).width, 160);

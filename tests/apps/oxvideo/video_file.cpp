@@ -39,7 +39,7 @@ std::array<int, 3> toYuv(const Rgb& pRgb, const VideoFile& pVideo) {
   return {static_cast<int>(std::lround(isFull ? y * 255 : 16 + y * 219)), chroma(u), chroma(v)};
 }
 
-void paint(AVFrame& pFrame, int pIndex, const VideoFile& pVideo) {
+void style(AVFrame& pFrame, int pIndex, const VideoFile& pVideo) {
   const AVPixFmtDescriptor* desc = av_pix_fmt_desc_get(pVideo.format);
   const bool isRgb = desc->flags & AV_PIX_FMT_FLAG_RGB;
   for (int c = 0; c < 3; ++c) {
@@ -119,7 +119,7 @@ bool writeVideo(const std::string& pPath, const VideoFile& pVideo) {
     frame->height = pVideo.height;
     frame->pts = i;
     if (av_frame_get_buffer(frame.get(), 0) < 0) return false;
-    paint(*frame, i, pVideo);
+    style(*frame, i, pVideo);
     if (avcodec_send_frame(encoder.get(), frame.get()) < 0 || !drain(*encoder, *output))
       return false;
   }

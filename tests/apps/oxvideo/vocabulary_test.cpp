@@ -58,15 +58,15 @@ TEST(Vocabulary, NamesAndNumbersOfTheVocabulary) {
   EXPECT_EQ(outcome([] { return parseParameter("zoom"); }).substr(0, 8), "refused:");
 }
 
-TEST(Expected, OnlyWhatCanBeFedIsTakenOver) {
-  const Expected expected = parseExpected(OXValue::array(OXValue::array(320, 240), 15));
-  EXPECT_EQ(expected, (Expected{{320, 240}, 15.0}));
+TEST(ExpectedInput, OnlyWhatCanBeFedIsTakenOver) {
+  const ExpectedInput expected = parseExpectedInput(OXValue::array(OXValue::array(320, 240), 15));
+  EXPECT_EQ(expected, (ExpectedInput{{320, 240}, 15.0}));
   for (const OXValue& wrong :
        {OXValue(), OXValue(3), OXValue(OXValue::Array()), OXValue::array(OXValue::array(320, 240)),
         OXValue::array(OXValue::array(320), 15), OXValue::array(OXValue::array(321, 240), 15),
         OXValue::array(OXValue::array(-1, -1), 15), OXValue::array(OXValue::array(320, 240), 0),
         OXValue::array(OXValue::array("320", 240), 15)})
-    EXPECT_THROW(parseExpected(wrong), OXFailure);
+    EXPECT_THROW(parseExpectedInput(wrong), OXFailure);
 }
 
 TEST(Text, WhatOthersSayCannotDriveTheTerminal) {
@@ -95,7 +95,7 @@ TEST(Text, TablesAlignByWhatIsSeen) {
   OXTable table({"A", "LONG", "C"});
   table.addRow({"\xc3\xa9", "x", "end", "surplus"});
   table.addRow({"22"});
-  EXPECT_EQ(table.text(OXPaint(false)), "A   LONG  C\n\xc3\xa9   x     end\n22        \n");
+  EXPECT_EQ(table.text(OXTextStyle(false)), "A   LONG  C\n\xc3\xa9   x     end\n22        \n");
 }
 
 }  // namespace
