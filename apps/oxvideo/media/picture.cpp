@@ -1,11 +1,15 @@
+// A person is shown what the device would deliver in kRGB, where that can be told from the bytes;
+// the hue formats lose brightness or saturation and are shown with what is left.
 #include "media/picture.h"
 
 #include <fmt/format.h>
 
 #include <algorithm>
 #include <cmath>
+#include <vector>
 
 #include <oxframework/oxdefinitions.h>
+#include "pixels/colour/kernels.h"
 #include "terminal/exitstatus.h"
 
 namespace OX::cli {
@@ -18,13 +22,6 @@ struct Rgb {
 
 unsigned char clampedByte(int pValue) {
   return static_cast<unsigned char>(std::clamp(pValue, 0, 255));
-}
-
-/// The integer formula of the device's own kRGB.
-Rgb fromYuv(int pY, int pU, int pV) {
-  const int y = 298 * (pY - 16), u = pU - 128, v = pV - 128;
-  return {clampedByte((y + 409 * v) >> 8), clampedByte((y - 100 * u - 208 * v) >> 8),
-          clampedByte((y + 516 * u) >> 8)};
 }
 
 struct Color {
@@ -66,8 +63,6 @@ ToRgb pixelConverter(int pColorSpace) {
       return [](Bytes p) { return Rgb{p[0], p[0], p[0]}; };
     case kHsy:
       return [](Bytes p) { return scaled(saturated(p[0], 1), 255); };
-    case kYUV:
-      return [](Bytes p) { return fromYuv(p[0], p[1], p[2]); };
     case kRGB:
       return [](Bytes p) { return Rgb{p[0], p[1], p[2]}; };
     case kHSY:
@@ -82,22 +77,39 @@ ToRgb pixelConverter(int pColorSpace) {
   }
 }
 
-/// Where the four bytes of two pixels are: the lumas, U and V.
-struct PairLayout {
-  int firstY, secondY, u, v;
-};
-
-void convertPairs(const CameraImage& pImage, const PairLayout& pLayout, unsigned char* pTarget) {
-  const std::size_t pairs = pImage.sizeBytes() / 4;
-  for (std::size_t i = 0; i < pairs; ++i) {
-    const unsigned char* pair = pImage.pixels + 4 * i;
-    for (const int y : {pLayout.firstY, pLayout.secondY}) {
-      const Rgb rgb = fromYuv(pair[y], pair[pLayout.u], pair[pLayout.v]);
-      *pTarget++ = rgb.red;
-      *pTarget++ = rgb.green;
-      *pTarget++ = rgb.blue;
-    }
+/// Writes the image as kYUV422 macro-pixels, Y0 U Y1 V: the form that the device's own conversion
+/// takes. Two pixels a macro-pixel; for kYUV, where each has its own chroma, one.
+std::vector<unsigned char> macroPixels(const CameraImage& pImage) {
+  const unsigned char* source = pImage.pixels;
+  if (pImage.colorSpace == kYUV422) return {source, source + pImage.sizeBytes() / 4 * 4};
+  std::vector<unsigned char> result;
+  if (pImage.colorSpace == kYYCbCr) {
+    const std::size_t count = pImage.sizeBytes() / 4;
+    result.reserve(count * 4);
+    for (std::size_t i = 0; i < count; ++i, source += 4)
+      result.insert(result.end(), {source[0], source[2], source[1], source[3]});
+  } else {
+    const std::size_t count = pImage.sizeBytes() / 3;
+    result.reserve(count * 4);
+    for (std::size_t i = 0; i < count; ++i, source += 3)
+      result.insert(result.end(), {source[0], source[1], source[0], source[2]});
   }
+  return result;
+}
+
+/// The colours of kYUV422, kYYCbCr and kYUV by the device's own kernel, so that a picture has the
+/// bytes that a subscriber to kRGB would get. The image is converted as one long row: the kernel
+/// would read past the end of rows of an odd width.
+void convertYuv(const CameraImage& pImage, std::vector<unsigned char>& pRgb) {
+  const std::vector<unsigned char> source = macroPixels(pImage);
+  const int pixels = static_cast<int>(source.size() / 2);
+  if (pImage.colorSpace != kYUV) {
+    kernels::yuv422ToRGB(source.data(), pixels, pRgb.data(), pixels, 1);
+    return;
+  }
+  std::vector<unsigned char> pairs(source.size() / 4 * 6);
+  kernels::yuv422ToRGB(source.data(), pixels, pairs.data(), pixels, 1);
+  for (std::size_t i = 0; i < pRgb.size(); i += 3) std::copy_n(&pairs[2 * i], 3, &pRgb[i]);
 }
 
 }  // namespace
@@ -106,10 +118,8 @@ Picture toPicture(const CameraImage& pImage) {
   const std::size_t pixels =
       static_cast<std::size_t>(pImage.width) * static_cast<std::size_t>(pImage.height);
   Picture picture{pImage.width, pImage.height, std::vector<unsigned char>(pixels * 3)};
-  if (pImage.colorSpace == kYUV422) {
-    convertPairs(pImage, {0, 2, 1, 3}, picture.rgb.data());
-  } else if (pImage.colorSpace == kYYCbCr) {
-    convertPairs(pImage, {0, 1, 2, 3}, picture.rgb.data());
+  if (pImage.colorSpace == kYUV422 || pImage.colorSpace == kYYCbCr || pImage.colorSpace == kYUV) {
+    convertYuv(pImage, picture.rgb);
   } else if (const ToRgb toRgb = pixelConverter(pImage.colorSpace)) {
     unsigned char* target = picture.rgb.data();
     for (std::size_t i = 0; i < pixels; ++i) {

@@ -98,11 +98,11 @@ void OXVideoEncoder::Impl::openEncoder(AVCodecID pCodec) {
     encoder->color_range = AVCOL_RANGE_MPEG;
   }
   if (muxer->oformat->flags & AVFMT_GLOBALHEADER) encoder->flags |= AV_CODEC_FLAG_GLOBAL_HEADER;
-  AVDictionary* options = nullptr;
-  if (pCodec == AV_CODEC_ID_H264) av_dict_set(&options, "crf", "18", 0);
-  if (pCodec == AV_CODEC_ID_FFV1) av_dict_set(&options, "level", "3", 0);
-  const int result = avcodec_open2(encoder.get(), codec, &options);
-  av_dict_free(&options);
+  AVDictionary* codecOptions = nullptr;
+  if (pCodec == AV_CODEC_ID_H264) av_dict_set(&codecOptions, "crf", "18", 0);
+  if (pCodec == AV_CODEC_ID_FFV1) av_dict_set(&codecOptions, "level", "3", 0);
+  const int result = avcodec_open2(encoder.get(), codec, &codecOptions);
+  av_dict_free(&codecOptions);
   check(result, "the encoder refuses frames of this kind");
 }
 

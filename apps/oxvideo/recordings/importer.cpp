@@ -11,7 +11,7 @@
 #include "media/framescaler.h"
 #include "media/framesource.h"
 #include "media/mediareader.h"
-#include "media/yuyv.h"
+#include "pixels/resample/resampling.h"
 #include "terminal/exitstatus.h"
 #include "terminal/interrupt.h"
 
@@ -30,11 +30,16 @@ std::int64_t startTime(const std::string& pVideo) {
       .count();
 }
 
-/// The recording that is being made. Its destructor closes it, whatever ended the import.
+/// The recording that is being made. Its destructor closes it, whatever ended the import. Colours
+/// are converted by the resampler of the simulator camera: a frame has the same bytes, whether it
+/// is imported or pushed.
 class RecordingWriter {
  public:
   RecordingWriter(const ImportOptions& pOptions, FrameSize pSize)
-      : fStartUs(startTime(pOptions.video)) {
+      : fStartUs(startTime(pOptions.video)),
+        fSize(pSize),
+        fPixels(static_cast<std::size_t>(pSize.width) * static_cast<std::size_t>(pSize.height) *
+                2) {
     if (!fVideo.recordVideo(pOptions.output, 0, {{pSize.width, pSize.height, kYUV422, 8}}))
       throw OXFailure(fVideo.getLastError());
   }
@@ -43,7 +48,7 @@ class RecordingWriter {
   RecordingWriter& operator=(const RecordingWriter&) = delete;
 
   void write(const std::vector<unsigned char>& pRgb, double pSeconds) {
-    packYuyv(pRgb, fPixels);
+    resampling::rgbToYuv422(pRgb.data(), fSize.width, fSize.height, fPixels.data());
     if (!fVideo.write(fPixels.data(), static_cast<int>(fPixels.size()),
                       fStartUs + std::llround(pSeconds * 1e6), 0, 0, 0, 0, 0))
       throw OXFailure(fVideo.getLastError());
@@ -51,6 +56,7 @@ class RecordingWriter {
 
  private:
   const std::int64_t fStartUs;
+  const FrameSize fSize;
   OXVideo fVideo;
   std::vector<unsigned char> fPixels;
 };

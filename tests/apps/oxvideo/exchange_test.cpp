@@ -8,7 +8,6 @@
 #include "media/ffmpeg.h"
 #include "media/mediareader.h"
 #include "media/picture.h"
-#include "media/yuyv.h"
 #include "recorded.h"
 #include "recordings/importer.h"
 #include "recordings/recordingfile.h"
@@ -218,28 +217,6 @@ TEST(FittingSize, isTheLargestThatTheVideoFills) {
   EXPECT_EQ(cli::fittingSize({640, 480}), (FrameSize{640, 480}));
   EXPECT_EQ(cli::fittingSize({10000, 130}), (FrameSize{160, 120}));
   EXPECT_EQ(cli::fittingSize({8, 8}), (FrameSize{160, 120}));
-}
-
-// The device's own way back to red, green, blue, for every colour of a grid.
-TEST(PackYuyv, isTheReverseOfWhatTheDeviceShows) {
-  for (int color = 0; color < 18 * 18 * 18; ++color) {
-    std::vector<unsigned char> rgb(6), yuyv;
-    for (const std::size_t pixel : {0, 3}) {
-      rgb[pixel] = static_cast<unsigned char>(color % 18 * 15);
-      rgb[pixel + 1] = static_cast<unsigned char>(color / 18 % 18 * 15);
-      rgb[pixel + 2] = static_cast<unsigned char>(color / 324 * 15);
-    }
-    cli::packYuyv(rgb, yuyv);
-    cli::CameraImage image;
-    image.width = 2;
-    image.height = 1;
-    image.layers = 2;
-    image.colorSpace = kYUV422;
-    image.pixels = yuyv.data();
-    const auto back = cli::toPicture(image).rgb;
-    for (std::size_t i = 0; i < 6; ++i)
-      ASSERT_NEAR(back[i], rgb[i], 4) << int(rgb[0]) << " " << int(rgb[1]) << " " << int(rgb[2]);
-  }
 }
 
 }  // namespace

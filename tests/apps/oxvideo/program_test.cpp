@@ -9,7 +9,13 @@
 #include <memory>
 #include <sstream>
 
+#include <oxframework/oxdefinitions.h>
+#include <oxframework/oxremotebroker.h>
 #include "child.h"
+#include "device/imagereply.h"
+#include "media/picture.h"
+#include "recorded.h"
+#include "recordings/recordingfile.h"
 #include "scratch_folder.h"
 #include "terminal/exitstatus.h"
 #include "video_file.h"
@@ -49,6 +55,10 @@ Pixels readPng(const std::string& pPath) {
                 std::vector<unsigned char>(PNG_IMAGE_SIZE(image))};
   png_image_finish_read(&image, nullptr, pixels.rgb.data(), 0, nullptr);
   return pixels;
+}
+
+std::vector<unsigned char> bytesOf(const CameraImage& pImage) {
+  return {pImage.pixels, pImage.pixels + pImage.sizeBytes()};
 }
 
 class Programs : public ::testing::Test {
@@ -227,6 +237,45 @@ TEST_F(Programs, SeveralCamerasInOneCall) {
   ASSERT_EQ(ran.status, kDone) << ran.err;
   EXPECT_EQ(readPng(file("now-1.png")).width, 640);
   EXPECT_EQ(readPng(file("now-0.png")).width, 160);
+}
+
+// Both ways into a recording or a picture and the way through the device share their formulas.
+TEST_F(Programs, PixelsAreThoseOfTheDevice) {
+  const std::vector<unsigned char> rgb = noise(320 * 240 * 3, 7);
+  std::ofstream(file("noise.png"), std::ios::binary) << encodePng({320, 240, rgb});
+  ASSERT_EQ(run({"import", file("noise.png"), file("noise.oxv"), "--frames", "1"}).status, kDone);
+  OXRecordingFile recording(file("noise.oxv"));
+  const CameraImage recorded = recording.image(0, 0);
+  ASSERT_TRUE(recorded.pixels) << recording.error();
+
+  const auto broker = OXRemoteBroker::connect("unix:" + file("broker"));
+  const auto call = [&](const char* pMethod, const OXValue& pArguments) {
+    return broker->call("OXVideoDevice", pMethod, pArguments);
+  };
+  OXValue pushed;
+  pushed.SetBinary(rgb.data(), static_cast<int>(rgb.size()));
+  const auto push = [&] {
+    ASSERT_TRUE(call("putImage", OXValue::array(0, 320, 240, pushed)).toBool());
+  };
+  const OXValue id = call("subscribeCamera", OXValue::array("pixels", 0, kQVGA, kYUV422, 30));
+  push();
+  const auto raw = parseImageReply(call("getDirectRawImageRemote", OXValue::array(id)));
+  ASSERT_TRUE(raw);
+  EXPECT_EQ(bytesOf(*raw), bytesOf(recorded)) << "import";
+
+  call("setColorSpace", OXValue::array(id, kRGB));
+  push();
+  const auto colors = parseImageReply(call("getImageRemote", OXValue::array(id)));
+  ASSERT_TRUE(colors);
+  for (const int colorSpace : {kYUV422, kYUV, kYYCbCr}) {
+    call("setColorSpace", OXValue::array(id, colorSpace));
+    push();
+    const auto image = parseImageReply(call("getImageRemote", OXValue::array(id)));
+    ASSERT_TRUE(image);
+    ASSERT_EQ(image->colorSpace, colorSpace);
+    EXPECT_EQ(toPicture(*image).rgb, bytesOf(*colors)) << "picture of " << colorSpace;
+  }
+  call("unsubscribe", OXValue::array(id));
 }
 
 }  // namespace
