@@ -9,7 +9,7 @@ namespace {
 constexpr char kExample[] =
     "Example:\n"
     "  oxbroker --load libvideoinput.so --preferences preferences --listen unix:/tmp/ox.sock\n"
-    "serves a camera to the programs of this machine until Ctrl-C.";
+    "serves a camera to programs on this machine until Ctrl-C.";
 
 // Above this a level of nesting could exhaust a thread's stack.
 constexpr int kMostNesting = 1000;
@@ -20,14 +20,14 @@ void addLimits(CLI::App& pApp, Options& pOptions) {
   const auto add = [&](const char* pName, int& pValue, const char* pText) {
     return pApp.add_option(pName, pValue, pText)->group("Limits")->capture_default_str();
   };
-  add("--max-threads", pOptions.maxThreads, "Calls that run at once")->check(CLI::Range(1, 10000));
-  add("--max-connections", limits.maxConnections, "Connections at once")->check(anyCount);
-  add("--max-requests", limits.maxRequestsUnderWay, "Requests under way of one connection")
+  add("--max-threads", pOptions.maxThreads, "Concurrent calls")->check(CLI::Range(1, 10000));
+  add("--max-connections", limits.maxConnections, "Concurrent connections")->check(anyCount);
+  add("--max-requests", limits.maxRequestsUnderWay, "Concurrent requests per connection")
       ->check(anyCount);
-  add("--max-message-bytes", limits.maxMessageBytes, "Size of one message")->check(anyCount);
-  add("--max-array-elements", limits.maxArrayElements, "Elements of one array")
+  add("--max-message-bytes", limits.maxMessageBytes, "Size of a message")->check(anyCount);
+  add("--max-array-elements", limits.maxArrayElements, "Elements of an array")
       ->check(CLI::Range(4, std::numeric_limits<int>::max()));
-  add("--max-nesting", limits.maxNesting, "Arrays within arrays, the message's own counted")
+  add("--max-nesting", limits.maxNesting, "Depth of nested arrays, including the message itself")
       ->check(CLI::Range(2, kMostNesting));
 }
 
@@ -40,8 +40,8 @@ std::optional<Options> parseOptions(int pCount, const char* const* pArguments, s
   app.footer(kExample);
   app.set_version_flag("--version", std::string("oxbroker ") + OX_VERSION);
   app.add_option("--load", options.libraries,
-                 "Library with a module; a name without a slash is looked for beside this program "
-                 "first. Can be repeated")
+                 "Library with a module; a name without a slash is first searched for in ../lib of "
+                 "this program. Can be repeated")
       ->type_name("LIBRARY")
       ->allow_extra_args(false);
   app.add_option("--preferences", options.preferences, "Directory of the preference files")

@@ -28,11 +28,11 @@ int failed(Context& pContext, const std::string& pText, int pStatus) {
 
 int run(const std::vector<std::string>& pArguments, Context& pContext) {
   OXCommandLine line(
-      "oxvideo", "Looks into a broker's cameras, feeds them, and calls its modules.",
+      "oxvideo", "Inspects, feeds and records the cameras of a broker, and calls its modules.",
       "oxvideo " OX_VERSION,
-      "Exit status: 0 done, 1 failed, 2 wrong use, 3 done with losses (frames dropped "
-      "or missing),\n"
-      "128 + signal when a signal cut the work short.\n"
+      "Exit status: 0 done, 1 failed, 2 usage error, 3 done with losses (frames dropped or "
+      "missing),\n"
+      "128 + signal number if a signal cut the work short.\n"
       "Try: oxvideo cameras; oxvideo push test --camera 0; oxvideo snapshot -o a.png");
   OXVerb program = line.program();
   addCommonOptions(program, pContext);

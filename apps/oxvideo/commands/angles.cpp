@@ -40,7 +40,7 @@ void run(Context& pContext, const Options& pOptions) {
                      OXValue::array(pOptions.first * toDevice, pOptions.second * toDevice));
   std::vector<float> values;
   result.ToFloatArray(values, false);
-  if (values.size() != 2) throw OXFailure("the broker answered " + toJson(result));
+  if (values.size() != 2) throw OXFailure("unexpected reply from the broker: " + toJson(result));
   const double first = values[0] * fromDevice, second = values[1] * fromDevice;
 
   const char* names[2] = {pOptions.isSize ? "width" : "x", pOptions.isSize ? "height" : "y"};
@@ -63,21 +63,21 @@ void run(Context& pContext, const Options& pOptions) {
 void addAngles(OXCommandLine& pLine, Context& pContext) {
   OXVerb verb =
       addVerb(pLine, pContext,
-              {"angles", "turns a place in the image into angles from the camera's axis, and back",
+              {"angles", "converts an image position to angles from the camera axis, or back",
                "oxvideo angles 0.25 0.5 --camera 0\n"
                "  oxvideo angles 15 0 --back\n"
-               "Places and sizes are fractions of the image, from its top left corner. Angles are "
-               "positive\n"
+               "Positions and sizes are fractions of the image, from its top left corner. Angles "
+               "are positive\n"
                "to the left and downwards."});
   const auto options = std::make_shared<Options>();
   verb.option("FIRST", options->first, "x, or the horizontal angle").required();
   verb.option("SECOND", options->second, "y, or the vertical angle").required();
-  verb.option("--camera", options->camera, "the camera (default 0)").valueName("N").range(0, 255);
-  verb.flag("--back", options->back, "from angles to the image");
-  verb.flag("--extent", options->isSize, "a width and a height instead of a place");
+  verb.option("--camera", options->camera, "camera index (default 0)").valueName("N").range(0, 255);
+  verb.flag("--back", options->back, "convert angles to an image position");
+  verb.flag("--extent", options->isSize, "convert a width and a height instead of a position");
   verb.option("--unit", options->unit, "degrees (the default) or radians")
       .oneOf({"degrees", "radians"});
-  verb.flag("--json", options->asJson, "as JSON");
+  verb.flag("--json", options->asJson, "print JSON");
   verb.onRun([&pContext, options] { run(pContext, *options); });
 }
 

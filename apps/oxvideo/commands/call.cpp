@@ -31,7 +31,7 @@ void run(Context& pContext, const Options& pOptions, const std::vector<std::stri
   for (const OXValue& binary : binaries)
     bytes.append(static_cast<const char*>(binary.GetBinary()),
                  static_cast<std::size_t>(binary.getSize()));
-  if (binaries.empty()) throw OXFailure("the result holds no binary: " + toJson(result));
+  if (binaries.empty()) throw OXFailure("the result contains no binary: " + toJson(result));
   writeFile(pOptions.output, bytes, pContext.out);
   if (pOptions.output != "-") pContext.out.line(toJson(result));
 }
@@ -41,19 +41,19 @@ void run(Context& pContext, const Options& pOptions, const std::vector<std::stri
 void addCall(OXCommandLine& pLine, Context& pContext) {
   OXVerb verb = addVerb(
       pLine, pContext,
-      {"call", "calls a method with the arguments that follow and prints its result as JSON",
+      {"call", "calls a method and prints its result as JSON",
        "oxvideo call OXVideoDevice getResolution 0\n"
        "  oxvideo call OXVideoDevice subscribeCamera mine 0 2 11 15\n"
        "  oxvideo call OXVideoDevice getImageRemote mine --output pixels.rgb\n"
        "  oxvideo call OXVideoDevice unsubscribe mine\n"
-       "What follows the method are its arguments, as JSON: true, 3, 0.5, [1, 2], null. A word\n"
-       "that is no JSON is a string; '\"3\"' is the string 3. In the result a binary stands as\n"
+       "The arguments after METHOD are JSON: true, 3, 0.5, [1, 2], null. A word that is not valid\n"
+       "JSON is a string; '\"3\"' is the string 3. A binary in the result is printed as\n"
        "{\"binary\": SIZE}."});
   const auto options = std::make_shared<Options>();
-  verb.option("MODULE", options->module, "the module").required();
-  verb.option("METHOD", options->method, "its method").required();
+  verb.option("MODULE", options->module, "module name").required();
+  verb.option("METHOD", options->method, "method name").required();
   verb.option("-o,--output", options->output,
-              "write the bytes of the result's binaries to this file (- is standard output)")
+              "write the binaries of the result to this file (- for standard output)")
       .valueName("FILE");
   // The arguments are what the parser leaves: it would take brackets apart as a list of its own.
   verb.allowUnknownWords();

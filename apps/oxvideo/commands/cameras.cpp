@@ -73,11 +73,11 @@ void run(Context& pContext, bool pAsJson) {
 }  // namespace
 
 void addCameras(OXCommandLine& pLine, Context& pContext) {
-  OXVerb verb = addVerb(
-      pLine, pContext,
-      {"cameras", "shows what every camera runs at; * marks the active one", "oxvideo cameras"});
+  OXVerb verb = addVerb(pLine, pContext,
+                        {"cameras", "lists the cameras and their settings; * marks the active one",
+                         "oxvideo cameras"});
   const auto asJson = std::make_shared<bool>(false);
-  verb.flag("--json", *asJson, "as a JSON array");
+  verb.flag("--json", *asJson, "print a JSON array");
   verb.onRun([&pContext, asJson] { run(pContext, *asJson); });
 }
 

@@ -7,11 +7,11 @@ namespace OX::cli {
 void addCommonOptions(OXVerb& pVerb, Context& pContext) {
   pVerb
       .option("--broker", pContext.broker,
-              "where the broker is: HOST:PORT or unix:PATH (default OXVIDEO_BROKER from the "
-              "environment, else 127.0.0.1:9740)")
+              "address of the broker: HOST:PORT or unix:PATH (default: $OXVIDEO_BROKER, else "
+              "127.0.0.1:9740)")
       .valueName("ADDRESS")
       .group("Common options");
-  pVerb.option("--color", pContext.color, "colours in the output (default auto)")
+  pVerb.option("--color", pContext.color, "when to colour the output (default auto)")
       .oneOf({"auto", "always", "never"})
       .valueName("WHEN")
       .group("Common options");

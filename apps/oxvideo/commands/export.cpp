@@ -25,9 +25,9 @@ int runExport(Context& pContext, const std::string& pInput, const ExportOptions&
   pContext.out.line(fmt::format("{}: {} images", printable(pOptions.output), result.frames));
   if (result.moved > 0)
     pContext.err.tryLine(fmt::format(
-        "not later than the image before, and shown a moment after it: {}", result.moved));
+        "images not later than the one before, moved to just after it: {}", result.moved));
   if (result.unreadable == 0) return kDone;
-  pContext.err.tryLine(fmt::format("left out as damaged: {}", result.unreadable));
+  pContext.err.tryLine(fmt::format("damaged images left out: {}", result.unreadable));
   return kDoneWithLosses;
 }
 
@@ -36,21 +36,21 @@ int runExport(Context& pContext, const std::string& pInput, const ExportOptions&
 void addExport(OXCommandLine& pLine, Context& pContext) {
   OXVerb verb = addVerb(
       pLine, pContext,
-      {"export", "makes a video file or a folder of PNGs of an .oxv file",
+      {"export", "converts an .oxv file to a video file or a folder of PNGs",
        "oxvideo export drive.oxv drive.mkv\n"
        "  oxvideo export drive.oxv drive.mp4\n"
        "  oxvideo export drive.oxv pictures/\n"
        ".mkv keeps every byte (FFV1) unless --codec h264 is given; .mp4 is H.264. Time stamps are\n"
-       "kept, counted from the first image; a PNG has its own in its name, in microseconds."});
+       "kept, relative to the first image; a PNG carries its own in its name, in microseconds."});
   struct Options : ExportOptions {
     std::string input;
   };
   const auto options = std::make_shared<Options>();
   verb.option("IN", options->input, "the recording").required();
-  verb.option("OUT", options->output, "the video file, or a folder").required();
-  verb.option("--codec", options->codec, "ffv1 or h264 (default: by the ending)")
+  verb.option("OUT", options->output, "video file or folder to write").required();
+  verb.option("--codec", options->codec, "ffv1 or h264 (default: by the file extension)")
       .oneOf({"ffv1", "h264"});
-  verb.option("--stream", options->stream, "which stream of the file (default 0)").notNegative();
+  verb.option("--stream", options->stream, "stream of the file (default 0)").notNegative();
   verb.onRun(
       [&pContext, options] { pContext.status = runExport(pContext, options->input, *options); });
 }

@@ -21,7 +21,7 @@ void run(Context& pContext, SettingOptions pOptions) {
 
 void addGet(OXCommandLine& pLine, Context& pContext) {
   OXVerb verb = addVerb(pLine, pContext,
-                        {"get", "reads a setting of a camera or a subscriber",
+                        {"get", "prints a setting of a camera or a subscriber",
                          "oxvideo get resolution --camera 0\n"
                          "  oxvideo get --parameter buffers --camera 0\n"
                          "  oxvideo get fps --subscriber myModule"});

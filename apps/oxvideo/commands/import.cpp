@@ -26,7 +26,7 @@ int runImport(Context& pContext, const ImportOptions& pOptions) {
                                 result.size.width, result.size.height));
   if (result.damaged == 0) return kDone;
   pContext.err.tryLine(
-      fmt::format("frames of the video that could not be decoded whole: {}", result.damaged));
+      fmt::format("video frames that could not be decoded completely: {}", result.damaged));
   return kDoneWithLosses;
 }
 
@@ -34,24 +34,25 @@ int runImport(Context& pContext, const ImportOptions& pOptions) {
 
 void addImport(OXCommandLine& pLine, Context& pContext) {
   OXVerb verb = addVerb(pLine, pContext,
-                        {"import", "makes an .oxv file of a video, for a file camera to replay",
+                        {"import", "converts a video to an .oxv file that a file camera can replay",
                          "oxvideo import clip.mp4 clip.oxv --size 640x480\n"
                          "  oxvideo import test test.oxv --frames 90\n"
-                         "Images are kYUV422, as cameras give them; other shapes get black bars."});
+                         "Images are stored as kYUV422, the format of the cameras; other aspect "
+                         "ratios get black bars."});
   struct Options : ImportOptions {
     std::string sizeText, fpsText;
   };
   const auto options = std::make_shared<Options>();
-  verb.option("VIDEO", options->video, "a video file, a picture, or test").required();
+  verb.option("VIDEO", options->video, "a video file, a picture, or \"test\"").required();
   verb.option("OUT", options->output, "the recording").required();
   verb.option("--size", options->sizeText,
               "160x120, 320x240, 640x480 or 1280x960 (default: the largest that the video "
               "fills)")
       .valueName("SIZE");
   verb.option("--fps", options->fpsText,
-              "images a second (default: every frame of the video, at its own time)")
+              "images per second (default: every frame of the video, at its own time)")
       .valueName("F");
-  verb.option("--frames", options->frames, "no more than this many").valueName("N").positive();
+  verb.option("--frames", options->frames, "stop after this many images").valueName("N").positive();
   verb.onRun([&pContext, options] {
     if (!options->sizeText.empty()) options->size = parseSize(options->sizeText);
     if (!options->fpsText.empty()) options->fps = parseFps(options->fpsText);

@@ -9,17 +9,18 @@
 namespace OX::cli {
 
 void addInfo(OXCommandLine& pLine, Context& pContext) {
-  OXVerb verb = addVerb(
-      pLine, pContext,
-      {"info", "says what an .oxv file holds: streams, images, rates, gaps, damage",
-       "oxvideo info drive.oxv\nReads no pixels; oxvideo verify does. Status 3 when damaged."});
+  OXVerb verb =
+      addVerb(pLine, pContext,
+              {"info", "summarises an .oxv file: streams, images, rates, gaps, damage",
+               "oxvideo info drive.oxv\n"
+               "Does not read pixels; oxvideo verify does. Exits with 3 if the file is damaged."});
   struct Options {
     std::string file;
     bool asJson = false;
   };
   const auto options = std::make_shared<Options>();
   verb.option("FILE", options->file, "the recording").required();
-  verb.flag("--json", options->asJson, "one line of JSON");
+  verb.flag("--json", options->asJson, "print JSON on one line");
   verb.onRun([&pContext, options] {
     const RecordingReport report = makeReport(OXRecordingFile(options->file));
     if (options->asJson)

@@ -139,12 +139,12 @@ void run(Context& pContext, const Options& pOptions) {
 
 void addMethods(OXCommandLine& pLine, Context& pContext) {
   OXVerb verb = addVerb(pLine, pContext,
-                        {"methods", "shows what a module, or every module, can be asked",
+                        {"methods", "lists the methods of one module or of all modules",
                          "oxvideo methods OXVideoDevice"});
   const auto options = std::make_shared<Options>();
   verb.option("MODULE", options->module, "only this module's methods");
   verb.flag("--json", options->asJson,
-            "as JSON: an array of methods, or an object of such arrays by module");
+            "print JSON: an array of methods, or an object of such arrays by module");
   verb.onRun([&pContext, options] { run(pContext, *options); });
 }
 

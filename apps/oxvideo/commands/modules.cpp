@@ -10,7 +10,7 @@ void addModules(OXCommandLine& pLine, Context& pContext) {
   OXVerb verb =
       addVerb(pLine, pContext, {"modules", "lists the modules of the broker", "oxvideo modules"});
   const auto asJson = std::make_shared<bool>(false);
-  verb.flag("--json", *asJson, "as a JSON array");
+  verb.flag("--json", *asJson, "print a JSON array");
   verb.onRun([&pContext, asJson] {
     OXSession session(pContext.broker, "modules");
     const OXValue modules = session.call("OXBroker", "getModuleList", OXValue(OXValue::Array()));

@@ -35,9 +35,10 @@ const std::string& valueForCamera(const std::vector<std::string>& pWords, std::s
 void checkCounts(const Options& pOptions, std::size_t pCameras) {
   for (const std::size_t count : {pOptions.resolutions.size(), pOptions.colorSpaces.size()})
     if (count > 1 && count != pCameras)
-      throw OXUsageError(fmt::format(
-          "--resolution and --colorspace are given once for all, or once for each of {} cameras",
-          pCameras));
+      throw OXUsageError(
+          fmt::format("give --resolution and --colorspace once for all cameras, or once for each "
+                      "of the {} cameras",
+                      pCameras));
 }
 
 std::vector<StreamRequest> streamRequests(const Options& pOptions, OXSession& pSession) {
@@ -75,7 +76,7 @@ int run(Context& pContext, const Options& pOptions) {
   std::size_t written = 0;
   for (std::size_t i = 0; i < streams.size(); ++i) {
     if (i >= images.size() || !images[i]) {
-      pContext.err.tryLine(fmt::format("camera {} had no frame", streams[i].camera));
+      pContext.err.tryLine(fmt::format("no frame from camera {}", streams[i].camera));
       continue;
     }
     const CameraImage& image = *images[i];
@@ -100,24 +101,24 @@ int run(Context& pContext, const Options& pOptions) {
 void addMulti(OXCommandLine& pLine, Context& pContext) {
   OXVerb verb = addVerb(
       pLine, pContext,
-      {"multi", "writes one image of several cameras, asked for in one call",
+      {"multi", "saves one image from each of several cameras, requested in one call",
        "oxvideo multi -o now.png --camera 0 --camera 1    (writes now-0.png and now-1.png)\n"
        "  oxvideo multi -o now.png --camera 1 --camera 0 --resolution kVGA --resolution kQVGA"});
   const auto options = std::make_shared<Options>();
   verb.option("-o,--output", options->output,
-              "the PNG files: the camera's number is put before the ending")
+              "PNG files to write; the camera index is inserted before the extension")
       .required()
       .valueName("FILE");
-  verb.option("--camera", options->cameras, "a camera; several times (default: all)")
+  verb.option("--camera", options->cameras, "camera index; can be repeated (default: all cameras)")
       .valueName("N")
       .range(0, 255);
   verb.option("--resolution", options->resolutions,
-              "once for all or once for each camera (default: what each runs at)")
+              "once for all or once for each camera (default: each camera's current one)")
       .valueName("NAME");
   verb.option("--colorspace", options->colorSpaces,
               "once for all or once for each camera (default kRGB)")
       .valueName("NAME");
-  verb.flag("--json", options->asJson, "what was written, as a JSON array");
+  verb.flag("--json", options->asJson, "print what was written as a JSON array");
   verb.onRun([&pContext, options] { pContext.status = run(pContext, *options); });
 }
 

@@ -4,10 +4,8 @@
 namespace OX::cli {
 
 void addNext(OXCommandLine& pLine, Context& pContext) {
-  addFileCameraCall(
-      pLine, pContext,
-      {"next", "shows the next image, in mode 0, at the next request", "oxvideo next"},
-      "nextImage");
+  addFileCameraCall(pLine, pContext,
+                    {"next", "moves on to the next image (mode 0)", "oxvideo next"}, "nextImage");
 }
 
 }  // namespace OX::cli

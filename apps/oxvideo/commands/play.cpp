@@ -36,7 +36,7 @@ void play(Context& pContext, const Options& pOptions) {
   std::error_code ignored;
   // A missing file is only noted in the broker's log: say it here where that can be known.
   if (isOnThisMachine(pContext.broker) && !std::filesystem::is_regular_file(path, ignored))
-    throw OXFailure("there is no file " + printable(path));
+    throw OXFailure("no such file: " + printable(path));
   OXSession session(pContext.broker, "play");
   session.requireFileCamera();
   session.device("setVideo", path, range, pOptions.loop, pOptions.mode, pOptions.stream);
@@ -49,15 +49,15 @@ void play(Context& pContext, const Options& pOptions) {
 void addPlay(OXCommandLine& pLine, Context& pContext) {
   OXVerb verb =
       addVerb(pLine, pContext,
-              {"play", "lets a file camera replay an .oxv file", "oxvideo play drive.oxv --loop"});
+              {"play", "makes a file camera replay an .oxv file", "oxvideo play drive.oxv --loop"});
   const auto options = std::make_shared<Options>();
-  verb.option("FILE", options->file, "the file, on the broker's machine").required();
+  verb.option("FILE", options->file, "file to replay, on the broker's machine").required();
   verb.option("--mode", options->mode,
               "0: image by image (next, previous, speed); 1: as recorded (the default)")
       .range(0, 1);
-  verb.flag("--loop", options->loop, "start again at the end instead of staying on the last image");
-  verb.option("--range", options->range, "only these images, counted from 0").valueName("A:B");
-  verb.option("--stream", options->stream, "which stream of the file (default 0)").notNegative();
+  verb.flag("--loop", options->loop, "restart at the end instead of staying on the last image");
+  verb.option("--range", options->range, "only images A to B, counted from 0").valueName("A:B");
+  verb.option("--stream", options->stream, "stream of the file (default 0)").notNegative();
   verb.onRun([&pContext, options] { play(pContext, *options); });
 }
 

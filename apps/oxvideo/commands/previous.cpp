@@ -4,10 +4,9 @@
 namespace OX::cli {
 
 void addPrevious(OXCommandLine& pLine, Context& pContext) {
-  addFileCameraCall(
-      pLine, pContext,
-      {"previous", "shows the previous image, in mode 0, at the next request", "oxvideo previous"},
-      "previousImage");
+  addFileCameraCall(pLine, pContext,
+                    {"previous", "moves back to the previous image (mode 0)", "oxvideo previous"},
+                    "previousImage");
 }
 
 }  // namespace OX::cli

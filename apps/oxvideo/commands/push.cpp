@@ -190,38 +190,39 @@ int Pusher::xReport(bool pCutShort) {
 }  // namespace
 
 void addPush(OXCommandLine& pLine, Context& pContext) {
-  OXVerb verb = addVerb(
-      pLine, pContext,
-      {"push", "feeds cameras with a video, a picture or a moving test picture",
-       "oxvideo push test --camera 0 --camera 1\n"
-       "  oxvideo push film.mp4 --camera 0 --loop\n"
-       "What runs until it is stopped (test, a picture, --loop) ends with 0, or 3 if frames were\n"
-       "dropped; a film or a number of frames that a signal cuts short ends with 130 (SIGINT)."});
+  OXVerb verb = addVerb(pLine, pContext,
+                        {"push", "feeds cameras with a video, a picture or a moving test picture",
+                         "oxvideo push test --camera 0 --camera 1\n"
+                         "  oxvideo push film.mp4 --camera 0 --loop\n"
+                         "A source without an end (test, a picture, --loop) exits with 0 when "
+                         "stopped, or 3 if frames\n"
+                         "were dropped. A film or a number of frames that a signal cuts short "
+                         "exits with 130 (SIGINT)."});
   const auto options = std::make_shared<Options>();
   verb.option("SOURCE", options->source, "a video file, a picture, or \"test\"").required();
-  verb.option("--camera", options->cameras, "the camera to feed; may be given several times")
+  verb.option("--camera", options->cameras, "camera to feed; can be repeated")
       .required()
       .valueName("N")
       .range(0, 255);
   verb.option("--size", options->size,
-              "160x120, 320x240, 640x480 or 1280x960 (default: what the camera expects, also "
-              "while that changes)")
+              "160x120, 320x240, 640x480 or 1280x960 (default: what the camera expects, followed "
+              "as it changes)")
       .valueName("WxH");
-  verb.option("--fps", options->fps, "frames a second (default: what the camera expects)")
+  verb.option("--fps", options->fps, "frames per second (default: what the camera expects)")
       .valueName("F");
-  verb.option("--frames", options->frames, "end after this many frames a camera")
+  verb.option("--frames", options->frames, "stop after this many frames per camera")
       .valueName("N")
       .range(std::int64_t{1}, std::int64_t{1} << 53);
   verb.option("--fit", options->fit,
-              "a source of another shape gets black bars (pad, the default) or is stretched")
+              "a source of another aspect ratio gets black bars (pad, the default) or is stretched")
       .oneOf({"pad", "stretch"});
-  verb.flag("--loop", options->loop, "start again at the end");
-  verb.flag("--json", options->asJson, "a summary as JSON at the end");
+  verb.flag("--loop", options->loop, "restart at the end");
+  verb.flag("--json", options->asJson, "print a summary as JSON at the end");
   verb.onRun([&pContext, options] {
     auto sorted = options->cameras;
     std::sort(sorted.begin(), sorted.end());
     if (std::adjacent_find(sorted.begin(), sorted.end()) != sorted.end())
-      throw OXUsageError("a camera is given twice");
+      throw OXUsageError("the same camera was given twice");
     pContext.status = Pusher(pContext, *options).run();
   });
 }

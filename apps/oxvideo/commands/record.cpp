@@ -106,38 +106,41 @@ int Recorder::run() {
   const std::string text =
       fmt::format("{} of {} frames recorded in {}", recorded, fOptions.frames, printable(path));
   if (OXInterrupt::requested()) throw OXInterrupted();
-  throw OXFailure(fmt::format("{}: then no frame came for {:g} s", text, fOptions.timeoutSeconds));
+  throw OXFailure(
+      fmt::format("{}; then no frame arrived for {:g} s", text, fOptions.timeoutSeconds));
 }
 
 }  // namespace
 
 void addRecord(OXCommandLine& pLine, Context& pContext) {
-  OXVerb verb = addVerb(
-      pLine, pContext,
-      {"record", "lets the broker record a camera's raw frames in an .oxv file",
-       "oxvideo record drive.oxv --camera 0 --frames 300\n"
-       "The broker writes the file, on its machine. Cut short by a signal (status 130 for SIGINT)\n"
-       "the file is closed with the frames that it has."});
+  OXVerb verb =
+      addVerb(pLine, pContext,
+              {"record", "makes the broker record a camera's raw frames to an .oxv file",
+               "oxvideo record drive.oxv --camera 0 --frames 300\n"
+               "The broker writes the file, on its own machine. If a signal cuts the recording "
+               "short (exit\n"
+               "status 130 for SIGINT), the file is closed with the frames recorded so far."});
   const auto options = std::make_shared<Options>();
-  verb.option("OUT", options->output, "the file").required();
-  verb.option("--camera", options->view.camera, "the camera (default 0)")
+  verb.option("OUT", options->output, "file to write, on the broker's machine").required();
+  verb.option("--camera", options->view.camera, "camera index (default 0)")
       .valueName("N")
       .range(0, 255);
-  verb.option("--frames", options->frames, "how many frames to record")
+  verb.option("--frames", options->frames, "number of frames to record")
       .required()
       .valueName("N")
       .positive();
-  verb.option("--period", options->period, "record one frame in this many (default 1)")
+  verb.option("--period", options->period, "record one frame out of P (default 1)")
       .valueName("P")
       .positive();
   verb.option("--resolution", options->view.resolution,
-              "what the camera is to run at (default: what it runs at)")
+              "resolution to record at (default: the camera's current one)")
       .valueName("NAME");
-  verb.option("--fps", options->fps, "frames a second, 5 to 30 (default: what the camera runs at)")
+  verb.option("--fps", options->fps,
+              "frames per second, 5 to 30 (default: the camera's current rate)")
       .valueName("F")
       .range(1, 255);
   verb.option("--timeout", options->timeoutSeconds,
-              "fail when no frame comes for this long (default 10)")
+              "fail if no frame arrives for this long (default 10)")
       .valueName("SECONDS")
       .range(0.1, 86400.0);
   verb.onRun([&pContext, options] {

@@ -27,14 +27,13 @@ int runRepair(Context& pContext, const std::string& pInput, const std::string& p
 }  // namespace
 
 void addRepair(OXCommandLine& pLine, Context& pContext) {
-  OXVerb verb =
-      addVerb(pLine, pContext,
-              {"repair", "writes a new .oxv file of every image that can still be read",
-               "oxvideo repair cut.oxv whole.oxv\nThe file that is read stays as it is. Status 3 "
-               "when images were lost."});
+  OXVerb verb = addVerb(pLine, pContext,
+                        {"repair", "writes the readable images of an .oxv file to a new one",
+                         "oxvideo repair cut.oxv whole.oxv\n"
+                         "The input file is not changed. Exits with 3 if images were lost."});
   const auto files = std::make_shared<std::pair<std::string, std::string>>();
-  verb.option("IN", files->first, "the damaged recording").required();
-  verb.option("OUT", files->second, "the new one").required();
+  verb.option("IN", files->first, "damaged recording to read").required();
+  verb.option("OUT", files->second, "new recording to write").required();
   verb.onRun(
       [&pContext, files] { pContext.status = runRepair(pContext, files->first, files->second); });
 }

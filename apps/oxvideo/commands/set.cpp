@@ -27,7 +27,7 @@ void run(Context& pContext, SettingOptions pOptions) {
 
 void addSet(OXCommandLine& pLine, Context& pContext) {
   OXVerb verb = addVerb(pLine, pContext,
-                        {"set", "changes a setting and prints what it is now",
+                        {"set", "changes a setting and prints its new value",
                          "oxvideo set resolution kVGA --camera 0\n"
                          "  oxvideo set --parameter frame-rate 15 --camera 0\n"
                          "  oxvideo set colorspace kHSY --subscriber myModule"});

@@ -34,8 +34,8 @@ CameraImage waitForImage(OXSubscription& pSubscription, const Options& pOptions)
     if (auto image = pSubscription.image()) return std::move(*image);
     if (Clock::now() >= limit)
       throw OXFailure(
-          fmt::format("camera {0} had no frame within {1:g} s\n"
-                      "  is something feeding it? try: oxvideo push test --camera {0}",
+          fmt::format("no frame from camera {0} within {1:g} s\n"
+                      "  is anything feeding it? try: oxvideo push test --camera {0}",
                       pOptions.view.camera, pOptions.timeoutSeconds));
   }
   throw OXInterrupted();
@@ -61,7 +61,7 @@ void report(Context& pContext, const Options& pOptions, const CameraImage& pImag
 void run(Context& pContext, const Options& pOptions) {
   checkNames(pOptions.view);
   if (pOptions.asJson && pOptions.output == "-")
-    throw OXUsageError("--json and -o - both want standard output");
+    throw OXUsageError("--json and -o - cannot both use standard output");
   OXSession session(pContext.broker, "snapshot");
   OXSubscription subscription(session, streamRequest(pOptions.view, session), kLowestFps);
   const CameraImage image = waitForImage(subscription, pOptions);
@@ -74,18 +74,18 @@ void run(Context& pContext, const Options& pOptions) {
 
 void addSnapshot(OXCommandLine& pLine, Context& pContext) {
   OXVerb verb = addVerb(pLine, pContext,
-                        {"snapshot", "writes one image of a camera as PNG",
+                        {"snapshot", "saves one image of a camera as PNG",
                          "oxvideo snapshot -o a.png --camera 0 --resolution kVGA\n"
                          "  oxvideo snapshot -o - --colorspace kHSY > hue.png"});
   const auto options = std::make_shared<Options>();
-  verb.option("-o,--output", options->output, "the PNG file; - is standard output")
+  verb.option("-o,--output", options->output, "PNG file to write; - for standard output")
       .required()
       .valueName("FILE");
   addViewOptions(verb, options->view);
-  verb.option("--timeout", options->timeoutSeconds, "wait this long for a frame (default 5)")
+  verb.option("--timeout", options->timeoutSeconds, "how long to wait for a frame (default 5)")
       .valueName("SECONDS")
       .range(0.0, 3600.0);
-  verb.flag("--json", options->asJson, "what was written, as JSON");
+  verb.flag("--json", options->asJson, "print what was written as JSON");
   verb.onRun([&pContext, options] { run(pContext, *options); });
 }
 

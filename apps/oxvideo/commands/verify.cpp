@@ -19,11 +19,11 @@ int runVerify(Context& pContext, const std::string& pFile) {
   const VerifyResult result = verify(recording, progressCallback(progress));
   for (const std::string& fault : result.faults) pContext.out.line(printable(fault));
   const bool whole = result.faults.empty();
-  pContext.out.line(fmt::format(
-      "{}: {} images, {}", printable(pFile), result.frames,
-      whole ? "all as they were recorded" : fmt::format("faults: {}", result.faults.size())));
+  pContext.out.line(
+      fmt::format("{}: {} images, {}", printable(pFile), result.frames,
+                  whole ? "all intact" : fmt::format("faults: {}", result.faults.size())));
   if (whole && !recording.video().hasIndex())
-    pContext.out.line("  its recorder did not close it: oxvideo repair adds the index");
+    pContext.out.line("  the recorder did not close this file: oxvideo repair adds the index");
   return whole ? kDone : kFailed;
 }
 
@@ -31,8 +31,9 @@ int runVerify(Context& pContext, const std::string& pFile) {
 
 void addVerify(OXCommandLine& pLine, Context& pContext) {
   OXVerb verb = addVerb(pLine, pContext,
-                        {"verify", "reads every image of an .oxv file and checks it",
-                         "oxvideo verify drive.oxv\nStatus 1 when anything is damaged."});
+                        {"verify", "checks every image of an .oxv file",
+                         "oxvideo verify drive.oxv\n"
+                         "Exits with 1 if anything is damaged."});
   const auto file = std::make_shared<std::string>();
   verb.option("FILE", *file, "the recording").required();
   verb.onRun([&pContext, file] { pContext.status = runVerify(pContext, *file); });

@@ -191,26 +191,28 @@ void Watcher::xSummary(Clock::time_point pNow) {
 }  // namespace
 
 void addWatch(OXCommandLine& pLine, Context& pContext) {
-  OXVerb verb = addVerb(
-      pLine, pContext,
-      {"watch", "shows once a second how a camera's images come: rate, age, latency of a request",
-       "oxvideo watch --camera 0 --resolution kVGA --fps 30\n"
-       "Ages compare the broker's clock with this machine's. Stopped by a signal it ends with 0,\n"
-       "or with 3 if the camera had no frame for some request; short of --frames with 130 "
-       "(SIGINT)."});
+  OXVerb verb = addVerb(pLine, pContext,
+                        {"watch", "prints frame rate, image age and request latency once a second",
+                         "oxvideo watch --camera 0 --resolution kVGA --fps 30\n"
+                         "The age compares the broker's clock with this machine's. When stopped by "
+                         "a signal, watch exits\n"
+                         "with 0, or 3 if a request found no frame; before --frames frames have "
+                         "come, with 130 (SIGINT)."});
   const auto options = std::make_shared<Options>();
   addViewOptions(verb, options->view);
-  verb.option("--fps", options->fps, "frames a second, 5 to 30 (default: what the camera runs at)")
+  verb.option("--fps", options->fps,
+              "frames per second, 5 to 30 (default: the camera's current rate)")
       .valueName("F")
       .range(1, 255);
-  verb.option("--frames", options->frames, "end after this many frames (default: go on)")
+  verb.option("--frames", options->frames,
+              "stop after this many frames (default: run until stopped)")
       .valueName("N")
       .range(std::int64_t{1}, std::int64_t{1} << 53);
   verb.option("--timeout", options->timeoutSeconds,
-              "with --frames: fail when none has come for this long (default 10)")
+              "with --frames: fail if none arrives for this long (default 10)")
       .valueName("SECONDS")
       .range(0.0, 86400.0);
-  verb.flag("--json", options->asJson, "one JSON object a line, the last one the summary");
+  verb.flag("--json", options->asJson, "print one JSON object per line, a summary last");
   verb.onRun([&pContext, options] {
     checkNames(options->view);
     pContext.status = Watcher(pContext, *options).run();

@@ -20,7 +20,7 @@ ExpectedInput parseExpectedInput(const OXValue& pReply) {
       return {size, static_cast<double>(fps)};
   }
   throw OXFailure(fmt::format(
-      "the camera expects {}, which can't be fed; say what to push with --size and --fps",
+      "the camera expects {}, which can't be fed; choose what to push with --size and --fps",
       toJson(pReply)));
 }
 

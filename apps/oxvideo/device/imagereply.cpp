@@ -15,13 +15,13 @@ constexpr int kPixels = 6;
 constexpr int kMaxSide = 1280;  // neither side of an image is longer
 
 [[noreturn]] void refuse(const std::string& pWhy) {
-  throw OXFailure("the broker sent something that is no image: " + pWhy);
+  throw OXFailure("the broker sent an invalid image: " + pWhy);
 }
 
 int intAt(const OXValue& pReply, int pIndex, const char* pWhat) {
   if (!pReply[pIndex].isInt())
-    refuse(fmt::format("its {} is of kind {}", pWhat,
-                       OXValue::TypeToString(pReply[pIndex].getType())));
+    refuse(
+        fmt::format("its {} has type {}", pWhat, OXValue::TypeToString(pReply[pIndex].getType())));
   return pReply[pIndex].toInt();
 }
 
@@ -62,7 +62,7 @@ std::optional<CameraImage> parseImageReply(const OXValue& pReply) {
 
 std::vector<std::optional<CameraImage>> parseImagesReply(const OXValue& pReply) {
   if (!pReply.isValid()) return {};
-  if (!pReply.isArray() || pReply.getSize() < 1) refuse("the reply is no array");
+  if (!pReply.isArray() || pReply.getSize() < 1) refuse("the reply is not an array");
   const int count = pReply.getSize() - 1;
   const OXValue& owner = pReply[count];
   if (!owner.isBinary()) refuse("the reply has no pixels at its end");
@@ -76,7 +76,7 @@ std::vector<std::optional<CameraImage>> parseImagesReply(const OXValue& pReply) 
       continue;
     }
     CameraImage image = parseHeader(pReply[i]);
-    if (image.sizeBytes() > left) refuse("fewer pixels than the sizes say");
+    if (image.sizeBytes() > left) refuse("fewer pixels than the sizes require");
     image.owner = owner;
     image.pixels = pixels;
     pixels += image.sizeBytes();

@@ -23,12 +23,13 @@ OXValue integer(const Json& pJson, const std::string& pWord) {
                         ? pJson.get<std::uint64_t>() <= std::numeric_limits<int>::max()
                         : pJson.get<std::int64_t>() >= std::numeric_limits<int>::min() &&
                               pJson.get<std::int64_t>() <= std::numeric_limits<int>::max();
-  if (!fits) throw OXUsageError(fmt::format("{}: integers have 32 bits", printable(pWord)));
+  if (!fits)
+    throw OXUsageError(fmt::format("{}: integers are limited to 32 bits", printable(pWord)));
   return {static_cast<int>(pJson.get<std::int64_t>())};
 }
 
 OXValue fromJson(const Json& pJson, const std::string& pWord, int pDepth) {
-  if (pDepth > kDeepest) throw OXUsageError("arrays are nested more than 32 deep");
+  if (pDepth > kDeepest) throw OXUsageError("arrays can be nested 32 deep at most");
   switch (pJson.type()) {
     case Json::value_t::boolean:
       return {pJson.get<bool>()};
@@ -45,8 +46,8 @@ OXValue fromJson(const Json& pJson, const std::string& pWord, int pDepth) {
       return {std::move(elements)};
     }
     case Json::value_t::object:
-      throw OXUsageError(
-          fmt::format("{}: objects can't be arguments; use an array", printable(pWord)));
+      throw OXUsageError(fmt::format("{}: objects are not supported as arguments; use an array",
+                                     printable(pWord)));
     default:
       return {};
   }

@@ -28,8 +28,8 @@ boost::shared_ptr<OXRemoteBroker> connectTo(const std::string& pAddress) {
     throw OXFailure(fmt::format(
         "no broker at {}: {}\n"
         "  start one:              oxbroker --load libvideoinput.so --listen {}\n"
-        "  or say where it is:     oxvideo --broker ADDRESS ...   (or OXVIDEO_BROKER=ADDRESS)\n"
-        "  an ADDRESS is           HOST:PORT or unix:PATH",
+        "  or give its address:    oxvideo --broker ADDRESS ...   (or OXVIDEO_BROKER=ADDRESS)\n"
+        "  where ADDRESS is        HOST:PORT or unix:PATH",
         printable(pAddress), printable(error.what()), printable(pAddress)));
   }
 }
@@ -78,8 +78,8 @@ bool OXSession::xDeviceHas(const std::string& pMethod) {
 void OXSession::requireFileCamera() {
   if (!xDeviceHas("setVideo"))
     throw OXFailure(
-        "this broker's device replays no files\n"
-        "  a file camera is had by the entry name=\"source\" value=\"FileCam\" in the broker's "
+        "this broker's device is not a file camera\n"
+        "  to get one, set the entry name=\"source\" value=\"FileCam\" in the broker's "
         "VideoInput.xml");
 }
 

@@ -33,7 +33,9 @@ bool getParamTakesCameraFirst(OXSession& pSession) {
   return isCameraFirst;
 }
 
-[[noreturn]] void throwRefused() { throw OXFailure("the device refused; its log says why"); }
+[[noreturn]] void throwRefused() {
+  throw OXFailure("the device refused; see the log of the broker");
+}
 
 }  // namespace
 
@@ -43,7 +45,7 @@ const SettingName& settingNamed(const std::string& pWord) {
     if (pWord == setting.word) return setting;
     words.emplace_back(setting.word);
   }
-  throw OXUsageError(fmt::format("\"{}\" is no setting; there are {}, or --parameter NAME",
+  throw OXUsageError(fmt::format("\"{}\" is not a setting: use one of {}, or --parameter NAME",
                                  printable(pWord), join(words)));
 }
 
@@ -51,7 +53,7 @@ int parseValue(int pParameter, const std::string& pText) {
   if (pParameter == kCameraResolutionID) return parseResolution(pText);
   if (pParameter == kCameraColorSpaceID) return parseColorSpace(pText);
   const auto value = parseInt(pText);
-  if (!value) throw OXUsageError(fmt::format("\"{}\" is no number", printable(pText)));
+  if (!value) throw OXUsageError(fmt::format("\"{}\" is not a number", printable(pText)));
   return *value;
 }
 
@@ -107,7 +109,7 @@ void OXSetting::setDefault() {
     fSession.device("setParamDefault", fParameter);
   } else {
     throw OXUsageError(
-        "the device sets defaults for a subscriber (--subscriber ID) or its active camera (no "
+        "defaults can be set only for a subscriber (--subscriber ID) or the active camera (no "
         "--camera)");
   }
 }

@@ -10,20 +10,20 @@ namespace OX::cli {
 
 void addSettingOptions(OXVerb& pVerb, SettingOptions& pOptions) {
   pVerb.option("SETTING", pOptions.words,
-               "resolution, colorspace, fps or camera (the active one); for set a value behind it, "
-               "or \"default\"");
+               "resolution, colorspace, fps or camera (the active one); set takes a value after "
+               "it, or \"default\"");
   pVerb
       .option("--parameter", pOptions.parameter,
               "a camera parameter instead: resolution, frame-rate, buffers, select, colorspace, "
               "or any number")
       .valueName("NAME");
   const OXOption subscriber =
-      pVerb.option("--subscriber", pOptions.subscriber, "of this subscriber").valueName("ID");
-  pVerb.option("--camera", pOptions.camera, "of this camera (default: the active one)")
+      pVerb.option("--subscriber", pOptions.subscriber, "id of a subscriber").valueName("ID");
+  pVerb.option("--camera", pOptions.camera, "camera index (default: the active camera)")
       .valueName("N")
       .range(0, 255)
       .excludes(subscriber);
-  pVerb.flag("--json", pOptions.asJson, "as JSON");
+  pVerb.flag("--json", pOptions.asJson, "print JSON");
 }
 
 const SettingName* takeSetting(SettingOptions& pOptions, std::size_t pRest) {
@@ -36,7 +36,8 @@ const SettingName* takeSetting(SettingOptions& pOptions, std::size_t pRest) {
   const SettingName* setting = &settingNamed(pOptions.words.front());
   pOptions.words.erase(pOptions.words.begin());
   if (setting->parameter == kCameraSelectID && pOptions.camera)
-    throw OXUsageError("the active camera is the device's or a subscriber's, not a camera's");
+    throw OXUsageError(
+        "the active camera is a setting of the device or a subscriber: leave out --camera");
   return setting;
 }
 

@@ -6,10 +6,12 @@
 namespace OX::cli {
 
 void addViewOptions(OXVerb& pVerb, ViewOptions& pOptions) {
-  pVerb.option("--camera", pOptions.camera, "the camera (default 0)").valueName("N").range(0, 255);
+  pVerb.option("--camera", pOptions.camera, "camera index (default 0)")
+      .valueName("N")
+      .range(0, 255);
   pVerb
       .option("--resolution", pOptions.resolution,
-              "kQQVGA, kQVGA, kVGA or k4VGA (default: what the camera runs at)")
+              "kQQVGA, kQVGA, kVGA or k4VGA (default: the camera's current one)")
       .valueName("NAME");
   pVerb
       .option("--colorspace", pOptions.colorSpace,

@@ -47,7 +47,7 @@ int parseName(const std::string& pText, const char* pWhat, int (*pFromName)(cons
   const auto number = parseNumber<int>(pText);
   if (number && *number >= 0 && pNameOf(*number)) return *number;
   throw OXUsageError(
-      fmt::format("\"{}\" is no {}; there are {}", printable(pText), pWhat, join(pAll)));
+      fmt::format("\"{}\" is not a {}: use one of {}", printable(pText), pWhat, join(pAll)));
 }
 
 std::string nameOrNumber(const char* pName, int pNumber) {
@@ -73,24 +73,24 @@ FrameSize parseSize(const std::string& pText) {
   const auto size = parsePair(pText, 'x');
   if (size && getResolutionFromSize(size->first, size->second) >= 0)
     return {size->first, size->second};
-  throw OXUsageError(fmt::format(
-      "\"{}\" is no size that a camera takes; there are 160x120, 320x240, 640x480, 1280x960",
-      printable(pText)));
+  throw OXUsageError(
+      fmt::format("\"{}\" is not a camera size: use one of 160x120, 320x240, 640x480, 1280x960",
+                  printable(pText)));
 }
 
 double parseFps(const std::string& pText) {
   const auto fps = parseNumber<double>(pText);
   if (fps && *fps > 0 && *fps <= 1000) return *fps;
-  throw OXUsageError(
-      fmt::format("\"{}\" is no frame rate; it is a number above 0, up to 1000 (frames a second)",
-                  printable(pText)));
+  throw OXUsageError(fmt::format(
+      "\"{}\" is not a frame rate: use a number above 0, up to 1000 (frames per second)",
+      printable(pText)));
 }
 
 std::pair<int, int> parseRange(const std::string& pText) {
   const auto range = parsePair(pText, ':');
   if (range && range->first >= 0 && range->first <= range->second) return *range;
   throw OXUsageError(fmt::format(
-      "\"{}\" is no range; it is FIRST:LAST, counted from 0, as in 10:20", printable(pText)));
+      "\"{}\" is not a range: use FIRST:LAST, counted from 0, as in 10:20", printable(pText)));
 }
 
 int parseResolution(const std::string& pText) {
@@ -109,7 +109,7 @@ int parseParameter(const std::string& pText) {
     words.emplace_back(fmt::format("{} ({})", parameter.word, parameter.number));
   }
   if (const auto number = parseNumber<int>(pText)) return *number;
-  throw OXUsageError(fmt::format("\"{}\" is no camera parameter; there are {}, or any number",
+  throw OXUsageError(fmt::format("\"{}\" is not a camera parameter: use one of {}, or any number",
                                  printable(pText), join(words)));
 }
 

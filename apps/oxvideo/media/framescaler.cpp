@@ -125,7 +125,7 @@ void OXFrameScaler::Impl::scale(const AVFrame& pFrame, FrameSize pSize) {
                                     nullptr, nullptr));
   if (!scaler) {
     const char* name = av_get_pix_fmt_name(static_cast<AVPixelFormat>(pFrame.format));
-    throw OXFailure(fmt::format("frames of format {} and size {}x{} can't be converted",
+    throw OXFailure(fmt::format("can't convert frames of format {} and size {}x{}",
                                 name ? name : "unknown", pFrame.width, pFrame.height));
   }
   sws_setColorspaceDetails(scaler.get(), sws_getCoefficients(colorMatrix(pFrame)),

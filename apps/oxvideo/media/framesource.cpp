@@ -19,7 +19,7 @@ OXFrameSource::OXFrameSource(std::string pSource, FrameSize pTestSize, bool pLoo
       fLoop(pLoop),
       fReader(std::make_unique<OXMediaReader>(fSource, fTestSize)) {
   fCurrent = xFetch();
-  if (!fCurrent) throw OXFailure("no frame of " + printable(fSource) + " can be decoded");
+  if (!fCurrent) throw OXFailure("can't decode any frame of " + printable(fSource));
   fUpcoming = xFetch();
 }
 

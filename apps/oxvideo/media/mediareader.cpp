@@ -103,7 +103,7 @@ void OXMediaReader::Impl::openDecoder() {
   const AVCodec* codec = nullptr;
   const int index = av_find_best_stream(format.get(), AVMEDIA_TYPE_VIDEO, -1, -1, &codec, 0);
   if (index < 0 || !codec)
-    throw OXFailure(fmt::format("{} holds no video that can be read", printable(source)));
+    throw OXFailure(fmt::format("{} contains no readable video", printable(source)));
   stream = format->streams[index];
   for (unsigned i = 0; i < format->nb_streams; ++i)
     if (static_cast<int>(i) != index) format->streams[i]->discard = AVDISCARD_ALL;

@@ -129,7 +129,7 @@ Picture toPicture(const CameraImage& pImage) {
       *target++ = rgb.blue;
     }
   } else {
-    throw OXFailure(fmt::format("no picture can be made of colour space {}", pImage.colorSpace));
+    throw OXFailure(fmt::format("can't make a picture of colour space {}", pImage.colorSpace));
   }
   return picture;
 }

@@ -84,7 +84,7 @@ FrameOwner newFrame(int pWidth, int pHeight, int pColorSpace) {
   if (!frame) throw OXFailure("out of memory");
   frame->format = losslessFormat(pColorSpace);
   if (frame->format == AV_PIX_FMT_YUV422P && pWidth % 2 != 0)
-    throw OXFailure("frames whose pixels come in pairs can't have an odd width");
+    throw OXFailure("frames whose pixels share chroma in pairs can't have an odd width");
   frame->width = pWidth;
   frame->height = pHeight;
   if (frame->format == AV_PIX_FMT_YUV422P || frame->format == AV_PIX_FMT_YUV444P) {
@@ -92,8 +92,8 @@ FrameOwner newFrame(int pWidth, int pHeight, int pColorSpace) {
     frame->color_range = AVCOL_RANGE_MPEG;
   }
   if (av_frame_get_buffer(frame.get(), 0) < 0)
-    throw OXFailure("a frame of " + std::to_string(pWidth) + " x " + std::to_string(pHeight) +
-                    " pixels can't be made");
+    throw OXFailure("can't allocate a frame of " + std::to_string(pWidth) + " x " +
+                    std::to_string(pHeight) + " pixels");
   return frame;
 }
 

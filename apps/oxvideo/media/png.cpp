@@ -16,7 +16,7 @@ std::string encodePng(const Picture& pPicture) {
   png_alloc_size_t size = PNG_IMAGE_PNG_SIZE_MAX(image);
   std::string file(size, '\0');
   if (!png_image_write_to_memory(&image, file.data(), &size, 0, pPicture.rgb.data(), 0, nullptr))
-    throw OXFailure(std::string("no PNG can be made: ") + image.message);
+    throw OXFailure(std::string("can't encode the PNG: ") + image.message);
   file.resize(size);
   return file;
 }

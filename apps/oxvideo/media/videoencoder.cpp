@@ -69,19 +69,19 @@ void OXVideoEncoder::Impl::openMuxer() {
   const std::string url = "file:" + options.path;
   const int result = avformat_alloc_output_context2(&format, nullptr, nullptr, url.c_str());
   if (result < 0 || !format)
-    throw OXFailure(fmt::format("{}: no kind of video file has this ending; .mkv and .mp4 do",
-                                printable(options.path)));
+    throw OXFailure(
+        fmt::format("{}: unknown type of video file; use .mkv or .mp4", printable(options.path)));
   muxer.reset(format);
   // Kinds with a time of its own for each frame say the first; .mp4 and .mov only the second.
   if (!(format->oformat->flags & (AVFMT_VARIABLE_FPS | AVFMT_TS_NEGATIVE)))
-    throw OXFailure(fmt::format("{}: a file of this kind can't keep time stamps; .mkv and .mp4 do",
+    throw OXFailure(fmt::format("{}: this type of file can't keep time stamps; use .mkv or .mp4",
                                 printable(options.path)));
 }
 
 void OXVideoEncoder::Impl::openEncoder(AVCodecID pCodec) {
   const AVCodec* codec = avcodec_find_encoder(pCodec);
   if (!codec || avformat_query_codec(muxer->oformat, pCodec, FF_COMPLIANCE_NORMAL) != 1)
-    throw OXFailure(fmt::format("{}: a file of this kind can't hold {}", printable(options.path),
+    throw OXFailure(fmt::format("{}: this type of file can't hold {}", printable(options.path),
                                 avcodec_get_name(pCodec)));
   encoder.reset(avcodec_alloc_context3(codec));
   stream = avformat_new_stream(muxer.get(), nullptr);
@@ -103,7 +103,7 @@ void OXVideoEncoder::Impl::openEncoder(AVCodecID pCodec) {
   if (pCodec == AV_CODEC_ID_FFV1) av_dict_set(&codecOptions, "level", "3", 0);
   const int result = avcodec_open2(encoder.get(), codec, &codecOptions);
   av_dict_free(&codecOptions);
-  check(result, "the encoder refuses frames of this kind");
+  check(result, "the encoder refuses the frame format");
 }
 
 void OXVideoEncoder::Impl::prepareScaler() {
@@ -118,11 +118,12 @@ void OXVideoEncoder::Impl::prepareScaler() {
   scaler.reset(sws_getContext(
       options.width, options.height, static_cast<AVPixelFormat>(raw->format), options.width,
       options.height, encoder->pix_fmt, SWS_BICUBIC | SWS_ACCURATE_RND, nullptr, nullptr, nullptr));
-  if (!scaler) throw OXFailure("frames of this size can't be converted");
+  if (!scaler) throw OXFailure("can't convert frames of this size");
 }
 
 void OXVideoEncoder::Impl::writeHeader() {
-  check(avcodec_parameters_from_context(stream->codecpar, encoder.get()), "no parameters");
+  check(avcodec_parameters_from_context(stream->codecpar, encoder.get()),
+        "can't copy the codec parameters");
   stream->time_base = encoder->time_base;
   stream->avg_frame_rate = encoder->framerate;
   const std::time_t start = options.startUs / 1'000'000;
@@ -131,9 +132,10 @@ void OXVideoEncoder::Impl::writeHeader() {
     av_dict_set(
         &muxer->metadata, "creation_time",
         fmt::format("{:%Y-%m-%dT%H:%M:%S}.{:06}Z", date, options.startUs % 1'000'000).c_str(), 0);
-  check(avio_open(&muxer->pb, ("file:" + options.path).c_str(), AVIO_FLAG_WRITE), "can't be made");
+  check(avio_open(&muxer->pb, ("file:" + options.path).c_str(), AVIO_FLAG_WRITE),
+        "can't create the file");
   created = true;
-  check(avformat_write_header(muxer.get(), nullptr), "can't be begun");
+  check(avformat_write_header(muxer.get(), nullptr), "can't write the header");
 }
 
 OXVideoEncoder::OXVideoEncoder(const EncoderOptions& pOptions) : fImpl(std::make_unique<Impl>()) {
@@ -161,15 +163,15 @@ void OXVideoEncoder::Impl::writePacket() {
   packet->pts = packet->dts = tick;
   packet->duration = av_rescale_q(options.usualIntervalUs, kMicroseconds, stream->time_base);
   packet->stream_index = stream->index;
-  check(av_interleaved_write_frame(muxer.get(), packet.get()), "can't be written");
+  check(av_interleaved_write_frame(muxer.get(), packet.get()), "can't write a frame");
 }
 
 void OXVideoEncoder::Impl::drain(const AVFrame* pFrame) {
-  check(avcodec_send_frame(encoder.get(), pFrame), "the encoder fails");
+  check(avcodec_send_frame(encoder.get(), pFrame), "the encoder failed");
   while (true) {
     const int result = avcodec_receive_packet(encoder.get(), packet.get());
     if (result == AVERROR(EAGAIN) || result == AVERROR_EOF) return;
-    check(result, "the encoder fails");
+    check(result, "the encoder failed");
     writePacket();
   }
 }
@@ -191,8 +193,8 @@ void OXVideoEncoder::add(const CameraImage& pImage) {
 
 void OXVideoEncoder::finish() {
   fImpl->drain(nullptr);
-  fImpl->check(av_write_trailer(fImpl->muxer.get()), "can't be finished");
-  fImpl->check(avio_closep(&fImpl->muxer->pb), "can't be closed");
+  fImpl->check(av_write_trailer(fImpl->muxer.get()), "can't finish the file");
+  fImpl->check(avio_closep(&fImpl->muxer->pb), "can't close the file");
   fImpl->finished = true;
 }
 

@@ -81,7 +81,7 @@ ExportResult exportRecording(OXRecordingFile& pInput, const ExportOptions& pOpti
                              const std::function<void(int)>& pOnFrame) {
   pInput.requireStream(pOptions.stream);
   if (pInput.images(pOptions.stream) == 0)
-    throw OXFailure(pInput.path() + ": the stream has no image");
+    throw OXFailure(pInput.path() + ": the stream has no images");
   return isFolder(pOptions.output) ? exportPictures(pInput, pOptions, pOnFrame)
                                    : exportVideo(pInput, pOptions, pOnFrame);
 }

@@ -80,7 +80,7 @@ FrameSize shownSize(const AVFrame& pFrame, Orientation pOrientation) {
 
 FrameSize recordingSize(const ImportOptions& pOptions, const AVFrame* pFrame,
                         Orientation pOrientation) {
-  if (!pFrame) throw OXFailure(pOptions.video + " holds no frame that can be decoded");
+  if (!pFrame) throw OXFailure(pOptions.video + " contains no frame that can be decoded");
   return pOptions.size.value_or(fittingSize(shownSize(*pFrame, pOrientation)));
 }
 
@@ -112,7 +112,7 @@ ImportResult importAtRate(const ImportOptions& pOptions, const OnFrame& pOnFrame
   }
   OXFrameSource source(pOptions.video, size, false);
   if (source.isEndless() && pOptions.frames == 0)
-    throw OXUsageError("this source never ends: say how much with --frames");
+    throw OXUsageError("this source never ends: limit it with --frames");
   RecordingWriter writer(pOptions, size);
   ImportResult result{0, 0, size};
   std::vector<unsigned char> rgb;
@@ -141,7 +141,7 @@ FrameSize fittingSize(FrameSize pVideo) {
 
 ImportResult importVideo(const ImportOptions& pOptions, const OnFrame& pOnFrame) {
   if (pOptions.video == "test" && pOptions.frames == 0)
-    throw OXUsageError("the test picture never ends: say how much with --frames");
+    throw OXUsageError("the test picture never ends: limit it with --frames");
   return pOptions.fps > 0 ? importAtRate(pOptions, pOnFrame) : importAsItIs(pOptions, pOnFrame);
 }
 

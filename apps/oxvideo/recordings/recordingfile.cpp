@@ -22,7 +22,7 @@ int OXRecordingFile::allImages() const {
 
 void OXRecordingFile::requireStream(int pStream) const {
   if (pStream < 0 || pStream >= streams())
-    throw OXUsageError(fmt::format("{} has no stream {}, the last one is {}", printable(fPath),
+    throw OXUsageError(fmt::format("{} has no stream {}; the last one is {}", printable(fPath),
                                    pStream, streams() - 1));
 }
 
@@ -34,8 +34,8 @@ const std::vector<unsigned char>* OXRecordingFile::bytes(int pIndex, int pStream
   const auto expected = static_cast<std::size_t>(fVideo.getStream(pStream).fFrameBytes);
   if (fBytes.size() == expected) return &fBytes;
   const auto place = fVideo.getFrameInfo(pIndex, pStream);
-  fError = fmt::format("{}: at byte {}: a frame of {} bytes, its stream's have {}", fPath,
-                       place ? place->fOffset : 0, fBytes.size(), expected);
+  fError = fmt::format("{}: at byte {}: a frame of {} bytes in a stream whose frames have {}",
+                       fPath, place ? place->fOffset : 0, fBytes.size(), expected);
   return nullptr;
 }
 
@@ -57,7 +57,7 @@ CameraImage OXRecordingFile::image(int pIndex, int pStream) {
 void requireDifferentFiles(const std::string& pInput, const std::string& pOutput) {
   std::error_code ignored;
   if (std::filesystem::equivalent(pInput, pOutput, ignored))
-    throw OXUsageError("the output is the input: " + printable(pInput));
+    throw OXUsageError("the output is the same file as the input: " + printable(pInput));
 }
 
 }  // namespace OX::cli

@@ -89,7 +89,7 @@ std::string gapLines(const StreamReport& pStream, const OXTextStyle& pStyle) {
     text += fmt::format("  and {} more gaps\n", pStream.gaps.size() - kShownLines);
   if (pStream.notRising > 0)
     text += pStyle.yellow(
-        fmt::format("  images that are not later than the one before: {}\n", pStream.notRising));
+        fmt::format("  images not later than the one before: {}\n", pStream.notRising));
   return text;
 }
 
@@ -149,7 +149,7 @@ std::string reportText(const RecordingReport& pReport, const OXTextStyle& pStyle
   std::string text =
       fmt::format("{}: {} bytes, {}\n", printable(pReport.path), pReport.sizeBytes,
                   pReport.indexed ? "closed with an index"
-                                  : "without a usable index (was its recorder cut short?)");
+                                  : "without a usable index (was the recorder interrupted?)");
   for (std::size_t i = 0; i < pReport.streams.size(); ++i)
     text += streamText(pReport.streams[i], i) + gapLines(pReport.streams[i], pStyle);
   return text + damageLines(pReport, pStyle);

@@ -17,8 +17,8 @@ std::string usageErrorText(const CLI::App& pRoot, const CLI::ParseError& pError)
   // The parser would say "A subcommand is required", also for a verb that is misspelt.
   const auto unknown = pRoot.remaining();
   if (verbs.empty() && !unknown.empty())
-    return "there is no verb or option \"" + unknown.front() + "\"" + help;
-  return (verbs.empty() ? "say what to do" : std::string(pError.what())) + help;
+    return "unknown command or option \"" + unknown.front() + "\"" + help;
+  return (verbs.empty() ? "no command given" : std::string(pError.what())) + help;
 }
 
 }  // namespace

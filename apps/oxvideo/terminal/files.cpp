@@ -30,7 +30,7 @@ void writeFile(const std::string& pPath, std::string_view pBytes, OXOutput& pOut
     try {
       pOut.write(pBytes);
     } catch (const OXOutputClosed&) {
-      throw OXFailure("standard output was closed before all of it was written");
+      throw OXFailure("standard output was closed before everything was written");
     }
     return;
   }

@@ -32,7 +32,7 @@ void onSignal(int pSignal) {
 
 void OXInterrupt::install() {
   if (pipeEnds[0] < 0 && ::pipe2(pipeEnds, O_CLOEXEC | O_NONBLOCK) != 0)
-    throw OXFailure("no pipe for signals can be had");
+    throw OXFailure("can't create the pipe for signals");
   struct sigaction action = {};
   action.sa_handler = onSignal;
   sigemptyset(&action.sa_mask);

@@ -10,7 +10,7 @@ namespace OX::cli {
 /// The reader of our output has gone: no more output is wanted.
 class OXOutputClosed : public std::runtime_error {
  public:
-  OXOutputClosed() : std::runtime_error("nobody reads the output any more") {}
+  OXOutputClosed() : std::runtime_error("the reader of the output is gone") {}
 };
 
 /// Writes to a descriptor that it borrows. One thread only.

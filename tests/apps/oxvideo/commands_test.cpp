@@ -91,13 +91,13 @@ TEST(UsageErrors, IsSaidWithoutABroker) {
     std::vector<std::string> arguments;
     const char* said;
   } rows[] = {
-      {{}, "say what to do"},
-      {{"frobnicate"}, "no verb or option \"frobnicate\""},
+      {{}, "no command given"},
+      {{"frobnicate"}, "unknown command or option \"frobnicate\""},
       {{"cameras", "--frob"}, "--frob"},
       {{"push", "test"}, "--camera"},
       {{"push", "test", "--camera", "-1"}, "--camera"},
       {{"push", "test", "--camera", "0", "--camera", "0"}, "twice"},
-      {{"push", "test", "--camera", "0", "--size", "640x400"}, "there are 160x120"},
+      {{"push", "test", "--camera", "0", "--size", "640x400"}, "use one of 160x120"},
       {{"push", "test", "--camera", "0", "--fps", "0"}, "above 0"},
       {{"snapshot"}, "--output"},
       {{"snapshot", "-o", "a", "--colorspace", "kXYZ"}, "kYuv, kHsy, kYUV422"},
@@ -107,11 +107,11 @@ TEST(UsageErrors, IsSaidWithoutABroker) {
       {{"call", "OXBroker"}, "METHOD"},
       {{"call", "OXBroker", "ping", "{}"}, "use an array"},
       {{"get"}, "--parameter"},
-      {{"get", "zoom"}, "\"zoom\" is no setting"},
-      {{"get", "camera", "--camera", "1"}, "not a camera's"},
+      {{"get", "zoom"}, "\"zoom\" is not a setting"},
+      {{"get", "camera", "--camera", "1"}, "leave out --camera"},
       {{"get", "fps", "--camera", "1", "--subscriber", "s"}, "--subscriber"},
       {{"set", "resolution"}, "one value"},
-      {{"set", "fps", "fast"}, "\"fast\" is no number"},
+      {{"set", "fps", "fast"}, "\"fast\" is not a number"},
       {{"angles", "0.5"}, "SECOND"},
       {{"record", "a.oxv"}, "--frames"},
       {{"play", "a.oxv", "--range", "9:3"}, "FIRST:LAST"},
@@ -203,7 +203,7 @@ TEST_F(Verbs, SnapshotLeavesNothingBehindWhateverComes) {
   } rows[] = {
       {imageReply(5), kDone, "160x120 kRGB"},
       {OXValue(), kFailed, "no frame"},
-      {OXValue("surprise"), kFailed, "no image"},
+      {OXValue("surprise"), kFailed, "invalid image"},
       {imageReply(5, 3), kFailed, "colour space 3"},
   };
   for (const auto& row : rows) {
@@ -438,7 +438,7 @@ TEST_F(Verbs, ReplayNeedsAFileCamera) {
 
 TEST_F(FileCameraVerbs, ReplayIsSteered) {
   const std::string file = fFake.folder.file("a.oxv");
-  EXPECT_THAT(run({"play", file}).err, HasSubstr("there is no file " + file));
+  EXPECT_THAT(run({"play", file}).err, HasSubstr("no such file: " + file));
   std::ofstream(file) << "x";
   device().answer("startFrameGrabber", [](const OXValue&) { return true; });
   EXPECT_EQ(run({"play", file}).status, kDone);

@@ -151,7 +151,7 @@ TEST_F(Exchange, leavesDamagedImagesOut) {
   flip(fPath, 128 + 2 * 192 + 100);
   const std::string video = fFolder.file("a.mkv");
   EXPECT_THAT(run({"export", fPath, video}),
-              AllOf(StartsWith("3 "), HasSubstr("left out as damaged: 1")));
+              AllOf(StartsWith("3 "), HasSubstr("damaged images left out: 1")));
   EXPECT_THAT(timesOf(video), ::testing::ElementsAre(0, 40, 120, 160));
 }
 
@@ -161,11 +161,11 @@ TEST_F(Exchange, refusesWhatCannotBe) {
       {{"export", fPath, fFolder.file("a.mkv")}, "can't have an odd width"},
       {{"export", "--stream", "2", fPath, fFolder.file("a.mkv")}, "has no stream 2"},
       {{"export", "--stream", "1", fPath, fFolder.file("a.avi")}, "can't keep time stamps"},
-      {{"export", "--stream", "1", fPath, fFolder.file("a.xyz")}, "no kind of video file"},
+      {{"export", "--stream", "1", fPath, fFolder.file("a.xyz")}, "unknown type of video file"},
       {{"export", "--stream", "1", "--codec", "ffv1", fPath, fFolder.file("a.mp4")},
        "can't hold ffv1"},
       {{"export", "--stream", "1", fPath, fFolder.file("none/a.mkv")}, "No such file"},
-      {{"export", "--stream", "1", fPath, fPath}, "the output is the input"},
+      {{"export", "--stream", "1", fPath, fPath}, "the output is the same file as the input"},
       {{"import", "test", fFolder.file("b.oxv")}, "never ends"},
       {{"import", "test", fFolder.file("b.oxv"), "--fps", "10"}, "never ends"},
       {{"import", fFolder.file("none.mp4"), fFolder.file("b.oxv")}, "No such file"},

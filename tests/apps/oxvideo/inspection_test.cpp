@@ -94,7 +94,8 @@ TEST_F(Inspection, answersForEachKindOfFile) {
   EXPECT_THAT(run({"verify", fPath}), StartsWith("1 "));
 
   store(good.substr(0, 128 + 2 * kFrame));
-  EXPECT_THAT(run({"verify", fPath}), AllOf(StartsWith("0 "), HasSubstr("did not close it")));
+  EXPECT_THAT(run({"verify", fPath}),
+              AllOf(StartsWith("0 "), HasSubstr("did not close this file")));
 
   store("no recording");
   for (const char* verb : {"info", "verify"})

@@ -49,12 +49,12 @@ TEST(Vocabulary, NamesAndNumbersOfTheVocabulary) {
   EXPECT_EQ(parseParameter("99"), 99) << "a camera may know more parameters than we do";
 
   EXPECT_EQ(outcome([] { return parseColorSpace("kCMYK"); }),
-            "refused: \"kCMYK\" is no colour space; there are kYuv, kHsy, kYUV422, kYUV, kRGB, "
+            "refused: \"kCMYK\" is not a colour space: use one of kYuv, kHsy, kYUV422, kYUV, kRGB, "
             "kHSY, kBGR, kYYCbCr, kH2RGB, kHSMixed");
   EXPECT_EQ(outcome([] { return parseColorSpace("3"); }).substr(0, 8), "refused:")
       << "a number without a colour space behind it";
   EXPECT_EQ(outcome([] { return parseResolution("5"); }),
-            "refused: \"5\" is no resolution; there are kQQVGA, kQVGA, kVGA, k4VGA");
+            "refused: \"5\" is not a resolution: use one of kQQVGA, kQVGA, kVGA, k4VGA");
   EXPECT_EQ(outcome([] { return parseParameter("zoom"); }).substr(0, 8), "refused:");
 }
 
