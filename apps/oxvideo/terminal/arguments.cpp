@@ -1,6 +1,8 @@
 // The only source that includes CLI11: its headers take longer to compile than any verb.
 #include "terminal/arguments.h"
 
+#include <fmt/format.h>
+
 #include <CLI/CLI.hpp>
 #include <sstream>
 
@@ -10,11 +12,24 @@ namespace OX::cli {
 
 namespace {
 
+/// The library's own checks write doubles with six decimals: "not in range 0.000000 to 1797693...".
+template <typename Condition>
+CLI::Validator numberCheck(Condition pIsAllowed, const std::string& pHelp,
+                           const std::string& pComplaint) {
+  return {[=](const std::string& pWord) {
+            double number = 0;
+            const bool isNumber = CLI::detail::lexical_cast(pWord, number);
+            if (isNumber && pIsAllowed(number)) return std::string();
+            return fmt::format("Value {} {}", pWord, isNumber ? pComplaint : "is not a number");
+          },
+          pHelp};
+}
+
 std::string usageErrorText(const CLI::App& pRoot, const CLI::ParseError& pError) {
   const auto verbs = pRoot.get_subcommands();
   const std::string help = "\n  see: " + pRoot.get_name() + " " +
                            (verbs.empty() ? "" : verbs[0]->get_name() + " ") + "--help";
-  // The parser would say "A subcommand is required", also for a verb that is misspelt.
+  // For a misspelt verb too, the library only says "A subcommand is required".
   const auto unknown = pRoot.remaining();
   if (verbs.empty() && !unknown.empty())
     return "unknown command or option \"" + unknown.front() + "\"" + help;
@@ -49,17 +64,19 @@ OXOption& OXOption::range(std::int64_t pFirst, std::int64_t pLast) {
 }
 
 OXOption& OXOption::range(double pFirst, double pLast) {
-  fOption->check(CLI::Range(pFirst, pLast));
+  fOption->check(numberCheck([=](double p) { return p >= pFirst && p <= pLast; },
+                             fmt::format("FLOAT in [{} - {}]", pFirst, pLast),
+                             fmt::format("not in range {} to {}", pFirst, pLast)));
   return *this;
 }
 
 OXOption& OXOption::positive() {
-  fOption->check(CLI::PositiveNumber);
+  fOption->check(numberCheck([](double p) { return p > 0; }, "POSITIVE", "not above 0"));
   return *this;
 }
 
 OXOption& OXOption::notNegative() {
-  fOption->check(CLI::NonNegativeNumber);
+  fOption->check(numberCheck([](double p) { return p >= 0; }, "NONNEGATIVE", "below 0"));
   return *this;
 }
 
@@ -133,7 +150,7 @@ OXVerb OXCommandLine::addVerb(const char* pName, const char* pDescription,
 
 std::string OXCommandLine::run(const std::vector<std::string>& pWords) {
   try {
-    // The parser takes its words from the back.
+    // The library expects the words in reverse.
     fApp->parse(std::vector<std::string>(pWords.rbegin(), pWords.rend()));
     return {};
   } catch (const CLI::ParseError& error) {

@@ -114,8 +114,12 @@ TEST(UsageErrors, IsSaidWithoutABroker) {
       {{"set", "fps", "fast"}, "\"fast\" is not a number"},
       {{"angles", "0.5"}, "SECOND"},
       {{"record", "a.oxv"}, "--frames"},
+      {{"record", "a.oxv", "--frames", "0"}, "--frames: Value 0 not above 0"},
+      {{"record", "a.oxv", "--frames", "x"}, "--frames: Value x is not a number"},
+      {{"record", "a.oxv", "--frames", "1", "--timeout", "0"}, "Value 0 not in range 0.1 to 86400"},
       {{"play", "a.oxv", "--range", "9:3"}, "FIRST:LAST"},
       {{"play", "a.oxv", "--mode", "2"}, "--mode"},
+      {{"play", "a.oxv", "--stream", "-1"}, "--stream: Value -1 below 0"},
       {{"speed", "nan"}, "above 0"},
       {{"--color", "sometimes", "cameras"}, "--color"},
   };
