@@ -1,3 +1,4 @@
+// The only source of the daemon that includes CLI11, whose headers take seconds to compile.
 #include "options.h"
 
 #include <CLI/CLI.hpp>
@@ -11,7 +12,7 @@ constexpr char kExample[] =
     "  oxbroker --load libvideoinput.so --preferences preferences --listen unix:/tmp/ox.sock\n"
     "serves a camera to programs on this machine until Ctrl-C.";
 
-// Above this a level of nesting could exhaust a thread's stack.
+// Deeper nesting could exhaust the stack of a thread.
 constexpr int kMostNesting = 1000;
 
 void addLimits(CLI::App& pApp, Options& pOptions) {

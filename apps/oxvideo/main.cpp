@@ -1,3 +1,4 @@
+// Hands the arguments to the library that tests call as well.
 #include <exception>
 
 #include "program.h"

@@ -1,3 +1,4 @@
+// Every error becomes one line on standard error and an exit status here, and nowhere else.
 #include "program.h"
 
 #include <cstdlib>
@@ -44,7 +45,7 @@ int run(const std::vector<std::string>& pArguments, Context& pContext) {
 }  // namespace
 
 int runProgram(const std::vector<std::string>& pArguments, OXOutput& pOut, OXOutput& pErr) {
-  // What this program has to say it says itself.
+  // Errors are reported by this program; records of the framework would repeat them.
   ki::log::setLevel(0);
   Context context{pOut, pErr};
   if (const char* address = std::getenv("OXVIDEO_BROKER"); address && *address)
@@ -52,7 +53,7 @@ int runProgram(const std::vector<std::string>& pArguments, OXOutput& pOut, OXOut
   try {
     return run(pArguments, context);
   } catch (const OXOutputClosed&) {
-    // Whoever closes our output has seen enough: oxvideo watch | head -1.
+    // The reader has seen enough, as in: oxvideo watch | head -1.
     return kDone;
   } catch (const OXInterrupted&) {
     return OXInterrupt::status();

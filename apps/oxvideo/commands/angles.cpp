@@ -1,3 +1,5 @@
+// The device computes in radians and returns single precision: units are converted on this side, in
+// double.
 #include <fmt/format.h>
 
 #include <memory>

@@ -1,3 +1,4 @@
+// The way to every method that has no verb of its own.
 #include <memory>
 
 #include "commands/commands.h"
@@ -55,7 +56,7 @@ void addCall(OXCommandLine& pLine, Context& pContext) {
   verb.option("-o,--output", options->output,
               "write the binaries of the result to this file (- for standard output)")
       .valueName("FILE");
-  // The arguments are what the parser leaves: it would take brackets apart as a list of its own.
+  // Arguments are the words left over: as a positional, the parser would split "[1, 2]" itself.
   verb.allowUnknownWords();
   verb.onRun([&pContext, options, verb] { run(pContext, *options, verb.unknownWords()); });
 }

@@ -1,3 +1,4 @@
+// A table of all cameras: the first thing to look at when images don't come.
 #include <fmt/format.h>
 
 #include <memory>

@@ -1,3 +1,5 @@
+// Common options are added to each verb and to the program, so that they may come before the verb
+// or after it.
 #include "commands/commands.h"
 
 #include "device/session.h"

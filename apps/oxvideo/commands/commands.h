@@ -1,4 +1,4 @@
-/// The verbs. Each function adds one or more of them to the program's command line.
+/// The verbs of the command line: one source and one function each.
 #pragma once
 
 #include <string>
@@ -9,29 +9,28 @@
 
 namespace OX::cli {
 
-/// What every verb gets: filled by the common options, then read by the verb that runs.
+/// Passed to every verb. The common options fill it in before the verb runs.
 struct Context {
   OXOutput& out;
   OXOutput& err;
   std::string broker = "127.0.0.1:9740";
   std::string color = "auto";
-  int status = 0;  ///< what the verb that ran ended with
+  int status = 0;  ///< exit status, set by the verb
 
   OXTextStyle style() const { return OXTextStyle(wantsColor(color, out.isTerminal())); }
 };
 
-/// Adds a verb with the options that all share. pExample is a command line that works, shown by
-/// --help; pRun gives the status.
+/// The example is a command line that works, and what else --help should say after it.
 struct Verb {
   const char* name;
   const char* description;
   const char* example;
 };
+/// Adds a verb with the common options.
 OXVerb addVerb(OXCommandLine& pLine, Context& pContext, const Verb& pVerb);
 void addCommonOptions(OXVerb& pVerb, Context& pContext);
 
-/// A verb without arguments of its own that calls one method of a file camera and prints what it
-/// answers, if that is a number.
+/// Adds a verb that calls one method of a file camera and prints the result if it is a number.
 void addFileCameraCall(OXCommandLine& pLine, Context& pContext, const Verb& pVerb,
                        const char* pMethod);
 

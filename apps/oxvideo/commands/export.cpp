@@ -1,4 +1,4 @@
-// A recording becomes a video or pictures; images that can't be read are counted, not fatal.
+// Reports what an export left out or moved; the exit status tells a script.
 #include <fmt/format.h>
 
 #include <memory>
@@ -46,7 +46,7 @@ void addExport(OXCommandLine& pLine, Context& pContext) {
     std::string input;
   };
   const auto options = std::make_shared<Options>();
-  verb.option("IN", options->input, "the recording").required();
+  verb.option("IN", options->input, "recording to read").required();
   verb.option("OUT", options->output, "video file or folder to write").required();
   verb.option("--codec", options->codec, "ffv1 or h264 (default: by the file extension)")
       .oneOf({"ffv1", "h264"});

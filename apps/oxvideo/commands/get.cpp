@@ -1,4 +1,4 @@
-// Reads one setting.
+// Prints one setting, in the words that set takes.
 #include <memory>
 
 #include "commands/commands.h"

@@ -1,4 +1,4 @@
-// A video becomes a recording; what is asked for in words is checked before a file is made.
+// Sizes and rates are parsed before the output is created: a typing error leaves no file.
 #include <fmt/format.h>
 
 #include <memory>
@@ -44,7 +44,7 @@ void addImport(OXCommandLine& pLine, Context& pContext) {
   };
   const auto options = std::make_shared<Options>();
   verb.option("VIDEO", options->video, "a video file, a picture, or \"test\"").required();
-  verb.option("OUT", options->output, "the recording").required();
+  verb.option("OUT", options->output, "recording to write").required();
   verb.option("--size", options->sizeText,
               "160x120, 320x240, 640x480 or 1280x960 (default: the largest that the video "
               "fills)")

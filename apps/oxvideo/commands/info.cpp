@@ -1,4 +1,4 @@
-// Reads the tables of a recording, never its pixels: quick however long the recording is.
+// Reads the headers of a recording, never its pixels: fast for recordings of any length.
 #include <memory>
 
 #include "commands/commands.h"
@@ -19,7 +19,7 @@ void addInfo(OXCommandLine& pLine, Context& pContext) {
     bool asJson = false;
   };
   const auto options = std::make_shared<Options>();
-  verb.option("FILE", options->file, "the recording").required();
+  verb.option("FILE", options->file, "recording to read").required();
   verb.flag("--json", options->asJson, "print JSON on one line");
   verb.onRun([&pContext, options] {
     const RecordingReport report = makeReport(OXRecordingFile(options->file));

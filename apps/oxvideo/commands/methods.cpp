@@ -1,3 +1,4 @@
+// What a broker says of itself, as a manual page. It needs no knowledge of any module.
 #include <fmt/format.h>
 
 #include <memory>
@@ -72,7 +73,7 @@ std::string signature(const Publication& pMethod, const OXTextStyle& pStyle) {
                      pStyle.bold(printable(pMethod.name)), join(parameters));
 }
 
-/// "name  text", further lines of the text under its first.
+/// "name  text"; further lines are aligned with the first.
 std::string describeValue(const std::string& pName, const std::string& pText, std::size_t pWidth) {
   const int indent = static_cast<int>(pWidth) + 6;
   std::string text = indentLines(printable(pText), indent);
@@ -83,7 +84,7 @@ std::string describeValue(const std::string& pName, const std::string& pText, st
 std::string methodText(const Publication& pMethod, const OXTextStyle& pStyle) {
   std::string text = signature(pMethod, pStyle) + "\n";
   if (!pMethod.description.empty()) text += indentLines(printable(pMethod.description), 2) + "\n";
-  std::size_t width = 7;  // of the word "returns"
+  std::size_t width = 7;  // "returns"
   for (const auto& parameter : pMethod.parameters) width = std::max(width, parameter.name.size());
   for (const auto& parameter : pMethod.parameters)
     if (!parameter.description.empty())

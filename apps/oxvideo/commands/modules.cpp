@@ -1,3 +1,4 @@
+// The modules of a broker, one a line for scripts.
 #include <memory>
 
 #include "commands/commands.h"

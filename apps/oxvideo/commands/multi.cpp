@@ -1,3 +1,5 @@
+// One request for all cameras: their images belong to the same moment, which several snapshots'
+// don't.
 #include <fmt/format.h>
 
 #include <filesystem>
@@ -15,7 +17,7 @@ namespace OX::cli {
 
 namespace {
 
-constexpr int kLowestFps = 5;  // asking for more would make the cameras run faster
+constexpr int kLowestFps = 5;  // a higher rate could speed up the cameras for everybody
 
 struct Options {
   std::string output;
@@ -25,7 +27,7 @@ struct Options {
   bool asJson = false;
 };
 
-/// What is given once holds for all; what is given several times goes with the cameras in turn.
+/// A single word applies to all cameras; several apply to one camera each, in order.
 const std::string& valueForCamera(const std::vector<std::string>& pWords, std::size_t pIndex,
                                   const std::string& pDefault) {
   if (pWords.empty()) return pDefault;

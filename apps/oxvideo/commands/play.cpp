@@ -1,4 +1,4 @@
-// Only the broker can open the file; what can be known of it on this side is checked here first.
+// The broker opens the file, on its machine; what can be checked on this side is checked first.
 #include <filesystem>
 #include <memory>
 
@@ -31,16 +31,16 @@ void play(Context& pContext, const Options& pOptions) {
     const auto [first, last] = parseRange(pOptions.range);
     range = OXValue::array(first, last);
   }
-  // The path is opened by the broker, whose working directory is another.
+  // The broker opens the path and has another working directory.
   const std::string path = std::filesystem::absolute(pOptions.file).string();
   std::error_code ignored;
-  // A missing file is only noted in the broker's log: say it here where that can be known.
+  // The device only logs a missing file. Report it here if the broker is on this machine.
   if (isOnThisMachine(pContext.broker) && !std::filesystem::is_regular_file(path, ignored))
     throw OXFailure("no such file: " + printable(path));
   OXSession session(pContext.broker, "play");
   session.requireFileCamera();
   session.device("setVideo", path, range, pOptions.loop, pOptions.mode, pOptions.stream);
-  // Opens the file now, so that one that can't be replayed is refused here.
+  // Opens the file now: an unreadable one is refused here, not at the first request.
   session.device("startFrameGrabber");
 }
 

@@ -1,4 +1,4 @@
-// The image that a replay stands at, for scripts that step.
+// The number of the replayed image, for scripts that step through a file.
 #include "commands/commands.h"
 
 namespace OX::cli {

@@ -1,3 +1,5 @@
+// Each camera is fed at its own rate from one source, whose clock is the wall clock: a slow broker
+// drops frames and never slows the film down.
 #include <fmt/format.h>
 
 #include <algorithm>
@@ -21,7 +23,7 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 constexpr std::chrono::milliseconds kAskAgain{500};
-// After a stop (Ctrl-Z, a debugger) the footage goes on; it doesn't race through what was missed.
+// After a stop (Ctrl-Z, a debugger) the film continues where it was and skips at most this much.
 constexpr double kLongestStep = 2;
 
 struct Options {
@@ -33,7 +35,7 @@ struct Options {
   bool asJson = false;
 };
 
-/// One camera that is fed.
+/// One camera being fed.
 struct Feed {
   int camera;
   FrameSize size;
@@ -62,7 +64,7 @@ class Pusher {
 
   Context& fContext;
   const Options& fOptions;
-  const std::optional<FrameSize> fSize;  ///< as told; else the camera is asked
+  const std::optional<FrameSize> fSize;  ///< by option; unset: what the camera expects
   const std::optional<double> fFps;
   const Fit fFit;
   OXSession fSession;
@@ -93,7 +95,7 @@ Pusher::Pusher(Context& pContext, const Options& pOptions)
   fProgress = std::make_unique<OXProgress>(pContext.err, "push", total);
 }
 
-/// Takes over what the camera expects, but for what the options say.
+/// Adopts what the camera expects, unless an option overrides it.
 void Pusher::xAdoptExpectedInput(Feed& pFeed) {
   if (fSize && fFps) return;
   const ExpectedInput expected =
@@ -109,7 +111,7 @@ Feed* Pusher::xNextDue() {
   return next;
 }
 
-/// Pushes one frame; false when the source has ended.
+/// Pushes one frame. False at the end of the source.
 bool Pusher::xStep(Feed& pFeed) {
   const auto now = Clock::now();
   if (now >= pFeed.askAgain) {
@@ -144,7 +146,7 @@ void Pusher::xShowProgress() {
                                 first.pacer.fps(), xTotal(&Feed::dropped)));
 }
 
-/// Pushes until there is nothing more to push or a signal comes.
+/// Pushes until the source or the number of frames ends, or a signal comes.
 void Pusher::xPushAll() {
   while (Feed* feed = xNextDue()) {
     if (!OXInterrupt::waitUntil(feed->pacer.due()) || !xStep(*feed)) return;
@@ -163,7 +165,7 @@ int Pusher::run() {
     xPushAll();
     isEnded = !OXInterrupt::requested();
   } catch (const OXInterrupted&) {
-    // The signal came while the source was read: the report is due all the same.
+    // The signal came while the source was being read; the report is printed all the same.
     isEnded = false;
   }
   return xReport(!isEnded && xNextDue() && (fOptions.frames > 0 || !fSource->isEndless()));

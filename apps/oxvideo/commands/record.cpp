@@ -1,3 +1,5 @@
+// The device records a frame for each raw image requested. This verb paces the requests, one for
+// each new frame, and leaves the file to the broker.
 #include <fmt/format.h>
 
 #include <chrono>
@@ -24,12 +26,12 @@ struct Options {
   ViewOptions view;
   int frames = 0;
   int period = 1;
-  int fps = 0;  ///< 0: what the camera runs at
+  int fps = 0;  ///< 0: the camera's current rate
   double timeoutSeconds = 10;
 };
 
-/// Records with one subscription and looks out for new frames with another, small one: the device
-/// counts each request for a raw image, also one that brings the same frame once more.
+/// Records with one subscription and detects new frames with another, small one: the device records
+/// a frame for each raw request, even if it is the same frame again.
 class Recorder {
  public:
   Recorder(Context& pContext, const Options& pOptions);
@@ -66,7 +68,7 @@ Recorder::Recorder(Context& pContext, const Options& pOptions)
       fPoll(std::chrono::milliseconds(100) / std::max(fFps, 1)),
       fProgress(pContext.err, "record", pOptions.frames) {}
 
-/// Waits for a frame that isn't recorded yet; false when none comes or a signal does.
+/// Waits for a frame that has not been recorded. False on timeout or signal.
 bool Recorder::xAwaitFrame() {
   const auto limit = Clock::now() + std::chrono::duration_cast<Clock::duration>(
                                         std::chrono::duration<double>(fOptions.timeoutSeconds));
@@ -86,7 +88,7 @@ void Recorder::xStop() {
 }
 
 int Recorder::run() {
-  // The path is opened by the broker, whose working directory is another.
+  // The broker opens the path and has another working directory.
   const std::string path = std::filesystem::absolute(fOptions.output).string();
   if (!fSession.device("recordVideo", fRecording.id(), path, fOptions.frames, fOptions.period)
            .toBool())

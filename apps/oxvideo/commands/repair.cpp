@@ -1,4 +1,4 @@
-// Never touches the file that it reads: a repair that goes wrong loses nothing.
+// Writes a new file and never touches the damaged one: a repair that fails loses nothing.
 #include <fmt/format.h>
 
 #include <memory>

@@ -1,3 +1,4 @@
+// Waits for a fresh image, since the camera may only start with this subscription.
 #include <fmt/format.h>
 
 #include <chrono>
@@ -17,7 +18,7 @@ namespace OX::cli {
 namespace {
 
 using Clock = std::chrono::steady_clock;
-constexpr int kLowestFps = 5;  // asking for more would make the camera run faster
+constexpr int kLowestFps = 5;  // a higher rate could speed up the camera for everybody
 
 struct Options {
   ViewOptions view;
@@ -26,7 +27,7 @@ struct Options {
   bool asJson = false;
 };
 
-/// Asks until there is a frame; each request waits up to a second on the other side.
+/// Requests images until there is one; the device waits up to a second for each.
 CameraImage waitForImage(OXSubscription& pSubscription, const Options& pOptions) {
   const auto limit = Clock::now() + std::chrono::duration_cast<Clock::duration>(
                                         std::chrono::duration<double>(pOptions.timeoutSeconds));

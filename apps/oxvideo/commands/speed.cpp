@@ -1,4 +1,4 @@
-// The device takes any float; a speed that means nothing is refused before it is asked.
+// The device accepts any float; a speed that makes no sense is refused on this side.
 #include <cmath>
 #include <memory>
 

@@ -1,4 +1,4 @@
-// Reads every pixel: the only way to know that a recording is whole.
+// Reads every pixel: nothing less can tell that a recording is intact.
 #include <fmt/format.h>
 
 #include <memory>
@@ -35,7 +35,7 @@ void addVerify(OXCommandLine& pLine, Context& pContext) {
                          "oxvideo verify drive.oxv\n"
                          "Exits with 1 if anything is damaged."});
   const auto file = std::make_shared<std::string>();
-  verb.option("FILE", *file, "the recording").required();
+  verb.option("FILE", *file, "recording to check").required();
   verb.onRun([&pContext, file] { pContext.status = runVerify(pContext, *file); });
 }
 

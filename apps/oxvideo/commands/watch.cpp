@@ -1,3 +1,5 @@
+// Measures a camera as a subscriber experiences it: what arrives, how old it is, what a request
+// takes.
 #include <fmt/format.h>
 
 #include <chrono>
@@ -20,13 +22,13 @@ using Seconds = std::chrono::duration<double>;
 
 struct Options {
   ViewOptions view;
-  int fps = 0;  ///< 0: what the camera runs at
+  int fps = 0;  ///< 0: the camera's current rate
   std::int64_t frames = 0;
   double timeoutSeconds = 10;
   bool asJson = false;
 };
 
-/// What was seen since it was started.
+/// Counts since the last restart().
 struct RequestCounts {
   Clock::time_point start;
   std::int64_t frames = 0;
@@ -67,7 +69,7 @@ class Watcher {
   Clock::duration fPeriod;
   RequestCounts fSecond, fTotal;
   int fLines = 0;
-  std::int64_t fNewestUs = 0;  ///< stamp of the newest frame, 0 before the first
+  std::int64_t fNewestUs = 0;  ///< time stamp of the newest frame; 0: none yet
   Clock::time_point fLastFrame, fNextRequest;
 };
 
@@ -82,13 +84,13 @@ Watcher::Watcher(Context& pContext, const Options& pOptions)
       fSession(pContext.broker, "watch"),
       fStream(streamRequest(pOptions.view, fSession)),
       fSubscription(fSession, fStream, frameRate(pOptions, fSession)) {
-  // The device may have given another rate than asked for.
+  // The device may have chosen another rate than requested.
   const int fps = fSession.device("getFrameRate", fSubscription.id()).toInt();
   fPeriod = std::chrono::duration_cast<Clock::duration>(Seconds(1.0 / std::max(fps, 1)));
 }
 
-/// One request, and when the next one is to be. Just before a new frame can be there, then a few
-/// times in a period: so each frame is seen, and few are sent twice.
+/// Makes one request and schedules the next: just before a new frame can arrive, then a few times a
+/// period, so that every frame is seen and few are transferred twice.
 void Watcher::xRequest() {
   const auto asked = Clock::now();
   const auto image = fSubscription.image();

@@ -1,3 +1,4 @@
+// A camera may answer with a size that can't be pushed, such as [-1, -1].
 #include "device/expectedinput.h"
 
 #include <fmt/format.h>

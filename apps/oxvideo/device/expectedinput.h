@@ -1,4 +1,4 @@
-/// What a camera wants to be fed with.
+/// The size and frame rate at which a simulator camera expects frames.
 #pragma once
 
 #include <oxframework/oxvalue.h>
@@ -13,7 +13,7 @@ struct ExpectedInput {
 };
 
 /// The reply of getExpectedImageParameters, [[width, height], frame rate].
-/// Throws OXFailure when it is something else or a size that no camera takes.
+/// Throws OXFailure for any other reply and for a size that cameras do not have.
 ExpectedInput parseExpectedInput(const OXValue& pReply);
 
 }  // namespace OX::cli

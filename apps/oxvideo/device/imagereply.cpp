@@ -1,3 +1,4 @@
+// A reply comes from another process: every size is checked before a pixel is touched.
 #include "device/imagereply.h"
 
 #include <fmt/format.h>
@@ -25,7 +26,7 @@ int intAt(const OXValue& pReply, int pIndex, const char* pWhat) {
   return pReply[pIndex].toInt();
 }
 
-/// All but the pixels.
+/// Everything but the pixels.
 CameraImage parseHeader(const OXValue& pReply) {
   if (!pReply.isArray() || pReply.getSize() != kElements)
     refuse(fmt::format("{} of size {}, not an array of {}", OXValue::TypeToString(pReply.getType()),

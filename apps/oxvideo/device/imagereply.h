@@ -1,4 +1,4 @@
-/// Images as the device sends them.
+/// Parses the replies of the device that carry images.
 #pragma once
 
 #include <optional>
@@ -9,12 +9,12 @@
 
 namespace OX::cli {
 
-/// The reply of getImageRemote and getDirectRawImageRemote. Nothing for an invalid value: the
-/// camera had no frame. Throws OXFailure when what came is no image: every size is checked.
+/// The reply of getImageRemote and getDirectRawImageRemote. Empty for an invalid value: the camera
+/// had no frame. Throws OXFailure for a malformed reply; every size is checked.
 std::optional<CameraImage> parseImageReply(const OXValue& pReply);
 
-/// The reply of getImagesRemote: the images in the order of the cameras, nothing in place of one
-/// that the camera didn't have. Empty for an invalid value. Throws OXFailure as above.
+/// The reply of getImagesRemote: one entry per camera, in order, empty where the camera had no
+/// frame. No entries for an invalid value. Throws OXFailure as above.
 std::vector<std::optional<CameraImage>> parseImagesReply(const OXValue& pReply);
 
 }  // namespace OX::cli

@@ -1,3 +1,4 @@
+// Limits are checked here rather than on the wire, where the error would not name the word.
 #include "device/jsonvalues.h"
 
 #include <fmt/format.h>
@@ -16,7 +17,7 @@ namespace {
 
 using Json = nlohmann::json;
 
-constexpr int kDeepest = 32;  // as deep as the broker takes
+constexpr int kDeepest = 32;  // the limit of the broker
 
 OXValue integer(const Json& pJson, const std::string& pWord) {
   const bool fits = pJson.is_number_unsigned()
@@ -67,7 +68,7 @@ OXJson asJson(const OXValue& pValue) {
       return pValue.toInt();
     case OXValue::TypeFloat:
       if (!std::isfinite(pValue.toFloat())) return fmt::format("{}", pValue.toFloat());
-      // The double that prints as the float's shortest text, not as its seventeen digits.
+      // Via the float's shortest text: 0.1f must print as 0.1, not as 0.10000000149011612.
       return std::stod(fmt::format("{}", pValue.toFloat()));
     case OXValue::TypeString:
       return pValue.toString();

@@ -1,4 +1,4 @@
-/// Durations of many requests in little memory.
+/// Statistics over any number of durations in fixed memory.
 #pragma once
 
 #include <cstdint>
@@ -6,13 +6,14 @@
 
 namespace OX::cli {
 
-/// A histogram whose buckets are one per cent wide, from a microsecond to some minutes: what it
-/// answers is within one per cent, however long it runs. Values outside count at the ends.
+/// A histogram with buckets one per cent wide, from a microsecond to about seven minutes: results
+/// are accurate to one per cent. Values outside count in the first or last bucket.
 class OXLatencies {
  public:
   void add(double pSeconds);
   std::int64_t count() const { return fCount; }
-  /// The value that pPart (0 to 1) of all values don't exceed, in seconds; 0 when there are none.
+  /// The smallest value, in seconds, that pPart (0 to 1) of all values do not exceed; 0 without
+  /// any.
   double percentile(double pPart) const;
   double median() const { return percentile(0.5); }
   void clear();

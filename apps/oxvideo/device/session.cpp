@@ -1,3 +1,5 @@
+// Whatever happens, subscriptions are given back: a subscriber that stays keeps its camera at its
+// frame rate and its buffers in memory.
 #include "device/session.h"
 
 #include <fmt/format.h>
@@ -16,9 +18,9 @@ namespace OX::cli {
 namespace {
 
 constexpr std::chrono::seconds kConnectLimit{5};
-// An unsubscribe waits up to ten seconds for a held image.
+// Longer than an unsubscribe may take, which waits up to ten seconds for a held image.
 constexpr std::chrono::seconds kAnswerLimit{20};
-// More than any device has: a device that never says "invalid" must not be asked for ever.
+// More cameras than any device has: bounds the search in one that accepts every index.
 constexpr int kMostCameras = 256;
 
 boost::shared_ptr<OXRemoteBroker> connectTo(const std::string& pAddress) {
@@ -102,7 +104,7 @@ std::string OXSubscription::xSubscribe(const std::string& pMethod, const OXValue
   try {
     return fSession.call("OXVideoDevice", pMethod, pArguments).toString();
   } catch (const OXError&) {
-    // A camera that can't be started refuses, yet the device keeps the name.
+    // If the camera can't be started the device refuses, but keeps the subscriber.
     try {
       fSession.device("unsubscribe", pArguments[0]);
     } catch (const OXError&) {
@@ -116,7 +118,7 @@ OXSubscription::~OXSubscription() {
   try {
     end();
   } catch (const OXError&) {
-    // The broker has gone or has forgotten us: nothing is held there any more.
+    // The broker is gone or has dropped this connection, and the subscription with it.
     fActive = false;
   }
 }

@@ -1,4 +1,4 @@
-/// A connection to a broker, and what this program holds on it.
+/// A connection to a broker and the subscriptions made over it.
 #pragma once
 
 #include <boost/shared_ptr.hpp>
@@ -15,13 +15,13 @@ class OXRemoteBroker;
 
 namespace OX::cli {
 
-/// A connection that has told the broker its name. One thread only.
+/// A connection, registered with the broker under a name. One thread only.
 class OXSession {
  public:
   /// Throws OXFailure that names the address and says how to start a broker there.
   OXSession(const std::string& pAddress, const std::string& pVerb);
 
-  /// Throws OXError: what the other side raised, a lost connection, or no answer in 20 s.
+  /// Throws OXError: raised by the method, or for a lost connection or no answer within 20 s.
   OXValue call(const std::string& pModule, const std::string& pMethod, const OXValue& pArguments);
 
   /// The same for the video device.
@@ -30,13 +30,13 @@ class OXSession {
     return call("OXVideoDevice", pMethod, OXValue::array(std::forward<Arguments>(pArguments)...));
   }
 
-  /// The cameras that the device has: asked for one after the other until it knows no further one.
+  /// The number of cameras, found by trying one index after the other.
   int countCameras();
 
-  /// Throws OXFailure that says how to get a file camera when the device is none.
+  /// Throws OXFailure that says how to get a file camera, unless the device is one.
   void requireFileCamera();
 
-  /// A name for a subscription that nobody else has, "oxvideo_watch_4711_1".
+  /// A unique subscriber id such as "oxvideo_watch_4711_1".
   std::string nextSubscriberId();
 
  private:
@@ -64,14 +64,14 @@ class OXSubscription {
   OXSubscription(const OXSubscription&) = delete;
   OXSubscription& operator=(const OXSubscription&) = delete;
 
-  /// The name under which the device knows it.
+  /// The subscriber's id.
   const std::string& id() const { return fId; }
 
-  /// The newest image; nothing when the camera had none within the device's second.
+  /// The newest image; empty when the camera had none within a second.
   std::optional<CameraImage> image();
-  /// The newest raw image, likewise.
+  /// The same for raw images.
   std::optional<CameraImage> rawImage();
-  /// Images of all streams, in their order; none at all when the device had none.
+  /// One entry per stream, in order; no entries when the device had no images.
   std::vector<std::optional<CameraImage>> images();
 
   /// Unsubscribes now. Throws OXError when that fails.

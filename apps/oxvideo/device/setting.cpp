@@ -1,4 +1,5 @@
-// Which of the device's operations serves a setting depends on whose it is; verbs need not know.
+// The device has different operations for a subscriber's, a camera's and its own settings; this is
+// the one place that chooses between them.
 #include "device/setting.h"
 
 #include <fmt/format.h>
@@ -21,8 +22,8 @@ constexpr SettingName kSettings[] = {
     {"camera", kCameraSelectID, "getActiveCamera", "setActiveCamera"},
 };
 
-/// The file camera publishes getParam for two ints once more, the other way round, and that is the
-/// one that answers then.
+/// The file camera publishes getParam(int, int) a second time with the arguments exchanged, and the
+/// later publication is the one called.
 bool getParamTakesCameraFirst(OXSession& pSession) {
   bool isCameraFirst = false;
   const OXValue methods =
@@ -96,7 +97,7 @@ void OXSetting::set(int pValue) {
     if (!fSession.device("setActiveCamera", pValue).toBool()) throwRefused();
     return;
   }
-  // It answers nothing: whether the value was taken is seen by what the camera has afterwards.
+  // setParam returns nothing: only the value afterwards tells whether it was accepted.
   const int before = get();
   fSession.device("setParam", fParameter, pValue, fCamera);
   if (before != pValue && get() == before) throwRefused();

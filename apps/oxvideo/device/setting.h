@@ -9,7 +9,7 @@
 
 namespace OX::cli {
 
-/// A setting under the name that people use, with the operations that serve it.
+/// The name of a setting on the command line, and the operations of the device for it.
 struct SettingName {
   const char* word;
   int parameter;  ///< the identifier to use for a camera's own value
@@ -20,9 +20,9 @@ struct SettingName {
 /// Throws OXUsageError for a word that names no setting.
 const SettingName& settingNamed(const std::string& pWord);
 
-/// A value in words or digits as the parameter's number. Throws OXUsageError.
+/// Parses a name or number as a value of the parameter. Throws OXUsageError.
 int parseValue(int pParameter, const std::string& pText);
-/// The number of a parameter in words, where it has some.
+/// The name of a value, or its digits where it has none.
 std::string valueText(int pParameter, int pValue);
 
 /// One setting or parameter of one subscriber or camera. Borrows the session.
@@ -36,7 +36,7 @@ class OXSetting {
   int get();
   /// Throws OXFailure when the value is refused.
   void set(int pValue);
-  /// Throws OXUsageError for a camera that was named: the device has no such operation.
+  /// Throws OXUsageError for a camera given by index: the device has no such operation.
   void setDefault();
 
  private:

@@ -1,4 +1,4 @@
-// One grammar for both verbs, so that what get prints can be handed to set.
+// get and set share one grammar: what get prints, set accepts.
 #include "device/settingoptions.h"
 
 #include <oxframework/oxdefinitions.h>

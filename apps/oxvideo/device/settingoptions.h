@@ -1,4 +1,4 @@
-/// The options that get and set share, and the setting that they mean.
+/// The options that get and set share, and the setting that they select.
 #pragma once
 
 #include <optional>
@@ -19,11 +19,11 @@ struct SettingOptions {
   bool asJson = false;
 };
 
-/// Adds them to a verb.
+/// Adds the options to a verb.
 void addSettingOptions(OXVerb& pVerb, SettingOptions& pOptions);
 
-/// Takes WHAT off the words, unless a parameter is named: then null. pRest words must be left.
-/// Throws OXUsageError.
+/// Removes the name of the setting from the words and looks it up; null if --parameter was given
+/// instead. Throws OXUsageError unless pRest words are left.
 const SettingName* takeSetting(SettingOptions& pOptions, std::size_t pRest);
 
 /// The setting's present value on one line, as text or JSON. pName as takeSetting() returned it.

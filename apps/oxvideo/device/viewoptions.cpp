@@ -1,3 +1,4 @@
+// Looking must not change what others see: the default is the camera's own resolution.
 #include "device/viewoptions.h"
 
 #include <oxframework/oxdefinitions.h>

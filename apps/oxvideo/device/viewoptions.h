@@ -1,4 +1,4 @@
-/// The options of a verb that looks through one camera, and the stream that they mean.
+/// The options of verbs that view one camera, and the stream that they select.
 #pragma once
 
 #include <string>
@@ -10,18 +10,18 @@ namespace OX::cli {
 
 struct ViewOptions {
   int camera = 0;
-  std::string resolution;  ///< empty: what the camera runs at
+  std::string resolution;  ///< empty: the camera's current one
   std::string colorSpace = "kRGB";
 };
 
 /// Adds --camera, --resolution and --colorspace.
 void addViewOptions(OXVerb& pVerb, ViewOptions& pOptions);
 
-/// Checks the names, without a broker. Throws OXUsageError.
+/// Checks the names before a connection is made. Throws OXUsageError.
 void checkNames(const ViewOptions& pOptions);
 
-/// The stream meant. Where no resolution is asked for it is the camera's own, so that looking
-/// changes nothing.
+/// The selected stream. The default resolution is the camera's current one, so that viewing changes
+/// nothing.
 StreamRequest streamRequest(const ViewOptions& pOptions, OXSession& pSession);
 
 }  // namespace OX::cli

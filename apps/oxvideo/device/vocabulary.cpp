@@ -1,3 +1,4 @@
+// Names and numbers are both accepted; every refusal lists what is allowed.
 #include "device/vocabulary.h"
 
 #include <fmt/format.h>
@@ -21,7 +22,7 @@ std::optional<Number> parseNumber(std::string_view pText) {
   return number;
 }
 
-/// The two numbers on both sides of a sign.
+/// The numbers before and after a separator.
 std::optional<std::pair<int, int>> parsePair(const std::string& pText, char pSign) {
   const std::size_t sign = pText.find(pSign);
   if (sign == std::string::npos) return std::nullopt;

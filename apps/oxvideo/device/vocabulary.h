@@ -1,5 +1,5 @@
-/// What a person asks for in words: sizes, rates, ranges, names. Every function throws OXUsageError
-/// that says what would be right.
+/// Parses command-line values: sizes, rates, ranges, names of the device's constants, and formats
+/// the names. Every parser throws OXUsageError that lists what is allowed.
 #pragma once
 
 #include <string>
@@ -10,22 +10,22 @@
 
 namespace OX::cli {
 
-/// "640x480": one of the four sizes that a camera takes.
+/// "640x480": one of the four camera sizes.
 FrameSize parseSize(const std::string& pText);
-/// Frames a second: above 0, up to 1000.
+/// Frames per second: above 0, up to 1000.
 double parseFps(const std::string& pText);
-/// "10:20": first and last, each from 0, first not behind last.
+/// "10:20": first and last, counted from 0, first <= last.
 std::pair<int, int> parseRange(const std::string& pText);
 
 /// "kVGA", "VGA" or 2.
 int parseResolution(const std::string& pText);
-/// "kRGB", "RGB" or 11: one of the ten that there are.
+/// "kRGB", "RGB" or 11: one of the ten colour spaces.
 int parseColorSpace(const std::string& pText);
 /// "resolution", "frame-rate", "buffers", "select", "colorspace", "kCameraResolutionID" or any
 /// number.
 int parseParameter(const std::string& pText);
 
-/// "kVGA", or the number where there is no name.
+/// "kVGA", or the digits of a number without a name.
 std::string resolutionName(int pResolution);
 std::string colorSpaceName(int pColorSpace);
 /// "MT9M114", or the number.

@@ -1,4 +1,4 @@
-/// The FFmpeg libraries with owners for what they give. Only for sources.
+/// RAII owners for FFmpeg objects. Include from .cpp files only.
 #pragma once
 
 extern "C" {
@@ -16,7 +16,7 @@ extern "C" {
 
 namespace OX::cli {
 
-/// Frees by handing the pointer's address, as most of their functions want it.
+/// Most FFmpeg functions that free take the address of the pointer.
 template <auto Free>
 struct FreeByAddress {
   template <typename T>

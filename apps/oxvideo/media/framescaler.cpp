@@ -1,3 +1,5 @@
+// Scaling happens before turning and padding: the library scales best, and a scaled frame is the
+// smallest that has to be moved about.
 #include "media/framescaler.h"
 
 #include <fmt/format.h>
@@ -13,7 +15,7 @@ namespace OX::cli {
 
 namespace {
 
-/// The formats with a "j" mean full range; the library wants the plain one and the range apart.
+/// "J" formats imply full range; the scaler wants the plain format and the range separately.
 AVPixelFormat plainFormat(int pFormat, bool& pFullRange) {
   pFullRange = true;
   switch (pFormat) {
@@ -48,12 +50,12 @@ int colorMatrix(const AVFrame& pFrame) {
     case AVCOL_SPC_SMPTE170M:
       return SWS_CS_ITU601;
     default:
-      // A video that doesn't say: what players assume by its size.
+      // Unspecified: players go by the size.
       return pFrame.height >= 720 ? SWS_CS_ITU709 : SWS_CS_ITU601;
   }
 }
 
-/// Copies rows of a scaled frame to where they belong in the target, mirrored and turned.
+/// A scaled frame seen upright: maps what is shown to the stored pixel.
 struct OrientedFrame {
   const unsigned char* source;
   std::ptrdiff_t sourceStride;
@@ -64,7 +66,7 @@ struct OrientedFrame {
     return source + pY * sourceStride + (orientation.mirrored ? stored.width - 1 - pX : pX) * 3;
   }
 
-  /// The stored pixel that is shown at column pX, row pY.
+  /// The stored pixel shown at column pX, row pY.
   const unsigned char* shown(int pX, int pY) const {
     switch (orientation.quarterTurns) {
       case 1:
@@ -103,7 +105,7 @@ OXFrameScaler::OXFrameScaler() : fImpl(std::make_unique<Impl>()) {}
 
 OXFrameScaler::~OXFrameScaler() = default;
 
-/// A buffer of the library's own alignment: it writes whole vectors behind a row's end.
+/// Allocated by the library, because its scaler writes whole vectors past the end of a row.
 void OXFrameScaler::Impl::prepareTarget(FrameSize pSize) {
   if (scaled && scaled->width == pSize.width && scaled->height == pSize.height) return;
   scaled.reset(av_frame_alloc());

@@ -1,4 +1,4 @@
-/// Decoded frames of any pixel format as red, green, blue of the size wanted, upright.
+/// Converts decoded frames of any pixel format to upright RGB of a given size.
 #pragma once
 
 #include <memory>
@@ -9,23 +9,23 @@
 
 namespace OX::cli {
 
-/// What to do with a frame whose sides are in another ratio than the target's.
+/// How to fit a frame into a target of another aspect ratio.
 enum class Fit {
-  kPad,      ///< keep the shape, black bars beside it
+  kPad,      ///< keep the aspect ratio, add black bars
   kStretch,  ///< fill the target
 };
 
-/// Where a frame comes to lie in the target.
+/// The rectangle of the target that a frame covers.
 struct Placement {
   int left = 0;
   int top = 0;
   FrameSize size;
 };
 
-/// pShape is the frame's shape once upright: pixels that aren't square are counted in.
+/// pShape is the upright frame in square pixels.
 Placement placeFrame(double pShapeWidth, double pShapeHeight, FrameSize pTarget, Fit pFit);
 
-/// Keeps the scaler of the last kind of frame. One thread only.
+/// Reuses the scaler while the kind of frame stays the same. One thread only.
 class OXFrameScaler {
  public:
   OXFrameScaler();
@@ -34,7 +34,7 @@ class OXFrameScaler {
   OXFrameScaler& operator=(const OXFrameScaler&) = delete;
 
   /// Makes pTarget hold width * height * 3 bytes, rows top down without gaps. Honours the frame's
-  /// colour matrix and range (BT.709 from 720 rows on where a video doesn't say) and its pixels'
+  /// colour matrix and range (default: BT.709 from 720 rows on, else BT.601) and its pixels'
   /// aspect ratio. Throws OXFailure for a format that can't be converted.
   void render(const AVFrame& pFrame, Orientation pOrientation, FrameSize pSize, Fit pFit,
               std::vector<unsigned char>& pTarget);

@@ -1,3 +1,5 @@
+// One frame is read ahead, because only the start of the next frame tells when the current one
+// ends, and only its absence tells a still picture from a video.
 #include "media/framesource.h"
 
 #include "media/ffmpeg.h"

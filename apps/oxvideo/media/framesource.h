@@ -1,4 +1,4 @@
-/// A source of frames seen along time: which frame is shown at a moment.
+/// A video as a function of time: which frame is shown at a moment.
 #pragma once
 
 #include <cstdint>
@@ -11,25 +11,25 @@
 
 namespace OX::cli {
 
-/// A source of one frame is a still picture: it is shown for ever. One thread only.
+/// A source of a single frame is a still picture and has no end. One thread only.
 class OXFrameSource {
  public:
-  /// As OXMediaReader takes it; with pLoop the end is followed by the start.
+  /// pSource is what OXMediaReader accepts. With pLoop it starts again at its end.
   OXFrameSource(std::string pSource, FrameSize pTestSize, bool pLoop);
   ~OXFrameSource();
   OXFrameSource(const OXFrameSource&) = delete;
   OXFrameSource& operator=(const OXFrameSource&) = delete;
 
-  /// Goes on to the frame that is shown pSeconds after the first one. Time never goes back.
-  /// False when the source has ended before that moment.
+  /// Moves on to the frame shown pSeconds after the first one; never moves back.
+  /// False when the source ends before that moment.
   bool advanceTo(double pSeconds);
 
   /// The frame of the last advanceTo() that was true, as OXFrameScaler renders it.
   void render(FrameSize pSize, Fit pFit, std::vector<unsigned char>& pTarget);
 
-  /// True when the end never comes: a loop, a still picture, the test picture.
+  /// True for a loop, a still picture and the test picture.
   bool isEndless() const;
-  /// Seconds until the end; 0 when that isn't known or never comes.
+  /// Length in seconds; 0 when unknown or endless.
   double duration() const;
   std::int64_t damagedFrames() const;
 
@@ -44,9 +44,9 @@ class OXFrameSource {
   std::unique_ptr<TimedFrame> fCurrent;
   std::unique_ptr<TimedFrame> fUpcoming;  ///< null at the end
   OXFrameScaler fScaler;
-  double fPassStart = 0;  ///< when this pass through the source began
+  double fPassStart = 0;  ///< start of the current pass through the source
   std::int64_t fPassFrames = 0;
-  std::int64_t fDamagedBefore = 0;  ///< in earlier passes
+  std::int64_t fDamagedBefore = 0;  ///< during earlier passes
 };
 
 }  // namespace OX::cli

@@ -1,3 +1,5 @@
+// Files may lack times, rates or whole frames. What is missing is filled in with what players
+// assume, so that time always moves forward.
 #include "media/mediareader.h"
 
 #include <fmt/format.h>
@@ -14,9 +16,9 @@ namespace OX::cli {
 
 namespace {
 
-constexpr double kUsualFps = 25;  // where a file gives no rate at all
+constexpr double kUsualFps = 25;  // for files without any rate
 
-/// What FFmpeg is asked to open: a plain name is a file, also when it has a colon.
+/// The prefix keeps FFmpeg from taking "a:b.mp4" for protocol "a".
 std::string inputUrl(const std::string& pSource) {
   return pSource.find("://") == std::string::npos ? "file:" + pSource : pSource;
 }
@@ -32,7 +34,7 @@ FormatOwner openInput(const std::string& pSource, FrameSize pTestSize) {
       isTest ? fmt::format("testsrc2=size={}x{}:rate=30", pTestSize.width, pTestSize.height)
              : inputUrl(pSource);
   const AVInputFormat* input = isTest ? av_find_input_format("lavfi") : nullptr;
-  // Frees the context when it fails.
+  // Frees the context on failure.
   const int result = avformat_open_input(&format, url.c_str(), input, nullptr);
   if (result < 0 && OXInterrupt::requested()) throw OXInterrupted();
   if (result < 0)
@@ -42,20 +44,20 @@ FormatOwner openInput(const std::string& pSource, FrameSize pTestSize) {
   return FormatOwner(format);
 }
 
-/// A matrix of the container or the picture as turns and mirroring.
+/// Reads turns and mirroring from the display matrix of a container or picture.
 Orientation parseOrientation(const std::int32_t* pMatrix) {
   const auto at = [&](int i) { return static_cast<double>(pMatrix[i]); };
   const bool mirrored = at(0) * at(4) - at(1) * at(3) < 0;
   std::int32_t matrix[9];
   std::copy(pMatrix, pMatrix + 9, matrix);
-  // A mirrored matrix is a mirror first and then a turn: undo the mirror, read the turn.
+  // Mirroring comes before turning: undo it, then read the angle.
   if (mirrored) {
     matrix[0] = -matrix[0];
     matrix[1] = -matrix[1];
   }
   const double degrees = av_display_rotation_get(matrix);
   if (std::isnan(degrees)) return {};
-  // Theirs is counterclockwise.
+  // Their angle is counterclockwise.
   const int turns = static_cast<int>(std::lround(-degrees / 90)) & 3;
   return {turns, mirrored};
 }
@@ -115,7 +117,7 @@ void OXMediaReader::Impl::openDecoder() {
   check(avcodec_open2(decoder.get(), codec, nullptr));
 }
 
-/// Hands the decoder one more packet, or tells it that there are no more.
+/// Sends the decoder the next packet, or the end of the stream.
 void OXMediaReader::Impl::feed() {
   while (true) {
     const int read = av_read_frame(format.get(), packet.get());
@@ -161,7 +163,7 @@ const AVFrame* OXMediaReader::next() {
       if (fImpl->frame->flags & AV_FRAME_FLAG_CORRUPT || fImpl->frame->decode_error_flags != 0)
         ++fImpl->damaged;
       fImpl->takeTimes();
-      // What the container says of the pixels' shape comes before what the frame does.
+      // The aspect ratio stated by the container takes precedence.
       fImpl->frame->sample_aspect_ratio =
           av_guess_sample_aspect_ratio(fImpl->format.get(), fImpl->stream, fImpl->frame.get());
       return fImpl->frame.get();
@@ -178,7 +180,7 @@ double OXMediaReader::time() const { return fImpl->time; }
 double OXMediaReader::frameDuration() const { return fImpl->duration; }
 
 Orientation OXMediaReader::orientation() const {
-  // A picture carries its own matrix, a video's stands with the stream.
+  // Pictures carry the matrix in the frame, videos in the stream.
   if (const AVFrameSideData* data =
           av_frame_get_side_data(fImpl->frame.get(), AV_FRAME_DATA_DISPLAYMATRIX))
     if (data->size >= 9 * sizeof(std::int32_t))

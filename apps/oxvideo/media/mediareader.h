@@ -1,4 +1,4 @@
-/// Frames of a video file, a picture or a generated test picture, one after the other.
+/// Reads the frames of a video file, a picture or a generated test picture in sequence.
 #pragma once
 
 #include <cstdint>
@@ -11,13 +11,13 @@ struct AVFrame;
 
 namespace OX::cli {
 
-/// How the rows and columns of a stored frame are to be shown.
+/// How a stored frame is to be turned for display.
 struct Orientation {
   int quarterTurns = 0;   ///< clockwise, 0 to 3, after mirroring
   bool mirrored = false;  ///< left and right exchanged
 };
 
-/// Reads with the FFmpeg libraries whatever they can read. One thread only.
+/// Reads whatever the FFmpeg libraries can. One thread only.
 class OXMediaReader {
  public:
   /// pSource: a file, a URL, or "test" for a moving test picture of pTestSize.
@@ -31,12 +31,12 @@ class OXMediaReader {
   /// skipped and counted. Throws OXFailure when reading fails.
   const AVFrame* next();
 
-  /// When the frame is shown and for how long, in seconds from the first one. Never goes back.
+  /// When the frame is shown, in seconds after the first one, and for how long. Never decreases.
   double time() const;
   double frameDuration() const;
   Orientation orientation() const;
 
-  /// Seconds of the whole, as the file says it; 0 when it doesn't or when there is no end.
+  /// Length in seconds as stated by the file; 0 when unknown or endless.
   double duration() const;
   std::int64_t damagedFrames() const;
 

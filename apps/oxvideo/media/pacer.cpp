@@ -1,3 +1,5 @@
+// Times are computed from the slot number and never summed up, so that rounding can't accumulate
+// into a drift.
 #include "media/pacer.h"
 
 #include <algorithm>

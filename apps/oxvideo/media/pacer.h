@@ -1,4 +1,4 @@
-/// When the next frame is due, and which ones are too late.
+/// Decides when frames are due and which are too late to send.
 #pragma once
 
 #include <chrono>
@@ -6,8 +6,8 @@
 
 namespace OX::cli {
 
-/// Cuts time into slots of one frame each. A slot that has gone by before its frame was sent is
-/// dropped. Pure arithmetic: the caller brings the time. One thread only.
+/// Divides time into slots of one frame each; a slot missed entirely is dropped. Pure arithmetic:
+/// the caller supplies the time. One thread only.
 class OXPacer {
  public:
   using Time = std::chrono::steady_clock::time_point;
@@ -15,15 +15,15 @@ class OXPacer {
   /// The first frame is due at pStart.
   OXPacer(Time pStart, double pFps) : fBase(pStart), fFps(pFps) {}
 
-  /// Changes the rate: slots count anew from the one that is due next.
+  /// Changes the rate from the next due slot on.
   void setFps(double pFps);
   double fps() const { return fFps; }
 
   /// When the next frame is due.
   Time due() const;
 
-  /// Starts the slot that is under way at pNow, which must not lie before due(). Those between are
-  /// dropped; the answer is how many.
+  /// Starts the slot that pNow (not before due()) falls into. Returns the number of slots dropped
+  /// in between.
   std::int64_t start(Time pNow);
 
  private:

@@ -1,5 +1,5 @@
-// A person is shown what the device would deliver in kRGB, where that can be told from the bytes;
-// the hue formats lose brightness or saturation and are shown with what is left.
+// Where the bytes allow it, a picture has the colours that the device delivers in kRGB. The hue
+// formats have lost brightness or saturation and are shown with full values instead.
 #include "media/picture.h"
 
 #include <fmt/format.h>
@@ -46,7 +46,7 @@ Rgb scaled(const Color& pColor, double pFactor) {
   return {byte(pColor.red), byte(pColor.green), byte(pColor.blue)};
 }
 
-/// The luma byte runs from 16 to 235; the brightness is chosen so that the colour has that luma.
+/// Luma runs from 16 to 235; the brightness is chosen so that the colour has that luma.
 Rgb fromHsy(int pHue, int pSaturation, int pY) {
   const Color color = saturated(pHue, pSaturation / 255.0);
   const double luma = 0.299 * color.red + 0.587 * color.green + 0.114 * color.blue;
@@ -55,7 +55,7 @@ Rgb fromHsy(int pHue, int pSaturation, int pY) {
 
 using ToRgb = Rgb (*)(const unsigned char* pPixel);
 
-/// Colour spaces in which each pixel stands for itself; null for the others.
+/// For colour spaces whose pixels can be converted one by one; null for the others.
 ToRgb pixelConverter(int pColorSpace) {
   using Bytes = const unsigned char*;
   switch (pColorSpace) {
@@ -77,8 +77,8 @@ ToRgb pixelConverter(int pColorSpace) {
   }
 }
 
-/// Writes the image as kYUV422 macro-pixels, Y0 U Y1 V: the form that the device's own conversion
-/// takes. Two pixels a macro-pixel; for kYUV, where each has its own chroma, one.
+/// Rearranges the image to kYUV422 macro-pixels, Y0 U Y1 V, the input of the device's kernels. Each
+/// holds two pixels; for kYUV, whose pixels have their own chroma, the same pixel twice.
 std::vector<unsigned char> macroPixels(const CameraImage& pImage) {
   const unsigned char* source = pImage.pixels;
   if (pImage.colorSpace == kYUV422) return {source, source + pImage.sizeBytes() / 4 * 4};
@@ -97,9 +97,8 @@ std::vector<unsigned char> macroPixels(const CameraImage& pImage) {
   return result;
 }
 
-/// The colours of kYUV422, kYYCbCr and kYUV by the device's own kernel, so that a picture has the
-/// bytes that a subscriber to kRGB would get. The image is converted as one long row: the kernel
-/// would read past the end of rows of an odd width.
+/// Converts with the device's kernel, so that a picture has the bytes that a kRGB subscriber gets.
+/// The image is passed as one long row: the kernel rounds an odd width up to whole macro-pixels.
 void convertYuv(const CameraImage& pImage, std::vector<unsigned char>& pRgb) {
   const std::vector<unsigned char> source = macroPixels(pImage);
   const int pixels = static_cast<int>(source.size() / 2);

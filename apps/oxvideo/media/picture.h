@@ -1,4 +1,4 @@
-/// Images made into pictures that a person can judge, and pictures into PNG.
+/// Converts images of any colour space to RGB pictures for people, and pictures to PNG.
 #pragma once
 
 #include <string>
@@ -20,17 +20,17 @@ struct Picture {
 /// | colour space          | shown as                                                             |
 /// |-----------------------|----------------------------------------------------------------------|
 /// | kYuv                  | grey                                                                 |
-/// | kYUV422, kYUV, kYYCbCr| the colours that the device itself gives in kRGB                     |
+/// | kYUV422, kYUV, kYYCbCr| the colours that the device delivers in kRGB                         |
 /// | kRGB, kBGR            | as they are                                                          |
 /// | kHSY                  | the colour of that hue and saturation, as bright as the luma says    |
 /// | kHsy                  | the hue at full saturation and brightness                            |
 /// | kHSMixed              | the hue at its saturation and full brightness                        |
 /// | kH2RGB                | its bytes as blue, green, red: so hue 0 is red, as in the ones above |
 ///
-/// Throws OXFailure for a colour space that isn't one of the ten.
+/// Throws OXFailure for an unknown colour space.
 Picture toPicture(const CameraImage& pImage);
 
-/// A PNG file of 8 bits a channel. Throws OXFailure when it can't be made.
+/// A PNG file with 8 bits per channel. Throws OXFailure when encoding fails.
 std::string encodePng(const Picture& pPicture);
 
 }  // namespace OX::cli

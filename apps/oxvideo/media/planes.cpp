@@ -1,3 +1,4 @@
+// Plain copies between layouts. Nothing here computes a colour, so an export can be lossless.
 #include "media/planes.h"
 
 #include <oxframework/oxdefinitions.h>
@@ -18,7 +19,7 @@ unsigned char* rowOf(AVFrame& pFrame, int pPlane, int pRow) {
   return pFrame.data[pPlane] + std::ptrdiff_t{pRow} * pFrame.linesize[pPlane];
 }
 
-/// Where the lumas, U and V of two pixels stand.
+/// Offsets of both lumas, U and V in a macro-pixel.
 struct Pair {
   int firstY, secondY, u, v;
 };

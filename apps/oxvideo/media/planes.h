@@ -1,4 +1,4 @@
-/// Raw frames as frames of the FFmpeg libraries, byte for byte where there is a format for it.
+/// Copies images into FFmpeg frames, byte for byte where a pixel format allows it.
 #pragma once
 
 #include "media/cameraimage.h"
@@ -6,7 +6,7 @@
 
 namespace OX::cli {
 
-/// The format in which a colour space's frames are kept without loss:
+/// The pixel format that stores a colour space without loss:
 ///
 /// | colour space   | format     | what is kept                         |
 /// |----------------|------------|--------------------------------------|
@@ -14,11 +14,11 @@ namespace OX::cli {
 /// | kYUV           | YUV444P    | every byte; the same                 |
 /// | kYuv           | GRAY8      | every byte                           |
 /// | kRGB, kBGR     | BGR0       | every byte                           |
-/// | the others     | BGR0       | the picture that a person is shown   |
+/// | the others     | BGR0       | the picture of toPicture()           |
 AVPixelFormat losslessFormat(int pColorSpace);
 
-/// An empty frame of that format. Throws OXFailure, also for an odd width where two pixels share
-/// their chroma.
+/// An empty frame of that format. Throws OXFailure when out of memory, and for an odd width where
+/// two pixels share chroma.
 FrameOwner newFrame(int pWidth, int pHeight, int pColorSpace);
 
 /// Writes the image's pixels into a frame of its size and format.

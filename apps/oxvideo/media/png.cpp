@@ -1,3 +1,4 @@
+// Encoded in memory, so that writing the file stays the business of terminal/files.
 #include <png.h>
 
 #include "media/picture.h"
@@ -12,7 +13,7 @@ std::string encodePng(const Picture& pPicture) {
   image.height = static_cast<png_uint_32>(pPicture.height);
   image.format = PNG_FORMAT_RGB;
 
-  // An upper bound, then the real size: the picture is encoded once.
+  // An upper bound for the size, so that the picture is encoded only once.
   png_alloc_size_t size = PNG_IMAGE_PNG_SIZE_MAX(image);
   std::string file(size, '\0');
   if (!png_image_write_to_memory(&image, file.data(), &size, 0, pPicture.rgb.data(), 0, nullptr))

@@ -1,3 +1,5 @@
+// Frames carry their recorded times, not a constant rate: only containers with a time for each
+// frame are accepted, in microseconds or the finest unit that they have.
 #include "media/videoencoder.h"
 
 #include <fmt/chrono.h>
@@ -41,7 +43,7 @@ struct OXVideoEncoder::Impl {
   std::unique_ptr<AVFormatContext, CloseMuxer> muxer;
   DecoderOwner encoder;
   FrameOwner raw;      ///< the image as it is
-  FrameOwner encoded;  ///< the image in the encoder's format; null where that is the same
+  FrameOwner encoded;  ///< the image in the encoder's format; null if that is the same
   ScalerOwner scaler;
   PacketOwner packet{av_packet_alloc()};
   AVStream* stream = nullptr;
@@ -72,7 +74,7 @@ void OXVideoEncoder::Impl::openMuxer() {
     throw OXFailure(
         fmt::format("{}: unknown type of video file; use .mkv or .mp4", printable(options.path)));
   muxer.reset(format);
-  // Kinds with a time of its own for each frame say the first; .mp4 and .mov only the second.
+  // Containers with a time for each frame set the first flag; .mp4 and .mov only the second.
   if (!(format->oformat->flags & (AVFMT_VARIABLE_FPS | AVFMT_TS_NEGATIVE)))
     throw OXFailure(fmt::format("{}: this type of file can't keep time stamps; use .mkv or .mp4",
                                 printable(options.path)));
@@ -154,7 +156,7 @@ OXVideoEncoder::~OXVideoEncoder() {
   std::filesystem::remove(fImpl->options.path, ignored);
 }
 
-/// Stamps must rise by the container's unit, a millisecond in Matroska.
+/// Containers require stamps to rise by at least their unit, a millisecond in Matroska.
 void OXVideoEncoder::Impl::writePacket() {
   const std::int64_t wanted = av_rescale_q(packet->pts, kMicroseconds, stream->time_base);
   const std::int64_t tick = std::max(wanted, lastTick + 1);

@@ -1,4 +1,4 @@
-/// A video file that is being made, frame by frame, each at its own time.
+/// Writes a video file frame by frame, each at its own time.
 #pragma once
 
 #include <cstdint>
@@ -10,32 +10,32 @@
 namespace OX::cli {
 
 struct EncoderOptions {
-  std::string path;   ///< its ending says what kind of file it is
-  std::string codec;  ///< "ffv1", "h264", or "" for what suits the ending
+  std::string path;   ///< the extension selects the container
+  std::string codec;  ///< "ffv1", "h264", or "" for the default of the container
   int width = 0;
   int height = 0;
   int colorSpace = 0;
-  double fps = 0;                    ///< for players that want to know; 0: unknown
+  double fps = 0;                    ///< a hint for players; 0: unknown
   std::int64_t usualIntervalUs = 0;  ///< how long the last frame is shown
-  std::int64_t startUs = 0;          ///< time stamp of the first frame; noted as its date
+  std::int64_t startUs = 0;          ///< time stamp of the first frame, stored as the creation date
 };
 
-/// FFV1 keeps every byte of kYUV422 and the other formats in planes.h; H.264 is for looking at.
-/// One thread only. Everything throws OXFailure with the file's name.
+/// FFV1 keeps every byte of kYUV422 and the other formats in planes.h; H.264 is lossy.
+/// One thread only. All failures throw OXFailure with the name of the file.
 class OXVideoEncoder {
  public:
   explicit OXVideoEncoder(const EncoderOptions& pOptions);
-  /// Takes a file away that was not finished.
+  /// Removes a file that was not finished.
   ~OXVideoEncoder();
   OXVideoEncoder(const OXVideoEncoder&) = delete;
   OXVideoEncoder& operator=(const OXVideoEncoder&) = delete;
 
-  /// A frame of the size and colour space of the wishes.
+  /// Adds an image of the size and colour space given in the options.
   void add(const CameraImage& pImage);
   void finish();
 
-  /// Frames whose stamps did not rise by at least the file's own unit and were moved behind the
-  /// frame before.
+  /// Frames that had to be moved because their stamp was not later than the one before, in the
+  /// container's unit of time.
   int moved() const;
 
  private:

@@ -1,3 +1,4 @@
+// Damaged images are counted and left out, so that one bad frame doesn't cost the whole export.
 #include "recordings/exporter.h"
 
 #include <fmt/format.h>
@@ -24,7 +25,7 @@ bool isFolder(const std::string& pOutput) {
          !fs::path(pOutput).has_extension();
 }
 
-/// Hands every readable image of the stream to pTake, with its number.
+/// Calls pTake(image, number) for every readable image of the stream.
 template <typename Take>
 ExportResult forEachImage(OXRecordingFile& pInput, int pStream,
                           const std::function<void(int)>& pOnFrame, Take pTake) {

@@ -1,4 +1,4 @@
-/// A recording made into a video file or a folder of pictures.
+/// Converts a recording to a video file or a folder of pictures.
 #pragma once
 
 #include <functional>
@@ -10,19 +10,19 @@ class OXRecordingFile;
 
 struct ExportOptions {
   std::string output;
-  std::string codec;  ///< as EncoderOptions has it
+  std::string codec;  ///< see EncoderOptions
   int stream = 0;
 };
 
 struct ExportResult {
   int frames = 0;
-  int unreadable = 0;  ///< left out
+  int unreadable = 0;  ///< damaged images, left out
   int moved = 0;       ///< see OXVideoEncoder::moved()
 };
 
-/// A folder when the output ends with "/", is one, or has no ending: one PNG an image, named
-/// image-000012-1700000000033333.png by its number and its time stamp in microseconds. Else a
-/// video file. Throws OXFailure, OXInterrupted by a signal; an unfinished video file is taken away.
+/// Writes PNGs if the output ends with "/", is a folder or has no extension, each named by number
+/// and time stamp in microseconds: image-000012-1700000000033333.png. Otherwise writes a video
+/// file. Throws OXFailure, or OXInterrupted after a signal; an unfinished video file is removed.
 ExportResult exportRecording(OXRecordingFile& pInput, const ExportOptions& pOptions,
                              const std::function<void(int pDone)>& pOnFrame);
 

@@ -1,3 +1,5 @@
+// Two ways in time: every frame at its own time, or at a fixed rate what is shown at each tick.
+// Both write the same bytes for the same frame.
 #include "recordings/importer.h"
 
 #include <sys/stat.h>
@@ -30,9 +32,8 @@ std::int64_t startTime(const std::string& pVideo) {
       .count();
 }
 
-/// The recording that is being made. Its destructor closes it, whatever ended the import. Colours
-/// are converted by the resampler of the simulator camera: a frame has the same bytes, whether it
-/// is imported or pushed.
+/// The recording under construction; closed by the destructor, however the import ends. Colours are
+/// converted by the simulator camera's resampler: a frame has the same bytes, imported or pushed.
 class RecordingWriter {
  public:
   RecordingWriter(const ImportOptions& pOptions, FrameSize pSize)
@@ -102,7 +103,7 @@ ImportResult importAsItIs(const ImportOptions& pOptions, const OnFrame& pOnFrame
   return result;
 }
 
-/// What is shown at each beat of a steady rate.
+/// Samples the video at a fixed rate.
 ImportResult importAtRate(const ImportOptions& pOptions, const OnFrame& pOnFrame) {
   FrameSize size = pOptions.size.value_or(kTestSize);
   if (!pOptions.size) {

@@ -1,4 +1,4 @@
-/// A video made into a recording that a file camera replays.
+/// Converts a video to a recording that a file camera can replay.
 #pragma once
 
 #include <cstdint>
@@ -24,15 +24,14 @@ struct ImportResult {
   FrameSize size;
 };
 
-/// The largest of the cameras' sizes that is not larger than pVideo; the smallest of all when all
-/// are larger.
+/// The largest camera size that fits into pVideo, or the smallest one if none does.
 FrameSize fittingSize(FrameSize pVideo);
 
-/// Writes frames in kYUV422, as cameras give them, with black bars where the shape differs. Time
-/// stamps are those of the video from the moment on when its file was last changed.
-/// pOnFrame gets the frames done and how many to expect, 0 when that isn't known.
-/// Throws OXFailure, OXUsageError for a source that never ends, OXInterrupted by a signal; a
-/// recording that was begun is then closed with the frames that it has.
+/// Writes kYUV422 frames with black bars where the aspect ratio differs. Time stamps are those of
+/// the video, counted from the modification time of its file. pOnFrame receives the number of
+/// frames done and of those expected, 0 if unknown. Throws OXFailure, OXUsageError for a source
+/// without an end, or OXInterrupted after a signal; a recording already begun is then closed with
+/// the frames that it has.
 ImportResult importVideo(const ImportOptions& pOptions,
                          const std::function<void(int pDone, int pExpected)>& pOnFrame);
 

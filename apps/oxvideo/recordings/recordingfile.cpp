@@ -1,3 +1,4 @@
+// The class of the framework reports failures by return values; verbs want exceptions.
 #include "recordings/recordingfile.h"
 
 #include <fmt/format.h>

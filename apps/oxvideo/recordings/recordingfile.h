@@ -1,4 +1,4 @@
-/// An .oxv file opened for a verb that reads it: failures are exceptions with the file's own text.
+/// An .oxv file opened for reading. Failures are exceptions with the text of the file class.
 #pragma once
 
 #include <string>
@@ -20,17 +20,16 @@ class OXRecordingFile {
   const std::string& path() const { return fPath; }
 
   int streams() const { return fVideo.getNumberOfStreams(); }
-  /// Images of one stream, and of all.
+  /// Number of images in one stream, and in all.
   int images(int pStream) const { return fVideo.getStream(pStream).fNumberOfImages; }
   int allImages() const;
-  /// Throws OXUsageError for a stream that the file doesn't have.
+  /// Throws OXUsageError for a stream that the file lacks.
   void requireStream(int pStream) const;
 
-  /// The frame's bytes, valid until the next call; null when it is damaged or has not the size that
-  /// its stream's format asks for. error() then says why.
+  /// The frame's bytes, valid until the next call; null when it is damaged or its size does not
+  /// match the format of its stream. error() then says why.
   const std::vector<unsigned char>* bytes(int pIndex, int pStream);
-  /// The same as an image that can be shown; pixels is null where bytes() is. The pixels stay ours
-  /// until the next call.
+  /// The same with its description; pixels is null where bytes() is, and valid as long.
   CameraImage image(int pIndex, int pStream);
   const std::string& error() const { return fError; }
 
@@ -41,7 +40,7 @@ class OXRecordingFile {
   std::string fError;
 };
 
-/// Throws OXUsageError when a verb would overwrite the file that it reads.
+/// Throws OXUsageError when a verb would overwrite its own input.
 void requireDifferentFiles(const std::string& pInput, const std::string& pOutput);
 
 }  // namespace OX::cli

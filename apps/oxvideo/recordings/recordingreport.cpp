@@ -1,3 +1,5 @@
+// Stamps may be anything in a damaged or foreign file: the median is the usual interval because a
+// few wild ones don't move it, and differences are computed without overflow.
 #include "recordings/recordingreport.h"
 
 #include <fmt/format.h>

@@ -1,4 +1,4 @@
-/// What there is to say about a recording without reading its pixels.
+/// A summary of a recording, made without reading its pixels.
 #pragma once
 
 #include <cstdint>
@@ -16,7 +16,7 @@ class OXRecordingFile;
 struct RecordingGap {
   int afterImage = 0;
   std::int64_t lengthUs = 0;
-  std::int64_t missing = 0;  ///< images that would have fitted, by the usual interval
+  std::int64_t missing = 0;  ///< images missing, judged by the usual interval
 };
 
 struct StreamReport {
@@ -25,7 +25,7 @@ struct StreamReport {
   std::int64_t lastUs = 0;
   double fps = 0;                    ///< mean; 0 with fewer than two images
   std::int64_t usualIntervalUs = 0;  ///< the median
-  int notRising = 0;                 ///< images whose stamp isn't above the one before
+  int notRising = 0;                 ///< images not later than the one before
   std::vector<RecordingGap> gaps;
   std::vector<int> cameras;  ///< the ids that occur, rising
 };
@@ -40,10 +40,10 @@ struct RecordingReport {
 
 RecordingReport makeReport(const OXRecordingFile& pRecording);
 
-/// A file may hold any stamps, also those whose difference has no room in 64 bits: then 0.
+/// 0 when the difference does not fit into 64 bits, which the stamps of a file may cause.
 std::int64_t stampDifference(std::int64_t pTo, std::int64_t pFrom);
 
-/// Lines for a person, and one line of JSON.
+/// The report as lines of text, and as one line of JSON.
 std::string reportText(const RecordingReport& pReport, const OXTextStyle& pStyle);
 std::string reportJson(const RecordingReport& pReport);
 

@@ -1,3 +1,5 @@
+// A repaired file must read as if it had been recorded without the damage, so frames are copied
+// with their stamps, cameras and angles, and in whole turns.
 #include "recordings/repairer.h"
 
 #include <fmt/format.h>
@@ -13,7 +15,7 @@ namespace OX::cli {
 
 namespace {
 
-/// Image indexes of one turn, by stream; -1 where the frame is gone.
+/// Image indexes of one turn, by stream; -1 for a missing frame.
 using Turn = std::vector<int>;
 
 /// The frames in the order in which they were recorded, turn by turn.
@@ -29,13 +31,13 @@ std::map<std::int64_t, Turn> recordedTurns(const OXRecordingFile& pRecording) {
               .first->second;
       turn[static_cast<std::size_t>(stream)] = i;
     }
-  // The recorder may have ended within the last turn: what there is of it is its beginning.
+  // The recorder may have stopped within the last turn: what exists of it is its beginning.
   if (!turns.empty())
     while (turns.rbegin()->second.back() < 0) turns.rbegin()->second.pop_back();
   return turns;
 }
 
-/// Bytes of a whole turn's frames and what belongs to them.
+/// A frame with its metadata.
 struct FrameCopy {
   std::vector<unsigned char> bytes;
   std::int64_t timestampUs;
@@ -43,7 +45,7 @@ struct FrameCopy {
   std::vector<float> angles;
 };
 
-/// Frames of any size are kept: what they were recorded with is not for a repair to judge.
+/// Frames of any size are kept: a repair does not judge what was recorded.
 bool readTurn(OXRecordingFile& pInput, const Turn& pTurn, std::vector<FrameCopy>& pFrames) {
   pFrames.resize(pTurn.size());
   for (std::size_t stream = 0; stream < pTurn.size(); ++stream) {
@@ -66,7 +68,7 @@ void writeTurn(OXVideo& pOutput, const std::vector<FrameCopy>& pFrames) {
       throw OXFailure(pOutput.getLastError());
 }
 
-/// Frames that were written up to the last one that is found; their numbers tell.
+/// The number of frames written up to the last one found, by its sequence number.
 int writtenFrames(const OXRecordingFile& pRecording) {
   std::int64_t written = 0;
   for (int stream = 0; stream < pRecording.streams(); ++stream)

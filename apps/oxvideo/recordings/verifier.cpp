@@ -1,4 +1,5 @@
-// The check of every frame of a recording: headers were checked when it was opened, pixels are not.
+// Opening a recording checks its headers; the checksums of the pixels are only checked by reading
+// every frame, which this does.
 #include "recordings/verifier.h"
 
 #include <fmt/format.h>

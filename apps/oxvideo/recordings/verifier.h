@@ -1,4 +1,4 @@
-/// The check of every frame of a recording.
+/// Checks every frame of a recording.
 #pragma once
 
 #include <functional>
@@ -10,12 +10,12 @@ namespace OX::cli {
 class OXRecordingFile;
 
 struct VerifyResult {
-  int frames = 0;                   ///< that were looked at
-  std::vector<std::string> faults;  ///< frames that can't be read and places that opening found
+  int frames = 0;                   ///< checked
+  std::vector<std::string> faults;  ///< unreadable frames, and damage found on opening
 };
 
-/// Reads every frame and compares its checksum. pOnFrame is called before each one with how many
-/// are done.
+/// Reads every frame and compares its checksum. pOnFrame is called before each one with the
+/// number done.
 VerifyResult verify(OXRecordingFile& pRecording, const std::function<void(int pDone)>& pOnFrame);
 
 }  // namespace OX::cli

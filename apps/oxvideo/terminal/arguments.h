@@ -1,6 +1,5 @@
-/// The grammar of the command line: verbs, their options and positionals, help and usage errors.
-/// A facade: the parser's own headers cost five seconds in each file that includes them, so that
-/// only arguments.cpp does.
+/// Declares and parses the command line: verbs, options, positionals, help and usage errors.
+/// Hides the parsing library, whose headers cost five seconds in each file that includes them.
 #pragma once
 
 #include <cstdint>
@@ -18,16 +17,16 @@ class Option;
 
 namespace OX::cli {
 
-/// An option or positional that was declared, for its conditions. A handle: valid as long as the
+/// A declared option or positional, to add conditions to. A handle, valid as long as the
 /// OXCommandLine.
 class OXOption {
  public:
   OXOption& required();
-  /// What the help writes for the value, as in "--frames N".
+  /// The placeholder for the value in the help, as in "--frames N".
   OXOption& valueName(const char* pName);
   OXOption& group(const char* pHeading);
 
-  /// Both ends are allowed.
+  /// Both ends are included.
   OXOption& range(int pFirst, int pLast);
   OXOption& range(std::int64_t pFirst, std::int64_t pLast);
   OXOption& range(double pFirst, double pLast);
@@ -45,16 +44,16 @@ class OXOption {
 /// A verb, or the program itself before the verb. A handle, as OXOption is.
 class OXVerb {
  public:
-  /// "-o,--output" is an option, "FILE" a positional. The target is written when a command line is
-  /// run, before the verb is, and must live until then; it keeps its value when the option is
-  /// absent. A vector takes any number of values.
+  /// "-o,--output" declares an option, "FILE" a positional. The target is written before the verb
+  /// runs and must live until then; it keeps its value if the option is absent. A vector accepts
+  /// any number of values.
   template <typename Target>
   OXOption option(const char* pNames, Target& pTarget, const char* pHelp) {
     return OXOption(xOption(pNames, pTarget, pHelp));
   }
   OXOption flag(const char* pNames, bool& pTarget, const char* pHelp);
 
-  /// Words that no option or positional takes are left to unknownWords() instead of refused.
+  /// Makes words that match no option or positional available instead of refusing them.
   void allowUnknownWords();
   std::vector<std::string> unknownWords() const;
 
@@ -83,20 +82,20 @@ class OXCommandLine {
   OXCommandLine(const OXCommandLine&) = delete;
   OXCommandLine& operator=(const OXCommandLine&) = delete;
 
-  /// What may come before the verb.
+  /// For options that may come before the verb.
   OXVerb program();
   OXVerb addVerb(const char* pName, const char* pDescription, const std::string& pFooter);
 
-  /// Runs the verb that the words (without the program's name) ask for. Returns the text when help
-  /// or the version was asked for instead, else nothing.
-  /// Throws OXUsageError that says which --help to read, and whatever the verb throws.
+  /// Runs the verb named by the words (without the program's name). Returns the help or version
+  /// text if that was requested instead, otherwise an empty text. Throws OXUsageError that points
+  /// to --help, and whatever the verb throws.
   std::string run(const std::vector<std::string>& pWords);
 
  private:
   std::unique_ptr<CLI::App> fApp;
 };
 
-/// A word as the value of an int option would be read: decimal, 0x hexadecimal, 0 octal.
+/// Parses a word as the value of an int option: decimal, hexadecimal after 0x, octal after 0.
 std::optional<int> parseInt(const std::string& pWord);
 
 }  // namespace OX::cli

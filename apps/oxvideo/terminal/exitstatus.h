@@ -1,4 +1,4 @@
-/// How the program ends, and the exceptions that decide it.
+/// Exit statuses and the exceptions that lead to them.
 #pragma once
 
 #include <stdexcept>
@@ -6,22 +6,22 @@
 
 namespace OX::cli {
 
-/// Exit statuses. A verb that a signal cut short ends with 128 + the signal's number (130 for
-/// SIGINT); one that runs until it is stopped ends with kDone or kDoneWithLosses then.
+/// A verb that a signal cuts short exits with 128 + the signal number (130 for SIGINT); one that
+/// runs until stopped exits with kDone or kDoneWithLosses.
 enum ExitStatus : int {
   kDone = 0,
   kFailed = 1,
   kUsageError = 2,
-  kDoneWithLosses = 3,  ///< the work is done, but frames were dropped or missing on the way
+  kDoneWithLosses = 3,  ///< done, but frames were dropped or missing
 };
 
-/// The arguments can't be meant: status 2. The text says what would be right.
+/// Invalid arguments: status 2. The text says what is allowed.
 class OXUsageError : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;
 };
 
-/// The work can't be done: status 1.
+/// The work failed: status 1.
 class OXFailure : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;

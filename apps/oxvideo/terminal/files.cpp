@@ -1,3 +1,4 @@
+// A file that is half written is worse than none: a failed write removes what it made.
 #include "terminal/files.h"
 
 #include <fmt/format.h>
@@ -40,7 +41,7 @@ void writeFile(const std::string& pPath, std::string_view pBytes, OXOutput& pOut
   if (isWritten && std::fclose(file.release()) == 0) return;
   const int why = errno;
   std::error_code ignored;
-  // Only a file of our making: never a device or a pipe, nor a link to one.
+  // Only a regular file: never a device, a pipe or a link to one.
   if (std::filesystem::symlink_status(pPath, ignored).type() == std::filesystem::file_type::regular)
     std::filesystem::remove(pPath, ignored);
   errno = why;

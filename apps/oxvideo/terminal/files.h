@@ -1,4 +1,4 @@
-/// Files that this program leaves.
+/// Writes output files.
 #pragma once
 
 #include <string>
@@ -8,8 +8,8 @@
 
 namespace OX::cli {
 
-/// Writes a whole file, or to pOut when the path is "-". A regular file that can't be written in
-/// full is taken away again. Throws OXFailure that names it, also when the reader of pOut has gone.
+/// Writes a whole file, or to pOut if the path is "-". A regular file that can't be written
+/// completely is removed. Throws OXFailure that names it, also when the reader of pOut is gone.
 void writeFile(const std::string& pPath, std::string_view pBytes, OXOutput& pOut);
 
 }  // namespace OX::cli

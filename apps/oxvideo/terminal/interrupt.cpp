@@ -1,3 +1,5 @@
+// The handler only sets a flag and writes to a pipe, both allowed in a signal handler. The pipe
+// wakes a wait that has just begun, which the flag alone would miss.
 #include "terminal/interrupt.h"
 
 #include <fcntl.h>
@@ -17,7 +19,7 @@ namespace {
 
 std::atomic<int> signalThatCame{0};
 static_assert(std::atomic<int>::is_always_lock_free, "the handler may only touch lock-free data");
-// The handler writes a byte here and nobody reads it: once there, it ends every later wait.
+// The handler writes a byte that is never read: it ends the current wait and all later ones.
 int pipeEnds[2] = {-1, -1};
 
 void onSignal(int pSignal) {
@@ -36,7 +38,7 @@ void OXInterrupt::install() {
   struct sigaction action = {};
   action.sa_handler = onSignal;
   sigemptyset(&action.sa_mask);
-  // No SA_RESTART: a blocking open() must end too.
+  // No SA_RESTART: a blocking open() must be interrupted too.
   action.sa_flags = static_cast<int>(SA_RESETHAND);
   sigaction(SIGINT, &action, nullptr);
   sigaction(SIGTERM, &action, nullptr);

@@ -1,5 +1,5 @@
-/// SIGINT and SIGTERM as a question that loops ask, so that every verb ends by its own way out and
-/// gives back what it holds.
+/// Polling for SIGINT and SIGTERM: loops ask, so that every verb returns normally and releases what
+/// it holds.
 #pragma once
 
 #include <chrono>
@@ -7,7 +7,7 @@
 
 namespace OX::cli {
 
-/// Work that a signal has ended in the middle.
+/// Thrown by work that a signal interrupts.
 class OXInterrupted : public std::runtime_error {
  public:
   OXInterrupted() : std::runtime_error("interrupted") {}
@@ -16,18 +16,18 @@ class OXInterrupted : public std::runtime_error {
 /// One per process, as signals are. Thread-safe.
 class OXInterrupt {
  public:
-  /// From now on the first SIGINT or SIGTERM only sets requested(); the second one ends the process
-  /// as usual. SIGPIPE is ignored: a closed pipe is an error of the write.
+  /// After this the first SIGINT or SIGTERM only sets requested(); a second one ends the process as
+  /// usual. SIGPIPE is ignored: writing to a closed pipe fails with an error instead.
   static void install();
 
   static bool requested();
-  /// The signal that came, 0 before.
+  /// The signal received, or 0.
   static int signalNumber();
 
-  /// Waits, and answers true, until the moment has come; false at once when a signal has.
+  /// Waits until the moment and returns true; returns false at once on a signal.
   static bool waitUntil(std::chrono::steady_clock::time_point pMoment);
 
-  /// What a verb that was cut short ends with: 128 + the signal's number.
+  /// The exit status of a verb that was cut short: 128 + the signal number.
   static int status() { return 128 + signalNumber(); }
 };
 

@@ -1,4 +1,5 @@
-// The JSON library escapes texts and prints doubles; brackets and commas need no library.
+// The JSON library is used for the difficult parts, escaping and printing doubles; brackets and
+// commas are simple.
 #include "terminal/json.h"
 
 #include <nlohmann/json.hpp>
@@ -36,7 +37,7 @@ void OXJson::xSeparate() {
 }
 
 std::string OXJson::text() const {
-  // Only an object or array that is open begins with a bracket: a text begins with a quote.
+  // Only objects and arrays begin with a bracket: strings begin with a quote.
   if (fText.front() == '{') return fText + '}';
   if (fText.front() == '[') return fText + ']';
   return fText;

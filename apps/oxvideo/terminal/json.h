@@ -1,4 +1,5 @@
-/// JSON as this program writes it. Hides the JSON library, whose header costs more than a verb.
+/// Builds the JSON that verbs print. Hides the JSON library, whose header takes longer to compile
+/// than a verb.
 #pragma once
 
 #include <concepts>
@@ -9,8 +10,8 @@
 
 namespace OX::cli {
 
-/// A JSON text while it is put together: each value is kept as the text that it becomes. Members
-/// stay in the order in which they are added; a name is to be added once.
+/// A JSON value, stored as its text. Members keep the order in which they are added; add each name
+/// only once.
 class OXJson {
  public:
   struct Member;
@@ -36,7 +37,7 @@ class OXJson {
  private:
   explicit OXJson(char pOpening) : fText(1, pOpening) {}
   void xSeparate();
-  /// An object or array without its closing bracket, which text() adds.
+  /// Objects and arrays lack their closing bracket, which text() adds.
   std::string fText;
 };
 

@@ -1,3 +1,5 @@
+// Writes go straight to the descriptor: buffered streams would report a full disk or a closed pipe
+// only at exit, if at all.
 #include "terminal/output.h"
 
 #include <sys/ioctl.h>

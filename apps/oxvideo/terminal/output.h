@@ -1,4 +1,4 @@
-/// Standard output and standard error as byte sinks whose failures are seen.
+/// Standard output and standard error as byte sinks that report failures.
 #pragma once
 
 #include <stdexcept>
@@ -7,28 +7,28 @@
 
 namespace OX::cli {
 
-/// The reader of our output has gone: no more output is wanted.
+/// The reader of the output is gone: no more output is wanted.
 class OXOutputClosed : public std::runtime_error {
  public:
   OXOutputClosed() : std::runtime_error("the reader of the output is gone") {}
 };
 
-/// Writes to a descriptor that it borrows. One thread only.
+/// Writes to a borrowed descriptor. One thread only.
 class OXOutput {
  public:
   explicit OXOutput(int pDescriptor) : fDescriptor(pDescriptor) {}
 
-  /// All of it or an exception: OXOutputClosed when the reader has gone, OXFailure otherwise.
+  /// Writes all bytes. Throws OXOutputClosed when the reader is gone, OXFailure for other errors.
   void write(std::string_view pBytes);
-  /// The text and a line end.
+  /// Writes the text and a line end.
   void line(std::string_view pText);
-  /// For what nobody must see: a failure is nobody's concern.
+  /// Best effort: write failures are ignored.
   void tryWrite(std::string_view pBytes) noexcept;
-  /// The same with a line end.
+  /// The same, followed by a line end.
   void tryLine(std::string_view pText) { tryWrite(std::string(pText) + '\n'); }
 
   bool isTerminal() const;
-  /// Columns of the terminal; 80 where there is none.
+  /// The width of the terminal; 80 without one.
   int columns() const;
 
  private:

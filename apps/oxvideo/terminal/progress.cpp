@@ -1,3 +1,4 @@
+// Drawing never fails the work: the bar is written on a best-effort basis and at a bounded rate.
 #include "terminal/progress.h"
 
 #include <fmt/format.h>

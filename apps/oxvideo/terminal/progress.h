@@ -1,4 +1,4 @@
-/// A bar on a terminal for work that takes a while; nothing where there is no terminal.
+/// A progress bar on a terminal; does nothing without one.
 #pragma once
 
 #include <chrono>
@@ -12,18 +12,17 @@ namespace OX::cli {
 
 class OXProgress {
  public:
-  /// pTotal 0: it isn't known how much there is, a counter is shown instead of a bar.
-  /// pOutput is borrowed for the life of this.
+  /// With pTotal 0 (unknown) a counter is shown instead of a bar. Borrows pOutput.
   OXProgress(OXOutput& pOutput, std::string pLabel, std::int64_t pTotal);
-  /// Takes the bar off the screen.
+  /// Clears the bar.
   ~OXProgress();
   OXProgress(const OXProgress&) = delete;
   OXProgress& operator=(const OXProgress&) = delete;
 
-  /// Draws, at most ten times a second. pRemark stands behind the bar.
+  /// Draws at most ten times a second. pRemark is shown after the bar.
   void update(std::int64_t pDone, const std::string& pRemark);
 
-  /// The text of one state, without line end: what update() draws.
+  /// The text that update() draws, without a line end.
   static std::string render(const std::string& pLabel, std::int64_t pDone, std::int64_t pTotal,
                             const std::string& pRemark, int pColumns);
 
@@ -36,7 +35,7 @@ class OXProgress {
   std::chrono::steady_clock::time_point fNext;
 };
 
-/// Draws pProgress at each call, and throws OXInterrupted once a signal has come. Borrows it.
+/// A callback that updates pProgress, and throws OXInterrupted after a signal. Borrows pProgress.
 std::function<void(int pDone)> progressCallback(OXProgress& pProgress);
 
 }  // namespace OX::cli

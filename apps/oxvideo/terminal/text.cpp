@@ -1,3 +1,5 @@
+// Names and descriptions come from other processes. They are escaped before they reach a terminal,
+// which would obey control sequences inside them.
 #include "terminal/text.h"
 
 #include <fmt/format.h>
@@ -9,7 +11,7 @@ namespace OX::cli {
 
 namespace {
 
-/// Length of the well-formed UTF-8 sequence at the start of pText, 0 when there is none.
+/// The length of the valid UTF-8 sequence at the start of pText, or 0.
 std::size_t sequenceLength(std::string_view pText) {
   const auto byte = [&](std::size_t i) { return static_cast<unsigned char>(pText[i]); };
   const unsigned char first = byte(0);
@@ -18,7 +20,7 @@ std::size_t sequenceLength(std::string_view pText) {
   if (first < 0xc2 || first > 0xf4 || pText.size() < length) return 0;
   for (std::size_t i = 1; i < length; ++i)
     if ((byte(i) & 0xc0) != 0x80) return 0;
-  // Overlong forms, surrogates, and what lies beyond the last code point.
+  // Overlong forms, surrogates, and values beyond the last code point.
   if ((first == 0xe0 && byte(1) < 0xa0) || (first == 0xed && byte(1) > 0x9f) ||
       (first == 0xf0 && byte(1) < 0x90) || (first == 0xf4 && byte(1) > 0x8f))
     return 0;

@@ -1,4 +1,4 @@
-/// Small pieces for texts that people read: colours, tables, escapes.
+/// Formats text for terminals: escapes, colours, tables.
 #pragma once
 
 #include <string>
@@ -7,21 +7,21 @@
 
 namespace OX::cli {
 
-/// Text from elsewhere made safe to print: control characters and bytes that are no UTF-8 become
-/// \x1b and the like; line ends and tabs stay.
+/// Makes foreign text safe to print: control characters and invalid UTF-8 become \x1b and the like;
+/// line ends and tabs stay.
 std::string printable(std::string_view pText);
 
-/// The words with a comma and a blank between them.
+/// The words, separated by ", ".
 std::string join(const std::vector<std::string>& pWords);
 
-/// pText with every line but the empty ones moved right; blanks at its ends go.
+/// Indents every line that is not empty, after trimming blanks at both ends of the text.
 std::string indentLines(std::string_view pText, int pBlanks);
 
-/// When --color says what: "always", "never", or "auto", which means a terminal that shows colours
+/// Evaluates --color: "always", "never", or "auto", which requires a terminal that shows colours
 /// (neither NO_COLOR nor TERM=dumb in the environment).
 bool wantsColor(std::string_view pMode, bool pIsTerminal);
 
-/// Wraps texts in terminal colours, or leaves them alone.
+/// Adds terminal colours to text if enabled.
 class OXTextStyle {
  public:
   explicit OXTextStyle(bool pEnabled = false) : fEnabled(pEnabled) {}
@@ -36,13 +36,13 @@ class OXTextStyle {
   bool fEnabled;
 };
 
-/// Rows under headings, columns as wide as their widest cell.
+/// A table with headings; columns are as wide as their widest cell.
 class OXTable {
  public:
   explicit OXTable(std::vector<std::string> pHeadings) : fHeadings(std::move(pHeadings)) {}
-  /// Takes as many cells as there are headings; missing ones are empty, surplus ones are dropped.
+  /// Missing cells are empty; cells beyond the headings are dropped.
   void addRow(std::vector<std::string> pCells);
-  /// Lines with line ends; headings in bold.
+  /// The lines of the table, headings in bold.
   std::string text(const OXTextStyle& pStyle) const;
 
  private:

@@ -1,3 +1,4 @@
+// posix_spawn rather than fork: the test has threads.
 #include "child.h"
 
 #include <fcntl.h>

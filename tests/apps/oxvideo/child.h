@@ -1,4 +1,4 @@
-/// A program that a test runs beside itself.
+/// A child process of a test.
 #pragma once
 
 #include <sys/types.h>

@@ -1,3 +1,5 @@
+// The verbs against a device that answers as a test wants: what they ask, print and give back. They
+// run in this process, so that a failure shows what was called.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/mman.h>

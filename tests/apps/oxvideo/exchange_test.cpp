@@ -1,4 +1,4 @@
-// import and export: pixels and time stamps on their way into a recording and out of it.
+// import and export: which pixels and time stamps survive, and what is refused.
 #include <gmock/gmock.h>
 
 #include <cmath>

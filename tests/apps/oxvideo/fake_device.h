@@ -1,5 +1,4 @@
-/// A broker of this process with a video device that answers as a test wants, and writes down what
-/// it is asked.
+/// A broker in this process with a video device that answers as a test wants and records its calls.
 #pragma once
 
 #include <boost/shared_ptr.hpp>
@@ -20,7 +19,7 @@
 
 namespace OX::test {
 
-/// Takes any call. What has no answer set gives an invalid value.
+/// Accepts any call. Methods without an answer return an invalid value.
 class FakeDevice : public OXModule {
  public:
   using Answer = std::function<OXValue(const OXValue& pArguments)>;
@@ -84,7 +83,7 @@ struct FakeBroker {
   std::string address;
 };
 
-/// A grey image as getImageRemote gives it.
+/// A grey image as getImageRemote returns it.
 inline OXValue imageReply(int pTimestampUs, int pColorSpace = kRGB) {
   const int layers = getLayersFromColorSpace(pColorSpace);
   const std::string pixels(static_cast<std::size_t>(160 * 120 * layers), '\x80');

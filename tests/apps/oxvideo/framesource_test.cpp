@@ -1,3 +1,4 @@
+// Videos made for the test, every pixel known: colours, orientation, shape and time.
 #include "media/framesource.h"
 
 #include <gtest/gtest.h>
@@ -137,7 +138,7 @@ TEST_F(FrameSource, TheFrameShownGoesByTime) {
   EXPECT_NEAR(once.duration(), 1.0, 0.01);
   EXPECT_EQ(redAt(once, 0.05), 0);
   EXPECT_EQ(redAt(once, 0.15), 20);
-  EXPECT_EQ(redAt(once, 0.75), 140) << "frames that nobody asked for are passed over";
+  EXPECT_EQ(redAt(once, 0.75), 140) << "frames that are not requested are skipped";
   EXPECT_EQ(redAt(once, 0.2), 140) << "time doesn't go back";
   EXPECT_EQ(redAt(once, 0.95), 180) << "the last one, for its time";
   EXPECT_EQ(redAt(once, 1.05), -1);

@@ -1,3 +1,4 @@
+// Replies come from another process: every malformed one is refused before its pixels are read.
 #include "device/imagereply.h"
 
 #include <gtest/gtest.h>
@@ -72,7 +73,7 @@ TEST(ImagesReply, PixelsOfSeveralAreCutBySize) {
   const auto images = parseImagesReply(OXValue::array(first, kNoPixels, second, join));
   ASSERT_EQ(images.size(), 3u);
   ASSERT_TRUE(images[0] && images[2]);
-  EXPECT_FALSE(images[1]) << "an empty array stands for a camera without a frame";
+  EXPECT_FALSE(images[1]) << "an empty array: no frame from that camera";
   EXPECT_EQ(std::string(images[0]->pixels, images[0]->pixels + 4), "aaaa");
   EXPECT_EQ(std::string(images[2]->pixels, images[2]->pixels + 3), "bbb");
   EXPECT_TRUE(parseImagesReply(OXValue()).empty());

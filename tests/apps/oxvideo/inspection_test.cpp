@@ -1,4 +1,4 @@
-// info, verify and repair: what they find, what they save and what they answer.
+// info, verify and repair: what they find, rescue and return for each kind of damage.
 #include <gmock/gmock.h>
 
 #include <filesystem>

@@ -1,3 +1,4 @@
+// Words of the command line as arguments of a call, and results as JSON.
 #include "device/jsonvalues.h"
 
 #include <gtest/gtest.h>

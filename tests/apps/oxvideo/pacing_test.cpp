@@ -1,3 +1,4 @@
+// Arithmetic over time: pacing, latency statistics, the progress bar. No test sleeps.
 #include <gtest/gtest.h>
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// Colours worked out by hand, one table row each.
 #include "media/picture.h"
 
 #include <gtest/gtest.h>
@@ -42,7 +43,7 @@ TEST(Picture, EachColourSpaceAgainstKnownPixels) {
       {kHsy, {170, 0}, {0, 0, 255}, "two thirds are blue"},
       {kHsy, {255, 0}, {255, 0, 0}, "the circle has 255 steps"},
       {kYUV422, {81, 90, 16, 240}, {254, 0, 0}, "red: (298*65 + 409*112) >> 8, clamped below"},
-      {kYUV422, {235, 128, 16, 128}, {254, 254, 254}, "white as the device gives it"},
+      {kYUV422, {235, 128, 16, 128}, {254, 254, 254}, "white as the device delivers it"},
       {kYUV, {81, 90, 240, 0, 0, 0}, {254, 0, 0}, "the same, packed"},
       {kYYCbCr, {81, 16, 90, 240}, {254, 0, 0}, "the same, lumas first"},
       {kRGB, {1, 2, 3, 4, 5, 6}, {1, 2, 3}, "as it is"},

@@ -1,4 +1,4 @@
-// The programs themselves: a broker with the simulator camera, fed and looked at by oxvideo.
+// The real programs: a broker with the simulator camera, fed and viewed by oxvideo.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -239,7 +239,7 @@ TEST_F(Programs, SeveralCamerasInOneCall) {
   EXPECT_EQ(readPng(file("now-0.png")).width, 160);
 }
 
-// Both ways into a recording or a picture and the way through the device share their formulas.
+// A frame has the same bytes whether it is imported or pushed, and a picture those of kRGB.
 TEST_F(Programs, PixelsAreThoseOfTheDevice) {
   const std::vector<unsigned char> rgb = noise(320 * 240 * 3, 7);
   std::ofstream(file("noise.png"), std::ios::binary) << encodePng({320, 240, rgb});

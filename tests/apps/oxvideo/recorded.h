@@ -1,4 +1,4 @@
-/// Recordings for tests of the verbs, and the verbs run as a person would.
+/// Makes recordings for tests, damages them, and runs verbs on them.
 #pragma once
 
 #include <fcntl.h>

@@ -1,4 +1,4 @@
-/// A folder of one test's own, gone after it.
+/// A temporary folder for one test, removed afterwards.
 #pragma once
 
 #include <stdlib.h>

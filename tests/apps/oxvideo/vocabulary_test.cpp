@@ -1,3 +1,4 @@
+// What the command line accepts as names and numbers, and text that is safe for a terminal.
 #include "device/vocabulary.h"
 
 #include <gtest/gtest.h>
@@ -12,7 +13,7 @@ namespace {
 
 using namespace cli;
 
-/// What the call gives as text, or "refused: " and the message's start.
+/// The result of the call as text, or "refused: " and the message.
 template <typename Call>
 std::string outcome(Call pCall) {
   try {
@@ -52,7 +53,7 @@ TEST(Vocabulary, NamesAndNumbersOfTheVocabulary) {
             "refused: \"kCMYK\" is not a colour space: use one of kYuv, kHsy, kYUV422, kYUV, kRGB, "
             "kHSY, kBGR, kYYCbCr, kH2RGB, kHSMixed");
   EXPECT_EQ(outcome([] { return parseColorSpace("3"); }).substr(0, 8), "refused:")
-      << "a number without a colour space behind it";
+      << "a number without a colour space";
   EXPECT_EQ(outcome([] { return parseResolution("5"); }),
             "refused: \"5\" is not a resolution: use one of kQQVGA, kQVGA, kVGA, k4VGA");
   EXPECT_EQ(outcome([] { return parseParameter("zoom"); }).substr(0, 8), "refused:");
