@@ -14,6 +14,7 @@ namespace OX::cli {
 namespace {
 
 void addAllVerbs(OXCommandLine& pLine, Context& pContext) {
+  // In the order of the help: viewing, feeding, settings, recording, replay, files, the broker.
   for (const auto add : {addCameras, addSnapshot, addMulti,   addWatch,  addPush,   addGet,
                          addSet,     addAngles,   addRecord,  addPlay,   addNext,   addPrevious,
                          addSpeed,   addPosition, addInfo,    addVerify, addRepair, addImport,
@@ -48,6 +49,7 @@ int runProgram(const std::vector<std::string>& pArguments, OXOutput& pOut, OXOut
   // Errors are reported by this program; records of the framework would repeat them.
   ki::log::setLevel(0);
   Context context{pOut, pErr};
+  // Before parsing, so that --broker overrides it.
   if (const char* address = std::getenv("OXVIDEO_BROKER"); address && *address)
     context.broker = address;
   try {

@@ -42,6 +42,7 @@ void run(Context& pContext, const Options& pOptions) {
                      OXValue::array(pOptions.first * toDevice, pOptions.second * toDevice));
   std::vector<float> values;
   result.ToFloatArray(values, false);
+  // Another service could answer under this name; two numbers are all that is relied on.
   if (values.size() != 2) throw OXFailure("unexpected reply from the broker: " + toJson(result));
   const double first = values[0] * fromDevice, second = values[1] * fromDevice;
 

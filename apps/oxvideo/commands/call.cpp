@@ -19,6 +19,7 @@ struct Options {
 
 void run(Context& pContext, const Options& pOptions, const std::vector<std::string>& pWords) {
   OXValue::Array arguments;
+  // Parsed before connecting, so that a malformed argument is a usage error without a broker.
   for (const std::string& word : pWords) arguments.push_back(parseArgument(word));
   OXSession session(pContext.broker, "call");
   const OXValue result =

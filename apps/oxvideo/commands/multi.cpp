@@ -66,6 +66,7 @@ std::string cameraFile(const std::string& pOutput, int pCamera) {
 }
 
 int run(Context& pContext, const Options& pOptions) {
+  // Usage errors first: they must not depend on a broker.
   for (const std::string& name : pOptions.resolutions) parseResolution(name);
   for (const std::string& name : pOptions.colorSpaces) parseColorSpace(name);
   OXSession session(pContext.broker, "multi");

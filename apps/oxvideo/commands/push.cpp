@@ -22,6 +22,7 @@ namespace OX::cli {
 namespace {
 
 using Clock = std::chrono::steady_clock;
+// Another subscriber may change the camera's resolution or rate at any time.
 constexpr std::chrono::milliseconds kAskAgain{500};
 // After a stop (Ctrl-Z, a debugger) the film continues where it was and skips at most this much.
 constexpr double kLongestStep = 2;
@@ -118,6 +119,7 @@ bool Pusher::xStep(Feed& pFeed) {
     xAdoptExpectedInput(pFeed);
     pFeed.askAgain = now + kAskAgain;
   }
+  // The wait may end a little early; a slot must not start before it is due.
   pFeed.dropped += pFeed.pacer.start(std::max(now, pFeed.pacer.due()));
   fMediaTime += std::min(std::chrono::duration<double>(now - fLastStep).count(), kLongestStep);
   fLastStep = now;
@@ -156,6 +158,7 @@ void Pusher::xPushAll() {
 
 int Pusher::run() {
   fStart = fLastStep = Clock::now();
+  // Opening the source may have taken seconds: slots start counting now.
   for (Feed& feed : fFeeds) {
     feed.pacer = OXPacer(fStart, feed.pacer.fps());
     feed.askAgain = fStart + kAskAgain;
@@ -172,6 +175,7 @@ int Pusher::run() {
 }
 
 int Pusher::xReport(bool pCutShort) {
+  // Clears the bar before the report is printed.
   fProgress.reset();
   const double seconds = std::chrono::duration<double>(Clock::now() - fStart).count();
   OXJson cameras = OXJson::array();
@@ -221,6 +225,7 @@ void addPush(OXCommandLine& pLine, Context& pContext) {
   verb.flag("--loop", options->loop, "restart at the end");
   verb.flag("--json", options->asJson, "print a summary as JSON at the end");
   verb.onRun([&pContext, options] {
+    // Two feeds of one camera would alternate on it.
     auto sorted = options->cameras;
     std::sort(sorted.begin(), sorted.end());
     if (std::adjacent_find(sorted.begin(), sorted.end()) != sorted.end())

@@ -82,6 +82,7 @@ bool Recorder::xAwaitFrame() {
 
 /// Stops the recording, so that the file is whole before this program ends.
 void Recorder::xStop() {
+  // Stopped before unsubscribing: the device only knows a subscriber's recording by its id.
   fSession.device("stopVideo", fRecording.id());
   fRecording.end();
   fPreview.end();
@@ -96,6 +97,7 @@ int Recorder::run() {
   const std::int64_t requests = std::int64_t{fOptions.frames} * fOptions.period;
   std::int64_t done = 0;
   while (done < requests && !OXInterrupt::requested() && xAwaitFrame()) {
+    // An empty reply recorded nothing and doesn't count towards the period.
     const auto image = fRecording.rawImage();
     if (!image) continue;
     fNewestUs = image->timestampUs;

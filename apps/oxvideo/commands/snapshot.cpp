@@ -60,12 +60,14 @@ void report(Context& pContext, const Options& pOptions, const CameraImage& pImag
 }
 
 void run(Context& pContext, const Options& pOptions) {
+  // Usage errors first: they must not depend on a broker.
   checkNames(pOptions.view);
   if (pOptions.asJson && pOptions.output == "-")
     throw OXUsageError("--json and -o - cannot both use standard output");
   OXSession session(pContext.broker, "snapshot");
   OXSubscription subscription(session, streamRequest(pOptions.view, session), kLowestFps);
   const CameraImage image = waitForImage(subscription, pOptions);
+  // Before encoding, which takes longer than the camera should stay subscribed.
   subscription.end();
   writeFile(pOptions.output, encodePng(toPicture(image)), pContext.out);
   report(pContext, pOptions, image);

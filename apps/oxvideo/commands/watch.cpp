@@ -125,11 +125,14 @@ int Watcher::run() {
     if (now < nextLine) continue;
     xLine(now);
     fSecond.restart(now);
+    // After a stall lines continue at the next full second instead of catching up.
     while (nextLine <= now) nextLine += std::chrono::seconds(1);
   }
   const auto end = Clock::now();
+  // Unsubscribe before printing: the output may be a pipe that blocks.
   fSubscription.end();
   xSummary(end);
+  // A signal is the normal end unless a number of frames was asked for.
   if (OXInterrupt::requested() && fOptions.frames > 0 && !xDone()) return OXInterrupt::status();
   if (!xDone() && fOptions.frames > 0)
     throw OXFailure(fmt::format("no frame for {:g} s", fOptions.timeoutSeconds));

@@ -40,6 +40,7 @@ CameraImage parseHeader(const OXValue& pReply) {
     refuse(fmt::format("its size is {}x{}", image.width, image.height));
   if (image.layers != getLayersFromColorSpace(image.colorSpace))
     refuse(fmt::format("{} layers in colour space {}", image.layers, image.colorSpace));
+  // 64 bits travel as two ints; the low half is unsigned, whatever its sign says.
   const auto high = static_cast<std::uint32_t>(intAt(pReply, 4, "time stamp"));
   const auto low = static_cast<std::uint32_t>(intAt(pReply, 5, "time stamp"));
   image.timestampUs = static_cast<std::int64_t>(std::uint64_t{high} << 32 | low);
@@ -84,6 +85,7 @@ std::vector<std::optional<CameraImage>> parseImagesReply(const OXValue& pReply) 
     left -= image.sizeBytes();
     images.emplace_back(std::move(image));
   }
+  // Surplus bytes mean that sizes and pixels don't belong together.
   if (left != 0) refuse(fmt::format("{} bytes of pixels too many", left));
   return images;
 }

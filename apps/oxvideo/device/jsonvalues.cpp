@@ -20,6 +20,7 @@ using Json = nlohmann::json;
 constexpr int kDeepest = 32;  // the limit of the broker
 
 OXValue integer(const Json& pJson, const std::string& pWord) {
+  // The library keeps large positive numbers unsigned; a signed read would wrap them.
   const bool fits = pJson.is_number_unsigned()
                         ? pJson.get<std::uint64_t>() <= std::numeric_limits<int>::max()
                         : pJson.get<std::int64_t>() >= std::numeric_limits<int>::min() &&
@@ -87,6 +88,7 @@ OXJson asJson(const OXValue& pValue) {
 }  // namespace
 
 OXValue parseArgument(const std::string& pWord) {
+  // Without exceptions: most words are plain strings and not errors.
   const Json json = Json::parse(pWord, nullptr, false);
   if (json.is_discarded()) return {pWord};
   return fromJson(json, pWord, 0);

@@ -30,6 +30,7 @@ double OXLatencies::percentile(double pPart) const {
   std::int64_t seen = 0;
   std::size_t bucket = 0;
   while ((seen += fBuckets[bucket]) < wanted) ++bucket;
+  // The middle of the bucket, which halves the largest error.
   return kSmallest * std::pow(kGrowth, static_cast<double>(bucket) + 0.5);
 }
 

@@ -47,6 +47,7 @@ OXValue::Array column(const std::vector<StreamRequest>& pStreams, int StreamRequ
 OXSession::OXSession(const std::string& pAddress, const std::string& pVerb)
     : fName(fmt::format("oxvideo_{}_{}", pVerb, ::getpid())), fBroker(connectTo(pAddress)) {
   fBroker->setTimeout(kAnswerLimit);
+  // Shown in the broker's records, and in the event that it raises when this connection ends.
   call("OXBroker", "setClientName", OXValue::array(fName));
 }
 
@@ -64,6 +65,8 @@ int OXSession::countCameras() {
       device("getCameraModel", count);
       ++count;
     }
+    // The device has no method that counts its cameras; this is its error for an index past the
+    // last.
   } catch (const OXError& error) {
     if (!std::string_view(error.what()).ends_with("invalid Camera index")) throw;
   }
@@ -125,6 +128,7 @@ OXSubscription::~OXSubscription() {
 
 void OXSubscription::end() {
   if (!fActive) return;
+  // Before the call: if it fails, the destructor must not try again.
   fActive = false;
   fSession.device("unsubscribe", fId);
 }

@@ -43,6 +43,8 @@ std::vector<std::string> namesUpTo(int pLast, NameOf pNameOf) {
 
 int parseName(const std::string& pText, const char* pWhat, int (*pFromName)(const char*),
               NameOf pNameOf, const std::vector<std::string>& pAll) {
+  // Names first: the ten colour spaces are not numbered in sequence, and the vocabulary of the
+  // framework is the only list of both.
   const int named = pFromName(pText.c_str());
   if (named >= 0) return named;
   const auto number = parseNumber<int>(pText);

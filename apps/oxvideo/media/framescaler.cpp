@@ -121,6 +121,7 @@ void OXFrameScaler::Impl::scale(const AVFrame& pFrame, FrameSize pSize) {
   bool fullRange = false;
   const AVPixelFormat format = plainFormat(pFrame.format, fullRange);
   fullRange = fullRange || pFrame.color_range == AVCOL_RANGE_JPEG;
+  // The library trades accuracy of colours for speed unless these flags forbid it.
   scaler.reset(sws_getCachedContext(scaler.release(), pFrame.width, pFrame.height, format,
                                     pSize.width, pSize.height, AV_PIX_FMT_RGB24,
                                     SWS_BICUBIC | SWS_ACCURATE_RND | SWS_FULL_CHR_H_INT, nullptr,
@@ -130,6 +131,7 @@ void OXFrameScaler::Impl::scale(const AVFrame& pFrame, FrameSize pSize) {
     throw OXFailure(fmt::format("can't convert frames of format {} and size {}x{}",
                                 name ? name : "unknown", pFrame.width, pFrame.height));
   }
+  // RGB is always full range: without this it would keep the range of the source.
   sws_setColorspaceDetails(scaler.get(), sws_getCoefficients(colorMatrix(pFrame)),
                            fullRange ? 1 : 0, sws_getCoefficients(SWS_CS_DEFAULT), 1, 0, 1 << 16,
                            1 << 16);
@@ -148,6 +150,7 @@ void OXFrameScaler::render(const AVFrame& pFrame, Orientation pOrientation, Fram
   const FrameSize stored = isSideways ? FrameSize{place.size.height, place.size.width} : place.size;
   fImpl->scale(pFrame, stored);
 
+  // Black first: padding is whatever the frame does not cover.
   pTarget.assign(static_cast<std::size_t>(pSize.width) * static_cast<std::size_t>(pSize.height) * 3,
                  0);
   const OrientedFrame oriented{fImpl->scaled->data[0], fImpl->scaled->linesize[0], stored,

@@ -29,6 +29,8 @@ OXFrameSource::~OXFrameSource() = default;
 
 std::unique_ptr<OXFrameSource::TimedFrame> OXFrameSource::xFetch() {
   const AVFrame* frame = fReader->next();
+  // A loop reopens the source, since not every format can seek to its start. A still picture is
+  // never reopened: its one frame lasts for ever.
   if (!frame && fLoop && fPassFrames > 1) {
     fDamagedBefore += fReader->damagedFrames();
     fPassStart += fReader->time() + fReader->frameDuration();
@@ -39,6 +41,7 @@ std::unique_ptr<OXFrameSource::TimedFrame> OXFrameSource::xFetch() {
   if (!frame) return nullptr;
   ++fPassFrames;
   auto frameCopy = std::make_unique<TimedFrame>();
+  // The reader reuses its frame; a clone shares the pixels and only counts a reference.
   frameCopy->frame.reset(av_frame_clone(frame));
   if (!frameCopy->frame) throw OXFailure("out of memory");
   frameCopy->orientation = fReader->orientation();
@@ -52,6 +55,7 @@ bool OXFrameSource::advanceTo(double pSeconds) {
     fCurrent = std::move(fUpcoming);
     fUpcoming = xFetch();
   }
+  // The last frame is shown for its own duration.
   return fUpcoming || isEndless() || pSeconds < fCurrent->end;
 }
 

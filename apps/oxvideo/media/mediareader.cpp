@@ -28,6 +28,7 @@ int stopWhenInterrupted(void*) { return OXInterrupt::requested() ? 1 : 0; }
 FormatOwner openInput(const std::string& pSource, FrameSize pTestSize) {
   AVFormatContext* format = avformat_alloc_context();
   if (!format) throw OXFailure("out of memory");
+  // Opening a pipe or URL may block for ever; a signal must end it.
   format->interrupt_callback.callback = stopWhenInterrupted;
   const bool isTest = pSource == "test";
   const std::string url =
@@ -86,6 +87,7 @@ struct OXMediaReader::Impl {
 
 OXMediaReader::OXMediaReader(const std::string& pSource, FrameSize pTestSize)
     : fImpl(std::make_unique<Impl>()) {
+  // The library's own messages would run into the progress bar; failures are reported by exception.
   av_log_set_level(AV_LOG_FATAL);
   avdevice_register_all();
   fImpl->source = pSource;
@@ -107,12 +109,14 @@ void OXMediaReader::Impl::openDecoder() {
   if (index < 0 || !codec)
     throw OXFailure(fmt::format("{} contains no readable video", printable(source)));
   stream = format->streams[index];
+  // Sound and subtitles would be read, queued and thrown away.
   for (unsigned i = 0; i < format->nb_streams; ++i)
     if (static_cast<int>(i) != index) format->streams[i]->discard = AVDISCARD_ALL;
   decoder.reset(avcodec_alloc_context3(codec));
   if (!decoder || !frame || !packet) throw OXFailure("out of memory");
   check(avcodec_parameters_to_context(decoder.get(), stream->codecpar));
   decoder->pkt_timebase = stream->time_base;
+  // As many threads as there are processors: large videos decode slower than real time on one.
   decoder->thread_count = 0;
   check(avcodec_open2(decoder.get(), codec, nullptr));
 }
@@ -126,10 +130,12 @@ void OXMediaReader::Impl::feed() {
       avcodec_send_packet(decoder.get(), nullptr);
       return;
     }
+    // The callback makes the library return this; other errors may follow from the same signal.
     if (read == AVERROR_EXIT || OXInterrupt::requested()) throw OXInterrupted();
     if (read < 0)
       throw OXFailure(fmt::format("reading {} failed: {}", printable(source), ffmpegError(read)));
     const bool isOurs = packet->stream_index == stream->index;
+    // A bad packet costs its frame only: the decoder resynchronises.
     if (isOurs && avcodec_send_packet(decoder.get(), packet.get()) < 0) ++damaged;
     av_packet_unref(packet.get());
     if (isOurs) return;
@@ -142,6 +148,7 @@ double OXMediaReader::Impl::usualDuration() const {
 }
 
 void OXMediaReader::Impl::takeTimes() {
+  // Frames without a stamp follow the one before; stamps that go back are held at it.
   const double lastEnd = started ? time + duration : 0;
   const double unit = av_q2d(stream->time_base);
   double now = lastEnd;

@@ -88,6 +88,7 @@ FrameOwner newFrame(int pWidth, int pHeight, int pColorSpace) {
     throw OXFailure("frames whose pixels share chroma in pairs can't have an odd width");
   frame->width = pWidth;
   frame->height = pHeight;
+  // The matrix and range that the formulas of the cameras use.
   if (frame->format == AV_PIX_FMT_YUV422P || frame->format == AV_PIX_FMT_YUV444P) {
     frame->colorspace = AVCOL_SPC_SMPTE170M;
     frame->color_range = AVCOL_RANGE_MPEG;

@@ -18,6 +18,7 @@ namespace OX::cli {
 
 namespace {
 
+// The unit of recorded stamps, so that nothing is rounded before the container does.
 constexpr AVRational kMicroseconds{1, 1'000'000};
 constexpr AVRational kUsualRate{30, 1};
 
@@ -28,6 +29,7 @@ struct CloseMuxer {
   }
 };
 
+/// FFV1 wherever the container holds it: an export that loses nothing is the safer default.
 AVCodecID codecOf(const EncoderOptions& pOptions, const AVOutputFormat& pFormat) {
   if (pOptions.codec == "ffv1") return AV_CODEC_ID_FFV1;
   if (pOptions.codec == "h264") return AV_CODEC_ID_H264;
@@ -49,6 +51,8 @@ struct OXVideoEncoder::Impl {
   AVStream* stream = nullptr;
   std::int64_t lastTick = -1;
   int moved = 0;
+  // The destructor may only remove a file that this object has created: until then the path may
+  // name somebody's older video.
   bool created = false;
   bool finished = false;
 
@@ -68,6 +72,7 @@ struct OXVideoEncoder::Impl {
 
 void OXVideoEncoder::Impl::openMuxer() {
   AVFormatContext* format = nullptr;
+  // The prefix keeps a colon in the path from naming a protocol.
   const std::string url = "file:" + options.path;
   const int result = avformat_alloc_output_context2(&format, nullptr, nullptr, url.c_str());
   if (result < 0 || !format)
@@ -94,13 +99,16 @@ void OXVideoEncoder::Impl::openEncoder(AVCodecID pCodec) {
       pCodec == AV_CODEC_ID_FFV1 ? losslessFormat(options.colorSpace) : AV_PIX_FMT_YUV420P;
   encoder->time_base = kMicroseconds;
   encoder->framerate = options.fps > 0 ? av_d2q(options.fps, 1001000) : kUsualRate;
+  // Without reordering a packet's decoding time is its display time, and the first one is 0.
   encoder->max_b_frames = 0;
+  // Stated explicitly, or players would guess the matrix by the height.
   if (encoder->pix_fmt != AV_PIX_FMT_BGR0 && encoder->pix_fmt != AV_PIX_FMT_GRAY8) {
     encoder->colorspace = AVCOL_SPC_SMPTE170M;
     encoder->color_range = AVCOL_RANGE_MPEG;
   }
   if (muxer->oformat->flags & AVFMT_GLOBALHEADER) encoder->flags |= AV_CODEC_FLAG_GLOBAL_HEADER;
   AVDictionary* codecOptions = nullptr;
+  // 18 is visually lossless. FFV1's third version checks every slice by itself.
   if (pCodec == AV_CODEC_ID_H264) av_dict_set(&codecOptions, "crf", "18", 0);
   if (pCodec == AV_CODEC_ID_FFV1) av_dict_set(&codecOptions, "level", "3", 0);
   const int result = avcodec_open2(encoder.get(), codec, &codecOptions);
@@ -136,6 +144,7 @@ void OXVideoEncoder::Impl::writeHeader() {
         fmt::format("{:%Y-%m-%dT%H:%M:%S}.{:06}Z", date, options.startUs % 1'000'000).c_str(), 0);
   check(avio_open(&muxer->pb, ("file:" + options.path).c_str(), AVIO_FLAG_WRITE),
         "can't create the file");
+  // From here on the file is ours to remove.
   created = true;
   check(avformat_write_header(muxer.get(), nullptr), "can't write the header");
 }
@@ -181,6 +190,7 @@ void OXVideoEncoder::Impl::drain(const AVFrame* pFrame) {
 void OXVideoEncoder::add(const CameraImage& pImage) {
   Impl& impl = *fImpl;
   AVFrame* frame = impl.raw.get();
+  // The encoder may still refer to the frame of the last call.
   impl.check(av_frame_make_writable(frame), "no memory for a frame");
   fillFrame(pImage, *frame);
   if (impl.encoded) {
@@ -194,6 +204,7 @@ void OXVideoEncoder::add(const CameraImage& pImage) {
 }
 
 void OXVideoEncoder::finish() {
+  // Delayed frames come first, or the trailer would not index them.
   fImpl->drain(nullptr);
   fImpl->check(av_write_trailer(fImpl->muxer.get()), "can't finish the file");
   fImpl->check(avio_closep(&fImpl->muxer->pb), "can't close the file");

@@ -19,6 +19,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
+/// Like cp: a folder that exists, or a name that can only be one.
 bool isFolder(const std::string& pOutput) {
   std::error_code ignored;
   return pOutput.ends_with('/') || fs::is_directory(pOutput, ignored) ||

@@ -21,9 +21,12 @@ namespace OX::cli {
 
 namespace {
 
+// The generated picture has no size of its own.
 constexpr FrameSize kTestSize{640, 480};
 
 std::int64_t startTime(const std::string& pVideo) {
+  // Time of day, so that recordings sort and compare with those of cameras. The file's own date
+  // makes a second import of the same file identical.
   struct stat status {};
   if (::stat(pVideo.c_str(), &status) == 0)
     return std::int64_t{status.st_mtim.tv_sec} * 1'000'000 + status.st_mtim.tv_nsec / 1000;
@@ -70,6 +73,7 @@ bool wantsMore(int pDone, const ImportOptions& pOptions) {
 }
 
 int expectedFrames(const ImportOptions& pOptions, double pFrames) {
+  // Durations in damaged files may be absurd: clamped, because the cast would be undefined.
   const int all = static_cast<int>(std::lround(std::min(pFrames, 1e9)));
   return pOptions.frames > 0 && (all == 0 || pOptions.frames < all) ? pOptions.frames : all;
 }
@@ -107,6 +111,7 @@ ImportResult importAsItIs(const ImportOptions& pOptions, const OnFrame& pOnFrame
 ImportResult importAtRate(const ImportOptions& pOptions, const OnFrame& pOnFrame) {
   FrameSize size = pOptions.size.value_or(kTestSize);
   if (!pOptions.size) {
+    // The size must be known before the recording is created, and only a decoded frame tells it.
     OXMediaReader first(pOptions.video, size);
     const AVFrame* frame = first.next();
     size = recordingSize(pOptions, frame, first.orientation());

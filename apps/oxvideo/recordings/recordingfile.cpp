@@ -32,6 +32,7 @@ const std::vector<unsigned char>* OXRecordingFile::bytes(int pIndex, int pStream
     fError = fVideo.getLastError();
     return nullptr;
   }
+  // The file class accepts frames of any size; whoever converts pixels relies on the stream's.
   const auto expected = static_cast<std::size_t>(fVideo.getStream(pStream).fFrameBytes);
   if (fBytes.size() == expected) return &fBytes;
   const auto place = fVideo.getFrameInfo(pIndex, pStream);

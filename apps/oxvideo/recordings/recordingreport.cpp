@@ -16,6 +16,7 @@ namespace OX::cli {
 
 namespace {
 
+// A long recording may have thousands of gaps: text shows the first ones, JSON shows all.
 constexpr std::size_t kShownLines = 10;
 
 double seconds(std::int64_t pMicroseconds) { return static_cast<double>(pMicroseconds) / 1e6; }
@@ -46,6 +47,7 @@ void findGaps(const std::vector<std::int64_t>& pStamps, StreamReport& pReport) {
   pReport.usualIntervalUs = usual;
   for (std::size_t i = 1; usual > 0 && i < pStamps.size(); ++i) {
     const std::int64_t interval = stampDifference(pStamps[i], pStamps[i - 1]);
+    // More than one and a half intervals, written so that it can't overflow.
     if (interval / 3 > usual / 2)
       pReport.gaps.push_back(
           {static_cast<int>(i) - 1, interval, (interval - usual + usual / 2) / usual});

@@ -86,6 +86,7 @@ RepairResult repair(OXRecordingFile& pInput, const std::string& pOutput,
     throw OXFailure(output.getLastError());
   RepairResult result;
   std::vector<FrameCopy> frames;
+  // A failed write throws and leaves a valid recording of the turns before it.
   for (const auto& [number, turn] : recordedTurns(pInput)) {
     pOnFrame(result.kept);
     if (!readTurn(pInput, turn, frames)) continue;

@@ -155,6 +155,7 @@ std::string OXCommandLine::run(const std::vector<std::string>& pWords) {
     return {};
   } catch (const CLI::ParseError& error) {
     std::ostringstream out, err;
+    // The library reports help and version as errors with status 0.
     if (fApp->exit(error, out, err) != 0) throw OXUsageError(usageErrorText(*fApp, error));
     return out.str();
   }

@@ -38,7 +38,9 @@ void writeFile(const std::string& pPath, std::string_view pBytes, OXOutput& pOut
   std::unique_ptr<std::FILE, CloseFile> file(std::fopen(pPath.c_str(), "wb"));
   if (!file) refuse(pPath);
   const bool isWritten = std::fwrite(pBytes.data(), 1, pBytes.size(), file.get()) == pBytes.size();
+  // A full disk may be reported only when buffers are flushed by the close.
   if (isWritten && std::fclose(file.release()) == 0) return;
+  // Removing the file may overwrite errno, which says why the write failed.
   const int why = errno;
   std::error_code ignored;
   // Only a regular file: never a device, a pipe or a link to one.

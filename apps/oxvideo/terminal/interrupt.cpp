@@ -23,6 +23,7 @@ static_assert(std::atomic<int>::is_always_lock_free, "the handler may only touch
 int pipeEnds[2] = {-1, -1};
 
 void onSignal(int pSignal) {
+  // The interrupted code may be about to read errno.
   const int savedErrno = errno;
   signalThatCame.store(pSignal);
   const char byte = 1;
@@ -54,6 +55,7 @@ bool OXInterrupt::waitUntil(std::chrono::steady_clock::time_point pMoment) {
   while (!requested()) {
     const auto left = pMoment - steady_clock::now();
     if (left <= steady_clock::duration::zero()) return true;
+    // Bounded because timespec and the conversion can't hold every duration.
     const auto bounded = std::min<nanoseconds>(left, hours(1));
     const timespec limit = {duration_cast<seconds>(bounded).count(),
                             (bounded % seconds(1)).count()};

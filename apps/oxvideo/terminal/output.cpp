@@ -27,6 +27,7 @@ void OXOutput::write(std::string_view pBytes) {
 }
 
 void OXOutput::line(std::string_view pText) {
+  // One write for the whole line, so that lines of several processes don't mix.
   std::string whole(pText);
   whole += '\n';
   write(whole);

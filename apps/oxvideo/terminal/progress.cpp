@@ -41,6 +41,7 @@ std::string OXProgress::render(const std::string& pLabel, std::int64_t pDone, st
   } else {
     line = fmt::format("{} {} {}", pLabel, pDone, pRemark);
   }
+  // One column less than the terminal has: a full line would wrap and scroll.
   return line.substr(0, static_cast<std::size_t>(std::max(1, pColumns - 1)));
 }
 

@@ -34,6 +34,7 @@ bool isControl(std::string_view pSequence) {
   return first == 0xc2 && static_cast<unsigned char>(pSequence[1]) < 0xa0;
 }
 
+/// Counts code points: close enough for names, without a table of wide characters.
 std::size_t displayWidth(std::string_view pText) {
   return static_cast<std::size_t>(std::count_if(pText.begin(), pText.end(), [](char c) {
     return (static_cast<unsigned char>(c) & 0xc0) != 0x80;
@@ -80,6 +81,7 @@ std::string indentLines(std::string_view pText, int pBlanks) {
 bool wantsColor(std::string_view pMode, bool pIsTerminal) {
   if (pMode == "always") return true;
   if (pMode == "never" || !pIsTerminal) return false;
+  // Conventions that other programs follow too; an empty NO_COLOR counts as unset.
   const char* noColor = std::getenv("NO_COLOR");
   const char* term = std::getenv("TERM");
   return !(noColor && *noColor) && !(term && std::string_view(term) == "dumb");

@@ -42,13 +42,13 @@ TEST_F(Exchange, ffv1KeepsEveryByte) {
   using Bytes = std::vector<unsigned char>;
   constexpr std::size_t kWidth = 6;
   // The byte of the raw frame that a plane holds at a place.
-  using Place = std::function<std::size_t(int pPlane, std::size_t pX, std::size_t pY)>;
+  using ByteOffset = std::function<std::size_t(int pPlane, std::size_t pX, std::size_t pY)>;
   struct Case {
     int colorSpace;
     AVPixelFormat format;
     int planes;
     std::size_t chromaWidth;
-    Place place;
+    ByteOffset offset;
   };
   const std::vector<Case> cases{
       {kYUV422, AV_PIX_FMT_YUV422P, 3, 3,
@@ -92,7 +92,7 @@ TEST_F(Exchange, ffv1KeepsEveryByte) {
                ++x) {
             if (packed && x % 4 == 3) continue;
             ASSERT_EQ(frame->data[plane][y * std::size_t(frame->linesize[plane]) + x],
-                      raw[row.place(plane, x, y)])
+                      raw[row.offset(plane, x, y)])
                 << "frame " << number << ", plane " << plane << " at " << x << ", " << y;
           }
     }
