@@ -1,67 +1,100 @@
-# Compiler settings, output folders and the two small helpers that all rooms share.
-
-set(CMAKE_CXX_STANDARD 20)
-set(CMAKE_CXX_STANDARD_REQUIRED ON)
-set(CMAKE_CXX_EXTENSIONS OFF)
-set(CMAKE_POSITION_INDEPENDENT_CODE ON)
-# Symbols are hidden unless a header exports them with OX_API.
-set(CMAKE_CXX_VISIBILITY_PRESET hidden)
-set(CMAKE_VISIBILITY_INLINES_HIDDEN ON)
-set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
-
-set(CMAKE_RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/bin)
-set(CMAKE_LIBRARY_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/lib)
-set(CMAKE_ARCHIVE_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/lib)
-# A build folder can be moved: programs look for libraries beside themselves.
-set(CMAKE_BUILD_RPATH_USE_ORIGIN ON)
-set(CMAKE_INSTALL_RPATH "$ORIGIN/../lib;$ORIGIN")
-
-if(NOT CMAKE_BUILD_TYPE)
-  set(CMAKE_BUILD_TYPE Release CACHE STRING "" FORCE)
-endif()
+# Compiler settings, output folders and run paths of our targets. They are properties of each
+# target, not of the directory or the cache: a project that includes this one keeps its own.
 
 find_program(OX_CCACHE ccache)
-if(OX_CCACHE AND NOT CMAKE_CXX_COMPILER_LAUNCHER)
-  set(CMAKE_CXX_COMPILER_LAUNCHER ${OX_CCACHE})
+
+# Programs find our libraries in ../lib in the build folder and in the library folder of an
+# installed tree. Both paths are the same in both trees: CMake would pad a shorter one with empty
+# entries, which mean the working directory, in order to edit it in place when installing.
+set(ox_program_run_path "$ORIGIN/../lib")
+if(OX_INSTALL)
+  include(GNUInstallDirs)
+  file(RELATIVE_PATH ox_installed_libraries ${CMAKE_INSTALL_FULL_BINDIR}
+       ${CMAKE_INSTALL_FULL_LIBDIR})
+  list(PREPEND ox_program_run_path "$ORIGIN/${ox_installed_libraries}")
+  list(REMOVE_DUPLICATES ox_program_run_path)
 endif()
 
-add_compile_options(-Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor
-                    -Wno-missing-field-initializers)
-if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
-  # GCC 12 sees overlaps in additions of strings that are none.
-  add_compile_options(-Wno-restrict)
-endif()
-if(CMAKE_CXX_COMPILER_ID MATCHES "Clang")
-  # What framework/oxthreadsafety.h annotates.
-  add_compile_options(-Wthread-safety)
-endif()
 # Errors carry the place where they arose, relative to the source tree. The second form is what
 # ccache makes of a path when it has a base directory. Debug information keeps the true paths.
-cmake_path(RELATIVE_PATH PROJECT_SOURCE_DIR BASE_DIRECTORY ${CMAKE_BINARY_DIR}
-           OUTPUT_VARIABLE source_from_build)
-add_compile_options(-fmacro-prefix-map=${PROJECT_SOURCE_DIR}/=
-                    -fmacro-prefix-map=${source_from_build}/=)
-if(OX_WERROR)
-  add_compile_options(-Werror)
-endif()
-if(OX_SANITIZE)
-  # -Wmaybe-uninitialized reports library code that a sanitizer has instrumented, and -Wtsan that
-  # fences are not supported, which Boost.Asio has and does not rely on.
-  add_compile_options(-fsanitize=${OX_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all
-                      -Wno-maybe-uninitialized -Wno-tsan)
-  add_link_options(-fsanitize=${OX_SANITIZE})
-endif()
-# Boost 1.74 warns about its own placeholders unless told which ones are meant.
-add_compile_definitions(BOOST_BIND_GLOBAL_PLACEHOLDERS)
+file(RELATIVE_PATH ox_source_from_build ${CMAKE_BINARY_DIR} ${PROJECT_SOURCE_DIR})
+set(ox_place_options -fmacro-prefix-map=${PROJECT_SOURCE_DIR}/=
+                     -fmacro-prefix-map=${ox_source_from_build}/=)
 
-find_package(Threads REQUIRED)
-find_package(PkgConfig REQUIRED)
+# ox_target(name): the settings of each library and program of this project.
+function(ox_target name)
+  target_compile_features(${name} PUBLIC cxx_std_20)
+  # Symbols are hidden unless a header exports them with OX_API.
+  set_target_properties(${name} PROPERTIES
+    OX_TARGET ON
+    CXX_STANDARD 20
+    CXX_EXTENSIONS OFF
+    POSITION_INDEPENDENT_CODE ON
+    CXX_VISIBILITY_PRESET hidden
+    VISIBILITY_INLINES_HIDDEN ON
+    RUNTIME_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/bin
+    LIBRARY_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/lib
+    ARCHIVE_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/lib
+    BUILD_WITH_INSTALL_RPATH ON
+    INSTALL_RPATH_USE_LINK_PATH ON)
+  get_target_property(type ${name} TYPE)
+  if(type STREQUAL "EXECUTABLE")
+    set_target_properties(${name} PROPERTIES INSTALL_RPATH "${ox_program_run_path}")
+  else()
+    set_target_properties(${name} PROPERTIES INSTALL_RPATH "$ORIGIN")
+  endif()
+  if(OX_CCACHE AND NOT CMAKE_CXX_COMPILER_LAUNCHER)
+    set_target_properties(${name} PROPERTIES CXX_COMPILER_LAUNCHER ${OX_CCACHE})
+  endif()
+
+  target_compile_options(${name} PRIVATE -Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor
+                                         -Wno-missing-field-initializers)
+  if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+    # GCC 12 sees overlaps in additions of strings that are none.
+    target_compile_options(${name} PRIVATE -Wno-restrict)
+  elseif(CMAKE_CXX_COMPILER_ID MATCHES "Clang")
+    # What framework/oxthreadsafety.h annotates.
+    target_compile_options(${name} PRIVATE -Wthread-safety)
+  endif()
+  target_compile_options(${name} PRIVATE ${ox_place_options})
+  if(OX_WERROR)
+    target_compile_options(${name} PRIVATE -Werror)
+  endif()
+  if(OX_SANITIZE)
+    # -Wmaybe-uninitialized reports library code that a sanitizer has instrumented, and -Wtsan that
+    # fences are not supported, which Boost.Asio has and does not rely on.
+    target_compile_options(${name} PRIVATE
+      -fsanitize=${OX_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all
+      -Wno-maybe-uninitialized -Wno-tsan)
+    target_link_options(${name} PRIVATE -fsanitize=${OX_SANITIZE})
+  endif()
+  # Boost 1.74 warns about its own placeholders unless told which ones are meant.
+  target_compile_definitions(${name} PRIVATE BOOST_BIND_GLOBAL_PLACEHOLDERS)
+endfunction()
 
 # ox_test(name LIBS lib... SOURCES file...): a GoogleTest program whose cases ctest lists one by one.
 function(ox_test name)
   cmake_parse_arguments(ARG "" "" "LIBS;SOURCES" ${ARGN})
   add_executable(${name} ${ARG_SOURCES})
-  set_target_properties(${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/tests)
+  ox_target(${name})
+  set_target_properties(${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/tests)
   target_link_libraries(${name} PRIVATE ${ARG_LIBS} GTest::gmock GTest::gtest_main)
   gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST PROPERTIES TIMEOUT 300)
+endfunction()
+
+# ox_check_targets(directory): a target without the settings would be built without warnings and
+# sanitizers, and nobody would notice.
+function(ox_check_targets directory)
+  get_directory_property(targets DIRECTORY ${directory} BUILDSYSTEM_TARGETS)
+  foreach(target IN LISTS targets)
+    get_target_property(type ${target} TYPE)
+    get_target_property(has_settings ${target} OX_TARGET)
+    if(type MATCHES "EXECUTABLE|(STATIC|SHARED|MODULE|OBJECT)_LIBRARY" AND NOT has_settings)
+      message(FATAL_ERROR "${target} has no ox_target(${target})")
+    endif()
+  endforeach()
+  get_directory_property(subdirectories DIRECTORY ${directory} SUBDIRECTORIES)
+  foreach(subdirectory IN LISTS subdirectories)
+    ox_check_targets(${subdirectory})
+  endforeach()
 endfunction()

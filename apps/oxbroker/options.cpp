@@ -4,6 +4,8 @@
 #include <CLI/CLI.hpp>
 #include <limits>
 
+#include <oxframework/version.h>
+
 namespace OX::daemon {
 namespace {
 

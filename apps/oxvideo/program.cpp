@@ -5,6 +5,7 @@
 
 #include <oxframework/oxerror.h>
 #include <oxframework/oxlog.h>
+#include <oxframework/version.h>
 #include "commands/commands.h"
 #include "terminal/exitstatus.h"
 #include "terminal/interrupt.h"

@@ -3,6 +3,7 @@
 
 #include <oxframework/oxbroker.h>
 #include <oxframework/oxerror.h>
+#include <oxframework/version.h>
 
 namespace OX {
 
