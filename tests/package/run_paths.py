@@ -1,0 +1,49 @@
+#!/usr/bin/env python3
+"""Fails when a program or a library below the given folders looks for libraries in the working
+directory: when its run path has an empty or a relative entry.
+
+  tests/package/run_paths.py FOLDER...
+"""
+import pathlib
+import re
+import subprocess
+import sys
+
+
+def elf_files(folder):
+    for path in sorted(folder.rglob("*")):
+        if path.is_file() and not path.is_symlink() and path.suffix != ".o":
+            with path.open("rb") as file:
+                if file.read(4) == b"\x7fELF":
+                    yield path
+
+
+def run_paths(path):
+    text = subprocess.run(["readelf", "--dynamic", "--wide", path], check=True,
+                          capture_output=True, text=True, env={"LC_ALL": "C"}).stdout
+    return re.findall(r"\((?:RUNPATH|RPATH)\).*\[(.*)\]", text)
+
+
+def check(folders):
+    """Complaints, and the number of files that were looked at."""
+    complaints, count = [], 0
+    for folder in folders:
+        for path in elf_files(folder):
+            count += 1
+            for run_path in run_paths(path):
+                if not all(entry.startswith(("/", "$ORIGIN")) for entry in run_path.split(":")):
+                    complaints.append(f"{path}: run path [{run_path}]")
+    return complaints, count
+
+
+def main():
+    complaints, count = check([pathlib.Path(folder) for folder in sys.argv[1:]])
+    if count == 0:
+        sys.exit(f"no program and no library in {sys.argv[1:]}")
+    if complaints:
+        sys.exit("\n".join(complaints))
+    print(f"{count} files: no run path leads to the working directory")
+
+
+if __name__ == "__main__":
+    main()
