@@ -1,5 +1,5 @@
-// Pushes a frame with one bright pixel, then looks for it twice: in the image that the proxy returns
-// and with the module BrightestSpot, which reads the image inside the broker.
+// Pushes a frame with one bright pixel, then looks for it twice: in the image that the proxy
+// returns and with the module BrightestSpot, which reads the image inside the broker.
 #include <cstdio>
 #include <exception>
 #include <stdexcept>
