@@ -51,9 +51,9 @@ class OX_API OXMemory : public OXModule {
 
 /// "OXPreferences": preference files, DIRECTORY/NAME.xml:
 ///
-///   <preferences module="VideoInput">
-///     <entry name="source" description="where images come from" value="SimulatorCam"/>
-///   </preferences>
+///     <preferences module="VideoInput">
+///       <entry name="source" description="where images come from" value="SimulatorCam"/>
+///     </preferences>
 ///
 /// type="int|float|bool|string" sets the kind of an entry's value; the default is string.
 /// Thread-safe: files are read anew with each call.
