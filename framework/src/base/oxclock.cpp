@@ -34,6 +34,7 @@ SystemClock& systemClock() {
   return clock;
 }
 
+// Null for the system's clock, so that restoring it cannot fail whatever a test did before.
 std::atomic<OXClock*> gClock{nullptr};
 
 }  // namespace

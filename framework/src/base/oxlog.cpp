@@ -20,6 +20,7 @@ class DefaultSink : public Sink {
   DefaultSink() : fLogger("ox", std::make_shared<spdlog::sinks::stderr_color_sink_mt>()) {
     fLogger.set_level(spdlog::level::trace);
     fLogger.set_pattern("%Y-%m-%d %H:%M:%S.%e %^%l%$ %v");
+    // Each record at once: the last ones before a crash are those that are needed.
     fLogger.flush_on(spdlog::level::trace);
   }
 
@@ -74,6 +75,7 @@ void setLevel(int pLevel) { registry().defaultSink->setLevel(pLevel); }
 void log(int pLevel, const std::string& pCategory, const std::string& pMessage,
          const std::string& pFile, const std::string& pFunction, int pLine) {
   const Record record{pLevel, pCategory, pMessage, pFile, pFunction, pLine};
+  // Sinks are called under the lock, so that after removeSink() no call to the sink is under way.
   const OX::detail::MutexLock guard(registry().guard);
   for (const auto& sink : registry().sinks) sink->write(record);
 }
@@ -82,6 +84,13 @@ LogStream::LogStream(int pLevel, const std::string& pCategory, const std::string
                      const std::string& pFunction, int pLine)
     : fLevel(pLevel), fCategory(pCategory), fFile(pFile), fFunction(pFunction), fLine(pLine) {}
 
-LogStream::~LogStream() { log(fLevel, fCategory, str(), fFile, fFunction, fLine); }
+// A record that cannot be made or written must not end the process, which a throwing destructor
+// would.
+LogStream::~LogStream() {
+  try {
+    log(fLevel, fCategory, str(), fFile, fFunction, fLine);
+  } catch (...) {
+  }
+}
 
 }  // namespace ki::log

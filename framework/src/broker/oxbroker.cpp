@@ -36,6 +36,7 @@ ProcessManager& processManager() {
   return manager;
 }
 
+// Per thread, since a call runs on one thread from start to end.
 thread_local OXCallerContext* tCaller = nullptr;
 
 /// Looks the module up for each call. Keeps neither broker nor module alive, so that modules may
@@ -76,6 +77,7 @@ boost::shared_ptr<OXBroker> OXBroker::create(const OXBrokerOptions& pOptions) {
 }
 
 boost::shared_ptr<OXProxy> OXBroker::getProxy(const std::string& pName, int) {
+  // A wrong name fails here, where it is written, and not only at the first call.
   if (!getModule(pName)) raiseError("OXBroker", "getProxy", "There is no module \"" + pName + "\"");
   return boost::make_shared<LocalProxy>(weak_from_this(), pName);
 }
@@ -140,6 +142,7 @@ OXValue OXBroker::call(const std::string& pModule, const std::string& pMethod,
   } catch (const OXError&) {
     throw;
   } catch (const std::exception& error) {
+    // A module that overrides execute() may throw anything.
     raiseError(pModule, pMethod, std::string("The method failed: ") + error.what());
   }
   return result;
@@ -153,6 +156,7 @@ void OXBroker::notify(const std::string& pTarget, const std::string& pMethod,
     call(pTarget, pMethod, pArguments);
     return;
   }
+  // Copied out of the lock: an endpoint may call the broker.
   std::vector<Endpoint> endpoints;
   {
     const detail::MutexLock hold(fGuard);
@@ -161,6 +165,7 @@ void OXBroker::notify(const std::string& pTarget, const std::string& pMethod,
   }
   if (endpoints.empty())
     raiseError("OXBroker", "notify", "There is no module and no client \"" + pTarget + "\"");
+  // The failure of one client must not keep others of its name from being notified.
   for (const Endpoint& endpoint : endpoints) {
     try {
       endpoint(pMethod, pArguments);
@@ -223,6 +228,7 @@ void OXBrokerManager::setInstance(const boost::shared_ptr<OXBrokerManager>& pMan
 void OXBrokerManager::addBroker(const boost::shared_ptr<OXBroker>& pBroker) {
   if (!pBroker) return;
   const detail::MutexLock hold(fGuard);
+  // Expired entries go too, so that the list does not grow with brokers that have ended.
   std::erase_if(fBrokers, [&](const boost::weak_ptr<OXBroker>& pKnown) {
     const boost::shared_ptr<OXBroker> known = pKnown.lock();
     return !known || known == pBroker;

@@ -45,6 +45,7 @@ struct Distance {
   int anyValues = 0;
   int conversions = 0;
 
+  // One OXValue parameter outweighs any number of conversions.
   bool operator<=(const Distance& pOther) const {
     return std::tie(anyValues, conversions) <= std::tie(pOther.anyValues, pOther.conversions);
   }
@@ -107,6 +108,7 @@ const OXMethodInfo& selectMethod(const std::string& pModuleName,
   for (const OXMethodInfo& method : pMethods) {
     if (method.name != pName) continue;
     const Distance distance = distanceOf(method, pArguments.toArray());
+    // Also when equally near: among equals the one bound last wins.
     if (!distance.fits || (best && !(distance <= nearest))) continue;
     best = &method;
     nearest = distance;

@@ -67,6 +67,7 @@ void OXModuleCore::bindMethod(boost::shared_ptr<OXFunctorBase> pFunctor) {
                    "before it is bound");
   fCurrent.functor = std::move(pFunctor);
   fMethods.push_back(std::move(fCurrent));
+  // Empty again, so that a forgotten functionName() is an error and not a second binding.
   fCurrent = OXMethodInfo();
 }
 

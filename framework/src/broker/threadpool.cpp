@@ -72,6 +72,8 @@ bool OXThreadPool::post(Task pTask) {
     const detail::MutexLock hold(fState->guard);
     if (fState->stopping) return false;
     fState->queue.push_back(std::move(pTask));
+    // Each queued task counts on one idle thread, including those that are woken and still on their
+    // way: an idle thread that another task counts on must not be counted again.
     const auto idle = static_cast<std::size_t>(fState->idle);
     if (idle >= fState->queue.size() || fState->threads >= fState->maxThreads) {
       fState->work.notify_one();
@@ -84,6 +86,7 @@ bool OXThreadPool::post(Task pTask) {
     } catch (const std::system_error& error) {
       failure = error.what();
     }
+    // A thread that exists will take the task later; without one nobody ever would.
     if (fState->threads > 0) return true;
     pTask = std::move(fState->queue.back());
     fState->queue.pop_back();
@@ -114,7 +117,7 @@ void OXThreadPool::xRun(const std::shared_ptr<State>& pState) {
 }
 
 bool OXThreadPool::stop(std::chrono::milliseconds pLimit) {
-  std::deque<Task> dropped;
+  std::deque<Task> dropped;  // destroyed after the lock, since what tasks hold may call the pool
   detail::MutexLock hold(fState->guard);
   fState->stopping = true;
   fState->work.notify_all();

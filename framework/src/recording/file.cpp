@@ -30,6 +30,7 @@ class FileSizeSignalGuard {
     pthread_sigmask(SIG_BLOCK, &fSignal, &fBefore);
   }
   ~FileSizeSignalGuard() {
+    // Blocked before: then the signal is the caller's to consume.
     if (sigismember(&fBefore, SIGXFSZ)) return;
     const timespec noWait{};
     sigtimedwait(&fSignal, nullptr, &noWait);
@@ -43,6 +44,7 @@ class FileSizeSignalGuard {
   sigset_t fBefore{};
 };
 
+// iovec has no const form; pwritev() only reads.
 iovec vectorOf(Bytes pBytes) { return {const_cast<unsigned char*>(pBytes.data()), pBytes.size()}; }
 
 }  // namespace
@@ -116,6 +118,7 @@ bool RecordingFile::readAt(void* pTo, std::size_t pSize, std::uint64_t pOffset) 
 
 bool RecordingFile::writeAt(Bytes pFirst, Bytes pSecond, std::uint64_t pOffset) {
   const FileSizeSignalGuard guard;
+  // A torn frame at the end would cost a scan when the file is read.
   if (xWriteAll(pFirst, pSecond, pOffset)) return true;
   if (::ftruncate(fDescriptor, static_cast<off_t>(pOffset)) != 0)
     fError += "; the partial frame could not be removed";

@@ -24,6 +24,7 @@ constexpr std::size_t kStreamBytes = 16;
 constexpr std::size_t kChecksumBytes = 8;
 constexpr std::size_t kAlignment = 64;
 
+// Byte by byte, independent of byte order and alignment; compilers make one instruction of it.
 template <std::integral T>
 void store(unsigned char* pTo, T pValue) {
   auto bits = static_cast<std::make_unsigned_t<T>>(pValue);
@@ -76,6 +77,7 @@ std::optional<FileHeader> decodeOneHeader(Bytes pBytes, std::string& pReason) {
   return header;
 }
 
+// Seeded with the file's id: pixels may contain a copied recording, whose frames must not be found.
 std::uint64_t frameHeaderChecksum(const unsigned char* pBytes, std::uint64_t pFileId) {
   return XXH3_64bits_withSeed(pBytes, kFrameHeaderBytes - kChecksumBytes, pFileId);
 }

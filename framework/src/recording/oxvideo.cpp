@@ -82,6 +82,7 @@ bool OXVideo::readVideo(const std::string& pPath) {
     else
       fReader = std::move(reader);
   } catch (const std::exception& error) {
+    // Memory for the table of frames may run out.
     xFail(pPath + ": " + error.what());
   }
   if (!fReader) {
@@ -104,12 +105,14 @@ bool OXVideo::xRead(OXImage& pImage, std::int64_t pIndex, int pStream) {
   if (!frame)
     return xFail("no image " + std::to_string(pIndex) + " in stream " + std::to_string(pStream));
   const auto result = fReader->read(*frame, pStream, pImage);
+  // An unreadable image counts as read, so that a loop over all images gets past it.
   if (result != detail::RecordingReader::Result::kNoRoom) {
     fCurrentImage = static_cast<int>(pIndex);
     fCurrentStream = pStream;
   }
   if (result == detail::RecordingReader::Result::kDone) return true;
   xFail(fReader->getError());
+  // Once a file: a replay in a loop would fill the log otherwise.
   if (!fUnreadableLogged) report(ki::log::kError, "getFrame", fLastError);
   fUnreadableLogged = true;
   return false;

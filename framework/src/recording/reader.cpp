@@ -53,6 +53,7 @@ bool RecordingReader::open(const std::string& pPath) {
   xDescribeStreams();
   fHasIndex = xReadIndex(static_cast<std::uint64_t>(size));
   if (!fHasIndex) {
+    // A bad index may have added frames before it proved bad.
     xClearFrames();
     xScan(static_cast<std::uint64_t>(size));
   }
@@ -196,6 +197,7 @@ std::uint64_t RecordingReader::xFindNextFrame(std::uint64_t pFrom, std::uint64_t
     if (!fFile.readAt(window.data(), got, at)) return pSize;
     const Bytes bytes(window.data(), got);
     for (std::size_t i = 0; i + kIndexMarkerBytes <= got; ++i) {
+      // Both markers start with OX, and a checksum for each byte would be slow.
       if (bytes[i] != 'O' || bytes[i + 1] != 'X') continue;
       if (decodeFrameHeader(bytes.subspan(i, std::min(kFrameHeaderBytes, got - i)),
                             fHeader.fFileId) ||
@@ -223,6 +225,7 @@ bool RecordingReader::xReadFrameHeader(const Frame& pFrame, int pStream, FrameHe
     fError = fFile.getError();
     return false;
   }
+  // Checked again although opening found it: the file may have changed since.
   const auto header = decodeFrameHeader(bytes, fHeader.fFileId);
   if (!header) return xFail(byteText(pFrame.fOffset) + "the frame's header is damaged");
   if (header->fPayloadBytes != pFrame.fPayloadBytes || header->fStream != pStream)
@@ -266,6 +269,7 @@ RecordingReader::Result RecordingReader::read(const Frame& pFrame, int pStream, 
   FrameHeader header;
   if (!xReadFrameHeader(pFrame, pStream, header) || !xReadPixels(pFrame, header, pImage.fData))
     return Result::kUnreadable;
+  // Last, so that a failure leaves the fields unchanged.
   pImage.fWidth = stream.fWidth;
   pImage.fHeight = stream.fHeight;
   pImage.setColorSpace(stream.fColorSpace);

@@ -17,6 +17,7 @@ constexpr std::size_t kMaxSubscriptions = 4096;
 // end.
 constexpr int kMaxDepth = 16;
 
+// Per thread, since callbacks run on the thread that raises.
 thread_local int tDepth = 0;
 
 class DepthCount {

@@ -35,6 +35,7 @@ class ValueReader {
  public:
   explicit ValueReader(const boost::shared_ptr<const void>& pOwner) : fOwner(pOwner) {}
 
+  // Recursive, which is safe: the scanner has limited the nesting.
   OXValue read(const msgpack::object& pObject) {
     switch (pObject.type) {
       case msgpack::type::NIL:
@@ -105,6 +106,7 @@ const msgpack::object* field(const msgpack::object& pMap, const char* pKey) {
 }
 
 OXError readError(const msgpack::object& pObject) {
+  // Other servers may answer with a plain text or anything else: it is an error all the same.
   if (pObject.type != msgpack::type::MAP) {
     const std::string text = isText(pObject) ? textOf(pObject) : "The call failed";
     return OXError("", "", text, "", 0);
@@ -275,6 +277,7 @@ void writeCall(OutgoingMessage& pMessage, const std::string& pTarget, const std:
 
 IncomingMessage decode(const boost::shared_ptr<const void>& pOwner, const unsigned char* pData,
                        std::size_t pSize) {
+  // Texts and binaries refer to the received bytes instead of being copied by the unpacker.
   const auto refer = [](msgpack::type::object_type, std::size_t, void*) { return true; };
   try {
     const msgpack::object_handle handle =
@@ -314,6 +317,7 @@ OutgoingMessage encodeError(std::uint32_t pId, const OXError& pError) {
   OutgoingMessage message;
   Packer packer(message);
   packer.pack_array(4).pack_int(IncomingMessage::kAnswer).pack_uint32(pId).pack_map(6);
+  // Not the server's limits: an error that says what was too large must not be too large itself.
   ValueWriter writer(message, OXWireLimits());
   const std::pair<const char*, const std::string&> texts[] = {
       {"module", pError.getModuleName()},

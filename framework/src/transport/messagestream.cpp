@@ -51,6 +51,7 @@ void MessageStream::xProceed() {
 void MessageStream::xTakeMessages() {
   while (!fEnded && mayTakeMessage() && fScanner.scan(fReceived.data(), fReceived.size())) {
     const std::size_t size = fScanner.getSize();
+    // Decoded before it is consumed, since its values may keep using the block in place.
     IncomingMessage message = decode(fReceived.lend(), fReceived.data(), size);
     fScanner.reset();
     fReceived.consume(size);
@@ -97,6 +98,7 @@ bool MessageStream::trySend(OutgoingMessage&& pMessage) {
 // The handlers hold this weakly: a handler that remains in a stopped io_context would otherwise
 // keep this alive, and this the io_context.
 void MessageStream::send(OutgoingMessage&& pMessage) {
+  // Counted here and not on the io thread, so that trySend() sees what was sent just before.
   fWaitingBytes += pMessage.getSize();
   ++fWaitingMessages;
   asio::post(*fIo, [weak = weak_from_this(), message = std::move(pMessage)]() mutable {
@@ -116,6 +118,7 @@ void MessageStream::xWrite() {
     fQueue.pop_front();
   }
   std::vector<OutgoingMessage::Piece> pieces;
+  // Pieces refer into fWriting, which therefore does not change until xWritten().
   for (const OutgoingMessage& message : fWriting) message.appendPieces(pieces);
   std::vector<asio::const_buffer> buffers;
   buffers.reserve(pieces.size());

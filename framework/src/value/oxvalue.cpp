@@ -78,6 +78,7 @@ std::vector<float> OXValue::toFloatVector() const {
 }
 
 void OXValue::ToFloatArray(std::vector<float>& pResult, bool pAppend) const {
+  // Into a vector of its own first: a failure must leave pResult unchanged.
   std::vector<float> numbers;
   numbers.reserve(toArray().size());
   for (const OXValue& element : toArray()) numbers.push_back(element.toFloat());
@@ -85,6 +86,7 @@ void OXValue::ToFloatArray(std::vector<float>& pResult, bool pAppend) const {
   pResult.insert(pResult.end(), numbers.begin(), numbers.end());
 }
 
+// No conversions here: a reference needs an int that exists.
 OXValue::operator int&() {
   if (int* value = std::get_if<int>(&fValue)) return *value;
   raiseWrongKind(*this, "operator int&", "int");
@@ -120,6 +122,7 @@ void OXValue::arraySetSize(int pSize) {
   std::get<Array>(fValue).resize(static_cast<std::size_t>(pSize));
 }
 
+// Through a fresh value, so that a negative size leaves this one unchanged.
 void OXValue::arrayReserve(int pSize) {
   OXValue fresh;
   fresh.arraySetSize(pSize);
@@ -146,6 +149,7 @@ void OXValue::SetBinary(const void* pData, int pSize) {
                "A binary needs a size of 0 or more and its data, not size " +
                    std::to_string(pSize) + (pData ? "" : " without data"));
   const auto size = static_cast<std::size_t>(pSize);
+  // One byte at least, so that an empty binary has an address, too.
   const boost::shared_ptr<unsigned char[]> block =
       boost::make_shared_noinit<unsigned char[]>(size ? size : 1);
   if (size) std::memcpy(block.get(), pData, size);

@@ -29,6 +29,7 @@ void ClientStream::xSend(OutgoingMessage&& pMessage, const std::string& pFunctio
     fRoom.wait_for(guard.native(), pTimeout,
                    [this]() OX_REQUIRES(fGuard) { return xIsKeepingUp() || fEndReason; });
   }
+  // Tried in any case: another thread may have taken the room, or made some just after the wait.
   if (!trySend(std::move(pMessage)))
     raiseError(kModule, pFunction,
                "The broker at " + fAddress + " does not read what is sent to it");
@@ -47,8 +48,10 @@ OXValue ClientStream::call(const std::string& pModule, const std::string& pMetho
   const std::uint32_t id = ++fLastId;
   if (!fEndReason) {
     guard.unlock();
+    // Encoded without the lock: a large image takes a while.
     OutgoingMessage message = encodeRequest(id, pModule, pMethod, pArguments, xLimits());
     guard.lock();
+    // Registered before the request is sent, since the answer may come before xSend() returns.
     fWaiting[id] = &waiting;
     guard.unlock();
     try {
@@ -128,6 +131,7 @@ void ClientStream::xDispatchEvent(const IncomingMessage& pEvent) {
 
 void ClientStream::onEnd(const std::string& pReason) {
   const detail::MutexLock guard(fGuard);
+  // From here on no call waits: those under way are woken, later ones see the reason first.
   fEndReason = pReason;
   fRoom.notify_all();
   for (const auto& [id, waiting] : fWaiting) waiting->answered.notify_one();

@@ -75,6 +75,7 @@ MessageStream::Socket connectTcp(asio::io_context& pIo, const Address& pAddress,
   tcp::socket socket(pIo);
   asio::async_connect(socket, endpoints,
                       [&](const error_code& pError, const tcp::endpoint&) { result = pError; });
+  // One limit for both steps: what the resolver took is no longer available to connect.
   const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
       deadline - std::chrono::steady_clock::now());
   await(pIo, std::max(left, std::chrono::milliseconds(0)), result, [&] { socket.close(); });

@@ -145,6 +145,7 @@ void Connection::setClientName(const std::string& pName) {
   const auto broker = fCore->broker.lock();
   const detail::MutexLock guard(fNameGuard);
   fName = pName;
+  // The call may still run after the client has disconnected.
   if (fGone || !broker) return;
   broker->removeEndpoint(this);
   if (pName.empty()) return;
@@ -171,6 +172,7 @@ void Connection::onEnd(const std::string& pReason) {
   {
     const auto broker = fCore->broker.lock();
     const detail::MutexLock guard(fNameGuard);
+    // Removed before the event of the end, so that its subscribers find the name free.
     fGone = true;
     if (broker) broker->removeEndpoint(this);
   }

@@ -81,6 +81,7 @@ class BasicListeningSocket : public ListeningSocket,
     }
   }
 
+  /// Logs the first failure of a row only: without descriptors there are ten a second.
   void xFailed(const std::string& pReason) {
     if (!std::exchange(fFailing, true))
       ki::log::LogStream(ki::log::kError, "ox.transport", "", "accept", __LINE__)
@@ -109,6 +110,7 @@ class LocalListeningSocket : public BasicListeningSocket<Local> {
 
   void close() override {
     BasicListeningSocket::close();
+    // Another broker may have replaced the file in the meantime.
     struct stat present {};
     const bool own = ::stat(fPath.c_str(), &present) == 0 && present.st_dev == fFile.st_dev &&
                      present.st_ino == fFile.st_ino;

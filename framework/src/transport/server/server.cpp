@@ -61,6 +61,7 @@ class OXServer::Impl {
       for (const auto& connection : fConnections) connection->end("the server is closing");
     });
     fWork.reset();
+    // Under the guard, which the io thread never takes.
     fThread.join();
   }
 
@@ -69,6 +70,7 @@ class OXServer::Impl {
   void xAccepted(wire::MessageStream::Socket&& pSocket, const std::string& pPeer) {
     const auto limit = static_cast<std::size_t>(fCore->limits.maxConnections);
     if (fConnections.size() >= limit) {
+      // Logged once until there is room again: a client may try again all the time.
       if (!std::exchange(fFull, true))
         ki::log::LogStream(ki::log::kWarning, "ox.transport", "", "accept", __LINE__)
             << pPeer << " and further clients were refused: "
@@ -84,6 +86,7 @@ class OXServer::Impl {
   }
 
   const boost::shared_ptr<wire::ServerCore> fCore;
+  // Keeps the io thread running while there is neither a socket nor a connection.
   asio::executor_work_guard<asio::io_context::executor_type> fWork;
   detail::Mutex fGuard;
   std::vector<boost::shared_ptr<wire::ListeningSocket>> fSockets OX_GUARDED_BY(fGuard);
