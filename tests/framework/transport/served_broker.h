@@ -13,8 +13,8 @@
 #include <oxframework/oxremotebroker.h>
 #include <oxframework/oxserver.h>
 #include <oxframework/oxservices.h>
-#include "probe_module.h"
 #include "support/capture_log.h"
+#include "support/probe_module.h"
 
 namespace OX::test {
 

@@ -11,8 +11,8 @@
 #include <vector>
 
 #include <oxframework/oxproxies.h>
-#include "raw_client.h"
 #include "served_broker.h"
+#include "support/raw_client.h"
 
 namespace OX::test {
 namespace {

@@ -1,6 +1,6 @@
 // A library for the daemon to load; built once as one that works and once as one that does not.
 #include <oxframework/oxapi.h>
-#include "probe_module.h"
+#include "support/probe_module.h"
 
 extern "C" OX_API int _createModule(boost::shared_ptr<OX::OXBroker> pBroker) {
 #ifdef OX_PROBE_THROWS

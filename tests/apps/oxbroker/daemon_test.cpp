@@ -11,7 +11,7 @@
 #include <vector>
 
 #include <oxframework/oxremotebroker.h>
-#include "raw_client.h"
+#include "support/raw_client.h"
 
 extern char** environ;
 
