@@ -23,6 +23,7 @@ double seconds(std::int64_t pMicroseconds) { return static_cast<double>(pMicrose
 
 std::vector<std::int64_t> timeStamps(const OXVideo& pVideo, int pStream, int pCount) {
   std::vector<std::int64_t> stamps;
+  stamps.reserve(static_cast<std::size_t>(std::max(pCount, 0)));
   for (int i = 0; i < pCount; ++i) stamps.push_back(pVideo.getTimeStamp(i, pStream).value_or(0));
   return stamps;
 }

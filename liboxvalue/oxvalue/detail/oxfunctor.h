@@ -90,12 +90,12 @@ class OXFunctor final : public OXGuardedFunctor {
                  std::index_sequence<Index...>) {
     std::tuple<Arguments...> arguments{xArgument<Arguments>(pParams, Index)...};
     if constexpr (std::is_void_v<Result>) {
-      (fObject->*fMethod)(std::get<Index>(std::move(arguments))...);
+      (fObject->*fMethod)(std::move(std::get<Index>(arguments))...);
     } else if constexpr (std::is_same_v<Result, OXImage*>) {
-      (fObject->*fMethod)(std::get<Index>(std::move(arguments))...);
+      (fObject->*fMethod)(std::move(std::get<Index>(arguments))...);
       pResult = OXValue();
     } else {
-      pResult = OXValue((fObject->*fMethod)(std::get<Index>(std::move(arguments))...));
+      pResult = OXValue((fObject->*fMethod)(std::move(std::get<Index>(arguments))...));
     }
   }
 
