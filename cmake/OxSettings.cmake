@@ -15,12 +15,9 @@ if(OX_INSTALL)
   list(REMOVE_DUPLICATES ox_program_run_path)
 endif()
 
-# Errors carry the place where they arose, relative to the source tree. The second form is what
-# ccache makes of a path when it has a base directory. Debug information keeps the true paths.
-file(RELATIVE_PATH ox_source_from_build ${CMAKE_BINARY_DIR} ${PROJECT_SOURCE_DIR})
-string(REGEX REPLACE "/$" "" ox_source_from_build ${ox_source_from_build})
-set(ox_place_options -fmacro-prefix-map=${PROJECT_SOURCE_DIR}/=
-                     -fmacro-prefix-map=${ox_source_from_build}/=)
+# Errors carry the place where they arose, relative to the source tree. Debug information keeps the
+# true paths.
+set(ox_place_options -fmacro-prefix-map=${PROJECT_SOURCE_DIR}/=)
 
 # ox_target(name): the settings of each library and program of this project.
 function(ox_target name)

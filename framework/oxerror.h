@@ -16,7 +16,11 @@ struct OXSourceLocation {
 
   static constexpr OXSourceLocation current(const char* pFile = __builtin_FILE(),
                                             unsigned int pLine = __builtin_LINE()) {
+    // A compiler cache may have made the path relative to the build folder.
+    while (pFile[0] == '.' && pFile[1] == '.' && pFile[2] == '/') pFile += 3;
     return {pFile, pLine};
+  }
+};
   }
 };
 
