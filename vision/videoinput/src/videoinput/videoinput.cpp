@@ -1,3 +1,6 @@
+// The entry points of the plug-in. The preference file decides which camera module is created;
+// without a usable choice there is no module, since a wrong camera is worse than none. Whatever
+// goes wrong is logged and returned as 1: the broker goes on without this library.
 #include <oxvision/videoinput.h>
 
 #include <boost/make_shared.hpp>
@@ -11,8 +14,9 @@
 
 namespace {
 
-const std::string moduleVideoInputName = "VideoInput";
+constexpr const char* kPreferenceModule = "VideoInput";
 
+// The numbers are those of moduleNameMap, which other libraries read.
 enum Source { kMioCam = 0, kUsbCam = 1, kSimulatorCam = 2, kFileCam = 3 };
 
 void log(int pLevel, const std::string& pText) {
@@ -24,7 +28,9 @@ int refuse(const std::string& pText) {
   return 1;
 }
 
-void joinProcess(const boost::shared_ptr<OX::OXBroker>& pBroker) {
+// Code in this library finds brokers through the manager of the process, which must therefore be
+// the one that this broker belongs to.
+void registerBroker(const boost::shared_ptr<OX::OXBroker>& pBroker) {
   OX::OXBrokerManager::setInstance(pBroker->getBrokerManager().lock());
   OX::OXBrokerManager::getInstance()->addBroker(pBroker);
 }
@@ -33,14 +39,15 @@ void readPreferences(const boost::shared_ptr<OX::OXBroker>& pBroker) {
   try {
     const auto proxy =
         boost::make_shared<OX::OXPreferencesProxy>(pBroker->getProxy("OXPreferences", 0));
-    fPreferences = proxy->readPrefFile(moduleVideoInputName, true);
+    fPreferences = proxy->readPrefFile(kPreferenceModule, true);
   } catch (const OX::OXError& error) {
     log(ki::log::kWarning, error.toString());
   }
 }
 
-// The third field of the first entry is the choice, whatever the entry is called.
-std::string chosenSource() {
+// The third field of the first entry is the choice, whatever the entry is called. Empty if there is
+// none.
+std::string sourceName() {
   const OX::OXValue& preferences = fPreferences;
   try {
     return preferences[0][2].toString();
@@ -59,13 +66,13 @@ bool _videoinput_running = false;
 pthread_mutex_t _videoinput_termination{};
 
 int _createModule(boost::shared_ptr<OX::OXBroker> pBroker) {
-  joinProcess(pBroker);
+  registerBroker(pBroker);
   moduleNameMap["MioCam"] = kMioCam;
   moduleNameMap["USBCam"] = kUsbCam;
   moduleNameMap["SimulatorCam"] = kSimulatorCam;
   moduleNameMap["FileCam"] = kFileCam;
   readPreferences(pBroker);
-  const std::string name = chosenSource();
+  const std::string name = sourceName();
   if (name.empty())
     return refuse(
         "VideoInput: Failed to read VideoInput.xml preference file.\n"
