@@ -1,5 +1,6 @@
-// What a camera is doing now, and the operations that only a simulator has. Getters only read, so
-// they take the lock for reading and run beside each other.
+// What a camera is doing now, and the operations that only a simulator has. Getters take the lock
+// for reading, so they run concurrently. The labels in the errors are what clients know, also where
+// one operation uses another one's.
 #include <oxframework/oxdefinitions.h>
 #include <oxframework/oxlog.h>
 #include "oxvisionvideoinput.h"
@@ -86,7 +87,7 @@ int OXVisionVideoInput::sizesToResolution(const int& pWidth, const int& pHeight)
   return getResolutionFromSize(pWidth, pHeight);
 }
 
-// Three of the five borrow the label of putImage: that is what clients know.
+// Three of the five use the label of putImage: clients know it so.
 
 bool OXVisionVideoInput::putImage(const int&, const int&, const int&, const OXValue&) {
   refuse(getName(), "putImage", "putImage()");

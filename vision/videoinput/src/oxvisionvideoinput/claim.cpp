@@ -1,5 +1,7 @@
-// The look-ups that all areas share. A request passes through here once and carries the result;
-// operations whose signature is a name look up again.
+// The look-ups that all areas share. A request is resolved here once and carries the result, so
+// that subscriber, camera and wish can't come apart under way; only operations whose given
+// signature is an id look it up again. Nothing else in the device indexes the tables with a number
+// from outside.
 #include "claim.h"
 
 #include <oxframework/oxvideo.h>
@@ -7,6 +9,7 @@
 
 namespace OX {
 
+// Here because the record owns an OXVideo, which its header only declares.
 VisionModuleInfo::VisionModuleInfo() = default;
 VisionModuleInfo::~VisionModuleInfo() = default;
 
@@ -24,6 +27,7 @@ RealCameraProperties& OXVisionVideoInput::xCheckedCamera(int pCameraIndex, const
                                                          OXSourceLocation pWhere) const {
   RealCameraProperties* const camera = xCamera(pCameraIndex);
   if (!camera) {
+    // Records carry the bare name, errors the name with its parentheses.
     const std::string function(pMethod, std::string(pMethod).find('('));
     report::fail(getName(), function.c_str(), pMethod,
                  report::text(pBegin, pCameraIndex, ") : invalid Camera index"), pWhere);

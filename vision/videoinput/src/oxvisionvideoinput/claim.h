@@ -1,4 +1,4 @@
-/// What a request needs of the device's tables, looked up once.
+/// What a request needs of the device's tables, looked up once per request.
 #pragma once
 
 #include <boost/shared_ptr.hpp>
@@ -9,7 +9,7 @@
 namespace OX {
 
 /// A subscriber and one of the device's cameras. Made by xClaim, which checks the id, the family
-/// and the camera's index; handed down in place of the name and the index that it was made from.
+/// and the camera's index; passed down in place of the id and the index that it was made from.
 /// Borrowed: valid while the fVisionModulesLock under which it was made is held.
 struct Claim {
   const boost::shared_ptr<VisionModuleInfo>& subscriber;
@@ -18,10 +18,10 @@ struct Claim {
   RequestedCameraProperties& wish;  ///< what the subscriber asks of it, and holds on it
 };
 
-/// What a look-up by name finds where a missing part is no error of its own.
+/// The result of a look-up by id where a missing part is not an error by itself.
 struct Lookup {
-  bool isKnown = false;        ///< whether there is a subscriber of that id
-  int index = -1;              ///< the camera that was looked for
+  bool isKnown = false;        ///< whether there is a subscriber with that id
+  int index = -1;              ///< of the camera that was looked for
   std::optional<Claim> claim;  ///< empty for an unknown subscriber or camera
 };
 

@@ -1,5 +1,5 @@
-// Positions and sizes in an image against angles seen from the camera. No lock: what is read of a
-// camera is set when it is made.
+// Converts positions and sizes in an image to angles seen from the camera, and back. Takes no lock:
+// a camera's model, all that is read of it, is set at construction.
 #include <oxframework/oxdefinitions.h>
 #include "lens.h"
 #include "oxvisionvideoinput.h"
@@ -8,7 +8,8 @@
 namespace OX {
 namespace {
 
-/// The failures of one operation: "NAME(CAMERA" and then what is wrong.
+/// The failures of one operation: "NAME(CAMERA", then what is wrong. Clients match on the texts,
+/// whose endings and parentheses differ without a rule.
 struct Operation {
   const OXVisionVideoInput& device;
   const char* name;
@@ -33,7 +34,7 @@ struct Operation {
 constexpr const char* kListAfterCamera = ",...) : invalid Camera index";
 constexpr const char* kCameraAlone = ") : invalid Camera index";
 
-// Written so that a NaN is outside.
+// Written so that NaN is rejected.
 bool isFraction(float pValue) { return pValue >= 0.f && pValue <= 1.f; }
 
 }  // namespace

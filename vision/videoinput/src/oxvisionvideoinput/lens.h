@@ -2,8 +2,9 @@
 /// vertical one.
 ///
 /// Image positions are fractions of width and height from the top left corner; angles are radians
-/// from the camera's axis, the horizontal one positive to the left (the way a head turns), the
-/// vertical one positive to the bottom. Single precision throughout, in the order written.
+/// from the camera's axis, the horizontal one positive to the left (counterclockwise seen from
+/// above), the vertical one positive to the bottom. Single precision throughout, evaluated in the
+/// order written. Nothing is checked: positions outside 0 to 1 are extrapolated.
 #pragma once
 
 #include <bit>
@@ -16,7 +17,7 @@ struct Aperture {
   float vertical;    ///< radians
 };
 
-/// Calibrated values, given by their single-precision bits so that they are the same everywhere:
+/// Calibrated values, as single-precision bits so that they are the same with every compiler:
 /// 0.83384442 and 0.64195555 for the VGA lens, 1.0623667 and 0.83035553 for the HD one.
 inline constexpr Aperture kVgaLens{std::bit_cast<float>(std::uint32_t{0x3F5576D4}),
                                    std::bit_cast<float>(std::uint32_t{0x3F245733})};

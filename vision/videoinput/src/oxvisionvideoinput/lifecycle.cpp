@@ -1,5 +1,6 @@
-// Construction and destruction. The concrete camera fills the table of cameras; nothing here
-// depends on how many there are.
+// Construction and destruction. The concrete camera fills the table of cameras after this
+// constructor, so nothing here may depend on it. A missing memory service is no reason to fail: the
+// device then only misses the clean-up after a lost client.
 #include <oxframework/oxerror.h>
 #include <oxframework/oxlog.h>
 #include <oxframework/oxproxies.h>
@@ -40,6 +41,7 @@ OXVisionVideoInput::OXVisionVideoInput(boost::shared_ptr<OXBroker> pBroker, std:
   fCopyBuffer = std::make_unique_for_overwrite<unsigned char[]>(kernels::kTouchScratchBytes);
 }
 
+// A recording that is still open gets its index: without it a reader would have to repair the file.
 OXVisionVideoInput::~OXVisionVideoInput() {
   for (const auto& entry : fVisionModules)
     if (entry.second->fIsRecording) xCloseVideo(entry.second);

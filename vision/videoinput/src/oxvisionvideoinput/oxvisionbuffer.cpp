@@ -1,3 +1,5 @@
+// Buffers are created in the largest format there is and then set to the one asked for: storage is
+// allocated once, when a failure can still be reported, and no later change of format can fail.
 #include "oxvisionbuffer.h"
 
 #include <new>

@@ -1,4 +1,4 @@
-/// One image of a pool with the counts of those who use it.
+/// One image of a pool, with the counts of its readers and writers.
 #pragma once
 
 #include <boost/shared_ptr.hpp>
@@ -8,13 +8,14 @@
 
 namespace OX {
 
-/// The counters are plain integers: whoever changes them holds fVisionModulesLock for writing, or
-/// the concrete camera's own lock for the camera's own buffers.
+/// Pools share ownership with the holds on the buffer. The counters are plain integers: changing
+/// them needs fVisionModulesLock for writing, or the concrete camera's own lock for the camera's
+/// own buffers.
 class OXVisionBuffer {
  public:
-  /// The image gets storage for the largest format there is (none with external data) and the
-  /// format given; later formats need no further storage. A failed allocation throws
-  /// std::bad_alloc after a record in the log.
+  /// The image has storage for the largest format there is (none if pDataAreExternal) and the given
+  /// format; later formats need no further storage. A failed allocation throws std::bad_alloc after
+  /// a record in the log.
   OXVisionBuffer(int pResolution, int pColorSpace, bool pDataAreExternal);
   ~OXVisionBuffer();
   OXVisionBuffer(const OXVisionBuffer&) = delete;
@@ -26,13 +27,13 @@ class OXVisionBuffer {
            fImage->fColorSpace == pColorSpace;
   }
 
-  /// Nobody uses it: it may be given new pixels or another format.
+  /// Whether nobody uses it, so that its pixels and its format may be changed.
   bool isFree() const { return fReadLockCount == 0 && fWriteLockCount <= 0; }
 
-  int fReadLockCount = 0;   ///< subscribers and searches that hold the buffer for reading
+  int fReadLockCount = 0;   ///< subscribers, replies and searches that hold it for reading
   int fWriteLockCount = 0;  ///< writers and searches that hold it for editing
   std::unique_ptr<OXImage> fImage;
-  /// Keeps the camera's own frame alive whose pixels this buffer points at; null when it points at
+  /// Keeps the camera's frame alive whose pixels this buffer points at; null when it points at
   /// none.
   boost::shared_ptr<void> fRawSource;
 };

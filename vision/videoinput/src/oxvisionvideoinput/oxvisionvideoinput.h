@@ -30,16 +30,18 @@ struct RealCameraProperties;
 struct RequestedCameraProperties;
 struct VisionModuleInfo;
 
-/// The abstract module OXVideoDevice. It owns the table of cameras, the map of subscribers and
-/// the pools of buffers; a concrete camera supplies the ten driver operations and fills
-/// fNbCameras, fDefaultResolution and fCameraProperties in its constructor.
+/// The abstract module OXVideoDevice. It owns the table of cameras, the map of subscribers and the
+/// pools of buffers. A concrete camera supplies the ten driver operations and fills fNbCameras,
+/// fDefaultResolution and fCameraProperties in its constructor; the broker owns it.
 ///
-/// fVisionModulesLock is the one lock over subscribers, cameras and buffers: delivery and every
-/// change take it for writing, getters for reading. Lock order, and every wait, are in
-/// docs/threading.md. There is no thread of its own: all work is done on the callers' threads.
+/// Public operations are thread-safe. fVisionModulesLock is the one lock over subscribers, cameras
+/// and buffers: delivery and every change take it for writing, getters for reading. Lock order and
+/// every wait are in docs/threading.md. The device has no thread: all work is done on its callers'.
 ///
 /// The public operations are described in ivideoinput.h. Every camera index goes through
 /// xCamera(), since fActiveCamera and a caller's index may lie outside the table.
+///
+/// `// --- FILE ---` names the source that defines the declarations below it.
 class OXVisionVideoInput : public OXModule, public IVideoInput {
  public:
   ~OXVisionVideoInput() override;
@@ -109,7 +111,7 @@ class OXVisionVideoInput : public OXModule, public IVideoInput {
   bool recordVideo(const std::string& pId, const std::string& pPath, const int& pTotalNumber,
                    const int& pPeriod) override;
   bool stopVideo(const std::string& pId) override;
-  // --- cameras.cpp: refused here, the simulator overrides them ---
+  // --- cameras.cpp: throw here, the simulator overrides them ---
   bool putImage(const int& pCameraIndex, const int& pWidth, const int& pHeight,
                 const OXValue& pImage) override;
   OXValue getExpectedImageParameters(const int& pCameraIndex) override;
@@ -129,32 +131,35 @@ class OXVisionVideoInput : public OXModule, public IVideoInput {
       const int& pResolution) override;
 
   // --- the driver: supplied by a concrete camera ---
-  // Called with fVisionModulesLock held unless it says const. Each must survive any camera index.
+  // Called with fVisionModulesLock held, except for the const ones. Each must accept any camera
+  // index.
   virtual bool xIsResolutionValid(int pResolution, int pCamera) const = 0;
   virtual bool xIsFrameRateValid(int pFrameRate, int pCamera) const = 0;
   virtual bool xIsColorSpaceValid(int pColorSpace, int pCamera) const = 0;
-  /// The newest raw frame for this subscriber's camera, held for it; null when there is none.
+  /// The newest raw frame of the subscriber's camera, now held by the subscriber; null when there
+  /// is none. The pixels stay the camera's until the release.
   virtual OXImage* xGetDirectRawImage(const std::string& pId, bool pDeepCopy)
       OX_REQUIRES(fVisionModulesLock) = 0;
-  /// The same for each camera of a multi-stream subscriber. Null for one that has no buffer free;
-  /// shorter than the list, or empty, when a camera failed.
+  /// The same for each camera of a multi-stream subscriber, in its order. Null for a camera without
+  /// a free buffer; shorter than the list of cameras, or empty, when a camera failed.
   virtual std::vector<OXImage*> xGetDirectRawImages(const std::string& pId)
       OX_REQUIRES(fVisionModulesLock) = 0;
-  /// Gives back what the subscriber holds on a camera; true also when that is nothing.
+  /// Releases what the subscriber holds on a camera; true also when it holds nothing. False, after
+  /// a record, for an unknown subscriber or camera.
   virtual bool xReleaseDirectRawImageDeep(const std::string& pId, const int& pCamera)
       OX_REQUIRES(fVisionModulesLock) = 0;
-  /// Throw OXError for an identifier that the camera does not handle.
+  /// Throws OXError, as xSetParam does, for a parameter that the camera does not have.
   virtual int xGetParam(const int& pCameraIndex, const int& pParam)
       OX_REQUIRES_SHARED(fVisionModulesLock) = 0;
   virtual bool xSetParam(int pCameraIndex, int pParam, int pValue, bool pSetDefault)
       OX_REQUIRES(fVisionModulesLock) = 0;
-  /// True also when it runs already.
+  /// True also when the grabber runs already; throws OXError if the source can't be opened.
   virtual bool xStartFrameGrabber(const int& pCameraIndex) OX_REQUIRES(fVisionModulesLock) = 0;
+  /// True also when the grabber is off already; false, after a record, if closing failed.
   virtual bool xStopFrameGrabber(const int& pCameraIndex) OX_REQUIRES(fVisionModulesLock) = 0;
 
  protected:
-  // --- workers: fVisionModulesLock held for writing, subscriber checked by the caller ---
-  // delivery/single.cpp, delivery/multi.cpp
+  // --- delivery/single.cpp, delivery/multi.cpp: look up and check the subscriber themselves ---
   virtual OXImage* xGetImage(const std::string& pId) OX_REQUIRES(fVisionModulesLock);
   virtual std::vector<OXImage*> xGetImages(const std::string& pId) OX_REQUIRES(fVisionModulesLock);
 
@@ -191,24 +196,25 @@ class OXVisionVideoInput : public OXModule, public IVideoInput {
   std::vector<float> getImgInfoFromAngInfo(const std::vector<float>& pAngularInfo) override;
   std::vector<float> getImgInfoFromAngInfoWithRes(const std::vector<float>& pAngularInfo,
                                                   const int& pResolution) override;
-  // --- cameras.cpp: refused here, the simulator overrides them ---
+  // --- cameras.cpp: throw here, the simulator overrides them ---
   OXValue getExpectedImageParameters() override;
   bool setSimCamInputSize(const int& pWidth, const int& pHeight) override;
   bool putImage(const OXValue& pImage) override;
-  // --- geometry.cpp: apertures in radians; any camera but model 1 has the second lens ---
+  // --- geometry.cpp: apertures in radians; model 1 has the VGA lens, all others the HD lens ---
   virtual float xHorizontalApertureRad(int pCamera);
   virtual float xVerticalApertureRad(int pCamera);
 
   // --- published, but not virtual ---
-  /// delivery/raw.cpp: takes a raw image and gives it back; "lastVideoBuffer", or "" for an unknown
-  /// id.
+  /// delivery/raw.cpp: takes a raw image and releases it; returns "lastVideoBuffer", or "" for an
+  /// unknown id.
   std::string getDirectRawImageInterprocess(const std::string& pId);
   /// subscribers/parameters.cpp
   int getParam(const int& pParam, const int& pCameraIndex);
   /// subscribers/parameters.cpp: changes the active camera of the whole device.
   bool setActiveCamera(const int& pCameraIndex);
 
-  /// How many subscribers there may be at once; a further one fails to allocate. 256 at the start.
+  /// Limits how many subscribers there may be at once, 256 by default; one more throws OXError, as
+  /// does an exhausted memory. Those that are subscribed stay. Thread-safe.
   void setSubscriberLimit(int pLimit);
 
   // --- delivery/single.cpp ---
@@ -220,25 +226,28 @@ class OXVisionVideoInput : public OXModule, public IVideoInput {
   using BufferPool = std::vector<BufferPtr>;
 
   /// Publishes all methods and subscribes to "ClientDisconnected". Without a memory service the
-  /// device works all the same, with a record in the log.
+  /// device works all the same, after a record in the log.
   OXVisionVideoInput(boost::shared_ptr<OXBroker> pBroker, std::string pName);
 
   // --- claim.cpp: look-ups; the lock is held unless a comment says otherwise ---
-  /// The one checked way to a camera: null outside the table. Needs no lock.
+  /// The camera of an index; null outside the table. The one way to the table that checks. Needs no
+  /// lock.
   RealCameraProperties* xCamera(int pCameraIndex) const;
-  /// The camera, or a record and OXError(pMethod) "pBegin INDEX ) : invalid Camera index".
+  /// The camera of an index. Otherwise logs and throws OXError(pMethod) with the text pBegin, the
+  /// index and ") : invalid Camera index".
   RealCameraProperties& xCheckedCamera(int pCameraIndex, const char* pBegin, const char* pMethod,
                                        OXSourceLocation pWhere = OXSourceLocation::current()) const;
-  /// The subscriber's own camera, or the device's active one when it follows it. Unchecked.
+  /// The subscriber's own camera, or the device's active one if it follows that. May lie outside
+  /// the table.
   int xCurrentCamera(const VisionModuleInfo& pSubscriber) const
       OX_REQUIRES_SHARED(fVisionModulesLock);
   /// The entry in the map of subscribers; null for an unknown id. Borrowed under the lock.
   const boost::shared_ptr<VisionModuleInfo>* xFind(const std::string& pId) const
       OX_REQUIRES_SHARED(fVisionModulesLock);
-  /// Everything that is to be had of a subscriber and a camera: by default its current one.
+  /// What is found of a subscriber and a camera, by default its current one. Never fails.
   Lookup xLookUp(const std::string& pId, std::optional<int> pCamera = {}) const
       OX_REQUIRES_SHARED(fVisionModulesLock);
-  /// A subscriber with a camera of the table: what a request carries on.
+  /// A subscriber with one of the device's cameras, which the caller has checked.
   Claim xClaim(const boost::shared_ptr<VisionModuleInfo>& pSubscriber, int pCamera) const
       OX_REQUIRES_SHARED(fVisionModulesLock);
 
@@ -247,99 +256,111 @@ class OXVisionVideoInput : public OXModule, public IVideoInput {
   /// the lock for writing. Always true; does nothing for an unknown camera.
   bool xUpdateParam(const int& pCameraIndex) OX_REQUIRES(fVisionModulesLock);
 
-  // --- buffers/lending.cpp: the one protocol of holds; the lock is held for writing ---
+  // --- buffers/lending.cpp: the protocol of holds, shared by all cameras ---
   /// What xGetDirectRawImage does for every camera: checks the subscriber, its camera and its hold,
-  /// asks the camera for its newest frame and lends it. Null after a record in the camera's words.
+  /// asks the camera for its newest frame and lends it. Null, after a record in the camera's words,
+  /// when one of these fails.
   OXImage* xLendNewestFrame(const std::string& pId, const LendingTexts& pTexts)
       OX_REQUIRES(fVisionModulesLock);
   /// What xReleaseDirectRawImageDeep does for every camera.
   bool xReleaseFrame(const std::string& pId, int pCamera, const LendingTexts& pTexts)
       OX_REQUIRES(fVisionModulesLock);
-  /// Points a free raw buffer of the camera at the frame's pixels and records the hold. Null when
+  /// Points a free raw buffer of the camera at the frame's pixels and stores the hold. Null when
   /// all buffers of the camera are in use.
   OXImage* xLendFrame(const Claim& pClaim, const AcquiredFrame& pFrame)
       OX_REQUIRES(fVisionModulesLock);
   /// Supplied by a camera that lends through xLendNewestFrame: its newest frame, counted as lent.
-  /// Without one, a record in the words of pOperation.
+  /// When there is none, logs under the name pOperation and returns a null image.
   virtual AcquiredFrame xAcquireFrame(const Claim& pClaim, const char* pOperation)
       OX_REQUIRES(fVisionModulesLock);
-  /// Called when the last reader of a raw buffer is gone: the camera takes back the frame that it
-  /// lent, if it lent one.
+  /// Called when the last reader of a raw buffer is gone: the camera takes back the frame that the
+  /// buffer points at, if any.
   virtual void xReturnRawSource(int pCameraIndex, OXVisionBuffer& pBuffer)
       OX_REQUIRES(fVisionModulesLock);
 
-  // --- delivery/grabber.cpp: the one state machine; the lock is held for writing ---
-  /// Opens a stopped camera; true also when it runs already. An opening that returns false or
-  /// throws leaves it failed; false becomes an OXError.
+  // --- delivery/grabber.cpp: the state machine of a grabber, shared by all cameras ---
+  /// Opens a stopped camera; true also when it runs already. If pOpen returns false or throws, the
+  /// camera is left failed; false becomes an OXError.
   bool xRunStart(int pCamera, const GrabberTexts& pTexts, const std::function<bool()>& pOpen)
       OX_REQUIRES(fVisionModulesLock);
+  /// Closes a running camera; true also when it is off already. If pClose returns false, the camera
+  /// is left failed and the result is false.
   bool xRunStop(int pCamera, const GrabberTexts& pTexts, const std::function<bool()>& pClose)
       OX_REQUIRES(fVisionModulesLock);
 
   std::atomic<int> fActiveCamera{0};  ///< may lie outside the table: see xCamera
-  /// What a camera falls back to when nobody needs more.
+  /// What a camera runs at when no subscriber asks for more.
   int fDefaultResolution OX_GUARDED_BY(fVisionModulesLock) = -1;
-  // The table is filled by the constructor of the concrete camera and stays; its records are
-  // guarded by fVisionModulesLock, but for what is atomic in them.
+  // The table is filled by the constructor of the concrete camera and never changes; its records
+  // are guarded by fVisionModulesLock, except for their atomic fields.
   int fNbCameras = 0;
   std::vector<boost::shared_ptr<RealCameraProperties>> fCameraProperties;
   boost::shared_ptr<OXMutexRW> fVisionModulesLock;
-  /// The concrete camera's own: what it guards is said there. The core never takes it.
+  /// For the concrete camera, whose header says what it guards. The core never takes it.
   boost::shared_ptr<OXMutex> fParametersLock;
   std::map<std::string, boost::shared_ptr<VisionModuleInfo>> fVisionModules
       OX_GUARDED_BY(fVisionModulesLock);
 
  private:
-  friend class DeviceProbe;  ///< tests look at the counters through it
+  friend class DeviceProbe;  ///< through which tests read the counters
 
   enum class Family { Mono, Multi, Any };
   struct SettingChange;
 
   // --- subscribers/subscribers.cpp ---
-  std::string xFindFreeId(const std::string& pId, bool pIsMultiStream)
+  /// pName, or pName_2 to pName_8; throws when all are in use.
+  std::string xFindFreeId(const std::string& pName, bool pIsMultiStream)
       OX_REQUIRES(fVisionModulesLock);
+  /// Adds a subscriber with the same wish for every camera, without buffers.
   boost::shared_ptr<VisionModuleInfo> xAddSubscriber(const std::string& pId, const char* pMethod,
                                                      int pFrameRate, int pResolution,
                                                      int pColorSpace)
       OX_REQUIRES(fVisionModulesLock);
+  /// Raises the camera to what the subscriber asks for, if need be, and starts its grabber.
   void xStartForSubscriber(int pCamera, int pResolution, int pFrameRate, const char* pMethod)
       OX_REQUIRES(fVisionModulesLock);
-  void xMakeBuffers(VisionModuleInfo& pSubscriber, const std::vector<int>& pCameras,
-                    const char* pMethod) OX_REQUIRES(fVisionModulesLock);
-  void xTakeBuffers(const Claim& pClaim) OX_REQUIRES(fVisionModulesLock);
-  void xLeaveMono(const boost::shared_ptr<VisionModuleInfo>& pSubscriber, int pCamera)
+  /// A pair of buffers for the subscriber on each of the cameras.
+  void xCreateBuffers(VisionModuleInfo& pSubscriber, const std::vector<int>& pCameras,
+                      const char* pMethod) OX_REQUIRES(fVisionModulesLock);
+  /// Removes the pair that was made for the subscriber on the camera, if any.
+  void xRemoveBuffers(const Claim& pClaim) OX_REQUIRES(fVisionModulesLock);
+  void xUnsubscribeMono(const boost::shared_ptr<VisionModuleInfo>& pSubscriber, int pCamera)
       OX_REQUIRES(fVisionModulesLock);
-  void xLeaveMulti(const boost::shared_ptr<VisionModuleInfo>& pSubscriber)
+  void xUnsubscribeMulti(const boost::shared_ptr<VisionModuleInfo>& pSubscriber)
       OX_REQUIRES(fVisionModulesLock);
-  void xCheckSubscribeCameras(const std::string& pId, const std::vector<int>& pCameras,
+  void xCheckSubscribeCameras(const std::string& pName, const std::vector<int>& pCameras,
                               const std::vector<int>& pResolutions,
                               const std::vector<int>& pColorSpaces) const;
-  void xCheckStreams(const std::string& pId, const std::vector<int>& pCameras,
+  void xCheckStreams(const std::string& pName, const std::vector<int>& pCameras,
                      const std::vector<int>& pResolutions,
                      const std::vector<int>& pColorSpaces) const;
-  [[noreturn]] void xFailSubscription(const char* pMethod, const std::string& pId,
+  [[noreturn]] void xFailSubscription(const char* pMethod, const std::string& pName,
                                       const std::string& pText, bool pLog) const;
 
   // --- claim.cpp ---
-  /// The subscriber, or a record and OXError at pWhere in the words of the operation.
+  /// The subscriber. Otherwise logs and throws OXError at pWhere, in the words of the operation.
   const boost::shared_ptr<VisionModuleInfo>& xSubscriber(
       const std::string& pId, Family pFamily, const report::SubscriberTexts& pTexts,
       OXSourceLocation pWhere = OXSourceLocation::current()) const
       OX_REQUIRES_SHARED(fVisionModulesLock);
-  /// The subscriber's current camera, checked; throws "FUNCTION(NAME) : invalid Camera index".
+  /// The subscriber's current camera; throws "FUNCTION(ID) : invalid Camera index" if there is
+  /// none.
   int xCheckedCurrentCamera(const VisionModuleInfo& pSubscriber, const char* pFunction,
                             OXSourceLocation pWhere = OXSourceLocation::current()) const
       OX_REQUIRES_SHARED(fVisionModulesLock);
-  /// The subscriber with its current camera, both checked as in the two above.
+  /// The subscriber with its current camera, both checked as by the two operations above.
   Claim xClaim(const std::string& pId, Family pFamily, const report::SubscriberTexts& pTexts,
                OXSourceLocation pWhere = OXSourceLocation::current()) const
       OX_REQUIRES_SHARED(fVisionModulesLock);
 
-  // --- buffers/pool.cpp: all need the lock for writing ---
+  // --- buffers/pool.cpp ---
+  /// Adds a converted and a raw buffer to the pools of a camera; false, with neither added, without
+  /// memory or for an unknown camera.
   bool xCreateBuffersForStoringImages(const int& pCameraIndex, const int& pResolution,
                                       const int& pColorSpace) OX_REQUIRES(fVisionModulesLock);
-  /// Searches, which return a buffer with its count raised, or null. "Oldest for editing": nobody
-  /// uses it. "Newest for reading": nobody writes it. The lower index wins a tie.
+  /// Searches, which return a buffer with its count raised, or null. "Oldest for editing" means
+  /// that nobody uses it, "newest for reading" that nobody writes to it. The lower index wins a
+  /// tie.
   BufferPtr xLockTheOldestBufferForEditing(const RealCameraProperties& pCamera, int pResolution,
                                            int pColorSpace) OX_REQUIRES(fVisionModulesLock);
   /// The converted image in the format that the claim's subscriber asks for.
@@ -347,14 +368,14 @@ class OXVisionVideoInput : public OXModule, public IVideoInput {
   /// The raw image.
   BufferPtr xLockTheNewestBufferForReading(const RealCameraProperties& pCamera)
       OX_REQUIRES(fVisionModulesLock);
-  /// A free buffer in the claim's format, if need be by giving another one that format.
+  /// A free buffer in the claim's format; if there is none, another free one is reformatted.
   BufferPtr xLockBufferForConversion(const Claim& pClaim) OX_REQUIRES(fVisionModulesLock);
-  /// The oldest free converted image of a format, from now on without a time stamp, for the caller
-  /// to give it another format; null when none is free.
+  /// The oldest free converted image of a format, for the caller to reformat; its time stamp is
+  /// cleared. Null when none is free.
   OXImage* xImageToReformat(const Claim& pClaim, int pResolution, int pColorSpace)
       OX_REQUIRES(fVisionModulesLock);
-  /// Remove one buffer from a pool: the oldest free one (of the wish's format if there is one),
-  /// else the oldest at all, which then lives until its last release.
+  /// Remove one buffer from a pool: the oldest free one (of the wish's format if there is such a
+  /// one), else the oldest of all, which then lives until its last release.
   void xFindAndEraseTheOldestBuffer(BufferPool& pPool) OX_REQUIRES(fVisionModulesLock);
   void xFindAndEraseTheOldestBuffer(BufferPool& pPool, const RequestedCameraProperties& pWish)
       OX_REQUIRES(fVisionModulesLock);
@@ -362,45 +383,52 @@ class OXVisionVideoInput : public OXModule, public IVideoInput {
 
   // --- buffers/lending.cpp ---
   class RemoteReply;  ///< buffers/remotereply.h
+  /// Ends the claim's hold on a raw buffer; there must be one.
   void xEndHold(const Claim& pClaim) OX_REQUIRES(fVisionModulesLock);
+  /// Puts a new buffer in the place of the one that the claim holds.
   void xReplaceRawBuffer(const Claim& pClaim) OX_REQUIRES(fVisionModulesLock);
-  /// Gives back the claim's hold, on a converted image or on a raw one.
+  /// Ends the claim's hold, if any, on a converted image or on a raw one.
   void xReleaseConverted(const Claim& pClaim) OX_REQUIRES(fVisionModulesLock);
-  /// Takes back all that a subscriber holds, on every camera.
+  /// Ends all holds of a subscriber, on every camera.
   void xReleaseAllConverted(const boost::shared_ptr<VisionModuleInfo>& pSubscriber)
       OX_REQUIRES(fVisionModulesLock);
   void xForceReleaseBuffer(const std::string& pId) OX_REQUIRES(fVisionModulesLock);
-  /// What releaseImage, releaseImages and releaseDirectRawImage(s) give back.
+  // What releaseImage, releaseImages and releaseDirectRawImage(s) release.
   void xReleaseImage(const boost::shared_ptr<VisionModuleInfo>& pSubscriber)
       OX_REQUIRES(fVisionModulesLock);
-  void xReleaseImagesOfAll(const boost::shared_ptr<VisionModuleInfo>& pSubscriber)
+  void xReleaseImages(const boost::shared_ptr<VisionModuleInfo>& pSubscriber)
       OX_REQUIRES(fVisionModulesLock);
   bool xReleaseOwnRawImages(const VisionModuleInfo& pSubscriber) OX_REQUIRES(fVisionModulesLock);
   void xReleaseRawImage(const boost::shared_ptr<VisionModuleInfo>& pSubscriber)
       OX_REQUIRES(fVisionModulesLock);
-  void xReleaseRawImagesOfAll(const boost::shared_ptr<VisionModuleInfo>& pSubscriber)
+  void xReleaseAllRawImages(const boost::shared_ptr<VisionModuleInfo>& pSubscriber)
       OX_REQUIRES(fVisionModulesLock);
-  /// A reader goes; the last one of a raw buffer returns the camera's frame.
+  /// Drops one read count; the last one of a raw buffer returns the frame to the camera.
   void xDropReader(int pCamera, OXVisionBuffer& pBuffer) OX_REQUIRES(fVisionModulesLock);
 
   // --- delivery/conversion.cpp ---
   /// The raw image in the claim's format, with one read count; null when no buffer is free.
   BufferPtr xConvertImage(const Claim& pClaim, const OXImage& pRawImage)
       OX_REQUIRES(fVisionModulesLock);
+  /// Leaves the destination untouched, after a record, when it can't convert.
   void xConvertPixels(const OXImage& pRawImage, OXImage& pDestination, int pColorSpace)
       OX_REQUIRES(fVisionModulesLock);
+  /// Reads the frame once from start to end; changes nothing that can be seen.
   void xApplyPatchForKernelMemcopy(const OXImage* pSource) OX_REQUIRES(fVisionModulesLock);
 
   // --- delivery/single.cpp ---
   OXImage* xGetImage(const Claim& pClaim) OX_REQUIRES(fVisionModulesLock);
-  /// Takes over the read count that a conversion or a search left on the buffer. Null for null.
+  /// Turns the read count that a conversion or a search left on the buffer into the claim's hold.
+  /// Null for null.
   OXImage* xLendConverted(const Claim& pClaim, BufferPtr pBuffer) OX_REQUIRES(fVisionModulesLock);
+  /// A converted image that is young enough, lent; null when there is none.
   OXImage* xReuseConvertedImage(const Claim& pClaim, std::int64_t pNowUs)
       OX_REQUIRES(fVisionModulesLock);
   /// True when a raw image was young enough: pImage is then the result, null if it could not be
   /// converted.
   bool xReuseRawImage(const Claim& pClaim, std::int64_t pNowUs, OXImage*& pImage)
       OX_REQUIRES(fVisionModulesLock);
+  /// Releases what the request took from the camera; a failure is only logged.
   void xReleaseRawImages(const VisionModuleInfo& pSubscriber) OX_REQUIRES(fVisionModulesLock);
 
   // --- delivery/multi.cpp ---
@@ -410,7 +438,7 @@ class OXVisionVideoInput : public OXModule, public IVideoInput {
                    const std::vector<OXImage*>& pImages) const
       OX_REQUIRES_SHARED(fVisionModulesLock);
   /// One bool a stream: whether an image was lent for it.
-  static OXValue xDeliveredFlags(const std::vector<OXImage*>& pImages);
+  static OXValue xDeliveryFlags(const std::vector<OXImage*>& pImages);
 
   // --- delivery/raw.cpp ---
   OXImage* xGetRawImage(const Claim& pClaim) OX_REQUIRES(fVisionModulesLock);
@@ -425,15 +453,19 @@ class OXVisionVideoInput : public OXModule, public IVideoInput {
   bool xChangeSetting(const std::string& pId, const SettingChange& pChange,
                       OXSourceLocation pWhere = OXSourceLocation::current());
   // --- subscribers/negotiation.cpp ---
+  /// Updates the camera, which runs at pReal, if a wish that changed from pOld to pNew decides.
   bool xFollowChange(int pCamera, int pOld, int pNew, int pReal) OX_REQUIRES(fVisionModulesLock);
+  /// Updates the camera if the claim's subscriber may be the one that keeps it high.
   void xLowerCamera(const Claim& pClaim) OX_REQUIRES(fVisionModulesLock);
   // --- subscribers/settings_multi.cpp ---
   bool xSetStreamResolution(const Claim& pClaim, int pResolution) OX_REQUIRES(fVisionModulesLock);
   bool xSetStreamColorSpace(const Claim& pClaim, int pColorSpace) OX_REQUIRES(fVisionModulesLock);
 
   // --- delivery/recording.cpp ---
+  /// Ends a recording, if there is one; always true.
   bool xCloseVideo(const boost::shared_ptr<VisionModuleInfo>& pSubscriber)
       OX_REQUIRES_SHARED(fVisionModulesLock);
+  /// Writes the frame of one request if it is due, and ends the recording when it is complete.
   void xRecord(const boost::shared_ptr<VisionModuleInfo>& pSubscriber, const OXImage& pRawImage,
                bool pApplyPatch) OX_REQUIRES(fVisionModulesLock);
 
@@ -441,11 +473,11 @@ class OXVisionVideoInput : public OXModule, public IVideoInput {
   void xBindMethods();
   void xBindDeprecatedMethods();
 
-  /// Starting and ending recordings, which hold fVisionModulesLock for reading only.
+  /// Guards starting and ending a recording, which hold fVisionModulesLock for reading only.
   boost::shared_ptr<OXMutex> fRecordingLock;
   /// Target of xApplyPatchForKernelMemcopy.
   std::unique_ptr<unsigned char[]> fCopyBuffer OX_GUARDED_BY(fVisionModulesLock);
-  /// Lately erased buffers: a client of this process may still look at one.
+  /// Recently erased buffers: a client of this process may still be reading one.
   BufferPool fRetired OX_GUARDED_BY(fVisionModulesLock);
   int fSubscriberLimit OX_GUARDED_BY(fVisionModulesLock) = 256;
 };

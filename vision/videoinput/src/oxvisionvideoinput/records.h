@@ -18,21 +18,22 @@ class OXVideo;
 struct RequestedCameraProperties {
   std::uint8_t fResolution = 1;
   std::uint8_t fColorSpace = 9;
-  /// The buffer that the subscriber holds on this camera, with one read count of it; null when it
-  /// holds none. Shared, so that a buffer that has left the pool lives until its last release.
+  /// The buffer that the subscriber holds on this camera, which accounts for one of its read
+  /// counts; null when it holds none. Shared: a buffer that was removed from the pool lives until
+  /// its last release.
   boost::shared_ptr<OXVisionBuffer> fLockedImage;
-  /// Whether a pair of buffers was made for this subscriber on this camera: only then does a pair
-  /// go when it leaves.
+  /// Whether a pair of buffers was made for this subscriber on this camera: only then is a pair
+  /// removed when it unsubscribes.
   bool fHasBuffers = false;
 };
 
-/// Who a subscriber is and what it is doing. Made by the subscribe operations, dropped by
-/// unsubscribe.
+/// A subscriber: its identity, its wishes and its recording. Created by the subscribe operations,
+/// removed from the map by unsubscribe; replies under way may share it for longer.
 struct VisionModuleInfo {
   VisionModuleInfo();
   ~VisionModuleInfo();
 
-  /// What it asks of a camera that the device has.
+  /// What it asks of one of the device's cameras. The index is not checked.
   RequestedCameraProperties& wish(int pCamera) const;
 
   std::string fName;  ///< the unique id, the same as the key in the map
@@ -48,26 +49,25 @@ struct VisionModuleInfo {
   std::int32_t fRecordTotal = 0;      ///< images to be written
   std::int32_t fRecordedCount = 0;    ///< images written so far
   std::unique_ptr<OXVideo> fVideo;    ///< the open recording
-  /// Set when it leaves the map, for those who still share the record.
-  bool fHasLeft = false;
+  /// Set when it is removed from the map, for replies that still share the record.
+  bool fIsUnsubscribed = false;
 };
 
-/// What a camera is doing and which buffers it has. Made by the concrete camera's constructor.
+/// What a camera runs at, and its buffers. Created by the concrete camera's constructor.
 struct RealCameraProperties {
   int fWidth = 0;   ///< pixels
   int fHeight = 0;  ///< pixels
   int fCameraModel = 0;
-  std::atomic<std::int8_t> fResolution{0};  ///< what it runs at now; also read without the lock
+  std::atomic<std::int8_t> fResolution{0};  ///< what it runs at; also read without the lock
   std::uint8_t fColorSpace = 0;             ///< what it delivers
-  std::uint8_t fFrameRate = 0;              ///< what it runs at now
-  /// -1 failed, 0 stopped, 1 opening, 2 closing, 3 running.
-  std::atomic<int> fGrabberState{0};
-  int fBufferCount = 0;  ///< raw buffers of the driver, only read back as a parameter
+  std::uint8_t fFrameRate = 0;              ///< what it runs at, images per second
+  std::atomic<int> fGrabberState{0};        ///< a GrabberState
+  int fBufferCount = 0;  ///< what kCameraBufferSizeID reads; nothing depends on it
   std::vector<boost::shared_ptr<OXVisionBuffer>> fImageBuffers;  ///< converted images
   std::vector<boost::shared_ptr<OXVisionBuffer>> fRawBuffers;    ///< raw images, as many
 };
 
-/// Grabber states.
+/// The states of a grabber, in an order that is relied on: up to kGrabberStopped it is off.
 enum GrabberState : int {
   kGrabberFailed = -1,
   kGrabberStopped = 0,

@@ -1,4 +1,5 @@
-// The texts are part of the published interface: clients match on them.
+// Records and errors of the device. The texts are part of the published interface, since clients
+// match on them: what is put together here must stay the same character for character.
 #include "report.h"
 
 #include <oxframework/oxlog.h>
@@ -20,9 +21,9 @@ void fail(const std::string& pModule, const char* pFunction, const char* pMethod
   raise(pModule, pMethod, pMessage, pWhere);
 }
 
-std::string unknownSubscriber(const SubscriberTexts& pTexts, const std::string& pName) {
-  const std::string begin = pTexts.unknownBegin + pName;
-  return pTexts.unknownMiddle ? begin + pTexts.unknownMiddle + pName + pTexts.unknownEnd
+std::string unknownSubscriber(const SubscriberTexts& pTexts, const std::string& pId) {
+  const std::string begin = pTexts.unknownBegin + pId;
+  return pTexts.unknownMiddle ? begin + pTexts.unknownMiddle + pId + pTexts.unknownEnd
                               : begin + pTexts.unknownEnd;
 }
 

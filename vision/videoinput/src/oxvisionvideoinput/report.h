@@ -1,4 +1,5 @@
-/// How the device reports a failure: one record in the log, one error with the same text.
+/// How the device reports a failure: one record in the log, one error with the same text. Free
+/// functions, thread-safe.
 #pragma once
 
 #include <sstream>
@@ -9,10 +10,10 @@
 namespace OX::report {
 
 constexpr const char* kCategory = "vision.oxvisionvideoinput";
-/// The path that errors carry: this room. Clients know it, so it is not the file of the caller.
+/// The path that errors carry. Clients match on it, so it is this room and not the caller's file.
 constexpr const char* kSourceFile = "vision/videoinput/src/oxvisionvideoinput";
 
-/// The pieces of a message in a row.
+/// Concatenates the pieces of a message, as a stream writes them.
 template <typename... Pieces>
 std::string text(const Pieces&... pPieces) {
   std::ostringstream stream;
@@ -20,12 +21,12 @@ std::string text(const Pieces&... pPieces) {
   return stream.str();
 }
 
-/// One record, by default in the device's category.
+/// Writes one record, by default in the device's category.
 void log(int pLevel, const char* pFunction, const std::string& pMessage,
          const char* pCategory = kCategory);
 
 /// Logs at level 2 under pFunction and throws OXError(pModule, pMethod, pMessage) with the line of
-/// pWhere. A look-up on behalf of an operation passes the operation's own place on.
+/// pWhere. A look-up on behalf of an operation passes on where the operation called it.
 [[noreturn]] void fail(const std::string& pModule, const char* pFunction, const char* pMethod,
                        const std::string& pMessage,
                        OXSourceLocation pWhere = OXSourceLocation::current());
@@ -35,16 +36,16 @@ void log(int pLevel, const char* pFunction, const std::string& pMessage,
                         const std::string& pMessage,
                         OXSourceLocation pWhere = OXSourceLocation::current());
 
-/// What an operation says when it does not find its subscriber, or finds one of the other family.
+/// The texts of an operation for an unknown subscriber and for one of the wrong family.
 struct SubscriberTexts {
   const char* function;                       ///< for the record
   const char* method;                         ///< for the error
-  const char* unknownBegin;                   ///< then the name
+  const char* unknownBegin;                   ///< before the id
   const char* wrongFamily;                    ///< null: both families may call
-  const char* unknownMiddle = ") : module ";  ///< then the name again; null: no second name
+  const char* unknownMiddle = ") : module ";  ///< before the id again; null: the id is said once
   const char* unknownEnd = " unknown!";
 };
 
-std::string unknownSubscriber(const SubscriberTexts& pTexts, const std::string& pName);
+std::string unknownSubscriber(const SubscriberTexts& pTexts, const std::string& pId);
 
 }  // namespace OX::report

@@ -1,7 +1,7 @@
-// How a camera's frame is lent and given back. A raw buffer of the device's pool points at the
+// Lends a camera's frames and takes them back. A raw buffer of the device's pool points at the
 // frame's pixels and shares ownership of them, so no pixel is copied and a frame lives as long as
-// somebody reads it. A hold is a read count on one buffer and the subscriber's fLockedImage: the
-// two are set and cleared together, here and in xLendConverted.
+// it is read. A hold is one read count of a buffer plus the subscriber's fLockedImage: the two are
+// set and cleared together, here and in xLendConverted.
 #include "buffers/lending.h"
 
 #include <algorithm>
@@ -43,7 +43,7 @@ OXImage* OXVisionVideoInput::xLendFrame(const Claim& pClaim, const AcquiredFrame
 }
 
 OXImage* OXVisionVideoInput::xLendNewestFrame(const std::string& pId, const LendingTexts& pTexts) {
-  // Texts are put together where they are needed: a request that succeeds allocates nothing.
+  // Texts are composed only when they are needed: a request that succeeds allocates nothing.
   const auto refuse = [&](const std::string& pText) -> OXImage* {
     report::log(ki::log::kError, kGetFunction, pText, pTexts.category);
     return nullptr;
@@ -56,13 +56,13 @@ OXImage* OXVisionVideoInput::xLendNewestFrame(const std::string& pId, const Lend
   if (!found.claim) return refuse(aboutRequest("invalid Camera index ", found.index));
   const Claim& claim = *found.claim;
   if (claim.wish.fLockedImage) return refuse(pTexts.notReleased(getName(), pId));
-  // A subscriber without buffers cannot be lent a frame: the camera does not move on for it, and
-  // no frame is counted as held.
+  // A subscriber without buffers cannot be lent a frame. Checked before the camera is asked, which
+  // would otherwise advance a replay and count a frame that nobody can release.
   if (!claim.wish.fHasBuffers) return refuse(aboutRequest(kNoBuffer));
   const AcquiredFrame frame = xAcquireFrame(claim, kGetFunction);
   if (!frame.image) return nullptr;
   OXImage* const image = xLendFrame(claim, frame);
-  // All buffers of the camera are in use. The camera goes on counting the frame as lent.
+  // When all buffers of the camera are in use, the frame still counts as lent.
   return image ? image : refuse(aboutRequest(kNoBuffer));
 }
 
@@ -81,12 +81,15 @@ bool OXVisionVideoInput::xReleaseFrame(const std::string& pId, int pCamera,
   return false;
 }
 
+// For a camera that has its own way of lending.
 AcquiredFrame OXVisionVideoInput::xAcquireFrame(const Claim&, const char*) { return {}; }
 
 void OXVisionVideoInput::xReturnRawSource(int, OXVisionBuffer& pBuffer) {
   pBuffer.fRawSource.reset();
 }
 
+// The frame goes back to the camera with the last reader; a reply that is still being copied is a
+// reader too, and then returns it itself.
 void OXVisionVideoInput::xEndHold(const Claim& pClaim) {
   OXVisionBuffer& buffer = *pClaim.wish.fLockedImage;
   const bool isLastUser = buffer.fReadLockCount < 2 && buffer.fWriteLockCount < 1;
@@ -95,8 +98,9 @@ void OXVisionVideoInput::xEndHold(const Claim& pClaim) {
   pClaim.wish.fLockedImage.reset();
 }
 
-// A reply is still being copied from a raw buffer whose hold has ended: the buffer goes on outside
-// the pool until that is done. The pool has one buffer for each subscriber and must not be short.
+// A reply is still being copied from a raw buffer whose hold has ended: that buffer lives on
+// outside the pool until the copy is done, and a new one replaces it, since the pool needs one
+// buffer for each subscriber.
 void OXVisionVideoInput::xReplaceRawBuffer(const Claim& pClaim) {
   BufferPool& pool = pClaim.camera.fRawBuffers;
   const auto found = std::find(pool.begin(), pool.end(), pClaim.wish.fLockedImage);
@@ -105,11 +109,12 @@ void OXVisionVideoInput::xReplaceRawBuffer(const Claim& pClaim) {
     *found = boost::make_shared<OXVisionBuffer>(static_cast<int>(pClaim.camera.fResolution),
                                                 static_cast<int>(pClaim.camera.fColorSpace), true);
   } catch (const std::bad_alloc&) {
-    // It stays in the pool until the copy has ended.
+    // The old one stays in the pool, in use until the copy has ended.
   }
 }
 
-// A buffer outside the pool of converted images was lent by the camera, which counts on its own.
+// A buffer outside the pool of converted images was lent by the camera, which does its own
+// counting.
 void OXVisionVideoInput::xReleaseConverted(const Claim& pClaim) {
   boost::shared_ptr<OXVisionBuffer>& held = pClaim.wish.fLockedImage;
   if (!held) return;
@@ -122,10 +127,13 @@ void OXVisionVideoInput::xReleaseConverted(const Claim& pClaim) {
   held.reset();
 }
 
-void OXVisionVideoInput::xReleaseAllConverted(const boost::shared_ptr<VisionModuleInfo>& pModule) {
-  for (int i = 0; i < fNbCameras; ++i) xReleaseConverted(xClaim(pModule, i));
+void OXVisionVideoInput::xReleaseAllConverted(
+    const boost::shared_ptr<VisionModuleInfo>& pSubscriber) {
+  for (int i = 0; i < fNbCameras; ++i) xReleaseConverted(xClaim(pSubscriber, i));
 }
 
+// A subscriber that follows the active camera may hold images of several: the active one may have
+// changed since they were lent.
 void OXVisionVideoInput::xReleaseImage(const boost::shared_ptr<VisionModuleInfo>& pSubscriber) {
   if (pSubscriber->fActiveCamera == -1)
     xReleaseAllConverted(pSubscriber);
@@ -133,8 +141,7 @@ void OXVisionVideoInput::xReleaseImage(const boost::shared_ptr<VisionModuleInfo>
     xReleaseConverted(xClaim(pSubscriber, pSubscriber->fActiveCamera));
 }
 
-void OXVisionVideoInput::xReleaseImagesOfAll(
-    const boost::shared_ptr<VisionModuleInfo>& pSubscriber) {
+void OXVisionVideoInput::xReleaseImages(const boost::shared_ptr<VisionModuleInfo>& pSubscriber) {
   for (const int camera : pSubscriber->fActiveCameras)
     xReleaseConverted(xClaim(pSubscriber, camera));
 }
@@ -152,7 +159,7 @@ void OXVisionVideoInput::xReleaseRawImage(const boost::shared_ptr<VisionModuleIn
   xReleaseOwnRawImages(*pSubscriber);
 }
 
-void OXVisionVideoInput::xReleaseRawImagesOfAll(
+void OXVisionVideoInput::xReleaseAllRawImages(
     const boost::shared_ptr<VisionModuleInfo>& pSubscriber) {
   for (int i = 0; i < fNbCameras; ++i) xReleaseDirectRawImageDeep(pSubscriber->fName, i);
 }
@@ -172,33 +179,34 @@ void OXVisionVideoInput::xDropReader(int pCamera, OXVisionBuffer& pBuffer) {
 OXVisionVideoInput::RemoteReply::RemoteReply(OXVisionVideoInput& pDevice, Release pRelease)
     : fDevice(pDevice), fRelease(pRelease) {}
 
+// The pins go before the holds: ending a hold on a raw buffer that is still pinned would replace
+// the buffer for nothing.
 OXVisionVideoInput::RemoteReply::~RemoteReply() {
   if (!fSubscriber) return;
   try {
     const OXCriticalSectionWrite lock(fDevice.fVisionModulesLock);
     for (const auto& image : fImages)
       if (image) fDevice.xDropReader(image->camera, *image->buffer);
-    if (!fSubscriber->fHasLeft) (fDevice.*fRelease)(fSubscriber);
+    if (!fSubscriber->fIsUnsubscribed) (fDevice.*fRelease)(fSubscriber);
   } catch (const std::exception&) {
-    // Only the text of a record can fail here, and a destructor has nobody to tell.
+    // Only composing a record can fail here, and a destructor must not throw.
   }
 }
 
 void OXVisionVideoInput::RemoteReply::add(const Claim& pClaim, const OXImage* pImage) {
   fSubscriber = pClaim.subscriber;
   const boost::shared_ptr<OXVisionBuffer>& held = pClaim.wish.fLockedImage;
-  fImages.push_back(pImage && held ? std::make_unique<Pinned>(*pImage, pClaim.index, held)
-                                   : nullptr);
+  fImages.push_back(pImage && held ? std::make_unique<Pin>(*pImage, pClaim.index, held) : nullptr);
   if (fImages.back()) ++held->fReadLockCount;
 }
 
-OXValue OXVisionVideoInput::RemoteReply::single() const {
+OXValue OXVisionVideoInput::RemoteReply::toValue() const {
   return fImages.front()->view.toOXValue();
 }
 
-// Joined in a block of its own and not in a scratch array of the device: two replies at once can't
-// mix, and the block goes to the socket as it is.
-OXValue OXVisionVideoInput::RemoteReply::joined() const {
+// The pixels are joined in a block of the reply's own and not in a scratch array of the device:
+// concurrent replies can't mix, and the block is sent without another copy.
+OXValue OXVisionVideoInput::RemoteReply::toJoinedValue() const {
   std::size_t total = 0;
   for (const auto& image : fImages) total += image ? image->view.getSizeBytes() : 0;
   const auto pixels = boost::make_shared_noinit<unsigned char[]>(total ? total : 1);

@@ -1,4 +1,4 @@
-/// The parts that a camera plays when the device lends one of its frames.
+/// What a camera supplies when the device lends one of its frames.
 #pragma once
 
 #include <boost/shared_ptr.hpp>
@@ -9,21 +9,21 @@ namespace OX {
 
 class OXImage;
 
-/// A frame of a camera, counted by the camera as lent once more.
+/// A frame of a camera, which the camera has counted as lent once more.
 struct AcquiredFrame {
-  const OXImage* image = nullptr;  ///< null: there is none, and a record says why
-  boost::shared_ptr<void> source;  ///< keeps the pixels alive; handed back to xReturnRawSource
+  const OXImage* image = nullptr;  ///< borrowed from source; null: no frame, a record says why
+  boost::shared_ptr<void> source;  ///< keeps the pixels alive; returned to xReturnRawSource
   std::int8_t cameraId = 0;
-  /// Whether the lent image takes the frame's size and colour space: false where the camera's
-  /// settings have brought the buffer to it already.
+  /// Whether the lent image takes the frame's size and colour space; false if the camera's settings
+  /// have already given the buffer that format.
   bool setsFormat = false;
 };
 
-/// The words of one camera for the steps that all cameras share.
+/// One camera's texts for the steps that all cameras share. Clients match on them.
 struct LendingTexts {
   const char* category;         ///< of the records
   const char* afterId;          ///< "): " or ") : "
-  const char* releaseFunction;  ///< how the release calls itself
+  const char* releaseFunction;  ///< the release's name in records
   std::string (*notReleased)(const std::string& pModule, const std::string& pId);
   std::string (*unknownAtRelease)(const std::string& pId);
 };

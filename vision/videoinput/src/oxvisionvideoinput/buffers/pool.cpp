@@ -1,6 +1,7 @@
-// The pools of buffers. A buffer is chosen by its time stamp each time, over the whole pool:
-// there is no free list and no queue. Everything here runs with fVisionModulesLock held for
-// writing, so that looking at a counter and raising it is one step.
+// The pools of buffers: one converted and one raw buffer for each subscriber of a camera. A buffer
+// is chosen by its time stamp, over the whole pool: pools are short, and a free list would have to
+// follow every change of format. Everything here runs with fVisionModulesLock held for writing, so
+// that testing a counter and raising it is one step.
 #include <algorithm>
 #include <boost/make_shared.hpp>
 #include <new>
@@ -13,14 +14,15 @@
 namespace OX {
 namespace {
 
+// A bound, since each one keeps storage for the largest format.
 constexpr std::size_t kRetiredBuffers = 4;
 
 using BufferPtr = boost::shared_ptr<OXVisionBuffer>;
 
 bool isReadable(const OXVisionBuffer& pBuffer) { return pBuffer.fWriteLockCount == 0; }
 
-// The buffer among the first pCount that passes pFits and wins by pBefore(stamp, stamp of the
-// best); null when none passes. Strict comparison leaves the lower index in front on a tie.
+// The best buffer by pBefore(time stamp, best time stamp) of those among the first pCount that pass
+// pFits; null when none does. The comparison is strict, so the lower index wins a tie.
 template <typename Fits, typename Before>
 const BufferPtr* findBest(const std::vector<BufferPtr>& pPool, std::size_t pCount, Fits pFits,
                           Before pBefore) {
@@ -56,7 +58,7 @@ bool OXVisionVideoInput::xCreateBuffersForStoringImages(const int& pCameraIndex,
     const auto image = boost::make_shared<OXVisionBuffer>(pResolution, pColorSpace, false);
     const auto raw = boost::make_shared<OXVisionBuffer>(
         static_cast<int>(camera->fResolution), static_cast<int>(camera->fColorSpace), true);
-    // Both or none: the pools of a camera are of one length.
+    // Reserved first, so that nothing fails between the two: the pools are of equal length.
     camera->fImageBuffers.reserve(camera->fImageBuffers.size() + 1);
     camera->fRawBuffers.reserve(camera->fRawBuffers.size() + 1);
     camera->fImageBuffers.push_back(image);
@@ -83,9 +85,9 @@ OXVisionVideoInput::BufferPtr OXVisionVideoInput::xLockTheOldestBufferForEditing
   return *oldest;
 }
 
-// Normally there is a free buffer of the format, since each subscriber brought one and holds none
-// while it asks. When settings have moved the formats around there may be none: every buffer has
-// storage for the largest format, so any free one can be given another.
+// Normally there is a free buffer of the format, since one was made for each subscriber, which
+// holds none while it asks. Changes of settings may have left none: since every buffer has storage
+// for the largest format, any free one can be reformatted.
 OXVisionVideoInput::BufferPtr OXVisionVideoInput::xLockBufferForConversion(const Claim& pClaim) {
   const int resolution = pClaim.wish.fResolution;
   const int colorSpace = pClaim.wish.fColorSpace;
@@ -117,6 +119,7 @@ OXVisionVideoInput::BufferPtr OXVisionVideoInput::xLockTheNewestBufferForReading
   return *newest;
 }
 
+// The pools are of equal length; the shorter one bounds the search in any case.
 OXVisionVideoInput::BufferPtr OXVisionVideoInput::xLockTheNewestBufferForReading(
     const RealCameraProperties& pCamera) {
   const std::size_t count = std::min(pCamera.fImageBuffers.size(), pCamera.fRawBuffers.size());
@@ -131,12 +134,13 @@ OXImage* OXVisionVideoInput::xImageToReformat(const Claim& pClaim, int pResoluti
   const BufferPtr buffer = xLockTheOldestBufferForEditing(pClaim.camera, pResolution, pColorSpace);
   if (!buffer) return nullptr;
   buffer->fImage->fTimeStamp = 0;
-  --buffer->fWriteLockCount;  // the lock is held: nobody can come between
+  --buffer->fWriteLockCount;  // nobody can take it before the caller: the lock is held
   return buffer->fImage.get();
 }
 
-// The buffer is removed from the pool but not freed at once: a client of this process that lost its
-// image by force may still be reading it. A held buffer lives until its last release anyway.
+// The buffer is removed from the pool but not freed at once: a client of this process whose image
+// was taken back by force may still be reading it. A held buffer lives until its last release
+// anyway.
 void OXVisionVideoInput::xErase(BufferPool& pPool, const BufferPtr& pBuffer) {
   if (fRetired.size() >= kRetiredBuffers) fRetired.erase(fRetired.begin());
   fRetired.push_back(pBuffer);
@@ -144,7 +148,7 @@ void OXVisionVideoInput::xErase(BufferPool& pPool, const BufferPtr& pBuffer) {
 }
 
 void OXVisionVideoInput::xFindAndEraseTheOldestBuffer(BufferPool& pPool) {
-  // Nobody can release while this lock is held, so there is no waiting for a free one.
+  // Waiting for a free one would be in vain: nobody can release while this lock is held.
   const BufferPtr* oldest = findOldest(pPool, isAnyFree);
   if (!oldest) oldest = findOldest(pPool, [](const OXVisionBuffer&) { return true; });
   if (oldest) xErase(pPool, *oldest);

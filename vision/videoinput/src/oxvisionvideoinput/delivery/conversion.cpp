@@ -1,5 +1,5 @@
-// From a raw frame to the format of one subscriber, in a buffer of the pool. Runs under the lock
-// of the delivery that asked.
+// Converts a raw frame to the format of one subscriber, in a buffer of the pool. Runs under the
+// lock of the request. Sizes are checked here, since the kernels trust their caller.
 #include <algorithm>
 #include <array>
 
@@ -15,7 +15,7 @@ namespace {
 struct Conversion {
   int colorSpace;
   decltype(&kernels::yuv422ToYuv) kernel;
-  bool passFirst;  ///< read the frame once from end to end before the kernel does
+  bool passFirst;  ///< read the frame once from start to end before the kernel does
 };
 
 constexpr std::array<Conversion, 10> kConversions{{
@@ -37,8 +37,8 @@ const Conversion* findConversion(int pColorSpace) {
   return nullptr;
 }
 
-// Bytes of the source that a kernel may look at: it takes every step-th row and trusts that the
-// source has them. One macro-pixel when the source is narrower than the destination.
+// Bytes of the source that a kernel may read: it takes every step-th row and trusts that the source
+// has them. One macro-pixel if the source is narrower than the destination.
 std::size_t sourceBytes(const OXImage& pRawImage, const OXImage& pDestination) {
   constexpr std::size_t kMacroPixelBytes = 4;
   const auto width = static_cast<std::size_t>(pRawImage.fWidth);
@@ -55,7 +55,7 @@ OXVisionVideoInput::BufferPtr OXVisionVideoInput::xConvertImage(const Claim& pCl
   if (!buffer) return {};
   if (pClaim.subscriber->fIsRecording) xRecord(pClaim.subscriber, pRawImage, true);
   OXImage& image = *buffer->fImage;
-  // A raw image of another format is not converted: its stamp comes with the old pixels.
+  // A raw image of another colour space is not converted: the old pixels get the new time stamp.
   if (pRawImage.fColorSpace == kYUV422) xConvertPixels(pRawImage, image, pClaim.wish.fColorSpace);
   image.fTimeStamp = pRawImage.fTimeStamp;
   image.fCameraId = pRawImage.fCameraId;
@@ -89,7 +89,8 @@ void OXVisionVideoInput::xConvertPixels(const OXImage& pRawImage, OXImage& pDest
                      pDestination.fHeight);
 }
 
-// One sequential pass over the frame, which for a hardware source lies in a kernel buffer.
+// One sequential pass over the frame, which a hardware source keeps in a kernel buffer that is slow
+// to read in small pieces. Never beyond the storage, whatever size the image claims.
 void OXVisionVideoInput::xApplyPatchForKernelMemcopy(const OXImage* pSource) {
   constexpr std::size_t kBytesPerPixel = 2;
   const std::size_t pixels = static_cast<std::size_t>(std::max(pSource->fWidth, 0)) *

@@ -1,5 +1,6 @@
-// The states of a grabber, for every camera: stopped or failed, opening, running, closing. What
-// opening and closing mean is the camera's. Everything runs with the lock held for writing.
+// The state machine of a grabber, for every camera: stopped or failed, opening, running, closing.
+// What opening and closing do is up to the camera. Everything runs with the lock held for writing,
+// so no other thread sees a camera opening or closing, and an exception leaves it failed.
 #include "delivery/grabber.h"
 
 #include <oxframework/oxclock.h>
@@ -11,12 +12,13 @@
 namespace OX {
 namespace {
 
-constexpr unsigned int kStartedUs = 100;
-constexpr unsigned int kStoppedUs = 500;
-constexpr unsigned int kOpeningLookUs = 500000;
-// A start and a stop both hold the lock for writing: a camera that is still opening after these
-// looks was left so by a failure, and will not come out of it.
-constexpr int kOpeningLooks = 2;
+// A source gets this long to settle after a start and a stop.
+constexpr unsigned int kSettleAfterStartUs = 100;
+constexpr unsigned int kSettleAfterStopUs = 500;
+constexpr unsigned int kOpeningPollUs = 500000;
+// Start and stop both hold the lock for writing, so a camera that is still opening after these
+// polls stays so: no more waiting will help.
+constexpr int kOpeningPolls = 2;
 constexpr const char* kCannotOpen = "Can't open video file.";
 
 }  // namespace
@@ -33,6 +35,7 @@ bool OXVisionVideoInput::stopFrameGrabber(const int& pCameraIndex) {
   return xStopFrameGrabber(pCameraIndex);
 }
 
+// The first camera that fails ends the loop: those after it keep their state.
 bool OXVisionVideoInput::startFrameGrabber() {
   const OXCriticalSectionWrite lock(fVisionModulesLock);
   bool started = true;
@@ -84,7 +87,7 @@ bool OXVisionVideoInput::xRunStart(int pCamera, const GrabberTexts& pTexts,
                   pTexts.openErrorLine);
   }
   camera->fGrabberState = kGrabberRunning;
-  ki::os::usleep(kStartedUs);
+  ki::os::usleep(kSettleAfterStartUs);
   xLogGrabber(ki::log::kInfo, kFunction, pTexts.started, pTexts);
   return true;
 }
@@ -94,8 +97,8 @@ bool OXVisionVideoInput::xRunStop(int pCamera, const GrabberTexts& pTexts,
   constexpr const char* kFunction = "xStopFrameGrabber";
   RealCameraProperties* const camera = xGrabberCamera(pCamera, kFunction, pTexts);
   if (!camera) return false;
-  for (int look = 0; look < kOpeningLooks && camera->fGrabberState == kGrabberOpening; ++look)
-    ki::os::usleep(kOpeningLookUs);
+  for (int poll = 0; poll < kOpeningPolls && camera->fGrabberState == kGrabberOpening; ++poll)
+    ki::os::usleep(kOpeningPollUs);
   if (camera->fGrabberState <= kGrabberClosing) return true;
   camera->fGrabberState = kGrabberClosing;
   if (!pClose()) {
@@ -105,7 +108,7 @@ bool OXVisionVideoInput::xRunStop(int pCamera, const GrabberTexts& pTexts,
   }
   camera->fGrabberState = kGrabberStopped;
   xLogGrabber(ki::log::kInfo, kFunction, pTexts.stopped, pTexts);
-  ki::os::usleep(kStoppedUs);
+  ki::os::usleep(kSettleAfterStopUs);
   return true;
 }
 

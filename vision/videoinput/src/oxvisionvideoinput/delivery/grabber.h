@@ -1,15 +1,15 @@
-/// The words of one camera for the states of a grabber, which all cameras share.
+/// One camera's texts for the grabber's state machine, which all cameras share.
 #pragma once
 
 #include <string>
 
 namespace OX {
 
-/// A null text writes no record.
+/// A null text means that no record is written.
 struct GrabberTexts {
   const char* category;        ///< of the records
-  const char* sourceFile;      ///< the path that the error of a failed opening carries
-  unsigned int openErrorLine;  ///< and its line: clients match on it
+  const char* sourceFile;      ///< the path in the error of a failed opening
+  unsigned int openErrorLine;  ///< the line in that error: clients match on it
   bool namesModule;            ///< whether records of failures begin with the module's name
   const char* closeError;
   const char* started;

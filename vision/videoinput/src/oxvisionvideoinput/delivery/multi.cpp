@@ -1,12 +1,12 @@
-// Images of a subscriber with several streams. No sharing and no rate here: every request takes a
-// new frame of each camera.
+// Images of a multi-stream subscriber. Converted images are not shared and the frame rate has no
+// effect here: every request takes the newest frame of each camera and converts it.
 #include <oxframework/oxlog.h>
 #include "buffers/remotereply.h"
 
 namespace OX {
 namespace {
 
-// The first speaks of the raw operation: clients know the text so.
+// The first one names the raw operation: clients know the text so.
 constexpr report::SubscriberTexts kGetImagesLocal{
     "getImagesLocal", "getImagesLocal()", "getDirectRawImagesLocal(",
     "Mono stream module can't call this method, use getImageLocal instead"};
@@ -29,6 +29,7 @@ std::vector<OXImage*> OXVisionVideoInput::xGetImages(const std::string& pId) {
 
 std::vector<OXImage*> OXVisionVideoInput::xGetImages(
     const boost::shared_ptr<VisionModuleInfo>& pSubscriber) {
+  // Camera by camera: one whose image is held ends the request before later cameras are started.
   for (const int camera : pSubscriber->fActiveCameras) {
     if (pSubscriber->wish(camera).fLockedImage) {
       report::log(ki::log::kError, "xGetImages",
@@ -42,7 +43,7 @@ std::vector<OXImage*> OXVisionVideoInput::xGetImages(
     report::raise(getName(), "xGetImages()",
                   pSubscriber->fName + " failed to get images from one or several cameras");
   for (std::size_t i = 0; i < images.size(); ++i) {
-    if (!images[i]) continue;  // the camera had no buffer to lend: nothing is held there
+    if (!images[i]) continue;  // no buffer was free: nothing is held on this camera
     const Claim claim = xClaim(pSubscriber, pSubscriber->fActiveCameras[i]);
     BufferPtr converted = xConvertImage(claim, *images[i]);
     if (!xReleaseDirectRawImageDeep(pSubscriber->fName, claim.index))
@@ -53,7 +54,7 @@ std::vector<OXImage*> OXVisionVideoInput::xGetImages(
   return images;
 }
 
-OXValue OXVisionVideoInput::xDeliveredFlags(const std::vector<OXImage*>& pImages) {
+OXValue OXVisionVideoInput::xDeliveryFlags(const std::vector<OXImage*>& pImages) {
   OXValue result;
   result.arrayReserve(static_cast<int>(pImages.size()));
   for (std::size_t i = 0; i < pImages.size(); ++i)
@@ -63,11 +64,11 @@ OXValue OXVisionVideoInput::xDeliveredFlags(const std::vector<OXImage*>& pImages
 
 OXValue OXVisionVideoInput::getImagesLocal(const std::string& pId) {
   const OXCriticalSectionWrite lock(fVisionModulesLock);
-  return xDeliveredFlags(xGetImages(xSubscriber(pId, Family::Multi, kGetImagesLocal)));
+  return xDeliveryFlags(xGetImages(xSubscriber(pId, Family::Multi, kGetImagesLocal)));
 }
 
 OXValue OXVisionVideoInput::getImagesRemote(const std::string& pId) {
-  RemoteReply reply(*this, &OXVisionVideoInput::xReleaseImagesOfAll);
+  RemoteReply reply(*this, &OXVisionVideoInput::xReleaseImages);
   {
     const OXCriticalSectionWrite lock(fVisionModulesLock);
     const auto& subscriber = xSubscriber(pId, Family::Multi, kGetImagesRemote);
@@ -75,7 +76,7 @@ OXValue OXVisionVideoInput::getImagesRemote(const std::string& pId) {
     if (images.empty()) return OXValue();
     xAddToReply(reply, subscriber, images);
   }
-  return reply.joined();
+  return reply.toJoinedValue();
 }
 
 void OXVisionVideoInput::xAddToReply(RemoteReply& pReply,
@@ -86,13 +87,14 @@ void OXVisionVideoInput::xAddToReply(RemoteReply& pReply,
     pReply.add(xClaim(pSubscriber, cameras[i]), pImages[i]);
 }
 
+// What was held is read before anything is released: the results say which images there were.
 OXValue OXVisionVideoInput::releaseImages(const std::string& pId) {
   const OXCriticalSectionWrite lock(fVisionModulesLock);
   const auto& subscriber = xSubscriber(pId, Family::Multi, kReleaseImages);
   std::vector<int> results;
   for (const int camera : subscriber->fActiveCameras)
     results.push_back(subscriber->wish(camera).fLockedImage ? 1 : 0);
-  xReleaseImagesOfAll(subscriber);
+  xReleaseImages(subscriber);
   return OXValue(results);
 }
 

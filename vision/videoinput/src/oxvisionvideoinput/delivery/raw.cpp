@@ -1,4 +1,5 @@
-// The camera's own frames, without conversion: who holds what is the concrete camera's business.
+// The camera's own frames, without conversion. The concrete camera lends and takes back; here the
+// subscriber is checked and the reply is made. A raw request never starts the grabber.
 #include <oxframework/oxlog.h>
 #include "buffers/remotereply.h"
 
@@ -17,7 +18,7 @@ constexpr report::SubscriberTexts kRelease{
 constexpr report::SubscriberTexts kGetAllLocal{
     "getDirectRawImagesLocal", "getDirectRawImagesLocal()", "getDirectRawImagesLocal(",
     "Mono stream module can't call this method, use getDirectRawImageLocal instead\n"};
-// Its first lookup speaks of the local form, its second of itself.
+// Its first look-up names the local form, its second the operation itself: clients know them so.
 constexpr report::SubscriberTexts kGetAllRemote{
     "getDirectRawImagesRemote", "getDirectRawImagesRemote()", "getDirectRawImagesLocal(",
     "Mono stream module can't call this method, use getDirectRawImageRemote instead"};
@@ -50,7 +51,7 @@ OXValue OXVisionVideoInput::getDirectRawImageRemote(const std::string& pId) {
     if (!image) return OXValue();
     reply.add(claim, image);
   }
-  return reply.single();
+  return reply.toValue();
 }
 
 bool OXVisionVideoInput::releaseDirectRawImage(const std::string& pId) {
@@ -61,11 +62,11 @@ bool OXVisionVideoInput::releaseDirectRawImage(const std::string& pId) {
 OXValue OXVisionVideoInput::getDirectRawImagesLocal(const std::string& pId) {
   const OXCriticalSectionWrite lock(fVisionModulesLock);
   xSubscriber(pId, Family::Multi, kGetAllLocal);
-  return xDeliveredFlags(xGetDirectRawImages(pId));
+  return xDeliveryFlags(xGetDirectRawImages(pId));
 }
 
 OXValue OXVisionVideoInput::getDirectRawImagesRemote(const std::string& pId) {
-  RemoteReply reply(*this, &OXVisionVideoInput::xReleaseRawImagesOfAll);
+  RemoteReply reply(*this, &OXVisionVideoInput::xReleaseAllRawImages);
   {
     const OXCriticalSectionWrite lock(fVisionModulesLock);
     const auto& subscriber = xSubscriber(pId, Family::Multi, kGetAllRemote);
@@ -73,7 +74,8 @@ OXValue OXVisionVideoInput::getDirectRawImagesRemote(const std::string& pId) {
     if (images.empty()) return OXValue();
     xAddToReply(reply, subscriber, images);
   }
-  OXValue result = reply.joined();
+  OXValue result = reply.toJoinedValue();
+  // A subscriber that was removed during the copy gets the error and not the pixels.
   const OXCriticalSectionWrite lock(fVisionModulesLock);
   xSubscriber(pId, Family::Any, kGetAllRemoteAgain);
   return result;
@@ -87,7 +89,7 @@ OXValue OXVisionVideoInput::releaseDirectRawImages(const std::string& pId) {
   return OXValue(results);
 }
 
-// No shared memory is made: the name is all that old clients get.
+// No shared memory is created: the name is all that old clients get.
 std::string OXVisionVideoInput::getDirectRawImageInterprocess(const std::string& pId) {
   const OXCriticalSectionWrite lock(fVisionModulesLock);
   const auto* const subscriber = xFind(pId);
@@ -98,7 +100,7 @@ std::string OXVisionVideoInput::getDirectRawImageInterprocess(const std::string&
   }
   const int camera = xCheckedCurrentCamera(**subscriber, "getDirectRawImageInterprocess");
   const bool taken = xGetDirectRawImage(pId, false) != nullptr;
-  // The release below refuses a multi-stream subscriber: what this call took goes back first.
+  // The release below refuses a multi-stream subscriber: what this call took is released first.
   if (taken && (*subscriber)->fIsMultiStream) xReleaseDirectRawImageDeep(pId, camera);
   releaseDirectRawImage(pId);
   return "lastVideoBuffer";

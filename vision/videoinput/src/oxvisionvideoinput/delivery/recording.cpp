@@ -1,5 +1,6 @@
-// Recording of the raw frames that pass through a subscriber's own requests. There is no thread
-// for it: a frame is considered only when the subscriber asks for an image.
+// Records the raw frames that a subscriber's own requests take. There is no thread for it: a frame
+// is considered only when the subscriber asks for an image. Whether a frame is due is counted down
+// and not computed, since clients rely on what a period of 0 or less does.
 #include <cstdint>
 
 #include <oxframework/oxclock.h>
@@ -10,7 +11,7 @@
 namespace OX {
 namespace {
 
-constexpr int kPixelDepth = 8;
+constexpr int kPixelDepth = 8;  // bits a channel
 constexpr unsigned int kWriteInProgressUs = 5000;
 
 constexpr report::SubscriberTexts kRecordVideo{"recordVideo", "recordVideo()", "recordVideo(",
@@ -19,7 +20,7 @@ constexpr report::SubscriberTexts kStopVideo{"stopVideo", "stopVideo()", "stopVi
                                              "Multi stream module can't call this method",
                                              ", ...) : module "};
 
-// One less, and round from the smallest number to the largest.
+// One less, wrapping from the smallest number to the largest.
 std::int32_t oneLess(std::int32_t pNumber) {
   return static_cast<std::int32_t>(static_cast<std::uint32_t>(pNumber) - 1u);
 }
@@ -28,11 +29,12 @@ std::int32_t oneLess(std::int32_t pNumber) {
 
 bool OXVisionVideoInput::recordVideo(const std::string& pId, const std::string& pPath,
                                      const int& pTotalNumber, const int& pPeriod) {
-  // Reading keeps delivery away; fRecordingLock keeps two recorders of one subscriber apart.
+  // Held for reading, the lock keeps delivery away; fRecordingLock excludes a second recordVideo or
+  // stopVideo of the subscriber.
   const OXCriticalSectionRead lock(fVisionModulesLock);
   const OXCriticalSection recorders(fRecordingLock);
   const Claim claim = xClaim(pId, Family::Mono, kRecordVideo);
-  // What can fail comes first: nothing of the record has changed then.
+  // What can fail comes first, so that a failure changes nothing.
   const OXValue size = resolutionToSizes(claim.camera.fResolution);
   const streamHeader header{size[0].toInt(), size[1].toInt(), claim.camera.fColorSpace,
                             kPixelDepth};
@@ -40,11 +42,12 @@ bool OXVisionVideoInput::recordVideo(const std::string& pId, const std::string& 
   subscriber.fRecordPeriod = pPeriod > 0 ? pPeriod : 1;
   subscriber.fRecordedCount = 0;
   subscriber.fRecordTotal = pTotalNumber > 0 ? pTotalNumber : 1;
-  // From the period as given: 0 or less never reaches the next image.
+  // From the period as it was passed: with 0 or less the countdown never reaches the next image.
   subscriber.fRecordCountdown = oneLess(pPeriod);
   subscriber.fVideo = std::make_unique<OXVideo>();
   const bool opened = subscriber.fVideo->recordVideo(pPath, 0, {header});
-  subscriber.fIsRecording = true;  // also when the file could not be opened: writing is harmless
+  // Also if the file could not be opened: writing does nothing then.
+  subscriber.fIsRecording = true;
   return opened;
 }
 
@@ -56,7 +59,7 @@ bool OXVisionVideoInput::stopVideo(const std::string& pId) {
 
 bool OXVisionVideoInput::xCloseVideo(const boost::shared_ptr<VisionModuleInfo>& pSubscriber) {
   pSubscriber->fIsRecording = false;
-  ki::os::usleep(kWriteInProgressUs);  // lets a write in progress end
+  ki::os::usleep(kWriteInProgressUs);  // a write in progress may finish
   if (pSubscriber->fVideo) pSubscriber->fVideo->closeVideo();
   pSubscriber->fVideo.reset();
   return true;

@@ -1,5 +1,6 @@
-// Images of a subscriber with one stream. A request does not always cost a conversion: a converted
-// image that is young enough is shared, else a raw one that is, and only then is the camera asked.
+// Images of a mono-stream subscriber. A request does not always cost a conversion: a converted
+// image that is young enough is shared, else a raw one that is lent and young enough is converted,
+// and only then is the camera asked for a frame.
 #include <algorithm>
 
 #include <oxframework/oxclock.h>
@@ -13,7 +14,7 @@ namespace {
 constexpr report::SubscriberTexts kGetImageLocal{
     "getImageLocal", "getImageLocal()", "getImageLocal(",
     "Multi stream module can't call this method, use getImagesLocal instead"};
-// These two speak of the raw operations: clients know the texts so.
+// The next two name the raw operations: clients know the texts so.
 constexpr report::SubscriberTexts kGetImageRemote{
     "getImageRemote", "getImageRemote()", "getDirectRawImageRemote(",
     "Multi stream module can't call this method, use getDirectRawImagesRemote instead"};
@@ -27,26 +28,26 @@ std::int64_t nowUs() {
   return std::int64_t{now.tv_sec} * 1000000 + now.tv_usec;
 }
 
-std::int64_t periodMs(const VisionModuleInfo& pModule) {
-  return 1000 / std::max<int>(pModule.fFrameRate, 1);
+std::int64_t periodMs(const VisionModuleInfo& pSubscriber) {
+  return 1000 / std::max<int>(pSubscriber.fFrameRate, 1);
 }
 
-// No older than one period of the subscriber's rate, in whole milliseconds; each part is
-// truncated on its own.
-bool isFresh(const OXImage& pImage, std::int64_t pNowUs, const VisionModuleInfo& pModule) {
+// Whether the image is no older than one period of the subscriber's rate. In whole milliseconds,
+// each part truncated by itself: clients see which image is shared.
+bool isFresh(const OXImage& pImage, std::int64_t pNowUs, const VisionModuleInfo& pSubscriber) {
   const auto [seconds, micros] = OXVisionVideoInput::getTimeStamp(pImage);
   const std::int64_t nowSeconds = pNowUs / 1000000;
   const std::int64_t nowMicros = pNowUs % 1000000;
   return seconds * 1000 - nowSeconds * 1000 + micros / 1000 - nowMicros / 1000 +
-             periodMs(pModule) >=
+             periodMs(pSubscriber) >=
          0;
 }
 
-// Narrower on purpose: a raw image of the previous second is never reused, however young.
+// Stricter on purpose: a raw image of the previous second is never reused, however young.
 bool isFreshInThisSecond(const OXImage& pImage, std::int64_t pNowUs,
-                         const VisionModuleInfo& pModule) {
+                         const VisionModuleInfo& pSubscriber) {
   return OXVisionVideoInput::getTimeStamp(pImage).first == pNowUs / 1000000 &&
-         isFresh(pImage, pNowUs, pModule);
+         isFresh(pImage, pNowUs, pSubscriber);
 }
 
 }  // namespace
@@ -69,7 +70,7 @@ OXValue OXVisionVideoInput::getImageRemote(const std::string& pId) {
     if (!image) return OXValue();
     reply.add(claim, image);
   }
-  return reply.single();
+  return reply.toValue();
 }
 
 bool OXVisionVideoInput::releaseImage(const std::string& pId) {
@@ -97,7 +98,7 @@ bool OXVisionVideoInput::xReuseRawImage(const Claim& pClaim, std::int64_t pNowUs
                                         OXImage*& pImage) {
   const BufferPtr raw = xLockTheNewestBufferForReading(pClaim.camera);
   if (!raw) return false;
-  // A raw buffer counts only while it is lent: after that its pixels may change.
+  // A raw buffer is usable only while it is lent: after that its pixels may change.
   const bool fresh =
       raw->fRawSource && isFreshInThisSecond(*raw->fImage, pNowUs, *pClaim.subscriber);
   if (fresh) pImage = xLendConverted(pClaim, xConvertImage(pClaim, *raw->fImage));
@@ -122,6 +123,8 @@ OXImage* OXVisionVideoInput::xGetImage(const Claim& pClaim) {
         getName(), "xGetImage", "xGetImage",
         report::text(id, " previous image for camera ", pClaim.index, " was not released !"));
   if (pClaim.camera.fGrabberState <= kGrabberStopped) xStartFrameGrabber(pClaim.index);
+  // One reading of the clock, after the grabber may have been started: both tests see the same
+  // time.
   const std::int64_t now = nowUs();
   if (OXImage* const shared = xReuseConvertedImage(pClaim, now)) return shared;
   OXImage* fromRaw = nullptr;
@@ -135,6 +138,7 @@ OXImage* OXVisionVideoInput::xGetImage(const Claim& pClaim) {
     return nullptr;
   }
   BufferPtr converted = xConvertImage(pClaim, *raw);
+  // The source may have selected another active camera meanwhile: a replay follows its recording.
   if (xCurrentCamera(*pClaim.subscriber) != pClaim.index)
     report::log(ki::log::kError, "xGetImage",
                 "xGetImage(" + id + "): Module active camera change!");

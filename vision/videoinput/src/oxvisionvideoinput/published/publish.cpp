@@ -1,4 +1,5 @@
-// What OXVideoDevice publishes, in the order of publication: one table a group.
+// What OXVideoDevice publishes, in the order of publication, which introspection shows: one table a
+// group. Names, order, texts and examples are an interface and stay as they are, slips included.
 #include <oxvalue/detail/publication.h>
 #include "oxvisionvideoinput.h"
 #include "texts.h"
@@ -11,7 +12,7 @@ using Name = const std::string&;
 using Int = const int&;
 using Value = const OXValue&;
 using Floats = std::vector<float>;
-// Flags of the methods that return pointers valid in the same process, or take them back.
+// The flags of methods that return a pointer, valid in the same process only, or release it.
 constexpr int kSameProcess = 4;
 
 using Row = OXPublication<Device>;
@@ -242,7 +243,7 @@ Publications multiSettings() {
   };
 }
 
-// The texts are those of the singular methods, also where they speak of one image.
+// The texts are those of the singular methods, also where they mention one image.
 Publications multiImages() {
   const Row::Text name{"name", texts::kName};
   return {

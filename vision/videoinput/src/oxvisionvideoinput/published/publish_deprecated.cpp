@@ -1,5 +1,6 @@
-// The vocabulary of older clients: one active camera for the whole device, V.I.M. for the device,
-// G.V.M. for a subscriber.
+// What older clients call: one active camera for the whole device, V.I.M. for the device, G.V.M.
+// for a subscriber. Published after the current methods; order and texts are an interface, slips
+// included.
 #include <oxvalue/detail/publication.h>
 #include "oxvisionvideoinput.h"
 #include "texts.h"
@@ -135,7 +136,7 @@ Publications simulator() {
        .description = texts::kExpectedDescription,
        .method = operation<Device, OXValue>(&Device::getExpectedImageParameters),
        .result = {"param", texts::kExpectedParameters}},
-      // The words of the method above: clients know them so.
+      // The text of the method above: clients know it so.
       {.name = "setSimCamInputSize",
        .description = texts::kExpectedDescription,
        .method = operation(&Device::setSimCamInputSize),

@@ -1,5 +1,5 @@
-/// The texts of the published interface that more than one publication uses, as introspection
-/// shows them. Clients' documentation quotes them: their slips stay.
+/// The texts that more than one publication uses, as introspection shows them. The documentation of
+/// clients quotes them: slips stay.
 #pragma once
 
 namespace OX::texts {

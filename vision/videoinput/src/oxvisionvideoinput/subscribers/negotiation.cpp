@@ -1,5 +1,5 @@
-// What a camera runs at: the highest resolution and frame rate that any subscriber asks for. A
-// change of the camera restarts its grabber, so it is made only where a wish decides.
+// What a camera runs at: the highest resolution and frame rate that any subscriber asks for. A new
+// resolution restarts the grabber, so the camera is changed only if a wish decides.
 #include <algorithm>
 
 #include <oxframework/oxclock.h>
@@ -11,8 +11,8 @@
 namespace OX {
 namespace {
 
-constexpr int kFloorFrameRate = 5;
-// A raw buffer that another writer has is waited for one second at most: the lock is held.
+constexpr int kMinCameraFrameRate = 5;
+// One second at most for a raw buffer that another writer has: the lock is held meanwhile.
 constexpr int kWriterPasses = 2000;
 constexpr unsigned int kWriterPassUs = 500;
 
@@ -30,17 +30,17 @@ bool OXVisionVideoInput::xUpdateParam(const int& pCameraIndex) {
   if (!camera) return true;
   if (fVisionModules.empty()) {
     // Written straight into the camera: the restart applies it.
-    if (camera->fFrameRate == kFloorFrameRate && camera->fResolution == fDefaultResolution)
+    if (camera->fFrameRate == kMinCameraFrameRate && camera->fResolution == fDefaultResolution)
       return true;
     xStopFrameGrabber(pCameraIndex);
     camera->fResolution = static_cast<std::int8_t>(fDefaultResolution);
-    camera->fFrameRate = kFloorFrameRate;
+    camera->fFrameRate = kMinCameraFrameRate;
     xStartFrameGrabber(pCameraIndex);
     return true;
   }
-  // Every subscriber counts for every camera, also for one that it does not use.
+  // Every subscriber counts for every camera, even one that it does not use.
   int resolution = fDefaultResolution;
-  int frameRate = kFloorFrameRate;
+  int frameRate = kMinCameraFrameRate;
   for (const auto& [id, subscriber] : fVisionModules) {
     resolution = std::max<int>(resolution, subscriber->wish(pCameraIndex).fResolution);
     frameRate = std::max<int>(frameRate, subscriber->fFrameRate);
@@ -66,14 +66,14 @@ bool OXVisionVideoInput::xUpdateParam(const int& pCameraIndex) {
   return true;
 }
 
-// The camera may come down if this subscriber was the one who kept it high.
+// A wish equal to what the camera runs at may be the one that keeps it there.
 void OXVisionVideoInput::xLowerCamera(const Claim& pClaim) {
   if (pClaim.wish.fResolution == pClaim.camera.fResolution ||
       pClaim.subscriber->fFrameRate == pClaim.camera.fFrameRate)
     xUpdateParam(pClaim.index);
 }
 
-// The camera follows when the new wish is its highest, or the old one was.
+// The camera follows if the new wish is the highest, or the old one was.
 bool OXVisionVideoInput::xFollowChange(int pCamera, int pOld, int pNew, int pReal) {
   if (pNew > pReal || (pNew < pReal && pOld == pReal)) return xUpdateParam(pCamera);
   return true;

@@ -1,4 +1,6 @@
-// Camera parameters: a thin layer over the driver, which decides what a parameter means.
+// Camera parameters: a thin layer over the driver, which decides what a parameter means and which
+// cameras it accepts. Indices are therefore passed on unchecked, and no subscriber's wish changes:
+// the next negotiation may undo what is set here.
 #include <oxframework/oxdefinitions.h>
 #include <oxframework/oxlog.h>
 #include "oxvisionvideoinput.h"
@@ -16,7 +18,7 @@ constexpr report::SubscriberTexts kSetOne{
 constexpr report::SubscriberTexts kDefaultOne{
     "setCameraParameterToDefault", "setCameraParameterToDefault()", "SetCameraParameterToDefault(",
     "Multi stream module can't call this method, use setCamerasParameterToDefault instead"};
-// The three plural texts begin alike: clients know them so.
+// The three plural texts all name getCamerasParameter: clients know them so.
 constexpr report::SubscriberTexts kGetAll{
     "getCamerasParameter", "getCamerasParameter()", "getCamerasParameter(",
     "Mono stream module can't call this method, use getCameraParameter instead"};

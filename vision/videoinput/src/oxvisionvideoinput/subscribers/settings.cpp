@@ -1,4 +1,6 @@
-// What a subscriber may change of its wishes while it is subscribed, and what it may ask of them.
+// The settings of a mono-stream subscriber, and the frame rate of any. A change waits for a held
+// image, whose buffer it may reformat. The wait is a loop of short sleeps without the lock, which
+// the release needs; each pass looks everything up again, because the subscriber may be gone.
 #include <functional>
 
 #include <oxframework/oxclock.h>
@@ -9,7 +11,7 @@
 namespace OX {
 namespace {
 
-constexpr int kReleasePasses = 100000;  // of 50 us: the 5 s of the message
+constexpr int kReleasePasses = 100000;  // of 50 us: the 5 s in the record
 constexpr unsigned int kReleasePassUs = 50;
 
 constexpr report::SubscriberTexts kSetResolution{
@@ -23,7 +25,7 @@ constexpr report::SubscriberTexts kSetFrameRate{"setFrameRate", "setFrameRate()"
 constexpr report::SubscriberTexts kSetActiveCamera{
     "setActiveCamera", "setActiveCamera()", "setActiveCamera(",
     "Multi stream module can't call this method use setActiveCameras instead"};
-// The two names that begin with a capital, one of them another operation's, are what clients know.
+// Two of the names begin with a capital, and one is another operation's: clients know them so.
 constexpr report::SubscriberTexts kGetResolution{
     "getResolution", "getResolution()", "GetActiveCamera(",
     "Multi stream module can't call this method, use getResolutions instead"};
@@ -38,22 +40,23 @@ constexpr report::SubscriberTexts kGetActiveCamera{
 
 }  // namespace
 
-/// One of the setters that wait for a held image.
+/// A change of one of the settings that wait for a held image.
 struct OXVisionVideoInput::SettingChange {
   const report::SubscriberTexts& texts;
   Family family;
   const char* invalidText;
   const char* whatChanges;  ///< "resolution", for the record of a change
-  const char* giveUpEnd;    ///< after the text of a wait that was given up
+  const char* timeoutEnd;   ///< ends the record of a wait that timed out
   int newValue;
   std::function<bool(int)> isValid;  ///< on a camera
   std::function<int(const Claim&)> oldValue;
-  std::function<bool(const Claim&, int)> apply;  ///< from the old value
+  std::function<bool(const Claim&, int)> apply;  ///< is passed the old value
 };
 
 bool OXVisionVideoInput::xChangeSetting(const std::string& pId, const SettingChange& pChange,
                                         OXSourceLocation pWhere) {
   {
+    // Misuse throws first, without having kept readers out.
     const OXCriticalSectionRead lock(fVisionModulesLock);
     xSubscriber(pId, pChange.family, pChange.texts, pWhere);
   }
@@ -74,7 +77,7 @@ bool OXVisionVideoInput::xChangeSetting(const std::string& pId, const SettingCha
   report::log(ki::log::kError, pChange.texts.function,
               report::text(": ", pChange.texts.function, "(", pId,
                            "), video module didn't release the image for 5s",
-                           ", so cancel the modification!", pChange.giveUpEnd));
+                           ", so cancel the modification!", pChange.timeoutEnd));
   return false;
 }
 
@@ -83,7 +86,7 @@ bool OXVisionVideoInput::setResolution(const std::string& pId, const int& pResol
     if (pClaim.subscriber->fIsRecording) xCloseVideo(pClaim.subscriber);
     pClaim.wish.fResolution = static_cast<std::uint8_t>(pResolution);
     OXImage* const image = xImageToReformat(pClaim, pOld, pClaim.wish.fColorSpace);
-    if (!image) return true;
+    if (!image) return true;  // the wish counts, but the camera does not follow: clients know it so
     image->setResolution(pResolution);
     return xFollowChange(pClaim.index, pOld, pResolution, pClaim.camera.fResolution);
   };

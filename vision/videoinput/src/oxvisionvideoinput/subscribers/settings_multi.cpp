@@ -1,4 +1,5 @@
-// The settings of a subscriber with several streams: lists in the order of its cameras.
+// The settings of a multi-stream subscriber: lists in the order of its cameras. Each stream changes
+// or fails by itself, and nothing waits for a held image: the results say which streams changed.
 #include <algorithm>
 
 #include <oxframework/oxlog.h>
@@ -16,7 +17,7 @@ constexpr report::SubscriberTexts kSetResolutions{
 constexpr report::SubscriberTexts kSetColorSpaces{
     "setColorSpaces", "setColorSpaces()", "setColorSpaces(",
     "Mono stream module can't call this method, use setColorSpace instead", kListMiddle};
-// Its second lookup speaks of the other operation: clients know the text so.
+// Its second look-up names the other operation: clients know the text so.
 constexpr report::SubscriberTexts kSetColorSpacesAgain{
     "setColorSpaces", "setColorSpaces()", "setResolutions(",
     "Mono stream module can't call this method, use setColorSpace instead", kListMiddle};
@@ -43,8 +44,8 @@ std::string wrongLength(const char* pWhat, const std::string& pId, std::size_t p
 
 }  // namespace
 
-// Unlike setResolution this searches a free buffer of the new size, and brings the camera up or
-// down before the new value is stored, so that the camera lags one change behind. Both on purpose.
+// Unlike setResolution this searches for a free buffer of the new size, and updates the camera
+// before the new value is stored, so that the camera is one change late. Both on purpose.
 OXValue OXVisionVideoInput::setResolutions(const std::string& pId, const OXValue& pResolutions) {
   const std::vector<int> values = pResolutions.toIntVector();
   {
@@ -124,13 +125,14 @@ OXValue OXVisionVideoInput::setActiveCameras(const std::string& pId,
       report::fail(getName(), kSetActiveCameras.function, kSetActiveCameras.method,
                    "setActiveCameras(" + pId + ", ...) : invalid Camera index");
 
-  // Images that are still held are not waited for.
+  // Held images are taken back and not waited for. The buffers on the old cameras are removed
+  // before new ones are made, and the cameras are updated when the new list is stored.
   xReleaseAllConverted(subscriber);
   const std::vector<int> oldCameras = subscriber->fActiveCameras;
   for (const int camera : oldCameras) {
     const Claim claim = xClaim(subscriber, camera);
     xLowerCamera(claim);
-    xTakeBuffers(claim);
+    xRemoveBuffers(claim);
   }
   std::vector<int> results;
   for (const int camera : cameras) {
@@ -149,7 +151,7 @@ OXValue OXVisionVideoInput::getActiveCameras(const std::string& pId) {
   return OXValue(xSubscriber(pId, Family::Multi, kGetActiveCameras)->fActiveCameras);
 }
 
-// These two read by position in the list, and not by the camera at that position: on purpose.
+// The next two read by position in the list, and not by the camera at that position: on purpose.
 OXValue OXVisionVideoInput::getResolutions(const std::string& pId) {
   const OXCriticalSectionRead lock(fVisionModulesLock);
   const auto& subscriber = xSubscriber(pId, Family::Multi, kGetResolutions);

@@ -1,4 +1,6 @@
-// Who subscribes, under which id, and how one goes.
+// Subscribing and unsubscribing. A subscriber in the map has a wish for every camera of the device,
+// and a pair of buffers on each camera where fHasBuffers says so: the pools hold exactly those
+// pairs, which is why a lack of memory must leave none behind.
 #include <algorithm>
 #include <boost/make_shared.hpp>
 #include <new>
@@ -14,12 +16,12 @@ namespace OX {
 namespace {
 
 constexpr int kMinFrameRate = 5;
-constexpr int kMaxFrameRate = 255;  // what the record's byte holds
+constexpr int kMaxFrameRate = 255;  // the record has a byte
 constexpr int kInstances = 8;       // of one name
-constexpr int kLeavePasses = 20000;
-constexpr unsigned int kLeavePassUs = 500;
+constexpr int kUnsubscribePasses = 20000;
+constexpr unsigned int kUnsubscribePassUs = 500;
 
-// A list as messages show it: every entry followed by a blank.
+// A list as the messages show it: every entry followed by a blank.
 std::string listText(const std::vector<int>& pNumbers) {
   std::string list;
   for (const int number : pNumbers) list += std::to_string(number) + " ";
@@ -104,9 +106,10 @@ void OXVisionVideoInput::xStartForSubscriber(int pCamera, int pResolution, int p
     report::raise(getName(), pMethod, "Could not launch the startFrameGrabber function.");
 }
 
-// All or nothing: without memory for every buffer the subscription fails and none are left over.
-void OXVisionVideoInput::xMakeBuffers(VisionModuleInfo& pSubscriber,
-                                      const std::vector<int>& pCameras, const char* pMethod) {
+// All or nothing: without memory for every buffer, the subscription fails and those that were made
+// are removed. They are the last of their pools, since the lock is held.
+void OXVisionVideoInput::xCreateBuffers(VisionModuleInfo& pSubscriber,
+                                        const std::vector<int>& pCameras, const char* pMethod) {
   for (std::size_t made = 0; made < pCameras.size(); ++made) {
     RequestedCameraProperties& wish = pSubscriber.wish(pCameras[made]);
     wish.fHasBuffers =
@@ -117,7 +120,7 @@ void OXVisionVideoInput::xMakeBuffers(VisionModuleInfo& pSubscriber,
       camera.fImageBuffers.pop_back();
       camera.fRawBuffers.pop_back();
     }
-    pSubscriber.fHasLeft = true;
+    pSubscriber.fIsUnsubscribed = true;
     fVisionModules.erase(std::string(pSubscriber.fName));
     report::raise(getName(), pMethod, "Memory allocation failed.");
   }
@@ -140,7 +143,7 @@ std::string OXVisionVideoInput::subscribeCamera(const std::string& pName, const 
   }
   const int camera = pCameraIndex < 0 ? fActiveCamera.load() : pCameraIndex;
   if (!xIsResolutionValid(pResolution, camera)) {
-    // The camera's present resolution, as a raw character: that is the text that clients know.
+    // The camera's current resolution, as a raw character: clients know the text so.
     const RealCameraProperties* const real = xCamera(camera);
     xFailSubscription(kMethod, pName,
                       report::text(pResolution, " is an invalid Resolution; ",
@@ -160,7 +163,7 @@ std::string OXVisionVideoInput::subscribeCamera(const std::string& pName, const 
   xStartForSubscriber(camera, pResolution, frameRate, kMethod);
   std::vector<int> all;
   for (int i = 0; i < fNbCameras; ++i) all.push_back(i);
-  xMakeBuffers(*subscriber, all, kMethod);
+  xCreateBuffers(*subscriber, all, kMethod);
   subscriber->fActiveCamera = std::max(pCameraIndex, -1);
   return id;
 }
@@ -232,11 +235,11 @@ std::string OXVisionVideoInput::subscribeCameras(const std::string& pName,
     xStartForSubscriber(cameras[i], resolutions[i], frameRate, kMethod);
   }
   subscriber->fActiveCamera = cameras.front();
-  xMakeBuffers(*subscriber, cameras, kMethod);
+  xCreateBuffers(*subscriber, cameras, kMethod);
   return id;
 }
 
-void OXVisionVideoInput::xTakeBuffers(const Claim& pClaim) {
+void OXVisionVideoInput::xRemoveBuffers(const Claim& pClaim) {
   pClaim.subscriber->fActiveCamera = pClaim.index;
   if (!pClaim.wish.fHasBuffers) return;
   pClaim.wish.fHasBuffers = false;
@@ -244,30 +247,30 @@ void OXVisionVideoInput::xTakeBuffers(const Claim& pClaim) {
   xFindAndEraseTheOldestBuffer(pClaim.camera.fRawBuffers);
 }
 
-void OXVisionVideoInput::xLeaveMono(const boost::shared_ptr<VisionModuleInfo>& pSubscriber,
-                                    int pCamera) {
+void OXVisionVideoInput::xUnsubscribeMono(const boost::shared_ptr<VisionModuleInfo>& pSubscriber,
+                                          int pCamera) {
   fRetired.clear();
   xReleaseAllConverted(pSubscriber);
   if (pSubscriber->fIsRecording) xCloseVideo(pSubscriber);
-  for (int i = 0; i < fNbCameras; ++i) xTakeBuffers(xClaim(pSubscriber, i));
+  for (int i = 0; i < fNbCameras; ++i) xRemoveBuffers(xClaim(pSubscriber, i));
   if (xCamera(pCamera)) xLowerCamera(xClaim(pSubscriber, pCamera));
 }
 
-void OXVisionVideoInput::xLeaveMulti(const boost::shared_ptr<VisionModuleInfo>& pSubscriber) {
+void OXVisionVideoInput::xUnsubscribeMulti(const boost::shared_ptr<VisionModuleInfo>& pSubscriber) {
   fRetired.clear();
   xReleaseAllConverted(pSubscriber);
   for (const int camera : pSubscriber->fActiveCameras) {
     const Claim claim = xClaim(pSubscriber, camera);
     xLowerCamera(claim);
-    xTakeBuffers(claim);
+    xRemoveBuffers(claim);
   }
 }
 
 void OXVisionVideoInput::unsubscribe(const std::string& pId) {
-  // When the caller holds the lock already nobody could release meanwhile: no use in waiting.
+  // If the caller holds the lock already, nobody can release meanwhile: waiting would be in vain.
   const bool mayWait = !fVisionModulesLock->isHeldForWriting();
-  for (int passesLeft = kLeavePasses; passesLeft > 0; --passesLeft) {
-    if (passesLeft < kLeavePasses) ki::os::usleep(kLeavePassUs);
+  for (int passesLeft = kUnsubscribePasses; passesLeft > 0; --passesLeft) {
+    if (passesLeft < kUnsubscribePasses) ki::os::usleep(kUnsubscribePassUs);
     const OXCriticalSectionWrite lock(fVisionModulesLock);
     const auto* const found = xFind(pId);
     if (!found)
@@ -285,10 +288,10 @@ void OXVisionVideoInput::unsubscribe(const std::string& pId) {
     }
     if (holds && mayWait) continue;
     if (subscriber->fIsMultiStream)
-      xLeaveMulti(subscriber);
+      xUnsubscribeMulti(subscriber);
     else
-      xLeaveMono(subscriber, camera);
-    subscriber->fHasLeft = true;
+      xUnsubscribeMono(subscriber, camera);
+    subscriber->fIsUnsubscribed = true;
     fVisionModules.erase(pId);
     return;
   }
@@ -296,7 +299,7 @@ void OXVisionVideoInput::unsubscribe(const std::string& pId) {
 }
 
 void OXVisionVideoInput::unsubscribeAllInstances(const std::string& pName) {
-  constexpr int kLastSuffix = kInstances - 1;  // the eighth instance stays: clients rely on it
+  constexpr int kLastSuffix = kInstances - 1;  // the eighth one stays: clients rely on it
   const OXCriticalSectionWrite lock(fVisionModulesLock);
   if (fVisionModules.count(pName)) unsubscribe(pName);
   for (int n = 2; n <= kLastSuffix; ++n) {
@@ -307,6 +310,7 @@ void OXVisionVideoInput::unsubscribeAllInstances(const std::string& pName) {
 
 void OXVisionVideoInput::onClientDisconnected(const std::string& pEventName, const OXValue& pValue,
                                               const std::string& /*pSubscriberId*/) {
+  // Only this client is cleaned up after: all others keep their subscriptions.
   if (pEventName != "ClientDisconnected") return;
   if (pValue.toString() != "Gestura") return;
   {
