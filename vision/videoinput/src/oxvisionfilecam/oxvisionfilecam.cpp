@@ -1,5 +1,5 @@
-// Construction and destruction: one camera, and a ring of frames with room for any format, so that
-// a replay allocates nothing.
+// Construction and destruction: one camera, and a ring of frames with storage for any format, so
+// that a replay allocates nothing. The format is a default until a file is selected.
 #include "oxvisionfilecam.h"
 
 #include <boost/make_shared.hpp>

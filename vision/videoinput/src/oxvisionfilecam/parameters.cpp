@@ -1,4 +1,5 @@
-// A recording has parameters for reading only: setting one is accepted and changes nothing.
+// A recording has parameters for reading only. Setting one is accepted and changes nothing, so that
+// negotiation can treat every camera alike.
 #include <oxframework/oxdefinitions.h>
 #include <oxframework/oxerror.h>
 #include "oxvisionfilecam.h"

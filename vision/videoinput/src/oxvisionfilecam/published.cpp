@@ -1,5 +1,5 @@
-// What a file camera publishes beside the device's own methods, and the choice of the file. Clients
-// know the texts as they are, slips included.
+// What a file camera publishes besides the device's own methods, and how it selects its file. The
+// texts are an interface and stay as they are, slips included.
 #include <boost/filesystem/operations.hpp>
 
 #include <oxframework/oxdefinitions.h>
@@ -63,7 +63,7 @@ void OXVisionFileCam::xBindFileMethods() {
            .description = "BETA - Ask for the position of the current image.",
            .method = operation(&Camera::getCurrentImageNumber),
            .result = {"return", "Returns the index of the current image."}},
-          // Three parameters, of which two are described.
+          // It has three parameters, of which two are described: clients know it so.
           {.name = "setParam",
            .description = "Sets the value of a specific parameter for the video source.",
            .method = operation<OXVisionVideoInput, void, const int&, const int&, const int&>(
@@ -96,7 +96,7 @@ void OXVisionFileCam::setVideo(const std::string& pFilePath, const OXValue& pRan
     log(ki::log::kError, "setVideo", pFilePath + " file doesn't exist. Return!");
     return;
   }
-  // What can fail comes before anything is stored.
+  // What can fail comes first, so that a failure changes nothing.
   std::int64_t first = 0;
   std::int64_t last = INT32_MAX;
   if (pRange.isArray() && pRange.getSize() == 2) {
@@ -112,6 +112,7 @@ void OXVisionFileCam::setVideo(const std::string& pFilePath, const OXValue& pRan
   fLastImage = last;
   fCurrentImage = first;
   xReadVideo();
+  // The file is opened only to learn its format: the grabber opens it again.
   const bool known = pStreamNumber >= 0 && pStreamNumber < fVideo.getNumberOfStreams();
   const OXVideoStream stream = known ? fVideo.getStream(pStreamNumber) : OXVideoStream();
   RealCameraProperties& camera = *xCamera(fActiveCamera);

@@ -1,10 +1,12 @@
-// What a subscriber may ask of a replayed recording: nothing larger than what was recorded.
+// What a subscriber may ask of a replayed recording: nothing larger than what was recorded, since
+// frames are only reduced.
 #include <oxframework/oxdefinitions.h>
 #include "oxvisionfilecam.h"
 #include "records.h"
 
 namespace OX {
-// An unknown camera passes: the subscription that asks about it says so in its own words.
+
+// An unknown camera passes: the subscription that asks reports it in its own words.
 bool OXVisionFileCam::xIsResolutionValid(int pResolution, int pCamera) const {
   const RealCameraProperties* const camera = xCamera(pCamera);
   return !camera || (pResolution >= 0 && pResolution <= camera->fResolution);

@@ -1,5 +1,6 @@
-// How a subscriber gets the newest pushed frame: converted once, lent without a copy, given back.
-// All of it runs with fVisionModulesLock held for writing.
+// Converts the newest pushed frame, once for all subscribers, and lends the result without a copy.
+// Conversion is left to the first request, since most pushed frames are never asked for. All of it
+// runs with fVisionModulesLock held for writing, which guards the read counts of the frames.
 #include <oxframework/oxclock.h>
 #include <oxframework/oxdefinitions.h>
 #include <oxframework/oxlog.h>
@@ -31,6 +32,8 @@ constexpr LendingTexts kTexts{kSimulatorCategory, "): ", "xReleaseDirectRawImage
 
 }  // namespace
 
+// Polled, because a push wakes nobody. The lock that is held meanwhile keeps out other requests,
+// but not the push that ends the wait.
 bool OXVisionSimulatorCam::xWaitForFirstFrame(const CameraDriverBuffer& pStore,
                                               const std::string& pId) {
   for (int pass = 0; pass < kFirstFramePasses && pStore.fLastInputBuffer == -1; ++pass)
@@ -41,7 +44,7 @@ bool OXVisionSimulatorCam::xWaitForFirstFrame(const CameraDriverBuffer& pStore,
   return false;
 }
 
-// From a pushed RGB frame to a YUV422 frame of the camera's resolution.
+// Converts a pushed RGB frame to a YUV422 frame of the camera's resolution.
 bool OXVisionSimulatorCam::xReSize(const RealCameraProperties& pCamera,
                                    const CameraDriverBuffer& pStore, const OXImage& pSource,
                                    OXImage& pTarget) {
@@ -52,8 +55,8 @@ bool OXVisionSimulatorCam::xReSize(const RealCameraProperties& pCamera,
     resampling::rgbToYuv422(pSource.fData, width, height, pTarget.fData);
     return true;
   }
-  // The target size is that of the device's active camera, not of pCamera: on purpose. Where the
-  // two differ the diagonal is reached, which is refused.
+  // The target size is that of the device's active camera, not of pCamera: on purpose. If that
+  // makes source and target equal in size, the frame is refused.
   const RealCameraProperties* const active = xCamera(fActiveCamera);
   const int out = active ? active->fResolution.load() : -1;
   if (in < kQQVGA || in > k4VGA) {
@@ -73,7 +76,8 @@ bool OXVisionSimulatorCam::xReSize(const RealCameraProperties& pCamera,
              : resampling::overSample(1 << (out - in), width, height, pSource.fData, pTarget.fData);
 }
 
-// fMutex covers this and nothing else: the comparison of stamps lets one conversion serve all.
+// fMutex is held for this and nothing else. A converted frame with the time stamp of the newest
+// pushed one is that frame, so one conversion serves all.
 int OXVisionSimulatorCam::xMakeRawFrame(const Claim& pClaim, CameraDriverBuffer& pStore,
                                         const char* pOperation) {
   const std::string& id = pClaim.subscriber->fName;
@@ -153,6 +157,7 @@ bool OXVisionSimulatorCam::xReleaseDirectRawImageDeep(const std::string& pId,
   return xReleaseFrame(pId, pCameraIndex, kTexts);
 }
 
+// The buffer's stamp is cleared too: it must not pass for a young frame without pixels.
 void OXVisionSimulatorCam::xReturnRawSource(int, OXVisionBuffer& pBuffer) {
   pBuffer.fImage->fTimeStamp = -1;
   if (pBuffer.fRawSource) --static_cast<OXVisionBuffer*>(pBuffer.fRawSource.get())->fReadLockCount;

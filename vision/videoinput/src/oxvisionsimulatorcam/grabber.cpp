@@ -1,4 +1,5 @@
-// Opening and closing a simulated camera, which has no device: only its frames change.
+// Opens and closes a simulated camera. There is no hardware: opening only gives the frames the
+// camera's resolution and forgets what was pushed before.
 #include "delivery/grabber.h"
 
 #include <oxframework/oxdefinitions.h>
@@ -28,8 +29,8 @@ bool OXVisionSimulatorCam::xStopFrameGrabber(const int& pCameraIndex) {
                   [&]() OX_REQUIRES(fVisionModulesLock) { return xCloseDevice(pCameraIndex); });
 }
 
-// A frame pushed before the opening is no longer offered. fLastDriverBuffer stays: the old raw
-// frame is the reference that the next pushed one differs from.
+// A frame pushed before the opening is no longer offered. fLastDriverBuffer stays: the next pushed
+// frame is told from the last converted one by its time stamp.
 bool OXVisionSimulatorCam::xOpenDevice(int pCamera) {
   CameraDriverBuffer& store = *xStore(pCamera);
   const int resolution = xCamera(pCamera)->fResolution;

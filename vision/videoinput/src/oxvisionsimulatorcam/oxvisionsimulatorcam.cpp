@@ -1,5 +1,5 @@
-// Construction and destruction: two cameras, each with frames for the largest format from the
-// start, so that no later format needs another allocation.
+// Construction and destruction: two cameras, whose frames have storage for the largest format from
+// the start, so that no later format needs another allocation.
 #include <boost/make_shared.hpp>
 
 #include <oxframework/oxdefinitions.h>
@@ -10,7 +10,7 @@ namespace OX {
 namespace {
 
 constexpr int kDriverBuffers = 4;
-constexpr int kInputBuffers = 2;
+constexpr int kInputBuffers = 2;  // the newest, and the one that is written next
 constexpr int kCameras = 2;
 
 boost::shared_ptr<RealCameraProperties> makeCamera() {
@@ -29,9 +29,9 @@ boost::shared_ptr<RealCameraProperties> makeCamera() {
 CameraDriverBuffer::CameraDriverBuffer() : fMutex(OXMutex::createOXMutex()) {
   for (int i = 0; i < kDriverBuffers; ++i) {
     fDriverBuffers.push_back(boost::make_shared<OXVisionBuffer>(k4VGA, kYUV422, false));
-    fDriverBuffers.back()->fImage->fTimeStamp = -1;
+    fDriverBuffers.back()->fImage->fTimeStamp = -1;  // no pushed frame has this stamp
   }
-  // A frame is as large as fInputResolution says, from the start.
+  // In the resolution that a push without a declared size has: fInputResolution's initial value.
   for (int i = 0; i < kInputBuffers; ++i)
     fInputBuffers.push_back(boost::make_shared<OXVisionBuffer>(fInputResolution, kRGB, false));
 }

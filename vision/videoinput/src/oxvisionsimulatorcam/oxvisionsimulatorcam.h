@@ -1,4 +1,4 @@
-/// Two cameras without hardware: a simulator pushes RGB frames in, subscribers draw images out.
+/// Two cameras without hardware: a simulator pushes RGB frames, subscribers take images.
 #pragma once
 
 #include <string>
@@ -9,11 +9,13 @@
 
 namespace OX {
 
-/// A pushed frame waits until a subscriber asks; it is then converted once, on that subscriber's
-/// thread, and shared. A push wakes nobody, and one that nobody asked for is overwritten two
-/// pushes later.
+/// A pushed frame is kept until a subscriber asks; it is then converted once, on that subscriber's
+/// thread, and shared. A push wakes nobody, and a frame that nobody asked for is overwritten two
+/// pushes later. The broker owns the module; public operations are thread-safe and described in
+/// ivideoinput.h.
 ///
-/// Locks: fVisionModulesLock first, then fParametersLock, then fMutex of a camera.
+/// Locks: fVisionModulesLock first, then fParametersLock, which is held while a parameter is set,
+/// then fMutex of a camera. putImage takes only the last: a push waits for a conversion at most.
 class OXVisionSimulatorCam final : public OXSingleton<OXVisionSimulatorCam>,
                                    public OXVisionVideoInput {
  public:
@@ -68,18 +70,19 @@ class OXVisionSimulatorCam final : public OXSingleton<OXVisionSimulatorCam>,
   bool xPutImage(const OXValue& pImage, CameraDriverBuffer& pStore) OX_REQUIRES(pStore.fMutex);
   bool xSetSimCamInputSize(const int& pWidth, const int& pHeight, CameraDriverBuffer& pStore)
       OX_REQUIRES(pStore.fMutex);
-  /// The pixels to copy; null, after a record, when they are refused.
+  /// The pixels to copy, borrowed from pImage; null when they are refused.
   const void* xAcceptedPixels(const OXValue& pImage, const CameraDriverBuffer& pStore) const
       OX_REQUIRES(pStore.fMutex);
   /// Null for a camera that does not exist.
   boost::shared_ptr<CameraDriverBuffer> xStore(int pCameraIndex) const;
 
   // --- acquisition.cpp ---
-  /// False where the sizes allow no resampling.
+  /// False if the sizes allow no resampling.
   bool xReSize(const RealCameraProperties& pCamera, const CameraDriverBuffer& pStore,
                const OXImage& pSource, OXImage& pTarget) OX_REQUIRES(pStore.fMutex);
+  /// Waits up to a second; false, after a record, if no frame was pushed.
   bool xWaitForFirstFrame(const CameraDriverBuffer& pStore, const std::string& pId);
-  /// The index of the newest frame, converted, with its count raised; -1 after a record.
+  /// The index of the newest frame, converted, with its read count raised; -1 if it can't be had.
   int xMakeRawFrame(const Claim& pClaim, CameraDriverBuffer& pStore, const char* pOperation)
       OX_REQUIRES(fVisionModulesLock);
 
@@ -92,7 +95,7 @@ class OXVisionSimulatorCam final : public OXSingleton<OXVisionSimulatorCam>,
   std::vector<boost::shared_ptr<CameraDriverBuffer>> fCameraDriverBuffers;  ///< one a camera
 };
 
-/// The category of most of the simulator's records; a few go to others, as their places say.
+/// The category of most of the simulator's records; a few use others, which clients filter by.
 inline constexpr const char* kSimulatorCategory = "vision.oxvisionsimulatorcam";
 
 }  // namespace OX

@@ -1,5 +1,5 @@
 // Parameters of the simulated cameras. Three can be set: resolution, frame rate and the active
-// camera; a new resolution is applied by a restart of the grabber.
+// camera. A new resolution is applied by restarting the grabber, which reformats the frames.
 #include <oxframework/oxclock.h>
 #include <oxframework/oxdefinitions.h>
 #include <oxframework/oxerror.h>
@@ -13,8 +13,8 @@ namespace {
 constexpr int kDefaultFrameRate = 5;
 constexpr unsigned int kSettleUs = 1;
 
-// The next of the four rates that the cameras know.
-int knownFrameRate(int pFrameRate) {
+// The next higher one of the four rates that the cameras have, or the highest.
+int supportedFrameRate(int pFrameRate) {
   if (pFrameRate > 15) return 30;
   if (pFrameRate > 10) return 15;
   return pFrameRate > 5 ? 10 : 5;
@@ -53,7 +53,7 @@ bool OXVisionSimulatorCam::xSetParam(int pCameraIndex, int pParam, int pValue, b
       return xSetResolutionParam(pCameraIndex, pSetDefault ? fDefaultResolution : pValue);
     case kCameraFrameRateID:
       return xSetFrameRateParam(pCameraIndex,
-                                pSetDefault ? kDefaultFrameRate : knownFrameRate(pValue));
+                                pSetDefault ? kDefaultFrameRate : supportedFrameRate(pValue));
     case kCameraSelectID:
       return xSelectCamera(pCameraIndex, pSetDefault ? 0 : pValue);
     default:
@@ -70,7 +70,7 @@ bool OXVisionSimulatorCam::xSetResolutionParam(int pCameraIndex, int pValue) {
   }
   RealCameraProperties& camera = xParameterCamera(pCameraIndex, "setParam()");
   if (pValue == camera.fResolution) return true;
-  // The restart applies it, also to a camera that was stopped, which runs then.
+  // The restart applies it, also to a camera that was stopped, which runs afterwards.
   const OXCriticalSection lock(fParametersLock);
   xStopFrameGrabber(pCameraIndex);
   camera.fResolution = static_cast<std::int8_t>(pValue);
@@ -87,8 +87,8 @@ bool OXVisionSimulatorCam::xSetFrameRateParam(int pCameraIndex, int pValue) {
   return true;
 }
 
-// The index one past the last camera passes: a client can park the device there. Everything that
-// follows the active camera goes through xCamera.
+// The index one past the last camera is accepted, and makes no camera active: clients rely on it.
+// Everything that follows the active camera therefore goes through xCamera.
 bool OXVisionSimulatorCam::xSelectCamera(int pCameraIndex, int pValue) {
   if (pValue < 0 || pValue > fNbCameras)
     throw OXError("Camera", "setParam()", "Invalid camera parameter input reference.", "", 0);

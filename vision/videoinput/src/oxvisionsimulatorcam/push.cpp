@@ -1,5 +1,6 @@
-// Frames pushed by a simulator. A push copies and returns: it wakes nobody, and the conversion is
-// left to the first subscriber who asks, so frames that nobody wants cost one copy.
+// Frames pushed by a simulator. A push copies the frame and returns: it wakes nobody and converts
+// nothing, so a frame that nobody asks for costs one copy. The camera's fMutex is held from the
+// check of the size to the end of the copy: no other push can declare another size in between.
 #include <atomic>
 #include <cstring>
 
@@ -17,7 +18,7 @@ bool refuse(const char* pFunction, const std::string& pText) {
   return false;
 }
 
-// Low 32 bits of seconds and microseconds, as signed numbers.
+// From the low 32 bits of seconds and microseconds, as signed numbers: clients know such stamps.
 std::int64_t stampOf(const ::timeval& pTime) {
   return std::int64_t{static_cast<std::int32_t>(pTime.tv_sec)} * 1000000 +
          static_cast<std::int32_t>(pTime.tv_usec);
@@ -78,8 +79,8 @@ bool OXVisionSimulatorCam::xSetSimCamInputSize(const int& pWidth, const int& pHe
   return true;
 }
 
-// A binary must have exactly the declared size. A string is only measured against the longest one
-// that was accepted so far, by any camera, and against the room there is. Null is a refusal.
+// A binary must have exactly the declared size. A string, as old clients send it, is only compared
+// with the longest one that any camera has accepted so far, and with the storage there is.
 const void* OXVisionSimulatorCam::xAcceptedPixels(const OXValue& pImage,
                                                   const CameraDriverBuffer& pStore) const {
   static std::atomic<std::uint32_t> maxReceivedData{0};
@@ -107,7 +108,7 @@ const void* OXVisionSimulatorCam::xAcceptedPixels(const OXValue& pImage,
 }
 
 bool OXVisionSimulatorCam::xPutImage(const OXValue& pImage, CameraDriverBuffer& pStore) {
-  // First of all, so that the stamp is the moment of arrival and not of the end of the copy.
+  // First, so that the stamp is the moment of arrival and not the end of the copy.
   ::timeval arrival{};
   ki::os::gettimeofday(&arrival);
   const void* const pixels = xAcceptedPixels(pImage, pStore);

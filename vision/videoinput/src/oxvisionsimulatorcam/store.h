@@ -12,9 +12,9 @@
 namespace OX {
 
 /// Two sets of frames, all with storage for the largest format: what a simulator pushed (RGB), and
-/// what was converted of it for subscribers (YUV422). fMutex guards the writing into both.
-/// fDriverBuffers' read counts say how many subscribers a frame is lent to; a frame with none may
-/// be rewritten. They change with fVisionModulesLock held for writing.
+/// what was converted from it for subscribers (YUV422). fMutex guards writing to both. The read
+/// counts in fDriverBuffers say how many subscribers a frame is lent to; a frame with none may be
+/// overwritten. They change with fVisionModulesLock held for writing.
 struct CameraDriverBuffer {
   CameraDriverBuffer();
 
@@ -23,7 +23,7 @@ struct CameraDriverBuffer {
   std::vector<boost::shared_ptr<OXVisionBuffer>> fInputBuffers;   ///< 2 pushed frames
   /// The newest converted frame; -1: none yet.
   int fLastDriverBuffer OX_GUARDED_BY(fMutex) = -1;
-  /// Of the frames that are pushed, whatever the camera's own is.
+  /// The resolution of pushed frames, whatever the camera's own is.
   int fInputResolution OX_GUARDED_BY(fMutex) = 0;
   /// The newest complete pushed frame; -1: none since the opening. Polled without fMutex.
   std::atomic<int> fLastInputBuffer{-1};

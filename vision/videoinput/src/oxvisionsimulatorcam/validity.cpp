@@ -1,4 +1,5 @@
-// What a subscriber may ask of a simulated camera. Read without a lock: nothing here changes.
+// What a subscriber may ask of a simulated camera. Takes no lock, since only the camera's model is
+// read, which never changes: subscriptions are checked before they wait for anything.
 #include <oxframework/oxdefinitions.h>
 #include <oxframework/oxlog.h>
 #include "oxvisionsimulatorcam.h"
@@ -11,7 +12,7 @@ constexpr int kMaxFrameRate = 30;
 
 }  // namespace
 
-// An unknown camera passes: the subscription that asks about it says so in its own words.
+// An unknown camera passes: the subscription that asks reports it in its own words.
 bool OXVisionSimulatorCam::xIsResolutionValid(int pResolution, int pCamera) const {
   const RealCameraProperties* const camera = xCamera(pCamera);
   if (!camera) return true;
