@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "peers.h"
+#include "peers/peers.h"
 #include "pixels/colour/kernels.h"
 #include "pixels/resample/resampling.h"
 #include "pixels/simd/levels.h"

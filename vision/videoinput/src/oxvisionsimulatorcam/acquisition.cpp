@@ -76,7 +76,7 @@ bool OXVisionSimulatorCam::xReSize(const RealCameraProperties& pCamera,
              : resampling::overSample(1 << (out - in), width, height, pSource.fData, pTarget.fData);
 }
 
-// fMutex is held for this and nothing else. A converted frame with the time stamp of the newest
+// Of a request, only this holds fMutex. A converted frame with the time stamp of the newest
 // pushed one is that frame, so one conversion serves all.
 int OXVisionSimulatorCam::xMakeRawFrame(const Claim& pClaim, CameraDriverBuffer& pStore,
                                         const char* pOperation) {

@@ -87,7 +87,7 @@ class OXVisionVideoInput : public OXModule, public IVideoInput {
   std::string subscribeCameras(const std::string& pName, const OXValue& pCameraIndexes,
                                const OXValue& pResolutions, const OXValue& pColorSpaces,
                                const int& pFps) override;
-  // --- subscribers/settings_multi.cpp ---
+  // --- subscribers/multisettings.cpp ---
   OXValue getActiveCameras(const std::string& pId) override;
   OXValue setActiveCameras(const std::string& pId, const OXValue& pCameraIndices) override;
   OXValue getResolutions(const std::string& pId) override;
@@ -457,7 +457,7 @@ class OXVisionVideoInput : public OXModule, public IVideoInput {
   bool xFollowChange(int pCamera, int pOld, int pNew, int pReal) OX_REQUIRES(fVisionModulesLock);
   /// Updates the camera if the claim's subscriber may be the one that keeps it high.
   void xLowerCamera(const Claim& pClaim) OX_REQUIRES(fVisionModulesLock);
-  // --- subscribers/settings_multi.cpp ---
+  // --- subscribers/multisettings.cpp ---
   bool xSetStreamResolution(const Claim& pClaim, int pResolution) OX_REQUIRES(fVisionModulesLock);
   bool xSetStreamColorSpace(const Claim& pClaim, int pColorSpace) OX_REQUIRES(fVisionModulesLock);
 
@@ -469,7 +469,7 @@ class OXVisionVideoInput : public OXModule, public IVideoInput {
   void xRecord(const boost::shared_ptr<VisionModuleInfo>& pSubscriber, const OXImage& pRawImage,
                bool pApplyPatch) OX_REQUIRES(fVisionModulesLock);
 
-  // --- published/publish.cpp, published/publish_deprecated.cpp ---
+  // --- published/publish.cpp, published/publishdeprecated.cpp ---
   void xBindMethods();
   void xBindDeprecatedMethods();
 

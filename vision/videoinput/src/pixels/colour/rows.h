@@ -1,5 +1,5 @@
 /// Row kernels: what kernels.cpp converts a frame with, one table for each instruction set.
-/// rows_scalar.cpp states the rules; rows_vector.cpp gives the same bytes faster.
+/// scalarrows.cpp states the rules; vectorrows.cpp gives the same bytes faster.
 #pragma once
 
 #include <cstddef>
@@ -40,7 +40,7 @@ struct RowKernels {
 /// The plain loops.
 const RowKernels& plainRows();
 
-/// The vector forms of the instruction set in use, see levels.h.
+/// The vector forms of the instruction set in use, see simd/levels.h.
 const RowKernels& vectorRows();
 
 }  // namespace OX::kernels

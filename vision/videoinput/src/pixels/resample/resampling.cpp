@@ -4,7 +4,7 @@
 #include <cstddef>
 
 #include "pixels/simd/levels.h"
-#include "resampling_rows.h"
+#include "resamplingrows.h"
 
 namespace OX::resampling {
 namespace {

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <atomic>
 
-#include "vector_targets.h"
+#include "vectortargets.h"
 // After the targets.
 #include <hwy/highway.h>
 

@@ -1,17 +1,17 @@
 // The vector forms of the resampler, compiled once for each instruction set; the best one is chosen
 // at run time.
-#include "pixels/simd/vector_targets.h"
+#include "pixels/simd/vectortargets.h"
 // After the targets.
 #undef HWY_TARGET_INCLUDE
-#define HWY_TARGET_INCLUDE "pixels/resample/resampling_vector.cpp"
+#define HWY_TARGET_INCLUDE "pixels/resample/vectorresampling.cpp"
 #include <hwy/foreach_target.h>
 #include <hwy/highway.h>
 
-#include "resampling_rows.h"
+#include "resamplingrows.h"
 
 // Highway's fallback for other processors has no vectors worth the name.
 #if HWY_TARGET <= HWY_SSE4
-#include "resampling_load-inl.h"
+#include "resamplingload-inl.h"
 #endif
 
 HWY_BEFORE_NAMESPACE();

@@ -1,8 +1,8 @@
 // The vector forms, compiled once for each instruction set; the best one is chosen at run time.
-#include "pixels/simd/vector_targets.h"
+#include "pixels/simd/vectortargets.h"
 // After the targets.
 #undef HWY_TARGET_INCLUDE
-#define HWY_TARGET_INCLUDE "pixels/colour/rows_vector.cpp"
+#define HWY_TARGET_INCLUDE "pixels/colour/vectorrows.cpp"
 #include <hwy/foreach_target.h>
 #include <hwy/highway.h>
 
@@ -10,9 +10,9 @@
 
 // Highway's fallback for other processors has no vectors worth the name.
 #if HWY_TARGET <= HWY_SSE4
-#include "rows_hue-inl.h"
-#include "rows_luma-inl.h"
-#include "rows_rgb-inl.h"
+#include "huerows-inl.h"
+#include "lumarows-inl.h"
+#include "rgbrows-inl.h"
 #endif
 
 HWY_BEFORE_NAMESPACE();

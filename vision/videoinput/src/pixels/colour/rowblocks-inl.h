@@ -1,14 +1,14 @@
 // How a block of macro-pixels is carried over the rows of a frame, for each instruction set.
-#if defined(OX_VECTOR_ROWS_INL_H) == defined(HWY_TARGET_TOGGLE)
-#ifdef OX_VECTOR_ROWS_INL_H
-#undef OX_VECTOR_ROWS_INL_H
+#if defined(OX_ROWBLOCKS_INL_H) == defined(HWY_TARGET_TOGGLE)
+#ifdef OX_ROWBLOCKS_INL_H
+#undef OX_ROWBLOCKS_INL_H
 #else
-#define OX_VECTOR_ROWS_INL_H
+#define OX_ROWBLOCKS_INL_H
 #endif
 
 #include <algorithm>
 
-#include "pixels/simd/vector_steps-inl.h"
+#include "pixels/simd/vectorsteps-inl.h"
 #include "rows.h"
 
 HWY_BEFORE_NAMESPACE();
@@ -81,4 +81,4 @@ void convertRows(const Rows& pRows, RowsKernel* pPlain) {
 }  // namespace OX
 HWY_AFTER_NAMESPACE();
 
-#endif  // OX_VECTOR_ROWS_INL_H
+#endif  // OX_ROWBLOCKS_INL_H

@@ -1,14 +1,14 @@
 // The formats that only move bytes: kYuv, kYUV422, kYYCbCr and kYUV.
-#if defined(OX_ROWS_LUMA_INL_H) == defined(HWY_TARGET_TOGGLE)
-#ifdef OX_ROWS_LUMA_INL_H
-#undef OX_ROWS_LUMA_INL_H
+#if defined(OX_LUMAROWS_INL_H) == defined(HWY_TARGET_TOGGLE)
+#ifdef OX_LUMAROWS_INL_H
+#undef OX_LUMAROWS_INL_H
 #else
-#define OX_ROWS_LUMA_INL_H
+#define OX_LUMAROWS_INL_H
 #endif
 
-#include "pixels/simd/vector_pixels-inl.h"
+#include "pixels/simd/vectorpixels-inl.h"
+#include "rowblocks-inl.h"
 #include "rows.h"
-#include "vector_rows-inl.h"
 
 HWY_BEFORE_NAMESPACE();
 #if OX_USES_VNNI
@@ -140,4 +140,4 @@ void rowsToYUV(const Rows& pRows) { convertRows<YUVBlock>(pRows, plainRows().toY
 }  // namespace OX
 HWY_AFTER_NAMESPACE();
 
-#endif  // OX_ROWS_LUMA_INL_H
+#endif  // OX_LUMAROWS_INL_H

@@ -4,17 +4,17 @@
 // (VBMI) the first holds the first half of them, in order. Without, shuffles stay in 16-byte lanes,
 // so each lane gets eight macro-pixels in a row: four in the first vector, four in the second.
 // The arithmetic between works on single elements and does not see the difference.
-#if defined(OX_VECTOR_PIXELS_INL_H) == defined(HWY_TARGET_TOGGLE)
-#ifdef OX_VECTOR_PIXELS_INL_H
-#undef OX_VECTOR_PIXELS_INL_H
+#if defined(OX_VECTORPIXELS_INL_H) == defined(HWY_TARGET_TOGGLE)
+#ifdef OX_VECTORPIXELS_INL_H
+#undef OX_VECTORPIXELS_INL_H
 #else
-#define OX_VECTOR_PIXELS_INL_H
+#define OX_VECTORPIXELS_INL_H
 #endif
 
 #include <array>
 #include <utility>
 
-#include "vector_steps-inl.h"
+#include "vectorsteps-inl.h"
 
 HWY_BEFORE_NAMESPACE();
 #if OX_USES_VNNI
@@ -260,4 +260,4 @@ class ThreeBytesBlock {
 }  // namespace OX
 HWY_AFTER_NAMESPACE();
 
-#endif  // OX_VECTOR_PIXELS_INL_H
+#endif  // OX_VECTORPIXELS_INL_H

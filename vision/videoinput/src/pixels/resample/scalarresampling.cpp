@@ -2,7 +2,7 @@
 // file bit for bit and hand it what fills no vector.
 #include <cstddef>
 
-#include "resampling_rows.h"
+#include "resamplingrows.h"
 
 namespace OX::resampling {
 namespace {

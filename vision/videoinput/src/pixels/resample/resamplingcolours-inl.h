@@ -4,14 +4,14 @@
 // 129 in the luma is more than a signed byte, so it is shared out. The sums with their offsets stay
 // below 2^16 and the wanted value is their upper byte. Chroma is computed as its complement,
 // because the processor's mean of bytes rounds up and ours must round down.
-#if defined(OX_RESAMPLING_COLOURS_INL_H) == defined(HWY_TARGET_TOGGLE)
-#ifdef OX_RESAMPLING_COLOURS_INL_H
-#undef OX_RESAMPLING_COLOURS_INL_H
+#if defined(OX_RESAMPLINGCOLOURS_INL_H) == defined(HWY_TARGET_TOGGLE)
+#ifdef OX_RESAMPLINGCOLOURS_INL_H
+#undef OX_RESAMPLINGCOLOURS_INL_H
 #else
-#define OX_RESAMPLING_COLOURS_INL_H
+#define OX_RESAMPLINGCOLOURS_INL_H
 #endif
 
-#include "pixels/simd/vector_steps-inl.h"
+#include "pixels/simd/vectorsteps-inl.h"
 
 HWY_BEFORE_NAMESPACE();
 #if OX_USES_VNNI
@@ -151,4 +151,4 @@ class Converter {
 }  // namespace OX
 HWY_AFTER_NAMESPACE();
 
-#endif  // OX_RESAMPLING_COLOURS_INL_H
+#endif  // OX_RESAMPLINGCOLOURS_INL_H

@@ -1,13 +1,13 @@
 // Division of small integers in lanes, exact, without floating point: factor * n / d, truncated,
 // for 0 <= n <= d < 2^18 and factors below 256.
-#if defined(OX_VECTOR_DIVISION_INL_H) == defined(HWY_TARGET_TOGGLE)
-#ifdef OX_VECTOR_DIVISION_INL_H
-#undef OX_VECTOR_DIVISION_INL_H
+#if defined(OX_VECTORDIVISION_INL_H) == defined(HWY_TARGET_TOGGLE)
+#ifdef OX_VECTORDIVISION_INL_H
+#undef OX_VECTORDIVISION_INL_H
 #else
-#define OX_VECTOR_DIVISION_INL_H
+#define OX_VECTORDIVISION_INL_H
 #endif
 
-#include "vector_steps-inl.h"
+#include "vectorsteps-inl.h"
 
 HWY_BEFORE_NAMESPACE();
 #if OX_USES_VNNI
@@ -164,4 +164,4 @@ class Division {
 }  // namespace OX
 HWY_AFTER_NAMESPACE();
 
-#endif  // OX_VECTOR_DIVISION_INL_H
+#endif  // OX_VECTORDIVISION_INL_H

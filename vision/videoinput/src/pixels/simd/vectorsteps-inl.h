@@ -1,11 +1,11 @@
 // Small steps that kernels and resampler are built of, beyond Highway's own: instructions that
 // Highway has no name for, and ways of loading that never leave the frame. Included once for each
 // instruction set.
-#if defined(OX_VECTOR_STEPS_INL_H) == defined(HWY_TARGET_TOGGLE)
-#ifdef OX_VECTOR_STEPS_INL_H
-#undef OX_VECTOR_STEPS_INL_H
+#if defined(OX_VECTORSTEPS_INL_H) == defined(HWY_TARGET_TOGGLE)
+#ifdef OX_VECTORSTEPS_INL_H
+#undef OX_VECTORSTEPS_INL_H
 #else
-#define OX_VECTOR_STEPS_INL_H
+#define OX_VECTORSTEPS_INL_H
 #endif
 
 #include <hwy/highway.h>
@@ -224,4 +224,4 @@ HWY_INLINE U8 oddLanes(U8 pLow, U8 pHigh) {
 }  // namespace OX
 HWY_AFTER_NAMESPACE();
 
-#endif  // OX_VECTOR_STEPS_INL_H
+#endif  // OX_VECTORSTEPS_INL_H

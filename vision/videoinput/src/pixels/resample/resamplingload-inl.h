@@ -1,16 +1,16 @@
 // Loading RGB pixels that lie side by side or apart. A pixel that lies apart is loaded with the
 // byte behind it: who calls leaves the last one of a row to the plain loop.
-#if defined(OX_RESAMPLING_LOAD_INL_H) == defined(HWY_TARGET_TOGGLE)
-#ifdef OX_RESAMPLING_LOAD_INL_H
-#undef OX_RESAMPLING_LOAD_INL_H
+#if defined(OX_RESAMPLINGLOAD_INL_H) == defined(HWY_TARGET_TOGGLE)
+#ifdef OX_RESAMPLINGLOAD_INL_H
+#undef OX_RESAMPLINGLOAD_INL_H
 #else
-#define OX_RESAMPLING_LOAD_INL_H
+#define OX_RESAMPLINGLOAD_INL_H
 #endif
 
 #include <array>
 #include <utility>
 
-#include "resampling_colours-inl.h"
+#include "resamplingcolours-inl.h"
 
 HWY_BEFORE_NAMESPACE();
 #if OX_USES_VNNI
@@ -206,4 +206,4 @@ class PairLoader {
 }  // namespace OX
 HWY_AFTER_NAMESPACE();
 
-#endif  // OX_RESAMPLING_LOAD_INL_H
+#endif  // OX_RESAMPLINGLOAD_INL_H

@@ -5,16 +5,16 @@
 // green and blue, also (floor(149 * (Y - 16) / 2) + chroma / 4) >> 6. Sums that leave 16 bits
 // saturate: those are far below 0 or above 255 << 7, which is clamped. The exhaustive test covers
 // every combination.
-#if defined(OX_ROWS_RGB_INL_H) == defined(HWY_TARGET_TOGGLE)
-#ifdef OX_ROWS_RGB_INL_H
-#undef OX_ROWS_RGB_INL_H
+#if defined(OX_RGBROWS_INL_H) == defined(HWY_TARGET_TOGGLE)
+#ifdef OX_RGBROWS_INL_H
+#undef OX_RGBROWS_INL_H
 #else
-#define OX_ROWS_RGB_INL_H
+#define OX_RGBROWS_INL_H
 #endif
 
-#include "pixels/simd/vector_pixels-inl.h"
+#include "pixels/simd/vectorpixels-inl.h"
+#include "rowblocks-inl.h"
 #include "rows.h"
-#include "vector_rows-inl.h"
 
 HWY_BEFORE_NAMESPACE();
 #if OX_USES_VNNI
@@ -106,4 +106,4 @@ void rowsToBGR(const Rows& pRows) {
 }  // namespace OX
 HWY_AFTER_NAMESPACE();
 
-#endif  // OX_ROWS_RGB_INL_H
+#endif  // OX_RGBROWS_INL_H

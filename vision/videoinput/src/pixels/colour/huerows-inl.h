@@ -5,17 +5,17 @@
 // 85 * rest / (2 * range), where rest is the middle one less the smallest, turned to the sector
 // that the order of the three gives. Two terms are equal only for grey, where all three are, so the
 // order is never in doubt. All divisions are of the form factor * n / d with n <= d.
-#if defined(OX_ROWS_HUE_INL_H) == defined(HWY_TARGET_TOGGLE)
-#ifdef OX_ROWS_HUE_INL_H
-#undef OX_ROWS_HUE_INL_H
+#if defined(OX_HUEROWS_INL_H) == defined(HWY_TARGET_TOGGLE)
+#ifdef OX_HUEROWS_INL_H
+#undef OX_HUEROWS_INL_H
 #else
-#define OX_ROWS_HUE_INL_H
+#define OX_HUEROWS_INL_H
 #endif
 
-#include "pixels/simd/vector_division-inl.h"
-#include "pixels/simd/vector_pixels-inl.h"
+#include "pixels/simd/vectordivision-inl.h"
+#include "pixels/simd/vectorpixels-inl.h"
+#include "rowblocks-inl.h"
 #include "rows.h"
-#include "vector_rows-inl.h"
 
 HWY_BEFORE_NAMESPACE();
 #if OX_USES_VNNI
@@ -314,4 +314,4 @@ void rowsToH2RGB(const Rows& pRows) {
 }  // namespace OX
 HWY_AFTER_NAMESPACE();
 
-#endif  // OX_ROWS_HUE_INL_H
+#endif  // OX_HUEROWS_INL_H

@@ -1,5 +1,5 @@
-/// Row kernels of the resampler, one table for each instruction set. resampling_scalar.cpp states
-/// the rules; resampling_vector.cpp gives the same bytes faster.
+/// Row kernels of the resampler, one table for each instruction set. scalarresampling.cpp states
+/// the rules; vectorresampling.cpp gives the same bytes faster.
 #pragma once
 
 #include <cstddef>
@@ -37,7 +37,7 @@ inline void repeatRow(unsigned char* pFirst, std::ptrdiff_t pBytes, int pRatio) 
 /// The plain loops.
 const RowKernels& plainRows();
 
-/// The vector forms of the instruction set in use, see kernels/levels.h.
+/// The vector forms of the instruction set in use, see simd/levels.h.
 const RowKernels& vectorRows();
 
 }  // namespace OX::resampling
