@@ -21,8 +21,6 @@ struct OXSourceLocation {
     return {pFile, pLine};
   }
 };
-  }
-};
 
 /// Says which module and operation failed, why, and where. Thrown by value, usually by
 /// raiseError(). Crosses the wire as a map of its fields and is rebuilt on the caller's side.

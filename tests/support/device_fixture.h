@@ -11,70 +11,12 @@
 #include <oxframework/oxdefinitions.h>
 #include <oxframework/oxservices.h>
 #include "capture_log.h"
+#include "device_probe.h"
 #include "fake_clock.h"
 #include "outcome.h"
 #include "oxvisionsimulatorcam.h"
-#include "records.h"
 
 namespace OX {
-
-/// Looks at the counters of a device. Takes no lock: call it while no other thread does anything.
-class DeviceProbe {
- public:
-  explicit DeviceProbe(const OXVisionSimulatorCam& pDevice) : fDevice(pDevice) {}
-
-  const RealCameraProperties& camera(int pIndex) const { return *fDevice.xCamera(pIndex); }
-  const CameraDriverBuffer& store(int pIndex) const { return *fDevice.xStore(pIndex); }
-  const std::map<std::string, boost::shared_ptr<VisionModuleInfo>>& modules() const {
-    return fDevice.fVisionModules;
-  }
-  int cameras() const { return fDevice.fNbCameras; }
-
-  /// "converted/raw" pool sizes of all cameras: "1/1 1/1".
-  std::string pools() const {
-    std::string text;
-    for (int i = 0; i < cameras(); ++i)
-      text += (i ? " " : "") + std::to_string(camera(i).fImageBuffers.size()) + "/" +
-              std::to_string(camera(i).fRawBuffers.size());
-    return text;
-  }
-
-  /// What is wrong with the counters while nobody is inside the device; empty when all is well.
-  std::string complaints() const {
-    std::string text;
-    std::map<const OXVisionBuffer*, int> holds;
-    for (const auto& [id, module] : modules())
-      for (const auto& wish : module->fRequestedProperties)
-        if (wish->fLockedImage) ++holds[wish->fLockedImage.get()];
-    for (int i = 0; i < cameras(); ++i) {
-      if (camera(i).fImageBuffers.size() != camera(i).fRawBuffers.size())
-        text += "pools differ: " + pools() + "; ";
-      int lent = 0;
-      for (const auto* pool : {&camera(i).fImageBuffers, &camera(i).fRawBuffers})
-        for (const auto& buffer : *pool) {
-          if (buffer->fReadLockCount != holds[buffer.get()] || buffer->fWriteLockCount != 0)
-            text += "a buffer of camera " + std::to_string(i) + " is read " +
-                    std::to_string(buffer->fReadLockCount) + " times, held " +
-                    std::to_string(holds[buffer.get()]) + " times; ";
-          if (buffer->fRawSource) ++lent;
-        }
-      int frames = 0;
-      for (const auto& frame : store(i).fDriverBuffers) frames += frame->fReadLockCount;
-      if (frames < lent) text += "a lent frame of camera " + std::to_string(i) + " is not counted";
-    }
-    return text;
-  }
-
-  /// Frames of a camera that count as lent.
-  int lentFrames(int pCamera) const {
-    int frames = 0;
-    for (const auto& frame : store(pCamera).fDriverBuffers) frames += frame->fReadLockCount;
-    return frames;
-  }
-
- private:
-  const OXVisionSimulatorCam& fDevice;
-};
 
 namespace test {
 

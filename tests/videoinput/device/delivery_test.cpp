@@ -5,6 +5,7 @@
 #include <fstream>
 
 #include "pixels/colour/kernels.h"
+#include "subscriberrecord.h"
 #include "support/allocations.h"
 #include "support/device_fixture.h"
 

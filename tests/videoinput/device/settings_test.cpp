@@ -1,4 +1,6 @@
 // What a subscriber may change of its wishes, and how the camera follows: whole paths.
+#include "camerarecord.h"
+#include "subscriberrecord.h"
 #include "support/device_fixture.h"
 
 namespace OX::test {

@@ -1,4 +1,5 @@
 // Who subscribes, under which id, what is refused, and how one goes.
+#include "camerarecord.h"
 #include "support/device_fixture.h"
 
 namespace OX::test {

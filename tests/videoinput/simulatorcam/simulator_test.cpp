@@ -1,5 +1,6 @@
 // The simulator's cameras: what may be pushed, what is lent, parameters, and a device whose active
 // camera does not exist.
+#include "camerarecord.h"
 #include "support/device_fixture.h"
 
 namespace OX::test {

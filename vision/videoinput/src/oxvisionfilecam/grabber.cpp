@@ -7,8 +7,8 @@
 #include <oxframework/oxclock.h>
 #include <oxframework/oxerror.h>
 #include <oxframework/oxlog.h>
+#include "camerarecord.h"
 #include "oxvisionfilecam.h"
-#include "records.h"
 
 namespace OX {
 namespace {

@@ -5,13 +5,13 @@
 #include <boost/make_shared.hpp>
 
 #include <oxframework/oxdefinitions.h>
-#include "records.h"
+#include "camerarecord.h"
 
 namespace OX {
 namespace {
 
 boost::shared_ptr<RealCameraProperties> makeCamera() {
-  const auto camera = boost::make_shared<RealCameraProperties>();
+  auto camera = boost::make_shared<RealCameraProperties>();
   setSizeFromResolution(kQVGA, camera->fWidth, camera->fHeight);
   camera->fResolution = kQVGA;
   camera->fColorSpace = kYUV422;

@@ -2,8 +2,8 @@
 // negotiation can treat every camera alike.
 #include <oxframework/oxdefinitions.h>
 #include <oxframework/oxerror.h>
+#include "camerarecord.h"
 #include "oxvisionfilecam.h"
-#include "records.h"
 
 namespace OX {
 

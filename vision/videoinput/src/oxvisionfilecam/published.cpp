@@ -5,8 +5,8 @@
 #include <oxframework/oxdefinitions.h>
 #include <oxframework/oxlog.h>
 #include <oxvalue/detail/publication.h>
+#include "camerarecord.h"
 #include "oxvisionfilecam.h"
-#include "records.h"
 
 namespace OX {
 namespace {

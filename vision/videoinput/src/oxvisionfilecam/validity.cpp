@@ -1,8 +1,8 @@
 // What a subscriber may ask of a replayed recording: nothing larger than what was recorded, since
 // frames are only reduced.
 #include <oxframework/oxdefinitions.h>
+#include "camerarecord.h"
 #include "oxvisionfilecam.h"
-#include "records.h"
 
 namespace OX {
 

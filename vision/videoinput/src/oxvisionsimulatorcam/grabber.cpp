@@ -3,8 +3,8 @@
 #include "delivery/grabber.h"
 
 #include <oxframework/oxdefinitions.h>
+#include "camerarecord.h"
 #include "oxvisionsimulatorcam.h"
-#include "records.h"
 
 namespace OX {
 namespace {

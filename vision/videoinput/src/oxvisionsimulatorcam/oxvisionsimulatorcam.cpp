@@ -3,8 +3,8 @@
 #include <boost/make_shared.hpp>
 
 #include <oxframework/oxdefinitions.h>
+#include "camerarecord.h"
 #include "oxvisionsimulatorcam.h"
-#include "records.h"
 
 namespace OX {
 namespace {
@@ -14,7 +14,7 @@ constexpr int kInputBuffers = 2;  // the newest, and the one that is written nex
 constexpr int kCameras = 2;
 
 boost::shared_ptr<RealCameraProperties> makeCamera() {
-  const auto camera = boost::make_shared<RealCameraProperties>();
+  auto camera = boost::make_shared<RealCameraProperties>();
   camera->fResolution = kQVGA;
   setSizeFromResolution(kQVGA, camera->fWidth, camera->fHeight);
   camera->fCameraModel = kMT9M114;

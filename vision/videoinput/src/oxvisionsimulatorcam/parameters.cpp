@@ -4,8 +4,8 @@
 #include <oxframework/oxdefinitions.h>
 #include <oxframework/oxerror.h>
 #include <oxframework/oxlog.h>
+#include "camerarecord.h"
 #include "oxvisionsimulatorcam.h"
-#include "records.h"
 
 namespace OX {
 namespace {

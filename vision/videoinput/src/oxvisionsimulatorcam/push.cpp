@@ -7,8 +7,8 @@
 #include <oxframework/oxclock.h>
 #include <oxframework/oxdefinitions.h>
 #include <oxframework/oxlog.h>
+#include "camerarecord.h"
 #include "oxvisionsimulatorcam.h"
-#include "records.h"
 
 namespace OX {
 namespace {

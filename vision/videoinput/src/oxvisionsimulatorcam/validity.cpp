@@ -2,8 +2,8 @@
 // read, which never changes: subscriptions are checked before they wait for anything.
 #include <oxframework/oxdefinitions.h>
 #include <oxframework/oxlog.h>
+#include "camerarecord.h"
 #include "oxvisionsimulatorcam.h"
-#include "records.h"
 
 namespace OX {
 namespace {

@@ -3,8 +3,8 @@
 // one operation uses another one's.
 #include <oxframework/oxdefinitions.h>
 #include <oxframework/oxlog.h>
+#include "camerarecord.h"
 #include "oxvisionvideoinput.h"
-#include "records.h"
 
 namespace OX {
 namespace {

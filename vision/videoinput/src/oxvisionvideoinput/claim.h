@@ -4,7 +4,8 @@
 #include <boost/shared_ptr.hpp>
 #include <optional>
 
-#include "records.h"
+#include "camerarecord.h"
+#include "subscriberrecord.h"
 
 namespace OX {
 

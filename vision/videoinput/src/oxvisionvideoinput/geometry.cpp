@@ -1,9 +1,9 @@
 // Converts positions and sizes in an image to angles seen from the camera, and back. Takes no lock:
 // a camera's model, all that is read of it, is set at construction.
 #include <oxframework/oxdefinitions.h>
+#include "camerarecord.h"
 #include "lens.h"
 #include "oxvisionvideoinput.h"
-#include "records.h"
 
 namespace OX {
 namespace {

@@ -7,7 +7,7 @@
 #include "oxvisionvideoinput.h"
 #include "pixels/colour/kernels.h"
 #include "published/texts.h"
-#include "records.h"
+#include "subscriberrecord.h"
 
 namespace OX {
 

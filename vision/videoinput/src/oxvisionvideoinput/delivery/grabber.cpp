@@ -6,8 +6,8 @@
 #include <oxframework/oxclock.h>
 #include <oxframework/oxerror.h>
 #include <oxframework/oxlog.h>
+#include "camerarecord.h"
 #include "oxvisionvideoinput.h"
-#include "records.h"
 
 namespace OX {
 namespace {

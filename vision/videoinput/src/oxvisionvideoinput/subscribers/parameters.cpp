@@ -4,7 +4,7 @@
 #include <oxframework/oxdefinitions.h>
 #include <oxframework/oxlog.h>
 #include "oxvisionvideoinput.h"
-#include "records.h"
+#include "subscriberrecord.h"
 
 namespace OX {
 namespace {

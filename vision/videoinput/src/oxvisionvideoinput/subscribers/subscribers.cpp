@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <boost/make_shared.hpp>
 #include <new>
+#include <numeric>
 
 #include <oxframework/oxclock.h>
 #include <oxframework/oxdefinitions.h>
@@ -81,7 +82,7 @@ boost::shared_ptr<VisionModuleInfo> OXVisionVideoInput::xAddSubscriber(
   try {
     if (fVisionModules.size() >= static_cast<std::size_t>(std::max(fSubscriberLimit, 0)))
       throw std::bad_alloc();
-    const auto subscriber = boost::make_shared<VisionModuleInfo>();
+    auto subscriber = boost::make_shared<VisionModuleInfo>();
     subscriber->fName = pId;
     subscriber->fFrameRate = fitIntoRecord(pFrameRate, pMethod);
     for (int i = 0; i < fNbCameras; ++i) {
@@ -158,11 +159,11 @@ std::string OXVisionVideoInput::subscribeCamera(const std::string& pName, const 
     xFailSubscription(kMethod, pName, report::text(camera, "is not a valid camera index"), false);
 
   const OXCriticalSectionWrite lock(fVisionModulesLock);
-  const std::string id = xFindFreeId(pName, false);
+  std::string id = xFindFreeId(pName, false);
   const auto subscriber = xAddSubscriber(id, kMethod, frameRate, pResolution, pColorSpace);
   xStartForSubscriber(camera, pResolution, frameRate, kMethod);
-  std::vector<int> all;
-  for (int i = 0; i < fNbCameras; ++i) all.push_back(i);
+  std::vector<int> all(static_cast<std::size_t>(fNbCameras));
+  std::iota(all.begin(), all.end(), 0);
   xCreateBuffers(*subscriber, all, kMethod);
   subscriber->fActiveCamera = std::max(pCameraIndex, -1);
   return id;
@@ -223,7 +224,7 @@ std::string OXVisionVideoInput::subscribeCameras(const std::string& pName,
   xCheckStreams(pName, cameras, resolutions, colorSpaces);
 
   const OXCriticalSectionWrite lock(fVisionModulesLock);
-  const std::string id = xFindFreeId(pName, true);
+  std::string id = xFindFreeId(pName, true);
   const auto subscriber = xAddSubscriber(id, kMethod, frameRate, kQVGA, kYUV422);
   subscriber->fIsMultiStream = true;
   subscriber->fActiveCameras = cameras;

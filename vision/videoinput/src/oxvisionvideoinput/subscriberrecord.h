@@ -1,7 +1,6 @@
-/// The records that tie subscribers to cameras. Plain data under fVisionModulesLock.
+/// The records of a subscriber. Plain data under fVisionModulesLock.
 #pragma once
 
-#include <atomic>
 #include <boost/shared_ptr.hpp>
 #include <cstdint>
 #include <memory>
@@ -51,29 +50,6 @@ struct VisionModuleInfo {
   std::unique_ptr<OXVideo> fVideo;    ///< the open recording
   /// Set when it is removed from the map, for replies that still share the record.
   bool fIsUnsubscribed = false;
-};
-
-/// What a camera runs at, and its buffers. Created by the concrete camera's constructor.
-struct RealCameraProperties {
-  int fWidth = 0;   ///< pixels
-  int fHeight = 0;  ///< pixels
-  int fCameraModel = 0;
-  std::atomic<std::int8_t> fResolution{0};  ///< what it runs at; also read without the lock
-  std::uint8_t fColorSpace = 0;             ///< what it delivers
-  std::uint8_t fFrameRate = 0;              ///< what it runs at, images per second
-  std::atomic<int> fGrabberState{0};        ///< a GrabberState
-  int fBufferCount = 0;  ///< what kCameraBufferSizeID reads; nothing depends on it
-  std::vector<boost::shared_ptr<OXVisionBuffer>> fImageBuffers;  ///< converted images
-  std::vector<boost::shared_ptr<OXVisionBuffer>> fRawBuffers;    ///< raw images, as many
-};
-
-/// The states of a grabber, in an order that is relied on: up to kGrabberStopped it is off.
-enum GrabberState : int {
-  kGrabberFailed = -1,
-  kGrabberStopped = 0,
-  kGrabberOpening = 1,
-  kGrabberClosing = 2,
-  kGrabberRunning = 3,
 };
 
 }  // namespace OX
