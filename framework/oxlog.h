@@ -2,6 +2,12 @@
 ///
 /// Levels: 1 fatal, 2 error, 3 warning, 4 information, 5 verbose. Thread-safe. Sinks run on the
 /// thread that logs, one record at a time.
+///
+/// Nobody who logs waits for standard error: a thread of the log's own writes there. While nobody
+/// reads, some thousands of records are kept; further ones are dropped, and their number follows as
+/// a record. At exit, std::terminate and SIGABRT the process waits until the records are written,
+/// at most a second; handlers of the program's own for the latter two, set before the first record
+/// or later, take the place of the log's.
 #pragma once
 
 #include <boost/shared_ptr.hpp>
@@ -23,7 +29,7 @@ struct Record {
   int line;
 };
 
-/// Receives records. Called from any thread, one call at a time; must not log.
+/// Receives records. Called from any thread, one call at a time; must not log and must not fork.
 class OX_API Sink {
  public:
   virtual ~Sink();
@@ -34,8 +40,8 @@ class OX_API Sink {
 OX_API void addSink(const boost::shared_ptr<Sink>& pSink);
 OX_API void removeSink(const boost::shared_ptr<Sink>& pSink);
 
-/// The default sink writes records of this level and below to standard error (4 at the start);
-/// 0 silences it.
+/// Records of this level and below are also written to standard error (4 at the start); 0 silences
+/// it.
 OX_API void setLevel(int pLevel);
 
 /// Hands one record to all sinks. pFile may be empty.

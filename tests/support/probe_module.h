@@ -11,6 +11,7 @@
 
 #include <oxframework/oxbroker.h>
 #include <oxframework/oxerror.h>
+#include <oxframework/oxlog.h>
 #include <oxframework/oxmodule.h>
 #include <oxvalue/detail/oxfunctor.h>
 
@@ -22,6 +23,7 @@ class ProbeModule : public OXModule {
       : OXModule(std::move(pBroker), "Probe") {
     xPublish("echo", &ProbeModule::echo);
     xPublish("fail", &ProbeModule::fail);
+    xPublish("log", &ProbeModule::log);
     xPublish("make", &ProbeModule::make);
     xPublish("note", &ProbeModule::note);
     xPublish("hold", &ProbeModule::hold);
@@ -32,6 +34,10 @@ class ProbeModule : public OXModule {
 
   OXValue echo(const OXValue& pValue) { return pValue; }
   void fail(const std::string& pText) { throw OXError("Probe", "fail()", pText, "file", 7); }
+
+  void log(const std::string& pText) {
+    ki::log::log(ki::log::kError, "probe", pText, "", "log", 0);
+  }
 
   /// A binary of pSize bytes.
   OXValue make(int pSize) {

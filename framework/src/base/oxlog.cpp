@@ -1,59 +1,108 @@
-// Hands each record to all sinks under one lock, so that sinks see records in one order and need no
-// lock of their own. The default sink filters by level, not this: a sink that counts or forwards
-// records must see all of them.
+// Hands each record to the default writer and to all sinks under one lock, so that they see records
+// in one order and sinks need no lock of their own. The level filters for the writer only: a sink
+// that counts or forwards records must see all of them.
+//
+// The writer works on a thread of its own, so the end of the process waits for it, but not for
+// long: a standard error that nobody reads must not keep a process from ending.
 #include <oxframework/oxlog.h>
 
-#include <spdlog/sinks/stdout_color_sinks.h>
-#include <spdlog/spdlog.h>
+#include <pthread.h>
+#include <signal.h>
+#include <unistd.h>
 
 #include <atomic>
+#include <cerrno>
+#include <cstdlib>
+#include <exception>
+#include <utility>
 #include <vector>
 
 #include <oxframework/oxthreadsafety.h>
+#include "logwriter.h"
 
 namespace ki::log {
 namespace {
 
-/// Writes to standard error through spdlog.
-class DefaultSink : public Sink {
- public:
-  DefaultSink() : fLogger("ox", std::make_shared<spdlog::sinks::stderr_color_sink_mt>()) {
-    fLogger.set_level(spdlog::level::trace);
-    fLogger.set_pattern("%Y-%m-%d %H:%M:%S.%e %^%l%$ %v");
-    // Each record at once: the last ones before a crash are those that are needed.
-    fLogger.flush_on(spdlog::level::trace);
-  }
+constexpr std::chrono::milliseconds kEndWait(1000);
 
-  void write(const Record& pRecord) override {
-    if (pRecord.level > fLevel.load()) return;
-    fLogger.log(xLevel(pRecord.level), "{} {}: {}", pRecord.category, pRecord.function,
-                pRecord.message);
-  }
+/// Null until the first record. Apart from the registry, since the end of a process may find the
+/// registry locked.
+std::atomic<LogWriter*> gWriter{nullptr};
 
-  void setLevel(int pLevel) { fLevel.store(pLevel); }
+bool awaitWritten() noexcept {
+  const LogWriter* const writer = gWriter.load();
+  return !writer || writer->awaitWritten(kEndWait);
+}
 
- private:
-  static spdlog::level::level_enum xLevel(int pLevel) {
-    if (pLevel <= kFatal) return spdlog::level::critical;
-    if (pLevel == kError) return spdlog::level::err;
-    if (pLevel == kWarning) return spdlog::level::warn;
-    return pLevel == kInfo ? spdlog::level::info : spdlog::level::debug;
-  }
+/// After all destructors of a program's own static objects, which may log: this library is
+/// finalized after what depends on it.
+[[gnu::destructor]] void onExit() { awaitWritten(); }
 
-  spdlog::logger fLogger;
-  std::atomic<int> fLevel{kInfo};
-};
+/// abort() in this process, or the signal from another one.
+void onAbort(int) {
+  const int before = errno;
+  awaitWritten();
+  ::signal(SIGABRT, SIG_DFL);
+  // Blocked while its handler runs, so it takes effect when this returns: the dump of the process
+  // shows the thread that called abort().
+  ::raise(SIGABRT);
+  errno = before;
+}
+
+/// In place of the handler of the C++ library, which prints to standard error first and would wait
+/// there without end.
+[[noreturn]] void onTerminate() {
+  if (awaitWritten()) __gnu_cxx::__verbose_terminate_handler();
+  ::signal(SIGABRT, SIG_DFL);  // it has waited already
+  std::abort();
+}
+
+/// Handlers that the program has set before are left alone.
+void watchEnds() {
+  struct sigaction present {};
+  if (::sigaction(SIGABRT, nullptr, &present) == 0 && !(present.sa_flags & SA_SIGINFO) &&
+      present.sa_handler == SIG_DFL)
+    ::signal(SIGABRT, onAbort);
+  if (std::get_terminate() == __gnu_cxx::__verbose_terminate_handler)
+    std::set_terminate(onTerminate);
+}
 
 struct SinkRegistry {
   OX::detail::Mutex guard;
-  const boost::shared_ptr<DefaultSink> defaultSink{new DefaultSink};
-  std::vector<boost::shared_ptr<Sink>> sinks OX_GUARDED_BY(guard){defaultSink};
+  std::vector<boost::shared_ptr<Sink>> sinks OX_GUARDED_BY(guard);
+  std::atomic<int> level{kInfo};
 };
+
+SinkRegistry& registry();
+
+// A forked child has no writer's thread, and the records that are queued are its parent's: it gets
+// a writer of its own, and a lock that no thread of the parent holds.
+void beforeFork() OX_NO_THREAD_SAFETY_ANALYSIS { registry().guard.lock(); }
+void afterForkInParent() OX_NO_THREAD_SAFETY_ANALYSIS { registry().guard.unlock(); }
+void afterForkInChild() OX_NO_THREAD_SAFETY_ANALYSIS {
+  // The old one is left as it is: the thread that it waits for does not exist here.
+  gWriter = new LogWriter(STDERR_FILENO);
+  registry().guard.unlock();
+}
 
 // Never destroyed: modules may log until the very end of the process.
 SinkRegistry& registry() {
-  static auto* const instance = new SinkRegistry;
+  static auto* const instance = [] {
+    auto* const made = new SinkRegistry;
+    gWriter = new LogWriter(STDERR_FILENO);
+    ::pthread_atfork(beforeFork, afterForkInParent, afterForkInChild);
+    watchEnds();
+    return made;
+  }();
   return *instance;
+}
+
+std::string lineOf(const std::string& pCategory, const std::string& pFunction,
+                   const std::string& pMessage) {
+  std::string line;
+  line.reserve(pCategory.size() + pFunction.size() + pMessage.size() + 3);
+  line.append(pCategory).append(" ").append(pFunction).append(": ").append(pMessage);
+  return line;
 }
 
 }  // namespace
@@ -70,14 +119,19 @@ void removeSink(const boost::shared_ptr<Sink>& pSink) {
   std::erase(registry().sinks, pSink);
 }
 
-void setLevel(int pLevel) { registry().defaultSink->setLevel(pLevel); }
+void setLevel(int pLevel) { registry().level = pLevel; }
 
 void log(int pLevel, const std::string& pCategory, const std::string& pMessage,
          const std::string& pFile, const std::string& pFunction, int pLine) {
-  const Record record{pLevel, pCategory, pMessage, pFile, pFunction, pLine};
+  SinkRegistry& all = registry();
+  const bool shown = pLevel <= all.level.load();
+  std::string line = shown ? lineOf(pCategory, pFunction, pMessage) : std::string();
   // Sinks are called under the lock, so that after removeSink() no call to the sink is under way.
-  const OX::detail::MutexLock guard(registry().guard);
-  for (const auto& sink : registry().sinks) sink->write(record);
+  const OX::detail::MutexLock guard(all.guard);
+  if (shown) gWriter.load()->write(pLevel, std::move(line));
+  if (all.sinks.empty()) return;
+  const Record record{pLevel, pCategory, pMessage, pFile, pFunction, pLine};
+  for (const auto& sink : all.sinks) sink->write(record);
 }
 
 LogStream::LogStream(int pLevel, const std::string& pCategory, const std::string& pFile,
