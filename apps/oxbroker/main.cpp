@@ -8,6 +8,8 @@
 #include "options.h"
 
 int main(int pCount, char** pArguments) {
+  // Who reads the outputs may end before the daemon does (`oxbroker 2>&1 | head`).
+  std::signal(SIGPIPE, SIG_IGN);
   int status = OX::daemon::kDone;
   const auto options = OX::daemon::parseOptions(pCount, pArguments, std::cout, std::cerr, status);
   if (!options) return status;

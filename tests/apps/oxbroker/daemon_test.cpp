@@ -6,8 +6,12 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <chrono>
+#include <cstdio>
 #include <filesystem>
+#include <sstream>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <oxframework/oxremotebroker.h>
@@ -69,6 +73,17 @@ class Program {
 
   std::string restOfOutput() { return drain(fOut); }
   std::string errors() { return drain(fErr); }
+  /// What it has written to standard error, up to and including pText or the end of all.
+  std::string errorsUntil(const std::string& pText) {
+    std::string text;
+    for (char byte; !text.ends_with(pText) && ::read(fErr, &byte, 1) == 1;) text += byte;
+    return text;
+  }
+  /// As if whoever reads its outputs had ended.
+  void closeOutputs() {
+    ::close(std::exchange(fOut, -1));
+    ::close(std::exchange(fErr, -1));
+  }
   void signal(int pSignal) { ::kill(fProcess, pSignal); }
 
   /// Its status, or -signal.
@@ -147,6 +162,82 @@ TEST(Daemon, SurvivesClientsThatAreKilled) {
   daemon.signal(SIGTERM);
   EXPECT_EQ(daemon.wait(), 0);
   EXPECT_EQ(daemon.errors(), "");
+}
+
+/// Lets the probe log "record 0", "record 1" and so on. No call may take longer than pLimit.
+void logRecords(const std::string& pAddress, int pCount, std::chrono::milliseconds pLimit) {
+  const auto client = OXRemoteBroker::connect(pAddress);
+  client->setTimeout(pLimit);
+  for (int i = 0; i < pCount; ++i)
+    client->call("Probe", "log", OXValue::array("record " + std::to_string(i)));
+}
+
+/// The numbers of the records and of the dropped ones; -1 when one is out of order.
+std::pair<int, int> countRecords(const std::string& pErrors) {
+  std::istringstream lines(pErrors);
+  int written = 0, dropped = 0, last = -1;
+  for (std::string line; std::getline(lines, line);) {
+    int number = 0;
+    if (const auto at = line.find("probe log: record "); at != std::string::npos) {
+      number = std::stoi(line.substr(at + 18));
+      if (number <= last) return {-1, -1};
+      last = number;
+      ++written;
+    } else if (std::sscanf(line.c_str(), "%*s %*s warning ox.log write: %d records dropped",
+                           &number) == 1) {
+      dropped += number;
+    }
+  }
+  return {written, dropped};
+}
+
+TEST(Daemon, ServesWhileNobodyReadsItsErrors) {
+  constexpr int kRecords = 12000;  // more than the pipe and the queue can hold
+  Program daemon({"--load", OX_PROBE_LIBRARY, "--listen", "127.0.0.1:0", "--log-level", "2"});
+  const std::string address = addressOf(daemon.line());
+  ASSERT_NO_THROW(logRecords(address, kRecords, std::chrono::seconds(5)));
+  std::string errors = daemon.errorsUntil(" records dropped\n");
+  EXPECT_TRUE(errors.ends_with(" records dropped\n")) << "while it runs";
+  daemon.signal(SIGTERM);
+  errors += daemon.errors();
+  const auto [written, dropped] = countRecords(errors);
+  EXPECT_GT(written, 1000);
+  EXPECT_EQ(written + dropped, kRecords);
+  EXPECT_EQ(daemon.wait(), 0);
+}
+
+TEST(Daemon, EndsWithRecordsThatAreNotWrittenYet) {
+  constexpr int kRecords = 3000;  // more than the pipe can hold, and no more than the queue
+  const struct {
+    int signal;
+    bool reads;
+    int status;
+  } kCases[] = {
+      {SIGTERM, true, 0},
+      {SIGTERM, false, 0},
+      {SIGABRT, true, -SIGABRT},
+      {SIGABRT, false, -SIGABRT},
+  };
+  for (const auto& test : kCases) {
+    Program daemon({"--load", OX_PROBE_LIBRARY, "--listen", "127.0.0.1:0", "--log-level", "2"});
+    logRecords(addressOf(daemon.line()), kRecords, std::chrono::seconds(5));
+    daemon.signal(test.signal);
+    if (test.reads) {
+      EXPECT_EQ(countRecords(daemon.errors()), std::pair(kRecords, 0)) << test.signal;
+    }
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_EQ(daemon.wait(), test.status);
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(20)) << test.signal;
+  }
+}
+
+TEST(Daemon, SurvivesTheEndOfWhoReadsItsOutputs) {
+  Program daemon({"--load", OX_PROBE_LIBRARY, "--listen", "127.0.0.1:0", "--log-level", "2"});
+  const std::string address = addressOf(daemon.line());
+  daemon.closeOutputs();
+  EXPECT_NO_THROW(logRecords(address, 100, std::chrono::seconds(5)));
+  daemon.signal(SIGTERM);
+  EXPECT_EQ(daemon.wait(), 0) << "though the library prints at its end";
 }
 
 TEST(Daemon, ReportsErrorsAndEnds) {
