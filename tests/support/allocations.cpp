@@ -1,3 +1,4 @@
+// Replaces the program's operators, also for the libraries that it links.
 #include "allocations.h"
 
 #include <atomic>
@@ -6,11 +7,13 @@
 
 namespace {
 std::atomic<long> count{0};
-}
+std::atomic<std::size_t> failingSize{0};
+std::atomic<long> failing{0};  ///< 0 or less: none fails any more
+}  // namespace
 
-// Replaces the program's operators, also for the libraries that it links.
 void* operator new(std::size_t pSize) {
   ++count;
+  if (failing.load() > 0 && pSize >= failingSize.load() && --failing == 0) throw std::bad_alloc();
   if (void* memory = std::malloc(pSize)) return memory;
   throw std::bad_alloc();
 }
@@ -18,5 +21,16 @@ void operator delete(void* pMemory) noexcept { std::free(pMemory); }
 void operator delete(void* pMemory, std::size_t) noexcept { std::free(pMemory); }
 
 namespace OX::test {
+
 long allocations() { return count.load(); }
+
+FailingAllocation::FailingAllocation(long pNumber, std::size_t pSize) {
+  failingSize = pSize;
+  failing = pNumber;
+}
+
+FailingAllocation::~FailingAllocation() { failing = 0; }
+
+bool FailingAllocation::hasHappened() const { return failing.load() <= 0; }
+
 }  // namespace OX::test

@@ -7,7 +7,6 @@
 #include <deque>
 #include <exception>
 #include <string>
-#include <system_error>
 #include <thread>
 #include <utility>
 
@@ -83,7 +82,7 @@ bool OXThreadPool::post(Task pTask) {
       std::thread(&OXThreadPool::xRun, fState).detach();
       ++fState->threads;
       return true;
-    } catch (const std::system_error& error) {
+    } catch (const std::exception& error) {  // no thread or no memory
       failure = error.what();
     }
     // A thread that exists will take the task later; without one nobody ever would.

@@ -6,6 +6,7 @@
 #include <boost/asio/write.hpp>
 #include <boost/weak_ptr.hpp>
 #include <limits>
+#include <new>
 #include <utility>
 
 #include <oxframework/oxlog.h>
@@ -38,14 +39,11 @@ void MessageStream::start() { xProceed(); }
 
 void MessageStream::xProceed() {
   if (fEnded || fReading) return;
-  try {
+  xGuarded([this] {
     xTakeMessages();
-  } catch (const WireViolation& violation) {
-    return xViolated(violation.what());
-  } catch (const std::exception& error) {
-    return xViolated(std::string("a message could not be processed: ") + error.what());
-  }
-  if (!fEnded && mayTakeMessage()) xRead();
+    // Guarded too: a large message may find no memory to be received into.
+    if (!fEnded && mayTakeMessage()) xRead();
+  });
 }
 
 void MessageStream::xTakeMessages() {
@@ -75,10 +73,28 @@ void MessageStream::xReceived(std::size_t pSize) {
   xProceed();
 }
 
+/// A step that fails halfway would leave a connection on which nothing is read or written any more,
+/// and nobody would know: it is closed instead.
+template <typename Step>
+void MessageStream::xGuarded(Step pStep) {
+  try {
+    pStep();
+  } catch (const WireViolation& violation) {
+    xViolated(violation.what());
+  } catch (const std::bad_alloc&) {
+    xViolated("memory ran out");
+  } catch (const std::exception& error) {
+    xViolated(std::string("a message could not be processed: ") + error.what());
+  }
+}
+
 void MessageStream::xViolated(const std::string& pProblem) {
   if (fEnded) return;
-  ki::log::LogStream(ki::log::kError, "ox.transport", "", "receive", __LINE__)
-      << "Connection of " << getPeer() << " closed: " << pProblem;
+  try {
+    ki::log::LogStream(ki::log::kError, "ox.transport", "", "receive", __LINE__)
+        << "Connection of " << getPeer() << " closed: " << pProblem;
+  } catch (const std::bad_alloc&) {  // closed without a record, then
+  }
   xEnd(pProblem);
 }
 
@@ -108,8 +124,10 @@ void MessageStream::send(OutgoingMessage&& pMessage) {
 
 void MessageStream::xQueue(OutgoingMessage&& pMessage) {
   if (fEnded) return;
-  fQueue.push_back(std::move(pMessage));
-  if (fWriting.empty()) xWrite();
+  xGuarded([&] {
+    fQueue.push_back(std::move(pMessage));
+    if (fWriting.empty()) xWrite();
+  });
 }
 
 void MessageStream::xWrite() {
@@ -135,7 +153,9 @@ void MessageStream::xWritten(std::size_t pSize) {
   fWriting.clear();
   fWaitingBytes -= pSize;
   fWaitingMessages -= messages;
-  if (!fQueue.empty()) xWrite();
+  xGuarded([this] {
+    if (!fQueue.empty()) xWrite();
+  });
   onWritten();
 }
 

@@ -77,6 +77,8 @@ class MessageStream : public boost::enable_shared_from_this<MessageStream> {
   void xQueue(OutgoingMessage&& pMessage);
   void xWrite();
   void xWritten(std::size_t pSize);
+  template <typename Step>
+  void xGuarded(Step pStep);
   void xViolated(const std::string& pProblem);
 
   const boost::shared_ptr<boost::asio::io_context>

@@ -12,6 +12,7 @@
 
 #include <oxframework/oxproxies.h>
 #include "served_broker.h"
+#include "support/allocations.h"
 #include "support/raw_client.h"
 
 namespace OX::test {
@@ -97,6 +98,46 @@ TEST_F(Server, ClosesConnectionsThatBreakTheProtocolAndNothingElse) {
         << log.records(ki::log::kError);
     EXPECT_EQ(bystander->call("Probe", "echo", OXValue::array(4)), OXValue(4)) << test.record;
   }
+}
+
+TEST_F(Server, ClosesAConnectionThatFindsNoMemory) {
+  start();
+  const std::string pixels(3686400, 'p');
+  RawClient client(address);
+  const std::string bytes =
+      request(1, "Probe.echo", std::string("\x91\xc6\x00\x38\x40\x00", 6)) + pixels;
+  {
+    const FailingAllocation failure(1, pixels.size());
+    client.send(bytes);  // may be cut short
+    EXPECT_TRUE(client.isClosedByPeer());
+    EXPECT_TRUE(failure.hasHappened());
+  }
+  EXPECT_TRUE(awaitRecord("closed: memory ran out")) << log.records(ki::log::kError);
+  EXPECT_EQ(service(), "serves");
+}
+
+TEST_F(Server, AnswersOrClosesWhicheverAllocationFails) {
+  start();
+  const std::string bytes = request(1, "Probe.echo", "\x91\x05");
+  bool happened = true;
+  int closed = 0;
+  for (int i = 1; happened; ++i) {
+    RawClient client(address);
+    client.send(bytes);
+    ASSERT_EQ(client.read(5), answer(1, 5)) << "before the failure of allocation " << i;
+    std::string got;
+    {
+      const FailingAllocation failure(i);
+      client.send(bytes);
+      got = client.read(5);
+      happened = failure.hasHappened();
+    }
+    const bool answered = got == answer(1, 5) || got == "\x94\x01\x01\x86\xa6";
+    closed += answered ? 0 : 1;
+    EXPECT_TRUE(answered || client.isClosedByPeer()) << "allocation " << i << " failed";
+  }
+  EXPECT_GT(closed, 0);
+  EXPECT_EQ(service(), "serves");
 }
 
 TEST_F(Server, AcceptsAnEndWithinAMessage) {

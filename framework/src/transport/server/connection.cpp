@@ -72,20 +72,25 @@ void Connection::onMessage(IncomingMessage&& pMessage) {
     throw WireViolation("malformed message: an answer without a request");
   const auto message = boost::make_shared<const IncomingMessage>(std::move(pMessage));
   const auto broker = fCore->broker.lock();
-  ++fRunning;
-  if (broker && broker->post([self = xThis(), message] { self->xRun(*message); })) return;
-  --fRunning;
+  if (broker && broker->post([self = xThis(), message] { self->xRun(*message); })) {
+    ++fRunning;  // its end is counted on this thread too, so not before this
+    return;
+  }
   if (message->kind == IncomingMessage::kRequest) send(encodeError(message->id, shutdownError()));
 }
 
 /// On a thread of the broker.
 void Connection::xRun(const IncomingMessage& pMessage) {
-  {
+  try {
     const OXCallerContext::Scope scope(this);
     if (pMessage.kind == IncomingMessage::kRequest)
       send(xAnswer(pMessage));
     else
       xNotified(pMessage);
+  } catch (const std::exception& error) {  // no memory for the answer: the client must not wait
+    ki::log::LogStream(ki::log::kError, kCategory, "", "answer", __LINE__)
+        << "Connection of " << getPeer() << " closed: " << error.what();
+    end(error.what());
   }
   boost::asio::post(xIo(), [weak = weak_from_this()] {
     if (const auto self = weak.lock()) static_cast<Connection&>(*self).xFinished();
@@ -167,8 +172,11 @@ void Connection::xSendEvent(const std::string& pName, const std::string& pMethod
 }
 
 void Connection::onEnd(const std::string& pReason) {
-  ki::log::LogStream(ki::log::kVerbose, kCategory, "", "end", __LINE__)
-      << "Connection of " << getPeer() << " has ended: " << pReason;
+  try {
+    ki::log::LogStream(ki::log::kVerbose, kCategory, "", "end", __LINE__)
+        << "Connection of " << getPeer() << " has ended: " << pReason;
+  } catch (const std::bad_alloc&) {  // what follows must happen all the same
+  }
   {
     const auto broker = fCore->broker.lock();
     const detail::MutexLock guard(fNameGuard);
