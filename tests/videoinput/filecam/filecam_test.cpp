@@ -1,83 +1,14 @@
 // The camera that replays a recording: what it serves when, and what must never stop it.
-#include "oxvisionfilecam.h"
+#include "filecam_fixture.h"
 
-#include <gtest/gtest.h>
-
-#include <filesystem>
 #include <fstream>
 
 #include "support/allocations.h"
-#include "support/device_fixture.h"
 
 namespace OX::test {
 namespace {
 
 using testing::HasSubstr;
-
-constexpr std::int64_t kFirstStampUs = 1'000'000;
-constexpr std::int64_t kStepUs = 100'000;
-
-class FileCamTest : public testing::Test {
- protected:
-  FileCamTest() {
-    std::filesystem::create_directories(fFolder);
-    OXModule::createModule<OXMemory>(fBroker);
-    fDevice = OXModule::createModule<OXVisionFileCam>(fBroker);
-  }
-  ~FileCamTest() override {
-    fClock.setSleepHook({});
-    fDevice.reset();
-    fBroker->shutdown();
-    std::filesystem::remove_all(fFolder);
-  }
-
-  std::string path(const char* pName) const { return (fFolder / pName).string(); }
-
-  /// A recording of kYUV422 frames, 100 ms apart, each of one shade: its index.
-  std::string record(int pImages, int pWidth = 320, int pHeight = 240, int pCamera = 0,
-                     std::int64_t pStepUs = kStepUs) {
-    const std::string file = path("recording.oxv");
-    OXVideo video;
-    EXPECT_TRUE(video.recordVideo(file, 0, {{pWidth, pHeight, kYUV422, 8}}));
-    std::vector<unsigned char> pixels(static_cast<std::size_t>(pWidth * pHeight * 2));
-    for (int i = 0; i < pImages; ++i) {
-      std::fill(pixels.begin(), pixels.end(), static_cast<unsigned char>(i));
-      EXPECT_TRUE(video.write(pixels.data(), static_cast<int>(pixels.size()),
-                              kFirstStampUs + i * pStepUs, static_cast<std::int8_t>(pCamera), 0, 0,
-                              0, 0));
-    }
-    video.closeVideo();
-    return file;
-  }
-
-  void play(const std::string& pFile, int pMode, bool pLoop, OXValue pRange = {}) {
-    fDevice->setVideo(pFile, pRange, pLoop, pMode, 0);
-  }
-
-  std::string subscribe(const char* pName = "a") {
-    return fDevice->subscribe(pName, kQVGA, kYUV422, 30);
-  }
-
-  /// "shade@stamp" of what a raw request serves, the stamp in steps from the first image.
-  std::string serve(const std::string& pId) {
-    const OXValue reply = fDevice->getDirectRawImageRemote(pId);
-    if (!reply.isValid()) return "nothing";
-    const std::int64_t stamp =
-        (std::int64_t{reply[4].toInt()} << 32) + static_cast<std::uint32_t>(reply[5].toInt());
-    const int shade = *static_cast<const unsigned char*>(reply[6].GetBinary());
-    const std::int64_t offset = stamp - kFirstStampUs;
-    const std::string rest =
-        offset % kStepUs ? "+" + std::to_string(offset % kStepUs) + "us" : std::string();
-    return std::to_string(shade) + "@" + std::to_string(offset / kStepUs) + rest;
-  }
-
-  const std::filesystem::path fFolder =
-      std::filesystem::path(testing::TempDir()) / ("filecam" + std::to_string(::getpid()));
-  FakeClock fClock;
-  CaptureLog fLog;
-  boost::shared_ptr<OXBroker> fBroker = OXBroker::create();
-  boost::shared_ptr<OXVisionFileCam> fDevice;
-};
 
 TEST_F(FileCamTest, ModeZeroStepsWhenAsked) {
   play(record(4), 0, false);
