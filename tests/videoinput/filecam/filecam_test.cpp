@@ -246,6 +246,27 @@ TEST_F(FileCamTest, APictureThatIsHeldSurvivesTheNextVideo) {
   EXPECT_TRUE(fDevice->releaseDirectRawImage(holder));
 }
 
+// With five holds the slot to be read ahead is one of the held ones.
+TEST_F(FileCamTest, APictureThatIsHeldSurvivesPreviousImage) {
+  play(record(20), 0, false);
+  const auto hold = [&](const char* pName) {
+    fDevice->nextImage();
+    return fDevice->getDirectRawImageLocal(subscribe(pName));
+  };
+  for (const char* const name : {"a", "b", "c", "d"}) ASSERT_TRUE(hold(name));
+  const OXImage* const held = hold("e");
+  ASSERT_TRUE(held);
+  ASSERT_TRUE(fDevice->releaseDirectRawImage("a"));
+  const std::vector<unsigned char> before(held->fData, held->fData + 100);
+  fDevice->previousImage();
+  EXPECT_EQ(std::vector<unsigned char>(held->fData, held->fData + 100), before);
+  EXPECT_EQ(serve("a").substr(0, 2), "4@") << "two before the image that was read last";
+  for (const char* const name : {"b", "c", "d", "e"})
+    EXPECT_TRUE(fDevice->releaseDirectRawImage(name));
+  fDevice->nextImage();
+  EXPECT_EQ(serve("a").substr(0, 2), "5@");
+}
+
 TEST_F(FileCamTest, ItHasItsOwnMethodsAndItsOwnWords) {
   play(record(3), 0, false);
   const auto call = [&](const char* pMethod, OXValue pArguments) {

@@ -1,5 +1,5 @@
-// How a subscriber is lent the current image of the replay and gives it back. A request is what
-// moves the replay on: there is no thread for it.
+// Lends the current image of the replay to a subscriber and takes it back. A request is what moves
+// the replay on: there is no thread for it, so a recording that nobody watches costs nothing.
 #include <oxframework/oxlog.h>
 #include "buffers/lending.h"
 #include "claim.h"
@@ -35,7 +35,8 @@ AcquiredFrame OXVisionFileCam::xAcquireFrame(const Claim& pClaim, const char*) {
   return {&frame, std::move(slot), frame.fCameraId, true};
 }
 
-// A frame says which camera took it; one that this device does not have is left out of account.
+// A frame says which camera took it. The id comes from a file and is ignored when this device has
+// no such camera.
 void OXVisionFileCam::xSelectCameraOf(const OXImage& pImage) {
   if (xCamera(pImage.fCameraId)) {
     fActiveCamera = pImage.fCameraId;

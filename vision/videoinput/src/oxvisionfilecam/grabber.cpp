@@ -1,5 +1,5 @@
-// Opening and closing the recording. The replay starts anew with each opening, at the image where
-// an earlier one left off.
+// Opening and closing the recording. Every opening reads the file anew, since it may have been
+// replaced, and starts clock and stamps anew, at the image where the last replay left off.
 #include "delivery/grabber.h"
 
 #include <boost/make_shared.hpp>
@@ -50,15 +50,14 @@ bool OXVisionFileCam::xFillRing() {
   for (Slot& slot : fFrames)
     if (slot->fLockCount > 0) slot = boost::make_shared<CamBuffer>();
   bool read = false;
-  for (const Slot& slot : fFrames) read = xReadFrame(slot->fImage, fCurrentImage, true);
+  for (Slot& slot : fFrames) read = xTakeSpare(slot, xReadFrame(fCurrentImage, true));
   ++fCurrentImage;
   if (fCurrentImage > fLastImage) {
-    fCurrentImage = fLoop ? fFirstImage : fLastImage;
-    xReadFrame(xNext(), fCurrentImage, false);
+    xTakeSpare(fFrames[fNextFrame], xReadAfterRange());
   } else {
-    fVideo.getNextFrame(xNext(), false);
+    xTakeSpare(fFrames[fNextFrame], xReadNext());
+    ++fCurrentImage;
   }
-  ++fCurrentImage;
   return read;
 }
 
@@ -79,8 +78,11 @@ bool OXVisionFileCam::xOpenDevice() {
     return false;
   }
   if (fLastImage >= images) fLastImage = images - 1;
-  // An earlier replay may have ended behind the last image: the rule of the end of the range.
-  if (fCurrentImage < 0 || fCurrentImage >= images)
+  // Where an earlier replay left off need not be an image: previousImage counts below the first,
+  // and the end of the range is one above the last.
+  if (fCurrentImage < 0 && !fLoop)
+    fCurrentImage = 0;
+  else if (fCurrentImage < 0 || fCurrentImage >= images)
     fCurrentImage = fLoop ? fFirstImage : fLastImage;
   const bool read = xFillRing();
   xSelectCameraOf(fFrames[0]->fImage);

@@ -1,5 +1,5 @@
-// Construction and destruction: one camera, and a ring of frames with storage for any format, so
-// that a replay allocates nothing. The format is a default until a file is selected.
+// Construction and destruction: one camera, and a ring of frames and a spare with storage for any
+// format, so that a replay allocates nothing. The format is a default until a file is selected.
 #include "oxvisionfilecam.h"
 
 #include <boost/make_shared.hpp>
@@ -28,6 +28,7 @@ OXVisionFileCam::OXVisionFileCam(boost::shared_ptr<OXBroker> pBroker)
   fNbCameras = 1;
   fCameraProperties.assign(1, makeCamera());
   for (Slot& slot : fFrames) slot = boost::make_shared<CamBuffer>();
+  fSpare = boost::make_shared<CamBuffer>();
 }
 
 OXVisionFileCam::~OXVisionFileCam() { OXVisionVideoInput::stopFrameGrabber(); }

@@ -1,6 +1,18 @@
-// Which recorded image is the current one, and when the replay steps. fParametersLock is held in
-// everything but the published operations, which take it where they need it.
+// Which recorded image is the current one, and when the replay steps. A subscriber's request is
+// what moves it, so everything but the published operations runs with fParametersLock held; those
+// take it where they need it.
+//
+// Two indexes count images and may differ on purpose: the reader's own, by which getNextFrame goes
+// on, and fCurrentImage, by which the end of the range is found. previousImage takes one from the
+// reader and two from fCurrentImage, so that a replay which was stepped back runs past fLastImage.
+//
+// The ring is part of what can be seen. previousImage at the start of the range moves it and reads
+// nothing, and a mode 0 read that fails leaves a slot its old picture: shortcuts must leave the
+// same pictures in the ring as reading every image would.
+#include <algorithm>
+#include <boost/make_shared.hpp>
 #include <cmath>
+#include <utility>
 
 #include <oxframework/oxclock.h>
 #include <oxframework/oxlog.h>
@@ -18,6 +30,12 @@ constexpr int kPassUs = 500;
 // a release needs; longer in previousImage, which does not.
 constexpr int kDeliveryPasses = 2000;
 constexpr int kPreviousPasses = 10000;
+// Ends of the range that one request goes past, a few more than it takes to fill the ring. In a
+// forged file whose index and frames tell different stamps there would be no end of them.
+constexpr int kMostRangeEnds = 16;
+// The ring is back where it was after 1 to 5 moves, as many as there are free slots: this many are
+// a whole number of turns of each.
+constexpr std::int64_t kTurnsToSameSlot = 60;
 
 void log(int pLevel, const char* pFunction, const std::string& pText) {
   report::log(pLevel, pFunction, pText, kFileCamCategory);
@@ -25,122 +43,156 @@ void log(int pLevel, const char* pFunction, const std::string& pText) {
 
 }  // namespace
 
-bool OXVisionFileCam::xReadFrame(OXImage& pImage, std::int64_t pIndex, bool pFirst) {
+// A picture may prove damaged only after it was copied, so every read goes into the spare, which
+// takes the place of a slot when all is well. A held slot is left to its holders, and a new spare
+// is made: only previousImage meets one, after a request that found the four other slots held.
+bool OXVisionFileCam::xTakeSpare(Slot& pSlot, bool pWasRead) {
+  if (!pWasRead) return false;
+  Slot spare = pSlot->fLockCount > 0 ? boost::make_shared<CamBuffer>() : pSlot;
+  pSlot = std::exchange(fSpare, std::move(spare));
+  return true;
+}
+
+bool OXVisionFileCam::xReadFrame(std::int64_t pIndex, bool pFirst) {
   const bool fits = pIndex >= 0 && pIndex <= INT32_MAX;
-  return fits && fVideo.getFrame(pImage, static_cast<int>(pIndex), fStreamNumber, pFirst);
+  return fits && fVideo.getFrame(fSpare->fImage, static_cast<int>(pIndex), fStreamNumber, pFirst);
+}
+
+bool OXVisionFileCam::xReadNext() { return fVideo.getNextFrame(fSpare->fImage, false); }
+
+// What follows the last image of the range: the first one with loop, the last one again without.
+bool OXVisionFileCam::xReadAfterRange() {
+  fCurrentImage = fLoop ? fFirstImage : fLastImage;
+  const bool read = xReadFrame(fCurrentImage, false);
+  ++fCurrentImage;
+  return read;
 }
 
 // The read-ahead slot becomes the current one, and the next that nobody holds takes its place.
-// False when all stayed held: the ring is then as it was.
+// False when all are held: the ring is then as it was.
+bool OXVisionFileCam::xTurnRing() {
+  for (unsigned int step = 1; step <= kSlots; ++step) {
+    const unsigned int next = (fNextFrame + step) % kSlots;
+    if (fFrames[next]->fLockCount > 0) continue;
+    fCurrentFrame = fNextFrame;
+    fNextFrame = next;
+    return true;
+  }
+  return false;
+}
+
 bool OXVisionFileCam::xMoveRing(int pPasses) {
-  unsigned int next = fNextFrame;
   for (int pass = 0; pass < pPasses; ++pass) {
     if (pass > 0) ki::os::usleep(kPassUs);
-    for (unsigned int tried = 0; tried < kSlots; ++tried) {
-      next = (next + 1) % kSlots;
-      if (fFrames[next]->fLockCount > 0) continue;
-      fCurrentFrame = fNextFrame;
-      fNextFrame = next;
-      return true;
-    }
+    if (xTurnRing()) return true;
   }
   log(ki::log::kError, "xMoveRing",
       "All frames are held by subscribers: release one before asking for the next");
   return false;
 }
 
+// The moves for images that are not read. The slot that is ahead counts: an opening dates the
+// replay by slot 0, whichever image that holds.
+void OXVisionFileCam::xTurnRingPast(std::int64_t pSkipped) {
+  for (std::int64_t move = pSkipped % kTurnsToSameSlot + kTurnsToSameSlot; move > 0; --move)
+    xTurnRing();
+}
+
 bool OXVisionFileCam::xHasPassed(std::int64_t pTimeStamp) const {
   return minus(pTimeStamp, fFirstTimestamp) < minus(fNow, fStartTime);
 }
 
-// Images whose moment has passed, and the moment of the one after them too, would be read only to
-// be thrown away. The last of them goes straight into the read-ahead slot, as if all had been read.
-void OXVisionFileCam::xSkipPassedImages() {
-  std::int64_t last = fCurrentImage - 1;
-  while (last < fLastImage && last < INT32_MAX) {
-    const auto stamp = fVideo.getTimeStamp(static_cast<int>(last + 1), fStreamNumber);
-    if (!stamp || !xHasPassed(plus(*stamp, fTimeOffset))) break;
-    ++last;
-  }
-  if (last < fCurrentImage || fFrames[fNextFrame]->fLockCount > 0) return;
-  if (!xReadFrame(xNext(), last, false)) return;
-  xNext().fTimeStamp = plus(xNext().fTimeStamp, fTimeOffset);
-  fCurrentImage = last + 1;
-}
-
-bool OXVisionFileCam::xReadFirstOfLoop() {
+// Measured once per opening, at the first end of the range.
+void OXVisionFileCam::xMeasureLoop() {
   if (fLoopDuration == 0)
     fLoopDuration = replay::loopDurationUs(minus(xCurrent().fTimeStamp, fFirstTimestamp),
                                            fVideo.getNumberOfImages());
-  const bool hasLength = fLoopDuration > 0;
+}
+
+// How many of the next images would be read only to be thrown away, by the stamps in the file's
+// index. The last kSlots that have passed are read: they fill every slot that is free.
+std::int64_t OXVisionFileCam::xCountSkippableImages() const {
+  const std::int64_t next = std::int64_t{fVideo.getCurrentImage()} + 1;
+  std::int64_t passed = 0;
+  for (; fCurrentImage + passed <= fLastImage && next + passed <= INT32_MAX; ++passed) {
+    const auto stamp = fVideo.getTimeStamp(static_cast<int>(next + passed), fStreamNumber);
+    if (!stamp || !xHasPassed(plus(*stamp, fTimeOffset))) break;
+  }
+  return std::max<std::int64_t>(passed - kSlots, 0);
+}
+
+// Passes of the loop of which no image is still to come are counted and not played, but for as many
+// as it takes to fill the ring. A pass is over when its latest image has passed: when the replay
+// was opened in mid-range, passes are longer than fLoopDuration and overlap.
+void OXVisionFileCam::xSkipPassedLoops() {
+  const std::int64_t images = std::max<std::int64_t>(fLastImage - fFirstImage + 1, 1);
+  const std::int64_t kept = (kSlots + images - 1) / images;
+  const std::int64_t elapsed = minus(fNow, fStartTime);
+  std::int64_t latest = INT64_MIN;
+  for (std::int64_t index = fFirstImage; index < fFirstImage + images; ++index) {
+    const auto stamp = fVideo.getTimeStamp(static_cast<int>(index), fStreamNumber);
+    if (!stamp) return;
+    latest = std::max(latest, minus(plus(*stamp, fTimeOffset), fFirstTimestamp));
+  }
+  const std::int64_t skipped = replay::passesOver(latest, elapsed, fLoopDuration) - kept;
+  if (skipped <= 0) return;
+  fTimeOffset = plus(fTimeOffset, replay::times(skipped, fLoopDuration));
+  xTurnRingPast(skipped % kTurnsToSameSlot * images);
+}
+
+// Without loop the last image is dated just after the present, which ends the catching up; so is
+// the first one of a loop without length, whose stamps could never catch up.
+bool OXVisionFileCam::xCatchUpAfterRange() {
+  if (fLoop) xMeasureLoop();
+  const bool hasLength = fLoop && fLoopDuration > 0;
   if (hasLength) fTimeOffset = plus(fTimeOffset, fLoopDuration);
-  fCurrentImage = fFirstImage;
-  const bool read = xReadFrame(xNext(), fFirstImage, false);
-  ++fCurrentImage;
+  if (!xReadAfterRange()) return false;
+  if (hasLength) xSkipPassedLoops();
+  xTakeSpare(fFrames[fNextFrame], true);
+  xNext().fTimeStamp = hasLength ? plus(xNext().fTimeStamp, fTimeOffset)
+                                 : plus(minus(plus(fNow, fFirstTimestamp), fStartTime), 1);
+  return true;
+}
+
+bool OXVisionFileCam::xCatchUp() {
+  if (fCurrentImage > fLastImage) return xCatchUpAfterRange();
+  const std::int64_t skipped = xCountSkippableImages();
+  const std::int64_t next = std::int64_t{fVideo.getCurrentImage()} + 1 + skipped;
+  const bool read = skipped > 0 ? xReadFrame(next, false) : xReadNext();
+  fCurrentImage += skipped + 1;
   if (!read) return false;
-  if (!hasLength) {
-    // Without a length of the loop the stamps could never catch up: date it just after the present.
-    xNext().fTimeStamp = plus(minus(plus(fNow, fFirstTimestamp), fStartTime), 1);
-    return true;
-  }
-  if (fReplayMode == 1) {
-    const std::int64_t moment = minus(plus(xNext().fTimeStamp, fTimeOffset), fFirstTimestamp);
-    const std::int64_t late = minus(minus(fNow, fStartTime), moment);
-    fTimeOffset =
-        plus(fTimeOffset, replay::times(replay::passesMissed(late, fLoopDuration), fLoopDuration));
-  }
+  if (skipped > 0) xTurnRingPast(skipped);
+  xTakeSpare(fFrames[fNextFrame], true);
   xNext().fTimeStamp = plus(xNext().fTimeStamp, fTimeOffset);
   return true;
 }
 
-bool OXVisionFileCam::xReadLastAgain() {
-  fCurrentImage = fLastImage;
-  const bool read = xReadFrame(xNext(), fLastImage, false);
-  ++fCurrentImage;
-  return read;
-}
-
-bool OXVisionFileCam::xReadAhead() {
-  if (fCurrentImage > fLastImage && fLoop) return xReadFirstOfLoop();
-  if (fCurrentImage > fLastImage) {
-    const bool read = xReadLastAgain();
-    // Just after the present, so that the catching up ends.
-    if (read) xNext().fTimeStamp = plus(minus(plus(fNow, fFirstTimestamp), fStartTime), 1);
-    return read;
-  }
-  const bool read = fVideo.getNextFrame(xNext(), false);
-  ++fCurrentImage;
-  if (read) xNext().fTimeStamp = plus(xNext().fTimeStamp, fTimeOffset);
-  return read;
-}
-
-// Stamps never go back here, also after previousImage.
-bool OXVisionFileCam::xReadAheadStepping() {
-  if (fCurrentImage > fLastImage && fLoop) return xReadFirstOfLoop();
-  if (fCurrentImage > fLastImage) {
-    const bool read = xReadLastAgain();
-    fTimeOffset = plus(fTimeOffset, 1);
-    if (read) xNext().fTimeStamp = plus(xNext().fTimeStamp, fTimeOffset);
-    return read;
-  }
-  const bool read = fVideo.getNextFrame(xNext(), false);
-  ++fCurrentImage;
-  if (!read) return false;
-  const std::int64_t stamp = plus(xNext().fTimeStamp, fTimeOffset);
-  xNext().fTimeStamp = xCurrent().fTimeStamp < stamp ? stamp : plus(xCurrent().fTimeStamp, 1);
-  return true;
-}
-
-// One request passes over all images whose moment has gone by. It ends at the first image that
-// can't be read, which leaves the slot's old content.
+// One request passes over all images whose moment has gone by. It ends at the first one that can't
+// be read: of a file that is closed or all damaged, no stamp would ever catch up.
 bool OXVisionFileCam::xFollowTimeStamps() {
   fNow = OXClock::get().localNowUs();
-  while (xHasPassed(xNext().fTimeStamp)) {
-    xSkipPassedImages();
+  for (int rangeEnds = 0; rangeEnds < kMostRangeEnds && xHasPassed(xNext().fTimeStamp);) {
     if (!xMoveRing(kDeliveryPasses)) return false;
-    if (!xReadAhead()) return true;
+    if (fCurrentImage > fLastImage) ++rangeEnds;
+    if (!xCatchUp()) return true;
   }
   return true;
+}
+
+// Stamps never go back within a pass, also after previousImage. They are set whatever came of the
+// read: a slot that keeps its old picture gets a stamp of its own like any other.
+void OXVisionFileCam::xReadAheadStepping() {
+  if (fCurrentImage > fLastImage) {
+    if (fLoop) xMeasureLoop();
+    fTimeOffset = plus(fTimeOffset, fLoop ? fLoopDuration : 1);
+    xTakeSpare(fFrames[fNextFrame], xReadAfterRange());
+    xNext().fTimeStamp = plus(xNext().fTimeStamp, fTimeOffset);
+    return;
+  }
+  xTakeSpare(fFrames[fNextFrame], xReadNext());
+  ++fCurrentImage;
+  const std::int64_t stamp = plus(xNext().fTimeStamp, fTimeOffset);
+  xNext().fTimeStamp = xCurrent().fTimeStamp < stamp ? stamp : plus(xCurrent().fTimeStamp, 1);
 }
 
 bool OXVisionFileCam::xStepWhenDue() {
@@ -178,26 +230,28 @@ bool OXVisionFileCam::xAdvance(const std::string& pId) {
 
 void OXVisionFileCam::nextImage() { fImageServed = false; }
 
-// The reader goes two back and one forward while the count goes back by two: on purpose.
 void OXVisionFileCam::xStepBack(std::int64_t pTimeStamp) {
-  fVideo.getPrecedingFrame(xCurrent(), false);
-  fVideo.getPrecedingFrame(xCurrent(), false);
-  xCurrent().fTimeStamp = plus(pTimeStamp, 1);
-  xSelectCameraOf(xCurrent());
-  fVideo.getNextFrame(xNext(), false);
+  xTakeSpare(fFrames[fCurrentFrame], fVideo.getPrecedingFrame(fSpare->fImage, false));
+  xTakeSpare(fFrames[fCurrentFrame], fVideo.getPrecedingFrame(fSpare->fImage, false));
   fCurrentImage -= 2;
-  xNext().fTimeStamp = plus(pTimeStamp, 2);
+  xReadAheadAfterStep(pTimeStamp);
 }
 
 void OXVisionFileCam::xLoopBack(std::int64_t pTimeStamp) {
   log(ki::log::kInfo, "previousImage",
       report::text("Loop from index ", fCurrentImage, " to index ", fLastImage - 1));
   fCurrentImage = fLastImage - 1;
-  xReadFrame(xCurrent(), fCurrentImage, false);
-  xCurrent().fTimeStamp = plus(pTimeStamp, 1);
-  xSelectCameraOf(xCurrent());
-  fVideo.getNextFrame(xNext(), false);
+  xTakeSpare(fFrames[fCurrentFrame], xReadFrame(fCurrentImage, false));
   ++fCurrentImage;
+  xReadAheadAfterStep(pTimeStamp);
+}
+
+// A slot that could not be read into and is still held keeps its stamp too: its holders may be
+// reading it.
+void OXVisionFileCam::xReadAheadAfterStep(std::int64_t pTimeStamp) {
+  if (fFrames[fCurrentFrame]->fLockCount == 0) xCurrent().fTimeStamp = plus(pTimeStamp, 1);
+  xSelectCameraOf(xCurrent());
+  xTakeSpare(fFrames[fNextFrame], xReadNext());
   xNext().fTimeStamp = plus(pTimeStamp, 2);
 }
 

@@ -1,5 +1,5 @@
-/// Arithmetic of the replay: time stamps come from a file and may be anything, so every sum and
-/// difference wraps like the 64-bit counter that it is.
+/// Arithmetic of the replay. Time stamps come from a file and may be anything, so sums, differences
+/// and products wrap as 64-bit counters do, where a plain one would be undefined.
 #pragma once
 
 #include <cmath>
@@ -24,10 +24,13 @@ inline std::int64_t loopDurationUs(std::int64_t pSpanUs, std::int64_t pImages) {
   return pImages > 0 ? times(pImages + 1, pSpanUs) / pImages : 0;
 }
 
-/// Whole passes of pLoopUs (above 0) that have gone by when pLateUs have passed since the moment of
-/// a pass's first image; 0 when that moment is still to come.
-inline std::int64_t passesMissed(std::int64_t pLateUs, std::int64_t pLoopUs) {
-  return pLateUs > 1 ? (pLateUs - 1) / pLoopUs : 0;
+/// Passes of pLoopUs (above 0) that are over after pElapsedUs when the latest image of the first
+/// one has its moment at pLatestUs; 0 when that is now or still to come.
+inline std::int64_t passesOver(std::int64_t pLatestUs, std::int64_t pElapsedUs,
+                               std::int64_t pLoopUs) {
+  if (pLatestUs >= pElapsedUs) return 0;
+  const std::int64_t late = minus(pElapsedUs, pLatestUs);
+  return ((late > 0 ? late : std::numeric_limits<std::int64_t>::max()) - 1) / pLoopUs + 1;
 }
 
 /// Microseconds from one image to the next at a rate; the longest there is for 0 and for rates too
