@@ -1,10 +1,10 @@
 // The hue family: kHSY, kHSMixed, kH2RGB.
 //
-// The seven cases of the plain loop come down to this. The saturation is 255 * range / (298 * Y +
-// largest), where range is the largest less the smallest of the three chroma terms. The hue is
-// 85 * rest / (2 * range), where rest is the middle one less the smallest, turned to the sector
-// that the order of the three gives. Two terms are equal only for grey, where all three are, so the
-// order is never in doubt. All divisions are of the form factor * n / d with n <= d.
+// The seven cases of the plain loop reduce to this. The saturation is 255 * range / (298 * Y +
+// largest), where range is the largest minus the smallest of the three chroma terms. The hue is
+// 85 * rest / (2 * range), where rest is the middle one minus the smallest, moved to the sector
+// that the order of the three selects. Two terms are equal only for grey, where all three are, so
+// the order is unambiguous. All divisions are of the form factor * n / d with n <= d.
 #if defined(OX_HUEROWS_INL_H) == defined(HWY_TARGET_TOGGLE)
 #ifdef OX_HUEROWS_INL_H
 #undef OX_HUEROWS_INL_H
@@ -25,9 +25,9 @@ namespace OX {
 namespace kernels {
 namespace HWY_NAMESPACE {
 
-/// 16 bits for each element of two vectors by turns: all where it is greater than the other, or
-/// none.
-HWY_INLINE U16 isOver(I32 pEven, I32 pEvenOther, I32 pOdd, I32 pOddOther) {
+/// 16 bits for each element, alternating between the even and the odd vector: all set where it is
+/// greater than the other, else none.
+HWY_INLINE U16 isGreater(I32 pEven, I32 pEvenOther, I32 pOdd, I32 pOddOther) {
   const I32 even = hn::VecFromMask(kI32, hn::Gt(pEven, pEvenOther));
   const I32 odd = hn::VecFromMask(kI32, hn::Gt(pOdd, pOddOther));
   return hn::OddEven(hn::BitCast(kU16, odd), hn::BitCast(kU16, even));
@@ -35,7 +35,7 @@ HWY_INLINE U16 isOver(I32 pEven, I32 pEvenOther, I32 pOdd, I32 pOddOther) {
 
 // ---- Chroma, hue, saturation
 
-/// What hue and saturation take from a vector's U and V, an element for a macro-pixel.
+/// What hue and saturation need of a vector's U and V, one element a macro-pixel.
 struct Chroma {
   I32 red, green, blue;
   I32 over, under;  ///< the larger and the smaller of green and blue
@@ -46,7 +46,7 @@ struct Chroma {
 class ChromaTerms {
  public:
   HWY_INLINE ChromaTerms()
-      : fChroma(inAllLanes({1, 128, 3, 128, 5, 128, 7, 128, 9, 128, 11, 128, 13, 128, 15, 128})),
+      : fChroma(broadcastLane({1, 128, 3, 128, 5, 128, 7, 128, 9, 128, 11, 128, 13, 128, 15, 128})),
         fRedWeights(wordPairs(0, 409)),
         fGreenWeights(wordPairs(-208, -100)),
         fBlueWeights(wordPairs(516, 0)),
@@ -81,14 +81,14 @@ class ChromaTerms {
   I32 fRedOffset, fGreenOffset, fBlueOffset;
 };
 
-/// The part of the hue's scale that a pair's quotients belong to: 16 bits each.
+/// The sector of the hue scale that each of a pair's quotients belongs to: 16 bits each.
 struct Sector {
   U16 isBackward;  ///< all bits or none
-  U16 less;        ///< what to take away
+  U16 less;        ///< to be subtracted
 };
 
-/// Hues are 85 * rest / (2 * range), turned to their sector. Of a pair: even elements are the first
-/// vector's, odd ones the second's.
+/// Hues are 85 * rest / (2 * range), moved to their sector. Even elements are those of a pair's
+/// first vector, odd ones those of the second.
 class Hue {
  public:
   HWY_INLINE Hue() : fFactor(85), fMinus85(words(-85 & 0xFFFF)) {}
@@ -101,22 +101,22 @@ class Hue {
   }
 
   HWY_INLINE Sector sector(const Chroma& pFirst, const Chroma& pSecond) const {
-    const U16 blueOverGreen = isOver(pFirst.blue, pFirst.green, pSecond.blue, pSecond.green);
-    const U16 isRedSmallest = isOver(pFirst.under, pFirst.red, pSecond.under, pSecond.red);
-    const U16 isRedLess = isOver(pFirst.over, pFirst.red, pSecond.over, pSecond.red);
+    const U16 blueOverGreen = isGreater(pFirst.blue, pFirst.green, pSecond.blue, pSecond.green);
+    const U16 isRedSmallest = isGreater(pFirst.under, pFirst.red, pSecond.under, pSecond.red);
+    const U16 isRedLess = isGreater(pFirst.over, pFirst.red, pSecond.over, pSecond.red);
 
-    // Every other sector runs backwards. Where red is largest that is -quotient - 1.
+    // Every other sector runs backwards. Where red is the largest, that is -quotient - 1.
     const U16 isRedMiddle = hn::Xor(isRedLess, isRedSmallest);
     const U16 isBackward = hn::Xor(isRedMiddle, blueOverGreen);
-    // Else it is 85 + quotient or 85 - quotient for green, less 170 for blue: -85 or, against the
-    // -1, -86 to take away for green, and for blue the same with all bits turned, 84 or 85.
+    // Otherwise it is 85 + quotient or 85 - quotient for green, minus 170 for blue. To subtract for
+    // green: -85 or, to undo the -1, -86; for blue the same with all bits inverted, 84 or 85.
     const U16 less = hn::Xor(hn::Add(isRedMiddle, fMinus85), blueOverGreen);
     return {isBackward, hn::And(isRedLess, less)};
   }
 
-  /// The hues, modulo 256, of the quotients in 64ths. Of two divisions that truncate, the one by 2
-  /// may as well be the second.
-  static HWY_INLINE U16 turn(U16 pQuotient64, const Sector& pSector) {
+  /// The hues, modulo 256, of the quotients in 64ths. Truncating divisions commute, so the one by 2
+  /// can be the second.
+  static HWY_INLINE U16 toHue(U16 pQuotient64, const Sector& pSector) {
     const U16 half = hn::ShiftRight<7>(pQuotient64);
     return hn::Sub(hn::Xor(half, pSector.isBackward), pSector.less);
   }
@@ -141,7 +141,8 @@ class Saturation {
   }
 
  private:
-  /// At range the saturation is 255, the most. Negative ones count as large: they give 0.
+  /// With a denominator below range the saturation would exceed 255, so that is raised to range. A
+  /// negative one counts as large, for a saturation of 0.
   static HWY_INLINE I32 denominator(I16 pLumas, I16 pWeights, const Chroma& pChroma) {
     const I32 channel = multiplyAddWords(pChroma.largest, pLumas, pWeights);
     return hn::BitCast(kI32, hn::Max(hn::BitCast(kU32, channel), hn::BitCast(kU32, pChroma.range)));
@@ -153,9 +154,9 @@ class Saturation {
 
 // ---- Formats
 
-/// What hue and saturation make of a pair.
+/// Hues and saturations of a pair.
 struct PixelsOfPair {
-  U16 hues;  ///< of macro-pixels, the first vector's and the second's by turns; modulo 256
+  U16 hues;  ///< of macro-pixels, alternating between the two vectors; modulo 256
   U16 firstSaturations, secondSaturations;  ///< of pixels
 };
 
@@ -173,7 +174,7 @@ class HueAndSaturation {
     const Factor* const factors[] = {fHue.factor(), fSaturation.factor(), fSaturation.factor()};
     U16 quotients[3];
     fDivision(fractions, factors, quotients);
-    return {Hue::turn(quotients[0], sector), hn::ShiftRight<6>(quotients[1]),
+    return {Hue::toHue(quotients[0], sector), hn::ShiftRight<6>(quotients[1]),
             hn::ShiftRight<6>(quotients[2])};
   }
 
@@ -190,18 +191,18 @@ class HueAndSaturation {
   U16 fLowByte;
 };
 
-/// Words of hues, two for each macro-pixel of the pair, which both its pixels take; and words of
-/// saturation and luma, one for each pixel. Format tells the bytes that are hues.
+/// The shared vector has words of hues, one a macro-pixel, alternating between the two vectors; the
+/// others have words of saturation and luma, one a pixel. Format says which bytes are hues.
 template <typename Format>
-struct PlaceOfHues {
-  static constexpr bool isInBoth(Index pByte) { return Format::isHue(pByte); }
-  static constexpr Index place(Index pPixel, Index pByte, bool pIsSecond) {
-    return isInBoth(pByte) ? 4 * (pPixel / 2) + 2 * pIsSecond : 2 * pPixel + pByte - 1;
+struct HueLayout {
+  static constexpr bool isShared(Index pByte) { return Format::isHue(pByte); }
+  static constexpr Index position(Index pPixel, Index pByte, bool pIsSecond) {
+    return isShared(pByte) ? 4 * (pPixel / 2) + 2 * pIsSecond : 2 * pPixel + pByte - 1;
   }
 };
 
 struct HSYFormat {
-  using Place = PlaceOfHues<HSYFormat>;
+  using Layout = HueLayout<HSYFormat>;
   static constexpr bool isHue(Index pByte) { return pByte == 0; }
 
   HWY_INLINE HSYFormat() {}
@@ -222,7 +223,7 @@ struct HSYFormat {
 };
 
 struct HSMixedFormat {
-  using Place = PlaceOfHues<HSMixedFormat>;
+  using Layout = HueLayout<HSMixedFormat>;
   static constexpr bool isHue(Index pByte) { return pByte != 1; }
 
   HWY_INLINE HSMixedFormat() {}
@@ -237,14 +238,14 @@ struct HSMixedFormat {
   HueAndSaturation fPixels;
 };
 
-/// The ramps of the plain loop, with the sums that it takes modulo 256 as they are.
+/// The ramps of the plain loop, whose sums modulo 256 are replaced by what they amount to.
 class H2RGBFormat {
  public:
-  /// Words of hues, two for each macro-pixel of the pair; each has a vector for blue in the lower
-  /// byte and green in the upper one, and one for red.
-  struct Place {
-    static constexpr bool isInBoth(Index pByte) { return pByte == 2; }
-    static constexpr Index place(Index pPixel, Index pByte, bool pIsSecond) {
+  /// Words in the order of the hues: in both own vectors blue in the lower byte and green in the
+  /// upper one, in the shared vector red.
+  struct Layout {
+    static constexpr bool isShared(Index pByte) { return pByte == 2; }
+    static constexpr Index position(Index pPixel, Index pByte, bool pIsSecond) {
       return 4 * (pPixel / 2) + 2 * pIsSecond + pByte % 2;
     }
   };
@@ -254,11 +255,12 @@ class H2RGBFormat {
   HWY_INLINE ThreeBytes convert(const Pair& pPair) const {
     const I16 hue = hn::And(hueOf(pPair), fLowByte);
     const I16 hue6 = hn::Add(hn::ShiftLeft<1>(hue), hn::ShiftLeft<2>(hue));
-    const I16 blue = hn::IfThenElse(isAbove<126>(hue), falling<1521>(hue6), rising<510>(hue6));
-    const I16 green = hn::IfThenZeroElse(isAbove<168>(hue), hn::Min(hue6, falling<1017>(hue6)));
-    const I16 red =
-        hn::IfThenElse(isAbove<210>(hue), fFull,
-                       hn::IfThenElse(isAbove<84>(hue), rising<1014>(hue6), falling<513>(hue6)));
+    const I16 blue =
+        hn::IfThenElse(isAbove<126>(hue), fallingRamp<1521>(hue6), risingRamp<510>(hue6));
+    const I16 green = hn::IfThenZeroElse(isAbove<168>(hue), hn::Min(hue6, fallingRamp<1017>(hue6)));
+    const I16 red = hn::IfThenElse(
+        isAbove<210>(hue), fFull,
+        hn::IfThenElse(isAbove<84>(hue), risingRamp<1014>(hue6), fallingRamp<513>(hue6)));
 
     const U8 blueAndGreen = hn::BitCast(kU8, hn::Or(blue, hn::ShiftLeft<8>(green)));
     return {blueAndGreen, blueAndGreen, hn::BitCast(kU8, red)};
@@ -273,7 +275,7 @@ class H2RGBFormat {
     const Factor* const factors[] = {fHue.factor()};
     U16 quotients[1];
     fDivision(fractions, factors, quotients);
-    return hn::BitCast(kI16, Hue::turn(quotients[0], sector));
+    return hn::BitCast(kI16, Hue::toHue(quotients[0], sector));
   }
 
   template <int kHue>
@@ -281,11 +283,11 @@ class H2RGBFormat {
     return hn::Gt(pHue, signedWords(kHue));
   }
   template <int kFrom>
-  HWY_INLINE I16 rising(I16 pHue6) const {
+  HWY_INLINE I16 risingRamp(I16 pHue6) const {
     return hn::Max(hn::Sub(pHue6, signedWords(kFrom)), hn::Zero(kI16));
   }
   template <int kFrom>
-  HWY_INLINE I16 falling(I16 pHue6) const {
+  HWY_INLINE I16 fallingRamp(I16 pHue6) const {
     const I16 ramp = hn::Sub(signedWords(kFrom), pHue6);
     return hn::Min(hn::Max(ramp, hn::Zero(kI16)), fFull);
   }

@@ -1,4 +1,5 @@
-// Which source bytes make which destination row, for each colour space.
+// Which source bytes make which destination row, for each colour space. The row kernels know
+// nothing of frames: oddities of addressing, which clients rely on, are all here.
 #include "kernels.h"
 
 #include <algorithm>
@@ -16,7 +17,7 @@ const RowKernels& rowKernels() { return usesPlainLoops() ? plainRows() : vectorR
 
 bool isEmpty(int pWidth, int pHeight) { return pWidth <= 0 || pHeight <= 0; }
 
-/// The rows that all colour spaces take but those that say otherwise.
+/// The rows of all colour spaces except those that say otherwise in kernels.h.
 Rows usualRows(const Byte* pSource, int pSourceWidth, Byte* pDestination, int pWidth, int pHeight,
                int pBytesPerMacroPixel) {
   const std::ptrdiff_t step = std::max(pSourceWidth, 0) / pWidth;
@@ -30,6 +31,8 @@ Rows usualRows(const Byte* pSource, int pSourceWidth, Byte* pDestination, int pW
           .count = pHeight};
 }
 
+/// A frame without gaps is converted as one long row: vectors then leave one tail and not one a
+/// row.
 void convert(RowsKernel* pKernel, Rows pRows) {
   const bool hasGaps = pRows.step != 1 || pRows.sourceStride != 4 * pRows.macroPixels;
   if (!hasGaps) {
@@ -46,8 +49,8 @@ void convertUsual(RowsKernel* pKernel, int pBytesPerMacroPixel, const Byte* pSou
           usualRows(pSource, pSourceWidth, pDestination, pWidth, pHeight, pBytesPerMacroPixel));
 }
 
-/// Tells the compiler that pData is read here, so that writes to it must happen.
-void keep(const Byte* pData) { asm volatile("" : : "r"(pData) : "memory"); }
+/// Makes the compiler assume that pData is read here, so that writes to it can't be removed.
+void escape(const Byte* pData) { asm volatile("" : : "r"(pData) : "memory"); }
 
 }  // namespace
 
@@ -60,7 +63,7 @@ void yuv422ToHsy(const Byte* pSource, int pSourceWidth, Byte* pDestination, int 
                  int pHeight) {
   if (isEmpty(pWidth, pHeight)) return;
   Rows rows = usualRows(pSource, pSourceWidth, pDestination, pWidth, pHeight, 2);
-  // Each row overwrites the one before and the caller holds the image: only the last can be seen.
+  // Each row overwrites the one before, which nobody can see meanwhile: only the last is converted.
   rows.source += rows.sourceStride / 2 * (pHeight - 1);
   rows.count = 1;
   rowKernels().toHsy(rows);
@@ -123,7 +126,7 @@ void yuv422ToHSMixed(const Byte* pSource, int pSourceWidth, Byte* pDestination, 
 void touchFrame(const Byte* pSource, std::size_t pBytes, Byte* pScratch) {
   for (std::size_t done = 0; done < pBytes; done += kTouchScratchBytes) {
     std::memcpy(pScratch, pSource + done, std::min(pBytes - done, kTouchScratchBytes));
-    keep(pScratch);
+    escape(pScratch);
   }
 }
 

@@ -10,13 +10,13 @@
 /// Where pixels come from: destination row y from the source at byte y * 2 * step * step * pWidth,
 /// destination macro-pixel x from byte 4 * step * x of that row. Source pixels between are skipped;
 /// nothing is filtered. A source narrower than the destination has step 0: every destination
-/// macro-pixel repeats the first one of the source. Exceptions stand at their functions.
+/// macro-pixel repeats the first one of the source. Functions say where they differ.
 ///
 /// Bounds. Rows are whole macro-pixels: an odd pWidth counts as the next even one in both buffers,
-/// unless said otherwise. Nothing but the bytes that these rules name, and source bytes that lie
-/// between them, is read; nothing but destination pixels is written. That the source has enough
-/// rows is the caller's part. Sizes of 0 or less write nothing. Buffers need no alignment and may
-/// not overlap.
+/// unless said otherwise. Nothing but the bytes that these rules name, and source bytes between
+/// them, is read; nothing but destination pixels is written. The caller checks that the source has
+/// enough rows. Sizes of 0 or less write nothing. Buffers are borrowed for the call, need no
+/// alignment and may not overlap.
 #pragma once
 
 #include <cstddef>
@@ -29,8 +29,8 @@ void yuv422ToYuv(const unsigned char* pSource, int pSourceWidth, unsigned char* 
                  int pWidth, int pHeight);
 
 /// kHsy, 1 byte a pixel: the hue, the same for both pixels of a macro-pixel.
-/// Odd on purpose: source macro-pixels lie 2 * step bytes apart, source rows step * step * pWidth
-/// bytes, and every row goes to the first row of the destination. What is left is the last row.
+/// Odd on purpose: source macro-pixels are 2 * step bytes apart, source rows step * step * pWidth
+/// bytes, and every row is written to the first row of the destination, where the last one remains.
 void yuv422ToHsy(const unsigned char* pSource, int pSourceWidth, unsigned char* pDestination,
                  int pWidth, int pHeight);
 
@@ -69,13 +69,13 @@ void yuv422ToH2RGB(const unsigned char* pSource, int pSourceWidth, unsigned char
 void yuv422ToHSMixed(const unsigned char* pSource, int pSourceWidth, unsigned char* pDestination,
                      int pWidth, int pHeight);
 
-/// Bytes of scratch that touchFrame() takes: few enough to stay in the first-level cache.
+/// Bytes of scratch memory that touchFrame() needs: few enough to stay in the first-level cache.
 constexpr std::size_t kTouchScratchBytes = std::size_t{16} * 1024;
 
-/// Reads pBytes of a raw frame once from start to end, by copies to pScratch (kTouchScratchBytes)
-/// that no one reads: each goes over the one before, so that they take no cache from the frame. A
-/// frame of a driver lies in memory that is slow to read in small pieces: this one pass in large
-/// ones makes the kernel's reads that follow cheap. It is a real pass, which no compiler removes.
+/// Reads pBytes of a raw frame once from start to end, by copying it in pieces to pScratch
+/// (kTouchScratchBytes). Each piece overwrites the one before, so the copies displace little of the
+/// frame from the cache. Frames of a driver are in memory that is slow to read in small pieces: one
+/// pass in large ones makes the kernel's reads that follow cheap. The compiler can't remove it.
 void touchFrame(const unsigned char* pSource, std::size_t pBytes, unsigned char* pScratch);
 
 }  // namespace OX::kernels

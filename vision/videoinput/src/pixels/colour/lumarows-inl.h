@@ -1,4 +1,5 @@
-// The formats that only move bytes: kYuv, kYUV422, kYYCbCr and kYUV.
+// The formats that only move bytes: kYuv, kYUV422, kYYCbCr and kYUV. Memory bounds their speed, so
+// what counts is how few instructions there are for each store.
 #if defined(OX_LUMAROWS_INL_H) == defined(HWY_TARGET_TOGGLE)
 #ifdef OX_LUMAROWS_INL_H
 #undef OX_LUMAROWS_INL_H
@@ -65,7 +66,7 @@ struct YYCbCrBlock {
   static constexpr Index kBytesOut = 4;
 
   HWY_INLINE YYCbCrBlock()
-      : fOrder(inAllLanes({0, 2, 1, 3, 4, 6, 5, 7, 8, 10, 9, 11, 12, 14, 13, 15})) {}
+      : fOrder(broadcastLane({0, 2, 1, 3, 4, 6, 5, 7, 8, 10, 9, 11, 12, 14, 13, 15})) {}
 
   template <int kStep>
   HWY_INLINE void convert(const Byte* pFrom, Byte* pTo) const {
@@ -101,20 +102,20 @@ struct YUVBlock {
   template <int kStep>
   HWY_INLINE void convert(const Byte* pFrom, Byte* pTo) const {
     const Pair pair = loadPair<kStep>(pFrom);
-    storePieces(pick(pair.first, fLeft),
-                pickMore(pick(pair.first, fMiddleFirst), pair.second, fMiddleSecond),
-                pick(pair.second, fRight), pTo);
+    storePieces(permute(pair.first, fLeft),
+                permuteInto(permute(pair.first, fMiddleFirst), pair.second, fMiddleSecond),
+                permute(pair.second, fRight), pTo);
   }
 
  private:
-  Picker fLeft, fMiddleFirst, fMiddleSecond, fRight;
+  Permutation fLeft, fMiddleFirst, fMiddleSecond, fRight;
 };
 
 /// As convertRows(), for formats whose second luma comes from a later macro-pixel above step 1. The
-/// blocks read that one whole, so the last macro-pixel of a row, where it may lie behind the
-/// frame's end in part, is left to the plain loop.
+/// blocks read that one whole. For the last macro-pixel of a row it may extend beyond the frame, so
+/// that is left to the plain loop.
 template <typename Block>
-void convertRowsButTheLast(const Rows& pRows, RowsKernel* pPlain) {
+void convertRowsExceptLast(const Rows& pRows, RowsKernel* pPlain) {
   Rows blocks = pRows;
   Rows rest = pRows;
   rest.macroPixels = pRows.step > 1 ? std::min(pRows.macroPixels, Index{1}) : 0;
@@ -125,10 +126,10 @@ void convertRowsButTheLast(const Rows& pRows, RowsKernel* pPlain) {
   pPlain(rest);
 }
 
-void rowsToYuv(const Rows& pRows) { convertRowsButTheLast<YuvBlock>(pRows, plainRows().toYuv); }
+void rowsToYuv(const Rows& pRows) { convertRowsExceptLast<YuvBlock>(pRows, plainRows().toYuv); }
 
 void rowsToYUV422(const Rows& pRows) {
-  convertRowsButTheLast<YUV422Block>(pRows, plainRows().toYUV422);
+  convertRowsExceptLast<YUV422Block>(pRows, plainRows().toYUV422);
 }
 
 void rowsToYYCbCr(const Rows& pRows) { convertRows<YYCbCrBlock>(pRows, plainRows().toYYCbCr); }

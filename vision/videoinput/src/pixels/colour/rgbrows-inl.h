@@ -1,10 +1,10 @@
-// kRGB and kBGR in 16-bit elements, two for a macro-pixel, with Y, U and V all less 128.
+// kRGB and kBGR in 16-bit elements, two a macro-pixel, with 128 subtracted from Y, U and V.
 //
-// A channel is (298 * (Y - 16) + chroma) >> 8, and as Y's factor is even the same as
-// (149 * (Y - 16) + floor(chroma / 2)) >> 7; where the chroma's factors are multiples of 4, as for
-// green and blue, also (floor(149 * (Y - 16) / 2) + chroma / 4) >> 6. Sums that leave 16 bits
-// saturate: those are far below 0 or above 255 << 7, which is clamped. The exhaustive test covers
-// every combination.
+// A channel is (298 * (Y - 16) + chroma) >> 8 which, as Y's factor is even, equals
+// (149 * (Y - 16) + floor(chroma / 2)) >> 7. Where the chroma's factors are multiples of 4, as for
+// green and blue, it also equals (floor(149 * (Y - 16) / 2) + chroma / 4) >> 6. Sums beyond 16 bits
+// saturate: those are far below 0 or above 255 << 7, and clamped in any case. The exhaustive test
+// covers every combination.
 #if defined(OX_RGBROWS_INL_H) == defined(HWY_TARGET_TOGGLE)
 #ifdef OX_RGBROWS_INL_H
 #undef OX_RGBROWS_INL_H
@@ -33,7 +33,7 @@ class RGBChannels {
  public:
   HWY_INLINE RGBChannels()
       : fMiddle(hn::BitCast(kU8, words(0x8080))),
-        fChromaOfPixels(inAllLanes({1, 3, 1, 3, 5, 7, 5, 7, 9, 11, 9, 11, 13, 15, 13, 15})),
+        fChromaOfPixels(broadcastLane({1, 3, 1, 3, 5, 7, 5, 7, 9, 11, 9, 11, 13, 15, 13, 15})),
         fLuma(unsignedBytePairs(149, 0)),
         fRed(unsignedBytePairs(0, 204)),
         fGreen(unsignedBytePairs(25, 52)),
@@ -47,7 +47,8 @@ class RGBChannels {
     const I16 quarterLuma = hn::Add(hn::ShiftRight<1>(halfLuma), fQuarterOffset);
 
     const I8 uv = hn::BitCast(kI8, hn::TableLookupBytes(centred, fChromaOfPixels));
-    // Half of 409 * V is 204 * V and half of V, the upper byte. U, below it, can't change that.
+    // Half of 409 * V is 204 * V plus half of V, the upper byte. U, the lower byte, can't carry
+    // into it.
     const I16 halfRed =
         hn::Add(multiplyAddBytes(fRed, uv), hn::ShiftRight<9>(hn::BitCast(kI16, uv)));
     const I16 red = hn::SaturatedAdd(hn::SaturatedAdd(halfLuma, halfRed), fHalfOffset);
@@ -67,12 +68,12 @@ using Channel = I16 Channels::*;
 /// Green between the two other channels.
 template <Channel kFirst, Channel kThird>
 struct ChannelsFormat {
-  /// In each lane the first channel of eight pixels and then the second; the third of the first
-  /// vector's and of the second's.
-  struct Place {
-    static constexpr bool isInBoth(Index pByte) { return pByte == 2; }
-    static constexpr Index place(Index pPixel, Index pByte, bool pIsSecond) {
-      const bool isUpperHalf = isInBoth(pByte) ? pIsSecond : pByte == 1;
+  /// Each lane has the first channel of eight pixels and then the second; in the shared vector, the
+  /// third channel of eight pixels of the first vector and then of the second.
+  struct Layout {
+    static constexpr bool isShared(Index pByte) { return pByte == 2; }
+    static constexpr Index position(Index pPixel, Index pByte, bool pIsSecond) {
+      const bool isUpperHalf = isShared(pByte) ? pIsSecond : pByte == 1;
       return pPixel / 8 * kLaneBytes + 8 * isUpperHalf + pPixel % 8;
     }
   };

@@ -1,4 +1,5 @@
-// How a block of macro-pixels is carried over the rows of a frame, for each instruction set.
+// Applies the conversion of one block of macro-pixels to the rows of a frame, for each instruction
+// set. The tails of rows are handled here.
 #if defined(OX_ROWBLOCKS_INL_H) == defined(HWY_TARGET_TOGGLE)
 #ifdef OX_ROWBLOCKS_INL_H
 #undef OX_ROWBLOCKS_INL_H
@@ -21,22 +22,23 @@ namespace HWY_NAMESPACE {
 
 using namespace OX::HWY_NAMESPACE;
 
-/// How far ahead of the stores their cache lines are asked for. Left to themselves, stores fetch
-/// the lines that they overwrite one by one, in order; any distance from 200 to 3000 serves alike.
+/// How many bytes ahead of the stores their cache lines are prefetched. Otherwise stores fetch the
+/// lines that they overwrite one by one, in order. Distances from 200 to 3000 measured alike.
 constexpr Index kStoresAhead = 512;
 
-/// Asks for the cache lines of some bytes, to write to them.
+/// Prefetches the cache lines of some bytes for writing.
 template <Index kBytes>
-HWY_INLINE void expectStores(const Byte* pTo) {
-  if constexpr (kBytes <= kCacheLine / 2) return;  // would ask for each line twice or more
+HWY_INLINE void prefetchStores(const Byte* pTo) {
+  if constexpr (kBytes <= kCacheLine / 2) return;  // would prefetch each line twice or more
   for (Index i = 0; i < kBytes; i += kCacheLine) {
-    // Does nothing on processors that don't know it.
+    // A no-operation on processors that lack it.
     asm volatile("prefetchw %0" : : "m"(pTo[i]));
   }
 }
 
-/// Rows in blocks. The last block of a row ends with the last macro-pixel: it may do some of the
-/// block before again, to the same bytes. Rows of less than a block are left to the plain loop.
+/// Converts rows in blocks. The last block of a row ends with the last macro-pixel: it may convert
+/// some of the block before again, to the same bytes. Rows shorter than a block are left to the
+/// plain loop.
 template <typename Block, int kStep>
 void convertRowsAtStep(const Rows& pRows, RowsKernel* pPlain) {
   if (pRows.macroPixels < Block::kMacroPixels) return pPlain(pRows);
@@ -49,8 +51,8 @@ void convertRowsAtStep(const Rows& pRows, RowsKernel* pPlain) {
     const Byte* const next = y + 1 < pRows.count ? from + pRows.sourceStride : from;
     for (Index i = 0; i < last; i += Block::kMacroPixels) {
       const Index ahead = std::min(to + Block::kBytesOut * i + kStoresAhead, lastInFrame);
-      expectStores<Block::kMacroPixels * Block::kBytesOut>(pRows.destination + ahead);
-      if constexpr (kStep > 1) expectLoads<4 * kStep * Block::kMacroPixels>(next + 4 * kStep * i);
+      prefetchStores<Block::kMacroPixels * Block::kBytesOut>(pRows.destination + ahead);
+      if constexpr (kStep > 1) prefetchLoads<4 * kStep * Block::kMacroPixels>(next + 4 * kStep * i);
       block.template convert<kStep>(from + 4 * kStep * i,
                                     pRows.destination + to + Block::kBytesOut * i);
     }
@@ -59,7 +61,7 @@ void convertRowsAtStep(const Rows& pRows, RowsKernel* pPlain) {
   }
 }
 
-/// The same for the steps of the four resolutions; the plain loop does others.
+/// The same for the steps between the four resolutions; others are left to the plain loop.
 template <typename Block>
 void convertRows(const Rows& pRows, RowsKernel* pPlain) {
   switch (pRows.step) {

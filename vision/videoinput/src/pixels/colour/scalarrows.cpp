@@ -1,5 +1,6 @@
-// The truth: every colour space as a plain loop over macro-pixels, with no tricks. The vector forms
-// are tested against this file bit for bit and hand it the macro-pixels that fill no vector.
+// The reference: every colour space as a plain loop over macro-pixels, with no tricks. The vector
+// forms are tested against this file bit for bit and leave it the rows that fill no vector. The
+// coefficients and their oddities are the formats' definition.
 #include <algorithm>
 #include <cstddef>
 
@@ -12,11 +13,11 @@ using Byte = unsigned char;
 
 Byte clampToByte(int pValue) { return static_cast<Byte>(std::clamp(pValue, 0, 255)); }
 
-/// Calls pConvert(source macro-pixel, destination) for each macro-pixel of the rows; pAdvance
-/// source bytes lie from one to the next.
+/// Calls pConvert(source macro-pixel, destination) for each macro-pixel of the rows, which are
+/// pAdvance source bytes apart.
 template <int kBytesOut, typename Convert>
 void forEachMacroPixel(const Rows& pRows, std::ptrdiff_t pAdvance, Convert pConvert) {
-  const Rows rows = pRows;  // which no byte that is written can change, as the compiler sees it
+  const Rows rows = pRows;  // a local copy: for the compiler, no written byte can change it
   for (std::ptrdiff_t y = 0; y < rows.count; ++y) {
     const Byte* const in = rows.source + rows.sourceStride * y;
     Byte* const out = rows.destination + rows.destinationStride * y;
@@ -97,13 +98,13 @@ struct Hue {
   Byte saturation(int pLuma) const { return clampToByte(numerator / (298 * pLuma + chromaTerm)); }
 };
 
-/// The differences are those of the channels times 256, with the bias of U and V folded in. Green
-/// has its two coefficients the other way round than in macroPixelToRGB: on purpose, do not align.
+/// The differences are those of the channels times 256, with the bias of U and V folded in. Green's
+/// two coefficients are swapped compared with macroPixelToRGB: on purpose, do not align.
 Hue hueOf(int pU, int pV) {
   const int redGreen = 208 * pU + 509 * pV - 91776;
   const int greenBlue = -724 * pU - 100 * pV + 105472;
   const int redBlue = -516 * pU + 409 * pV + 13696;
-  // Plus 1 each, which keeps every denominator that is used from being 0.
+  // Each plus 1, so that no denominator that is used is 0.
   const int red = 409 * pV - 57119;
   const int green = -208 * pU - 100 * pV + 34657;
   const int blue = 516 * pU - 70815;
@@ -150,7 +151,7 @@ void rowsToHsy(const Rows& pRows) {
   });
 }
 
-/// The hue scale unrolled to colours: six ramps of slope 6, blue, green, red.
+/// The hue scale as colours: six ramps of slope 6, stored as blue, green, red.
 void hueToColour(int pHue, Byte* pOut) {
   int blue = 0;
   int green = 0;

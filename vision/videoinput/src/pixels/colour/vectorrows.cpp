@@ -1,4 +1,5 @@
-// The vector forms, compiled once for each instruction set; the best one is chosen at run time.
+// The vector forms, compiled once for each instruction set: Highway includes this file for each of
+// them again, and the best one is chosen at run time. The formats are in the -inl.h files.
 #include "pixels/simd/vectortargets.h"
 // After the targets.
 #undef HWY_TARGET_INCLUDE
@@ -8,7 +9,7 @@
 
 #include "rows.h"
 
-// Highway's fallback for other processors has no vectors worth the name.
+// Highway's fallback for other processors only emulates vectors: the plain loops serve instead.
 #if HWY_TARGET <= HWY_SSE4
 #include "huerows-inl.h"
 #include "lumarows-inl.h"
@@ -32,7 +33,7 @@ const RowKernels& rows() {
       .toYYCbCr = rowsToYYCbCr,
       .toH2RGB = rowsToH2RGB,
       .toHSMixed = rowsToHSMixed,
-      // One row of a frame at most: not worth a vector form.
+      // One row a frame: not worth a vector form.
       .toHsy = plainRows().toHsy,
   };
   return kRows;

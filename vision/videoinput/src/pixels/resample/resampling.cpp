@@ -1,4 +1,5 @@
-// Which source rows make which target rows.
+// Which source rows make which target rows. Arguments are checked here: the row kernels trust
+// theirs.
 #include "resampling.h"
 
 #include <cstddef>
@@ -34,7 +35,7 @@ bool subSample(int pRatio, int pWidth, int pHeight, const Byte* pSource, Byte* p
   if (!isRatio(pRatio)) return false;
   if (isEmpty(pWidth, pHeight)) return true;
   const std::ptrdiff_t count = pHeight / pRatio;
-  // Target rows of a width that isn't whole lie one pixel more or less apart.
+  // If the ratio does not divide the width, the distance between target rows varies by a pixel.
   const std::ptrdiff_t atOnce = pWidth % pRatio == 0 ? count : 1;
   for (std::ptrdiff_t y = 0; y < count; y += atOnce) {
     rowKernels().down(pRatio, {.source = pSource + 3 * y * pRatio * pWidth,

@@ -1,9 +1,9 @@
 // RGB pixels in vectors, and their conversion to YUV422.
 //
-// The conversion is two byte multiply-adds a channel over (red, green) and (blue, green): green's
-// 129 in the luma is more than a signed byte, so it is shared out. The sums with their offsets stay
-// below 2^16 and the wanted value is their upper byte. Chroma is computed as its complement,
-// because the processor's mean of bytes rounds up and ours must round down.
+// A channel is two multiply-adds of bytes, over (red, green) and (blue, green): green's 129 in the
+// luma exceeds a signed byte, so it is split between the two. The sums with their offsets stay
+// below 2^16, and the result is their upper byte. Chroma is computed as its complement, because the
+// processor's mean of bytes rounds up and ours must round down.
 #if defined(OX_RESAMPLINGCOLOURS_INL_H) == defined(HWY_TARGET_TOGGLE)
 #ifdef OX_RESAMPLINGCOLOURS_INL_H
 #undef OX_RESAMPLINGCOLOURS_INL_H
@@ -24,7 +24,7 @@ namespace HWY_NAMESPACE {
 using namespace OX::HWY_NAMESPACE;
 
 constexpr int kLumaOffset = 128 + 16 * 256;
-/// Less than 2^16 - 1 by what chroma's own offset has.
+/// 2^16 - 1 minus chroma's own offset.
 constexpr int kComplementOffset = 0xFFFF - 128 - 128 * 256;
 
 #if OX_USES_VNNI
@@ -90,7 +90,7 @@ struct Channels {
   U16 luma, blueChroma, redChroma;
 };
 
-/// A channel: the sum of the products with both kinds of bytes and an offset.
+/// A channel: the sum of the products with both vectors of bytes and an offset.
 class Channel {
  public:
   HWY_INLINE Channel(int pOffset, int pRed, int pGreen, int pBlue, int pMoreGreen)

@@ -1,5 +1,5 @@
-// Loading RGB pixels that lie side by side or apart. A pixel that lies apart is loaded with the
-// byte behind it: who calls leaves the last one of a row to the plain loop.
+// Loads RGB pixels that are adjacent or apart. Pixels that are apart are loaded with the byte that
+// follows each, so callers leave the last one of a row to the plain loop.
 #if defined(OX_RESAMPLINGLOAD_INL_H) == defined(HWY_TARGET_TOGGLE)
 #ifdef OX_RESAMPLINGLOAD_INL_H
 #undef OX_RESAMPLINGLOAD_INL_H
@@ -29,13 +29,13 @@ struct PairColours {
 
 using Pattern = std::array<Byte, kVectorBytes>;
 
-/// The bytes red, green, blue, green of pixels; pPlace(pixel) says at which byte each starts.
-template <typename Place>
-constexpr Pattern coloursAt(Place pPlace) {
+/// The bytes red, green, blue, green of pixels; pOffsetOf(pixel) is the byte at which each starts.
+template <typename Offset>
+constexpr Pattern coloursAt(Offset pOffsetOf) {
   Pattern pattern{};
   for (Index i = 0; i < kVectorBytes; ++i) {
     constexpr Index kOrder[] = {0, 1, 2, 1};
-    pattern[i] = static_cast<Byte>(pPlace(i / 4) + kOrder[i % 4]);
+    pattern[i] = static_cast<Byte>(pOffsetOf(i / 4) + kOrder[i % 4]);
   }
   return pattern;
 }
@@ -51,8 +51,8 @@ HWY_INLINE Colours loadColours(const Byte* pFrom) {
   return {U8{permute(bytes, kInOrder)}};
 }
 
-/// Pixels that lie kStride bytes apart, a multiple of 4. Load i starts so that its pixels are the
-/// elements i, i + kStride / 4 and so on; elements of no interest are not touched.
+/// Pixels that are kStride bytes apart, a multiple of 4. Load i starts so that its pixels are the
+/// elements i, i + kStride / 4 and so on; the mask keeps other elements from being read.
 template <int kStride>
 HWY_INLINE Colours loadColoursApart(const Byte* pFrom) {
   constexpr int kApart = kStride / 4;
@@ -84,29 +84,30 @@ HWY_INLINE Colours loadColoursApart(const Byte* pFrom) {
 }
 
 constexpr Index kSecondLoad = 6 * kColours - kVectorBytes;  ///< where the second load starts
-constexpr Index kInFirstLoad = 10;                          ///< pairs that the first one has whole
+constexpr Index kInFirstLoad = 10;                          ///< pairs that the first load has whole
 
-constexpr Index placeOfPair(Index pPair) {
+constexpr Index offsetOfPair(Index pPair) {
   return 6 * pPair - (pPair < kInFirstLoad ? 0 : kSecondLoad);
 }
-constexpr Pattern kLeftOfPairs = coloursAt(placeOfPair);
-constexpr Pattern kRightOfPairs = coloursAt([](Index pPair) { return placeOfPair(pPair) + 3; });
+constexpr Pattern kLeftOfPairs = coloursAt(offsetOfPair);
+constexpr Pattern kRightOfPairs = coloursAt([](Index pPair) { return offsetOfPair(pPair) + 3; });
 
-/// Pairs of pixels side by side: both sides out of two loads that overlap and end with the pairs.
+/// Adjacent pairs of pixels: left and right ones from two loads that overlap and end with the
+/// pairs.
 class PairLoader {
  public:
   HWY_INLINE PairLoader()
-      : fLeft(fixed(hn::LoadU(kU8, kLeftOfPairs.data()))),
-        fRight(fixed(hn::LoadU(kU8, kRightOfPairs.data()))) {}
+      : fLeft(hoist(hn::LoadU(kU8, kLeftOfPairs.data()))),
+        fRight(hoist(hn::LoadU(kU8, kRightOfPairs.data()))) {}
 
   HWY_INLINE PairColours load(const Byte* pFrom) const {
     const auto first = _mm512_loadu_si512(pFrom);
     const auto second = _mm512_loadu_si512(pFrom + kSecondLoad);
-    return {{pick(first, second, fLeft)}, {pick(first, second, fRight)}};
+    return {{permuteBoth(first, second, fLeft)}, {permuteBoth(first, second, fRight)}};
   }
 
  private:
-  static HWY_INLINE U8 pick(__m512i pFirst, __m512i pSecond, U8 pOrder) {
+  static HWY_INLINE U8 permuteBoth(__m512i pFirst, __m512i pSecond, U8 pOrder) {
     constexpr __mmask64 kInSecond = ~0ULL << 4 * kInFirstLoad;
     return U8{_mm512_mask_permutexvar_epi8(_mm512_permutexvar_epi8(pOrder.raw, pFirst), kInSecond,
                                            pOrder.raw, pSecond)};
@@ -139,13 +140,13 @@ HWY_INLINE Colours joinHalves(U8 pFirst, U8 pSecond) {
 HWY_INLINE Colours loadColours(const Byte* pFrom) {
   const U8 first = joinLanes<loadLaneAt>(pFrom, 24);
   const U8 second = joinLanes<loadLaneAt>(pFrom + 8, 24);
-  return joinHalves(
-      hn::TableLookupBytes(first, inAllLanes({0, 1, 3, 4, 6, 7, 9, 10, 2, 1, 5, 4, 8, 7, 11, 10})),
-      hn::TableLookupBytes(second,
-                           inAllLanes({4, 5, 7, 8, 10, 11, 13, 14, 6, 5, 9, 8, 12, 11, 15, 14})));
+  const U8 firstOrder = broadcastLane({0, 1, 3, 4, 6, 7, 9, 10, 2, 1, 5, 4, 8, 7, 11, 10});
+  const U8 secondOrder = broadcastLane({4, 5, 7, 8, 10, 11, 13, 14, 6, 5, 9, 8, 12, 11, 15, 14});
+  return joinHalves(hn::TableLookupBytes(first, firstOrder),
+                    hn::TableLookupBytes(second, secondOrder));
 }
 
-/// Four pixels that lie kStride bytes apart, each in an element: pixel i is element i of the load
+/// Four pixels that are kStride bytes apart, each in an element: pixel i is element i of the load
 /// that starts i elements before it.
 template <int kStride>
 HWY_INLINE Lane loadLaneApart(const Byte* pFrom) {
@@ -162,26 +163,27 @@ HWY_INLINE Lane loadLaneApart(const Byte* pFrom) {
 
 template <int kStride>
 HWY_INLINE Colours loadColoursApart(const Byte* pFrom) {
-  const U8 order = inAllLanes({0, 1, 4, 5, 8, 9, 12, 13, 2, 1, 6, 5, 10, 9, 14, 13});
+  const U8 order = broadcastLane({0, 1, 4, 5, 8, 9, 12, 13, 2, 1, 6, 5, 10, 9, 14, 13});
   const U8 first = joinLanes<loadLaneApart<kStride> >(pFrom, 8 * kStride);
   const U8 second = joinLanes<loadLaneApart<kStride> >(pFrom + 4 * kStride, 8 * kStride);
   return joinHalves(hn::TableLookupBytes(first, order), hn::TableLookupBytes(second, order));
 }
 
-/// Pairs of pixels side by side: first sorted by kind and side within four loads of two pairs each,
-/// then collected.
+/// Adjacent pairs of pixels: first sorted by colours and side within four loads of two pairs a
+/// lane, then combined.
 class PairLoader {
  public:
-  // (r, g) of two left and two right pixels, then (b, g) of them; the last load ends with its pair.
+  // (r, g) of two left and two right pixels, then (b, g) of them. The last load starts 4 bytes
+  // early to end with its pairs.
   HWY_INLINE PairLoader()
-      : fOrder(inAllLanes({0, 1, 6, 7, 3, 4, 9, 10, 2, 1, 8, 7, 5, 4, 11, 10})),
-        fLastOrder(inAllLanes({4, 5, 10, 11, 7, 8, 13, 14, 6, 5, 12, 11, 9, 8, 15, 14})) {}
+      : fOrder(broadcastLane({0, 1, 6, 7, 3, 4, 9, 10, 2, 1, 8, 7, 5, 4, 11, 10})),
+        fLastOrder(broadcastLane({4, 5, 10, 11, 7, 8, 13, 14, 6, 5, 12, 11, 9, 8, 15, 14})) {}
 
   HWY_INLINE PairColours load(const Byte* pFrom) const {
-    const U32 first = sorted(pFrom, fOrder);
-    const U32 second = sorted(pFrom + 12, fOrder);
-    const U32 third = sorted(pFrom + 24, fOrder);
-    const U32 fourth = sorted(pFrom + 32, fLastOrder);
+    const U32 first = sortPairs(pFrom, fOrder);
+    const U32 second = sortPairs(pFrom + 12, fOrder);
+    const U32 third = sortPairs(pFrom + 24, fOrder);
+    const U32 fourth = sortPairs(pFrom + 32, fLastOrder);
     // In each lane (r, g) left of four pairs, then right; the same of (b, g).
     const U8 rgLow = hn::BitCast(kU8, hn::InterleaveLower(kU32, first, second));
     const U8 bgLow = hn::BitCast(kU8, hn::InterleaveUpper(kU32, first, second));
@@ -192,7 +194,7 @@ class PairLoader {
   }
 
  private:
-  static HWY_INLINE U32 sorted(const Byte* pFrom, U8 pOrder) {
+  static HWY_INLINE U32 sortPairs(const Byte* pFrom, U8 pOrder) {
     return hn::BitCast(kU32, hn::TableLookupBytes(joinLanes<loadLaneAt>(pFrom, 48), pOrder));
   }
 

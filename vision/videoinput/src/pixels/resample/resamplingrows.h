@@ -1,5 +1,5 @@
 /// Row kernels of the resampler, one table for each instruction set. scalarresampling.cpp states
-/// the rules; vectorresampling.cpp gives the same bytes faster.
+/// the rules; vectorresampling.cpp produces the same bytes faster. Thread-safe.
 #pragma once
 
 #include <cstddef>
@@ -7,8 +7,8 @@
 
 namespace OX::resampling {
 
-/// Rows of pairs or pixels to convert, one after the other: what a kernel prepares it prepares
-/// once.
+/// Rows of pairs or pixels to convert. A kernel is passed all rows of a frame at once, so that it
+/// prepares its constants once.
 struct Rows {
   const unsigned char* source;
   std::ptrdiff_t sourceStride;  ///< bytes from row to row
@@ -21,13 +21,13 @@ struct Rows {
 struct RowKernels {
   /// Converts pairs of neighbouring pixels.
   void (*toPairs)(const Rows& pRows);
-  /// Converts pairs whose pixels lie as subSample() says.
+  /// Converts pairs whose pixels are as far apart as subSample() says.
   void (*down)(int pRatio, const Rows& pRows);
-  /// Converts pixels, each to a block of pRatio x pRatio; a target row is one of such blocks.
+  /// Converts pixels, each to a block of pRatio x pRatio; a target row is a row of such blocks.
   void (*up)(int pRatio, const Rows& pRows);
 };
 
-/// Makes the other pixel rows of a row of blocks, equal to the first.
+/// Copies the first pixel row of a row of blocks to the others, doubling what is copied each time.
 inline void repeatRow(unsigned char* pFirst, std::ptrdiff_t pBytes, int pRatio) {
   for (int rows = 1; rows < pRatio; rows *= 2) {
     std::memcpy(pFirst + rows * pBytes, pFirst, static_cast<std::size_t>(rows * pBytes));

@@ -1,5 +1,6 @@
-// The truth of the resampler: plain loops with no tricks. The vector forms are tested against this
-// file bit for bit and hand it what fills no vector.
+// The reference of the resampler: plain loops with no tricks. The vector forms are tested against
+// this file bit for bit and leave it what fills no vector. The coefficients and the two roundings
+// of chroma define what every subscriber sees of a pushed frame.
 #include <cstddef>
 
 #include "resamplingrows.h"

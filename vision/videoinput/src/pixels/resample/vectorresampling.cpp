@@ -1,5 +1,5 @@
-// The vector forms of the resampler, compiled once for each instruction set; the best one is chosen
-// at run time.
+// The vector forms of the resampler, compiled once for each instruction set: Highway includes this
+// file for each of them again, and the best one is chosen at run time.
 #include "pixels/simd/vectortargets.h"
 // After the targets.
 #undef HWY_TARGET_INCLUDE
@@ -9,7 +9,7 @@
 
 #include "resamplingrows.h"
 
-// Highway's fallback for other processors has no vectors worth the name.
+// Highway's fallback for other processors only emulates vectors: the plain loops serve instead.
 #if HWY_TARGET <= HWY_SSE4
 #include "resamplingload-inl.h"
 #endif
@@ -25,8 +25,8 @@ namespace HWY_NAMESPACE {
 #if HWY_TARGET <= HWY_SSE4
 
 /// Converts rows in blocks of kColours items, pixels or pairs. The last block of a row ends with
-/// the last item: it may do some of the block before again, to the same bytes. There must be one at
-/// least. Calls pEndRow(source, target) after each row.
+/// the last item: it may convert some of the block before again, to the same bytes. A row must have
+/// at least one block. Calls pEndRow(source, target) after each row.
 template <typename Block, typename EndRow>
 HWY_INLINE void forEachBlock(const Rows& pRows, EndRow pEndRow) {
   const Block block;
@@ -37,7 +37,7 @@ HWY_INLINE void forEachBlock(const Rows& pRows, EndRow pEndRow) {
     const Byte* const next = y + 1 < pRows.count ? from + pRows.sourceStride : from;
     for (Index i = 0; i < last; i += kColours) {
       if constexpr (Block::kSkipsRows) {
-        expectLoads<kColours * Block::kBytesIn>(next + Block::kBytesIn * i);
+        prefetchLoads<kColours * Block::kBytesIn>(next + Block::kBytesIn * i);
       }
       block.convert(from + Block::kBytesIn * i, to + Block::kBytesOut * i);
     }
@@ -84,7 +84,8 @@ struct DownBlock {
   Converter fConverter;
 };
 
-/// The last pair of a row is left to the plain loop, before the next row, which may begin in it.
+/// The last pair of a row is left to the plain loop, since a block would read beyond its pixels. It
+/// comes before the next row, which may overlap it.
 template <int kRatio>
 void downBy(const Rows& pRows) {
   if (pRows.items <= kColours) return plainRows().down(kRatio, pRows);
@@ -107,7 +108,7 @@ void down(int pRatio, const Rows& pRows) {
   }
 }
 
-/// Stores each four bytes of kColours pairs kTimes in a row.
+/// Stores each group of four bytes of kColours pairs kTimes in succession.
 template <int kTimes>
 HWY_INLINE void storeRepeated(const Byte* pPairs, Byte* pTarget) {
   constexpr Index kPerVector = kVectorBytes / 4;

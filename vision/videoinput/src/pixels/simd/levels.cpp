@@ -1,3 +1,6 @@
+// Highway dispatches to the best target of this processor at each call; the choice of a level
+// narrows that down for the whole process. The plain loops are no target of Highway, so they are
+// chosen by a flag of their own, which every call of a kernel reads.
 #include "levels.h"
 
 #include <algorithm>
@@ -21,7 +24,7 @@ std::vector<int64_t> vectorTargets() {
   return targets;
 }
 
-/// Each call of a kernel looks up the chosen target; 0 means all that the processor has.
+/// Sets the targets that calls of kernels choose from; 0 means all that the processor has.
 void chooseTargets(int64_t pTargets) {
   const int64_t all = hwy::SupportedTargets();
   hwy::GetChosenTarget().Update(pTargets == 0 ? all : pTargets);

@@ -1,5 +1,5 @@
-// Division of small integers in lanes, exact, without floating point: factor * n / d, truncated,
-// for 0 <= n <= d < 2^18 and factors below 256.
+// Exact division of small integers in lanes: factor * n / d, truncated, for 0 <= n <= d < 2^18 and
+// factors below 256. Quotients are 16-bit integers: a vector holds twice as many of them as floats.
 #if defined(OX_VECTORDIVISION_INL_H) == defined(HWY_TARGET_TOGGLE)
 #ifdef OX_VECTORDIVISION_INL_H
 #undef OX_VECTORDIVISION_INL_H
@@ -16,23 +16,23 @@ HWY_BEFORE_NAMESPACE();
 namespace OX {
 namespace HWY_NAMESPACE {
 
-/// Zero bits above the highest one of a number below 2^24: 32 or more for 0. Of negative numbers
-/// anything that makes the ratio below about 0.
+/// Zero bits above the highest set one of a number below 2^24; 32 or more for 0. For negative
+/// numbers any count that makes the ratio below about 0.
 HWY_INLINE U32 leadingZeros(I32 pNumber) {
 #if OX_USES_VNNI
   return U32{_mm512_lzcnt_epi32(pNumber.raw)};
 #else
-  // The exponent of the number as a float tells, and the conversion is exact.
+  // From the exponent of the number as a float: the conversion is exact.
   const auto asFloat = hn::ConvertTo(hn::RebindToFloat<decltype(kI32)>(), pNumber);
   return hn::Sub(hn::Set(kU32, 158), hn::ShiftRight<23>(hn::BitCast(kU32, asFloat)));
 #endif
 }
 
-/// 0 for shifts by 32 and more.
+/// Shifts each element by its own count; 0 for counts of 32 and more.
 HWY_INLINE I32 shiftLeft(I32 pNumber, U32 pBits) {
   const I32 shifted = pNumber << hn::BitCast(kI32, pBits);
 #if HWY_TARGET == HWY_SSE4
-  // Made of a multiplication, which knows only proper shifts.
+  // Highway multiplies by a power of two here, which works for counts below 32 only.
   const U32 excess = hn::AndNot(hn::Set(kU32, 31), pBits);
   return hn::And(shifted, hn::VecFromMask(kI32, hn::Eq(hn::BitCast(kI32, excess), hn::Zero(kI32))));
 #else
@@ -40,19 +40,20 @@ HWY_INLINE I32 shiftLeft(I32 pNumber, U32 pBits) {
 #endif
 }
 
-/// Two numbers in 16-bit elements: those of two vectors of 32-bit ones by turns.
+/// Numerators and denominators in 16-bit elements, alternating between those of two vectors of
+/// 32-bit elements.
 struct Fraction {
   U16 n, d;        ///< the upper bits, so that d is 1/2 to 1 in units of 2^-16
   U16 lowN, lowD;  ///< the lower bits
 };
 
-/// Makes fractions of 32-bit elements, for 0 <= n <= d < 2^18. Negative d count as large.
-/// Halves change places by shuffles, as the units that shift have more than enough to do.
+/// Makes fractions of 32-bit elements, for 0 <= n <= d < 2^18. A negative d counts as large. Halves
+/// are moved by shuffles, since the execution units that shift are busy already.
 class FractionMaker {
  public:
   HWY_INLINE FractionMaker()
-      : fDown(inAllLanes({2, 3, 2, 3, 6, 7, 6, 7, 10, 11, 10, 11, 14, 15, 14, 15})),
-        fUp(inAllLanes({0, 1, 0, 1, 4, 5, 4, 5, 8, 9, 8, 9, 12, 13, 12, 13})) {}
+      : fDown(broadcastLane({2, 3, 2, 3, 6, 7, 6, 7, 10, 11, 10, 11, 14, 15, 14, 15})),
+        fUp(broadcastLane({0, 1, 0, 1, 4, 5, 4, 5, 8, 9, 8, 9, 12, 13, 12, 13})) {}
 
   HWY_INLINE Fraction of(I32 pEvenN, I32 pOddN, I32 pEvenD, I32 pOddD) const {
     const U32 even = leadingZeros(pEvenD);
@@ -91,7 +92,7 @@ class FractionMaker {
   U8 fDown, fUp;
 };
 
-/// What a fraction is multiplied with, below 256.
+/// What a fraction is multiplied by, below 256.
 struct Factor {
   HWY_INLINE explicit Factor(int pFactor)
       : factor(words(pFactor)), factor256(words(pFactor * 256)) {}
@@ -102,15 +103,16 @@ struct Factor {
 /// factor * n / d of several fractions, in 64ths: the integer part is exact, the rest is not. 0 for
 /// n = 0.
 ///
-/// A line gives 1 / d to 7 %, and a parabola of the error the rest to 1 in 4000. The quotient so
-/// known, in 64ths and never below the true one, is less than 15 of them too large: the integer is
-/// right or one too large, and the remainder tells. Of the remainder 16 bits will do. A negative
-/// one, above -15/64 of a divisor below 2^18, has more 4096s in these 16 bits than the quotient has
-/// 64ths, so that taking as many of them away turns the quotient back. One that isn't negative has
-/// fewer, whether it fits 16 bits or not, and takes away none but those.
+/// A line approximates 1 / d to 7 %, and a parabola of the error corrects that to 1 in 4000. The
+/// approximate quotient, in 64ths, is never below the true one and less than 15 of them above it:
+/// the integer part is right or one too large, and the remainder decides. 16 bits of the remainder
+/// are enough. A negative one, above -15/64 of a divisor below 2^18, has more 4096s in these 16
+/// bits than the quotient has 64ths above its integer part, so subtracting as many makes the
+/// integer one less. One that isn't negative has fewer, whether it fits 16 bits or not, and leaves
+/// the integer as it is.
 ///
-/// Each step is taken for all fractions before the next one: a fraction's own steps wait for each
-/// other, and the processor doesn't look far enough ahead to fill the time by itself.
+/// Each step is done for all fractions before the next one: a fraction's own steps depend on each
+/// other, and the processor doesn't look far enough ahead to interleave them by itself.
 class Division {
  public:
   HWY_INLINE Division() : fLine(words(96000 & 0xFFFF)), fParabola(words(32831)), fSlack(words(5)) {}

@@ -1,9 +1,9 @@
-// How macro-pixels come into vectors and pixels go out, for each instruction set.
+// Loads macro-pixels into vectors and stores pixels from them, for each instruction set.
 //
 // A pair of vectors holds 2 * kPerVector macro-pixels. With byte permutes over the whole vector
 // (VBMI) the first holds the first half of them, in order. Without, shuffles stay in 16-byte lanes,
-// so each lane gets eight macro-pixels in a row: four in the first vector, four in the second.
-// The arithmetic between works on single elements and does not see the difference.
+// so each lane has eight consecutive macro-pixels: four in the first vector, four in the second.
+// The arithmetic in between works on single elements and is the same for both.
 #if defined(OX_VECTORPIXELS_INL_H) == defined(HWY_TARGET_TOGGLE)
 #ifdef OX_VECTORPIXELS_INL_H
 #undef OX_VECTORPIXELS_INL_H
@@ -41,12 +41,12 @@ struct Pair {
 
 // ---- Loading
 
-/// Macro-pixels that lie kStep apart, in order. Load i starts so that those of its macro-pixels
-/// that are wanted become elements i, i + kStep and so on, and ends no later than the last one. A
-/// shuffle puts them in order.
+/// Loads macro-pixels that lie kStep apart, in order. Load i starts so that the wanted ones of its
+/// macro-pixels become elements i, i + kStep and so on, and ends with the last of them: nothing
+/// beyond it is read. A shuffle puts them in order.
 template <int kStep>
 struct SteppedLoad {
-  static constexpr Index kWanted = kStep < kPerVector ? kPerVector / kStep : 1;  ///< of a load
+  static constexpr Index kWanted = kStep < kPerVector ? kPerVector / kStep : 1;  ///< per load
   static constexpr Index kLoads = kPerVector / kWanted;
   static constexpr Index kAdvance = 4 * (kStep * kWanted - 1);  ///< bytes, from load to load
 
@@ -103,59 +103,59 @@ HWY_INLINE Pair loadPair(const Byte* pFrom) {
 #endif
 }
 
-// ---- Shuffling bytes to where they are stored
+// ---- Shuffling bytes into the order in which they are stored
 
 /// A pair becomes two or three pieces, which are stored as vectors. A pattern says which byte of a
-/// source goes where in a piece.
+/// source each byte of a piece is.
 constexpr Index kPatternBytes = OX_PERMUTES_WHOLE_VECTORS ? kVectorBytes : kLaneBytes;
 using Pattern = std::array<Byte, kPatternBytes>;
-/// Elements of a pattern that take nothing.
+/// Elements of a pattern that take no byte.
 constexpr Byte kNothing = 0x80;
 
 #if OX_PERMUTES_WHOLE_VECTORS
 
-/// A pattern, ready for use.
-struct Picker {
-  HWY_INLINE explicit Picker(const Pattern& pPattern)
-      : fOrder(fixed(hn::LoadU(kU8, pPattern.data()))),
+/// A pattern, loaded into registers.
+struct Permutation {
+  HWY_INLINE explicit Permutation(const Pattern& pPattern)
+      : fOrder(hoist(hn::LoadU(kU8, pPattern.data()))),
         fTakes(_knot_mask64(_mm512_movepi8_mask(fOrder.raw))) {}
 
   U8 fOrder;
   __mmask64 fTakes;
 };
 
-/// Bytes of pFrom by the pattern; anything where the pattern takes nothing.
-HWY_INLINE U8 pick(U8 pFrom, const Picker& pPicker) {
-  return U8{_mm512_permutexvar_epi8(pPicker.fOrder.raw, pFrom.raw)};
+/// The bytes of pFrom in the pattern's order; unspecified where the pattern takes none.
+HWY_INLINE U8 permute(U8 pFrom, const Permutation& pPermutation) {
+  return U8{_mm512_permutexvar_epi8(pPermutation.fOrder.raw, pFrom.raw)};
 }
 
-/// The same, with pPicked's bytes where the pattern takes nothing.
-HWY_INLINE U8 pickMore(U8 pPicked, U8 pFrom, const Picker& pPicker) {
-  return U8{
-      _mm512_mask_permutexvar_epi8(pPicked.raw, pPicker.fTakes, pPicker.fOrder.raw, pFrom.raw)};
+/// The same, with pBase's bytes where the pattern takes none.
+HWY_INLINE U8 permuteInto(U8 pBase, U8 pFrom, const Permutation& pPermutation) {
+  return U8{_mm512_mask_permutexvar_epi8(pBase.raw, pPermutation.fTakes, pPermutation.fOrder.raw,
+                                         pFrom.raw)};
 }
 
 #else
 
-struct Picker {
-  HWY_INLINE explicit Picker(const Pattern& pPattern) : fOrder(inAllLanes(pPattern)) {}
+struct Permutation {
+  HWY_INLINE explicit Permutation(const Pattern& pPattern) : fOrder(broadcastLane(pPattern)) {}
 
   U8 fOrder;
 };
 
-HWY_INLINE U8 pick(U8 pFrom, const Picker& pPicker) {
-  return hn::TableLookupBytesOr0(pFrom, pPicker.fOrder);
+HWY_INLINE U8 permute(U8 pFrom, const Permutation& pPermutation) {
+  return hn::TableLookupBytesOr0(pFrom, pPermutation.fOrder);
 }
 
-HWY_INLINE U8 pickMore(U8 pPicked, U8 pFrom, const Picker& pPicker) {
-  return hn::Or(pPicked, pick(pFrom, pPicker));
+HWY_INLINE U8 permuteInto(U8 pBase, U8 pFrom, const Permutation& pPermutation) {
+  return hn::Or(pBase, permute(pFrom, pPermutation));
 }
 
 #endif
 
 #if OX_PERMUTES_WHOLE_VECTORS || HWY_MAX_BYTES == 16
 
-/// Stores three pieces one behind the other.
+/// Stores three pieces one after the other.
 HWY_INLINE void storePieces(U8 pLeft, U8 pMiddle, U8 pRight, Byte* pTo) {
   hn::StoreU(pLeft, kU8, pTo);
   hn::StoreU(pMiddle, kU8, pTo + kVectorBytes);
@@ -188,16 +188,16 @@ HWY_INLINE void storePieces(U8 pLeft, U8 pMiddle, U8 pRight, Byte* pTo) {
 
 #endif
 
-/// Patterns for three pieces out of kSources sources. pPlace(byte of the pieces) says where it
-/// comes from: first the source, then the byte of it.
-template <int kSources, typename Place>
-constexpr auto makePatterns(Place pPlace) {
+/// Patterns for three pieces out of kSources sources. pSourceOf(byte of the pieces) returns where
+/// it comes from: the source and the byte of that.
+template <int kSources, typename SourceOf>
+constexpr auto makePatterns(SourceOf pSourceOf) {
   std::array<std::array<Pattern, kSources>, 3> patterns{};
   for (auto& piece : patterns) {
     for (Pattern& pattern : piece) pattern.fill(kNothing);
   }
   for (Index i = 0; i < 3 * kPatternBytes; ++i) {
-    const std::pair<Index, Index> from = pPlace(i);
+    const std::pair<Index, Index> from = pSourceOf(i);
     patterns[i / kPatternBytes][from.first][i % kPatternBytes] = static_cast<Byte>(from.second);
   }
   return patterns;
@@ -205,27 +205,27 @@ constexpr auto makePatterns(Place pPlace) {
 
 // ---- Formats of three bytes a pixel
 
-/// Where the three bytes of a pair's pixels are, in vectors of a format's own order.
+/// The three bytes of a pair's pixels, in three vectors whose order is the format's own.
 struct ThreeBytes {
-  U8 first, second;  ///< what only the first vector's pixels take, and only the second's
-  U8 both;
+  U8 first, second;  ///< bytes of the first vector's pixels only, and of the second's
+  U8 shared;
 };
 
-/// Patterns for pixels of three bytes. Place's place(pixel, byte, is second) says where a byte of a
-/// pixel is in its vector's own source, or, for those where isInBoth(byte), in the shared one.
-template <typename Place>
+/// Patterns for pixels of three bytes. Layout::position(pixel, byte, is second) is where a byte of
+/// a pixel is in its vector's own source or, if Layout::isShared(byte), in the shared one.
+template <typename Layout>
 constexpr auto makeThreeBytesPatterns() {
   return makePatterns<3>([](Index pByte) {
     constexpr Index kPixels = kPatternBytes / 2;  // of one vector
     const Index pixel = pByte / 3;
     const bool isSecond = pixel >= kPixels;
-    const Index source = Place::isInBoth(pByte % 3) ? 2 : isSecond;
-    return std::pair<Index, Index>(source, Place::place(pixel % kPixels, pByte % 3, isSecond));
+    const Index source = Layout::isShared(pByte % 3) ? 2 : isSecond;
+    return std::pair<Index, Index>(source, Layout::position(pixel % kPixels, pByte % 3, isSecond));
   });
 }
 
-/// A block of macro-pixels to pixels of three bytes. Format's convert() makes ThreeBytes of a Pair,
-/// and Format::Place says where in them the bytes are.
+/// Converts a block of macro-pixels to pixels of three bytes. Format's convert() makes ThreeBytes
+/// of a Pair, and Format::Layout says where in them the bytes are.
 template <typename Format>
 class ThreeBytesBlock {
  public:
@@ -237,22 +237,22 @@ class ThreeBytesBlock {
   template <int kStep>
   HWY_INLINE void convert(const Byte* pFrom, Byte* pTo) const {
     const ThreeBytes pixels = fFormat.convert(loadPair<kStep>(pFrom));
-    const U8 left = pickMore(pick(pixels.first, fLeft), pixels.both, fLeftBoth);
+    const U8 left = permuteInto(permute(pixels.first, fLeft), pixels.shared, fLeftShared);
     const U8 middle =
-        pickMore(pickMore(pick(pixels.first, fMiddleFirst), pixels.second, fMiddleSecond),
-                 pixels.both, fMiddleBoth);
-    const U8 right = pickMore(pick(pixels.second, fRight), pixels.both, fRightBoth);
+        permuteInto(permuteInto(permute(pixels.first, fMiddleFirst), pixels.second, fMiddleSecond),
+                    pixels.shared, fMiddleShared);
+    const U8 right = permuteInto(permute(pixels.second, fRight), pixels.shared, fRightShared);
     storePiecesByLanes(left, middle, right, pTo);
   }
 
  private:
-  alignas(64) static constexpr auto kPatterns = makeThreeBytesPatterns<typename Format::Place>();
+  alignas(64) static constexpr auto kPatterns = makeThreeBytesPatterns<typename Format::Layout>();
 
   Format fFormat;
-  Picker fLeft{kPatterns[0][0]}, fLeftBoth{kPatterns[0][2]};
-  Picker fMiddleFirst{kPatterns[1][0]}, fMiddleSecond{kPatterns[1][1]};
-  Picker fMiddleBoth{kPatterns[1][2]};
-  Picker fRight{kPatterns[2][1]}, fRightBoth{kPatterns[2][2]};
+  Permutation fLeft{kPatterns[0][0]}, fLeftShared{kPatterns[0][2]};
+  Permutation fMiddleFirst{kPatterns[1][0]}, fMiddleSecond{kPatterns[1][1]};
+  Permutation fMiddleShared{kPatterns[1][2]};
+  Permutation fRight{kPatterns[2][1]}, fRightShared{kPatterns[2][2]};
 };
 
 }  // namespace HWY_NAMESPACE

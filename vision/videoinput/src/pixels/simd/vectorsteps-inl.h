@@ -1,5 +1,5 @@
 // Small steps that kernels and resampler are built of, beyond Highway's own: instructions that
-// Highway has no name for, and ways of loading that never leave the frame. Included once for each
+// Highway has no name for, and loads that never read beyond the frame. Included once for each
 // instruction set.
 #if defined(OX_VECTORSTEPS_INL_H) == defined(HWY_TARGET_TOGGLE)
 #ifdef OX_VECTORSTEPS_INL_H
@@ -14,7 +14,7 @@
 #include <cstddef>
 #include <cstdint>
 
-// Processors with VBMI that Highway accepts all have two more extensions, which it doesn't name.
+// All processors with VBMI that Highway accepts have two more extensions, which it doesn't name.
 #undef OX_USES_VNNI
 #if HWY_TARGET == HWY_AVX3_DL && HWY_COMPILER_GCC_ACTUAL
 #define OX_USES_VNNI 1
@@ -34,7 +34,7 @@ namespace hn = hwy::HWY_NAMESPACE;
 using Byte = unsigned char;
 using Index = std::ptrdiff_t;
 
-constexpr Index kLaneBytes = 16;  ///< of the blocks that most shuffles stay in
+constexpr Index kLaneBytes = 16;  ///< most shuffles stay within blocks of this size
 constexpr Index kVectorBytes = HWY_MAX_BYTES;
 constexpr Index kLanes = kVectorBytes / kLaneBytes;
 
@@ -52,22 +52,23 @@ using I16 = hn::Vec<decltype(kI16)>;
 using U32 = hn::Vec<decltype(kU32)>;
 using I32 = hn::Vec<decltype(kI32)>;
 
-/// A constant that is made once, before the loop. Left to itself the compiler makes constants that
-/// find no register anew in each turn, by two moves across the processor; so they stay in memory.
+/// Computes a constant once, before the loop. Otherwise the compiler recomputes constants that find
+/// no register in each iteration, by two moves from general registers; hoisted ones are kept in
+/// memory.
 template <typename Vector>
-HWY_INLINE Vector fixed(Vector pVector) {
+HWY_INLINE Vector hoist(Vector pVector) {
   asm("" : "+v"(pVector.raw));
   return pVector;
 }
 
 HWY_INLINE U16 words(int pValue) {
-  return fixed(hn::Set(kU16, static_cast<std::uint16_t>(pValue)));
+  return hoist(hn::Set(kU16, static_cast<std::uint16_t>(pValue)));
 }
 HWY_INLINE I16 signedWords(int pValue) {
-  return fixed(hn::Set(kI16, static_cast<std::int16_t>(pValue)));
+  return hoist(hn::Set(kI16, static_cast<std::int16_t>(pValue)));
 }
-HWY_INLINE U32 doubleWords(std::uint32_t pValue) { return fixed(hn::Set(kU32, pValue)); }
-HWY_INLINE I32 signedDoubleWords(int pValue) { return fixed(hn::Set(kI32, pValue)); }
+HWY_INLINE U32 doubleWords(std::uint32_t pValue) { return hoist(hn::Set(kU32, pValue)); }
+HWY_INLINE I32 signedDoubleWords(int pValue) { return hoist(hn::Set(kI32, pValue)); }
 
 /// Two bytes or words in each element, the lower one first: weights of a multiply-add.
 HWY_INLINE U8 unsignedBytePairs(int pLow, int pHigh) {
@@ -123,12 +124,12 @@ HWY_INLINE I32 multiplyAddWords(I32 pSum, I16 pWords, I16 pWeights) {
 }
 
 /// A pattern of one lane in all lanes.
-HWY_INLINE U8 inAllLanes(const std::array<Byte, kLaneBytes>& pPattern) {
+HWY_INLINE U8 broadcastLane(const std::array<Byte, kLaneBytes>& pPattern) {
   alignas(kLaneBytes) const std::array<Byte, kLaneBytes> pattern = pPattern;
-  return fixed(hn::LoadDup128(kU8, pattern.data()));
+  return hoist(hn::LoadDup128(kU8, pattern.data()));
 }
 
-/// Elements of pOther where kElements has a bit, else pOne's.
+/// Elements of pOther where kElements has a bit, else those of pOne.
 template <std::uint32_t kElements>
 HWY_INLINE U32 blendElements(U32 pOne, U32 pOther) {
 #if HWY_MAX_BYTES == 64
@@ -145,15 +146,14 @@ HWY_INLINE U32 blendElements(U32 pOne, U32 pOther) {
 
 constexpr Index kCacheLine = 64;
 
-/// Asks for the cache lines of some bytes, to read them: those of the next row that is wanted,
-/// which the processor doesn't foresee when it lies some rows further on.
+/// Prefetches the cache lines of some bytes for reading: those of the next row that is wanted,
+/// which the processor doesn't predict when rows in between are skipped.
 template <Index kBytes>
-HWY_INLINE void expectLoads(const Byte* pFrom) {
+HWY_INLINE void prefetchLoads(const Byte* pFrom) {
   for (Index i = 0; i < kBytes; i += kCacheLine) __builtin_prefetch(pFrom + i);
 }
 
-// ---- Vectors of lanes: each lane is loaded and stored by itself, from places pAdvance bytes
-// apart.
+// ---- Vectors of lanes: each lane is loaded and stored by itself, pAdvance bytes apart
 
 using Lane = hn::Vec<hn::Full128<std::uint8_t>>;
 
@@ -161,7 +161,7 @@ HWY_INLINE Lane loadLaneAt(const Byte* pFrom) {
   return hn::LoadU(hn::Full128<std::uint8_t>(), pFrom);
 }
 
-/// kLoad(address) gives a lane.
+/// A vector of the lanes that kLoad(address) returns.
 template <auto kLoad>
 HWY_INLINE U8 joinLanes(const Byte* pFrom, Index pAdvance) {
 #if HWY_MAX_BYTES == 64
@@ -196,7 +196,7 @@ HWY_INLINE void storeLanes(U8 pVector, Byte* pTo, Index pAdvance) {
 #endif
 }
 
-/// Lanes 0, 2 and so on of one vector and then of another; with one lane a vector, pLow.
+/// Lanes 0, 2 and so on of one vector and then of the other; pLow if a vector has one lane.
 HWY_INLINE U8 evenLanes(U8 pLow, U8 pHigh) {
 #if HWY_MAX_BYTES == 64
   return U8{_mm512_shuffle_i32x4(pLow.raw, pHigh.raw, _MM_SHUFFLE(2, 0, 2, 0))};
@@ -208,7 +208,7 @@ HWY_INLINE U8 evenLanes(U8 pLow, U8 pHigh) {
 #endif
 }
 
-/// The other lanes.
+/// Lanes 1, 3 and so on; pHigh if a vector has one lane.
 HWY_INLINE U8 oddLanes(U8 pLow, U8 pHigh) {
 #if HWY_MAX_BYTES == 64
   return U8{_mm512_shuffle_i32x4(pLow.raw, pHigh.raw, _MM_SHUFFLE(3, 1, 3, 1))};
