@@ -1,4 +1,4 @@
-/// A simulator device in a broker of its own, on a clock that stands still, with verbs.
+/// A simulator device in a broker of its own, on a fake clock, with verbs.
 #pragma once
 
 #include <gmock/gmock.h>
@@ -16,9 +16,7 @@
 #include "outcome.h"
 #include "oxvisionsimulatorcam.h"
 
-namespace OX {
-
-namespace test {
+namespace OX::test {
 
 class SimulatorTest : public testing::Test {
  protected:
@@ -37,7 +35,7 @@ class SimulatorTest : public testing::Test {
     return fDevice->subscribe(pName, pResolution, pColorSpace, pFps);
   }
 
-  /// A frame of one colour, pushed at the present moment.
+  /// Pushes a frame of one colour at the clock's current time.
   bool push(int pCamera = 0, int pWidth = 320, int pHeight = 240, int pShade = 128) {
     const std::vector<unsigned char> pixels(static_cast<std::size_t>(pWidth * pHeight * 3),
                                             static_cast<unsigned char>(pShade));
@@ -59,5 +57,4 @@ class SimulatorTest : public testing::Test {
   boost::shared_ptr<OXVisionSimulatorCam> fDevice;
 };
 
-}  // namespace test
-}  // namespace OX
+}  // namespace OX::test

@@ -13,7 +13,7 @@ const RealCameraProperties& DeviceProbe::camera(int pIndex) const {
 
 const CameraDriverBuffer& DeviceProbe::store(int pIndex) const { return *fDevice.xStore(pIndex); }
 
-const std::map<std::string, boost::shared_ptr<VisionModuleInfo>>& DeviceProbe::modules() const {
+const std::map<std::string, boost::shared_ptr<VisionModuleInfo>>& DeviceProbe::subscribers() const {
   return fDevice.fVisionModules;
 }
 
@@ -30,8 +30,8 @@ std::string DeviceProbe::pools() const {
 std::string DeviceProbe::complaints() const {
   std::string text;
   std::map<const OXVisionBuffer*, int> holds;
-  for (const auto& [id, module] : modules())
-    for (const auto& wish : module->fRequestedProperties)
+  for (const auto& [id, subscriber] : subscribers())
+    for (const auto& wish : subscriber->fRequestedProperties)
       if (wish->fLockedImage) ++holds[wish->fLockedImage.get()];
   for (int i = 0; i < cameras(); ++i) {
     if (camera(i).fImageBuffers.size() != camera(i).fRawBuffers.size())

@@ -1,4 +1,4 @@
-/// What a test may look at inside a simulated device.
+/// What tests may read inside a simulated device.
 #pragma once
 
 #include <boost/shared_ptr.hpp>
@@ -12,19 +12,19 @@ struct CameraDriverBuffer;
 struct RealCameraProperties;
 struct VisionModuleInfo;
 
-/// Looks at the counters of a device. Takes no lock: call it while no other thread does anything.
+/// Reads the counters of a device. Takes no lock: call it while no other thread uses the device.
 class DeviceProbe {
  public:
   explicit DeviceProbe(const OXVisionSimulatorCam& pDevice) : fDevice(pDevice) {}
 
   const RealCameraProperties& camera(int pIndex) const;
   const CameraDriverBuffer& store(int pIndex) const;
-  const std::map<std::string, boost::shared_ptr<VisionModuleInfo>>& modules() const;
+  const std::map<std::string, boost::shared_ptr<VisionModuleInfo>>& subscribers() const;
   int cameras() const;
 
   /// "converted/raw" pool sizes of all cameras: "1/1 1/1".
   std::string pools() const;
-  /// What is wrong with the counters while nobody is inside the device; empty when all is well.
+  /// What is inconsistent in the counters while no call is under way; empty if nothing is.
   std::string complaints() const;
   /// Frames of a camera that count as lent.
   int lentFrames(int pCamera) const;

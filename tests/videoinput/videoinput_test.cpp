@@ -1,4 +1,5 @@
-// The plug-in's entry point: which source a preference file chooses, and what is said otherwise.
+// The plug-in's entry point: which source a preference file selects, and what is logged if it
+// selects none.
 #include <oxvision/videoinput.h>
 
 #include <gtest/gtest.h>
@@ -26,7 +27,7 @@ class EntryPoint : public testing::Test {
   EntryPoint() { std::filesystem::create_directories(fFolder); }
   ~EntryPoint() override { std::filesystem::remove_all(fFolder); }
 
-  /// Calls the entry point of a broker that reads this as VideoInput.xml; no file when empty.
+  /// Calls the entry point with a broker whose VideoInput.xml has this content; empty: no file.
   int load(const std::string& pContent) {
     std::filesystem::remove_all(fFolder / "VideoInput.xml");
     if (!pContent.empty()) std::ofstream(fFolder / "VideoInput.xml") << pContent;
@@ -48,20 +49,20 @@ class EntryPoint : public testing::Test {
   boost::shared_ptr<OXBroker> fBroker;
 };
 
-TEST_F(EntryPoint, TheFirstEntryChoosesTheSource) {
+TEST_F(EntryPoint, SelectsTheSourceByTheFirstEntry) {
   const struct {
     std::string content;
     int result;
     std::string errors;
     const char* why;
   } kCases[] = {
-      {file("SimulatorCam"), 0, "", "whatever the entry is called; a second one is not looked at"},
+      {file("SimulatorCam"), 0, "", "whatever the entry is called; the second one is ignored"},
       {file("FileCam"), 0, "", "the other source"},
       {file("simulatorcam"), 1,
        "_createModule: VideoInput: Unknown module name: simulatorcam\nNo module will be loaded\n",
        "case counts"},
       {file("USBCam"), 1, "_createModule: VideoInput: unknown moduleId: 1\n",
-       "known by name, with nothing behind it"},
+       "known by name, but not implemented"},
       {file("MioCam"), 1,
        "_createModule: Could not load MioCam: library was not build with I_AM_A_ROBOT compilation "
        "flag\n",
@@ -82,13 +83,13 @@ TEST_F(EntryPoint, TheFirstEntryChoosesTheSource) {
     EXPECT_EQ(fPublished, test.result == 0) << test.why;
     const bool unreadable =
         test.content.empty() || test.content == " " || test.content == "<preferences><entry";
-    EXPECT_EQ(fLog.count(3), unreadable ? 1 : 0) << "the service's own words, once: " << test.why;
+    EXPECT_EQ(fLog.count(3), unreadable ? 1 : 0) << "the service's own record, once: " << test.why;
   }
   EXPECT_EQ(moduleNameMap.size(), 4u);
   EXPECT_EQ(_closeModule(), 0);
 }
 
-TEST_F(EntryPoint, WithoutAPreferenceServiceThereIsNoModule) {
+TEST_F(EntryPoint, CreatesNoModuleWithoutAPreferenceService) {
   fHasService = false;
   EXPECT_EQ(load(file("SimulatorCam")), 1);
   EXPECT_EQ(fLog.count(3), 1);

@@ -1,4 +1,4 @@
-// The road of an image: sharing and freshness, holds and releases, the remote reply, conversion.
+// Delivery of images: sharing and freshness, holds and releases, the remote reply, conversion.
 #include <unistd.h>
 
 #include <cstring>
@@ -27,7 +27,7 @@ TEST_F(SimulatorTest, SubscribersOfOneFormatShareOneImage) {
   EXPECT_EQ(fDevice->getImageLocal(b), image);
   const auto readers = [&] {
     const DeviceProbe probe(*fDevice);
-    return probe.modules().at(b)->fRequestedProperties[0]->fLockedImage->fReadLockCount;
+    return probe.subscribers().at(b)->fRequestedProperties[0]->fLockedImage->fReadLockCount;
   };
   EXPECT_EQ(readers(), 2);
   EXPECT_TRUE(fDevice->releaseImage(a));
@@ -41,8 +41,8 @@ TEST_F(SimulatorTest, SubscribersOfOneFormatShareOneImage) {
   EXPECT_EQ(DeviceProbe(*fDevice).complaints(), "");
 }
 
-// A converted image is shared while it is no older than a period, counted in truncated
-// milliseconds; a newer frame is waiting in each case, so the stamp tells which one came.
+// A converted image is shared while it is no older than a period, in truncated milliseconds. In
+// each case a newer frame has been pushed, so the time stamp shows which one was returned.
 TEST_F(SimulatorTest, AnImageIsSharedForOnePeriodOfTheSubscribersRate) {
   const std::int64_t second = FakeClock::kStartUs;
   const struct {
@@ -51,11 +51,11 @@ TEST_F(SimulatorTest, AnImageIsSharedForOnePeriodOfTheSubscribersRate) {
     bool shared;
     const char* why;
   } kCases[] = {
-      {30, second, second + 33'999, true, "33 ms, since parts of a millisecond do not count"},
+      {30, second, second + 33'999, true, "33 ms, since fractions of a millisecond do not count"},
       {30, second, second + 34'000, false, "34 ms"},
       {7, second, second + 142'999, true, "1000 / 7 is 142"},
       {7, second, second + 143'000, false, "and not 143"},
-      {30, second - 1'000, second + 1'000, true, "over the change of the second"},
+      {30, second - 1'000, second + 1'000, true, "across the change of the second"},
       {30, second + 5'000'000, second, true, "a stamp ahead of the clock is fresh"},
   };
   for (const auto& test : kCases) {
@@ -71,7 +71,7 @@ TEST_F(SimulatorTest, AnImageIsSharedForOnePeriodOfTheSubscribersRate) {
   }
 }
 
-// A raw image that someone holds is converted again, but only within its own second.
+// A raw image that another subscriber holds is converted again, but only within its own second.
 TEST_F(SimulatorTest, ARawImageIsSharedWithinItsSecondWhileItIsLent) {
   const struct {
     std::int64_t takenUs, askedUs;
@@ -112,14 +112,14 @@ TEST_F(SimulatorTest, TheRemoteReplyIsTheImageAndLeavesNoHold) {
   EXPECT_EQ(std::vector<unsigned char>(pixels, pixels + 3), std::vector<unsigned char>(3, 254));
   EXPECT_EQ(call("getImageRemote", id).getSize(), 12);
   EXPECT_EQ(DeviceProbe(*fDevice).complaints(), "");
-  EXPECT_EQ(show(call("getImageLocal", id)), "invalid") << "a pointer crosses no broker";
+  EXPECT_EQ(show(call("getImageLocal", id)), "invalid") << "a broker passes on no pointers";
   EXPECT_TRUE(fDevice->releaseImage(id)) << "but the hold was taken";
 }
 
 TEST_F(SimulatorTest, WithoutAFrameThereIsNoImageAndNoError) {
   const std::string id = subscribe("a");
   EXPECT_EQ(fDevice->getImageLocal(id), nullptr);
-  EXPECT_EQ(fClock.sleptUs() / 1'000'000, 1) << "one second, and not more";
+  EXPECT_EQ(fClock.sleptUs() / 1'000'000, 1) << "one second and no more";
   EXPECT_EQ(fLog.records(2),
             "xGetDirectRawImage: OXVideoDevice: Could not get image for subscriber \"a\". Check "
             "that the simulator is running.\n");
@@ -130,8 +130,8 @@ TEST_F(SimulatorTest, WithoutAFrameThereIsNoImageAndNoError) {
   EXPECT_EQ(call("getImageRemote", id).getSize(), 12) << "a push ends the wait";
 }
 
-// The device converts as its kernels do, whatever the camera runs at.
-TEST_F(SimulatorTest, EveryColourSpaceIsItsKernelOnTheRawFrame) {
+// The device converts exactly as its kernels do, here from a camera that runs at twice the size.
+TEST_F(SimulatorTest, EveryColourSpaceMatchesItsKernel) {
   std::vector<unsigned char> pixels(640 * 480 * 3);
   std::uint32_t noise = 12345;
   for (unsigned char& pixel : pixels)
@@ -167,7 +167,7 @@ TEST_F(SimulatorTest, EveryColourSpaceIsItsKernelOnTheRawFrame) {
   }
 }
 
-TEST_F(SimulatorTest, AnUnknownColourSpaceGivesAClearedImageAndARecord) {
+TEST_F(SimulatorTest, AnUnknownColourSpaceYieldsAClearedImageAndARecord) {
   const std::string id = subscribe("x", kQQVGA, 3);
   push();
   const OXValue reply = fDevice->getImageRemote(id);
@@ -175,11 +175,11 @@ TEST_F(SimulatorTest, AnUnknownColourSpaceGivesAClearedImageAndARecord) {
   EXPECT_EQ(reply[2].toInt(), 3);
   const auto* const pixels = static_cast<const unsigned char*>(reply[6].GetBinary());
   EXPECT_EQ(std::count(pixels, pixels + reply[6].getSize(), 0), reply[6].getSize())
-      << "nothing of the heap goes out";
+      << "no uninitialised memory is returned";
   EXPECT_THAT(fLog.records(2), HasSubstr("xConvertImage: Unknown colorSpace required"));
 }
 
-// The two kinds of hold share one place; giving back by the other operation must not lose the
+// Both kinds of hold use the same field; releasing by the other operation must not lose the
 // camera's frame.
 TEST_F(SimulatorTest, EitherReleaseEndsEitherHold) {
   const std::string id = subscribe("a");
@@ -195,7 +195,7 @@ TEST_F(SimulatorTest, EitherReleaseEndsEitherHold) {
   }
 }
 
-TEST_F(SimulatorTest, UnknownAndForeignSubscribersAreRefusedInTheWordsClientsKnow) {
+TEST_F(SimulatorTest, UnknownSubscribersAndTheOtherFamilyAreRefusedInKnownWords) {
   const OXValue multi = call("subscribeCameras", "m", std::vector<int>{0}, std::vector<int>{1},
                              std::vector<int>{9}, 10);
   const struct {
@@ -241,7 +241,7 @@ TEST_F(SimulatorTest, TheImagePathAllocatesNothing) {
 }
 
 #if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
-// Every buffer has room for the largest format, of which only what is used may cost memory.
+// Every buffer has storage for the largest format, of which only what is used may cost memory.
 TEST_F(SimulatorTest, SixtyFourSubscribersStayBelow120MiB) {
   const auto residentBytes = [] {
     long pages = 0;

@@ -23,7 +23,7 @@ TEST(Lens, HasTheCalibratedApertures) {
   EXPECT_EQ(lens::verticalAngle(0.f, lens::kVgaLens.vertical), -0.32097778f);
 }
 
-TEST_F(SimulatorTest, PositionsAndAnglesAreEachOthersInverse) {
+TEST_F(SimulatorTest, ConvertingToAnglesAndBackRestoresAPosition) {
   std::mt19937 random(7);
   std::uniform_real_distribution<float> anywhere(-2.f, 3.f);  // outside 0 to 1 it extrapolates
   for (int i = 0; i < 1000; ++i) {
@@ -53,7 +53,7 @@ TEST_F(SimulatorTest, SizesMustLieBetweenZeroAndOne) {
               refused);
   }
   EXPECT_EQ(fDevice->getAngularSizeFromImageSize(1, {1.f, 0.f}), (Floats{1.0623667f, 0.f}))
-      << "both ends are in";
+      << "both ends are included";
 }
 
 TEST_F(SimulatorTest, InformationIsPositionAndSizeInFractionsOrPixels) {
@@ -72,14 +72,14 @@ TEST_F(SimulatorTest, InformationIsPositionAndSizeInFractionsOrPixels) {
                       expected[3] * height}));
 }
 
-// The short forms speak of the active camera, also when there is none.
+// The short forms use the active camera, even if that does not exist.
 TEST_F(SimulatorTest, ShortFormsFollowTheActiveCamera) {
   EXPECT_EQ(fDevice->getAngPosFromImgPos({0.f, 1.f}),
             fDevice->getAngularPositionFromImagePosition(0, {0.f, 1.f}));
   fDevice->setParam(kCameraSelectID, 2);
   EXPECT_EQ(outcome([&] { return fDevice->getAngPosFromImgPos({0.f}); }),
             "OXError: getAngularPositionFromImagePosition(2,...) : invalid Camera index")
-      << "the camera before the list";
+      << "the camera is checked before the list";
   EXPECT_EQ(outcome([&] { return fDevice->getImgInfoFromAngInfoWithRes({}, 9); }),
             "OXError: getImageInfoFromAngularInfoWithResolution(2) : invalid Camera index");
 }

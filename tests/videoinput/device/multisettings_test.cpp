@@ -1,4 +1,4 @@
-// Settings of a subscriber with several streams, its holds, and raw access: whole paths.
+// Settings of a subscriber with several streams, its holds, and raw access, from call to reply.
 #include "support/device_fixture.h"
 
 namespace OX::test {
@@ -16,7 +16,7 @@ class StreamsTest : public SimulatorTest {
     const DeviceProbe probe(*fDevice);
     EXPECT_EQ(probe.complaints(), "");
     std::vector<std::string> ids;
-    for (const auto& entry : probe.modules()) ids.push_back(entry.first);
+    for (const auto& entry : probe.subscribers()) ids.push_back(entry.first);
     for (const std::string& id : ids) fDevice->unsubscribe(id);
     EXPECT_EQ(probe.pools(), "0/0 0/0");
     EXPECT_EQ(probe.lentFrames(0) + probe.lentFrames(1), 0);
@@ -28,10 +28,10 @@ TEST_F(StreamsTest, AResolutionNeedsAFreeBufferOfTheNewSize) {
   EXPECT_EQ(show(call("setResolutions", id, Ints{kVGA, kVGA})), "[0, 0]") << "there is none";
   EXPECT_EQ(show(fDevice->getResolutions(id)), "[1, 1]");
   const std::string other = fDevice->subscribeCamera("b", 1, kVGA, kYUV422, 30);
-  EXPECT_EQ(show(call("setResolutions", id, Ints{4, kVGA})), "[0, 1]") << "that of the other one";
+  EXPECT_EQ(show(call("setResolutions", id, Ints{4, kVGA})), "[0, 1]") << "the other subscriber's";
   EXPECT_EQ(show(fDevice->getResolutions(id)), "[1, 2]");
-  // Its own buffer on camera 1 is smaller than its images now; a free one is turned into what is
-  // needed, for both.
+  // No buffer of its own on camera 1 has the size of its images now; for both subscribers, a free
+  // one is reformatted.
   push(0);
   push(1, 640, 480);
   const OXValue reply = fDevice->getImagesRemote(id);
@@ -39,36 +39,36 @@ TEST_F(StreamsTest, AResolutionNeedsAFreeBufferOfTheNewSize) {
   EXPECT_EQ(reply[1][0].toInt(), 640);
   fDevice->unsubscribe(id);
   push(1, 640, 480);
-  EXPECT_EQ(fDevice->getImageRemote(other).getSize(), 12) << "who stays has a buffer";
+  EXPECT_EQ(fDevice->getImageRemote(other).getSize(), 12) << "the other one still has a buffer";
   expectNothingLeft();
 }
 
-TEST_F(StreamsTest, TheCameraLagsOneChangeOfAResolutionBehind) {
+TEST_F(StreamsTest, TheCameraIsOneChangeOfResolutionLate) {
   const std::string id = subscribeAll("m", {0}, {kVGA}, {kYUV422});
   const std::string other = subscribe("b", kQVGA);
   ASSERT_EQ(fDevice->getResolution(0), kVGA);
   EXPECT_EQ(show(call("setResolutions", id, Ints{kQVGA})), "[1]");
   EXPECT_EQ(show(fDevice->getResolutions(id)), "[1]");
-  EXPECT_EQ(fDevice->getResolution(0), kVGA) << "brought up to date before the wish was stored";
+  EXPECT_EQ(fDevice->getResolution(0), kVGA) << "updated before the wish was stored";
   fDevice->setFrameRate(other, 5);
-  EXPECT_EQ(fDevice->getResolution(0), kQVGA) << "the next change of any kind brings it down";
+  EXPECT_EQ(fDevice->getResolution(0), kQVGA) << "the next change of any kind lowers it";
   expectNothingLeft();
 }
 
-TEST_F(StreamsTest, AColourSpaceNeedsAFreeBufferOfTheOldOne) {
+TEST_F(StreamsTest, AColourSpaceNeedsAFreeBufferInTheOldOne) {
   const std::string id = subscribeAll("m", {1, 0}, {kQVGA, kVGA}, {kRGB, kYuv});
   push(0);
   push(1);
   EXPECT_EQ(show(call("setColorSpaces", id, Ints{kBGR, 17})), "[1, 0]");
   ASSERT_EQ(show(fDevice->getImagesLocal(id)), "[true, true]");
   EXPECT_EQ(show(call("setColorSpaces", id, Ints{kRGB, kYuv})), "[0, 1]")
-      << "it holds its only one; the other is no change";
+      << "it holds its only buffer; the other value is the same";
   EXPECT_EQ(show(fDevice->getColorSpaces(id)), "[0, 13]") << "by position: of cameras 0 and 1";
-  EXPECT_EQ(fDevice->getColorSpace(1), kYUV422) << "a camera's own never changes";
+  EXPECT_EQ(fDevice->getColorSpace(1), kYUV422) << "the camera's own never changes";
   expectNothingLeft();
 }
 
-TEST_F(StreamsTest, OtherCamerasTakeTheHoldsAndBuffersWithThem) {
+TEST_F(StreamsTest, ChangingCamerasMovesTheBuffersAndEndsTheHolds) {
   const std::string id = subscribeAll("m", {0}, {kVGA}, {kRGB});
   fDevice->startFrameGrabber();
   push(0);
@@ -115,7 +115,7 @@ TEST_F(StreamsTest, WithoutCamerasThereAreNoImages) {
   expectNothingLeft();
 }
 
-TEST_F(StreamsTest, AHeldImageGivesNoFurtherOnesAndStopsBeforeItsCamera) {
+TEST_F(StreamsTest, AHeldImageEndsTheRequestBeforeItsCameraStarts) {
   const std::string id = subscribeAll("m", {0, 1}, {kQVGA, kVGA}, {kRGB, kYuv});
   push(0);
   push(1, 640, 480);
@@ -124,7 +124,7 @@ TEST_F(StreamsTest, AHeldImageGivesNoFurtherOnesAndStopsBeforeItsCamera) {
   fLog.clear();
   EXPECT_EQ(show(fDevice->getImagesRemote(id)), "invalid");
   EXPECT_EQ(fLog.records(2), "xGetImages: Previous image 0 was not released\n");
-  EXPECT_TRUE(fDevice->isFrameGrabberOff(0)) << "the walk ended at the first camera";
+  EXPECT_TRUE(fDevice->isFrameGrabberOff(0)) << "the request ended at the first camera";
   EXPECT_EQ(show(fDevice->releaseImages(id)), "[1, 1]");
   EXPECT_EQ(show(fDevice->releaseImages(id)), "[0, 0]");
   expectNothingLeft();
@@ -134,14 +134,15 @@ TEST_F(StreamsTest, RawRequestsNeverStartTheGrabber) {
   const std::string id = subscribe("a");
   push();
   fDevice->stopFrameGrabber(0);
-  EXPECT_EQ(fDevice->getDirectRawImageRemote(id).getSize(), 12) << "the frame that there was";
+  EXPECT_EQ(fDevice->getDirectRawImageRemote(id).getSize(), 12) << "the frame from before";
   EXPECT_TRUE(fDevice->isFrameGrabberOff(0));
-  EXPECT_FALSE(fDevice->getImageRemote(id).isValid()) << "a converted image starts it anew";
+  EXPECT_FALSE(fDevice->getImageRemote(id).isValid())
+      << "a request for a converted image restarts it";
   EXPECT_FALSE(fDevice->isFrameGrabberOff(0));
   expectNothingLeft();
 }
 
-TEST_F(StreamsTest, TheNameOfSharedMemoryCostsNoHoldOfSeveralStreams) {
+TEST_F(StreamsTest, AskingForSharedMemoryLeavesNoHold) {
   const std::string multi = subscribeAll("m", {1, 0}, {kQVGA, kVGA}, {kRGB, kYuv});
   push(0);
   push(1);
@@ -149,12 +150,12 @@ TEST_F(StreamsTest, TheNameOfSharedMemoryCostsNoHoldOfSeveralStreams) {
             "OXError: Multi stream module can't call this method use releaseDirectRawImages "
             "instead");
   EXPECT_EQ(DeviceProbe(*fDevice).lentFrames(1), 0);
-  EXPECT_EQ(fDevice->getImagesRemote(multi).getSize(), 3) << "nothing is in the way of the next";
+  EXPECT_EQ(fDevice->getImagesRemote(multi).getSize(), 3) << "nothing prevents the next request";
   ASSERT_EQ(show(fDevice->getImagesLocal(multi)), "[true, true]");
   EXPECT_THROW(fDevice->getDirectRawImageInterprocess(multi), OXError);
   EXPECT_EQ(show(fDevice->releaseImages(multi)), "[1, 1]") << "a hold from before stays";
 
-  // Its current camera is then one on which it has no buffers, and others' are none of its own.
+  // Its current camera is now one on which it has no buffers; it must not use another subscriber's.
   const std::string mono = subscribe("a");
   call("setActiveCameras", multi, Ints{});
   push(0);
@@ -165,7 +166,7 @@ TEST_F(StreamsTest, TheNameOfSharedMemoryCostsNoHoldOfSeveralStreams) {
   EXPECT_EQ(DeviceProbe(*fDevice).lentFrames(0), 1);
   EXPECT_EQ(fDevice->getDirectRawImageInterprocess(mono), "lastVideoBuffer");
   EXPECT_TRUE(fDevice->getDirectRawImageRemote(mono).isValid())
-      << "for one stream the call has ended the hold without a word";
+      << "for one stream the call has silently ended the hold";
   fLog.clear();
   EXPECT_EQ(fDevice->getDirectRawImageInterprocess("nobody"), "");
   EXPECT_EQ(fLog.records(2),

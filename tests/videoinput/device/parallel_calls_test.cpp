@@ -1,4 +1,5 @@
-// Many threads at once on one device: nothing tears, nothing hangs, and all counters come back.
+// Many threads at once on one device: no reply is torn, nothing hangs, and all counters return to
+// zero.
 #include <thread>
 
 #include "support/device_fixture.h"
@@ -6,7 +7,7 @@
 namespace OX::test {
 namespace {
 
-// Each round pushes a frame of one shade; a reply that mixes two would show more than one.
+// Each round pushes a frame of one shade; a reply that mixes two frames would have more than one.
 bool isOneShade(const OXValue& pReply) {
   const auto* const pixels = static_cast<const unsigned char*>(pReply[6].GetBinary());
   return std::all_of(pixels, pixels + pReply[6].getSize(),
@@ -25,7 +26,8 @@ TEST_F(SimulatorTest, RemoteRepliesStayWholeWhateverOthersDo) {
       push(0, 320, 240, shade % 256);
     }
   });
-  // Someone who knows every id takes images back and ends subscriptions in the middle of replies.
+  // Another client that knows every id releases images and ends subscriptions while replies are
+  // being copied.
   threads.emplace_back([&] {
     while (running) {
       for (const char* id : {"a", "a_2", "a_3"}) {
@@ -46,7 +48,7 @@ TEST_F(SimulatorTest, RemoteRepliesStayWholeWhateverOthersDo) {
           const std::string id = subscribe("a", kQVGA, kYuv, 30);
           const OXValue reply =
               reader == 0 ? fDevice->getDirectRawImageRemote(id) : fDevice->getImageRemote(id);
-          // A raw frame of grey is Y, 128, Y, 128: only a luma image is of one shade.
+          // A raw frame of grey is Y, 128, Y, 128: only a luma image has one shade.
           if (reply.getSize() == 12 && reader != 0 && !isOneShade(reply)) ++torn;
           if (reply.getSize() == 12) ++images;
           fDevice->unsubscribe(id);

@@ -1,4 +1,4 @@
-// Random calls, one after the other, against what must hold between any two of them.
+// Random calls, one after the other, against the invariants that must hold between any two of them.
 #include <random>
 
 #include "support/device_fixture.h"
@@ -6,12 +6,12 @@
 namespace OX::test {
 namespace {
 
-/// Calls that clients make, with arguments that are mostly plausible.
+/// Makes calls as clients do, with mostly plausible arguments.
 class RandomClient {
  public:
   RandomClient(OXBroker& pBroker, unsigned int pSeed) : fBroker(pBroker), fRandom(pSeed) {}
 
-  /// Makes one call and gives it as text; a refusal is part of the game.
+  /// Makes one call and returns it as text; it may well be refused.
   std::string step() {
     const auto [method, arguments] = xChoose();
     const std::string result =
@@ -100,7 +100,7 @@ class RandomClient {
   std::vector<std::string> fIds;
 };
 
-TEST_F(SimulatorTest, CountersHoldBetweenAnyTwoCalls) {
+TEST_F(SimulatorTest, CountersAreConsistentBetweenAnyTwoCalls) {
   for (unsigned int seed = 1; seed <= 8; ++seed) {
     RandomClient client(*fBroker, seed);
     std::string history;
@@ -112,7 +112,7 @@ TEST_F(SimulatorTest, CountersHoldBetweenAnyTwoCalls) {
           << history;
     }
     std::vector<std::string> left;
-    for (const auto& entry : DeviceProbe(*fDevice).modules()) left.push_back(entry.first);
+    for (const auto& entry : DeviceProbe(*fDevice).subscribers()) left.push_back(entry.first);
     for (const std::string& id : left) fDevice->unsubscribe(id);
     ASSERT_EQ(DeviceProbe(*fDevice).pools(), "0/0 0/0") << "seed " << seed;
     fDevice->setParam(kCameraSelectID, 0, 1);

@@ -1,4 +1,4 @@
-// What a subscriber may change of its wishes, and how the camera follows: whole paths.
+// What a subscriber may change of its wishes, and how the camera follows, from call to effect.
 #include "camerarecord.h"
 #include "subscriberrecord.h"
 #include "support/device_fixture.h"
@@ -8,7 +8,7 @@ namespace {
 
 using testing::HasSubstr;
 
-/// The three settings that wait for an image that is held.
+/// One of the three settings that wait for a held image.
 struct WaitingSetting {
   const char* name;
   int value;
@@ -42,12 +42,12 @@ TEST_F(SimulatorTest, AChangeWaitsForTheHeldImage) {
     fClock.setSleepHook([&](unsigned int pDurationUs) {
       EXPECT_EQ(pDurationUs, 50u);
       if (fClock.sleeps() != before + kOneSecond) return;
-      fClock.setSleepHook({});  // what follows may sleep for its own reasons
+      fClock.setSleepHook({});  // later sleeps may have other durations
       fDevice->releaseImage(id);
     });
     EXPECT_EQ(show(call(setting.name, id, setting.value)), "true") << setting.name;
     EXPECT_GE(fClock.sleeps(), before + kOneSecond) << setting.name;
-    EXPECT_LE(fClock.sleeps(), before + kOneSecond + 3) << setting.name << ": no pass for nothing";
+    EXPECT_LE(fClock.sleeps(), before + kOneSecond + 3) << setting.name << ": no needless pass";
     fDevice->unsubscribe(id);
   }
 }
@@ -61,14 +61,14 @@ TEST_F(SimulatorTest, AChangeIsCancelledWhenTheImageStaysHeld) {
     const int before = fClock.sleeps();
     fLog.clear();
     EXPECT_EQ(show(call(setting.name, id, setting.value)), "false") << setting.name;
-    EXPECT_EQ(fClock.sleeps(), before + 99'999) << "100000 looks, and a sleep between any two";
+    EXPECT_EQ(fClock.sleeps(), before + 99'999) << "100000 passes, with a sleep between any two";
     EXPECT_EQ(fLog.records(2), setting.cancelled);
     EXPECT_EQ(formatOf(*fDevice, id), format) << setting.name << " changes nothing";
     fDevice->releaseImage(id);
   }
 }
 
-TEST_F(SimulatorTest, AnInvalidValueIsRefusedAlsoWhileAnImageIsHeld) {
+TEST_F(SimulatorTest, AnInvalidValueIsRefusedEvenWhileAnImageIsHeld) {
   const std::string id = subscribe("a");
   push();
   ASSERT_TRUE(fDevice->getImageLocal(id));
@@ -90,12 +90,12 @@ TEST_F(SimulatorTest, TheSameValueIsLoggedAndChangesNothing) {
     EXPECT_EQ(show(call(name, id, value)), "true");
     EXPECT_EQ(fLog.records(4), std::string(name) + ": OXVideoDevice: " + text + "\n");
   }
-  const auto& module = *DeviceProbe(*fDevice).modules().at(id);
-  EXPECT_TRUE(module.fIsRecording) << "a change to the same value ends no recording";
+  const auto& subscriber = *DeviceProbe(*fDevice).subscribers().at(id);
+  EXPECT_TRUE(subscriber.fIsRecording) << "a change to the same value ends no recording";
   fDevice->setFrameRate(id, 10);
-  EXPECT_TRUE(module.fIsRecording) << "nor does another frame rate";
+  EXPECT_TRUE(subscriber.fIsRecording) << "nor does another frame rate";
   fDevice->setColorSpace(id, kRGB);
-  EXPECT_FALSE(module.fIsRecording) << "another format does";
+  EXPECT_FALSE(subscriber.fIsRecording) << "another format does";
 }
 
 TEST_F(SimulatorTest, AChangeReformatsOneBufferOfTheOldFormat) {
@@ -106,7 +106,7 @@ TEST_F(SimulatorTest, AChangeReformatsOneBufferOfTheOldFormat) {
   const DeviceProbe probe(*fDevice);
   const OXVisionBuffer& buffer = *probe.camera(0).fImageBuffers.at(0);
   EXPECT_TRUE(buffer.hasFormat(640, 480, kRGB));
-  EXPECT_EQ(buffer.fImage->fTimeStamp, 0) << "the oldest there is";
+  EXPECT_EQ(buffer.fImage->fTimeStamp, 0) << "the oldest of all";
   EXPECT_EQ(probe.pools(), "1/1 1/1");
   push();
   const OXValue reply = fDevice->getImageRemote(id);
@@ -137,14 +137,14 @@ TEST_F(SimulatorTest, TheCameraFollowsTheHighestWishAndFallsBack) {
   EXPECT_EQ(camera(), "2 at 30");
   fDevice->setFrameRate(slow, 10);
   fDevice->setResolution(slow, kQQVGA);
-  EXPECT_EQ(camera(), "2 at 30") << "from below the highest nothing moves";
+  EXPECT_EQ(camera(), "2 at 30") << "below the highest wish nothing changes";
   fDevice->setFrameRate(fast, 5);
   EXPECT_EQ(camera(), "2 at 10") << "the next highest";
   fDevice->setResolution(fast, kQQVGA);
   EXPECT_EQ(camera(), "1 at 10") << "never below the device's default";
   fDevice->setResolution(slow, k4VGA);
   fDevice->setFrameRate(slow, 3);
-  EXPECT_EQ(camera(), "3 at 5") << "and never below 5 a second, whatever is accepted";
+  EXPECT_EQ(camera(), "3 at 5") << "and never below 5 a second, whatever rate is accepted";
   EXPECT_EQ(fDevice->getFrameRate(slow), 3);
 }
 
@@ -160,11 +160,11 @@ TEST_F(SimulatorTest, ASubscriberMovesToAnotherCameraWithoutWaiting) {
   fDevice->releaseImage(id);
   EXPECT_TRUE(fDevice->setActiveCamera(id, 1));
   EXPECT_EQ(fDevice->getActiveCamera(id), 1);
-  EXPECT_EQ(fDevice->getResolution(1), kVGA) << "its wish counts there at once";
+  EXPECT_EQ(fDevice->getResolution(1), kVGA) << "there its wish takes effect at once";
   EXPECT_EQ(DeviceProbe(*fDevice).pools(), "1/1 1/1") << "it has buffers on every camera already";
 }
 
-TEST_F(SimulatorTest, TheDevicesActiveCameraMovesOnlyThoseWhoFollowIt) {
+TEST_F(SimulatorTest, TheDevicesActiveCameraMovesOnlyItsFollowers) {
   const std::string follower = subscribe("follower");
   const std::string own = fDevice->subscribeCamera("own", 0, kQVGA, kYUV422, 30);
   const std::string deprecation =
@@ -184,7 +184,7 @@ TEST_F(SimulatorTest, TheDevicesActiveCameraMovesOnlyThoseWhoFollowIt) {
   EXPECT_EQ(fDevice->getActiveCamera(), 1);
 }
 
-TEST_F(SimulatorTest, AParameterGoesToTheCameraUntilTheNextWishDrivesItBack) {
+TEST_F(SimulatorTest, AParameterLastsUntilTheNextNegotiation) {
   const std::string id = subscribe("a", kQVGA, kYUV422, 10);
   EXPECT_TRUE(fDevice->setCameraParameter(id, kCameraFrameRateID, 30));
   EXPECT_EQ(fDevice->getCameraParameter(id, kCameraFrameRateID), 30);

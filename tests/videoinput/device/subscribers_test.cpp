@@ -1,4 +1,4 @@
-// Who subscribes, under which id, what is refused, and how one goes.
+// Subscribing and unsubscribing: ids, refusals, buffers, and images that are still held.
 #include "camerarecord.h"
 #include "support/device_fixture.h"
 
@@ -7,7 +7,7 @@ namespace {
 
 using testing::HasSubstr;
 
-TEST_F(SimulatorTest, EightInstancesOfANameAreTakenAndFreedOnesComeBack) {
+TEST_F(SimulatorTest, ANameHasEightInstancesAndFreedIdsAreReused) {
   for (const char* id : {"a", "a_2", "a_3", "a_4", "a_5", "a_6", "a_7", "a_8"})
     EXPECT_EQ(subscribe("a"), id);
   EXPECT_EQ(outcome([&] { return subscribe("a"); }),
@@ -20,11 +20,11 @@ TEST_F(SimulatorTest, EightInstancesOfANameAreTakenAndFreedOnesComeBack) {
               HasSubstr("OXVideoDevice: subscribeVideoModule: Name already in use. "
                         "Id changed to \"a_3\""));
   fDevice->unsubscribeAllInstances("a");
-  ASSERT_EQ(DeviceProbe(*fDevice).modules().size(), 1u) << "the eighth stays";
+  ASSERT_EQ(DeviceProbe(*fDevice).subscribers().size(), 1u) << "the eighth stays";
   EXPECT_EQ(subscribe("a_8"), "a_8_2") << "a suffix is part of a base name like any other";
 }
 
-TEST_F(SimulatorTest, RatesAreBroughtToWhatASubscriberMayHave) {
+TEST_F(SimulatorTest, FrameRatesAreBroughtIntoASubscribersRange) {
   const struct {
     int fps, resolution, stored;
     const char* warning;
@@ -35,7 +35,7 @@ TEST_F(SimulatorTest, RatesAreBroughtToWhatASubscriberMayHave) {
       {5, kQVGA, 5, "", "the slowest"},
       {7, kQVGA, 7, "", "rates between the camera's own stay"},
       {31, kQVGA, 31, "", "accepted here, unlike in setFrameRate"},
-      {255, kQVGA, 255, "", "what the record's byte holds"},
+      {255, kQVGA, 255, "", "the most that the record's byte holds"},
       {256, kQVGA, 255,
        "subscribeCamera: Fps 256 is more than a subscriber can have, force fps to 255\n",
        "would be 0 in a byte"},
@@ -58,7 +58,7 @@ TEST_F(SimulatorTest, RatesAreBroughtToWhatASubscriberMayHave) {
 }
 
 TEST_F(SimulatorTest, RefusedSubscriptionsSayWhyAndLeaveNothing) {
-  // The camera's present resolution stands in the text as a raw character: 1.
+  // The camera's current resolution is in the text as a raw character: 1.
   const struct {
     int camera, resolution, colorSpace;
     std::string text;
@@ -114,7 +114,7 @@ TEST_F(SimulatorTest, RefusedListsSayWhyAndLeaveNothing) {
   EXPECT_EQ(DeviceProbe(*fDevice).pools(), "0/0 0/0");
 }
 
-TEST_F(SimulatorTest, OneStreamBringsBuffersToEveryCameraAndAListToItsOwn) {
+TEST_F(SimulatorTest, OneStreamHasBuffersOnEveryCameraAndAListOnItsOwn) {
   const DeviceProbe probe(*fDevice);
   subscribe("mono");
   EXPECT_EQ(probe.pools(), "1/1 1/1");
@@ -134,7 +134,7 @@ TEST_F(SimulatorTest, OneStreamBringsBuffersToEveryCameraAndAListToItsOwn) {
             "OXError: Cannot unsubscribe \"mono\": module unknown from OXVideoDevice.");
 }
 
-TEST_F(SimulatorTest, ALeaverWhoHoldsAnImageIsWaitedForAndThenForced) {
+TEST_F(SimulatorTest, UnsubscribingWaitsForAHeldImageAndThenTakesItBack) {
   const std::string id = subscribe("a");
   push();
   ASSERT_TRUE(fDevice->getImageLocal(id));
@@ -147,7 +147,7 @@ TEST_F(SimulatorTest, ALeaverWhoHoldsAnImageIsWaitedForAndThenForced) {
   EXPECT_EQ(DeviceProbe(*fDevice).pools(), "0/0 0/0");
 }
 
-TEST_F(SimulatorTest, ALeaverIsLetGoAsSoonAsItReleases) {
+TEST_F(SimulatorTest, UnsubscribingEndsAsSoonAsTheImageIsReleased) {
   const std::string id = subscribe("a");
   push();
   ASSERT_TRUE(fDevice->getImageLocal(id));
@@ -161,8 +161,9 @@ TEST_F(SimulatorTest, ALeaverIsLetGoAsSoonAsItReleases) {
   EXPECT_EQ(fLog.count(3), 0);
 }
 
-// Each of these once spun for ever under the lock, or took a buffer that another one needed.
-TEST_F(SimulatorTest, LeavingNeverWaitsUnderTheLock) {
+// Each of these once looped for ever under the lock, or took a buffer that another subscriber
+// needed.
+TEST_F(SimulatorTest, UnsubscribingNeverWaitsUnderTheLock) {
   const DeviceProbe probe(*fDevice);
   {
     SCOPED_TRACE("several streams, images still held");
@@ -195,7 +196,7 @@ TEST_F(SimulatorTest, LeavingNeverWaitsUnderTheLock) {
     EXPECT_EQ(probe.pools(), "0/0 0/0");
   }
   {
-    SCOPED_TRACE("a stream that took another one's format away");
+    SCOPED_TRACE("a stream that reformatted another one's buffer");
     const std::string b = subscribe("b", kVGA, kYUV422, 5);
     const std::string m = call("subscribeCameras", "m", std::vector<int>{0}, std::vector<int>{1},
                                std::vector<int>{9}, 5)
@@ -218,12 +219,12 @@ TEST_F(SimulatorTest, MoreSubscribersThanTheLimitFailToAllocate) {
   EXPECT_EQ(subscribe("c"), "c");
 }
 
-TEST_F(SimulatorTest, OnlyTheVideoMonitorIsCleanedUpBehindItsBack) {
+TEST_F(SimulatorTest, OnlyTheVideoMonitorIsUnsubscribedOnDisconnection) {
   subscribe("VideoMonitorGestura");
   subscribe("other");
   const auto disconnect = [&](const char* pClient) {
     fBroker->call("OXMemory", "raiseEvent", OXValue::array("ClientDisconnected", OXValue(pClient)));
-    return DeviceProbe(*fDevice).modules().size();
+    return DeviceProbe(*fDevice).subscribers().size();
   };
   EXPECT_EQ(disconnect("other"), 2u);
   EXPECT_EQ(disconnect("Gestura"), 1u);

@@ -1,4 +1,4 @@
-/// Memory between two pages that no one may touch: one byte read or written too far ends the test.
+/// Memory between two inaccessible pages: one byte read or written too far ends the test.
 #pragma once
 
 #include <sys/mman.h>
@@ -12,13 +12,13 @@
 #include <string>
 #include <vector>
 
-namespace OX::testing {
+namespace OX::test {
 
 class GuardedBuffer {
  public:
   enum Side { kAtStart, kAtEnd };
 
-  /// pSize bytes that touch the page before them (kAtStart) or behind them (kAtEnd).
+  /// pSize bytes that adjoin the page before them (kAtStart) or after them (kAtEnd).
   GuardedBuffer(std::size_t pSize, Side pSide) : fSize(pSize) {
     const std::size_t page = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
     const std::size_t inner = (pSize + page - 1) / page * page;
@@ -55,7 +55,7 @@ inline std::vector<unsigned char> randomBytes(std::size_t pSize, unsigned pSeed 
   return bytes;
 }
 
-/// Empty when equal, else where and what differs first.
+/// The first byte that differs, as text; empty if there is none.
 inline std::string difference(const unsigned char* pActual, const unsigned char* pExpected,
                               std::size_t pSize) {
   for (std::size_t i = 0; i < pSize; ++i) {
@@ -66,4 +66,4 @@ inline std::string difference(const unsigned char* pActual, const unsigned char*
   return "";
 }
 
-}  // namespace OX::testing
+}  // namespace OX::test

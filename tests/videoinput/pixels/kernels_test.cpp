@@ -1,5 +1,5 @@
 // The colour-space kernels. Known answers keep the plain loops honest; every instruction set that
-// the processor has must then give the same bytes, and touch nothing else.
+// the processor has must then produce the same bytes, and touch no others.
 #include "pixels/colour/kernels.h"
 
 #include <gmock/gmock.h>
@@ -10,13 +10,11 @@
 #include "guarded_buffer.h"
 #include "pixels/simd/levels.h"
 
-namespace OX::kernels {
+namespace OX::test {
 namespace {
 
-using testing::difference;
-using ::testing::ElementsAreArray;
-using testing::GuardedBuffer;
-using testing::randomBytes;
+using namespace kernels;
+using testing::ElementsAreArray;
 using Bytes = std::vector<unsigned char>;
 using Kernel = void (*)(const unsigned char*, int, unsigned char*, int, int);
 
@@ -30,7 +28,7 @@ const Format kYuvFormat{"kYuv", yuv422ToYuv, 2};
 const Format kHsyFormat{"kHsy", yuv422ToHsy, 2};
 const Format kYUV422Format{"kYUV422", yuv422ToYUV422, 4};
 const Format kYYCbCrFormat{"kYYCbCr", yuv422ToYYCbCr, 4};
-/// Formats that follow the common rule of which source pixels they take.
+/// Formats that follow the common rule for which source pixels they take.
 const Format kUsualFormats[] = {
     {"kYUV", yuv422ToYUV, 6}, {"kRGB", yuv422ToRGB, 6},     {"kBGR", yuv422ToBGR, 6},
     {"kHSY", yuv422ToHSY, 6}, {"kH2RGB", yuv422ToH2RGB, 6}, {"kHSMixed", yuv422ToHSMixed, 6},
@@ -44,7 +42,7 @@ std::vector<Format> allFormats() {
 
 /// One macro-pixel, converted by itself.
 Bytes convertOne(const Format& pFormat, const unsigned char* pMacroPixel) {
-  // kYUV422 copies words of 8 bytes, one at least.
+  // kYUV422 copies words of 8 bytes, at least one.
   Bytes source(8), result(8);
   std::copy_n(pMacroPixel, 4, source.begin());
   pFormat.kernel(source.data(), 2, result.data(), 2, 1);
@@ -58,7 +56,7 @@ struct Level {
   ~Level() { useLevel(""); }
 };
 
-TEST(KernelsTest, GivesWhatTheFormulasGiveByHand) {
+TEST(Kernels, EqualTheFormulasWorkedByHand) {
   struct Case {
     const char* why;
     Format format;
@@ -100,7 +98,7 @@ TEST(KernelsTest, GivesWhatTheFormulasGiveByHand) {
       // U 127, V 129: A = 301, B = 624, C = 925: 85 * 624 / 1850 = 28
       {"red towards green", kHsyFormat, {50, 127, 50, 129}, {28, 28}},
       // at Y 0 the denominator is -4767 + 724: 255 * 724 / -4043 is below 0
-      {"a denominator below 0 gives no saturation",
+      {"a denominator below 0 means no saturation",
        hsy,
        {0, 129, 16, 128},
        {183, 0, 0, 183, 255, 16}},
@@ -121,7 +119,7 @@ struct Shape {
   int macroPixels() const { return (width + 1) / 2; }
 };
 
-TEST(KernelsTest, TakesTheMacroPixelsThatTheStepSays) {
+TEST(Kernels, TakeTheMacroPixelsOfTheStep) {
   Level use("plain");
   const Bytes source = randomBytes(100000);
   for (const Shape& shape : {Shape{0, 20, 3}, Shape{1, 20, 3}, Shape{1, 7, 3}, Shape{2, 20, 3},
@@ -142,7 +140,7 @@ TEST(KernelsTest, TakesTheMacroPixelsThatTheStepSays) {
   }
 }
 
-TEST(KernelsTest, TakesTheBytesOfTheOddOnes) {
+TEST(Kernels, TakeTheDocumentedBytesForOddFormats) {
   Level use("plain");
   Bytes source(256);
   for (int i = 0; i < 256; ++i) source[i] = static_cast<unsigned char>(i);
@@ -192,7 +190,7 @@ TEST(KernelsTest, TakesTheBytesOfTheOddOnes) {
   }
 }
 
-TEST(KernelsTest, HueAloneWalksByHalvesAndLeavesTheLastRow) {
+TEST(Kernels, HueAloneStepsByHalvesAndKeepsTheLastRow) {
   Level use("plain");
   const Bytes source = randomBytes(1000);
   for (int step : {0, 1, 2}) {
@@ -207,7 +205,7 @@ TEST(KernelsTest, HueAloneWalksByHalvesAndLeavesTheLastRow) {
   }
 }
 
-TEST(KernelsTest, WritesNothingForEmptySizes) {
+TEST(Kernels, WriteNothingForEmptySizes) {
   for (const Format& format : allFormats()) {
     for (auto [width, height] : {std::pair{0, 2}, {2, 0}, {-2, 2}, {2, -2}}) {
       // Null pointers: any access would crash.
@@ -216,9 +214,9 @@ TEST(KernelsTest, WritesNothingForEmptySizes) {
   }
 }
 
-class LevelTest : public ::testing::TestWithParam<std::string> {
+class KernelsAtLevel : public testing::TestWithParam<std::string> {
  protected:
-  /// Converts at the level under test and by the plain loops; empty when the bytes are the same.
+  /// Converts at the level under test and by the plain loops; empty if the bytes are the same.
   std::string compare(const Format& pFormat, const Bytes& pSource, int pWidth) {
     const std::size_t bytes = std::size_t(pFormat.bytesPerMacroPixel) * ((pWidth + 1) / 2);
     fActual.assign(bytes, 0xAA);
@@ -238,7 +236,7 @@ class LevelTest : public ::testing::TestWithParam<std::string> {
 };
 
 /// All 65,536 pairs of U and V with all 256 lumas on either side.
-TEST_P(LevelTest, EqualsThePlainLoopForEveryMacroPixel) {
+TEST_P(KernelsAtLevel, EqualsThePlainLoopForEveryMacroPixel) {
   Bytes source(std::size_t{4} * 256 * 256);
   for (int u = 0; u < 256; u += kExhaustiveStep) {
     for (std::size_t i = 0; i < source.size(); i += 4) {
@@ -254,7 +252,7 @@ TEST_P(LevelTest, EqualsThePlainLoopForEveryMacroPixel) {
   }
 }
 
-/// Source bytes up to the last one that the shape names.
+/// Source bytes up to the last one that the shape takes.
 std::size_t sourceBytes(const Format& pFormat, const Shape& pShape) {
   const std::size_t step = pShape.step;
   std::size_t row = 2 * step * step * pShape.width;
@@ -272,13 +270,13 @@ std::size_t sourceBytes(const Format& pFormat, const Shape& pShape) {
   return row * (pShape.height - 1) + last;
 }
 
-TEST_P(LevelTest, StaysInsideTheFrameAtEveryWidthAndStep) {
+TEST_P(KernelsAtLevel, StaysInsideTheFrameAtEveryWidthAndStep) {
   for (const Format& format : allFormats()) {
     for (int step : {0, 1, 2, 3, 4, 8}) {
       for (int width = 1; width <= 150; ++width) {
         const Shape shape{step, width, 1 + width % 3};
         const std::size_t bytesIn = sourceBytes(format, shape);
-        // Room for the one word that kYUV422 copies at least.
+        // Room for one word, the least that kYUV422 copies.
         const std::size_t bytesOut = std::max<std::size_t>(
             std::size_t(format.bytesPerMacroPixel) * shape.macroPixels() * shape.height, 8);
         const Bytes content = randomBytes(bytesIn, width);
@@ -297,10 +295,10 @@ TEST_P(LevelTest, StaysInsideTheFrameAtEveryWidthAndStep) {
   }
 }
 
-INSTANTIATE_TEST_SUITE_P(All, LevelTest, ::testing::ValuesIn(levels()),
+INSTANTIATE_TEST_SUITE_P(All, KernelsAtLevel, testing::ValuesIn(levels()),
                          [](const auto& pInfo) { return pInfo.param; });
 
-TEST(LevelsTest, OffersThePlainLoopsFirstAndRefusesWhatItLacks) {
+TEST(Levels, StartWithThePlainLoopsAndRefuseUnknownNames) {
   ASSERT_FALSE(levels().empty());
   EXPECT_EQ(levels().front(), "plain");
   EXPECT_FALSE(usesPlainLoops());
@@ -308,7 +306,7 @@ TEST(LevelsTest, OffersThePlainLoopsFirstAndRefusesWhatItLacks) {
   EXPECT_FALSE(usesPlainLoops());
 }
 
-TEST(TouchFrameTest, PassesOverTheFrameAndNoFurther) {
+TEST(TouchFrame, ReadsTheFrameAndNothingBeyond) {
   for (const std::size_t size : {std::size_t{0}, std::size_t{6}, kTouchScratchBytes,
                                  kTouchScratchBytes + 1, std::size_t{2} * 640 * 480}) {
     const Bytes content = randomBytes(size);
@@ -323,4 +321,4 @@ TEST(TouchFrameTest, PassesOverTheFrameAndNoFurther) {
 }
 
 }  // namespace
-}  // namespace OX::kernels
+}  // namespace OX::test

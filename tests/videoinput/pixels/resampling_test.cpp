@@ -9,12 +9,10 @@
 #include "guarded_buffer.h"
 #include "pixels/simd/levels.h"
 
-namespace OX::resampling {
+namespace OX::test {
 namespace {
 
-using testing::difference;
-using testing::GuardedBuffer;
-using testing::randomBytes;
+using namespace resampling;
 using Bytes = std::vector<unsigned char>;
 
 /// Uses one level for its lifetime.
@@ -37,7 +35,7 @@ void resample(int pChange, int pWidth, int pHeight, const unsigned char* pSource
 
 const int kChanges[] = {1, 2, 4, 8, -2, -4, -8};
 
-TEST(ResamplingTest, GivesWhatTheFormulasGiveByHand) {
+TEST(Resampling, EqualsTheFormulasWorkedByHand) {
   struct Case {
     const char* why;
     Bytes rgb, yuv422;
@@ -81,7 +79,7 @@ std::vector<int> lumas(const Bytes& pYuv422) {
   return result;
 }
 
-TEST(ResamplingTest, TakesThePixelsThatTheRatioSays) {
+TEST(Resampling, TakesThePixelsOfTheRatio) {
   Level use("plain");
   const Bytes frame = greyFrame(16 * 16);
   const auto lumaAt = [&](int i) {
@@ -95,13 +93,13 @@ TEST(ResamplingTest, TakesThePixelsThatTheRatioSays) {
   };
   const Case cases[] = {
       {"every second pixel of every second row", 2, 8, 4, {0, 2, 4, 6, 16, 18, 20, 22}},
-      {"right pixels 8 on, the last ones from the row below",
+      {"right pixels 8 further on, the last ones from the row below",
        4,
        16,
        8,
        {0, 8, 8, 16, 64, 72, 72, 80}},
-      {"right pixel 32 on, four rows below", 8, 8, 8, {0, 32}},
-      {"right pixels 32 on", 8, 16, 16, {0, 32, 128, 160}},
+      {"right pixel 32 further on, four rows below", 8, 8, 8, {0, 32}},
+      {"right pixels 32 further on", 8, 16, 16, {0, 32, 128, 160}},
       {"an odd row is cut by the next one", 2, 6, 4, {0, 2, 4, 12, 14, 16, 18}},
       {"blocks of two by two", -2, 2, 2, {0, 0, 1, 1, 0, 0, 1, 1, 2, 2, 3, 3, 2, 2, 3, 3}},
   };
@@ -115,7 +113,7 @@ TEST(ResamplingTest, TakesThePixelsThatTheRatioSays) {
   }
 }
 
-TEST(ResamplingTest, RefusesOtherRatiosAndEmptySizes) {
+TEST(Resampling, RefusesOtherRatiosAndEmptySizes) {
   // Null pointers: any access would crash.
   for (int ratio : {-2, 0, 1, 3, 5, 16}) {
     EXPECT_FALSE(subSample(ratio, 16, 16, nullptr, nullptr)) << ratio;
@@ -129,7 +127,7 @@ TEST(ResamplingTest, RefusesOtherRatiosAndEmptySizes) {
   EXPECT_TRUE(subSample(8, 64, 7, nullptr, nullptr)) << "no row is left";
 }
 
-class LevelTest : public ::testing::TestWithParam<std::string> {
+class ResamplingAtLevel : public testing::TestWithParam<std::string> {
  protected:
   void run(const std::string& pLevel, int pChange, int pWidth, int pHeight,
            const unsigned char* pSource, unsigned char* pTarget) {
@@ -139,7 +137,7 @@ class LevelTest : public ::testing::TestWithParam<std::string> {
 };
 
 /// All 2^24 colours on the left, each with another colour on the right.
-TEST_P(LevelTest, EqualsThePlainLoopForEveryColour) {
+TEST_P(ResamplingAtLevel, EqualsThePlainLoopForEveryColour) {
   constexpr int kPairs = 256 * 256;
   Bytes source(std::size_t{6} * kPairs), actual(std::size_t{4} * kPairs), expected(actual);
   for (int red = 0; red < 256; red += kExhaustiveStep) {
@@ -157,7 +155,7 @@ TEST_P(LevelTest, EqualsThePlainLoopForEveryColour) {
   }
 }
 
-/// Source pixels up to the last one that is named.
+/// Source pixels up to the last one that is taken.
 int sourcePixels(int pChange, int pWidth, int pHeight) {
   if (pChange < 0) return pWidth * pHeight;
   if (pChange == 1) return (pWidth * pHeight + 1) / 2 * 2;
@@ -175,7 +173,7 @@ int targetBytes(int pChange, int pWidth, int pHeight) {
   return rows == 0 ? 0 : (rows - 1) * pWidth / pChange * 2 + 4 * pairs;
 }
 
-TEST_P(LevelTest, StaysInsideTheFrameAtEveryWidthAndRatio) {
+TEST_P(ResamplingAtLevel, StaysInsideTheFrameAtEveryWidthAndRatio) {
   for (int change : kChanges) {
     const int unit = std::max(change, 1);
     for (int columns = 1; columns <= 150; ++columns) {
@@ -198,8 +196,8 @@ TEST_P(LevelTest, StaysInsideTheFrameAtEveryWidthAndRatio) {
   }
 }
 
-INSTANTIATE_TEST_SUITE_P(All, LevelTest, ::testing::ValuesIn(kernels::levels()),
+INSTANTIATE_TEST_SUITE_P(All, ResamplingAtLevel, testing::ValuesIn(kernels::levels()),
                          [](const auto& pInfo) { return pInfo.param; });
 
 }  // namespace
-}  // namespace OX::resampling
+}  // namespace OX::test

@@ -1,4 +1,4 @@
-// The simulator's cameras: what may be pushed, what is lent, parameters, and a device whose active
+// The simulated cameras: what may be pushed, what is lent, parameters, and a device whose active
 // camera does not exist.
 #include "camerarecord.h"
 #include "support/device_fixture.h"
@@ -37,7 +37,7 @@ TEST_F(SimulatorTest, APushMustHaveOneOfTheFourSizesAndExactlyItsBytes) {
       {0, 320, 240, text(3686401), false, "SIMCAM_ERROR_WRONGDATASIZE", "more than there is room"},
       // Strings are measured only against the longest so far, in this process.
       {0, 320, 240, text(1000), true, "Image updated", "any length"},
-      {1, 320, 240, text(999), false, "", "shorter, also on another camera: dropped in silence"},
+      {1, 320, 240, text(999), false, "", "shorter, also on another camera: dropped silently"},
       {1, 320, 240, text(1000), true, "Image updated", "as long"},
   };
   for (const auto& test : kCases) {
@@ -59,7 +59,8 @@ TEST_F(SimulatorTest, TheDeclaredSizeStaysUntilTheNextOne) {
   EXPECT_EQ(show(fDevice->getExpectedImageParameters()), "[[320, 240], 5]");
 }
 
-// The first frame a simulator can push, without any declaration, into a camera of a larger size.
+// The first frame that a simulator can push, without declaring its size, to a camera of a larger
+// one.
 TEST_F(SimulatorTest, AFirstFrameOfUndeclaredSizeIsEnlargedWithinItsStorage) {
   const std::string id = subscribe("a", kQVGA, kYUV422, 5);
   ASSERT_TRUE(fDevice->putImage(binary(57600)));
@@ -91,7 +92,7 @@ TEST_F(SimulatorTest, FourFramesMayBeLentAtOnce) {
                                          " not released. Returning null image."));
 }
 
-TEST_F(SimulatorTest, OneConversionServesAllWhoAskForAFrame) {
+TEST_F(SimulatorTest, OneConversionServesAllSubscribers) {
   const std::string a = subscribe("a");
   const std::string b = subscribe("b");
   push();
@@ -121,7 +122,7 @@ TEST_F(SimulatorTest, TheCameraFollowsTheHighestWish) {
   EXPECT_TRUE(fDevice->setResolution(fast, kQVGA));
   EXPECT_EQ(camera(0), "1@7") << "the one at the top came down";
   fDevice->unsubscribe(fast);
-  EXPECT_EQ(camera(0), "1@7") << "a leaver still counts while it leaves";
+  EXPECT_EQ(camera(0), "1@7") << "a subscriber still counts while it unsubscribes";
 }
 
 TEST_F(SimulatorTest, ParametersAreCheckedWhereTheyAreUsed) {
@@ -159,8 +160,8 @@ TEST_F(SimulatorTest, ParametersAreCheckedWhereTheyAreUsed) {
       << "a change of resolution starts a stopped camera";
 }
 
-// The index one past the last camera can be selected. Nothing may break, and there is a way back.
-TEST_F(SimulatorTest, ADeviceParkedBehindItsLastCameraRefusesAndRecovers) {
+// The index one past the last camera can be selected. Nothing may break, and it can be undone.
+TEST_F(SimulatorTest, ADeviceParkedPastItsLastCameraRefusesAndRecovers) {
   const std::string follows = subscribe("follows");
   push();
   ASSERT_TRUE(fDevice->setCameraParameter(follows, kCameraSelectID, 2));
