@@ -1,4 +1,4 @@
-// The example of a local vision module, loaded beside the video library as a broker loads them.
+// The example of a local vision module, loaded after the video library as a broker loads them.
 #include <dlfcn.h>
 #include <gtest/gtest.h>
 
@@ -37,7 +37,7 @@ TEST(BrightestSpot, FindsTheBrightPixelOfAPushedFrameWithoutACopy) {
   std::fill_n(pixels.begin() + (kY * 320 + kX) * 3, 3, 255);
   OXValue frame;
   frame.SetBinary(pixels.data(), static_cast<int>(pixels.size()));
-  // Subscribing opens the camera, which forgets earlier frames: the first look finds none.
+  // Subscribing would open the camera, which then forgets earlier frames: so it is opened first.
   broker->call("OXVideoDevice", "startFrameGrabber", OXValue::array(0));
   ASSERT_TRUE(
       broker->call("OXVideoDevice", "putImage", OXValue::array(0, 320, 240, frame)).toBool());

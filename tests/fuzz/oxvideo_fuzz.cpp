@@ -1,5 +1,5 @@
-// The reader of .oxv files against any bytes. Beside the fuzzer's own mutations there is one that
-// sets the checksums right again: without it nearly all inputs would end at the first checksum.
+// Fuzzes the reader of .oxv files with arbitrary bytes. After most mutations the checksums are
+// corrected: otherwise nearly all inputs would be rejected at the first checksum.
 #include <sys/mman.h>
 #include <unistd.h>
 
@@ -21,8 +21,8 @@ namespace {
 
 using namespace OX;
 
-constexpr std::size_t kFileHeader = 64;  // of a file with one stream
-constexpr std::size_t kRoom = 4096;
+constexpr std::size_t kFileHeader = 64;    // of a file with one stream
+constexpr std::size_t kImageBytes = 4096;  // more than any frame of the corpus
 
 std::uint64_t take64(const std::uint8_t* pFrom) {
   std::uint64_t value = 0;
@@ -32,7 +32,7 @@ std::uint64_t take64(const std::uint8_t* pFrom) {
 
 void put64(std::uint8_t* pTo, std::uint64_t pValue) { std::memcpy(pTo, &pValue, sizeof pValue); }
 
-/// Encodes the frame header at pData anew, so that its checksums fit what it says.
+/// Encodes the frame header at pData again, so that its checksums match its fields.
 void sealFrame(std::uint8_t* pData, std::size_t pSize, std::uint64_t pFileId) {
   detail::FrameHeader header;
   std::memcpy(&header.fPayloadBytes, pData + 4, 4);
@@ -75,7 +75,7 @@ void seal(std::uint8_t* pData, std::size_t pSize) {
   sealIndex(pData, pSize, id);
 }
 
-/// One file in memory for the whole run: the reader opens it by a path as any other.
+/// One file in memory for the whole run, which the reader opens by a path as any other.
 class MemoryFile {
  public:
   MemoryFile() : fDescriptor(::memfd_create("fuzz.oxv", MFD_CLOEXEC)) {
@@ -98,7 +98,7 @@ void require(bool pHolds) {
   if (!pHolds) std::abort();
 }
 
-/// What must hold for an image that was given, whatever the file.
+/// What must hold for every image that the reader returns, whatever the file.
 void check(const OXImage& pImage, const OXVideoStream& pStream) {
   require(pImage.fWidth == pStream.fWidth && pImage.fHeight == pStream.fHeight);
   require(pImage.getSizeBytes() == static_cast<std::size_t>(pStream.fFrameBytes));
@@ -137,7 +137,7 @@ extern "C" std::size_t LLVMFuzzerCustomMutator(std::uint8_t* pData, std::size_t 
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* pData, std::size_t pSize) {
   static const MemoryFile file;
-  static OXImage image(1, static_cast<int>(kRoom), kYuv, false, 0, 0, 0, 0);
+  static OXImage image(1, static_cast<int>(kImageBytes), kYuv, false, 0, 0, 0, 0);
   OXVideo video;
   if (video.readVideo(file.store(pData, pSize)))
     readAll(video, image);

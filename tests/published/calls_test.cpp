@@ -1,5 +1,5 @@
-// Every publication, called through a connection: the cases that work and those that fail, each on
-// a device of its own with the same three subscribers and one frame on each camera.
+// Every publication, called over a connection, in cases that work and cases that fail: each on a
+// new device with the same three subscribers and one frame on each camera.
 #include <filesystem>
 
 #include "service.h"
@@ -17,9 +17,9 @@ class Folder {
   const std::string path = testing::TempDir() + "ox_calls_" + std::to_string(::getpid());
 };
 
-// "mono" on camera 0, "follower" of the active camera, and "multi" on cameras 1 and 0; the frames
-// arrive one second after the clock's start.
-void furnish(Service& pService) {
+// Subscribes "mono" to camera 0, "follower" to the active camera and "multi" to cameras 1 and 0;
+// the frames arrive one second after the clock's start.
+void addSubscribersAndFrames(Service& pService) {
   pService.call("subscribeCamera", "mono", 0, kQVGA, kYUV422, 30);
   pService.call("subscribe", "follower", kQVGA, kYUV422, 30);
   pService.call("subscribeCameras", "multi", std::vector<int>{1, 0}, std::vector<int>{0, 1},
@@ -29,7 +29,7 @@ void furnish(Service& pService) {
     pService.call("putImage", camera, 320, 240, patternFrame(320, 240, camera));
 }
 
-/// "gives VALUE", or "raises METHOD: TEXT".
+/// "gives VALUE", or "raises METHOD: TEXT", as in the tables.
 std::string outcomeOf(Service& pService, const std::string& pMethod, const OXValue& pArguments) {
   try {
     return "gives " + show(pService.callArray(pMethod, pArguments));
@@ -46,7 +46,7 @@ std::string expectationOf(const Json& pCase) {
 std::string run(Service::Camera pCamera, const std::string& pMethod, const Json& pCase,
                 const std::string& pFolder) {
   Service service(pCase.value("device", "") == "file" ? Service::Camera::File : pCamera);
-  if (service.simulator) furnish(service);
+  if (service.simulator) addSubscribersAndFrames(service);
   for (const Json& call : pCase.value("before", Json::array())) {
     OXValue::Array arguments;
     for (std::size_t i = 1; i < call.size(); ++i) arguments.push_back(valueOf(call[i]));
@@ -70,15 +70,15 @@ void expectTable(const std::string& pName, Service::Camera pCamera) {
           << signature << " " << entry.dump();
 }
 
-TEST(PublishedCalls, GiveAndRaiseWhatTheTableSays) {
+TEST(PublishedCalls, ReturnAndThrowWhatTheTableSays) {
   expectTable("calls.json", Service::Camera::Simulator);
 }
 
-TEST(PublishedCalls, OfAFileCameraDoTheSame) {
+TEST(PublishedCalls, OfAFileCameraDoSoToo) {
   expectTable("calls_filecam.json", Service::Camera::File);
 }
 
-// Three take no argument and have nothing to fail on while the device works.
+// Three have no argument and can't fail while the device works.
 TEST(PublishedCalls, CoverEveryPublicationInCasesThatWorkAndThatFail) {
   const std::set<std::string> neverFail{"getActiveCamera()", "startFrameGrabber()",
                                         "stopFrameGrabber()"};

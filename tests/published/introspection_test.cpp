@@ -1,5 +1,5 @@
-// What introspection shows against a listing that was written from the documentation, by hand and
-// apart from the code: every name, flag, type and text, slips included, in the order of
+// Compares what introspection shows with a listing that was written by hand from the documentation,
+// independently of the code: every name, flag, type and text, slips included, in the order of
 // publication.
 #include "service.h"
 #include "tables.h"
@@ -23,7 +23,7 @@ class Introspection : public testing::TestWithParam<Service::Camera> {
   Service fService{GetParam()};
 };
 
-TEST_P(Introspection, ShowsThePublicationsOfTheListing) {
+TEST_P(Introspection, ShowsTheListedPublications) {
   const Json listing = table("publications.json")["publications"];
   const OXValue methods =
       fService.client->call("OXBroker", "getMethodList", OXValue::array("OXVideoDevice"));
@@ -37,7 +37,7 @@ TEST_P(Introspection, ShowsThePublicationsOfTheListing) {
          expected["parameters"], expected["return"], expected["examples"]});
     EXPECT_EQ(linesOf(shown), linesOf(fields)) << "publication " << i;
   }
-  // What a file camera has of its own stands behind the device's methods.
+  // A file camera's own methods follow those of the device.
   EXPECT_EQ(methods.getSize(), GetParam() == Service::Camera::File ? 84 + 7 : 84);
 }
 

@@ -1,4 +1,5 @@
-// The typed proxy: the example that the module publishes, as it stands, and both ways to a device.
+// The typed proxy: the example that the module publishes, unchanged, and both ways to a device, by
+// the broker of this process and over a connection.
 #include <oxclient/oxvideodeviceproxy.h>
 
 #include <fstream>
@@ -8,13 +9,13 @@
 namespace OX::test {
 namespace {
 
-OXValue pushed(OXVideoDeviceProxy& pCamera, int pIndex) {
+OXValue push(OXVideoDeviceProxy& pCamera, int pIndex) {
   const OXValue frame = patternFrame(320, 240, pIndex);
   EXPECT_TRUE(pCamera.putImage(pIndex, 320, 240, frame));
   return frame;
 }
 
-/// What stands around the module's example: a vision module with the example's declarations.
+/// The context of the module's example: a vision module with the declarations that it uses.
 class VisionModule {
  public:
   explicit VisionModule(boost::shared_ptr<OXBroker> pBroker) : fBroker(std::move(pBroker)) {}
@@ -38,15 +39,15 @@ class VisionModule {
   boost::shared_ptr<OX::OXVideoDeviceProxy>& fCamProxy = fCameraProxy;
 };
 
-std::string replaced(std::string pText, const std::string& pOld, const std::string& pNew) {
+std::string replaceAll(std::string pText, const std::string& pOld, const std::string& pNew) {
   for (std::size_t at = 0; (at = pText.find(pOld, at)) != std::string::npos; at += pNew.size())
     pText.replace(at, pOld.size(), pNew);
   return pText;
 }
 
-// The example's '#' lines are comments to its reader, and its dots stand for the module's work.
-std::string compilable(const std::string& pExample) {
-  return replaced(replaced(pExample, "#", "//"), "...process...", "process(pointer);") + "\n";
+// The example's '#' lines are comments, and its dots a placeholder for the module's work.
+std::string toCode(const std::string& pExample) {
+  return replaceAll(replaceAll(pExample, "#", "//"), "...process...", "process(pointer);") + "\n";
 }
 
 TEST(Proxy, RunsThePublishedExample) {
@@ -54,8 +55,7 @@ TEST(Proxy, RunsThePublishedExample) {
   Service service;
   const auto examples = service.broker->getModule("OXVideoDevice")->getModuleExamples();
   std::ifstream included(std::string(OX_PUBLISHED_TABLES) + "/module_example.inc");
-  EXPECT_EQ(std::string(std::istreambuf_iterator<char>(included), {}),
-            compilable(examples.at(0).text))
+  EXPECT_EQ(std::string(std::istreambuf_iterator<char>(included), {}), toCode(examples.at(0).text))
       << "what runs here is what is published";
 
   service.call("startFrameGrabber");
@@ -66,13 +66,13 @@ TEST(Proxy, RunsThePublishedExample) {
   EXPECT_EQ(DeviceProbe(*service.simulator).pools(), "0/0 0/0");
 }
 
-TEST(Proxy, GivesPointersInTheSameProcessOnly) {
+TEST(Proxy, ReturnsPointersInTheSameProcessOnly) {
   const CaptureLog log;
   const Service service;
   OXVideoDeviceProxy local(service.broker);
   OXVideoDeviceProxy remote(service.client->getProxy("OXVideoDevice"));
   const std::string id = remote.subscribeCamera("follower", 1, kQVGA, kYUV422, 30);
-  pushed(remote, 1);
+  push(remote, 1);
 
   EXPECT_EQ(outcome([&] {
               remote.getImageLocal(id);
@@ -86,7 +86,7 @@ TEST(Proxy, GivesPointersInTheSameProcessOnly) {
             "OXError: An image of another process has no pointer here, use "
             "getDirectRawImageRemote instead");
   const OXValue reply = remote.getImageRemote(id);
-  ASSERT_EQ(reply.getSize(), 12) << "the refusals have taken no hold";
+  ASSERT_EQ(reply.getSize(), 12) << "the refusals left no hold";
   const OXImage* const image = local.getImageLocal(id);
   ASSERT_TRUE(image);
   EXPECT_EQ(show(image->toOXValue()), show(reply));
@@ -94,9 +94,9 @@ TEST(Proxy, GivesPointersInTheSameProcessOnly) {
   EXPECT_TRUE(remote.releaseImage(id));
 }
 
-// The methods that the other tests of this folder don't come across by type: one of each form of
-// argument and result, through both ways.
-TEST(Proxy, SpeaksTheSameBothWays) {
+// Methods that the other tests of this folder don't call by type: one of each form of argument and
+// result, both ways.
+TEST(Proxy, WorksAlikeLocallyAndRemotely) {
   const CaptureLog log;
   const Service service;
   OXVideoDeviceProxy local(service.broker);
@@ -109,8 +109,8 @@ TEST(Proxy, SpeaksTheSameBothWays) {
     EXPECT_EQ(camera->setCamerasParameter(id, kCameraFrameRateID, {30, 30}),
               (std::vector<int>{1, 1}));
     EXPECT_EQ(camera->releaseImages(id), (std::vector<int>{0, 0}));
-    pushed(*camera, 0);
-    pushed(*camera, 1);
+    push(*camera, 0);
+    push(*camera, 1);
     EXPECT_EQ(show(camera->getImagesLocal(id)), "[true, true]");
     EXPECT_EQ(camera->releaseImages(id), (std::vector<int>{1, 1}));
     EXPECT_EQ(camera->getImagesRemote(id).getSize(), 3);
@@ -129,7 +129,7 @@ TEST(Proxy, SpeaksTheSameBothWays) {
   }
 }
 
-TEST(Proxy, SaysWhenThereIsNoDevice) {
+TEST(Proxy, ReportsAMissingDevice) {
   const CaptureLog log;
   const boost::shared_ptr<OXBroker> empty = OXBroker::create();
   const auto make = [](auto pWay) {
@@ -150,7 +150,7 @@ TEST(Proxy, SaysWhenThereIsNoDevice) {
   EXPECT_THROW(local.getImageLocal("a"), OXError) << "the broker has ended";
 }
 
-TEST(Proxy, HasTheMethodsOfACameraThatReplaysAFile) {
+TEST(Proxy, HasTheMethodsOfAFileCamera) {
   const CaptureLog log;
   const Service file(Service::Camera::File);
   OXVideoDeviceProxy camera(file.client->getProxy("OXVideoDevice"));

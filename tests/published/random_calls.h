@@ -1,4 +1,4 @@
-/// A client that calls whatever a module publishes, with arguments that are mostly plausible.
+/// A client that calls whatever a module publishes, with mostly plausible arguments.
 #pragma once
 
 #include <algorithm>
@@ -12,7 +12,7 @@
 
 namespace OX::test {
 
-/// Made from introspection, so that no publication is left out. One thread only.
+/// Calls are made up from introspection, so that no publication is left out. One thread only.
 class RandomCalls {
  public:
   RandomCalls(OXBroker& pBroker, unsigned int pSeed, std::string pVideoPath)
@@ -21,15 +21,15 @@ class RandomCalls {
         fVideoPath(std::move(pVideoPath)),
         fRandom(pSeed) {}
 
-  /// Makes one call; a refusal is part of the game. Gives the method's name.
+  /// Makes one call, which may well be refused, and returns the method's name.
   std::string step() {
-    // Who was given an image in place mostly gives it back next: others wait for it.
+    // A local image is mostly released by the next call: others wait for it.
     if (!fRelease.first.empty() && xNumber(0, 15) > 0) {
       const auto [method, id] = std::exchange(fRelease, {});
       xCall(method, OXValue::array(id));
       return method;
     }
-    // Frames come often, since every start of a grabber forgets the last one.
+    // Frames are pushed often, since every start of a grabber forgets the last one.
     if (xNumber(0, 3) == 0) {
       xCall("putImage", OXValue::array(xNumber(0, 1), 320, 240, xFrame()));
       return "putImage";
@@ -37,7 +37,7 @@ class RandomCalls {
     return xStepAnywhere();
   }
 
-  /// Calls that were answered with pixels.
+  /// The number of calls that were answered with pixels.
   int replies() const { return fReplies; }
 
  private:
@@ -62,7 +62,8 @@ class RandomCalls {
     try {
       return fBroker.call("OXVideoDevice", pMethod, pArguments);
     } catch (const OXError& error) {
-      // Another client has left, or holds what this one wants. Who is gone is forgotten.
+      // Another client has unsubscribed the id, which is then forgotten, or holds what this one
+      // wants.
       if (std::string(error.what()).find("unkno") != std::string::npos)
         for (Ids* ids : {&fSingle, &fSeveral})
           ids->erase(std::remove(ids->begin(), ids->end(), pArguments[0].toString()), ids->end());
@@ -96,7 +97,7 @@ class RandomCalls {
     return floats;
   }
 
-  // Around what each parameter may be, a step too far included.
+  // The range of each parameter and one step beyond it.
   OXValue xInt(const std::string& pName) {
     static const std::map<std::string, std::pair<int, int>> kRanges{
         {"resolution", {-1, 4}}, {"colorSpace", {-1, 17}},  {"fps", {1, 40}},

@@ -38,7 +38,7 @@ class Service {
 
   boost::shared_ptr<OXRemoteBroker> connect() const { return OXRemoteBroker::connect(address); }
 
-  /// Calls through the connection.
+  /// Calls over the connection.
   OXValue callArray(const std::string& pMethod, const OXValue& pArguments) {
     return client->call("OXVideoDevice", pMethod, pArguments);
   }
@@ -55,7 +55,7 @@ class Service {
   boost::shared_ptr<OXRemoteBroker> client;
 };
 
-/// A frame that shows where each pixel belongs; pSeed tells cameras and moments apart.
+/// A frame whose pixels all differ from their neighbours; pSeed distinguishes cameras and moments.
 inline OXValue patternFrame(int pWidth, int pHeight, int pSeed) {
   std::vector<unsigned char> pixels(static_cast<std::size_t>(pWidth * pHeight * 3));
   for (std::size_t i = 0; i < pixels.size(); ++i)

@@ -1,4 +1,4 @@
-// Several streams in one reply, seen from other connections.
+// Several streams in one reply, requested over connections.
 #include <thread>
 
 #include "service.h"
@@ -6,7 +6,7 @@
 namespace OX::test {
 namespace {
 
-/// The pixels of image pIndex: the binary at the end holds all of them, one behind the other.
+/// The pixels of image pIndex: the binary at the end holds those of all images, one after another.
 std::string pixelsOf(const OXValue& pReply, int pIndex) {
   const OXValue& joined = pReply[pReply.getSize() - 1];
   int begin = 0;
@@ -41,7 +41,7 @@ class Streams : public testing::Test {
   Service fService;
 };
 
-TEST_F(Streams, OneReplyHoldsThePictureOfEachCameraInItsOwnFormat) {
+TEST_F(Streams, OneReplyHoldsTheImageOfEachCameraInItsOwnFormat) {
   const std::string id = subscribe("m", {1, 0}, {kQVGA, kVGA}, {kRGB, kYuv});
   fService.call("subscribeCamera", "one", 1, kQVGA, kRGB, 30);
   fService.call("subscribeCamera", "zero", 0, kVGA, kYuv, 30);

@@ -1,4 +1,4 @@
-// Many clients at once on one device, calling anything: nothing tears, hangs or leaks.
+// Many clients at once on one device, calling anything: nothing hangs, no counter is left raised.
 #include <chrono>
 #include <cstdlib>
 #include <filesystem>
@@ -12,7 +12,8 @@ namespace {
 
 constexpr int kThreads = 8;
 
-/// Goes on for OX_STRESS_SECONDS; when that is 0, or nothing, for a number of calls.
+/// How long each client goes on: OX_STRESS_SECONDS, 3 s if that is unset, or kCalls calls if it is
+/// 0.
 class Length {
  public:
   bool isOver(int pCalls) const {
@@ -58,7 +59,7 @@ TEST_F(SimulatorTest, EightClientsCallAnythingAtOnce) {
   const DeviceProbe probe(*fDevice);
   EXPECT_EQ(probe.complaints(), "");
   std::vector<std::string> left;
-  for (const auto& entry : probe.modules()) left.push_back(entry.first);
+  for (const auto& entry : probe.subscribers()) left.push_back(entry.first);
   for (const std::string& id : left) fDevice->unsubscribe(id);
   EXPECT_EQ(probe.pools(), "0/0 0/0");
   EXPECT_EQ(probe.lentFrames(0), 0);
@@ -72,9 +73,9 @@ TEST_F(SimulatorTest, EightClientsCallAnythingAtOnce) {
   for (unsigned int i = 0; i < kThreads; ++i) std::filesystem::remove(pathOf(i));
 }
 
-// One id in several hands: its hold is taken back while a reply is copied from it, and it asks
-// again.
-TEST_F(SimulatorTest, ARawReplyUnderCopyIsNoBufferTheLess) {
+// Several clients use one id: its hold is released while a reply is being copied from it, and it
+// asks again.
+TEST_F(SimulatorTest, CopyingARawReplyCostsThePoolNoBuffer) {
   const std::string id = subscribe("a", k4VGA);
   std::atomic<bool> running{true};
   std::vector<std::thread> threads;

@@ -1,3 +1,5 @@
+// Reads the tables of this folder. They are JSON so that script/docs can show them to users too;
+// what JSON can't express is an object with one key.
 #include "tables.h"
 
 #include <fstream>
@@ -14,7 +16,7 @@ OXValue frame(int pWidth, int pHeight) {
   return value;
 }
 
-OXValue special(const Json& pJson, const std::string& pFolder) {
+OXValue specialValue(const Json& pJson, const std::string& pFolder) {
   if (pJson.contains("frame")) return frame(pJson["frame"][0], pJson["frame"][1]);
   if (pJson.contains("file")) return pFolder + "/" + pJson["file"].get<std::string>();
   if (pJson.contains("float")) return std::numeric_limits<float>::quiet_NaN();
@@ -29,7 +31,7 @@ Json table(const std::string& pName) {
 }
 
 OXValue valueOf(const Json& pJson, const std::string& pFolder) {
-  if (pJson.is_object()) return special(pJson, pFolder);
+  if (pJson.is_object()) return specialValue(pJson, pFolder);
   if (pJson.is_string()) return pJson.get<std::string>();
   if (pJson.is_boolean()) return pJson.get<bool>();
   if (pJson.is_number_float()) return pJson.get<float>();
