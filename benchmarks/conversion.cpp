@@ -1,6 +1,6 @@
-// Every conversion of the image path, at every instruction-set level that the machine has, beside
-// the peers at the nearest same job and memcpy of as many bytes. One benchmark per job and way:
-// "toRGB 640x480/AVX3_DL". script/bench makes the table of it.
+// Every conversion of the image path, at every instruction-set level that the machine has, compared
+// with the peers at the nearest equivalent job and with memcpy of as many bytes. One benchmark per
+// job and way, for example "kRGB 640x480/AVX3_DL"; script/bench makes a table of them.
 #include <benchmark/benchmark.h>
 
 #include <cstring>
@@ -41,7 +41,7 @@ constexpr Size kQQVGA{160, 120};
 constexpr std::size_t kFrameBytes = k4VGA.pixels() * 3;
 constexpr std::size_t kAlignment = 64;
 
-/// A frame on a cache line, with neighbouring values that vary like those of a camera's picture.
+/// A frame aligned to a cache line, whose neighbouring values vary like those of a camera's image.
 Byte* makeFrame() {
   auto* frame = static_cast<Byte*>(std::aligned_alloc(kAlignment, kFrameBytes));
   std::mt19937 random(1);
@@ -71,7 +71,7 @@ void measure(const std::string& pJob, const std::string& pWay, Run pRun) {
   })->Unit(benchmark::kMicrosecond);
 }
 
-/// Our own way at each level.
+/// Our own conversion at each level.
 void measureLevels(const std::string& pJob, const Run& pRun) {
   for (const std::string& level : OX::kernels::levels()) {
     benchmark::RegisterBenchmark(benchmarkName(pJob, level).c_str(), [pRun, level](
@@ -94,7 +94,7 @@ void measurePeers(const std::string& pJob, Job::Kind pKind, Size pFrom, Size pTo
   measure(pJob, "GStreamer", OX::benchmarks::gstreamerRun(job));
 }
 
-/// memcpy that moves as many bytes as the job reads and writes.
+/// A memcpy that moves as many bytes as the job reads and writes.
 void measureCopy(const std::string& pJob, std::size_t pBytesRead, std::size_t pBytesWritten) {
   const std::size_t bytes = (pBytesRead + pBytesWritten) / 2;
   measure(pJob, "memcpy", [bytes] { std::memcpy(gDestination, gSource, bytes); });

@@ -1,5 +1,5 @@
-// What a subscriber pays for an image: lent in the broker's process, shared or converted; sent to
-// another process over a Unix socket and TCP; with many subscribers on several formats; and from a
+// The cost of an image for a subscriber: lent in the broker's process, shared or converted; sent to
+// another process over a Unix socket and TCP; with many subscribers in several formats; and from a
 // recording.
 #include <benchmark/benchmark.h>
 #include <unistd.h>
@@ -24,7 +24,7 @@ namespace {
 
 using namespace OX;
 
-/// Stands still until it is told to move, so that each benchmark says whether an image is fresh.
+/// A clock that only moves when told to, so that each benchmark decides whether an image is fresh.
 class SteppedClock : public OXClock {
  public:
   SteppedClock() { OXClock::set(this); }
@@ -86,7 +86,7 @@ void localShared(benchmark::State& pState) {
   nameSize(pState);
 }
 
-// A push is in the time: a frame that is new has to be pushed first.
+// The time includes a push: a new frame has to be pushed first.
 void localConverted(benchmark::State& pState) {
   Service service;
   const int resolution = static_cast<int>(pState.range(0));
@@ -116,7 +116,7 @@ void remote(benchmark::State& pState, bool pTcp) {
   client->close();
 }
 
-// One new frame, then every subscriber asks once: one conversion for each format.
+// One new frame, then one request of every subscriber: one conversion for each format.
 void manySubscribers(benchmark::State& pState) {
   Service service;
   constexpr int kFormats[] = {kRGB, kYuv, kHSY, kYUV422};
@@ -133,7 +133,7 @@ void manySubscribers(benchmark::State& pState) {
   }
 }
 
-std::string recording() {
+std::string writeRecording() {
   const std::string path = "/tmp/oxreplay" + std::to_string(::getpid()) + ".oxv";
   const std::vector<unsigned char> pixels(1280 * 960 * 2, 99);
   OXVideo video;
@@ -145,11 +145,11 @@ std::string recording() {
   return path;
 }
 
-// A frame of 1280 x 960 each 33 ms: what of these is spent is the share of a core that it takes.
+// A frame of 1280 x 960 every 33 ms: the time divided by that is the share of a core that it takes.
 void replay(benchmark::State& pState) {
   ki::log::setLevel(0);
   SteppedClock clock;
-  const std::string path = recording();
+  const std::string path = writeRecording();
   const auto broker = OXBroker::create();
   OXModule::createModule<OXMemory>(broker);
   auto camera = OXModule::createModule<OXVisionFileCam>(broker);

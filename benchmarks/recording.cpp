@@ -1,5 +1,5 @@
-// Recordings beside plain write and read of the same bytes, in turn in the same run; the opening of
-// a long recording. The files are in the folder that TMPDIR names.
+// Recording compared with plain writing and reading of the same bytes, alternating within one run,
+// and opening a long recording. The files are in the folder that TMPDIR names.
 #include <benchmark/benchmark.h>
 #include <fcntl.h>
 #include <unistd.h>
@@ -34,7 +34,7 @@ const std::vector<unsigned char>& pixels() {
   return bytes;
 }
 
-/// Two files of this run, gone with it.
+/// Two files of this run, removed at its end.
 class Files {
  public:
   Files() {
@@ -88,7 +88,7 @@ bool readRecording(const std::string& pPath, OXImage& pImage) {
 }
 
 /// The shortest of several runs, in processor time: files that stay in memory cost nothing else,
-/// and what else the machine does then doesn't count.
+/// and other load on the machine then doesn't count.
 class Fastest {
  public:
   template <typename Work>

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""The tables of docs/performance.md out of the benchmark's JSON: table.py FILE."""
+"""Makes the tables of docs/performance.md from the benchmark's JSON: table.py FILE."""
 
 import json
 import sys
@@ -32,7 +32,7 @@ def number(value):
 
 
 def gain(ways, level):
-    """How often one level does the job while the fastest peer, or memcpy, does it once."""
+    """How many times as fast as the fastest peer, or memcpy, one level does the job."""
     if level not in ways:
         return ""
     times = [ways[peer] for peer in PEERS if peer in ways] or [ways.get("memcpy")]
@@ -41,7 +41,7 @@ def gain(ways, level):
 
 FASTEST = "times the fastest peer"
 COPY = "of memcpy's speed"
-# Job, what it is measured by, and the least that is wanted with AVX2 and with AVX-512.
+# Job, what it is compared with, and the factors that are wanted with AVX2 and with AVX-512.
 TARGETS = [
     *[(f"{space} 640x480", FASTEST, 1.25, 1.5) for space in ("kRGB", "kBGR")],
     *[(f"{space} 640x480 after the pass", FASTEST, 1.0, 1.15) for space in ("kRGB", "kBGR")],
@@ -61,7 +61,7 @@ TARGET_LEVELS = ["AVX2", "AVX3_DL"]
 
 
 def yardstick(ways, measure):
-    """Microseconds of what a target measures by, None where the run lacks it."""
+    """Microseconds of what a target compares with, None if the run lacks it."""
     if measure == FASTEST:
         return min((ways[peer] for peer in PEERS if peer in ways), default=None)
     if measure == "times 10 us":

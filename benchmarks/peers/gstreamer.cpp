@@ -1,4 +1,5 @@
-// GStreamer's video converter, as its videoconvert and videoscale elements use it, one thread.
+// GStreamer's video converter, as its videoconvert and videoscale elements use it, on one thread
+// and with nearest-neighbour sampling, which is what our kernels do.
 #include <gst/video/video.h>
 
 #include <memory>
@@ -32,7 +33,7 @@ bool formatsOf(Job::Kind pKind, GstVideoFormat& pSource, GstVideoFormat& pDestin
   }
 }
 
-/// A mapped frame over memory that stays ours.
+/// A mapped frame on memory that stays ours.
 std::shared_ptr<GstVideoFrame> map(GstVideoInfo& pInfo, const unsigned char* pData) {
   GstBuffer* buffer =
       gst_buffer_new_wrapped_full(static_cast<GstMemoryFlags>(0), const_cast<unsigned char*>(pData),
@@ -55,7 +56,7 @@ Run gstreamerRun(const Job& pJob) {
   GstVideoInfo source, destination;
   gst_video_info_set_format(&source, sourceFormat, pJob.sourceWidth, pJob.sourceHeight);
   gst_video_info_set_format(&destination, destinationFormat, pJob.width, pJob.height);
-  // Rows of all sizes here are multiples of four bytes, GStreamer's own alignment: no gaps.
+  // Rows of all sizes here are multiples of four bytes, GStreamer's own alignment, so have no gaps.
   GstStructure* config = gst_structure_new(
       "config", GST_VIDEO_CONVERTER_OPT_RESAMPLER_METHOD, GST_TYPE_VIDEO_RESAMPLER_METHOD,
       GST_VIDEO_RESAMPLER_METHOD_NEAREST, GST_VIDEO_CONVERTER_OPT_CHROMA_RESAMPLER_METHOD,

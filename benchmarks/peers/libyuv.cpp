@@ -1,5 +1,5 @@
-// libyuv has no direct way between YUY2 and 24-bit RGB: both ways go through 32-bit pixels, here in
-// strips that stay in the first-level cache.
+// libyuv has no direct conversion between YUY2 and 24-bit RGB: both directions go through 32-bit
+// pixels, here in strips that stay in the first-level cache.
 #include <libyuv.h>
 
 #include <memory>
@@ -35,7 +35,7 @@ Run toPackedRun(const Job& pJob, Pack pPack) {
   if (!pJob.resizes()) {
     return [=] { toPacked(pJob, pJob.source, strip->data(), pPack); };
   }
-  // Four bytes of YUY2 pass for a 32-bit pixel: decimation first, conversion of what is left.
+  // Four bytes of YUY2 serve as a 32-bit pixel: decimation first, then conversion of what is left.
   Strip small = makeStrip(pJob.width / 2, pJob.height);
   return [=] {
     libyuv::ARGBScale(pJob.source, 2 * pJob.sourceWidth, pJob.sourceWidth / 2, pJob.sourceHeight,

@@ -1,4 +1,4 @@
-// OpenCV converts whole matrices. It has no way to YUY2: from RGB the nearest is 4:4:4.
+// OpenCV converts whole matrices. It has no conversion to YUY2: from RGB the nearest is to 4:4:4.
 #include <opencv2/core.hpp>
 #include <opencv2/imgproc.hpp>
 
@@ -11,7 +11,7 @@ cv::Mat frame(const unsigned char* pData, int pWidth, int pHeight, int pType) {
   return {pHeight, pWidth, pType, const_cast<unsigned char*>(pData)};
 }
 
-/// pDestination exists already and is written in place.
+/// pDestination is allocated already and written in place.
 Run convertRun(cv::Mat pSource, cv::Mat pDestination, int pCode) {
   return [=]() mutable { cv::cvtColor(pSource, pDestination, pCode); };
 }
@@ -20,7 +20,7 @@ Run fromYuy2Run(const Job& pJob, int pCode, int pType) {
   const cv::Mat source = frame(pJob.source, pJob.sourceWidth, pJob.sourceHeight, CV_8UC2);
   cv::Mat destination = frame(pJob.destination, pJob.width, pJob.height, pType);
   if (!pJob.resizes()) return convertRun(source, destination, pCode);
-  // Four bytes of YUY2 pass for one pixel of four channels: decimation keeps macro-pixels whole.
+  // Four bytes of YUY2 serve as one pixel of four channels: decimation keeps macro-pixels whole.
   const cv::Mat wide = frame(pJob.source, pJob.sourceWidth / 2, pJob.sourceHeight, CV_8UC4);
   cv::Mat small(pJob.height, pJob.width, CV_8UC2);
   cv::Mat macroPixels = frame(small.data, pJob.width / 2, pJob.height, CV_8UC4);

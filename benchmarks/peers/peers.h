@@ -1,14 +1,14 @@
-/// Other libraries at the job nearest to one of ours. None gives our bytes: they use other
+/// Other libraries at the job nearest to one of ours. None produces our bytes: they use other
 /// coefficients, rounding or pixels; docs/performance.md says which.
-/// Each function prepares what it can and returns the repeatable part; an empty one means that the
-/// library has nothing like the job. Buffers stay the caller's and outlive the function.
+/// Each function prepares what it can and returns the part to repeat; an empty one means that the
+/// library has nothing equivalent. Buffers stay the caller's and must outlive the function.
 #pragma once
 
 #include <functional>
 
 namespace OX::benchmarks {
 
-/// What is converted. Sizes are of the frames, in pixels; rows have no gaps.
+/// A conversion. Sizes are those of the frames, in pixels; rows have no gaps.
 struct Job {
   enum Kind {
     kToRGB,    ///< raw YUV422 to 24-bit RGB

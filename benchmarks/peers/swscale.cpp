@@ -1,4 +1,5 @@
-// swscale converts and resizes in one call; its fastest way is point sampling.
+// swscale converts and resizes in one call. Point sampling is its fastest way, and the one that
+// takes the same pixels as ours.
 extern "C" {
 #include <libswscale/swscale.h>
 }

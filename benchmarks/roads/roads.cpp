@@ -1,6 +1,6 @@
 // Records which functions one request enters and leaves, for script/roads, which builds everything
 // with -finstrument-functions: the compiler then calls the hooks below at both ends of a function.
-// The device is used through the plug-in's entry point and published methods alone, so that the
+// The device is only used through the plug-in's entry point and published methods, so that the
 // sources may be moved and renamed between two measurements.
 #include <dlfcn.h>
 
@@ -22,12 +22,12 @@
 
 namespace {
 
-// Plain memory: the hooks may not call anything that is instrumented itself. The pixel loops of one
-// small frame make about a million events.
+// Plain memory: the hooks must not call anything that is instrumented itself. The pixel loops of
+// one small frame make about a million events.
 constexpr std::size_t kMaxEvents = std::size_t{1} << 23;
 void* gEvents[kMaxEvents];  ///< the function entered, null for a return
 std::size_t gEventCount = 0;
-thread_local bool tRecords = false;  ///< other threads of the broker are no part of the request
+thread_local bool tRecords = false;  ///< other threads of the broker are not part of the request
 
 __attribute__((no_instrument_function)) void record(void* pEntered) {
   if (tRecords && gEventCount < kMaxEvents) gEvents[gEventCount++] = pEntered;
@@ -79,7 +79,7 @@ class Device {
     return fBroker->call("OXVideoDevice", pMethod, OXValue::array(pArguments...));
   }
 
-  /// The same while the functions are recorded, which are printed then.
+  /// The same, with its functions recorded and then printed.
   template <typename... Arguments>
   OXValue travel(const char* pRoad, const std::string& pMethod, const Arguments&... pArguments) {
     const OXValue arguments = OXValue::array(pArguments...);
@@ -125,13 +125,13 @@ OXValue frame() {
   return pixels;
 }
 
-/// Pushes a frame that no earlier image is fresh enough to be answered for.
+/// Pushes a frame so late that no earlier image is fresh enough for the next request.
 void push(Device& pDevice) {
   ki::os::usleep(kLongerThanAPeriodUs);
   if (!pDevice.call("putImage", 0, kWidth, kHeight, frame()).toBool()) fail("a frame was refused");
 }
 
-/// Travels to an image that is another than pEarlier.
+/// Requests an image, recorded, and checks that it is not pEarlier.
 void travelToImage(const char* pRoad, Device& pDevice, const std::string& pId,
                    const OXValue& pEarlier) {
   constexpr int kStamp = 5;  // the microseconds' lower half
@@ -140,7 +140,7 @@ void travelToImage(const char* pRoad, Device& pDevice, const std::string& pId,
     fail(std::string("no new image: ") + pRoad);
 }
 
-// Each request is made once before it is recorded: what only the first one does is no part of it.
+// Each request is made once before it is recorded: what only the first one does is not part of it.
 void travelAll(const std::filesystem::path& pFolder) {
   const std::string recording = (pFolder / "a.oxv").string();
   {
@@ -177,7 +177,7 @@ void travelAll(const std::filesystem::path& pFolder) {
 
 }  // namespace
 
-/// roads FOLDER, a folder for files of its own
+/// roads FOLDER: the files that it writes go there.
 int main(int pCount, char** pArguments) {
   if (pCount != 2) fail("usage: roads FOLDER");
   ki::log::setLevel(0);
