@@ -17,6 +17,7 @@ void log(int pLevel, const char* pFunction, const std::string& pText) {
   report::log(pLevel, pFunction, pText, kFileCamCategory);
 }
 
+// A path with a zero byte would be cut short by the system and might name another file.
 bool exists(const std::string& pPath) {
   boost::system::error_code error;
   const auto status = boost::filesystem::status(pPath, error);
@@ -91,6 +92,7 @@ void OXVisionFileCam::setVideo(const std::string& pFilePath, const OXValue& pRan
                                const bool& pLoop, const int& pReplayMode,
                                const int& pStreamNumber) {
   const OXCriticalSectionWrite lock(fVisionModulesLock);
+  // Before the file is looked for: a missing one stops the replay too. Clients know it so.
   OXVisionVideoInput::stopFrameGrabber();
   if (!exists(pFilePath)) {
     log(ki::log::kError, "setVideo", pFilePath + " file doesn't exist. Return!");

@@ -91,6 +91,7 @@ int OXVisionSimulatorCam::xMakeRawFrame(const Claim& pClaim, CameraDriverBuffer&
     ++frames[static_cast<std::size_t>(last)]->fReadLockCount;
     return last;
   }
+  // Any frame that is lent to nobody: the last converted one too, since it is out of date.
   std::size_t target = 0;
   while (target < frames.size() && frames[target]->fReadLockCount > 0) ++target;
   if (target == frames.size()) {
@@ -141,7 +142,7 @@ std::vector<OXImage*> OXVisionSimulatorCam::xGetDirectRawImages(const std::strin
   for (const int camera : cameras) {
     const Claim claim = xClaim(*subscriber, camera);
     const AcquiredFrame frame = xAcquireFrame(claim, "xGetDirectRawImages");
-    if (!frame.image) break;
+    if (!frame.image) break;  // the shorter list says which camera failed
     images.push_back(xLendFrame(claim, frame));
     if (!images.back())
       logError("xGetDirectRawImages",

@@ -1,5 +1,5 @@
-// Opens and closes a simulated camera. There is no hardware: opening only gives the frames the
-// camera's resolution and forgets what was pushed before.
+// Opens and closes a simulated camera. There is no hardware: opening only sets the frames to
+// the camera's resolution and forgets what was pushed before.
 #include "delivery/grabber.h"
 
 #include <oxframework/oxdefinitions.h>

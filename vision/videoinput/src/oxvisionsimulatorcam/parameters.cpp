@@ -61,6 +61,7 @@ bool OXVisionSimulatorCam::xSetParam(int pCameraIndex, int pParam, int pValue, b
   }
 }
 
+// The value is checked first: a wrong one is refused, and only then does a wrong camera throw.
 bool OXVisionSimulatorCam::xSetResolutionParam(int pCameraIndex, int pValue) {
   if (static_cast<unsigned int>(pValue) > k4VGA) {
     report::log(ki::log::kError, "xSetParam",
@@ -92,6 +93,7 @@ bool OXVisionSimulatorCam::xSetFrameRateParam(int pCameraIndex, int pValue) {
 bool OXVisionSimulatorCam::xSelectCamera(int pCameraIndex, int pValue) {
   if (pValue < 0 || pValue > fNbCameras)
     throw OXError("Camera", "setParam()", "Invalid camera parameter input reference.", "", 0);
+  // Compared with the camera that is addressed and not with the active one: clients know it so.
   if (pValue == pCameraIndex) {
     report::log(ki::log::kInfo, "xSetParam", "Same camera selected.", kSimulatorCategory);
     return true;

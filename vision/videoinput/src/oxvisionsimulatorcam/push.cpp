@@ -94,7 +94,7 @@ const void* OXVisionSimulatorCam::xAcceptedPixels(const OXValue& pImage,
   }
   if (pImage.isString()) {
     const auto size = static_cast<std::uint32_t>(pImage.getSize());
-    if (size < maxReceivedData) return nullptr;
+    if (size < maxReceivedData) return nullptr;  // without a record: clients know it so
     if (size > pStore.fInputBuffers.front()->fImage->fCapacityBytes) {
       refuse("xPutImage", "SIMCAM_ERROR_WRONGDATASIZE");
       return nullptr;

@@ -34,11 +34,13 @@ struct Operation {
 constexpr const char* kListAfterCamera = ",...) : invalid Camera index";
 constexpr const char* kCameraAlone = ") : invalid Camera index";
 
+// Only image sizes must be fractions; positions and angles are extrapolated: clients know it so.
 // Written so that NaN is rejected.
 bool isFraction(float pValue) { return pValue >= 0.f && pValue <= 1.f; }
 
 }  // namespace
 
+// An unknown camera has the HD lens like any other model: callers check the index where it matters.
 float OXVisionVideoInput::xHorizontalApertureRad(int pCamera) {
   const RealCameraProperties* const camera = xCamera(pCamera);
   const bool isVga = camera && camera->fCameraModel == kOV7670;
@@ -92,6 +94,7 @@ std::vector<float> OXVisionVideoInput::getImageInfoFromAngularInfo(
     const int& pCameraIndex, const std::vector<float>& pAngularInfo) {
   const Operation operation{*this, "getImageInfoFromAngularInfo", pCameraIndex};
   operation.checkCamera(xCamera(pCameraIndex), kCameraAlone);
+  // Checked as a whole first, so that an error names this operation and not one of its parts.
   operation.checkSize(pAngularInfo.size() == 4, true);
   std::vector<float> info =
       getImagePositionFromAngularPosition(pCameraIndex, {pAngularInfo[0], pAngularInfo[1]});

@@ -53,6 +53,7 @@ OXVisionVideoInput::BufferPtr OXVisionVideoInput::xConvertImage(const Claim& pCl
                                                                 const OXImage& pRawImage) {
   BufferPtr buffer = xLockBufferForConversion(pClaim);
   if (!buffer) return {};
+  // Here, so that a request that is answered by a shared image records nothing.
   if (pClaim.subscriber->fIsRecording) xRecord(pClaim.subscriber, pRawImage, true);
   OXImage& image = *buffer->fImage;
   // A raw image of another colour space is not converted: the old pixels get the new time stamp.

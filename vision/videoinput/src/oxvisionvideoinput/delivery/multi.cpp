@@ -39,6 +39,7 @@ std::vector<OXImage*> OXVisionVideoInput::xGetImages(
     xStartFrameGrabber(camera);
   }
   std::vector<OXImage*> images = xGetDirectRawImages(pSubscriber->fName);
+  // Thrown without a record of its own: the camera has logged what failed.
   if (images.empty())
     report::raise(getName(), "xGetImages()",
                   pSubscriber->fName + " failed to get images from one or several cameras");
@@ -73,6 +74,7 @@ OXValue OXVisionVideoInput::getImagesRemote(const std::string& pId) {
     const OXCriticalSectionWrite lock(fVisionModulesLock);
     const auto& subscriber = xSubscriber(pId, Family::Multi, kGetImagesRemote);
     const std::vector<OXImage*> images = xGetImages(subscriber);
+    // An image was still held. Nothing is in the reply yet, so that hold is not released here.
     if (images.empty()) return OXValue();
     xAddToReply(reply, subscriber, images);
   }

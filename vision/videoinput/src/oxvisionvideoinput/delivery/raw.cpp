@@ -48,6 +48,7 @@ OXValue OXVisionVideoInput::getDirectRawImageRemote(const std::string& pId) {
     const OXCriticalSectionWrite lock(fVisionModulesLock);
     const Claim claim = xClaim(pId, Family::Mono, kGetRemote);
     const OXImage* const image = xGetRawImage(claim);
+    // Nothing is in the reply yet, so an image that was held before is not released here.
     if (!image) return OXValue();
     reply.add(claim, image);
   }

@@ -57,6 +57,8 @@ OXValue OXVisionVideoInput::setResolutions(const std::string& pId, const OXValue
           wrongLength("resolutions", pId, values.size(), subscriber->fActiveCameras.size()));
   }
   const OXCriticalSectionWrite lock(fVisionModulesLock);
+  // Looked up again: between the locks it may have been removed or given other cameras, hence the
+  // minimum below.
   const auto& subscriber = xSubscriber(pId, Family::Multi, kSetResolutions);
   std::vector<int> results;
   for (std::size_t i = 0; i < std::min(values.size(), subscriber->fActiveCameras.size()); ++i)
@@ -97,6 +99,7 @@ OXValue OXVisionVideoInput::setColorSpaces(const std::string& pId, const OXValue
   return OXValue(results);
 }
 
+// Searches for a free buffer of the old colour space, unlike the resolution above: on purpose too.
 bool OXVisionVideoInput::xSetStreamColorSpace(const Claim& pClaim, int pColorSpace) {
   RequestedCameraProperties& wish = pClaim.wish;
   if (pColorSpace == wish.fColorSpace) return true;
@@ -112,6 +115,7 @@ bool OXVisionVideoInput::xSetStreamColorSpace(const Claim& pClaim, int pColorSpa
 OXValue OXVisionVideoInput::setActiveCameras(const std::string& pId,
                                              const OXValue& pCameraIndices) {
   const std::vector<int> cameras = pCameraIndices.toIntVector();
+  // Checked before the subscriber is looked up: clients know this order of errors.
   std::vector<int> distinct = cameras;
   std::sort(distinct.begin(), distinct.end());
   if (std::adjacent_find(distinct.begin(), distinct.end()) != distinct.end())

@@ -50,6 +50,7 @@ bool OXVisionVideoInput::xUpdateParam(const int& pCameraIndex) {
                 report::text(getName(), ": New resolution changed to ", resolution));
     xSetParam(pCameraIndex, kCameraResolutionID, resolution, false);
     camera->fResolution = static_cast<std::int8_t>(resolution);
+    // Frames of a camera that sets no format are lent in these buffers, which need the new one.
     for (const auto& buffer : camera->fRawBuffers) {
       ++buffer->fWriteLockCount;
       waitForOtherWriter(*buffer);

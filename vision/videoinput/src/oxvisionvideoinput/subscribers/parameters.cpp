@@ -66,6 +66,7 @@ OXValue OXVisionVideoInput::setCamerasParameter(const std::string& pId, const in
                  report::text("Could not set cameras parameter to module: ", pId, "\n",
                               "Input parameters have the wrong size: ", values.size(),
                               " expected size: ", cameras.size()));
+  // A camera that throws ends the loop: those before it keep the new value.
   std::vector<int> results;
   for (std::size_t i = 0; i < cameras.size(); ++i)
     results.push_back(xSetParam(cameras[i], pParam, values[i], false) ? 1 : 0);
@@ -106,6 +107,7 @@ void OXVisionVideoInput::setParamDefault(const int& pParam) {
   xSetParam(fActiveCamera, pParam, 0, true);
 }
 
+// Subscribers that follow the active camera move along; what they hold stays on the old one.
 bool OXVisionVideoInput::setActiveCamera(const int& pCameraIndex) {
   const OXCriticalSectionWrite lock(fVisionModulesLock);
   report::log(ki::log::kInfo, "setActiveCamera",

@@ -64,11 +64,13 @@ bool OXVisionVideoInput::xChangeSetting(const std::string& pId, const SettingCha
     if (pass > 0) ki::os::usleep(kReleasePassUs);  // without the lock: the release needs it
     const OXCriticalSectionWrite lock(fVisionModulesLock);
     const Claim claim = xClaim(pId, pChange.family, pChange.texts, pWhere);
+    // In each pass, since the current camera may be another one by now.
     if (!pChange.isValid(claim.index))
       report::fail(getName(), pChange.texts.function, pChange.texts.method, pChange.invalidText,
                    pWhere);
     if (claim.wish.fLockedImage) continue;
     const int oldValue = pChange.oldValue(claim);
+    // Logged also if the value is the same: clients know it so.
     report::log(ki::log::kInfo, pChange.texts.function,
                 report::text(getName(), ": Changed ", pChange.whatChanges, " for subscriber \"",
                              pId, "\" from ", oldValue, " to ", pChange.newValue));
@@ -122,6 +124,8 @@ bool OXVisionVideoInput::setFrameRate(const std::string& pId, const int& pFrameR
        [](const Claim& pClaim) -> int { return pClaim.subscriber->fFrameRate; }, apply});
 }
 
+// Unlike the settings above this does not wait for a held image. No buffers are made: a mono-stream
+// subscriber has them on every camera.
 bool OXVisionVideoInput::setActiveCamera(const std::string& pId, const int& pCameraIndex) {
   if (!xCamera(pCameraIndex))
     report::fail(getName(), kSetActiveCamera.function, kSetActiveCamera.method,
@@ -135,6 +139,7 @@ bool OXVisionVideoInput::setActiveCamera(const std::string& pId, const int& pCam
     return false;
   }
   subscriber.fActiveCamera = pCameraIndex;
+  // Both, since each may run at what no wish asks for any more.
   xUpdateParam(camera);
   xUpdateParam(pCameraIndex);
   return true;

@@ -19,6 +19,7 @@ namespace {
 constexpr int kMinFrameRate = 5;
 constexpr int kMaxFrameRate = 255;  // the record has a byte
 constexpr int kInstances = 8;       // of one name
+// 10 s in all, although the record says one second: clients know it so.
 constexpr int kUnsubscribePasses = 20000;
 constexpr unsigned int kUnsubscribePassUs = 500;
 
@@ -35,6 +36,7 @@ int raiseToMinimum(int pFps, const char* pFunction) {
   return kMinFrameRate;
 }
 
+// A larger rate would wrap to a smaller one, even to 0.
 std::uint8_t fitIntoRecord(int pFps, const char* pFunction) {
   if (pFps > kMaxFrameRate)
     report::log(ki::log::kWarning, pFunction,
@@ -45,6 +47,7 @@ std::uint8_t fitIntoRecord(int pFps, const char* pFunction) {
 
 }  // namespace
 
+// Refusals of one stream are only thrown, those of several are logged too: clients know it so.
 void OXVisionVideoInput::xFailSubscription(const char* pMethod, const std::string& pName,
                                            const std::string& pText, bool pLog) const {
   const std::string message = "Could not subscribe module: " + pName + "\n" + pText;
@@ -52,6 +55,7 @@ void OXVisionVideoInput::xFailSubscription(const char* pMethod, const std::strin
   report::raise(getName(), pMethod, message);
 }
 
+// The lowest free suffix: ids of subscribers that are gone are used again.
 std::string OXVisionVideoInput::xFindFreeId(const std::string& pName, bool pIsMultiStream) {
   std::string id = pName;
   int next = 2;
@@ -66,6 +70,7 @@ std::string OXVisionVideoInput::xFindFreeId(const std::string& pName, bool pIsMu
   }
   if (next > 2) {
     const std::string changed = "Name already in use. Id changed to \"" + id + "\"";
+    // Text and category differ between the families: clients know them so.
     if (pIsMultiStream)
       report::log(ki::log::kInfo, "subscribeCameras", getName() + ": subscribe: " + changed,
                   "vision.oxvisionatomcam");
@@ -78,8 +83,11 @@ std::string OXVisionVideoInput::xFindFreeId(const std::string& pName, bool pIsMu
 
 boost::shared_ptr<VisionModuleInfo> OXVisionVideoInput::xAddSubscriber(
     const std::string& pId, const char* pMethod, int pFrameRate, int pResolution, int pColorSpace) {
+  // Buffers that earlier changes retired are freed now: clients have had until here to stop
+  // reading.
   fRetired.clear();
   try {
+    // The limit is reported as exhausted memory, an error that clients know.
     if (fVisionModules.size() >= static_cast<std::size_t>(std::max(fSubscriberLimit, 0)))
       throw std::bad_alloc();
     auto subscriber = boost::make_shared<VisionModuleInfo>();
@@ -99,6 +107,8 @@ boost::shared_ptr<VisionModuleInfo> OXVisionVideoInput::xAddSubscriber(
   }
 }
 
+// The subscriber is in the map already, so an update of the camera counts it. If the grabber does
+// not start, the subscriber stays, without buffers, until it unsubscribes.
 void OXVisionVideoInput::xStartForSubscriber(int pCamera, int pResolution, int pFrameRate,
                                              const char* pMethod) {
   const RealCameraProperties& camera = *xCamera(pCamera);
@@ -143,6 +153,7 @@ std::string OXVisionVideoInput::subscribeCamera(const std::string& pName, const 
     frameRate = kMinFrameRate;
   }
   const int camera = pCameraIndex < 0 ? fActiveCamera.load() : pCameraIndex;
+  // In this order: the first thing that is wrong is what the error says.
   if (!xIsResolutionValid(pResolution, camera)) {
     // The camera's current resolution, as a raw character: clients know the text so.
     const RealCameraProperties* const real = xCamera(camera);
@@ -162,9 +173,11 @@ std::string OXVisionVideoInput::subscribeCamera(const std::string& pName, const 
   std::string id = xFindFreeId(pName, false);
   const auto subscriber = xAddSubscriber(id, kMethod, frameRate, pResolution, pColorSpace);
   xStartForSubscriber(camera, pResolution, frameRate, kMethod);
+  // On every camera, since setActiveCamera moves the subscriber without making any.
   std::vector<int> all(static_cast<std::size_t>(fNbCameras));
   std::iota(all.begin(), all.end(), 0);
   xCreateBuffers(*subscriber, all, kMethod);
+  // -1 for every negative index, since other operations compare with that.
   subscriber->fActiveCamera = std::max(pCameraIndex, -1);
   return id;
 }
@@ -235,11 +248,13 @@ std::string OXVisionVideoInput::subscribeCameras(const std::string& pName,
     subscriber->fActiveCamera = cameras[i];
     xStartForSubscriber(cameras[i], resolutions[i], frameRate, kMethod);
   }
+  // What both families may do, such as setFrameRate, works on the first camera.
   subscriber->fActiveCamera = cameras.front();
   xCreateBuffers(*subscriber, cameras, kMethod);
   return id;
 }
 
+// The current camera becomes the one whose buffers were removed last: clients know it so.
 void OXVisionVideoInput::xRemoveBuffers(const Claim& pClaim) {
   pClaim.subscriber->fActiveCamera = pClaim.index;
   if (!pClaim.wish.fHasBuffers) return;
@@ -248,6 +263,8 @@ void OXVisionVideoInput::xRemoveBuffers(const Claim& pClaim) {
   xFindAndEraseTheOldestBuffer(pClaim.camera.fRawBuffers);
 }
 
+// Holds end before buffers are removed: a held buffer is not free, and another one would go in its
+// place. The camera is lowered while the subscriber is still in the map, where its wishes count.
 void OXVisionVideoInput::xUnsubscribeMono(const boost::shared_ptr<VisionModuleInfo>& pSubscriber,
                                           int pCamera) {
   fRetired.clear();
@@ -281,6 +298,7 @@ void OXVisionVideoInput::unsubscribe(const std::string& pId) {
     const int camera = xCurrentCamera(*subscriber);
     const bool holds =
         !subscriber->fIsMultiStream && xCamera(camera) && subscriber->wish(camera).fLockedImage;
+    // The last but one pass takes the image back; the last one then finds none held.
     if (holds && (passesLeft == 2 || !mayWait)) {
       xReleaseAllConverted(subscriber);
       report::log(ki::log::kWarning, "unsubscribe",
@@ -315,6 +333,7 @@ void OXVisionVideoInput::onClientDisconnected(const std::string& pEventName, con
   if (pEventName != "ClientDisconnected") return;
   if (pValue.toString() != "Gestura") return;
   {
+    // Without any subscriber its absence is not worth a record.
     const OXCriticalSectionRead lock(fVisionModulesLock);
     if (fVisionModules.empty()) return;
   }
