@@ -17,6 +17,14 @@ void* operator new(std::size_t pSize) {
   if (void* memory = std::malloc(pSize)) return memory;
   throw std::bad_alloc();
 }
+// The standard library asks for temporary buffers in this way and frees them as below.
+void* operator new(std::size_t pSize, const std::nothrow_t&) noexcept {
+  try {
+    return operator new(pSize);
+  } catch (const std::bad_alloc&) {
+    return nullptr;
+  }
+}
 void operator delete(void* pMemory) noexcept { std::free(pMemory); }
 void operator delete(void* pMemory, std::size_t) noexcept { std::free(pMemory); }
 

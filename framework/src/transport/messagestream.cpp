@@ -141,7 +141,7 @@ void MessageStream::xWrite() {
   std::vector<asio::const_buffer> buffers;
   buffers.reserve(pieces.size());
   for (const auto& piece : pieces) buffers.emplace_back(piece.data, piece.size);
-  asio::async_write(fSocket, std::move(buffers), allThatFits,
+  asio::async_write(fSocket, buffers, allThatFits,
                     [self = shared_from_this()](const error_code& pError, std::size_t pSize) {
                       if (pError) return self->xEnd(pError.message());
                       self->xWritten(pSize);
