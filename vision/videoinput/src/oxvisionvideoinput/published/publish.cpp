@@ -1,5 +1,12 @@
 // What OXVideoDevice publishes, in the order of publication, which introspection shows: one table a
 // group. Names, order, texts and examples are an interface and stay as they are, slips included.
+// What users should read is in methods.toml instead, from which the reference is made: a change of
+// a signature here needs its counterpart there, and script/docs compares the two.
+//
+// A method with a C++ overload is named with its class, result and arguments, so that the compiler
+// knows which one is meant. Calls go through the virtual function: a concrete camera that overrides
+// an operation needs no row of its own. Types come from the signature, also where a row has no text
+// for the result; a parameter without a text is "argN" to introspection.
 #include <oxvalue/detail/publication.h>
 #include "oxvisionvideoinput.h"
 #include "texts.h"
@@ -13,14 +20,18 @@ using Int = const int&;
 using Value = const OXValue&;
 using Floats = std::vector<float>;
 // The flags of methods that return a pointer, valid in the same process only, or release it.
+// Nothing refuses a remote call of one: it lends the image, and the caller gets an invalid value.
 constexpr int kSameProcess = 4;
 
 using Row = OXPublication<Device>;
 using Publications = std::vector<Row>;
 
+// Operations on a camera by its index, and the way to a subscription. The getters share their names
+// with those of a subscriber below: the kind of the one argument, number or string, decides.
 Publications camerasAndSubscription() {
   const Row::Text camera{"cameraIndex", texts::kCamera};
   return {
+      // First although it ends what subscribeCamera begins: clients see this order.
       {.name = "unsubscribe",
        .method = operation(&Device::unsubscribe),
        .parameters = {{"nameId", texts::kNameId}},
@@ -54,6 +65,8 @@ Publications camerasAndSubscription() {
        .method = operation<Device, int, Int>(&Device::getColorSpace),
        .parameters = {camera},
        .examples = {{"C++", "  int colorSpace = cameraProxy->getColorSpace(cameraIndex);"}}},
+      // The texts are incomplete: other colour spaces and any rate are accepted too. The example
+      // calls subscribe, which has no camera index: a slip.
       {.name = "subscribeCamera",
        .method = operation(&Device::subscribeCamera),
        .parameters =
@@ -71,6 +84,8 @@ Publications camerasAndSubscription() {
   };
 }
 
+// Settings of a subscriber with one camera. "name" is the id that subscribeCamera returned and not
+// the name that was passed to it: the text is reused, and the two differ for a second instance.
 Publications monoSettings() {
   const Row::Text name{"name", texts::kName};
   const Row::Text parameter{"parameterId", texts::kParameter};
@@ -124,6 +139,8 @@ Publications monoSettings() {
   };
 }
 
+// Each operation has a local form, which returns a pointer and needs a release, and a remote one,
+// which copies the image into the reply and releases it by itself.
 Publications monoImages() {
   const Row::Text name{"name", texts::kName};
   return {
@@ -136,6 +153,7 @@ Publications monoImages() {
                   "Warning, image pointer is valid only for C++ dynamic library."},
        .examples = {{"C++", "  OXImage *image = cameraProxy->getDirectRawImageLocal(name);"}},
        .flags = kSameProcess},
+      // The examples of the four remote forms do not compile: "results" is a slip for "result".
       {.name = "getDirectRawImageRemote",
        .description = texts::kRawRemoteDescription,
        .method = operation(&Device::getDirectRawImageRemote),
@@ -171,6 +189,8 @@ Publications monoImages() {
                      "  OXValue result = cameraProxy->getImageRemote(name);\n"
                      "  const unsigned char* imageData =  static_cast<const unsigned "
                      "char*>(results[6].GetBinary());"}}},
+      // Without the flag, unlike the release of a raw image, and releaseImages likewise: clients
+      // know them so.
       {.name = "releaseImage",
        .description = texts::kReleaseDescription,
        .method = operation(&Device::releaseImage),
@@ -180,11 +200,14 @@ Publications monoImages() {
   };
 }
 
+// Settings of a subscriber with several cameras. Lists are published as OXValue, since a vector of
+// integers is no type that a published method may have.
 Publications multiSettings() {
   const Row::Text name{"name", texts::kName};
   const Row::Text cameras{"cameraIndexes", texts::kCameras};
   const Row::Text parameter{"parameterId", texts::kParameter};
   return {
+      // As above: incomplete lists, and an example that calls subscribe.
       {.name = "subscribeCameras",
        .method = operation(&Device::subscribeCameras),
        .parameters =
@@ -243,7 +266,9 @@ Publications multiSettings() {
   };
 }
 
-// The texts are those of the singular methods, also where they mention one image.
+// The texts are those of the singular methods, also where they mention one image or a pointer: the
+// local forms return an array of bools, which say for which streams there is an image, and the
+// remote forms an array of arrays, followed by the pixels of all.
 Publications multiImages() {
   const Row::Text name{"name", texts::kName};
   return {
@@ -303,6 +328,9 @@ Publications multiImages() {
   };
 }
 
+// Requests that take a raw or a converted image count, and not only the one that the text names.
+// There is no "unlimited": 0xFFFFFFFF does not fit into an int, and -1 records one image.
+// V.I.M. and G.V.M. are older words for the device and a subscriber.
 Publications recording() {
   return {
       {.name = "recordVideo",
@@ -343,6 +371,8 @@ Publications geometry() {
   };
 }
 
+// Published by every device, so that introspection shows the same list whatever the camera is. Only
+// the simulator implements them: elsewhere they throw.
 Publications simulator() {
   const Row::Text camera{"cameraIndex", texts::kCamera};
   return {
@@ -364,6 +394,7 @@ Publications simulator() {
 
 }  // namespace
 
+// The class name is that of the core also for a concrete camera: introspection shows it so.
 void OXVisionVideoInput::xBindMethods() {
   for (const auto group : {camerasAndSubscription, monoSettings, monoImages, multiSettings,
                            multiImages, recording, geometry, simulator})

@@ -1,6 +1,7 @@
 // What older clients call: one active camera for the whole device, V.I.M. for the device, G.V.M.
 // for a subscriber. Published after the current methods; order and texts are an interface, slips
-// included.
+// included. Many share a name with a current method and have one argument less, the camera's index:
+// the number of arguments tells them apart.
 #include <oxvalue/detail/publication.h>
 #include "oxvisionvideoinput.h"
 #include "texts.h"
@@ -15,6 +16,8 @@ using Value = const OXValue&;
 using Row = OXPublication<Device>;
 using Publications = std::vector<Row>;
 
+// onClientDisconnected is not for clients: the memory service calls it, by the published name, for
+// the clean-up after a lost client.
 Publications subscription() {
   return {
       {.name = "onClientDisconnected",
@@ -23,6 +26,7 @@ Publications subscription() {
        .parameters = {{"eventName", "The echoed event name"},
                       {"eventContents", "The name of the client that has disconnected"},
                       {"message", "The message give when subscribing."}}},
+      // The result is never 0, whatever the text says: a subscription that fails throws.
       {.name = "subscribe",
        .description =
            "Register to OXVideoDevice (formerly Video Input Module/V.I.M.). When a General Video "
@@ -58,6 +62,8 @@ Publications subscription() {
            {{"id",
              "Root name of the G.V.M. (e.g. with the example above this will be VisionModule)."}},
        .examples = {{"C++", "  fCamProxy->unsubscribeAllInstances( pId );"}}},
+      // Published with an underscore that the operation's name lacks. Its id is not described, so
+      // introspection calls it "arg0".
       {.name = "_getDirectRawImageInterprocess",
        .description = "Retrieves a raw image into shared memory and returns the name of the shared "
                       "memory region "
@@ -67,6 +73,8 @@ Publications subscription() {
   };
 }
 
+// The active camera of the device, and getters of both kinds: the V.I.M. ones read that camera, the
+// G.V.M. ones are second names of a subscriber's getters, bound to the same operations.
 Publications deviceAndSubscribers() {
   constexpr const char* kActive = " 0: top camera - 1: bottom camera";
   return {
@@ -79,6 +87,8 @@ Publications deviceAndSubscribers() {
        .method = operation<Device, bool, Int>(&Device::setActiveCamera),
        .parameters = {{"activeCamera", kActive}},
        .examples = {{"C++", "  fCamera->setActiveCamera(activeCamera);"}}},
+      // Names of their own, unlike the forms of the grabber below: getResolution() without
+      // arguments was never published.
       {.name = "getVIMResolution", .method = operation<Device, int>(&Device::getResolution)},
       {.name = "getVIMColorSpace", .method = operation<Device, int>(&Device::getColorSpace)},
       {.name = "getVIMFrameRate", .method = operation<Device, int>(&Device::getFrameRate)},
@@ -89,6 +99,8 @@ Publications deviceAndSubscribers() {
   };
 }
 
+// setParam returns nothing: a client learns of a refused value only if the camera throws. The
+// camera's index is the last argument here, and the first one of the driver's operations.
 Publications parameters() {
   const Row::Text parameter{"pParam", texts::kParameter};
   const Row::Text value{"pNewValue", texts::kValue};
@@ -116,6 +128,8 @@ Publications parameters() {
   };
 }
 
+// Positions and sizes on the active camera, without texts. The last two need no camera: they
+// translate between the number of a resolution and its size in pixels.
 Publications geometryAndSizes() {
   return {
       {.name = "getAngPosFromImgPos", .method = operation(&Device::getAngPosFromImgPos)},
@@ -130,6 +144,8 @@ Publications geometryAndSizes() {
   };
 }
 
+// Pushing to the active camera. The size is declared beforehand and stays for all later pushes; the
+// current putImage declares it with each frame.
 Publications simulator() {
   return {
       {.name = "getExpectedImageParameters",
@@ -151,6 +167,8 @@ Publications simulator() {
   };
 }
 
+// Without a camera these work on all cameras of the device, except isFrameGrabberOff, which asks
+// the active one.
 Publications grabber() {
   return {
       {.name = "startFrameGrabber",
@@ -167,6 +185,7 @@ Publications grabber() {
                      "OX::OXVideoDeviceProxy(getParentBroker()));\n"
                      "  #Start the frame grabber in the default mode.\n"
                      "  fCamProxy->startFrameGrabber();"}}},
+      // No unsubscription calls it, whatever the text says: the grabber runs on.
       {.name = "stopFrameGrabber",
        .description =
            "Advanced method that close video source device.\n"
@@ -183,6 +202,7 @@ Publications grabber() {
 
 }  // namespace
 
+// After xBindMethods: introspection lists methods in the order in which they were bound.
 void OXVisionVideoInput::xBindDeprecatedMethods() {
   for (const auto group :
        {subscription, deviceAndSubscribers, parameters, geometryAndSizes, simulator, grabber})
