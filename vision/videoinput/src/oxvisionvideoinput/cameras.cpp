@@ -1,6 +1,10 @@
 // What a camera is doing now, and the operations that only a simulator has. Getters take the lock
 // for reading, so they run concurrently. The labels in the errors are what clients know, also where
 // one operation uses another one's.
+//
+// "Now" is what the camera runs at: as a rule the highest wish of all subscribers, so it may be
+// more than the caller asked for. The getters of a subscriber's own wishes are in
+// subscribers/settings.cpp.
 #include <oxframework/oxdefinitions.h>
 #include <oxframework/oxlog.h>
 #include "camerarecord.h"
@@ -14,6 +18,7 @@ namespace {
   report::fail(pModule, pFunction, pMethod, "Only implemented for simulator", pWhere);
 }
 
+// A failed grabber is off too: the next start may open it.
 bool isOff(const RealCameraProperties& pCamera) { return pCamera.fGrabberState <= kGrabberStopped; }
 
 }  // namespace
@@ -23,6 +28,7 @@ int OXVisionVideoInput::getCameraModel(const int& pCameraIndex) {
   return xCheckedCamera(pCameraIndex, "getCameraModel(", "getCameraModel()").fCameraModel;
 }
 
+// Its text begins with the name of another operation: clients know it so.
 bool OXVisionVideoInput::isFrameGrabberOff(const int& pCameraIndex) {
   const OXCriticalSectionRead lock(fVisionModulesLock);
   return isOff(xCheckedCamera(pCameraIndex, "stopFrameGrabber(", "isFrameGrabberOff()"));
@@ -43,6 +49,8 @@ int OXVisionVideoInput::getColorSpace(const int& pCameraIndex) {
   return xCheckedCamera(pCameraIndex, "getColorSpace(", "getColorSpace()").fColorSpace;
 }
 
+// The forms without an index are for the device's active camera. Returned as it is, even when it
+// lies outside the table: only the getters that read a camera's record throw then.
 int OXVisionVideoInput::getActiveCamera() {
   const OXCriticalSectionRead lock(fVisionModulesLock);
   return fActiveCamera;
@@ -73,6 +81,8 @@ bool OXVisionVideoInput::isFrameGrabberOff() {
   return isOff(xCheckedCamera(fActiveCamera, "isFrameGrabberOff(", "isFrameGrabberOff()"));
 }
 
+// Neither this nor its inverse reads a camera, hence no lock. An unknown resolution is an error
+// here, an unknown size below is not: its result is -1.
 OXValue OXVisionVideoInput::resolutionToSizes(const int& pResolution) {
   int width = 0;
   int height = 0;

@@ -13,6 +13,8 @@ namespace OX {
 VisionModuleInfo::VisionModuleInfo() = default;
 VisionModuleInfo::~VisionModuleInfo() = default;
 
+// Unchecked, which is safe for every index that xCamera knows: a subscriber is in the map only with
+// a wish for each camera of the device, and the table of cameras never changes.
 RequestedCameraProperties& VisionModuleInfo::wish(int pCamera) const {
   return *fRequestedProperties[static_cast<std::size_t>(pCamera)];
 }
@@ -27,7 +29,7 @@ RealCameraProperties& OXVisionVideoInput::xCheckedCamera(int pCameraIndex, const
                                                          OXSourceLocation pWhere) const {
   RealCameraProperties* const camera = xCamera(pCameraIndex);
   if (!camera) {
-    // Records carry the bare name, errors the name with its parentheses.
+    // Records carry the bare name, errors the name with its parentheses, which every pMethod has.
     const std::string function(pMethod, std::string(pMethod).find('('));
     report::fail(getName(), function.c_str(), pMethod,
                  report::text(pBegin, pCameraIndex, ") : invalid Camera index"), pWhere);
@@ -35,10 +37,12 @@ RealCameraProperties& OXVisionVideoInput::xCheckedCamera(int pCameraIndex, const
   return *camera;
 }
 
+// Any negative index follows the active camera, although subscribing stores no other one than -1.
 int OXVisionVideoInput::xCurrentCamera(const VisionModuleInfo& pSubscriber) const {
   return pSubscriber.fActiveCamera < 0 ? fActiveCamera.load() : pSubscriber.fActiveCamera;
 }
 
+// The text has the subscriber's id where others have the camera's index: clients know it so.
 int OXVisionVideoInput::xCheckedCurrentCamera(const VisionModuleInfo& pSubscriber,
                                               const char* pFunction,
                                               OXSourceLocation pWhere) const {
@@ -55,6 +59,7 @@ const boost::shared_ptr<VisionModuleInfo>* OXVisionVideoInput::xFind(const std::
   return found == fVisionModules.end() ? nullptr : &found->second;
 }
 
+// A reference into the map: an operation that removes the subscriber must copy the pointer first.
 const boost::shared_ptr<VisionModuleInfo>& OXVisionVideoInput::xSubscriber(
     const std::string& pId, Family pFamily, const report::SubscriberTexts& pTexts,
     OXSourceLocation pWhere) const {
@@ -74,6 +79,7 @@ Claim OXVisionVideoInput::xClaim(const boost::shared_ptr<VisionModuleInfo>& pSub
           pSubscriber->wish(pCamera)};
 }
 
+// For operations that write records of their own for what is missing, and do not throw.
 Lookup OXVisionVideoInput::xLookUp(const std::string& pId, std::optional<int> pCamera) const {
   const auto* const subscriber = xFind(pId);
   if (!subscriber) return {};

@@ -1,5 +1,10 @@
 // Converts positions and sizes in an image to angles seen from the camera, and back. Takes no lock:
-// a camera's model, all that is read of it, is set at construction.
+// a camera's model is set at construction, and the resolution that a file camera compares with is
+// atomic.
+//
+// Positions and sizes are fractions of the image's width and height, angles are radians; the signs
+// are in lens.h. Lists are in the order x, y, or x, y, width, height. The camera's index is checked
+// before the list: clients know which of two mistakes the error names.
 #include <oxframework/oxdefinitions.h>
 #include "camerarecord.h"
 #include "lens.h"
@@ -81,6 +86,7 @@ std::vector<float> OXVisionVideoInput::getAngularSizeFromImageSize(
           pImageSize[1] * xVerticalApertureRad(pCameraIndex)};
 }
 
+// A size may come out larger than the image, or negative, since the angles are not checked.
 std::vector<float> OXVisionVideoInput::getImageSizeFromAngularSize(
     const int& pCameraIndex, const std::vector<float>& pAngularSize) {
   const Operation operation{*this, "getImageSizeFromAngularSize", pCameraIndex};
@@ -104,6 +110,8 @@ std::vector<float> OXVisionVideoInput::getImageInfoFromAngularInfo(
   return info;
 }
 
+// The one operation whose result is in pixels, of any resolution that the camera accepts and not
+// only of the one that it runs at. Not rounded: the caller decides how.
 std::vector<float> OXVisionVideoInput::getImageInfoFromAngularInfoWithResolution(
     const int& pCameraIndex, const std::vector<float>& pAngularInfo, const int& pResolution) {
   const Operation operation{*this, "getImageInfoFromAngularInfoWithResolution", pCameraIndex};
@@ -114,11 +122,14 @@ std::vector<float> OXVisionVideoInput::getImageInfoFromAngularInfoWithResolution
   int height = 0;
   setSizeFromResolution(pResolution, width, height);
   std::vector<float> info = getImageInfoFromAngularInfo(pCameraIndex, pAngularInfo);
+  // Horizontal and vertical values alternate in the list.
   for (std::size_t i = 0; i < info.size(); ++i)
     info[i] *= static_cast<float>(i % 2 == 0 ? width : height);
   return info;
 }
 
+// The older names, for the device's active camera. Errors name the operation that is called here,
+// and an active camera outside the table is reported by it like any other wrong index.
 std::vector<float> OXVisionVideoInput::getAngPosFromImgPos(
     const std::vector<float>& pImagePosition) {
   return getAngularPositionFromImagePosition(fActiveCamera, pImagePosition);
