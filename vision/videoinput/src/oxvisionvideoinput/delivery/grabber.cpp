@@ -1,6 +1,6 @@
 // The state machine of a grabber, for every camera: stopped or failed, opening, running, closing.
 // What opening and closing do is up to the camera. Everything runs with the lock held for writing,
-// so no other thread sees a camera opening or closing, and an exception leaves it failed.
+// so no other thread sees a camera opening or closing, and an opening that throws leaves it failed.
 #include "delivery/grabber.h"
 
 #include <oxframework/oxclock.h>
@@ -23,6 +23,8 @@ constexpr const char* kCannotOpen = "Can't open video file.";
 
 }  // namespace
 
+// The published operations check the index and throw; the driver's own ones, which negotiation and
+// delivery call, only log a wrong one.
 bool OXVisionVideoInput::startFrameGrabber(const int& pCameraIndex) {
   const OXCriticalSectionWrite lock(fVisionModulesLock);
   xCheckedCamera(pCameraIndex, "startFrameGrabber(", "startFrameGrabber()");
@@ -59,6 +61,8 @@ RealCameraProperties* OXVisionVideoInput::xGrabberCamera(int pCamera, const char
   return camera;
 }
 
+// The module's name is in records of failures only, and only those of some cameras: clients know
+// them so.
 void OXVisionVideoInput::xLogGrabber(int pLevel, const char* pFunction, const char* pText,
                                      const GrabberTexts& pTexts) const {
   if (!pText) return;
@@ -71,6 +75,7 @@ bool OXVisionVideoInput::xRunStart(int pCamera, const GrabberTexts& pTexts,
   constexpr const char* kFunction = "xStartFrameGrabber";
   RealCameraProperties* const camera = xGrabberCamera(pCamera, kFunction, pTexts);
   if (!camera) return false;
+  // A failed camera is tried again by each start: its file or device may be there by now.
   if (camera->fGrabberState > kGrabberStopped) return true;
   camera->fGrabberState = kGrabberOpening;
   bool opened = false;
@@ -83,6 +88,7 @@ bool OXVisionVideoInput::xRunStart(int pCamera, const GrabberTexts& pTexts,
   if (!opened) {
     camera->fGrabberState = kGrabberFailed;
     xLogGrabber(ki::log::kError, kFunction, kCannotOpen, pTexts);
+    // Path and line are the camera's and not this file's: clients match on them.
     throw OXError(getName(), "startFrameGrabber", kCannotOpen, pTexts.sourceFile,
                   pTexts.openErrorLine);
   }
@@ -99,6 +105,7 @@ bool OXVisionVideoInput::xRunStop(int pCamera, const GrabberTexts& pTexts,
   if (!camera) return false;
   for (int poll = 0; poll < kOpeningPolls && camera->fGrabberState == kGrabberOpening; ++poll)
     ki::os::usleep(kOpeningPollUs);
+  // Off, failed, still opening or already closing: there is nothing to close, which is no failure.
   if (camera->fGrabberState <= kGrabberClosing) return true;
   camera->fGrabberState = kGrabberClosing;
   if (!pClose()) {

@@ -31,6 +31,8 @@ constexpr report::SubscriberTexts kReleaseAll{
 
 }  // namespace
 
+// Recorded once it is lent, so that a request that gets no image does not count. Unlike a
+// conversion this does not read the frame once before it is written.
 OXImage* OXVisionVideoInput::xGetRawImage(const Claim& pClaim) {
   OXImage* const image = xGetDirectRawImage(pClaim.subscriber->fName, false);
   if (image && pClaim.subscriber->fIsRecording) xRecord(pClaim.subscriber, *image, false);
@@ -43,6 +45,7 @@ OXImage* OXVisionVideoInput::getDirectRawImageLocal(const std::string& pId) {
 }
 
 OXValue OXVisionVideoInput::getDirectRawImageRemote(const std::string& pId) {
+  // Outside the block below: the reply copies without the lock, and its destructor takes it.
   RemoteReply reply(*this, &OXVisionVideoInput::xReleaseRawImage);
   {
     const OXCriticalSectionWrite lock(fVisionModulesLock);
@@ -55,6 +58,7 @@ OXValue OXVisionVideoInput::getDirectRawImageRemote(const std::string& pId) {
   return reply.toValue();
 }
 
+// True also when nothing is held: a client may release after every request, whatever came of it.
 bool OXVisionVideoInput::releaseDirectRawImage(const std::string& pId) {
   const OXCriticalSectionWrite lock(fVisionModulesLock);
   return xReleaseOwnRawImages(*xSubscriber(pId, Family::Mono, kRelease));
@@ -63,6 +67,7 @@ bool OXVisionVideoInput::releaseDirectRawImage(const std::string& pId) {
 OXValue OXVisionVideoInput::getDirectRawImagesLocal(const std::string& pId) {
   const OXCriticalSectionWrite lock(fVisionModulesLock);
   xSubscriber(pId, Family::Multi, kGetAllLocal);
+  // An OXValue holds no pointers: the caller learns which streams have an image, and no more.
   return xDeliveryFlags(xGetDirectRawImages(pId));
 }
 
@@ -90,7 +95,8 @@ OXValue OXVisionVideoInput::releaseDirectRawImages(const std::string& pId) {
   return OXValue(results);
 }
 
-// No shared memory is created: the name is all that old clients get.
+// No shared memory is created: the name is all that old clients get. An unknown id is logged and
+// returned as an empty name and not thrown: clients know it so.
 std::string OXVisionVideoInput::getDirectRawImageInterprocess(const std::string& pId) {
   const OXCriticalSectionWrite lock(fVisionModulesLock);
   const auto* const subscriber = xFind(pId);
@@ -99,6 +105,7 @@ std::string OXVisionVideoInput::getDirectRawImageInterprocess(const std::string&
                 "getDirectRawImageInterprocess(" + pId + ") : module " + pId + " unknown!\n");
     return "";
   }
+  // Before anything is lent, so that the error leaves no image held.
   const int camera = xCheckedCurrentCamera(**subscriber, "getDirectRawImageInterprocess");
   const bool taken = xGetDirectRawImage(pId, false) != nullptr;
   // The release below refuses a multi-stream subscriber: what this call took is released first.
