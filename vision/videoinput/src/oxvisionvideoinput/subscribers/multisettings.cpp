@@ -24,6 +24,8 @@ constexpr report::SubscriberTexts kSetColorSpacesAgain{
 constexpr report::SubscriberTexts kSetActiveCameras{
     "setActiveCameras", "setActiveCameras()", "setActiveCameras(",
     "Mono stream module can't call this method, use setActiveCamera instead", kListMiddle};
+// The texts of the next two for a mono-stream subscriber name the operation itself, and the last
+// one's ending lacks a letter: clients know them so.
 constexpr report::SubscriberTexts kGetResolutions{
     "getResolutions", "getResolutions()", "getResolutions(",
     "Mono stream module can't call this method, use getResolutions instead", kListMiddle};
@@ -44,6 +46,9 @@ std::string wrongLength(const char* pWhat, const std::string& pId, std::size_t p
 
 }  // namespace
 
+// Id and length are checked under the lock for reading, so that misuse keeps nobody out. The lock
+// is then released, since a reader that asks to write gets an error.
+//
 // Unlike setResolution this searches for a free buffer of the new size, and updates the camera
 // before the new value is stored, so that the camera is one change late. Both on purpose.
 OXValue OXVisionVideoInput::setResolutions(const std::string& pId, const OXValue& pResolutions) {
@@ -144,6 +149,7 @@ OXValue OXVisionVideoInput::setActiveCameras(const std::string& pId,
     wish.fHasBuffers = xCreateBuffersForStoringImages(camera, wish.fResolution, wish.fColorSpace);
     results.push_back(wish.fHasBuffers ? 1 : 0);
   }
+  // A camera without memory for its buffers is in the list all the same: only its result says so.
   subscriber->fActiveCameras = cameras;
   for (const int camera : oldCameras) xUpdateParam(camera);
   for (const int camera : cameras) xUpdateParam(camera);
@@ -155,7 +161,8 @@ OXValue OXVisionVideoInput::getActiveCameras(const std::string& pId) {
   return OXValue(xSubscriber(pId, Family::Multi, kGetActiveCameras)->fActiveCameras);
 }
 
-// The next two read by position in the list, and not by the camera at that position: on purpose.
+// The next two read by position in the list, and not by the camera at that position: on purpose. In
+// bounds, since no camera is in the list twice and there is a wish for every camera.
 OXValue OXVisionVideoInput::getResolutions(const std::string& pId) {
   const OXCriticalSectionRead lock(fVisionModulesLock);
   const auto& subscriber = xSubscriber(pId, Family::Multi, kGetResolutions);

@@ -31,6 +31,9 @@ constexpr report::SubscriberTexts kDefaultAll{
 
 }  // namespace
 
+// A subscriber only selects the camera: a parameter belongs to the camera, so a change affects all
+// its subscribers. Held images are not waited for, unlike by a change of a wish: no buffer of the
+// subscriber's is reformatted.
 int OXVisionVideoInput::getCameraParameter(const std::string& pId, const int& pParam) {
   const OXCriticalSectionRead lock(fVisionModulesLock);
   return xGetParam(xCurrentCamera(*xSubscriber(pId, Family::Mono, kGetOne)), pParam);
@@ -44,6 +47,7 @@ bool OXVisionVideoInput::setCameraParameter(const std::string& pId, const int& p
 
 bool OXVisionVideoInput::setCameraParameterToDefault(const std::string& pId, const int& pParam) {
   const OXCriticalSectionWrite lock(fVisionModulesLock);
+  // The driver ignores the value when it is asked for the default: hence -1 here, and 0 below.
   return xSetParam(xCurrentCamera(*xSubscriber(pId, Family::Mono, kDefaultOne)), pParam, -1, true);
 }
 
@@ -58,6 +62,7 @@ OXValue OXVisionVideoInput::getCamerasParameter(const std::string& pId, const in
 OXValue OXVisionVideoInput::setCamerasParameter(const std::string& pId, const int& pParam,
                                                 const OXValue& pValues) {
   const OXCriticalSectionWrite lock(fVisionModulesLock);
+  // The id is checked before the values are converted: clients know which mistake is reported.
   const auto& subscriber = xSubscriber(pId, Family::Multi, kSetAll);
   const std::vector<int> values = pValues.toIntVector();
   const std::vector<int>& cameras = subscriber->fActiveCameras;
@@ -93,11 +98,14 @@ int OXVisionVideoInput::getParam(const int& pParam, const int& pCameraIndex) {
   return xGetParam(pCameraIndex, pParam);
 }
 
+// Returns nothing: what the driver refuses with false is lost, what it throws reaches the caller.
 void OXVisionVideoInput::setParam(const int& pParam, const int& pValue, const int& pCameraIndex) {
   const OXCriticalSectionWrite lock(fVisionModulesLock);
   xSetParam(pCameraIndex, pParam, pValue, false);
 }
 
+// The active camera is read before the lock is taken: a change of it meanwhile is not noticed, just
+// as if this call had come first.
 void OXVisionVideoInput::setParam(const int& pParam, const int& pValue) {
   setParam(pParam, pValue, fActiveCamera);
 }
@@ -107,7 +115,9 @@ void OXVisionVideoInput::setParamDefault(const int& pParam) {
   xSetParam(fActiveCamera, pParam, 0, true);
 }
 
-// Subscribers that follow the active camera move along; what they hold stays on the old one.
+// Subscribers that follow the active camera move along; what they hold stays on the old one, and
+// is released all the same, because a release of theirs goes through every camera. Whether a camera
+// can be selected at all is up to the driver: a file camera follows its recording instead.
 bool OXVisionVideoInput::setActiveCamera(const int& pCameraIndex) {
   const OXCriticalSectionWrite lock(fVisionModulesLock);
   report::log(ki::log::kInfo, "setActiveCamera",
