@@ -22,6 +22,7 @@ int supportedFrameRate(int pFrameRate) {
 
 }  // namespace
 
+// Errors here have no path and line, and name "Camera" as their module: clients know them so.
 RealCameraProperties& OXVisionSimulatorCam::xParameterCamera(int pCameraIndex,
                                                              const char* pMethod) const {
   RealCameraProperties* const camera = xCamera(pCameraIndex);
@@ -38,6 +39,7 @@ int OXVisionSimulatorCam::xGetParam(const int& pCameraIndex, const int& pParam) 
       return xParameterCamera(pCameraIndex, kMethod).fFrameRate;
     case kCameraBufferSizeID:
       return xParameterCamera(pCameraIndex, kMethod).fBufferCount;
+    // Of the device and not of the camera, whose index is therefore not checked.
     case kCameraSelectID:
       return fActiveCamera;
     case kCameraColorSpaceID:
@@ -80,6 +82,8 @@ bool OXVisionSimulatorCam::xSetResolutionParam(int pCameraIndex, int pValue) {
   return true;
 }
 
+// Nothing is restarted: a push sets its own pace, and the rate is only what the simulator is told
+// to deliver.
 bool OXVisionSimulatorCam::xSetFrameRateParam(int pCameraIndex, int pValue) {
   RealCameraProperties& camera = xParameterCamera(pCameraIndex, "setParam()");
   if (pValue == camera.fFrameRate) return true;

@@ -13,6 +13,7 @@
 namespace OX {
 namespace {
 
+// A refused push is a record and false, never an error: a simulator goes on with the next frame.
 bool refuse(const char* pFunction, const std::string& pText) {
   report::log(ki::log::kError, pFunction, pText, kSimulatorCategory);
   return false;
@@ -26,11 +27,14 @@ std::int64_t stampOf(const ::timeval& pTime) {
 
 }  // namespace
 
+// Needs no lock: there is a store for each camera from the construction on.
 boost::shared_ptr<CameraDriverBuffer> OXVisionSimulatorCam::xStore(int pCameraIndex) const {
   if (!xCamera(pCameraIndex)) return {};
   return fCameraDriverBuffers[static_cast<std::size_t>(pCameraIndex)];
 }
 
+// The active camera is read once: the store and the record are of the same one, even if another
+// camera is selected meanwhile.
 bool OXVisionSimulatorCam::putImage(const OXValue& pImage) {
   const int camera = fActiveCamera;
   const auto store = xStore(camera);
@@ -46,9 +50,11 @@ bool OXVisionSimulatorCam::putImage(const int& pCameraIndex, const int& pWidth, 
   if (!store)
     return refuse("putImage", report::text("putImage(", pCameraIndex, ") : invalid Camera index"));
   const OXCriticalSection lock(store->fMutex);
+  // The size stays declared also when the pixels are refused.
   return xSetSimCamInputSize(pWidth, pHeight, *store) && xPutImage(pImage, *store);
 }
 
+// Throws for a wrong camera, unlike the pushes.
 bool OXVisionSimulatorCam::setSimCamInputSize(const int& pWidth, const int& pHeight) {
   const OXCriticalSectionWrite lock(fVisionModulesLock);
   const int camera = fActiveCamera;
@@ -63,6 +69,8 @@ OXValue OXVisionSimulatorCam::getExpectedImageParameters() {
   return getExpectedImageParameters(fActiveCamera);
 }
 
+// What the camera runs at, for a simulator that wants to spare the resampling: it may push any of
+// the four resolutions.
 OXValue OXVisionSimulatorCam::getExpectedImageParameters(const int& pCameraIndex) {
   const OXCriticalSectionRead lock(fVisionModulesLock);
   const RealCameraProperties& camera =
@@ -70,6 +78,8 @@ OXValue OXVisionSimulatorCam::getExpectedImageParameters(const int& pCameraIndex
   return OXValue::array(resolutionToSizes(camera.fResolution), static_cast<int>(camera.fFrameRate));
 }
 
+// Both frames change at once: a frame that was pushed before is then read in the new size, within
+// its storage, until the next push.
 bool OXVisionSimulatorCam::xSetSimCamInputSize(const int& pWidth, const int& pHeight,
                                                CameraDriverBuffer& pStore) {
   const int resolution = getResolutionFromSize(pWidth, pHeight);
@@ -83,6 +93,7 @@ bool OXVisionSimulatorCam::xSetSimCamInputSize(const int& pWidth, const int& pHe
 // with the longest one that any camera has accepted so far, and with the storage there is.
 const void* OXVisionSimulatorCam::xAcceptedPixels(const OXValue& pImage,
                                                   const CameraDriverBuffer& pStore) const {
+  // One for all cameras, each of which has a lock of its own: hence atomic.
   static std::atomic<std::uint32_t> maxReceivedData{0};
   if (pImage.isBinary()) {
     int width = 0;
@@ -113,11 +124,13 @@ bool OXVisionSimulatorCam::xPutImage(const OXValue& pImage, CameraDriverBuffer& 
   ki::os::gettimeofday(&arrival);
   const void* const pixels = xAcceptedPixels(pImage, pStore);
   if (!pixels) return false;
+  // Not the newest frame: that one stays whole until this one is complete.
   const int target = pStore.fLastInputBuffer == 0 ? 1 : 0;
   OXImage& image = *pStore.fInputBuffers[static_cast<std::size_t>(target)]->fImage;
   if (!image.fData) return refuse("xPutImage", "xPutImage: memcopy failed");
   std::memcpy(image.fData, pixels, static_cast<std::size_t>(pImage.getSize()));
   image.fTimeStamp = stampOf(arrival);
+  // Last: the wait for a first frame reads it without the lock.
   pStore.fLastInputBuffer = target;
   return true;
 }

@@ -29,6 +29,8 @@ bool OXVisionSimulatorCam::xIsFrameRateValid(int pFrameRate, int) const {
   return pFrameRate >= 1 && pFrameRate <= kMaxFrameRate;
 }
 
+// Every number up to the last colour space, also those between that have no conversion: a request
+// then logs that and leaves the pixels as they were.
 bool OXVisionSimulatorCam::xIsColorSpaceValid(int pColorSpace, int) const {
   return static_cast<unsigned int>(pColorSpace) <= kHSMixed;
 }
