@@ -13,6 +13,7 @@
 namespace OX {
 namespace {
 
+// "clothing" is a slip: clients know the text so.
 constexpr GrabberTexts kTexts{kFileCamCategory,
                               "vision/videoinput/src/oxvisionfilecam",
                               351,
@@ -37,6 +38,7 @@ bool OXVisionFileCam::xStopFrameGrabber(const int& pCameraIndex) {
                   [&]() OX_REQUIRES(fVisionModulesLock) { return xCloseDevice(); });
 }
 
+// Named after setVideo also when the grabber opens the file: clients know record and error so.
 void OXVisionFileCam::xReadVideo() {
   if (fVideo.readVideo(fFilePath)) return;
   log(ki::log::kError, "setVideo", "Unable to open the video file " + fFilePath);
@@ -63,6 +65,7 @@ bool OXVisionFileCam::xFillRing() {
 
 bool OXVisionFileCam::xOpenDevice() {
   const OXCriticalSection replay(fParametersLock);
+  // Throws if the file is gone or damaged; the grabber is then left failed.
   xReadVideo();
   fLoopDuration = 0;
   fTimeOffset = 0;
@@ -77,6 +80,7 @@ bool OXVisionFileCam::xOpenDevice() {
         report::text("Image ", fFirstImage, " doesn't exist. File has ", images, " images."));
     return false;
   }
+  // Only ever shortened: a longer file in the same place is replayed up to the old end.
   if (fLastImage >= images) fLastImage = images - 1;
   // Where an earlier replay left off need not be an image: previousImage counts below the first,
   // and the end of the range is one above the last.
@@ -87,10 +91,13 @@ bool OXVisionFileCam::xOpenDevice() {
   const bool read = xFillRing();
   xSelectCameraOf(fFrames[0]->fImage);
   fFirstTimestamp = fFrames[0]->fImage.fTimeStamp;
+  // Last: the time that reading took is no part of the replay.
   fStartTime = OXClock::get().localNowUs();
   return read;
 }
 
+// The images in the ring stay: a subscriber may hold one. fCurrentImage stays too, which is how the
+// next opening knows where to go on.
 bool OXVisionFileCam::xCloseDevice() {
   const OXCriticalSection replay(fParametersLock);
   fVideo.closeVideo();

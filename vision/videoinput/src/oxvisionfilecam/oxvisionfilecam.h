@@ -28,8 +28,8 @@ class OXVisionFileCam final : public OXSingleton<OXVisionFileCam>, public OXVisi
   // --- published beside the device's own methods: published.cpp ---
   /// Selects the file to replay; takes effect when the grabber next starts. pRange is an array
   /// [first, last] or anything else for the whole file; pReplayMode 0 is image by image or at
-  /// replaySpeed, 1 follows the recorded time stamps. A missing file is logged and changes nothing;
-  /// one that can't be read throws OXError.
+  /// replaySpeed, 1 follows the recorded time stamps. A missing file is logged and only stops the
+  /// grabber; one that can't be read throws OXError, with the new settings stored.
   void setVideo(const std::string& pFilePath, const OXValue& pRange, const bool& pLoop,
                 const int& pReplayMode, const int& pStreamNumber);
   // --- replay.cpp ---
@@ -141,7 +141,7 @@ class OXVisionFileCam final : public OXSingleton<OXVisionFileCam>, public OXVisi
   unsigned int fCurrentFrame OX_GUARDED_BY(fParametersLock) = 0;  ///< the slot that is served
   unsigned int fNextFrame OX_GUARDED_BY(fParametersLock) = 1;     ///< the slot that is read ahead
   std::atomic<std::int64_t> fReplayPeriod{INT64_MAX};             ///< mode 0: from step to step
-  std::atomic<bool> fImageServed{true};  ///< mode 0: the current image is still the one to give
+  std::atomic<bool> fImageServed{true};  ///< mode 0: the current image is still the one to serve
   std::atomic<bool> fStrangeCameraLogged{false};  ///< once per opening
 };
 

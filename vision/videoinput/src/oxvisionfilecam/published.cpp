@@ -11,6 +11,7 @@
 namespace OX {
 namespace {
 
+// What a stream that the file does not have leaves in the camera's record, which is a byte.
 constexpr int kUnknownColorSpace = 255;
 
 void log(int pLevel, const char* pFunction, const std::string& pText) {
@@ -28,6 +29,8 @@ bool exists(const std::string& pPath) {
 
 }  // namespace
 
+// Bound after the core's own, in the constructor: the two methods below that the core publishes too
+// win a call with the same number and kinds of arguments.
 void OXVisionFileCam::xBindFileMethods() {
   using Camera = OXVisionFileCam;
   publish(bindPublications(
@@ -55,6 +58,7 @@ void OXVisionFileCam::xBindFileMethods() {
           {.name = "nextImage",
            .description = "BETA - When replaying in mode 0, ask for the next image.",
            .method = operation(&Camera::nextImage)},
+          // The text of nextImage, although this sets a speed: clients know it so.
           {.name = "replaySpeed",
            .description = "BETA - When replaying in mode 0, ask for the next image.",
            .method = operation(&Camera::replaySpeed),
@@ -74,6 +78,7 @@ void OXVisionFileCam::xBindFileMethods() {
            .examples = {{"C++", "  fCamProxy->setParam(pParam, pNewValue);\n"}}},
           {.name = "getParam",
            .description = "Get the value of a video source specific parameter.",
+           // The camera comes first, unlike in the core's getParam, which this one hides.
            .method = operation(&Camera::getCameraParameterById),
            .parameters = {{"camID", "Index of the camera to set."},
                           {"pParam",
@@ -98,7 +103,8 @@ void OXVisionFileCam::setVideo(const std::string& pFilePath, const OXValue& pRan
     log(ki::log::kError, "setVideo", pFilePath + " file doesn't exist. Return!");
     return;
   }
-  // What can fail comes first, so that a failure changes nothing.
+  // A range of anything but integers throws, hence before anything is changed. A file that can't be
+  // read throws further down, with the settings stored.
   std::int64_t first = 0;
   std::int64_t last = INT32_MAX;
   if (pRange.isArray() && pRange.getSize() == 2) {
