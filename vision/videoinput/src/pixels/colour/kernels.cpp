@@ -13,6 +13,7 @@ namespace {
 
 using Byte = unsigned char;
 
+// Asked anew for each frame: tests change the level while the process runs.
 const RowKernels& rowKernels() { return usesPlainLoops() ? plainRows() : vectorRows(); }
 
 bool isEmpty(int pWidth, int pHeight) { return pWidth <= 0 || pHeight <= 0; }
@@ -32,7 +33,8 @@ Rows usualRows(const Byte* pSource, int pSourceWidth, Byte* pDestination, int pW
 }
 
 /// A frame without gaps is converted as one long row: vectors then leave one tail and not one a
-/// row.
+/// row. Only the source can have gaps. An odd width at step 1 counts as one: rows overlap, since
+/// each ends with a whole macro-pixel.
 void convert(RowsKernel* pKernel, Rows pRows) {
   const bool hasGaps = pRows.step != 1 || pRows.sourceStride != 4 * pRows.macroPixels;
   if (!hasGaps) {
@@ -64,6 +66,7 @@ void yuv422ToHsy(const Byte* pSource, int pSourceWidth, Byte* pDestination, int 
   if (isEmpty(pWidth, pHeight)) return;
   Rows rows = usualRows(pSource, pSourceWidth, pDestination, pWidth, pHeight, 2);
   // Each row overwrites the one before, which nobody can see meanwhile: only the last is converted.
+  // Half the usual stride, as half the usual distance of macro-pixels: kernels.h has the rule.
   rows.source += rows.sourceStride / 2 * (pHeight - 1);
   rows.count = 1;
   rowKernels().toHsy(rows);
@@ -74,10 +77,14 @@ void yuv422ToYUV422(const Byte* pSource, int pSourceWidth, Byte* pDestination, i
   if (isEmpty(pWidth, pHeight)) return;
   Rows rows = usualRows(pSource, pSourceWidth, pDestination, pWidth, pHeight, 4);
   if (rows.step == 1) {
+    // Whole words, as the contract has it: up to 6 bytes at the end of the frame are not copied,
+    // and one word is copied even for a frame that is smaller.
     const std::size_t words = static_cast<std::size_t>(pWidth) * pHeight / 4;
     std::memcpy(pDestination, pSource, 8 * std::max(words, std::size_t{1}));
     return;
   }
+  // Truncated, unlike the usual rows: the last pixel of an odd width is not written, and the rows
+  // follow each other without it.
   rows.macroPixels = pWidth / 2;
   rows.destinationStride = 4 * rows.macroPixels;
   convert(rowKernels().toYUV422, rows);
@@ -109,6 +116,7 @@ void yuv422ToYYCbCr(const Byte* pSource, int pSourceWidth, Byte* pDestination, i
   Rows rows = usualRows(pSource, pSourceWidth, pDestination, pWidth, pHeight, 4);
   rows.macroPixels = pWidth / 2;
   rows.destinationStride = 4 * rows.macroPixels;
+  // By the true width of the source: rows don't drift when it is no multiple of pWidth.
   rows.sourceStride = std::ptrdiff_t{4} * (pSourceWidth / 2) * rows.step;
   convert(rowKernels().toYYCbCr, rows);
 }
