@@ -14,6 +14,7 @@ using Byte = unsigned char;
 
 const RowKernels& rowKernels() { return kernels::usesPlainLoops() ? plainRows() : vectorRows(); }
 
+// The three steps between the four resolutions. Others have no kernel.
 bool isRatio(int pRatio) { return pRatio == 2 || pRatio == 4 || pRatio == 8; }
 
 bool isEmpty(int pWidth, int pHeight) { return pWidth <= 0 || pHeight <= 0; }
@@ -22,6 +23,7 @@ bool isEmpty(int pWidth, int pHeight) { return pWidth <= 0 || pHeight <= 0; }
 
 void rgbToYuv422(const Byte* pSource, int pWidth, int pHeight, Byte* pTarget) {
   if (isEmpty(pWidth, pHeight)) return;
+  // One long row: a pair may begin on one row and end on the next, if the width is odd.
   const auto pixels = std::ptrdiff_t{pWidth} * pHeight;
   rowKernels().toPairs({.source = pSource,
                         .sourceStride = 0,

@@ -34,6 +34,7 @@ HWY_INLINE void forEachBlock(const Rows& pRows, EndRow pEndRow) {
   for (Index y = 0; y < pRows.count; ++y) {
     const Byte* const from = pRows.source + pRows.sourceStride * y;
     Byte* const to = pRows.target + pRows.targetStride * y;
+    // Asked for while this row is converted. The last row has no next one and asks for itself.
     const Byte* const next = y + 1 < pRows.count ? from + pRows.sourceStride : from;
     for (Index i = 0; i < last; i += kColours) {
       if constexpr (Block::kSkipsRows) {
@@ -46,6 +47,8 @@ HWY_INLINE void forEachBlock(const Rows& pRows, EndRow pEndRow) {
   }
 }
 
+// Blocks differ in what they load and store; the colours are the converter's. Loaders and
+// converters are members, so that their constants are prepared once for all rows.
 struct PairsBlock {
   static constexpr bool kSkipsRows = false;
   static constexpr Index kBytesIn = 6;
@@ -67,6 +70,7 @@ void toPairs(const Rows& pRows) {
   forEachBlock<PairsBlock>(pRows, [](const Byte*, Byte*) {});
 }
 
+// The right pixel of a pair is not the left one's neighbour: resampling.h has the distances.
 template <int kRatio>
 struct DownBlock {
   static constexpr bool kSkipsRows = true;
@@ -127,6 +131,8 @@ HWY_INLINE void storeRepeated(const Byte* pPairs, Byte* pTarget) {
   }
 }
 
+// A pixel becomes pairs of the same two pixels: its chroma is its own, as the mean of two equal
+// values is.
 template <int kRatio>
 struct UpBlock {
   static constexpr bool kSkipsRows = false;
@@ -140,6 +146,7 @@ struct UpBlock {
     if constexpr (kRatio == 2) {
       storePairs(channels, channels, pTarget);
     } else {
+      // Through memory: storePairs() puts the pairs in order, which registers hold by channel.
       alignas(64) Byte pairs[4 * kColours];
       storePairs(channels, channels, pairs);
       storeRepeated<kRatio / 2>(pairs, pTarget);
@@ -149,6 +156,7 @@ struct UpBlock {
   Converter fConverter;
 };
 
+// Only the first pixel row of each row of blocks is converted; the others are copies of it.
 template <int kRatio>
 void upBy(const Rows& pRows) {
   if (pRows.items < kColours) return plainRows().up(kRatio, pRows);
