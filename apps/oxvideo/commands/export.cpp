@@ -5,7 +5,7 @@
 
 #include "commands/commands.h"
 #include "recordings/exporter.h"
-#include "recordings/recordingfile.h"
+#include "recordings/inputrecording.h"
 #include "terminal/exitstatus.h"
 #include "terminal/progress.h"
 
@@ -15,7 +15,7 @@ namespace {
 
 int runExport(Context& pContext, const std::string& pInput, const ExportOptions& pOptions) {
   requireDifferentFiles(pInput, pOptions.output);
-  OXRecordingFile recording(pInput);
+  OXInputRecording recording(pInput);
   recording.requireStream(pOptions.stream);
   ExportResult result;
   {

@@ -6,7 +6,7 @@
 #include "commands/commands.h"
 #include "device/vocabulary.h"
 #include "recordings/importer.h"
-#include "recordings/recordingfile.h"
+#include "recordings/inputrecording.h"
 #include "terminal/exitstatus.h"
 #include "terminal/progress.h"
 

@@ -2,7 +2,7 @@
 #include <memory>
 
 #include "commands/commands.h"
-#include "recordings/recordingfile.h"
+#include "recordings/inputrecording.h"
 #include "recordings/recordingreport.h"
 #include "terminal/exitstatus.h"
 
@@ -22,7 +22,7 @@ void addInfo(OXCommandLine& pLine, Context& pContext) {
   verb.option("FILE", options->file, "recording to read").required();
   verb.flag("--json", options->asJson, "print JSON on one line");
   verb.onRun([&pContext, options] {
-    const RecordingReport report = makeReport(OXRecordingFile(options->file));
+    const RecordingReport report = makeReport(OXInputRecording(options->file));
     if (options->asJson)
       pContext.out.line(reportJson(report));
     else

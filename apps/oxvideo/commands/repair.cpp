@@ -4,7 +4,7 @@
 #include <memory>
 
 #include "commands/commands.h"
-#include "recordings/recordingfile.h"
+#include "recordings/inputrecording.h"
 #include "recordings/repairer.h"
 #include "terminal/exitstatus.h"
 #include "terminal/progress.h"
@@ -15,7 +15,7 @@ namespace {
 
 int runRepair(Context& pContext, const std::string& pInput, const std::string& pOutput) {
   requireDifferentFiles(pInput, pOutput);
-  OXRecordingFile recording(pInput);
+  OXInputRecording recording(pInput);
   OXProgress progress(pContext.err, "repair", recording.allImages());
   const RepairResult result = repair(recording, pOutput, progressCallback(progress));
   const auto& damage = recording.video().getDamage();

@@ -4,7 +4,7 @@
 #include <memory>
 
 #include "commands/commands.h"
-#include "recordings/recordingfile.h"
+#include "recordings/inputrecording.h"
 #include "recordings/verifier.h"
 #include "terminal/exitstatus.h"
 #include "terminal/progress.h"
@@ -14,7 +14,7 @@ namespace OX::cli {
 namespace {
 
 int runVerify(Context& pContext, const std::string& pFile) {
-  OXRecordingFile recording(pFile);
+  OXInputRecording recording(pFile);
   OXProgress progress(pContext.err, "verify", recording.allImages());
   const VerifyResult result = verify(recording, progressCallback(progress));
   for (const std::string& fault : result.faults) pContext.out.line(printable(fault));

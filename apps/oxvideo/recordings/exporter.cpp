@@ -7,7 +7,7 @@
 
 #include "media/picture.h"
 #include "media/videoencoder.h"
-#include "recordings/recordingfile.h"
+#include "recordings/inputrecording.h"
 #include "recordings/recordingreport.h"
 #include "terminal/exitstatus.h"
 #include "terminal/files.h"
@@ -28,7 +28,7 @@ bool isFolder(const std::string& pOutput) {
 
 /// Calls pTake(image, number) for every readable image of the stream.
 template <typename Take>
-ExportResult forEachImage(OXRecordingFile& pInput, int pStream,
+ExportResult forEachImage(OXInputRecording& pInput, int pStream,
                           const std::function<void(int)>& pOnFrame, Take pTake) {
   ExportResult result;
   for (int i = 0; i < pInput.images(pStream); ++i) {
@@ -45,7 +45,7 @@ ExportResult forEachImage(OXRecordingFile& pInput, int pStream,
   return result;
 }
 
-ExportResult exportPictures(OXRecordingFile& pInput, const ExportOptions& pOptions,
+ExportResult exportPictures(OXInputRecording& pInput, const ExportOptions& pOptions,
                             const std::function<void(int)>& pOnFrame) {
   std::error_code error;
   fs::create_directories(pOptions.output, error);
@@ -58,7 +58,7 @@ ExportResult exportPictures(OXRecordingFile& pInput, const ExportOptions& pOptio
       });
 }
 
-ExportResult exportVideo(OXRecordingFile& pInput, const ExportOptions& pOptions,
+ExportResult exportVideo(OXInputRecording& pInput, const ExportOptions& pOptions,
                          const std::function<void(int)>& pOnFrame) {
   const StreamReport stream =
       makeReport(pInput).streams.at(static_cast<std::size_t>(pOptions.stream));
@@ -79,7 +79,7 @@ ExportResult exportVideo(OXRecordingFile& pInput, const ExportOptions& pOptions,
 
 }  // namespace
 
-ExportResult exportRecording(OXRecordingFile& pInput, const ExportOptions& pOptions,
+ExportResult exportRecording(OXInputRecording& pInput, const ExportOptions& pOptions,
                              const std::function<void(int)>& pOnFrame) {
   pInput.requireStream(pOptions.stream);
   if (pInput.images(pOptions.stream) == 0)

@@ -6,7 +6,7 @@
 
 namespace OX::cli {
 
-class OXRecordingFile;
+class OXInputRecording;
 
 struct ExportOptions {
   std::string output;
@@ -23,7 +23,7 @@ struct ExportResult {
 /// Writes PNGs if the output ends with "/", is a folder or has no extension, each named by number
 /// and time stamp in microseconds: image-000012-1700000000033333.png. Otherwise writes a video
 /// file. Throws OXFailure, or OXInterrupted after a signal; an unfinished video file is removed.
-ExportResult exportRecording(OXRecordingFile& pInput, const ExportOptions& pOptions,
+ExportResult exportRecording(OXInputRecording& pInput, const ExportOptions& pOptions,
                              const std::function<void(int pDone)>& pOnFrame);
 
 }  // namespace OX::cli

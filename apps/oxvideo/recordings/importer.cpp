@@ -37,9 +37,9 @@ std::int64_t startTime(const std::string& pVideo) {
 
 /// The recording under construction; closed by the destructor, however the import ends. Colours are
 /// converted by the simulator camera's resampler: a frame has the same bytes, imported or pushed.
-class RecordingWriter {
+class ImportOutput {
  public:
-  RecordingWriter(const ImportOptions& pOptions, FrameSize pSize)
+  ImportOutput(const ImportOptions& pOptions, FrameSize pSize)
       : fStartUs(startTime(pOptions.video)),
         fSize(pSize),
         fPixels(static_cast<std::size_t>(pSize.width) * static_cast<std::size_t>(pSize.height) *
@@ -47,9 +47,9 @@ class RecordingWriter {
     if (!fVideo.recordVideo(pOptions.output, 0, {{pSize.width, pSize.height, kYUV422, 8}}))
       throw OXFailure(fVideo.getLastError());
   }
-  ~RecordingWriter() { fVideo.closeVideo(); }
-  RecordingWriter(const RecordingWriter&) = delete;
-  RecordingWriter& operator=(const RecordingWriter&) = delete;
+  ~ImportOutput() { fVideo.closeVideo(); }
+  ImportOutput(const ImportOutput&) = delete;
+  ImportOutput& operator=(const ImportOutput&) = delete;
 
   void write(const std::vector<unsigned char>& pRgb, double pSeconds) {
     resampling::rgbToYuv422(pRgb.data(), fSize.width, fSize.height, fPixels.data());
@@ -94,7 +94,7 @@ ImportResult importAsItIs(const ImportOptions& pOptions, const OnFrame& pOnFrame
   OXMediaReader reader(pOptions.video, pOptions.size.value_or(kTestSize));
   const AVFrame* frame = reader.next();
   ImportResult result{0, 0, recordingSize(pOptions, frame, reader.orientation())};
-  RecordingWriter writer(pOptions, result.size);
+  ImportOutput writer(pOptions, result.size);
   OXFrameScaler scaler;
   std::vector<unsigned char> rgb;
   const int all = expectedFrames(pOptions, reader.duration() / reader.frameDuration());
@@ -119,7 +119,7 @@ ImportResult importAtRate(const ImportOptions& pOptions, const OnFrame& pOnFrame
   OXFrameSource source(pOptions.video, size, false);
   if (source.isEndless() && pOptions.frames == 0)
     throw OXUsageError("this source never ends: limit it with --frames");
-  RecordingWriter writer(pOptions, size);
+  ImportOutput writer(pOptions, size);
   ImportResult result{0, 0, size};
   std::vector<unsigned char> rgb;
   const int all = expectedFrames(pOptions, source.duration() * pOptions.fps);

@@ -9,7 +9,7 @@
 #include <set>
 
 #include "device/vocabulary.h"
-#include "recordings/recordingfile.h"
+#include "recordings/inputrecording.h"
 #include "terminal/json.h"
 
 namespace OX::cli {
@@ -138,7 +138,7 @@ std::int64_t stampDifference(std::int64_t pTo, std::int64_t pFrom) {
   return __builtin_sub_overflow(pTo, pFrom, &result) ? 0 : result;
 }
 
-RecordingReport makeReport(const OXRecordingFile& pRecording) {
+RecordingReport makeReport(const OXInputRecording& pRecording) {
   RecordingReport report;
   report.path = pRecording.path();
   std::error_code ignored;

@@ -10,7 +10,7 @@
 
 namespace OX::cli {
 
-class OXRecordingFile;
+class OXInputRecording;
 
 /// A pause of more than one and a half usual intervals.
 struct RecordingGap {
@@ -38,7 +38,7 @@ struct RecordingReport {
   std::vector<OXVideoDamage> damage;
 };
 
-RecordingReport makeReport(const OXRecordingFile& pRecording);
+RecordingReport makeReport(const OXInputRecording& pRecording);
 
 /// 0 when the difference does not fit into 64 bits, which the stamps of a file may cause.
 std::int64_t stampDifference(std::int64_t pTo, std::int64_t pFrom);

@@ -8,7 +8,7 @@
 #include <limits>
 #include <map>
 
-#include "recordings/recordingfile.h"
+#include "recordings/inputrecording.h"
 #include "terminal/exitstatus.h"
 
 namespace OX::cli {
@@ -19,7 +19,7 @@ namespace {
 using Turn = std::vector<int>;
 
 /// The frames in the order in which they were recorded, turn by turn.
-std::map<std::int64_t, Turn> recordedTurns(const OXRecordingFile& pRecording) {
+std::map<std::int64_t, Turn> recordedTurns(const OXInputRecording& pRecording) {
   const int streams = pRecording.streams();
   std::map<std::int64_t, Turn> turns;
   for (int stream = 0; stream < streams; ++stream)
@@ -46,7 +46,7 @@ struct FrameCopy {
 };
 
 /// Frames of any size are kept: a repair does not judge what was recorded.
-bool readTurn(OXRecordingFile& pInput, const Turn& pTurn, std::vector<FrameCopy>& pFrames) {
+bool readTurn(OXInputRecording& pInput, const Turn& pTurn, std::vector<FrameCopy>& pFrames) {
   pFrames.resize(pTurn.size());
   for (std::size_t stream = 0; stream < pTurn.size(); ++stream) {
     FrameCopy& frame = pFrames[stream];
@@ -69,7 +69,7 @@ void writeTurn(OXVideo& pOutput, const std::vector<FrameCopy>& pFrames) {
 }
 
 /// The number of frames written up to the last one found, by its sequence number.
-int writtenFrames(const OXRecordingFile& pRecording) {
+int writtenFrames(const OXInputRecording& pRecording) {
   std::int64_t written = 0;
   for (int stream = 0; stream < pRecording.streams(); ++stream)
     if (const auto last = pRecording.video().getFrameInfo(pRecording.images(stream) - 1, stream))
@@ -79,7 +79,7 @@ int writtenFrames(const OXRecordingFile& pRecording) {
 
 }  // namespace
 
-RepairResult repair(OXRecordingFile& pInput, const std::string& pOutput,
+RepairResult repair(OXInputRecording& pInput, const std::string& pOutput,
                     const std::function<void(int)>& pOnFrame) {
   OXVideo output;
   if (!output.recordVideo(pOutput, pInput.video().getPeriod(), pInput.video().getStreamHeaders()))

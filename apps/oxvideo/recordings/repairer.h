@@ -6,7 +6,7 @@
 
 namespace OX::cli {
 
-class OXRecordingFile;
+class OXInputRecording;
 
 struct RepairResult {
   int kept = 0;
@@ -16,7 +16,7 @@ struct RepairResult {
 /// Writes all readable frames to a new recording, with stamps, cameras and angles, and an index.
 /// With several streams a turn is kept as a whole or not at all, since a frame's stream is its
 /// position in its turn. Throws OXFailure when pOutput can't be written.
-RepairResult repair(OXRecordingFile& pInput, const std::string& pOutput,
+RepairResult repair(OXInputRecording& pInput, const std::string& pOutput,
                     const std::function<void(int pDone)>& pOnFrame);
 
 }  // namespace OX::cli

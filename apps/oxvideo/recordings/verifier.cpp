@@ -4,11 +4,11 @@
 
 #include <fmt/format.h>
 
-#include "recordings/recordingfile.h"
+#include "recordings/inputrecording.h"
 
 namespace OX::cli {
 
-VerifyResult verify(OXRecordingFile& pRecording, const std::function<void(int)>& pOnFrame) {
+VerifyResult verify(OXInputRecording& pRecording, const std::function<void(int)>& pOnFrame) {
   VerifyResult result;
   for (const OXVideoDamage& damage : pRecording.video().getDamage())
     result.faults.push_back(fmt::format("{}: at byte {}: {} ({} bytes)", pRecording.path(),

@@ -7,7 +7,7 @@
 
 namespace OX::cli {
 
-class OXRecordingFile;
+class OXInputRecording;
 
 struct VerifyResult {
   int frames = 0;                   ///< checked
@@ -16,6 +16,6 @@ struct VerifyResult {
 
 /// Reads every frame and compares its checksum. pOnFrame is called before each one with the
 /// number done.
-VerifyResult verify(OXRecordingFile& pRecording, const std::function<void(int pDone)>& pOnFrame);
+VerifyResult verify(OXInputRecording& pRecording, const std::function<void(int pDone)>& pOnFrame);
 
 }  // namespace OX::cli

@@ -10,7 +10,7 @@
 #include "media/picture.h"
 #include "recorded.h"
 #include "recordings/importer.h"
-#include "recordings/recordingfile.h"
+#include "recordings/inputrecording.h"
 #include "video_file.h"
 
 namespace OX::test {
@@ -123,7 +123,7 @@ TEST_F(Exchange, looksAlikeInH264) {
   ASSERT_THAT(run({"export", "--codec", "h264", fPath, video}), StartsWith("0 "));
   const std::string back = fFolder.file("b.oxv");
   ASSERT_THAT(run({"import", video, back}), StartsWith("0 "));
-  cli::OXRecordingFile before(fPath), after(back);
+  cli::OXInputRecording before(fPath), after(back);
   ASSERT_EQ(after.images(0), 10);
   for (int i = 0; i < 10; ++i) {
     const auto one = cli::toPicture(before.image(i, 0)), two = cli::toPicture(after.image(i, 0));
@@ -197,7 +197,7 @@ TEST_F(Exchange, importsEveryFrameAtItsTimeOrAtABeat) {
     std::vector<std::string> arguments{"import", video, fPath};
     arguments.insert(arguments.end(), row.options.begin(), row.options.end());
     ASSERT_THAT(run(arguments), StartsWith("0 "));
-    cli::OXRecordingFile recording(fPath);
+    cli::OXInputRecording recording(fPath);
     const auto stream = recording.video().getStream(0);
     EXPECT_EQ(stream.fColorSpace, kYUV422);
     EXPECT_EQ(stream.fWidth, row.width);

@@ -5,7 +5,7 @@
 #include <nlohmann/json.hpp>
 
 #include "recorded.h"
-#include "recordings/recordingfile.h"
+#include "recordings/inputrecording.h"
 #include "recordings/recordingreport.h"
 
 namespace OX::test {
@@ -50,7 +50,7 @@ TEST_F(Inspection, reportsRatesAndGaps) {
       {"a gap as long as time", {0, 1, 2, kHighest}, "1 0 2:" + std::to_string(kHighest - 3)}};
   for (const Case& row : cases) {
     record(fPath, {kSmall}, row.stamps);
-    const auto report = cli::makeReport(cli::OXRecordingFile(fPath)).streams.at(0);
+    const auto report = cli::makeReport(cli::OXInputRecording(fPath)).streams.at(0);
     std::string got =
         std::to_string(report.usualIntervalUs) + " " + std::to_string(report.notRising);
     for (const auto& gap : report.gaps)
@@ -107,7 +107,7 @@ TEST_F(Inspection, answersForEachKindOfFile) {
 
 /// The frames of a file as "stream:seed:stamp", seeds by what they hold.
 std::string framesOf(const std::string& pPath) {
-  cli::OXRecordingFile recording(pPath);
+  cli::OXInputRecording recording(pPath);
   std::string text;
   for (int stream = 0; stream < recording.streams(); ++stream)
     for (int i = 0; i < recording.images(stream); ++i) {
@@ -131,7 +131,7 @@ TEST_F(Inspection, repairKeepsWhatStands) {
   EXPECT_THAT(run({"repair", fPath, fOther}),
               AllOf(StartsWith("3 "), HasSubstr("2 images kept, lost: 2, damaged places: 1")));
   EXPECT_EQ(framesOf(fOther), " 0:0:10 0:3:40");
-  EXPECT_TRUE(cli::OXRecordingFile(fOther).video().hasIndex());
+  EXPECT_TRUE(cli::OXInputRecording(fOther).video().hasIndex());
   EXPECT_THAT(run({"repair", fPath, fPath}), StartsWith("2 "));
 }
 

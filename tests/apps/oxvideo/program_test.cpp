@@ -15,7 +15,7 @@
 #include "device/imagereply.h"
 #include "media/picture.h"
 #include "recorded.h"
-#include "recordings/recordingfile.h"
+#include "recordings/inputrecording.h"
 #include "scratch_folder.h"
 #include "terminal/exitstatus.h"
 #include "video_file.h"
@@ -244,7 +244,7 @@ TEST_F(Programs, PixelsAreThoseOfTheDevice) {
   const std::vector<unsigned char> rgb = noise(320 * 240 * 3, 7);
   std::ofstream(file("noise.png"), std::ios::binary) << encodePng({320, 240, rgb});
   ASSERT_EQ(run({"import", file("noise.png"), file("noise.oxv"), "--frames", "1"}).status, kDone);
-  OXRecordingFile recording(file("noise.oxv"));
+  OXInputRecording recording(file("noise.oxv"));
   const CameraImage recorded = recording.image(0, 0);
   ASSERT_TRUE(recorded.pixels) << recording.error();
 

@@ -1,5 +1,5 @@
 // The class of the framework reports failures by return values; verbs want exceptions.
-#include "recordings/recordingfile.h"
+#include "recordings/inputrecording.h"
 
 #include <fmt/format.h>
 
@@ -11,23 +11,23 @@
 
 namespace OX::cli {
 
-OXRecordingFile::OXRecordingFile(const std::string& pPath) : fPath(pPath) {
+OXInputRecording::OXInputRecording(const std::string& pPath) : fPath(pPath) {
   if (!fVideo.readVideo(pPath)) throw OXFailure(fVideo.getLastError());
 }
 
-int OXRecordingFile::allImages() const {
+int OXInputRecording::allImages() const {
   int sum = 0;
   for (int stream = 0; stream < streams(); ++stream) sum += images(stream);
   return sum;
 }
 
-void OXRecordingFile::requireStream(int pStream) const {
+void OXInputRecording::requireStream(int pStream) const {
   if (pStream < 0 || pStream >= streams())
     throw OXUsageError(fmt::format("{} has no stream {}; the last one is {}", printable(fPath),
                                    pStream, streams() - 1));
 }
 
-const std::vector<unsigned char>* OXRecordingFile::bytes(int pIndex, int pStream) {
+const std::vector<unsigned char>* OXInputRecording::bytes(int pIndex, int pStream) {
   if (!fVideo.readFrameBytes(pIndex, pStream, fBytes)) {
     fError = fVideo.getLastError();
     return nullptr;
@@ -41,7 +41,7 @@ const std::vector<unsigned char>* OXRecordingFile::bytes(int pIndex, int pStream
   return nullptr;
 }
 
-CameraImage OXRecordingFile::image(int pIndex, int pStream) {
+CameraImage OXInputRecording::image(int pIndex, int pStream) {
   CameraImage image;
   const OXVideoStream stream = fVideo.getStream(pStream);
   image.width = stream.fWidth;

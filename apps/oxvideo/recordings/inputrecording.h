@@ -1,4 +1,6 @@
-/// An .oxv file opened for reading. Failures are exceptions with the text of the file class.
+/// A recording that a verb reads: OXVideo with exceptions for its failures, whose texts they carry,
+/// and with a check of every frame against the format of its stream. The bytes of the file are the
+/// framework's business.
 #pragma once
 
 #include <string>
@@ -10,10 +12,10 @@
 namespace OX::cli {
 
 /// One thread only.
-class OXRecordingFile {
+class OXInputRecording {
  public:
   /// Throws OXFailure that says why the file can't be read.
-  explicit OXRecordingFile(const std::string& pPath);
+  explicit OXInputRecording(const std::string& pPath);
 
   OXVideo& video() { return fVideo; }
   const OXVideo& video() const { return fVideo; }
