@@ -18,10 +18,12 @@
 namespace OX::detail {
 namespace {
 
+// Readers refuse every other version: a changed layout must not be taken for pixels.
 constexpr std::uint32_t kVersion = 1;
 constexpr std::size_t kFixedHeaderBytes = 32;
 constexpr std::size_t kStreamBytes = 16;
 constexpr std::size_t kChecksumBytes = 8;
+// A cache line, and the widest vectors that kernels load.
 constexpr std::size_t kAlignment = 64;
 
 // Byte by byte, independent of byte order and alignment; compilers make one instruction of it.
@@ -49,6 +51,8 @@ streamHeader decodeStream(const unsigned char* pFrom) {
           load<std::int32_t>(pFrom + 12)};
 }
 
+// From the outside in: each check makes the next read safe. The checksum comes last because its
+// place depends on the number of streams.
 std::optional<FileHeader> decodeOneHeader(Bytes pBytes, std::string& pReason) {
   const auto refuse = [&](const std::string& pText) {
     pReason = pText;
@@ -91,7 +95,7 @@ std::size_t fileHeaderBytes(std::size_t pStreams) {
 
 std::vector<unsigned char> encodeFileHeader(const FileHeader& pHeader) {
   const std::size_t size = fileHeaderBytes(pHeader.fStreams.size());
-  std::vector<unsigned char> bytes(size);
+  std::vector<unsigned char> bytes(2 * size);
   std::copy(kFileMagic.begin(), kFileMagic.end(), bytes.begin());
   store(&bytes[8], kVersion);
   store(&bytes[12], static_cast<std::uint32_t>(size));
@@ -105,7 +109,7 @@ std::vector<unsigned char> encodeFileHeader(const FileHeader& pHeader) {
       to += 4;
     }
   store(&bytes[size - kChecksumBytes], checksumOf(bytes.data(), size - kChecksumBytes));
-  bytes.insert(bytes.end(), bytes.begin(), bytes.begin() + static_cast<std::ptrdiff_t>(size));
+  std::copy_n(bytes.begin(), size, bytes.begin() + static_cast<std::ptrdiff_t>(size));
   return bytes;
 }
 
@@ -113,6 +117,8 @@ std::optional<FileHeader> decodeFileHeader(Bytes pStart, bool& pDamaged, std::st
   const auto copyAt = [&](std::size_t pAt) {
     std::string reason;
     auto header = pAt < pStart.size() ? decodeOneHeader(pStart.subspan(pAt), reason) : std::nullopt;
+    // A header's size says where its second copy begins. One found elsewhere belongs to another
+    // file, whose bytes were left on the disk or recorded as pixels.
     return header && fileHeaderBytes(header->fStreams.size()) == pAt ? header : std::nullopt;
   };
   if (auto header = decodeOneHeader(pStart, pReason)) {

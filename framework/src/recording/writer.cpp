@@ -3,11 +3,13 @@
 #include "writer.h"
 
 #include <limits>
+#include <new>
 #include <random>
 
 namespace OX::detail {
 namespace {
 
+// 96 KiB for a write: few calls, and no second copy of an index of many megabytes.
 constexpr std::size_t kEntriesPerBlock = 4096;
 // Callers index images by int.
 constexpr std::size_t kMaxFrames = std::numeric_limits<std::int32_t>::max();
@@ -42,14 +44,19 @@ bool RecordingWriter::append(FrameHeader pHeader, Bytes pPixels) {
   if (fHasFailed || pPixels.empty()) return false;
   if (fIndex.size() >= kMaxFrames)
     return xFail(fFile.describe("the maximum number of frames is reached"));
+  // Callers write the streams in turn, so the number of the frame says which stream it belongs to.
   pHeader.fStream = static_cast<std::uint16_t>(fIndex.size() % fHeader.fStreams.size());
   pHeader.fSequence = static_cast<std::uint32_t>(fIndex.size());
   pHeader.fPayloadBytes = static_cast<std::uint32_t>(pPixels.size());
   pHeader.fPayloadChecksum = checksumOf(pPixels.data(), pPixels.size());
   const auto bytes = encodeFrameHeader(pHeader, fHeader.fFileId);
   // The entry first: if memory runs out here, the file is unchanged.
-  fIndex.push_back(
-      {fEnd, pHeader.fTimeStamp, pHeader.fPayloadBytes, pHeader.fStream, pHeader.fCameraId});
+  try {
+    fIndex.push_back(
+        {fEnd, pHeader.fTimeStamp, pHeader.fPayloadBytes, pHeader.fStream, pHeader.fCameraId});
+  } catch (const std::bad_alloc&) {
+    return xFail(fFile.describe("memory for the index ran out"));
+  }
   if (!fFile.writeAt(bytes, pPixels, fEnd)) {
     fIndex.pop_back();
     return xFail(fFile.getError());

@@ -273,6 +273,40 @@ TEST_F(Recording, SurvivesAFullDiskAtEveryByte) {
   }
 }
 
+// Of the writer and of the reader, one after the other; the log's may be among them.
+TEST_F(Recording, NeverThrowsWhicheverAllocationFails) {
+  const std::vector<streamHeader> streams{kTiny};
+  const Octets pixels = pixelsOf(0, kTinyBytes);
+  int written = 0;
+  for (long i = 1, happened = 1; happened; ++i) {
+    SCOPED_TRACE(i);
+    std::filesystem::remove(fPath);
+    written = 0;
+    {
+      const FailingAllocation failure(i);
+      fVideo.recordVideo(fPath, 0, streams);
+      for (int frame = 0; frame < 6; ++frame)
+        written += fVideo.write(pixels.data(), kTinyBytes, 0, 0, 0, 0, 0, 0) ? 1 : 0;
+      fVideo.closeVideo();
+      happened = failure.hasHappened();
+    }
+    if (written == 0) continue;
+    ASSERT_TRUE(fVideo.readVideo(fPath)) << fVideo.getLastError();
+    EXPECT_EQ(fVideo.getNumberOfImages(), written) << "what write() confirmed, and no more";
+  }
+  EXPECT_EQ(written, 6);
+
+  bool done = false;
+  for (long i = 1, happened = 1; happened; ++i) {
+    SCOPED_TRACE(i);
+    Octets bytes;
+    const FailingAllocation failure(i);
+    done = fVideo.readVideo(fPath) && fVideo.readFrameBytes(5, 0, bytes) && bytes == pixels;
+    happened = failure.hasHappened();
+  }
+  EXPECT_TRUE(done);
+}
+
 template <typename T>
 T at(const Octets& pBytes, std::size_t pOffset) {
   T value{};
