@@ -127,7 +127,8 @@ void OXMediaReader::Impl::feed() {
     const int read = av_read_frame(format.get(), packet.get());
     if (read == AVERROR_EOF) {
       draining = true;
-      avcodec_send_packet(decoder.get(), nullptr);
+      // Sending decodes too: the failure is that of a frame which a thread was still working on.
+      if (avcodec_send_packet(decoder.get(), nullptr) < 0) ++damaged;
       return;
     }
     // The callback makes the library return this; other errors may follow from the same signal.
@@ -176,9 +177,15 @@ const AVFrame* OXMediaReader::next() {
       return fImpl->frame.get();
     }
     if (result == AVERROR_EOF) return nullptr;
-    if (result != AVERROR(EAGAIN)) ++fImpl->damaged;
-    if (fImpl->draining && result != AVERROR(EAGAIN)) return nullptr;
-    if (!fImpl->draining) fImpl->feed();
+    if (result == AVERROR(EAGAIN)) {
+      // A drained decoder wants nothing more; should one say so, asking again would never end.
+      if (fImpl->draining) return nullptr;
+      fImpl->feed();
+      continue;
+    }
+    // A frame that failed, and no reason to stop: a decoder with several threads reports failures
+    // late, with good frames after them. It bounds the number of failures at the end itself.
+    ++fImpl->damaged;
   }
 }
 

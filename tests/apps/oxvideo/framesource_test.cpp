@@ -48,11 +48,10 @@ class FrameSource : public ::testing::Test {
   }
 
   /// Frame i of ten is red 20 * i, a tenth of a second long.
-  std::string writeSteps() {
-    VideoFile video;
-    video.frames = 10;
-    video.color = [](int pFrame, double, double) { return Rgb{20 * pFrame, 0, 0}; };
-    return write("steps.mkv", video);
+  std::string writeSteps(VideoFile pVideo = {}) {
+    pVideo.frames = 10;
+    pVideo.color = [](int pFrame, double, double) { return Rgb{20 * pFrame, 0, 0}; };
+    return write("steps.mkv", pVideo);
   }
 
   ScratchFolder fFolder;
@@ -148,6 +147,23 @@ TEST_F(FrameSource, TheFrameShownGoesByTime) {
   EXPECT_EQ(redAt(loop, 0.95), 180);
   EXPECT_EQ(redAt(loop, 1.05), 0);
   EXPECT_EQ(redAt(loop, 5.35), 60);
+}
+
+TEST_F(FrameSource, ADamagedFrameCostsNoOther) {
+  VideoFile video;
+  video.codec = "png";
+  video.format = AV_PIX_FMT_RGB24;
+  // The decoder's threads report the failure of a late frame after the end of the file.
+  for (video.damagedFrame = 1; video.damagedFrame < 9; ++video.damagedFrame) {
+    SCOPED_TRACE(video.damagedFrame);
+    OXFrameSource source(writeSteps(video), kTarget, false);
+    for (int i = 0; i < 10; ++i) {
+      const int shown = i == video.damagedFrame ? i - 1 : i;
+      EXPECT_EQ(redAt(source, 0.1 * i + 0.05), 20 * shown);
+    }
+    EXPECT_EQ(redAt(source, 1.05), -1);
+    EXPECT_EQ(source.damagedFrames(), 1);
+  }
 }
 
 TEST_F(FrameSource, PicturesAndTheTestPictureNeverEnd) {

@@ -59,9 +59,10 @@ void style(AVFrame& pFrame, int pIndex, const VideoFile& pVideo) {
   }
 }
 
-bool drain(AVCodecContext& pEncoder, AVFormatContext& pOutput) {
+bool drain(AVCodecContext& pEncoder, AVFormatContext& pOutput, int pDamagedFrame) {
   const PacketOwner packet(av_packet_alloc());
   while (avcodec_receive_packet(&pEncoder, packet.get()) == 0) {
+    if (packet->pts == pDamagedFrame) std::fill_n(packet->data + 16, 8, 0);
     packet->duration = 1;
     av_packet_rescale_ts(packet.get(), pEncoder.time_base, pOutput.streams[0]->time_base);
     if (av_interleaved_write_frame(&pOutput, packet.get()) < 0) return false;
@@ -70,7 +71,7 @@ bool drain(AVCodecContext& pEncoder, AVFormatContext& pOutput) {
 }
 
 DecoderOwner openEncoder(const VideoFile& pVideo, bool pGlobalHeader) {
-  const AVCodec* codec = avcodec_find_encoder(AV_CODEC_ID_FFV1);
+  const AVCodec* codec = avcodec_find_encoder_by_name(pVideo.codec);
   DecoderOwner encoder(avcodec_alloc_context3(codec));
   encoder->width = pVideo.width;
   encoder->height = pVideo.height;
@@ -120,11 +121,12 @@ bool writeVideo(const std::string& pPath, const VideoFile& pVideo) {
     frame->pts = i;
     if (av_frame_get_buffer(frame.get(), 0) < 0) return false;
     style(*frame, i, pVideo);
-    if (avcodec_send_frame(encoder.get(), frame.get()) < 0 || !drain(*encoder, *output))
+    if (avcodec_send_frame(encoder.get(), frame.get()) < 0 ||
+        !drain(*encoder, *output, pVideo.damagedFrame))
       return false;
   }
-  return avcodec_send_frame(encoder.get(), nullptr) >= 0 && drain(*encoder, *output) &&
-         av_write_trailer(output.get()) >= 0;
+  return avcodec_send_frame(encoder.get(), nullptr) >= 0 &&
+         drain(*encoder, *output, pVideo.damagedFrame) && av_write_trailer(output.get()) >= 0;
 }
 
 std::string quadrantFaults(const std::vector<unsigned char>& pRgb, int pWidth, int pHeight,

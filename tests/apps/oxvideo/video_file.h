@@ -21,6 +21,8 @@ struct VideoFile {
   int height = 240;
   int frames = 3;
   int fps = 10;
+  const char* codec = "ffv1";  ///< by name; png is decoded on several threads
+  int damagedFrame = -1;       ///< of png: its width and height become 0
   AVPixelFormat format = AV_PIX_FMT_BGR0;
   AVColorSpace matrix = AVCOL_SPC_UNSPECIFIED;
   AVColorRange range = AVCOL_RANGE_UNSPECIFIED;
@@ -34,7 +36,7 @@ struct VideoFile {
 extern const Rgb kQuadrants[4];
 Rgb quadrantAt(double pX, double pY);
 
-/// Writes FFV1; the container goes by the path's ending (.mkv, .mov). False when that fails.
+/// The container goes by the path's ending (.mkv, .mov). False when that fails.
 bool writeVideo(const std::string& pPath, const VideoFile& pVideo);
 
 /// Where the middle of each quadrant isn't what it should be, in words; empty when all are.
