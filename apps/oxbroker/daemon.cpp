@@ -16,13 +16,13 @@
 namespace OX::daemon {
 namespace {
 
-/// A broker with its services and the modules of libraries. On its end, the broker releases the
+/// A broker with its services and the modules of libraries. At its end the broker releases the
 /// modules before their libraries are closed.
 class ModuleHost {
  public:
   explicit ModuleHost(const Options& pOptions)
       : fBroker(OXBroker::create({.name = "oxbroker", .maxThreads = pOptions.maxThreads})) {
-    OXBrokerManager::getInstance()->addBroker(fBroker);
+    // Services before libraries: a module may need its preferences as soon as it is made.
     OXModule::createModule<OXMemory>(fBroker);
     OXPreferences::create(fBroker, pOptions.preferences);
   }
@@ -61,6 +61,7 @@ int serve(const Options& pOptions, std::ostream& pOut, std::ostream& pErr,
     std::vector<std::string> addresses;
     for (const std::string& address : pOptions.addresses)
       addresses.push_back(server.listen(address));
+    // Announced together: whoever reads one line may rely on all addresses.
     for (const std::string& address : addresses) pOut << "listening on " << address << "\n";
     pOut.flush();
     pWait();
