@@ -3,8 +3,8 @@
 /// Levels: 1 fatal, 2 error, 3 warning, 4 information, 5 verbose. Thread-safe. Sinks run on the
 /// thread that logs, one record at a time.
 ///
-/// Nobody who logs waits for standard error: a thread of the log's own writes there. While nobody
-/// reads, some thousands of records are kept; further ones are dropped, and their number follows as
+/// No caller waits for standard error: a thread of the log's own writes there. While nobody reads,
+/// some thousands of records are kept; further ones are dropped, and their number follows as
 /// a record. At exit, std::terminate and SIGABRT the process waits until the records are written,
 /// at most a second; handlers of the program's own for the latter two, set before the first record
 /// or later, take the place of the log's.

@@ -24,7 +24,7 @@ struct OXWireLimits {
 };
 
 /// Listens and serves on a thread of its own; calls run on the broker's threads.
-/// Thread-safe but for the destructor.
+/// Thread-safe except for the destructor.
 class OX_API OXServer {
  public:
   /// Throws OXError when a limit leaves no room for a call.

@@ -8,7 +8,7 @@
 #include "options.h"
 
 int main(int pCount, char** pArguments) {
-  // Who reads the outputs may end before the daemon does (`oxbroker 2>&1 | head`).
+  // The reader of the outputs may end before the daemon does (`oxbroker 2>&1 | head`).
   std::signal(SIGPIPE, SIG_IGN);
   int status = OX::daemon::kDone;
   const auto options = OX::daemon::parseOptions(pCount, pArguments, std::cout, std::cerr, status);
@@ -22,7 +22,7 @@ int main(int pCount, char** pArguments) {
   return OX::daemon::serve(*options, std::cout, std::cerr, [&ends] {
     int signal = 0;
     sigwait(&ends, &signal);
-    // A second signal ends the program at once, in case a call does not end.
+    // A second signal ends the program at once, in case a call never returns.
     pthread_sigmask(SIG_UNBLOCK, &ends, nullptr);
   });
 }

@@ -1,4 +1,4 @@
-// The modules of a broker, one a line for scripts.
+// The modules of a broker, one per line for scripts.
 #include <memory>
 
 #include "commands/commands.h"

@@ -1,5 +1,5 @@
-// Whatever happens, subscriptions are given back: a subscriber that stays keeps its camera at its
-// frame rate and its buffers in memory.
+// Subscriptions end whatever happens: one that is left over keeps its camera at its frame rate and
+// its buffers in memory.
 #include "device/session.h"
 
 #include <fmt/format.h>

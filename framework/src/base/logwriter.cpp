@@ -1,6 +1,6 @@
 // The thread takes the whole queue at once and writes without the lock. It calls the system itself:
-// stdio's lock on standard error would pass a blocked write on to everyone else who prints there,
-// and to exit().
+// stdio's lock on standard error would make everyone else who prints there wait for a blocked
+// write, and exit() too.
 #include "logwriter.h"
 
 #include <poll.h>
@@ -39,10 +39,10 @@ std::string_view colorOf(int pLevel) {
   return pLevel == kInfo ? "\033[32m" : "\033[36m";  // green, cyan
 }
 
-/// Blocks every signal for the calling thread while it lives, but for those that a fault of the
-/// thread itself raises. A thread that is started meanwhile inherits that: handlers of the program
-/// don't run on it, nor does that of SIGABRT, which waits for it; and a reader that has gone is an
-/// error of its write and no SIGPIPE.
+/// While it lives, blocks every signal for the calling thread except those that a fault of the
+/// thread itself raises. A thread started in that time inherits the mask: the program's handlers
+/// don't run on it, nor does the one of SIGABRT, which waits for it; and a reader that has gone is
+/// an error of its write instead of a SIGPIPE.
 class SignalsBlocked {
  public:
   SignalsBlocked() {
@@ -65,7 +65,7 @@ bool writeAll(int pFile, std::string_view pBytes) {
     const ssize_t written = ::write(pFile, pBytes.data(), pBytes.size());
     if (written >= 0) {
       pBytes.remove_prefix(static_cast<std::size_t>(written));
-    } else if (errno == EAGAIN) {  // who shares the descriptor made it non-blocking
+    } else if (errno == EAGAIN) {  // another user of the descriptor made it non-blocking
       pollfd room{pFile, POLLOUT, 0};
       ::poll(&room, 1, -1);
     } else if (errno != EINTR) {

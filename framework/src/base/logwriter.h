@@ -1,5 +1,5 @@
-/// Writes records to a file descriptor on a thread of its own, so that nobody who logs waits for
-/// who reads: a terminal that was stopped, a pipe without a reader, a slow disk.
+/// Writes records to a file descriptor on a thread of its own, so that no thread that logs waits
+/// for a reader: a terminal that was stopped, a pipe that nobody reads, a slow disk.
 ///
 /// The queue is bounded. Records that find it full, or that the system refuses to write, are
 /// dropped and counted, and "N records dropped" follows as a record of its own once writing goes
@@ -27,7 +27,7 @@ namespace ki::log {
 /// the order of their write() calls.
 class LogWriter {
  public:
-  /// What may wait to be written. Up to as much again is being written meanwhile.
+  /// What may wait to be written. Up to as much again may be in the hands of the writing thread.
   struct Limits {
     std::size_t records = 4096;
     std::size_t bytes = 1024 * 1024;  ///< a single record may be larger

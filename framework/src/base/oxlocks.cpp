@@ -1,9 +1,9 @@
-// Both locks record their holders: only so can a thread that would wait for itself, or that
-// releases what it does not hold, get an error.
+// Both locks record their holders. Otherwise a thread that would wait for itself, or that releases
+// a lock it does not hold, could not be refused with an error.
 //
-// OXMutexRW keeps a queue in the order of arrival, on the stacks of the threads that wait. Whoever
-// releases hands the lock over to the front of the queue before anybody wakes, so nobody overtakes
-// and neither readers nor writers starve.
+// OXMutexRW keeps a queue in the order of arrival, on the stacks of the threads that wait. The
+// releasing thread passes the lock to the front of the queue before any waiter wakes, so none is
+// overtaken and neither readers nor writers starve.
 #include <oxframework/oxlocks.h>
 
 #include <algorithm>
@@ -17,9 +17,10 @@
 namespace OX {
 namespace {
 
+// Up to as many readers at once, taking the lock allocates nothing.
 constexpr std::size_t kExpectedReaders = 64;
 
-// Destructors call this, so it swallows all: also a log that can't be written.
+// Called by destructors, so it swallows everything, even the failure to log.
 template <class Lock>
 void releaseQuietly(Lock& pLock, void (Lock::*pRelease)(), const char* pHolder) noexcept {
   try {

@@ -85,7 +85,7 @@ bool OXThreadPool::post(Task pTask) {
     } catch (const std::exception& error) {  // no thread or no memory
       failure = error.what();
     }
-    // A thread that exists will take the task later; without one nobody ever would.
+    // A thread that exists will take the task later; without one it would never run.
     if (fState->threads > 0) return true;
     pTask = std::move(fState->queue.back());
     fState->queue.pop_back();

@@ -25,6 +25,7 @@ OXValue toValue(const OXMethodInfo& pMethod) {
       toValue(pMethod.examples));
 }
 
+/// In the order in which introspection shows them.
 std::vector<OXPublication<OXBrokerModule>> publications() {
   return {
       {.name = "getModuleList",
@@ -86,6 +87,7 @@ OXBrokerModule::OXBrokerModule(boost::shared_ptr<OXBroker> pBroker)
   publish(bindPublications(this, "OXBroker", publications()));
 }
 
+// The broker is held for one call only: it owns this module, which must not own it in turn.
 boost::shared_ptr<OXModuleCore> OXBrokerModule::xFind(const std::string& pModule,
                                                       const char* pFunction) {
   const boost::shared_ptr<OXBroker> broker = getParentBroker();
@@ -115,6 +117,7 @@ OXValue OXBrokerModule::getModuleDescription(const std::string& pModule) {
 
 void OXBrokerModule::setClientName(const std::string& pName) {
   if (pName.empty()) raiseError("OXBroker", "setClientName", "A client's name can't be empty");
+  // The connection is not among the arguments: it is known by the thread that serves the call.
   OXCallerContext* const caller = OXCallerContext::current();
   if (!caller)
     raiseError("OXBroker", "setClientName",
@@ -122,6 +125,7 @@ void OXBrokerModule::setClientName(const std::string& pName) {
   caller->setClientName(pName);
 }
 
+// Goes through dispatch like any call, so that its time is that of the whole way.
 bool OXBrokerModule::ping() { return true; }
 
 }  // namespace OX

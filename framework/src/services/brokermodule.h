@@ -15,7 +15,7 @@ class OXBrokerModule : public OXModule {
 
   /// An array of the names of modules, in the order of registration.
   OXValue getModuleList();
-  /// One array a method, in the order of binding: name, class, description, flags, parameters
+  /// One array per method, in the order of binding: name, class, description, flags, parameters
   /// as [name, description, type], return as [name, description, type], examples as
   /// [language, text]. Throws OXError for an unknown module.
   OXValue getMethodList(const std::string& pModule);

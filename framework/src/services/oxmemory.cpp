@@ -97,6 +97,7 @@ void OXMemory::subscribeToEvent(const std::string& pEventName, const std::string
     raiseError("OXMemory", "subscribeToEvent",
                "The names of event, module and callback must not be empty");
   const detail::MutexLock hold(fGuard);
+  // Counted each time: subscribing is rare, and a counter would have to be kept right everywhere.
   std::size_t total = 0;
   for (auto& [event, subscriptions] : fSubscriptions)
     for (Subscription& subscription : subscriptions) {

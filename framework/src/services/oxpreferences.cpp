@@ -18,6 +18,7 @@
 namespace OX {
 namespace {
 
+// Files written by hand have a few kilobytes: a larger one is a mistake, and is not read at all.
 constexpr std::uintmax_t kMaxFileBytes = std::uintmax_t{1024} * 1024;
 constexpr char kModule[] = "OXPreferences";
 constexpr char kFunction[] = "readPrefFile";
@@ -39,6 +40,7 @@ class PreferenceFile {
             std::string("the root element is <") + root.name() + ">; expected <preferences>");
     OXValue::Array entries;
     for (const pugi::xml_node& node : root.children())
+      // Comments are skipped, and so is text between the entries.
       if (node.type() == pugi::node_element) entries.push_back(xEntry(node));
     return entries;
   }
@@ -63,6 +65,7 @@ class PreferenceFile {
       raiseError(kModule, kFunction,
                  pPath + ": the file has " + std::to_string(size) + " bytes; " + "the limit is " +
                      std::to_string(kMaxFileBytes));
+    // A stream does not say why it could not open: the system does.
     errno = 0;
     std::ifstream file(pPath, std::ios::binary);
     if (!file)
@@ -71,6 +74,7 @@ class PreferenceFile {
                      "; it must be readable by the user that runs the broker");
     std::string text(size, ' ');
     file.read(text.data(), std::ssize(text));
+    // The file may have become shorter since its size was taken.
     text.resize(static_cast<std::size_t>(file.gcount()));
     if (text.empty())
       raiseError(kModule, kFunction,
@@ -115,6 +119,7 @@ class PreferenceFile {
                  const char* pWanted) const {
     Number number{};
     const char* const end = pValue.data() + pValue.size();
+    // Independent of the locale, and the whole text must be the number: "30 fps" is refused.
     const auto [stop, error] = std::from_chars(pValue.data(), end, number);
     if (error != std::errc() || stop != end || !std::isfinite(static_cast<double>(number)))
       xWrongValue(pNode, pName, pValue, pWanted);
@@ -130,6 +135,7 @@ class PreferenceFile {
 
   [[noreturn]] void xFail(std::ptrdiff_t pOffset, const std::string& pText,
                           const OXSourceLocation& pWhere = OXSourceLocation::current()) const {
+    // Lines are counted only for a message; the parser knows byte offsets alone.
     const auto offset = std::clamp<std::ptrdiff_t>(pOffset, 0, std::ssize(fText));
     const std::string_view before(fText.data(), static_cast<std::size_t>(offset));
     const auto line = std::count(before.begin(), before.end(), '\n') + 1;
@@ -188,6 +194,7 @@ boost::shared_ptr<OXPreferences> OXPreferences::create(const boost::shared_ptr<O
 }
 
 OXValue OXPreferences::readPrefFile(const std::string& pFileName, bool) {
+  // The name may come from a remote caller, who must not reach files outside the directory.
   const bool plain = !pFileName.empty() && pFileName.front() != '.' &&
                      pFileName.find_first_of(std::string_view("/\0", 2)) == std::string::npos;
   if (!plain)

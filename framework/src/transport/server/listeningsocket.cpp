@@ -81,7 +81,7 @@ class BasicListeningSocket : public ListeningSocket,
     }
   }
 
-  /// Logs the first failure of a row only: without descriptors there are ten a second.
+  /// Logs only the first of several failures in a row: without descriptors there are ten a second.
   void xFailed(const std::string& pReason) {
     if (!std::exchange(fFailing, true))
       ki::log::LogStream(ki::log::kError, "ox.transport", "", "accept", __LINE__)
@@ -127,7 +127,8 @@ bool isSocketFile(const std::string& pPath) {
   return ::lstat(pPath.c_str(), &file) == 0 && S_ISSOCK(file.st_mode);
 }
 
-/// Removes a socket file that no process listens on.
+/// Removes a socket file that no process listens on: a broker that was killed leaves one, and no
+/// other could bind to the path.
 void removeDeadSocket(asio::io_context& pIo, const Local::endpoint& pEndpoint) {
   if (!isSocketFile(pEndpoint.path())) return;
   Local::socket probe(pIo, Local());
