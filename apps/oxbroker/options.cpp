@@ -28,6 +28,7 @@ void addLimits(CLI::App& pApp, Options& pOptions) {
   add("--max-requests", limits.maxRequestsUnderWay, "Concurrent requests per connection")
       ->check(anyCount);
   add("--max-message-bytes", limits.maxMessageBytes, "Size of a message")->check(anyCount);
+  // The least with which a request passes: an array of four that contains the array of arguments.
   add("--max-array-elements", limits.maxArrayElements, "Elements of an array")
       ->check(CLI::Range(4, std::numeric_limits<int>::max()));
   add("--max-nesting", limits.maxNesting, "Depth of nested arrays, including the message itself")

@@ -16,6 +16,7 @@ namespace OX::cli {
 namespace {
 
 struct Options {
+  // Which pair the two numbers are depends on back and isSize: positions, sizes or angles.
   double first = 0;
   double second = 0;
   int camera = 0;
@@ -34,6 +35,7 @@ const char* methodName(const Options& pOptions) {
 
 void run(Context& pContext, const Options& pOptions) {
   const double unit = pOptions.unit == "degrees" ? std::numbers::pi / 180 : 1;  // in radians
+  // Only angles have a unit; positions and sizes are fractions of the image in both directions.
   const double toDevice = pOptions.back ? unit : 1;
   const double fromDevice = pOptions.back ? 1 : 1 / unit;
   OXSession session(pContext.broker, "angles");

@@ -33,6 +33,7 @@ void run(Context& pContext, const Options& pOptions, const std::vector<std::stri
   for (const OXValue& binary : binaries)
     bytes.append(static_cast<const char*>(binary.GetBinary()),
                  static_cast<std::size_t>(binary.getSize()));
+  // No file is written then: an empty one would look like a success.
   if (binaries.empty()) throw OXFailure("the result contains no binary: " + toJson(result));
   writeFile(pOptions.output, bytes, pContext.out);
   if (pOptions.output != "-") pContext.out.line(toJson(result));

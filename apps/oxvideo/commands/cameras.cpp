@@ -18,6 +18,8 @@ struct Camera {
   bool isOff;
 };
 
+/// Several calls, because the device has no operation that reports all settings at once: another
+/// client's change in between may show.
 Camera queryCamera(OXSession& pSession, int pIndex) {
   const auto ask = [&](const char* pMethod) { return pSession.device(pMethod, pIndex).toInt(); };
   return {pIndex,
@@ -42,6 +44,8 @@ OXJson asJson(const Camera& pCamera, int pActive) {
           {"active", pCamera.index == pActive}};
 }
 
+/// The grabber comes last because it is coloured: the table counts escape sequences as characters,
+/// which would shift every later column.
 std::vector<std::string> row(const Camera& pCamera, int pActive, const OXTextStyle& pStyle) {
   int width = 0, height = 0;
   setSizeFromResolution(pCamera.resolution, width, height);

@@ -16,13 +16,16 @@ namespace {
 int runExport(Context& pContext, const std::string& pInput, const ExportOptions& pOptions) {
   requireDifferentFiles(pInput, pOptions.output);
   OXInputRecording recording(pInput);
+  // Before the bar asks for the stream's number of images.
   recording.requireStream(pOptions.stream);
   ExportResult result;
   {
+    // In a block of its own: the bar must be cleared before the lines below are printed.
     OXProgress progress(pContext.err, "export", recording.images(pOptions.stream));
     result = exportRecording(recording, pOptions, [&](int pDone) { progress.update(pDone, ""); });
   }
   pContext.out.line(fmt::format("{}: {} images", printable(pOptions.output), result.frames));
+  // Reported, but no loss: every image is in the file, one unit of the container's time later.
   if (result.moved > 0)
     pContext.err.tryLine(fmt::format(
         "images not later than the one before, moved to just after it: {}", result.moved));

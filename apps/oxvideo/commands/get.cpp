@@ -11,6 +11,7 @@ namespace {
 
 void run(Context& pContext, SettingOptions pOptions) {
   const SettingName* name = takeSetting(pOptions, 0);
+  // Before connecting, so that an unknown name is a usage error without a broker.
   const int parameter = name ? name->parameter : parseParameter(pOptions.parameter);
   OXSession session(pContext.broker, "get");
   OXSetting setting(session, parameter, name, pOptions.subscriber, pOptions.camera);

@@ -16,11 +16,13 @@ namespace {
 
 int runImport(Context& pContext, const ImportOptions& pOptions) {
   requireDifferentFiles(pOptions.video, pOptions.output);
+  // Made at the first frame: the expected number is known only once the video is open.
   std::unique_ptr<OXProgress> progress;
   const ImportResult result = importVideo(pOptions, [&](int pDone, int pExpected) {
     if (!progress) progress = std::make_unique<OXProgress>(pContext.err, "import", pExpected);
     progress->update(pDone, "");
   });
+  // Clears the bar before the result is printed.
   progress.reset();
   pContext.out.line(fmt::format("{}: {} images of {}x{}", printable(pOptions.output), result.frames,
                                 result.size.width, result.size.height));
@@ -39,6 +41,8 @@ void addImport(OXCommandLine& pLine, Context& pContext) {
                          "  oxvideo import test test.oxv --frames 90\n"
                          "Images are stored as kYUV422, the format of the cameras; other aspect "
                          "ratios get black bars."});
+  // Texts and not numbers: the parser's own complaints don't say which sizes and rates a camera
+  // has.
   struct Options : ImportOptions {
     std::string sizeText, fpsText;
   };

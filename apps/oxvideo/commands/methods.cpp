@@ -35,6 +35,8 @@ Publication::Part parsePart(const OXValue& pValue) {
   return {pValue[0].toString(), pValue[1].toString(), pValue[2].toString()};
 }
 
+/// A reply of another shape needs no checks here: OXValue throws an error that names the kind found
+/// and the kind wanted.
 Publication parsePublication(const OXValue& pValue) {
   Publication method{pValue[0].toString(),
                      pValue[1].toString(),
@@ -77,6 +79,7 @@ std::string signature(const Publication& pMethod, const OXTextStyle& pStyle) {
 std::string describeValue(const std::string& pName, const std::string& pText, std::size_t pWidth) {
   const int indent = static_cast<int>(pWidth) + 6;
   std::string text = indentLines(printable(pText), indent);
+  // The first line follows the name instead of an indentation; an empty text has none to remove.
   text.erase(0, std::min<std::size_t>(text.size(), static_cast<std::size_t>(indent)));
   return fmt::format("    {:<{}}  {}\n", printable(pName), pWidth, text);
 }
@@ -115,6 +118,7 @@ std::vector<std::string> requestedModules(OXSession& pSession, const Options& pO
 
 void run(Context& pContext, const Options& pOptions) {
   OXSession session(pContext.broker, "methods");
+  // Text is printed module by module as it arrives; JSON has to be collected into one document.
   OXJson everything = OXJson::object();
   const OXTextStyle style = pContext.style();
   for (const std::string& module : requestedModules(session, pOptions)) {
@@ -129,6 +133,7 @@ void run(Context& pContext, const Options& pOptions) {
         pContext.out.line(methodText(publication, style));
     }
     if (!pOptions.module.empty())
+      // One module needs no key to be found by: its array is the whole document.
       everything = std::move(list);
     else
       everything.add(module, list);

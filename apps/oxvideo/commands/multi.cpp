@@ -73,11 +73,13 @@ int run(Context& pContext, const Options& pOptions) {
   const std::vector<StreamRequest> streams = streamRequests(pOptions, session);
   OXSubscription subscription(session, streams, kLowestFps);
   const auto images = subscription.images();
+  // Before encoding, which takes longer than the cameras should stay subscribed.
   subscription.end();
 
   OXJson list = OXJson::array();
   std::size_t written = 0;
   for (std::size_t i = 0; i < streams.size(); ++i) {
+    // An invalid reply leaves the list empty.
     if (i >= images.size() || !images[i]) {
       pContext.err.tryLine(fmt::format("no frame from camera {}", streams[i].camera));
       continue;

@@ -85,6 +85,7 @@ Pusher::Pusher(Context& pContext, const Options& pOptions)
       fFit(pOptions.fit == "stretch" ? Fit::kStretch : Fit::kPad),
       fSession(pContext.broker, "push") {
   for (const int camera : pOptions.cameras) {
+    // A provisional pacer: run() starts it once the source is open, which may take seconds.
     Feed feed{camera, fSize.value_or(FrameSize{}), OXPacer({}, fFps.value_or(1)), {}};
     xAdoptExpectedInput(feed);
     fFeeds.push_back(feed);
@@ -150,6 +151,8 @@ void Pusher::xShowProgress() {
 
 /// Pushes until the source or the number of frames ends, or a signal comes.
 void Pusher::xPushAll() {
+  // One thread serves all cameras, the earliest slot first: a push takes far less than a slot, and
+  // the source is decoded only once.
   while (Feed* feed = xNextDue()) {
     if (!OXInterrupt::waitUntil(feed->pacer.due()) || !xStep(*feed)) return;
     xShowProgress();

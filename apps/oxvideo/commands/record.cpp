@@ -64,6 +64,7 @@ Recorder::Recorder(Context& pContext, const Options& pOptions)
       fStream(streamRequest(pOptions.view, fSession)),
       fFps(frameRate(pOptions, fSession)),
       fRecording(fSession, fStream, fFps),
+      // The smallest image there is, luma only: 19 KB for each of up to ten looks a period.
       fPreview(fSession, StreamRequest{fStream.camera, kQQVGA, kYuv}, fFps),
       fPoll(std::chrono::milliseconds(100) / std::max(fFps, 1)),
       fProgress(pContext.err, "record", pOptions.frames) {}

@@ -18,6 +18,7 @@ int runRepair(Context& pContext, const std::string& pInput, const std::string& p
   OXInputRecording recording(pInput);
   OXProgress progress(pContext.err, "repair", recording.allImages());
   const RepairResult result = repair(recording, pOutput, progressCallback(progress));
+  // Two different numbers: one damaged place may cost many images, or none if it is in the index.
   const auto& damage = recording.video().getDamage();
   pContext.out.line(fmt::format("{}: {} images kept, lost: {}, damaged places: {}",
                                 printable(pOutput), result.kept, result.lost, damage.size()));

@@ -13,6 +13,7 @@ void run(Context& pContext, SettingOptions pOptions) {
   const SettingName* name = takeSetting(pOptions, 1);
   const int parameter = name ? name->parameter : parseParameter(pOptions.parameter);
   const bool isDefault = pOptions.words.front() == "default";
+  // Parsed before connecting, so that a misspelt value is a usage error without a broker.
   const int value = isDefault ? 0 : parseValue(parameter, pOptions.words.front());
   OXSession session(pContext.broker, "set");
   OXSetting setting(session, parameter, name, pOptions.subscriber, pOptions.camera);

@@ -32,6 +32,7 @@ CameraImage waitForImage(OXSubscription& pSubscription, const Options& pOptions)
   const auto limit = Clock::now() + std::chrono::duration_cast<Clock::duration>(
                                         std::chrono::duration<double>(pOptions.timeoutSeconds));
   while (!OXInterrupt::requested()) {
+    // Asked before the time is checked, so that --timeout 0 still makes one request.
     if (auto image = pSubscription.image()) return std::move(*image);
     if (Clock::now() >= limit)
       throw OXFailure(

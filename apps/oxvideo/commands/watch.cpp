@@ -42,6 +42,7 @@ struct RequestCounts {
   }
   double seconds(Clock::time_point pNow) const { return Seconds(pNow - start).count(); }
   double rate(Clock::time_point pNow) const {
+    // Bounded, because an interrupted run may end at the very moment at which it began.
     return static_cast<double>(frames) / std::max(seconds(pNow), 1e-9);
   }
 };
@@ -61,6 +62,7 @@ class Watcher {
     return fOptions.frames > 0 && Seconds(pNow - fLastFrame).count() > fOptions.timeoutSeconds;
   }
 
+  // In the order of construction: the subscription needs session and stream, and ends before them.
   Context& fContext;
   const Options& fOptions;
   OXSession fSession;
@@ -89,8 +91,8 @@ Watcher::Watcher(Context& pContext, const Options& pOptions)
   fPeriod = std::chrono::duration_cast<Clock::duration>(Seconds(1.0 / std::max(fps, 1)));
 }
 
-/// Makes one request and schedules the next: just before a new frame can arrive, then a few times a
-/// period, so that every frame is seen and few are transferred twice.
+/// Makes one request and schedules the next: just before a new frame can arrive, then every tenth
+/// of a period, so that every frame is seen, at most that much late, and few are transferred twice.
 void Watcher::xRequest() {
   const auto asked = Clock::now();
   const auto image = fSubscription.image();
@@ -108,6 +110,7 @@ void Watcher::xRequest() {
     ++fTotal.frames;
     fNewestUs = image->timestampUs;
     fLastFrame = answered;
+    // Counted from the request and not its reply, whose latency must not slow the rhythm.
     fNextRequest = asked + fPeriod * 9 / 10;
   }
 }

@@ -73,6 +73,7 @@ std::vector<std::optional<CameraImage>> parseImagesReply(const OXValue& pReply) 
 
   std::vector<std::optional<CameraImage>> images;
   for (int i = 0; i < count; ++i) {
+    // In the place of a camera without a frame; it has no pixels at the end either.
     if (pReply[i].isArray() && pReply[i].getSize() == 0) {
       images.emplace_back();
       continue;

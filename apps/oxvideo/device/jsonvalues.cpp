@@ -48,6 +48,7 @@ OXValue fromJson(const Json& pJson, const std::string& pWord, int pDepth) {
       return {std::move(elements)};
     }
     case Json::value_t::object:
+      // The wire refuses maps in arguments.
       throw OXUsageError(fmt::format("{}: objects are not supported as arguments; use an array",
                                      printable(pWord)));
     default:
@@ -55,6 +56,7 @@ OXValue fromJson(const Json& pJson, const std::string& pWord, int pDepth) {
   }
 }
 
+/// Recursive, which is safe: the transport limits the nesting of what it receives.
 void collectBinaries(const OXValue& pValue, std::vector<OXValue>& pResult) {
   if (pValue.isBinary()) pResult.push_back(pValue);
   if (pValue.isArray())

@@ -71,6 +71,8 @@ OXSetting::OXSetting(OXSession& pSession, int pParameter, const SettingName* pNa
       fName(pName),
       fId(pId),
       fIsCameraNamed(pCamera.has_value()) {
+  // Resolved once, so that reading and setting concern the same camera even if another client
+  // activates a different one in between.
   if (fId.empty()) fCamera = pCamera ? *pCamera : pSession.device("getActiveCamera").toInt();
 }
 

@@ -9,6 +9,8 @@
 namespace OX::cli {
 
 void addSettingOptions(OXVerb& pVerb, SettingOptions& pOptions) {
+  // One list for setting and value: which word is which depends on --parameter, and so is known
+  // only after parsing.
   pVerb.option("SETTING", pOptions.words,
                "resolution, colorspace, fps or camera (the active one); set takes a value after "
                "it, or \"default\"");
@@ -35,6 +37,7 @@ const SettingName* takeSetting(SettingOptions& pOptions, std::size_t pRest) {
   if (isNamed) return nullptr;
   const SettingName* setting = &settingNamed(pOptions.words.front());
   pOptions.words.erase(pOptions.words.begin());
+  // Refused, or --camera would be read as the camera to activate.
   if (setting->parameter == kCameraSelectID && pOptions.camera)
     throw OXUsageError(
         "the active camera is a setting of the device or a subscriber: leave out --camera");
@@ -43,6 +46,7 @@ const SettingName* takeSetting(SettingOptions& pOptions, std::size_t pRest) {
 
 std::string valueLine(const SettingOptions& pOptions, const SettingName* pName,
                       OXSetting& pSetting) {
+  // Read back, so that set prints what the device made of the value.
   const int value = pSetting.get();
   const std::string text =
       valueText(pName ? pName->parameter : parseParameter(pOptions.parameter), value);

@@ -21,6 +21,7 @@ void addViewOptions(OXVerb& pVerb, ViewOptions& pOptions) {
       .valueName("NAME");
 }
 
+/// Apart from streamRequest(), which needs a session: misspelt names are usage errors without one.
 void checkNames(const ViewOptions& pOptions) {
   parseColorSpace(pOptions.colorSpace);
   if (!pOptions.resolution.empty()) parseResolution(pOptions.resolution);
@@ -33,6 +34,7 @@ StreamRequest streamRequest(const ViewOptions& pOptions, OXSession& pSession) {
     return stream;
   }
   stream.resolution = pSession.device("getResolution", pOptions.camera).toInt();
+  // A camera that reports none of the four is asked for the size that cameras start with.
   if (stream.resolution < kQQVGA || stream.resolution > k4VGA) stream.resolution = kQVGA;
   return stream;
 }

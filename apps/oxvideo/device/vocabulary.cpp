@@ -14,6 +14,8 @@ namespace OX::cli {
 
 namespace {
 
+// from_chars, unlike stoi, accepts no blanks, no plus sign and no locale's comma; the whole word
+// must be the number.
 template <typename Number>
 std::optional<Number> parseNumber(std::string_view pText) {
   Number number = {};
@@ -74,6 +76,7 @@ constexpr ParameterName kParameters[] = {
 
 FrameSize parseSize(const std::string& pText) {
   const auto size = parsePair(pText, 'x');
+  // Four sizes and no others: the device has buffers and scaling for these.
   if (size && getResolutionFromSize(size->first, size->second) >= 0)
     return {size->first, size->second};
   throw OXUsageError(
@@ -83,6 +86,7 @@ FrameSize parseSize(const std::string& pText) {
 
 double parseFps(const std::string& pText) {
   const auto fps = parseNumber<double>(pText);
+  // Far above any camera: what is larger was meant as something else, such as microseconds.
   if (fps && *fps > 0 && *fps <= 1000) return *fps;
   throw OXUsageError(fmt::format(
       "\"{}\" is not a frame rate: use a number above 0, up to 1000 (frames per second)",

@@ -122,6 +122,8 @@ void OXFrameScaler::Impl::scale(const AVFrame& pFrame, FrameSize pSize) {
   const AVPixelFormat format = plainFormat(pFrame.format, fullRange);
   fullRange = fullRange || pFrame.color_range == AVCOL_RANGE_JPEG;
   // The library trades accuracy of colours for speed unless these flags forbid it.
+  // Kept from frame to frame: making one costs more than scaling a small frame. Released first,
+  // because the library frees it when it needs another.
   scaler.reset(sws_getCachedContext(scaler.release(), pFrame.width, pFrame.height, format,
                                     pSize.width, pSize.height, AV_PIX_FMT_RGB24,
                                     SWS_BICUBIC | SWS_ACCURATE_RND | SWS_FULL_CHR_H_INT, nullptr,

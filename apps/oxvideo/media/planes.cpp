@@ -24,6 +24,7 @@ struct Pair {
   int firstY, secondY, u, v;
 };
 
+/// Widths are even: newFrame() refuses others.
 void fillPairs(const CameraImage& pImage, const Pair& pPair, AVFrame& pFrame) {
   eachRow(pImage.pixels, pImage.width * 2, pImage.height, [&](const unsigned char* pRow, int pY) {
     unsigned char* y = rowOf(pFrame, 0, pY);
@@ -59,6 +60,7 @@ void fillColors(const Picture& pPicture, AVFrame& pFrame) {
               to[0] = pRow[2];
               to[1] = pRow[1];
               to[2] = pRow[0];
+              // Padding; opaque, in case a reader takes it for alpha.
               to[3] = 255;
             }
           });
@@ -76,6 +78,7 @@ AVPixelFormat losslessFormat(int pColorSpace) {
     case kYuv:
       return AV_PIX_FMT_GRAY8;
     default:
+      // RGB, and all that is shown as RGB: FFV1 takes 24-bit colours only with a padding byte.
       return AV_PIX_FMT_BGR0;
   }
 }

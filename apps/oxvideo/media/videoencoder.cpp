@@ -20,6 +20,7 @@ namespace {
 
 // The unit of recorded stamps, so that nothing is rounded before the container does.
 constexpr AVRational kMicroseconds{1, 1'000'000};
+// For a stream too short to have a rate; players take it as a hint only.
 constexpr AVRational kUsualRate{30, 1};
 
 struct CloseMuxer {
@@ -98,6 +99,7 @@ void OXVideoEncoder::Impl::openEncoder(AVCodecID pCodec) {
   encoder->pix_fmt =
       pCodec == AV_CODEC_ID_FFV1 ? losslessFormat(options.colorSpace) : AV_PIX_FMT_YUV420P;
   encoder->time_base = kMicroseconds;
+  // The bound holds broadcast rates such as 30000/1001 exactly.
   encoder->framerate = options.fps > 0 ? av_d2q(options.fps, 1001000) : kUsualRate;
   // Without reordering a packet's decoding time is its display time, and the first one is 0.
   encoder->max_b_frames = 0;

@@ -50,9 +50,11 @@ ExportResult exportPictures(OXInputRecording& pInput, const ExportOptions& pOpti
   std::error_code error;
   fs::create_directories(pOptions.output, error);
   if (error) throw OXFailure(fmt::format("{}: {}", pOptions.output, error.message()));
+  // writeFile() writes to it only if the name is "-", which no picture has.
   OXOutput out(1);
   return forEachImage(
       pInput, pOptions.stream, pOnFrame, [&](const CameraImage& pImage, int pNumber) {
+        // Six digits keep the names in order for nine hours at 30 images a second.
         const std::string name = fmt::format("image-{:06}-{}.png", pNumber, pImage.timestampUs);
         writeFile((fs::path(pOptions.output) / name).string(), encodePng(toPicture(pImage)), out);
       });
@@ -60,6 +62,7 @@ ExportResult exportPictures(OXInputRecording& pInput, const ExportOptions& pOpti
 
 ExportResult exportVideo(OXInputRecording& pInput, const ExportOptions& pOptions,
                          const std::function<void(int)>& pOnFrame) {
+  // What an encoder must know before the first frame: format, mean rate and time of the start.
   const StreamReport stream =
       makeReport(pInput).streams.at(static_cast<std::size_t>(pOptions.stream));
   EncoderOptions options{pOptions.output, pOptions.codec};

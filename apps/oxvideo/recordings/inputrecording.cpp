@@ -12,6 +12,7 @@
 namespace OX::cli {
 
 OXInputRecording::OXInputRecording(const std::string& pPath) : fPath(pPath) {
+  // Damage is no failure: getDamage() lists it, and what is intact can be read.
   if (!fVideo.readVideo(pPath)) throw OXFailure(fVideo.getLastError());
 }
 
@@ -33,6 +34,7 @@ const std::vector<unsigned char>* OXInputRecording::bytes(int pIndex, int pStrea
     return nullptr;
   }
   // The file class accepts frames of any size; whoever converts pixels relies on the stream's.
+  // 0 for a format that no frame can have: then no frame matches.
   const auto expected = static_cast<std::size_t>(fVideo.getStream(pStream).fFrameBytes);
   if (fBytes.size() == expected) return &fBytes;
   const auto place = fVideo.getFrameInfo(pIndex, pStream);
@@ -58,6 +60,8 @@ CameraImage OXInputRecording::image(int pIndex, int pStream) {
 
 void requireDifferentFiles(const std::string& pInput, const std::string& pOutput) {
   std::error_code ignored;
+  // Compares the files and not the names, which a link or "./" would disguise. For an
+  // output that does not exist yet the answer is no, and the error can be ignored.
   if (std::filesystem::equivalent(pInput, pOutput, ignored))
     throw OXUsageError("the output is the same file as the input: " + printable(pInput));
 }

@@ -28,6 +28,8 @@ std::vector<std::int64_t> timeStamps(const OXVideo& pVideo, int pStream, int pCo
   return stamps;
 }
 
+/// The upper of the middle two for an even number. Selects instead of sorting: a recording of ten
+/// hours has a million stamps.
 std::int64_t median(std::vector<std::int64_t> pValues) {
   if (pValues.empty()) return 0;
   const auto middle = pValues.begin() + static_cast<std::ptrdiff_t>(pValues.size() / 2);
@@ -39,6 +41,7 @@ void findGaps(const std::vector<std::int64_t>& pStamps, StreamReport& pReport) {
   std::vector<std::int64_t> intervals;
   for (std::size_t i = 1; i < pStamps.size(); ++i) {
     const std::int64_t interval = stampDifference(pStamps[i], pStamps[i - 1]);
+    // Steps back and repetitions would pull the median down; they are a fault of their own.
     if (interval > 0)
       intervals.push_back(interval);
     else
@@ -48,7 +51,8 @@ void findGaps(const std::vector<std::int64_t>& pStamps, StreamReport& pReport) {
   pReport.usualIntervalUs = usual;
   for (std::size_t i = 1; usual > 0 && i < pStamps.size(); ++i) {
     const std::int64_t interval = stampDifference(pStamps[i], pStamps[i - 1]);
-    // More than one and a half intervals, written so that it can't overflow.
+    // More than one and a half intervals, written so that it can't overflow. The number missing is
+    // rounded, because stamps jitter: 2.6 intervals lack two images.
     if (interval / 3 > usual / 2)
       pReport.gaps.push_back(
           {static_cast<int>(i) - 1, interval, (interval - usual + usual / 2) / usual});
@@ -63,6 +67,7 @@ StreamReport makeStreamReport(const OXVideo& pVideo, int pStream) {
   report.firstUs = stamps.front();
   report.lastUs = stamps.back();
   const std::int64_t length = stampDifference(report.lastUs, report.firstUs);
+  // One interval fewer than images.
   if (length > 0) report.fps = static_cast<double>(stamps.size() - 1) / seconds(length);
   findGaps(stamps, report);
   std::set<int> cameras;
@@ -83,6 +88,7 @@ std::string streamText(const StreamReport& pStream, std::size_t pNumber) {
       seconds(pStream.usualIntervalUs) * 1000, cameras.empty() ? "" : ", camera " + join(cameras));
 }
 
+/// A fault of the recorder, not of the file: yellow, where damage is red.
 std::string gapLines(const StreamReport& pStream, const OXTextStyle& pStyle) {
   std::string text;
   for (std::size_t i = 0; i < pStream.gaps.size() && i < kShownLines; ++i) {

@@ -53,6 +53,7 @@ OXOption& OXOption::group(const char* pHeading) {
   return *this;
 }
 
+// The library's own check reads well for integers.
 OXOption& OXOption::range(int pFirst, int pLast) {
   fOption->check(CLI::Range(pFirst, pLast));
   return *this;
@@ -90,6 +91,8 @@ OXOption& OXOption::excludes(const OXOption& pOther) {
   return *this;
 }
 
+// One overload per type of target, since a template in the header would bring the library's headers
+// along.
 CLI::Option* OXVerb::xOption(const char* pNames, int& pTarget, const char* pHelp) {
   return fApp->add_option(pNames, pTarget, pHelp);
 }
@@ -163,6 +166,7 @@ std::string OXCommandLine::run(const std::vector<std::string>& pWords) {
 
 std::optional<int> parseInt(const std::string& pWord) {
   int number = 0;
+  // As the values of options are read, so that `set` accepts the same notations.
   if (!CLI::detail::lexical_cast(pWord, number)) return std::nullopt;
   return number;
 }

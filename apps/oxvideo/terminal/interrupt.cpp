@@ -40,6 +40,7 @@ void OXInterrupt::install() {
   action.sa_handler = onSignal;
   sigemptyset(&action.sa_mask);
   // No SA_RESTART: a blocking open() must be interrupted too.
+  // Reset by the first signal, so that a second one ends a program that is stuck.
   action.sa_flags = static_cast<int>(SA_RESETHAND);
   sigaction(SIGINT, &action, nullptr);
   sigaction(SIGTERM, &action, nullptr);

@@ -17,12 +17,14 @@ OXProgress::OXProgress(OXOutput& pOutput, std::string pLabel, std::int64_t pTota
       fNext(std::chrono::steady_clock::now()) {}
 
 OXProgress::~OXProgress() {
+  // Leaves an empty line to the result that is printed next.
   if (fDrawn) fOutput.tryWrite("\r\x1b[K");
 }
 
 void OXProgress::update(std::int64_t pDone, const std::string& pRemark) {
   const auto now = std::chrono::steady_clock::now();
   if (!fEnabled || now < fNext) return;
+  // Drawing each of a thousand images a second would cost more than reading them.
   fNext = now + std::chrono::milliseconds(100);
   fDrawn = true;
   fOutput.tryWrite("\r" + render(fLabel, pDone, fTotal, pRemark, fOutput.columns()) + "\x1b[K");

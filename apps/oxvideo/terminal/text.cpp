@@ -108,6 +108,7 @@ std::string OXTable::text(const OXTextStyle& pStyle) const {
   const auto add = [&](const std::vector<std::string>& pCells, bool pIsHeading) {
     for (std::size_t column = 0; column < pCells.size(); ++column) {
       const bool isLast = column + 1 == pCells.size();
+      // Nothing after the last cell, which therefore is the only one that may contain colours.
       const std::size_t blanks = isLast ? 0 : widths[column] - displayWidth(pCells[column]) + 2;
       result += pIsHeading ? pStyle.bold(pCells[column]) : pCells[column];
       result += std::string(blanks, ' ');
