@@ -40,6 +40,7 @@ OXImage* OXDeviceLink::lend(OXImage* (IVideoInput::*pOperation)(const std::strin
              " instead",
          __LINE__);
   const boost::shared_ptr<OXBroker> broker = fBroker.lock();
+  // Held during the call: the device cannot end while it lends.
   const boost::shared_ptr<OXModuleCore> module =
       broker ? broker->getModule(kDevice) : boost::shared_ptr<OXModuleCore>();
   IVideoInput* const device = dynamic_cast<IVideoInput*>(module.get());

@@ -14,6 +14,7 @@ struct Size {
   int width;
   int height;
 };
+// By identifier: kQQVGA is 0.
 constexpr std::array<Size, 4> kSizes{{{160, 120}, {320, 240}, {640, 480}, {1280, 960}}};
 
 struct Name {
@@ -46,6 +47,7 @@ int numberOf(const Names& pNames, const char* pText) {
   if (!pText) return -1;
   for (const auto compare : {&std::strcmp, &strcasecmp})
     for (const Name& name : pNames)
+      // Also without the k, which people leave out.
       if (compare(name.text, pText) == 0 || compare(name.text + 1, pText) == 0) return name.number;
   return -1;
 }
@@ -74,6 +76,7 @@ int getLayersFromColorSpace(int pColorSpace) {
     case kYYCbCr:
       return 2;
     default:
+      // Unknown ones count as the largest, so that a buffer made for one is never too small.
       return 3;
   }
 }

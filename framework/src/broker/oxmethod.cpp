@@ -78,6 +78,7 @@ std::string kindsOf(const OXValue::Array& pArguments) {
   std::string signatures;
   for (const OXMethodInfo& method : pMethods)
     if (method.name == pName) signatures += "\n\t" + method.signature();
+  // Two different mistakes: a misspelt name, and arguments that fit none of its publications.
   if (signatures.empty()) raiseError(pModule, pName, pModule + " has no method \"" + pName + "\"");
   raiseError(pModule, pName,
              "\"" + pName + "\" doesn't take " + kindsOf(pArguments) + ". There is:" + signatures);

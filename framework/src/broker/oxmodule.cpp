@@ -19,6 +19,7 @@ void OXModuleCore::execute(const std::string& pMethod, const OXValue& pArguments
 
 std::string OXModuleCore::version() { return OX_VERSION; }
 
+// Not in the constructor, where shared_from_this() has no owner to share with yet.
 void OXModuleCore::initModule() {
   const boost::shared_ptr<OXBroker> broker = getParentBroker();
   if (!broker) raiseError(fName, "initModule", "There is no broker to register with: it has ended");
@@ -33,6 +34,7 @@ void OXModuleCore::publish(std::vector<OXMethodInfo> pMethods) {
   fMethods.reserve(fMethods.size() + pMethods.size());
   for (OXMethodInfo& method : pMethods) {
     fCurrent = std::move(method);
+    // The same way as a single binding, so that both are checked alike.
     bindMethod(std::move(fCurrent.functor));
   }
 }
@@ -80,6 +82,7 @@ OXModule::OXModule(boost::shared_ptr<OXBroker> pBroker, const std::string& pName
 
 OXModule::~OXModule() = default;
 
+// A host may call each of these on any module; few modules have anything to do then.
 void OXModule::exit() {}
 
 void OXModule::stop(int) {}

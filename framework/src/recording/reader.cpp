@@ -14,6 +14,7 @@ namespace {
 
 constexpr std::size_t kEntriesPerBlock = 4096;
 constexpr std::size_t kMaxFrames = std::numeric_limits<std::int32_t>::max();
+// The sizes of images and buffers are ints, and so are their indexes.
 constexpr std::uint32_t kMaxPayloadBytes = std::numeric_limits<std::int32_t>::max();
 // Pixels are read and checked in steps that stay in the cache; 128 KB to 512 KB measured the same.
 constexpr std::size_t kReadStepBytes = 256 * 1024;
@@ -28,6 +29,7 @@ std::int64_t frameBytes(const streamHeader& pStream, int pColorSpace) {
   if (pStream.width <= 0 || pStream.height <= 0 || pStream.pixelDepth != 8) return 0;
   const std::int64_t pixels = std::int64_t{pStream.width} * pStream.height;
   const std::int64_t layers = getLayersFromColorSpace(pColorSpace);
+  // Divided, because the product of hostile sides may not even fit into 64 bits.
   return pixels <= std::numeric_limits<std::int32_t>::max() / layers ? pixels * layers : 0;
 }
 
@@ -119,6 +121,7 @@ bool RecordingReader::xReadIndex(std::uint64_t pSize) {
     return false;
   const auto trailer = decodeTrailer(bytes);
   if (!trailer) return false;
+  // In this order no difference is negative and no product overflows.
   const std::uint64_t room = pSize - kTrailerBytes - kIndexMarkerBytes;
   if (trailer->fIndexOffset < fFirstFrame || trailer->fIndexOffset > room ||
       trailer->fEntries > kMaxFrames ||
@@ -255,6 +258,7 @@ bool RecordingReader::xReadPixels(const Frame& pFrame, const FrameHeader& pHeade
 
 RecordingReader::Result RecordingReader::read(const Frame& pFrame, int pStream, OXImage& pImage) {
   const OXVideoStream& stream = getStream(pStream);
+  // Format and room before the first byte is read: pixels go straight into the image.
   if (pFrame.fPayloadBytes != stream.fFrameBytes) {
     xFail(byteText(pFrame.fOffset) + "a frame of " + std::to_string(pFrame.fPayloadBytes) +
           " bytes; its stream has frames of " + std::to_string(stream.fFrameBytes));

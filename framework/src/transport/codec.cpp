@@ -50,6 +50,7 @@ class ValueReader {
         return static_cast<int>(pObject.via.i64);
       case msgpack::type::FLOAT32:
       case msgpack::type::FLOAT64:
+        // The unpacker widens both; the value rounds to single precision.
         return pObject.via.f64;
       case msgpack::type::STR:
         return textOf(pObject);
@@ -73,6 +74,8 @@ class ValueReader {
     return xRefuse("the integer " + std::to_string(pInteger) + ", which is outside 32 bits");
   }
 
+  /// A value that cannot be represented is a mistake of the caller and no violation: the rest is
+  /// still read, and the call is answered with an error.
   OXValue xRefuse(const std::string& pProblem) {
     if (fProblem.empty()) fProblem = pProblem;
     return {};
@@ -132,6 +135,7 @@ std::uint32_t readId(const msgpack::object& pObject) {
 void readName(const msgpack::object& pObject, IncomingMessage& pMessage) {
   if (!isText(pObject)) throw WireViolation("malformed message: its method is not a text");
   const std::string name = textOf(pObject);
+  // At the first dot: a method's name may contain others.
   const std::size_t dot = name.find('.');
   pMessage.target = name.substr(0, dot);
   if (dot != std::string::npos) pMessage.method = name.substr(dot + 1);
@@ -212,6 +216,7 @@ class ValueWriter {
         xArray(pValue.toArray(), pLevelsAround);
         break;
     }
+    // After every value, so that a hopeless message is not encoded to its end first.
     const auto limit = static_cast<std::size_t>(fLimits.maxMessageBytes);
     if (fMessage.getSize() > limit)
       xRefuse("message of at least " + std::to_string(fMessage.getSize()) + " bytes", limit);

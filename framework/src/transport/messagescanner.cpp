@@ -66,6 +66,7 @@ bool MessageScanner::xReadHead(const unsigned char* pData, std::size_t pSize) {
   for (std::size_t i = 1; i <= head.countBytes; ++i) count = count << 8 | pData[fPosition + i];
 
   const std::size_t data = head.kind == Head::kData ? count : 0;
+  // A count has at most 32 bits, so this cannot overflow.
   const std::size_t end = fPosition + 1 + head.countBytes + head.extraBytes + data;
   const auto limit = static_cast<std::size_t>(fLimits.maxMessageBytes);
   if (end > limit)

@@ -44,6 +44,7 @@ OXImage::OXImage(int pWidth, int pHeight, int pColorSpace, bool pDataAreExternal
       fRightAngle(pRightAngle),
       fBottomAngle(pBottomAngle),
       fDataAreExternal(pDataAreExternal) {
+  // As for an unknown resolution, so that callers check one thing.
   if (fWidth < 0 || fHeight < 0) fWidth = fHeight = -1;
   xAllocate();
 }
@@ -95,6 +96,7 @@ void OXImage::setExternalData(unsigned char* pData, std::size_t pCapacityBytes) 
 }
 
 std::size_t OXImage::getSizeBytes() const {
+  // Never beyond the memory, though a later format may be larger than what was allocated.
   return fData ? std::min(formatBytes(fWidth, fHeight, fNbLayers), fCapacityBytes) : 0;
 }
 
@@ -103,6 +105,7 @@ OXValue OXImage::toOXValue() const {
   OXValue pixels;
   pixels.SetBinary(fData, static_cast<int>(getSizeBytes()));
   return OXValue::array(fWidth, fHeight, fNbLayers, fColorSpace,
+                        // Two ints: values have no integer of 64 bits.
                         static_cast<int>(static_cast<std::uint32_t>(stamp >> 32)),
                         static_cast<int>(static_cast<std::uint32_t>(stamp)), std::move(pixels),
                         static_cast<int>(fCameraId), fLeftAngle, fTopAngle, fRightAngle,

@@ -36,6 +36,8 @@ std::string OXValue::TypeToString(int pType) {
   return known ? kNames[static_cast<std::size_t>(pType)] : "unknown";
 }
 
+// Only these conversions: bool and int into each other, int into float. A text is never read as a
+// number, since a wrong kind is a mistake of the caller that must show.
 bool OXValue::toBool() const {
   if (const bool* value = std::get_if<bool>(&fValue)) return *value;
   if (const int* value = std::get_if<int>(&fValue)) return *value != 0;

@@ -45,6 +45,7 @@ OXValue ClientStream::call(const std::string& pModule, const std::string& pMetho
   const std::string name = pModule + "." + pMethod;
   Waiting waiting;
   detail::MutexLock guard(fGuard);
+  // Wraps round after 2^32 calls, when the call of the same number has long ended.
   const std::uint32_t id = ++fLastId;
   if (!fEndReason) {
     guard.unlock();
@@ -67,6 +68,7 @@ OXValue ClientStream::call(const std::string& pModule, const std::string& pMetho
     });
     fWaiting.erase(id);
   }
+  // An answer counts even if the connection ended just after it.
   if (!waiting.answer && fEndReason)
     raiseError(kModule, "call",
                name + ": the connection to " + fAddress + " has ended: " + *fEndReason);

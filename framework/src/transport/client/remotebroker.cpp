@@ -44,6 +44,7 @@ class OXRemoteBroker::Impl {
     wire::MessageStream::Socket socket = wire::connectTo(*fIo, pAddress, pTimeout);
     fStream = boost::make_shared<wire::ClientStream>(fIo, std::move(socket), pAddress);
     fStream->start();
+    // Connecting ran the context until it was out of work, which stops it.
     fIo->restart();
     // The thread ends with the connection: then nothing is left to run.
     fThread = std::thread([io = fIo] { wire::runUntilDone(*io); });
