@@ -65,6 +65,12 @@ class OX_API OX_CAPABILITY("mutex") OXMutexRW {
   /// Whether the calling thread holds it for writing.
   bool isHeldForWriting() const;
 
+  /// Releases writing however often this thread acquired it, and returns how often that was; the
+  /// same number makes resumeWrite() wait for its turn and hold it as often again. Throws OXError
+  /// as unlockWrite() does.
+  int pauseWrite() OX_RELEASE();
+  void resumeWrite(int pDepth) OX_ACQUIRE();
+
  private:
   struct Holder {
     pthread_t thread;
@@ -124,6 +130,20 @@ class OX_API OX_SCOPED_CAPABILITY OXCriticalSectionWrite {
 
  private:
   const boost::shared_ptr<OXMutexRW> fMutex;
+};
+
+/// Releases, for a scope, an OXMutexRW that this thread holds for writing, so that others go on
+/// while it works or waits. What the lock guards may have changed afterwards.
+class OX_API OX_SCOPED_CAPABILITY OXCriticalSectionPause {
+ public:
+  explicit OXCriticalSectionPause(const boost::shared_ptr<OXMutexRW>& pMutex) OX_RELEASE(pMutex);
+  ~OXCriticalSectionPause() OX_RELEASE();  // the end of the scope: acquires it again
+  OXCriticalSectionPause(const OXCriticalSectionPause&) = delete;
+  OXCriticalSectionPause& operator=(const OXCriticalSectionPause&) = delete;
+
+ private:
+  const boost::shared_ptr<OXMutexRW> fMutex;
+  const int fDepth;
 };
 
 }  // namespace OX

@@ -1,4 +1,5 @@
-// The system's clock, and the one pointer through which tests replace it.
+// The system's clock, the one pointer through which tests replace it, and the waits that are
+// woken.
 #include <oxframework/oxclock.h>
 
 #include <unistd.h>
@@ -47,6 +48,47 @@ OXClock& OXClock::get() {
 }
 
 void OXClock::set(OXClock* pClock) { gClock.store(pClock); }
+
+bool OXClock::isSystem() { return gClock.load() == nullptr; }
+
+// The count goes up before the waiters are looked for, and a waiter registers before it looks at
+// the count: one of the two sees the other. Both are sequentially consistent for that reason.
+void OXWakeup::notify() {
+  ++fCount;
+  if (fWaiters.load() == 0) return;
+  // A waiter that has read the old count is inside wait() by the time the mutex is free.
+  { const std::lock_guard guard(fMutex); }
+  fCondition.notify_all();
+}
+
+void OXWakeup::wait(std::uint64_t pSeen, std::chrono::microseconds pBound) {
+  ++fWaiters;
+  {
+    std::unique_lock guard(fMutex);
+    fCondition.wait_for(guard, pBound, [&] { return fCount.load() != pSeen; });
+  }
+  --fWaiters;
+}
+
+OXBoundedWait::OXBoundedWait(int pPasses, unsigned int pPassUs)
+    : fDeadline(std::chrono::steady_clock::now() +
+                std::chrono::microseconds(std::int64_t{pPasses} * pPassUs)),
+      fPassesLeft(pPasses),
+      fPassUs(pPassUs) {}
+
+bool OXBoundedWait::again(OXWakeup& pWakeup, std::uint64_t pSeen) {
+  if (!OXClock::isSystem()) {
+    if (fPassesLeft <= 1) return false;
+    --fPassesLeft;
+    OXClock::get().sleepUs(fPassUs);
+    return true;
+  }
+  const auto left = std::chrono::duration_cast<std::chrono::microseconds>(
+      fDeadline - std::chrono::steady_clock::now());
+  if (left.count() <= 0) return false;
+  pWakeup.wait(pSeen, left);
+  return true;
+}
 
 }  // namespace OX
 

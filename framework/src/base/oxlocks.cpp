@@ -10,6 +10,7 @@
 #include <boost/make_shared.hpp>
 #include <condition_variable>
 #include <exception>
+#include <utility>
 
 #include <oxframework/oxerror.h>
 #include <oxframework/oxlog.h>
@@ -153,6 +154,21 @@ void OXMutexRW::unlockWrite() {
   if (--fWriteDepth == 0) xServeQueue();
 }
 
+int OXMutexRW::pauseWrite() {
+  const detail::MutexLock guard(fGuard);
+  if (fWriteDepth == 0 || !pthread_equal(fWriter, pthread_self()))
+    raiseError("OXMutexRW", "pauseWrite", "This thread does not hold the lock for writing");
+  const int depth = std::exchange(fWriteDepth, 0);
+  xServeQueue();
+  return depth;
+}
+
+void OXMutexRW::resumeWrite(int pDepth) {
+  lockWrite();
+  const detail::MutexLock guard(fGuard);
+  fWriteDepth = pDepth;
+}
+
 bool OXMutexRW::isHeldForWriting() const {
   const detail::MutexLock guard(fGuard);
   return fWriteDepth > 0 && pthread_equal(fWriter, pthread_self());
@@ -183,5 +199,10 @@ OXCriticalSectionWrite::OXCriticalSectionWrite(const boost::shared_ptr<OXMutexRW
 OXCriticalSectionWrite::~OXCriticalSectionWrite() {
   releaseQuietly(*fMutex, &OXMutexRW::unlockWrite, "OXCriticalSectionWrite");
 }
+
+OXCriticalSectionPause::OXCriticalSectionPause(const boost::shared_ptr<OXMutexRW>& pMutex)
+    : fMutex(pMutex), fDepth(pMutex->pauseWrite()) {}
+
+OXCriticalSectionPause::~OXCriticalSectionPause() { fMutex->resumeWrite(fDepth); }
 
 }  // namespace OX
