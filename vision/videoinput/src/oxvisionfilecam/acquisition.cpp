@@ -22,17 +22,36 @@ constexpr LendingTexts kTexts{kFileCamCategory, ") : ", "ReleaseDirectRawImage",
 }  // namespace
 
 AcquiredFrame OXVisionFileCam::xAcquireFrame(const Claim& pClaim, const char*) {
-  Slot slot;
-  {
-    const OXCriticalSection replay(fParametersLock);
-    if (!xAdvance(pClaim.subscriber->fName)) return {};
-    slot = fFrames[fCurrentFrame];
-    ++slot->fLockCount;
+  OXBoundedWait wait(kDeliveryPasses, kPassUs);
+  for (;;) {
+    const std::uint64_t seen = fSlotReleased.count();
+    Step step = Step::kNone;
+    Slot slot;
+    {
+      const TurnScope turn(fReplay, fVisionModulesLock);
+      const OXCriticalSectionPause pause(fVisionModulesLock);
+      step = xAdvance(pClaim.subscriber->fName);
+      if (step == Step::kServe) {
+        slot = fFrames[fCurrentFrame];
+        ++slot->fLockCount;
+      }
+    }
+    if (step == Step::kNone) return {};
+    if (step == Step::kServe) {
+      xSelectCameraOf(slot->fImage);
+      // The format too: the buffer may have been made when another video was open.
+      const OXImage& frame = slot->fImage;
+      return {&frame, std::move(slot), frame.fCameraId, true};
+    }
+    if (!xWaitForSlot(wait, seen)) break;
   }
-  xSelectCameraOf(slot->fImage);
-  // The format too: the buffer may have been made when another video was open.
-  const OXImage& frame = slot->fImage;
-  return {&frame, std::move(slot), frame.fCameraId, true};
+  xLogRingIsHeld();
+  return {};
+}
+
+bool OXVisionFileCam::xWaitForSlot(OXBoundedWait& pWait, std::uint64_t pSeen) {
+  const OXCriticalSectionPause pause(fVisionModulesLock);
+  return pWait.again(fSlotReleased, pSeen);
 }
 
 // A frame says which camera took it. The id comes from a file and is ignored when this device has
@@ -67,8 +86,10 @@ bool OXVisionFileCam::xReleaseDirectRawImageDeep(const std::string& pId, const i
 
 // The stamp of the image stays, unlike the simulator's. Converted images point at no slot.
 void OXVisionFileCam::xReturnRawSource(int, OXVisionBuffer& pBuffer) {
-  if (pBuffer.fRawSource) --static_cast<CamBuffer*>(pBuffer.fRawSource.get())->fLockCount;
+  if (!pBuffer.fRawSource) return;
+  --static_cast<CamBuffer*>(pBuffer.fRawSource.get())->fLockCount;
   pBuffer.fRawSource.reset();
+  fSlotReleased.notify();
 }
 
 }  // namespace OX

@@ -64,7 +64,8 @@ bool OXVisionFileCam::xFillRing() {
 }
 
 bool OXVisionFileCam::xOpenDevice() {
-  const OXCriticalSection replay(fParametersLock);
+  const TurnScope replay(fReplay, fVisionModulesLock);
+  const OXCriticalSectionPause pause(fVisionModulesLock);
   // Throws if the file is gone or damaged; the grabber is then left failed.
   xReadVideo();
   fLoopDuration = 0;
@@ -99,8 +100,11 @@ bool OXVisionFileCam::xOpenDevice() {
 // The images in the ring stay: a subscriber may hold one. fCurrentImage stays too, which is how the
 // next opening knows where to go on.
 bool OXVisionFileCam::xCloseDevice() {
-  const OXCriticalSection replay(fParametersLock);
-  fVideo.closeVideo();
+  const TurnScope replay(fReplay, fVisionModulesLock);
+  {
+    const OXCriticalSectionPause pause(fVisionModulesLock);
+    fVideo.closeVideo();
+  }
   fDefaultResolution = -1;
   xCamera(fActiveCamera)->fGrabberState = kGrabberStopped;
   return true;

@@ -4,6 +4,7 @@
 #include <array>
 #include <atomic>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -18,8 +19,10 @@ namespace OX {
 /// rising across loops and repeats. A frame that a subscriber holds is never written to; an image
 /// that can't be read leaves the old picture in its place.
 ///
-/// Locks: fVisionModulesLock first, then fParametersLock, which guards the ring, the replay fields
-/// and the reader. Time stamps come from a file: all arithmetic on them wraps.
+/// The replay is a turn (turn.h) of whoever reads the next image, with no lock held: it guards the
+/// ring, the replay fields and the reader. A request that needs the next image waits for one that
+/// reads it; releases and getters do not. Time stamps come from a file: all arithmetic on them
+/// wraps.
 class OXVisionFileCam final : public OXSingleton<OXVisionFileCam>, public OXVisionVideoInput {
  public:
   explicit OXVisionFileCam(boost::shared_ptr<OXBroker> pBroker);
@@ -74,73 +77,86 @@ class OXVisionFileCam final : public OXSingleton<OXVisionFileCam>, public OXVisi
  private:
   using Slot = boost::shared_ptr<CamBuffer>;
   static constexpr unsigned int kSlots = 5;
+  static constexpr unsigned int kPassUs = 500;
+  // For a slot of the ring that nobody holds: a request waits a second, a step back five.
+  static constexpr int kDeliveryPasses = 2000;
+  static constexpr int kPreviousPasses = 10000;
   static constexpr int kReplayFrameRate = 30;  ///< images a second, whatever was recorded
 
   // --- published.cpp ---
   void xBindFileMethods();
   int getCameraParameterById(const int& pCameraIndex, const int& pParam);
+  // The file is looked at with the lock paused.
+  bool xExists(const std::string& pPath) OX_REQUIRES(fVisionModulesLock);
+  /// The format of the stream that is selected; empty when the file has no such stream.
+  std::optional<OXVideoStream> xReadFormat() OX_REQUIRES(fVisionModulesLock, fReplay);
   // --- grabber.cpp ---
   bool xOpenDevice() OX_REQUIRES(fVisionModulesLock);
   bool xCloseDevice() OX_REQUIRES(fVisionModulesLock);
-  void xReadVideo() OX_REQUIRES(fParametersLock);
-  bool xFillRing() OX_REQUIRES(fParametersLock);
+  void xReadVideo() OX_REQUIRES(fReplay);
+  bool xFillRing() OX_REQUIRES(fReplay);
   // --- acquisition.cpp ---
+  bool xWaitForSlot(OXBoundedWait& pWait, std::uint64_t pSeen) OX_REQUIRES(fVisionModulesLock);
   void xSelectCameraOf(const OXImage& pImage);
 
-  // --- replay.cpp: fParametersLock held ---
-  bool xTakeSpare(Slot& pSlot, bool pWasRead) OX_REQUIRES(fParametersLock);
-  bool xReadFrame(std::int64_t pIndex, bool pFirst) OX_REQUIRES(fParametersLock);
-  bool xReadNext() OX_REQUIRES(fParametersLock);
-  bool xReadAfterRange() OX_REQUIRES(fParametersLock);
-  bool xTurnRing() OX_REQUIRES(fParametersLock);
-  void xTurnRingPast(std::int64_t pSkipped) OX_REQUIRES(fParametersLock);
-  bool xMoveRing(int pPasses) OX_REQUIRES(fParametersLock);
-  bool xAdvance(const std::string& pId) OX_REQUIRES(fParametersLock);
-  void xMeasureLoop() OX_REQUIRES(fParametersLock);
+  // --- replay.cpp: in the turn of the replay, with no lock held ---
+  bool xTakeSpare(Slot& pSlot, bool pWasRead) OX_REQUIRES(fReplay);
+  bool xReadFrame(std::int64_t pIndex, bool pFirst) OX_REQUIRES(fReplay);
+  bool xReadNext() OX_REQUIRES(fReplay);
+  bool xReadAfterRange() OX_REQUIRES(fReplay);
+  bool xTurnRing() OX_REQUIRES(fReplay);
+  void xTurnRingPast(std::int64_t pSkipped) OX_REQUIRES(fReplay);
+  /// What a request finds: an image to serve, none, or a ring of which all slots are held.
+  enum class Step { kServe, kNone, kRingIsHeld };
+  Step xAdvance(const std::string& pId) OX_REQUIRES(fReplay);
+  void xMeasureLoop() OX_REQUIRES(fReplay);
   // Mode 0.
-  bool xStepWhenDue() OX_REQUIRES(fParametersLock);
-  void xReadAheadStepping() OX_REQUIRES(fParametersLock);
+  Step xStepWhenDue() OX_REQUIRES(fReplay);
+  void xReadAheadStepping() OX_REQUIRES(fReplay);
   // Mode 1.
-  bool xFollowTimeStamps() OX_REQUIRES(fParametersLock);
-  bool xHasPassed(std::int64_t pTimeStamp) const OX_REQUIRES(fParametersLock);
-  bool xCatchUp() OX_REQUIRES(fParametersLock);
-  bool xCatchUpAfterRange() OX_REQUIRES(fParametersLock);
-  std::int64_t xCountSkippableImages() const OX_REQUIRES(fParametersLock);
-  void xSkipPassedLoops() OX_REQUIRES(fParametersLock);
+  Step xFollowTimeStamps() OX_REQUIRES(fReplay);
+  bool xHasPassed(std::int64_t pTimeStamp) const OX_REQUIRES(fReplay);
+  bool xCatchUp() OX_REQUIRES(fReplay);
+  bool xCatchUpAfterRange() OX_REQUIRES(fReplay);
+  std::int64_t xCountSkippableImages() const OX_REQUIRES(fReplay);
+  void xSkipPassedLoops() OX_REQUIRES(fReplay);
   // previousImage.
-  void xStepBack(std::int64_t pTimeStamp) OX_REQUIRES(fParametersLock);
-  void xLoopBack(std::int64_t pTimeStamp) OX_REQUIRES(fParametersLock);
-  void xReadAheadAfterStep(std::int64_t pTimeStamp) OX_REQUIRES(fParametersLock);
-  OXImage& xCurrent() OX_REQUIRES(fParametersLock) { return fFrames[fCurrentFrame]->fImage; }
-  OXImage& xNext() OX_REQUIRES(fParametersLock) { return fFrames[fNextFrame]->fImage; }
+  void xLogRingIsHeld() const;
+  void xStepBack(std::int64_t pTimeStamp) OX_REQUIRES(fReplay);
+  void xLoopBack(std::int64_t pTimeStamp) OX_REQUIRES(fReplay);
+  void xReadAheadAfterStep(std::int64_t pTimeStamp) OX_REQUIRES(fReplay);
+  OXImage& xCurrent() OX_REQUIRES(fReplay) { return fFrames[fCurrentFrame]->fImage; }
+  OXImage& xNext() OX_REQUIRES(fReplay) { return fFrames[fNextFrame]->fImage; }
 
-  std::string fFilePath OX_GUARDED_BY(fParametersLock);
-  OXVideo fVideo OX_GUARDED_BY(fParametersLock);
+  Turn fReplay{"read of the replay"};
+  OXWakeup fSlotReleased;  ///< for those who found all slots held
+  std::string fFilePath OX_GUARDED_BY(fReplay);
+  OXVideo fVideo OX_GUARDED_BY(fReplay);
   /// The next image to read, counted against the range; see replay.cpp.
-  std::int64_t fCurrentImage OX_GUARDED_BY(fParametersLock) = 0;
+  std::int64_t fCurrentImage OX_GUARDED_BY(fReplay) = 0;
   /// The range, both ends included. As set by setVideo; the opening cuts the end to the file's.
-  std::int64_t fFirstImage OX_GUARDED_BY(fParametersLock) = 0;
-  std::int64_t fLastImage OX_GUARDED_BY(fParametersLock) = INT32_MAX;
-  int fStreamNumber OX_GUARDED_BY(fParametersLock) = 0;
-  int fReplayMode OX_GUARDED_BY(fParametersLock) = 0;
-  bool fLoop OX_GUARDED_BY(fParametersLock) = false;
-  std::array<Slot, kSlots> fFrames OX_GUARDED_BY(fParametersLock);
+  std::int64_t fFirstImage OX_GUARDED_BY(fReplay) = 0;
+  std::int64_t fLastImage OX_GUARDED_BY(fReplay) = INT32_MAX;
+  int fStreamNumber OX_GUARDED_BY(fReplay) = 0;
+  int fReplayMode OX_GUARDED_BY(fReplay) = 0;
+  bool fLoop OX_GUARDED_BY(fReplay) = false;
+  std::array<Slot, kSlots> fFrames OX_GUARDED_BY(fReplay);
   /// Outside the ring, held by nobody: takes every read, and the place of a slot if it succeeded.
-  Slot fSpare OX_GUARDED_BY(fParametersLock);
+  Slot fSpare OX_GUARDED_BY(fReplay);
   // Microseconds.
   /// Local clock at the start of replay, in mode 0 at the last step.
-  std::int64_t fStartTime OX_GUARDED_BY(fParametersLock) = 0;
+  std::int64_t fStartTime OX_GUARDED_BY(fReplay) = 0;
   /// Stamp of the image that the opening put in the first slot.
-  std::int64_t fFirstTimestamp OX_GUARDED_BY(fParametersLock) = 0;
+  std::int64_t fFirstTimestamp OX_GUARDED_BY(fReplay) = 0;
   /// One pass through the file; 0: not yet known.
-  std::int64_t fLoopDuration OX_GUARDED_BY(fParametersLock) = 0;
+  std::int64_t fLoopDuration OX_GUARDED_BY(fReplay) = 0;
   /// Added to the time stamps of the file.
-  std::int64_t fTimeOffset OX_GUARDED_BY(fParametersLock) = 0;
+  std::int64_t fTimeOffset OX_GUARDED_BY(fReplay) = 0;
   /// The last clock reading.
-  std::int64_t fNow OX_GUARDED_BY(fParametersLock) = 0;
-  unsigned int fCurrentFrame OX_GUARDED_BY(fParametersLock) = 0;  ///< the slot that is served
-  unsigned int fNextFrame OX_GUARDED_BY(fParametersLock) = 1;     ///< the slot that is read ahead
-  std::atomic<std::int64_t> fReplayPeriod{INT64_MAX};             ///< mode 0: from step to step
+  std::int64_t fNow OX_GUARDED_BY(fReplay) = 0;
+  unsigned int fCurrentFrame OX_GUARDED_BY(fReplay) = 0;  ///< the slot that is served
+  unsigned int fNextFrame OX_GUARDED_BY(fReplay) = 1;     ///< the slot that is read ahead
+  std::atomic<std::int64_t> fReplayPeriod{INT64_MAX};     ///< mode 0: from step to step
   std::atomic<bool> fImageServed{true};  ///< mode 0: the current image is still the one to serve
   std::atomic<bool> fStrangeCameraLogged{false};  ///< once per opening
 };

@@ -1,6 +1,7 @@
 // What a file camera publishes besides the device's own methods, and how it selects its file. The
 // texts are an interface and stay as they are, slips included.
 #include <boost/filesystem/operations.hpp>
+#include <optional>
 
 #include <oxframework/oxdefinitions.h>
 #include <oxframework/oxlog.h>
@@ -93,13 +94,31 @@ int OXVisionFileCam::getCameraParameterById(const int& pCameraIndex, const int& 
   return xGetParam(pCameraIndex, pParam);
 }
 
+bool OXVisionFileCam::xExists(const std::string& pPath) {
+  const OXCriticalSectionPause pause(fVisionModulesLock);
+  return exists(pPath);
+}
+
+// The file is opened only to learn its format: the grabber opens it again.
+std::optional<OXVideoStream> OXVisionFileCam::xReadFormat() {
+  const OXCriticalSectionPause pause(fVisionModulesLock);
+  xReadVideo();
+  std::optional<OXVideoStream> stream;
+  if (fStreamNumber >= 0 && fStreamNumber < fVideo.getNumberOfStreams())
+    stream = fVideo.getStream(fStreamNumber);
+  fVideo.closeVideo();
+  return stream;
+}
+
 void OXVisionFileCam::setVideo(const std::string& pFilePath, const OXValue& pRange,
                                const bool& pLoop, const int& pReplayMode,
                                const int& pStreamNumber) {
   const OXCriticalSectionWrite lock(fVisionModulesLock);
+  // Nobody starts the replay before the new settings are complete.
+  const TurnScope cameras(fCamerasTurn, fVisionModulesLock);
   // Before the file is looked for: a missing one stops the replay too. Clients know it so.
   OXVisionVideoInput::stopFrameGrabber();
-  if (!exists(pFilePath)) {
+  if (!xExists(pFilePath)) {
     log(ki::log::kError, "setVideo", pFilePath + " file doesn't exist. Return!");
     return;
   }
@@ -111,7 +130,7 @@ void OXVisionFileCam::setVideo(const std::string& pFilePath, const OXValue& pRan
     first = pRange[0].toInt();
     last = pRange[1].toInt();
   }
-  const OXCriticalSection replay(fParametersLock);
+  const TurnScope replay(fReplay, fVisionModulesLock);
   fFilePath = pFilePath;
   fLoop = pLoop;
   fReplayMode = pReplayMode;
@@ -119,16 +138,12 @@ void OXVisionFileCam::setVideo(const std::string& pFilePath, const OXValue& pRan
   fFirstImage = first;
   fLastImage = last;
   fCurrentImage = first;
-  xReadVideo();
-  // The file is opened only to learn its format: the grabber opens it again.
-  const bool known = pStreamNumber >= 0 && pStreamNumber < fVideo.getNumberOfStreams();
-  const OXVideoStream stream = known ? fVideo.getStream(pStreamNumber) : OXVideoStream();
+  const std::optional<OXVideoStream> stream = xReadFormat();
   RealCameraProperties& camera = *xCamera(fActiveCamera);
-  camera.fColorSpace = static_cast<std::uint8_t>(known ? stream.fColorSpace : kUnknownColorSpace);
-  camera.fResolution = static_cast<std::int8_t>(known ? stream.fResolution : -1);
+  camera.fColorSpace = static_cast<std::uint8_t>(stream ? stream->fColorSpace : kUnknownColorSpace);
+  camera.fResolution = static_cast<std::int8_t>(stream ? stream->fResolution : -1);
   fDefaultResolution = camera.fResolution;
   camera.fFrameRate = kReplayFrameRate;
-  fVideo.closeVideo();
   log(ki::log::kInfo, "setVideo", "Setting " + pFilePath + " video file.");
 }
 

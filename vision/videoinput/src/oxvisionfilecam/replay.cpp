@@ -1,6 +1,6 @@
 // Which recorded image is the current one, and when the replay steps. A subscriber's request is
-// what moves it, so everything but the published operations runs with fParametersLock held; those
-// take it where they need it.
+// what moves it. Everything but the published operations runs in the turn of the replay, without a
+// lock, since it reads the file.
 //
 // Two indexes count images and may differ on purpose: the reader's own, by which getNextFrame goes
 // on, and fCurrentImage, by which the end of the range is found. previousImage takes one from the
@@ -25,11 +25,6 @@ namespace {
 using replay::minus;
 using replay::plus;
 
-constexpr int kPassUs = 500;
-// How often the ring may find all slots held: one second in a delivery, which holds the lock that
-// a release needs; longer in previousImage, which does not.
-constexpr int kDeliveryPasses = 2000;
-constexpr int kPreviousPasses = 10000;
 // Ends of the range that one request goes past, a few more than it takes to fill the ring. In a
 // forged file whose index and frames tell different stamps there would be no end of them.
 constexpr int kMostRangeEnds = 16;
@@ -81,14 +76,9 @@ bool OXVisionFileCam::xTurnRing() {
   return false;
 }
 
-bool OXVisionFileCam::xMoveRing(int pPasses) {
-  for (int pass = 0; pass < pPasses; ++pass) {
-    if (pass > 0) ki::os::usleep(kPassUs);
-    if (xTurnRing()) return true;
-  }
+void OXVisionFileCam::xLogRingIsHeld() const {
   log(ki::log::kError, "xMoveRing",
       "All frames are held by subscribers: release one before asking for the next");
-  return false;
 }
 
 // The moves for images that are not read. The slot that is ahead counts: an opening dates the
@@ -169,14 +159,14 @@ bool OXVisionFileCam::xCatchUp() {
 
 // One request passes over all images whose moment has gone by. It ends at the first one that can't
 // be read: of a file that is closed or all damaged, no stamp would ever catch up.
-bool OXVisionFileCam::xFollowTimeStamps() {
+OXVisionFileCam::Step OXVisionFileCam::xFollowTimeStamps() {
   fNow = OXClock::get().localNowUs();
   for (int rangeEnds = 0; rangeEnds < kMostRangeEnds && xHasPassed(xNext().fTimeStamp);) {
-    if (!xMoveRing(kDeliveryPasses)) return false;
+    if (!xTurnRing()) return Step::kRingIsHeld;
     if (fCurrentImage > fLastImage) ++rangeEnds;
-    if (!xCatchUp()) return true;
+    if (!xCatchUp()) return Step::kServe;
   }
-  return true;
+  return Step::kServe;
 }
 
 // Stamps never go back within a pass, also after previousImage. They are set whatever came of the
@@ -195,19 +185,18 @@ void OXVisionFileCam::xReadAheadStepping() {
   xNext().fTimeStamp = xCurrent().fTimeStamp < stamp ? stamp : plus(xCurrent().fTimeStamp, 1);
 }
 
-bool OXVisionFileCam::xStepWhenDue() {
+OXVisionFileCam::Step OXVisionFileCam::xStepWhenDue() {
   fNow = OXClock::get().localNowUs();
   if (fReplayPeriod <= minus(fNow, fStartTime)) fImageServed = false;
-  if (fImageServed) return true;
-  if (!xMoveRing(kDeliveryPasses)) return false;
+  if (fImageServed) return Step::kServe;
+  if (!xTurnRing()) return Step::kRingIsHeld;
   fStartTime = OXClock::get().localNowUs();
   xReadAheadStepping();
   fImageServed = true;
-  return true;
+  return Step::kServe;
 }
 
-// False when the request gets no image.
-bool OXVisionFileCam::xAdvance(const std::string& pId) {
+OXVisionFileCam::Step OXVisionFileCam::xAdvance(const std::string& pId) {
   switch (fReplayMode) {
     case 0:
       return xStepWhenDue();
@@ -220,11 +209,11 @@ bool OXVisionFileCam::xAdvance(const std::string& pId) {
                        " not yet implemented. Launch replay mode 1 (synchronized with the inner "
                        "clock)..."));
       fReplayMode = 1;
-      return true;
+      return Step::kServe;
     default:
       log(ki::log::kError, "xGetDirectRawImage",
           report::text("GetDirectRawImage(", pId, ") : replay mode ", fReplayMode, " unknown!"));
-      return false;
+      return Step::kNone;
   }
 }
 
@@ -255,14 +244,27 @@ void OXVisionFileCam::xReadAheadAfterStep(std::int64_t pTimeStamp) {
   xNext().fTimeStamp = plus(pTimeStamp, 2);
 }
 
+// Between two looks at the ring the turn is given up: a request may be what moves on and releases.
 void OXVisionFileCam::previousImage() {
-  const OXCriticalSection replay(fParametersLock);
-  const std::int64_t stamp = xCurrent().fTimeStamp;
-  if (!xMoveRing(kPreviousPasses)) return;
-  if (fCurrentImage > fFirstImage)
-    xStepBack(stamp);
-  else if (fLoop)
-    xLoopBack(stamp);
+  OXBoundedWait wait(kPreviousPasses, kPassUs);
+  for (;;) {
+    const std::uint64_t seen = fSlotReleased.count();
+    {
+      const OXCriticalSectionWrite lock(fVisionModulesLock);
+      const TurnScope turn(fReplay, fVisionModulesLock);
+      const OXCriticalSectionPause pause(fVisionModulesLock);
+      const std::int64_t stamp = xCurrent().fTimeStamp;
+      if (xTurnRing()) {
+        if (fCurrentImage > fFirstImage)
+          xStepBack(stamp);
+        else if (fLoop)
+          xLoopBack(stamp);
+        return;
+      }
+    }
+    if (!wait.again(fSlotReleased, seen)) break;
+  }
+  xLogRingIsHeld();
 }
 
 void OXVisionFileCam::replaySpeed(const float& pImagesPerSecond) {

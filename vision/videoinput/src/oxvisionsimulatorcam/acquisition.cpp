@@ -1,6 +1,10 @@
 // Converts the newest pushed frame, once for all subscribers, and lends the result without a copy.
-// Conversion is left to the first request, since most pushed frames are never asked for. All of it
-// runs with fVisionModulesLock held for writing, which guards the read counts of the frames.
+// Conversion is left to the first request, since most pushed frames are never asked for. The wait
+// for a frame and the conversion run without a lock: the counts of the frames keep what is read and
+// what is filled.
+#include <chrono>
+#include <optional>
+
 #include <oxframework/oxclock.h>
 #include <oxframework/oxdefinitions.h>
 #include <oxframework/oxlog.h>
@@ -14,6 +18,8 @@ namespace {
 
 constexpr int kFirstFramePasses = 2000;  // one second
 constexpr unsigned int kFirstFramePassUs = 500;
+constexpr int kOpeningsAtMost = 16;  // during one request: a bound, for which nobody has a use
+constexpr std::chrono::seconds kLongestConversion(1);  // of another request
 
 void logError(const char* pFunction, const std::string& pText,
               const char* pCategory = kSimulatorCategory) {
@@ -32,23 +38,23 @@ constexpr LendingTexts kTexts{kSimulatorCategory, "): ", "xReleaseDirectRawImage
 
 }  // namespace
 
-// Polled, because a push wakes nobody. The lock that is held meanwhile keeps out other requests,
-// but not the push that ends the wait.
-bool OXVisionSimulatorCam::xWaitForFirstFrame(const CameraDriverBuffer& pStore,
-                                              const std::string& pId) {
-  for (int pass = 0; pass < kFirstFramePasses && pStore.fLastInputBuffer == -1; ++pass)
-    ki::os::usleep(kFirstFramePassUs);
+bool OXVisionSimulatorCam::xWaitForFirstFrame(CameraDriverBuffer& pStore, const std::string& pId) {
   if (pStore.fLastInputBuffer != -1) return true;
+  OXBoundedWait wait(kFirstFramePasses + 1, kFirstFramePassUs);
+  for (;;) {
+    const std::uint64_t seen = pStore.fChanged.count();
+    if (pStore.fLastInputBuffer != -1) return true;
+    if (!wait.again(pStore.fChanged, seen)) break;
+  }
   logError("xGetDirectRawImage", getName() + ": Could not get image for subscriber \"" + pId +
                                      "\". Check that the simulator is running.");
   return false;
 }
 
 // Converts a pushed RGB frame to a YUV422 frame of the camera's resolution.
-bool OXVisionSimulatorCam::xReSize(const RealCameraProperties& pCamera,
-                                   const CameraDriverBuffer& pStore, const OXImage& pSource,
-                                   OXImage& pTarget) {
-  const int in = pStore.fInputResolution;
+bool OXVisionSimulatorCam::xReSize(const RealCameraProperties& pCamera, const OXImage& pSource,
+                                   const OXImage& pTarget) const {
+  const int in = getResolutionFromSize(pSource.fWidth, pSource.fHeight);
   const int width = pSource.fWidth;
   const int height = pSource.fHeight;
   if (in == pCamera.fResolution) {
@@ -76,48 +82,136 @@ bool OXVisionSimulatorCam::xReSize(const RealCameraProperties& pCamera,
              : resampling::overSample(1 << (out - in), width, height, pSource.fData, pTarget.fData);
 }
 
-// Of a request, only this holds fMutex. A converted frame with the time stamp of the newest
-// pushed one is that frame, so one conversion serves all.
-int OXVisionSimulatorCam::xMakeRawFrame(const Claim& pClaim, CameraDriverBuffer& pStore,
-                                        const char* pOperation) {
-  const std::string& id = pClaim.subscriber->fName;
-  const OXCriticalSection lock(pStore.fMutex);
+// A frame that is being filled has its stamp already: those who want the same one wait for it.
+OXVisionSimulatorCam::Conversion OXVisionSimulatorCam::xBeginConversion(
+    CameraDriverBuffer& pStore) const {
   const int newest = pStore.fLastInputBuffer;
-  if (newest < 0) return -1;
-  const OXImage& input = *pStore.fInputBuffers[static_cast<std::size_t>(newest)]->fImage;
-  auto& frames = pStore.fDriverBuffers;
+  if (newest < 0) return {Conversion::kNoInput};
+  const auto& input = pStore.fInputBuffers[static_cast<std::size_t>(newest)];
+  const auto& frames = pStore.fDriverBuffers;
+  const auto shows = [&](const OXVisionBuffer& pFrame) {
+    return pFrame.fImage->fTimeStamp == input->fImage->fTimeStamp;
+  };
   const int last = pStore.fLastDriverBuffer;
-  if (last >= 0 && frames[static_cast<std::size_t>(last)]->fImage->fTimeStamp == input.fTimeStamp) {
+  if (last >= 0 && frames[static_cast<std::size_t>(last)]->fWriteLockCount == 0 &&
+      shows(*frames[static_cast<std::size_t>(last)])) {
     ++frames[static_cast<std::size_t>(last)]->fReadLockCount;
-    return last;
+    return {Conversion::kReady, last};
   }
+  for (const auto& frame : frames)
+    if (frame->fWriteLockCount > 0 && shows(*frame)) return {Conversion::kUnderWay};
   // Any frame that is lent to nobody: the last converted one too, since it is out of date.
-  std::size_t target = 0;
-  while (target < frames.size() && frames[target]->fReadLockCount > 0) ++target;
-  if (target == frames.size()) {
-    logError(pOperation,
-             report::text(pOperation, "(", id, "): no available raw buffer for writing image"));
-    return -1;
+  for (std::size_t i = 0; i < frames.size(); ++i) {
+    OXVisionBuffer& frame = *frames[i];
+    if (!frame.isFree()) continue;
+    Conversion work{Conversion::kBegun, static_cast<int>(i), input, frame.fImage->fTimeStamp};
+    ++input->fReadLockCount;
+    ++frame.fWriteLockCount;
+    frame.fImage->fTimeStamp = input->fImage->fTimeStamp;
+    return work;
   }
-  OXVisionBuffer& frame = *frames[target];
-  if (!xReSize(pClaim.camera, pStore, input, *frame.fImage)) {
-    logError(pOperation, report::text(pOperation, "(", id, "): resizing error"));
-    return -1;
+  return {Conversion::kNoFrame};
+}
+
+// Returns the frame's index with its read count raised, or -1.
+int OXVisionSimulatorCam::xEndConversion(CameraDriverBuffer& pStore, const Conversion& pWork,
+                                         std::uint64_t pOpening, bool pGood) {
+  OXVisionBuffer& frame = *pStore.fDriverBuffers[static_cast<std::size_t>(pWork.frame)];
+  int result = -1;
+  {
+    const OXCriticalSection lock(pStore.fMutex);
+    --pWork.input->fReadLockCount;
+    --frame.fWriteLockCount;
+    const bool isOfThisOpening = pStore.fOpenings == pOpening;
+    // A refusal has written nothing, so the frame is what it was.
+    if (!pGood) frame.fImage->fTimeStamp = pWork.oldStamp;
+    if (!isOfThisOpening) frame.fImage->fTimeStamp = -1;
+    if (pGood && isOfThisOpening) {
+      frame.fContent = pWork.push;
+      ++frame.fReadLockCount;
+      result = pWork.frame;
+      // The newest one, also when an older one was converted for longer.
+      const int last = pStore.fLastDriverBuffer;
+      if (last < 0 || pStore.fDriverBuffers[static_cast<std::size_t>(last)]->fContent <= pWork.push)
+        pStore.fLastDriverBuffer = pWork.frame;
+    }
   }
-  frame.fImage->fTimeStamp = input.fTimeStamp;
-  ++frame.fReadLockCount;
-  pStore.fLastDriverBuffer = static_cast<int>(target);
-  return pStore.fLastDriverBuffer;
+  pStore.fChanged.notify();
+  return result;
+}
+
+// A converted frame with the time stamp of the newest pushed one is that frame, so one conversion
+// serves all.
+int OXVisionSimulatorCam::xMakeRawFrame(const RealCameraProperties& pCamera,
+                                        CameraDriverBuffer& pStore, const std::string& pId,
+                                        const char* pOperation, std::uint64_t pOpening) {
+  const auto deadline = std::chrono::steady_clock::now() + kLongestConversion;
+  for (;;) {
+    const std::uint64_t seen = pStore.fChanged.count();
+    Conversion work;
+    // The fields as they are now: a change of size writes to those of every frame.
+    std::optional<OXImage> source;
+    std::optional<OXImage> target;
+    {
+      const OXCriticalSection lock(pStore.fMutex);
+      work = xBeginConversion(pStore);
+      if (work.state == Conversion::kBegun) {
+        work.push = work.input->fContent;
+        source.emplace(*work.input->fImage, OXImage::ViewTag());
+        target.emplace(*pStore.fDriverBuffers[static_cast<std::size_t>(work.frame)]->fImage,
+                       OXImage::ViewTag());
+      }
+    }
+    switch (work.state) {
+      case Conversion::kReady:
+        return work.frame;
+      case Conversion::kNoInput:
+        return -1;
+      case Conversion::kBegun: {
+        const bool good = xReSize(pCamera, *source, *target);
+        if (!good) logError(pOperation, report::text(pOperation, "(", pId, "): resizing error"));
+        return xEndConversion(pStore, work, pOpening, good);
+      }
+      case Conversion::kUnderWay:
+        if (const auto left = deadline - std::chrono::steady_clock::now(); left > left.zero()) {
+          pStore.fChanged.wait(seen, std::chrono::duration_cast<std::chrono::microseconds>(left));
+          continue;
+        }
+        [[fallthrough]];
+      case Conversion::kNoFrame:
+        logError(pOperation, report::text(pOperation, "(", pId,
+                                          "): no available raw buffer for writing image"));
+        return -1;
+    }
+  }
 }
 
 AcquiredFrame OXVisionSimulatorCam::xAcquireFrame(const Claim& pClaim, const char* pOperation) {
-  const std::string& id = pClaim.subscriber->fName;
   CameraDriverBuffer& store = *fCameraDriverBuffers[static_cast<std::size_t>(pClaim.index)];
-  if (!xWaitForFirstFrame(store, id)) return {};
-  const int frame = xMakeRawFrame(pClaim, store, pOperation);
-  if (frame < 0) return {};
-  const auto& buffer = store.fDriverBuffers[static_cast<std::size_t>(frame)];
-  return {buffer->fImage.get(), buffer, static_cast<std::int8_t>(pClaim.index)};
+  const std::string& id = pClaim.subscriber->fName;
+  // Once more when the camera was opened meanwhile, in another size: nobody opens it from the end
+  // of the pause until the frame is lent.
+  for (int attempt = 0; attempt < kOpeningsAtMost; ++attempt) {
+    const std::uint64_t opening = store.fOpenings;
+    int frame = -1;
+    {
+      const OXCriticalSectionPause pause(fVisionModulesLock);
+      if (!xWaitForFirstFrame(store, id)) return {};
+      frame = xMakeRawFrame(pClaim.camera, store, id, pOperation, opening);
+    }
+    if (store.fOpenings == opening) {
+      if (frame < 0) return {};
+      const auto& buffer = store.fDriverBuffers[static_cast<std::size_t>(frame)];
+      return {buffer->fImage.get(), buffer, static_cast<std::int8_t>(pClaim.index)};
+    }
+    if (frame >= 0) xReturnFrame(store, *store.fDriverBuffers[static_cast<std::size_t>(frame)]);
+  }
+  return {};
+}
+
+void OXVisionSimulatorCam::xReturnFrame(const CameraDriverBuffer& pStore, OXVisionBuffer& pFrame) {
+  const OXCriticalSection lock(pStore.fMutex);
+  --pFrame.fReadLockCount;
 }
 
 OXImage* OXVisionSimulatorCam::xGetDirectRawImage(const std::string& pId, bool /*pDeepCopy*/) {
@@ -139,11 +233,17 @@ std::vector<OXImage*> OXVisionSimulatorCam::xGetDirectRawImages(const std::strin
     return {};
   }
   std::vector<OXImage*> images;
+  images.reserve(cameras.size());
   for (const int camera : cameras) {
     const Claim claim = xClaim(*subscriber, camera);
-    const AcquiredFrame frame = xAcquireFrame(claim, "xGetDirectRawImages");
-    if (!frame.image) break;  // the shorter list says which camera failed
-    images.push_back(xLendFrame(claim, frame));
+    // Without buffers nothing can be lent: a frame that was taken then could not be given back.
+    if (claim.wish.fHasBuffers) {
+      const AcquiredFrame frame = xAcquireFrame(claim, "xGetDirectRawImages");
+      if (!frame.image) break;  // the shorter list says which camera failed
+      images.push_back(xLendFrame(claim, frame));
+    } else {
+      images.push_back(nullptr);
+    }
     if (!images.back())
       logError("xGetDirectRawImages",
                "OXVisionVideoInput::xGetDirectRawImages(" + pId +
@@ -159,9 +259,10 @@ bool OXVisionSimulatorCam::xReleaseDirectRawImageDeep(const std::string& pId,
 }
 
 // The buffer's stamp is cleared too: it must not pass for a young frame without pixels.
-void OXVisionSimulatorCam::xReturnRawSource(int, OXVisionBuffer& pBuffer) {
+void OXVisionSimulatorCam::xReturnRawSource(int pCamera, OXVisionBuffer& pBuffer) {
   pBuffer.fImage->fTimeStamp = -1;
-  if (pBuffer.fRawSource) --static_cast<OXVisionBuffer*>(pBuffer.fRawSource.get())->fReadLockCount;
+  if (pBuffer.fRawSource)
+    xReturnFrame(*xStore(pCamera), *static_cast<OXVisionBuffer*>(pBuffer.fRawSource.get()));
   pBuffer.fRawSource.reset();
 }
 

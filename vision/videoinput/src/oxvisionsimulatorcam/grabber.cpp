@@ -35,6 +35,7 @@ bool OXVisionSimulatorCam::xOpenDevice(int pCamera) {
   CameraDriverBuffer& store = *xStore(pCamera);
   const int resolution = xCamera(pCamera)->fResolution;
   const OXCriticalSection lock(store.fMutex);
+  ++store.fOpenings;
   store.fLastInputBuffer = -1;
   for (const auto& frame : store.fDriverBuffers) {
     frame->fImage->setResolution(resolution);

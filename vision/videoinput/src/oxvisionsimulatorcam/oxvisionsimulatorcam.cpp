@@ -10,7 +10,7 @@ namespace OX {
 namespace {
 
 constexpr int kDriverBuffers = 4;
-constexpr int kInputBuffers = 2;  // the newest, and the one that is written next
+constexpr int kInputBuffers = 4;  // the newest, the next, and one each that is still in use
 constexpr int kCameras = 2;
 
 boost::shared_ptr<RealCameraProperties> makeCamera() {

@@ -1,6 +1,7 @@
 /// Two cameras without hardware: a simulator pushes RGB frames, subscribers take images.
 #pragma once
 
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -10,12 +11,12 @@
 namespace OX {
 
 /// A pushed frame is kept until a subscriber asks; it is then converted once, on that subscriber's
-/// thread, and shared. A push wakes nobody, and a frame that nobody asked for is overwritten two
-/// pushes later. The broker owns the module; public operations are thread-safe and described in
-/// ivideoinput.h.
+/// thread, and shared. A frame that nobody asked for is overwritten two pushes later. The broker
+/// owns the module; public operations are thread-safe and described in ivideoinput.h.
 ///
-/// Locks: fVisionModulesLock first, then fParametersLock, which is held while a parameter is set,
-/// then fMutex of a camera. putImage takes only the last: a push waits for a conversion at most.
+/// Locks: fVisionModulesLock first, then fParametersLock, while a parameter is set, or fMutex of a
+/// camera (store.h). putImage takes only the last. None is held while a frame is waited for, copied
+/// or converted.
 class OXVisionSimulatorCam final : public OXSingleton<OXVisionSimulatorCam>,
                                    public OXVisionVideoInput {
  public:
@@ -67,7 +68,23 @@ class OXVisionSimulatorCam final : public OXSingleton<OXVisionSimulatorCam>,
   bool xCloseDevice(int pCamera) OX_REQUIRES(fVisionModulesLock);
 
   // --- push.cpp ---
-  bool xPutImage(const OXValue& pImage, CameraDriverBuffer& pStore) OX_REQUIRES(pStore.fMutex);
+  struct Push {
+    const void* pixels = nullptr;  ///< borrowed from the caller's value
+    std::int64_t stamp = 0;        ///< microseconds, of its arrival
+    int resolution = 0;
+    std::uint64_t number = 0;
+    int index = -1;  ///< of the buffer that it is copied into
+  };
+  struct DeclaredSize {
+    const int& width;
+    const int& height;
+  };
+  /// pSize is what the push declares; null when the size declared last is meant.
+  bool xPutImage(const OXValue& pImage, CameraDriverBuffer& pStore, const DeclaredSize* pSize);
+  /// A buffer that nobody uses, locked for writing; null after a second without one.
+  OXVisionBuffer* xTakeInputBuffer(CameraDriverBuffer& pStore, Push& pPush);
+  /// Unlocks the buffer and makes it the newest frame, unless a later push has ended before.
+  void xEndPush(CameraDriverBuffer& pStore, const Push& pPush, OXVisionBuffer& pBuffer);
   bool xSetSimCamInputSize(const int& pWidth, const int& pHeight, CameraDriverBuffer& pStore)
       OX_REQUIRES(pStore.fMutex);
   /// The pixels to copy, borrowed from pImage; null when they are refused.
@@ -76,15 +93,29 @@ class OXVisionSimulatorCam final : public OXSingleton<OXVisionSimulatorCam>,
   /// Null for a camera that does not exist.
   boost::shared_ptr<CameraDriverBuffer> xStore(int pCameraIndex) const;
 
-  // --- acquisition.cpp ---
-  /// False if the sizes allow no resampling.
-  bool xReSize(const RealCameraProperties& pCamera, const CameraDriverBuffer& pStore,
-               const OXImage& pSource, OXImage& pTarget) OX_REQUIRES(pStore.fMutex);
+  // --- acquisition.cpp: without fVisionModulesLock ---
+  /// What a request for the newest frame has to do.
+  struct Conversion {
+    enum State { kNoInput, kReady, kUnderWay, kBegun, kNoFrame };
+    State state = kNoInput;
+    int frame = -1;  ///< the converted frame, or the one that is filled
+    boost::shared_ptr<OXVisionBuffer> input{};
+    std::int64_t oldStamp = -1;
+    std::uint64_t push = 0;
+  };
+  Conversion xBeginConversion(CameraDriverBuffer& pStore) const OX_REQUIRES(pStore.fMutex);
+  int xEndConversion(CameraDriverBuffer& pStore, const Conversion& pWork, std::uint64_t pOpening,
+                     bool pGood);
+  /// False if the sizes allow no resampling; the target is then untouched.
+  bool xReSize(const RealCameraProperties& pCamera, const OXImage& pSource,
+               const OXImage& pTarget) const;
   /// Waits up to a second; false, after a record, if no frame was pushed.
-  bool xWaitForFirstFrame(const CameraDriverBuffer& pStore, const std::string& pId);
-  /// The index of the newest frame, converted, with its read count raised; -1 if it can't be had.
-  int xMakeRawFrame(const Claim& pClaim, CameraDriverBuffer& pStore, const char* pOperation)
-      OX_REQUIRES(fVisionModulesLock);
+  bool xWaitForFirstFrame(CameraDriverBuffer& pStore, const std::string& pId);
+  /// The index of the newest frame, converted, with its read count raised; -1 if it can't be had or
+  /// is of another opening.
+  int xMakeRawFrame(const RealCameraProperties& pCamera, CameraDriverBuffer& pStore,
+                    const std::string& pId, const char* pOperation, std::uint64_t pOpening);
+  void xReturnFrame(const CameraDriverBuffer& pStore, OXVisionBuffer& pFrame);
 
   // --- parameters.cpp ---
   bool xSetResolutionParam(int pCameraIndex, int pValue) OX_REQUIRES(fVisionModulesLock);

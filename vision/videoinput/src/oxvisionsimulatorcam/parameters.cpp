@@ -1,6 +1,5 @@
 // Parameters of the simulated cameras. Three can be set: resolution, frame rate and the active
 // camera. A new resolution is applied by restarting the grabber, which reformats the frames.
-#include <oxframework/oxclock.h>
 #include <oxframework/oxdefinitions.h>
 #include <oxframework/oxerror.h>
 #include <oxframework/oxlog.h>
@@ -74,10 +73,12 @@ bool OXVisionSimulatorCam::xSetResolutionParam(int pCameraIndex, int pValue) {
   RealCameraProperties& camera = xParameterCamera(pCameraIndex, "setParam()");
   if (pValue == camera.fResolution) return true;
   // The restart applies it, also to a camera that was stopped, which runs afterwards.
-  const OXCriticalSection lock(fParametersLock);
   xStopFrameGrabber(pCameraIndex);
-  camera.fResolution = static_cast<std::int8_t>(pValue);
-  ki::os::usleep(kSettleUs);
+  {
+    const OXCriticalSection lock(fParametersLock);
+    camera.fResolution = static_cast<std::int8_t>(pValue);
+  }
+  xSleep(kSettleUs);
   xStartFrameGrabber(pCameraIndex);
   return true;
 }

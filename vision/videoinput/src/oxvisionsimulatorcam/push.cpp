@@ -1,6 +1,6 @@
-// Frames pushed by a simulator. A push copies the frame and returns: it wakes nobody and converts
-// nothing, so a frame that nobody asks for costs one copy. The camera's fMutex is held from the
-// check of the size to the end of the copy: no other push can declare another size in between.
+// Frames pushed by a simulator. A push copies the frame, wakes those who wait for one, and returns:
+// it converts nothing, so a frame that nobody asks for costs one copy. The copy is made without a
+// lock into a frame that nobody reads, so a push waits for no conversion and no request for a push.
 #include <atomic>
 #include <cstring>
 
@@ -12,6 +12,10 @@
 
 namespace OX {
 namespace {
+
+// For a buffer, which takes more pushes at once than there are buffers: one second.
+constexpr int kBufferPasses = 2000;
+constexpr unsigned int kBufferPassUs = 500;
 
 // A refused push is a record and false, never an error: a simulator goes on with the next frame.
 bool refuse(const char* pFunction, const std::string& pText) {
@@ -40,8 +44,7 @@ bool OXVisionSimulatorCam::putImage(const OXValue& pImage) {
   const auto store = xStore(camera);
   if (!store)
     return refuse("putImage", report::text("putImage(", camera, ") : invalid Camera index"));
-  const OXCriticalSection lock(store->fMutex);
-  return xPutImage(pImage, *store);
+  return xPutImage(pImage, *store, nullptr);
 }
 
 bool OXVisionSimulatorCam::putImage(const int& pCameraIndex, const int& pWidth, const int& pHeight,
@@ -49,9 +52,9 @@ bool OXVisionSimulatorCam::putImage(const int& pCameraIndex, const int& pWidth, 
   const auto store = xStore(pCameraIndex);
   if (!store)
     return refuse("putImage", report::text("putImage(", pCameraIndex, ") : invalid Camera index"));
-  const OXCriticalSection lock(store->fMutex);
   // The size stays declared also when the pixels are refused.
-  return xSetSimCamInputSize(pWidth, pHeight, *store) && xPutImage(pImage, *store);
+  const DeclaredSize size{pWidth, pHeight};
+  return xPutImage(pImage, *store, &size);
 }
 
 // Throws for a wrong camera, unlike the pushes.
@@ -118,21 +121,69 @@ const void* OXVisionSimulatorCam::xAcceptedPixels(const OXValue& pImage,
   return nullptr;
 }
 
-bool OXVisionSimulatorCam::xPutImage(const OXValue& pImage, CameraDriverBuffer& pStore) {
-  // First, so that the stamp is the moment of arrival and not the end of the copy.
-  ::timeval arrival{};
-  ki::os::gettimeofday(&arrival);
-  const void* const pixels = xAcceptedPixels(pImage, pStore);
-  if (!pixels) return false;
-  // Not the newest frame: that one stays whole until this one is complete.
-  const int target = pStore.fLastInputBuffer == 0 ? 1 : 0;
-  OXImage& image = *pStore.fInputBuffers[static_cast<std::size_t>(target)]->fImage;
-  if (!image.fData) return refuse("xPutImage", "xPutImage: memcopy failed");
-  std::memcpy(image.fData, pixels, static_cast<std::size_t>(pImage.getSize()));
-  image.fTimeStamp = stampOf(arrival);
-  // Last: the wait for a first frame reads it without the lock.
-  pStore.fLastInputBuffer = target;
-  return true;
+bool OXVisionSimulatorCam::xPutImage(const OXValue& pImage, CameraDriverBuffer& pStore,
+                                     const DeclaredSize* pSize) {
+  Push push;
+  {
+    const OXCriticalSection lock(pStore.fMutex);
+    if (pSize && !xSetSimCamInputSize(pSize->width, pSize->height, pStore)) return false;
+    // First, so that the stamp is the moment of arrival and not the end of the copy.
+    ::timeval arrival{};
+    ki::os::gettimeofday(&arrival);
+    push.stamp = stampOf(arrival);
+    push.pixels = xAcceptedPixels(pImage, pStore);
+    if (!push.pixels) return false;
+    push.resolution = pStore.fInputResolution;
+    push.number = ++pStore.fPushCount;
+  }
+  OXVisionBuffer* const target = xTakeInputBuffer(pStore, push);
+  if (!target) return refuse("xPutImage", "xPutImage: all buffers are in use by other pushes");
+  if (target->fImage->fData)
+    std::memcpy(target->fImage->fData, push.pixels, static_cast<std::size_t>(pImage.getSize()));
+  xEndPush(pStore, push, *target);
+  return target->fImage->fData || refuse("xPutImage", "xPutImage: memcopy failed");
+}
+
+// The two first frames in turns, as clients know them, and others only while those are in use.
+OXVisionBuffer* OXVisionSimulatorCam::xTakeInputBuffer(CameraDriverBuffer& pStore, Push& pPush) {
+  OXBoundedWait wait(kBufferPasses, kBufferPassUs);
+  for (;;) {
+    const std::uint64_t seen = pStore.fChanged.count();
+    {
+      const OXCriticalSection lock(pStore.fMutex);
+      const int newest = pStore.fLastInputBuffer;
+      const int count = static_cast<int>(pStore.fInputBuffers.size());
+      const int first = newest == 0 ? 1 : 0;
+      for (int i = 0; i < count; ++i) {
+        const int index = (first + i) % count;
+        OXVisionBuffer& buffer = *pStore.fInputBuffers[static_cast<std::size_t>(index)];
+        // Not the newest frame: that one stays whole until this one is complete.
+        if (index == newest || !buffer.isFree()) continue;
+        ++buffer.fWriteLockCount;
+        pPush.index = index;
+        return &buffer;
+      }
+    }
+    if (!wait.again(pStore.fChanged, seen)) return nullptr;
+  }
+}
+
+void OXVisionSimulatorCam::xEndPush(CameraDriverBuffer& pStore, const Push& pPush,
+                                    OXVisionBuffer& pBuffer) {
+  {
+    const OXCriticalSection lock(pStore.fMutex);
+    --pBuffer.fWriteLockCount;
+    // Of two pushes at once, the one that arrived last is the newest, whichever copy took longer.
+    if (pBuffer.fImage->fData && pPush.number > pStore.fNewestPush) {
+      // Again: another push may have declared another size during the copy.
+      pBuffer.fImage->setResolution(pPush.resolution);
+      pBuffer.fImage->fTimeStamp = pPush.stamp;
+      pBuffer.fContent = pPush.number;
+      pStore.fNewestPush = pPush.number;
+      pStore.fLastInputBuffer = pPush.index;
+    }
+  }
+  pStore.fChanged.notify();
 }
 
 }  // namespace OX

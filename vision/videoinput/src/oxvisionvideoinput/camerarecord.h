@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <vector>
 
+#include <oxframework/oxclock.h>
 #include "oxvisionbuffer.h"
 
 namespace OX {
@@ -22,6 +23,9 @@ struct RealCameraProperties {
   int fBufferCount = 0;  ///< what kCameraBufferSizeID reads; nothing depends on it
   std::vector<boost::shared_ptr<OXVisionBuffer>> fImageBuffers;  ///< converted images
   std::vector<boost::shared_ptr<OXVisionBuffer>> fRawBuffers;    ///< raw images, as many
+  /// How many conversions were begun. Requests that are answered by a shared image begin none.
+  std::uint64_t fConversionCount = 0;
+  OXWakeup fConversionEnded;  ///< for those who wait for a conversion that another request began
 };
 
 /// The states of a grabber, in an order that is relied on: up to kGrabberStopped it is off.

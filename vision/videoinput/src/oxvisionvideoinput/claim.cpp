@@ -6,6 +6,7 @@
 
 #include <oxframework/oxvideo.h>
 #include "oxvisionvideoinput.h"
+#include "subscriberturn.h"
 
 namespace OX {
 
@@ -94,5 +95,27 @@ Claim OXVisionVideoInput::xClaim(const std::string& pId, Family pFamily,
   const auto& subscriber = xSubscriber(pId, pFamily, pTexts, pWhere);
   return xClaim(subscriber, xCheckedCurrentCamera(*subscriber, pTexts.function, pWhere));
 }
+
+Claim OXVisionVideoInput::xCurrentClaim(const SubscriberTurn& pTurn,
+                                        const report::SubscriberTexts& pTexts,
+                                        OXSourceLocation pWhere) const {
+  return xClaim(pTurn.subscriber(),
+                xCheckedCurrentCamera(*pTurn.subscriber(), pTexts.function, pWhere));
+}
+
+// It may be removed, and even another one of its name added, while its turn is waited for.
+OXVisionVideoInput::SubscriberTurn::SubscriberTurn(const OXVisionVideoInput& pDevice,
+                                                   const std::string& pId, Family pFamily,
+                                                   const report::SubscriberTexts& pTexts,
+                                                   OXSourceLocation pWhere) {
+  for (;;) {
+    fSubscriber = pDevice.xSubscriber(pId, pFamily, pTexts, pWhere);
+    fSubscriber->fTurn.take(pDevice.fVisionModulesLock);
+    if (!fSubscriber->fIsUnsubscribed) return;
+    fSubscriber->fTurn.end();
+  }
+}
+
+OXVisionVideoInput::SubscriberTurn::~SubscriberTurn() { fSubscriber->fTurn.end(); }
 
 }  // namespace OX

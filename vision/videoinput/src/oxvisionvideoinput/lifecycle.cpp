@@ -5,7 +5,6 @@
 #include <oxframework/oxlog.h>
 #include <oxframework/oxproxies.h>
 #include "oxvisionvideoinput.h"
-#include "pixels/colour/kernels.h"
 #include "published/texts.h"
 #include "subscriberrecord.h"
 
@@ -25,8 +24,7 @@ void subscribeToDisconnections(OXModule& pModule) {
 OXVisionVideoInput::OXVisionVideoInput(boost::shared_ptr<OXBroker> pBroker, std::string pName)
     : OXModule(std::move(pBroker), pName),
       fVisionModulesLock(OXMutexRW::createOXMutexRW()),
-      fParametersLock(OXMutex::createOXMutex()),
-      fRecordingLock(OXMutex::createOXMutex()) {
+      fParametersLock(OXMutex::createOXMutex()) {
   try {
     subscribeToDisconnections(*this);
   } catch (const OXError&) {
@@ -38,11 +36,11 @@ OXVisionVideoInput::OXVisionVideoInput(boost::shared_ptr<OXBroker> pBroker, std:
   addModuleExample("Python", texts::kModuleExamplePython);
   xBindMethods();
   xBindDeprecatedMethods();
-  fCopyBuffer = std::make_unique_for_overwrite<unsigned char[]>(kernels::kTouchScratchBytes);
 }
 
 // A recording that is still open gets its index: without it a reader would have to repair the file.
 OXVisionVideoInput::~OXVisionVideoInput() {
+  const OXCriticalSectionWrite lock(fVisionModulesLock);
   for (const auto& entry : fVisionModules)
     if (entry.second->fIsRecording) xCloseVideo(entry.second);
 }

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <boost/shared_ptr.hpp>
+#include <cstdint>
 #include <memory>
 
 #include <oxframework/oximage.h>
@@ -32,6 +33,13 @@ class OXVisionBuffer {
 
   int fReadLockCount = 0;   ///< subscribers, replies and searches that hold it for reading
   int fWriteLockCount = 0;  ///< writers and searches that hold it for editing
+  /// Of the read counts, those of replies and conversions, which read its pixels without the lock.
+  int fPinCount = 0;
+  /// The number of the conversion, or of the push, that fills it while it is locked for writing, or
+  /// that filled it last; 0: none did. From its beginning the image has the time stamp that it will
+  /// keep, and fConvertedFrom is the frame that is read.
+  std::uint64_t fContent = 0;
+  const void* fConvertedFrom = nullptr;
   std::unique_ptr<OXImage> fImage;
   /// Keeps the camera's frame alive whose pixels this buffer points at; null when it points at
   /// none.

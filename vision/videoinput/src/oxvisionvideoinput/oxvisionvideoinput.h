@@ -17,6 +17,7 @@
 #include <oxframework/oxthreadsafety.h>
 #include <oxvision/ivideoinput.h>
 #include "report.h"
+#include "turn.h"
 
 namespace OX {
 
@@ -35,8 +36,11 @@ struct VisionModuleInfo;
 /// fDefaultResolution and fCameraProperties in its constructor; the broker owns it.
 ///
 /// Public operations are thread-safe. fVisionModulesLock is the one lock over subscribers, cameras
-/// and buffers: delivery and every change take it for writing, getters for reading. Lock order and
-/// every wait are in docs/threading.md. The device has no thread: all work is done on its callers'.
+/// and buffers: delivery and every change take it for writing, getters for reading. It is held for
+/// bookkeeping alone, and paused for whatever takes longer: a wait, a conversion, a copy, a file.
+/// Meanwhile a Turn keeps the thing that is worked on, and counts keep the buffers. Turns, lock
+/// order and every wait are in docs/threading.md. The device has no thread: all work is done on its
+/// callers'.
 ///
 /// The public operations are described in ivideoinput.h. Every camera index goes through
 /// xCamera(), since fActiveCamera and a caller's index may lie outside the table.
@@ -132,7 +136,8 @@ class OXVisionVideoInput : public OXModule, public IVideoInput {
 
   // --- the driver: supplied by a concrete camera ---
   // Called with fVisionModulesLock held, except for the const ones. Each must accept any camera
-  // index.
+  // index, and pauses the lock (OXCriticalSectionPause) for what takes longer than bookkeeping. The
+  // subscriber's turn, or that of the cameras, is the caller's meanwhile.
   virtual bool xIsResolutionValid(int pResolution, int pCamera) const = 0;
   virtual bool xIsFrameRateValid(int pFrameRate, int pCamera) const = 0;
   virtual bool xIsColorSpaceValid(int pColorSpace, int pCamera) const = 0;
@@ -252,8 +257,8 @@ class OXVisionVideoInput : public OXModule, public IVideoInput {
       OX_REQUIRES_SHARED(fVisionModulesLock);
 
   // --- subscribers/negotiation.cpp ---
-  /// Brings a camera to the highest resolution and frame rate that any subscriber asks for. Needs
-  /// the lock for writing. Always true; does nothing for an unknown camera.
+  /// Brings a camera to the highest resolution and frame rate that any subscriber asks for. Always
+  /// true; does nothing for an unknown camera. May pause the lock.
   bool xUpdateParam(const int& pCameraIndex) OX_REQUIRES(fVisionModulesLock);
 
   // --- buffers/lending.cpp: the protocol of holds, shared by all cameras ---
@@ -279,6 +284,8 @@ class OXVisionVideoInput : public OXModule, public IVideoInput {
       OX_REQUIRES(fVisionModulesLock);
 
   // --- delivery/grabber.cpp: the state machine of a grabber, shared by all cameras ---
+  /// Sleeps by the clock with the lock paused.
+  void xSleep(unsigned int pDurationUs) OX_REQUIRES(fVisionModulesLock);
   /// Opens a stopped camera; true also when it runs already. If pOpen returns false or throws, the
   /// camera is left failed; false becomes an OXError.
   bool xRunStart(int pCamera, const GrabberTexts& pTexts, const std::function<bool()>& pOpen)
@@ -298,6 +305,9 @@ class OXVisionVideoInput : public OXModule, public IVideoInput {
   boost::shared_ptr<OXMutexRW> fVisionModulesLock;
   /// For the concrete camera, whose header says what it guards. The core never takes it.
   boost::shared_ptr<OXMutex> fParametersLock;
+  /// Of whoever changes what cameras run at, starts or stops them: one for all cameras, since a
+  /// change of one may lead to a change of another.
+  Turn fCamerasTurn{"change of the cameras"};
   std::map<std::string, boost::shared_ptr<VisionModuleInfo>> fVisionModules
       OX_GUARDED_BY(fVisionModulesLock);
 
@@ -322,6 +332,15 @@ class OXVisionVideoInput : public OXModule, public IVideoInput {
   /// A pair of buffers for the subscriber on each of the cameras.
   void xCreateBuffers(VisionModuleInfo& pSubscriber, const std::vector<int>& pCameras,
                       const char* pMethod) OX_REQUIRES(fVisionModulesLock);
+  /// unsubscribe(): with pMayWait it first waits until the subscriber holds no image.
+  void xUnsubscribe(const std::string& pId, bool pMayWait) OX_REQUIRES(fVisionModulesLock);
+  bool xHoldsCurrentImage(const VisionModuleInfo& pSubscriber) const
+      OX_REQUIRES_SHARED(fVisionModulesLock);
+  /// Takes back what the subscriber holds, with a record.
+  void xForceRelease(const std::string& pId) OX_REQUIRES(fVisionModulesLock);
+  /// Ends all that a subscriber has, and removes it from the map.
+  void xRemove(const boost::shared_ptr<VisionModuleInfo>& pSubscriber)
+      OX_REQUIRES(fVisionModulesLock);
   /// Removes the pair that was made for the subscriber on the camera, if any.
   void xRemoveBuffers(const Claim& pClaim) OX_REQUIRES(fVisionModulesLock);
   void xUnsubscribeMono(const boost::shared_ptr<VisionModuleInfo>& pSubscriber, int pCamera)
@@ -352,6 +371,11 @@ class OXVisionVideoInput : public OXModule, public IVideoInput {
   Claim xClaim(const std::string& pId, Family pFamily, const report::SubscriberTexts& pTexts,
                OXSourceLocation pWhere = OXSourceLocation::current()) const
       OX_REQUIRES_SHARED(fVisionModulesLock);
+  class SubscriberTurn;  ///< subscriberturn.h
+  /// The subscriber whose turn it is with its current camera, checked as above.
+  Claim xCurrentClaim(const SubscriberTurn& pTurn, const report::SubscriberTexts& pTexts,
+                      OXSourceLocation pWhere = OXSourceLocation::current()) const
+      OX_REQUIRES_SHARED(fVisionModulesLock);
 
   // --- buffers/pool.cpp ---
   /// Adds a converted and a raw buffer to the pools of a camera; false, with neither added, without
@@ -370,6 +394,11 @@ class OXVisionVideoInput : public OXModule, public IVideoInput {
       OX_REQUIRES(fVisionModulesLock);
   /// A free buffer in the claim's format; if there is none, another free one is reformatted.
   BufferPtr xLockBufferForConversion(const Claim& pClaim) OX_REQUIRES(fVisionModulesLock);
+  /// The buffer of a conversion that another request has begun, in the format of the claim's
+  /// subscriber; null when there is none that passes pTest.
+  BufferPtr xFindConversionUnderWay(const Claim& pClaim,
+                                    const std::function<bool(const OXVisionBuffer&)>& pTest) const
+      OX_REQUIRES_SHARED(fVisionModulesLock);
   /// The oldest free converted image of a format, for the caller to reformat; its time stamp is
   /// cleared. Null when none is free.
   OXImage* xImageToReformat(const Claim& pClaim, int pResolution, int pColorSpace)
@@ -385,13 +414,18 @@ class OXVisionVideoInput : public OXModule, public IVideoInput {
   class RemoteReply;  ///< buffers/remotereply.h
   /// Ends the claim's hold on a raw buffer; there must be one.
   void xEndHold(const Claim& pClaim) OX_REQUIRES(fVisionModulesLock);
-  /// Puts a new buffer in the place of the one that the claim holds.
-  void xReplaceRawBuffer(const Claim& pClaim) OX_REQUIRES(fVisionModulesLock);
+  class PinScope;  ///< buffers/pinscope.h
+  /// Clears the claim's hold, whose read count has been dropped, and wakes those who wait for that.
+  void xForgetHold(const Claim& pClaim) OX_REQUIRES(fVisionModulesLock);
+  /// Puts a new buffer in the place of one that is only pinned any more.
+  void xReplacePinned(BufferPool& pPool, const BufferPtr& pBuffer, bool pDataAreExternal)
+      OX_REQUIRES(fVisionModulesLock);
   /// Ends the claim's hold, if any, on a converted image or on a raw one.
   void xReleaseConverted(const Claim& pClaim) OX_REQUIRES(fVisionModulesLock);
   /// Ends all holds of a subscriber, on every camera.
   void xReleaseAllConverted(const boost::shared_ptr<VisionModuleInfo>& pSubscriber)
       OX_REQUIRES(fVisionModulesLock);
+  /// The same by id, of a subscriber that did not release.
   void xForceReleaseBuffer(const std::string& pId) OX_REQUIRES(fVisionModulesLock);
   // What releaseImage, releaseImages and releaseDirectRawImage(s) release.
   void xReleaseImage(const boost::shared_ptr<VisionModuleInfo>& pSubscriber)
@@ -403,24 +437,41 @@ class OXVisionVideoInput : public OXModule, public IVideoInput {
       OX_REQUIRES(fVisionModulesLock);
   void xReleaseAllRawImages(const boost::shared_ptr<VisionModuleInfo>& pSubscriber)
       OX_REQUIRES(fVisionModulesLock);
-  /// Drops one read count; the last one of a raw buffer returns the frame to the camera.
-  void xDropReader(int pCamera, OXVisionBuffer& pBuffer) OX_REQUIRES(fVisionModulesLock);
+  /// Drops a pin and its read count; the last one of a raw buffer returns the frame to the camera.
+  void xUnpin(int pCamera, OXVisionBuffer& pBuffer) OX_REQUIRES(fVisionModulesLock);
 
   // --- delivery/conversion.cpp ---
-  /// The raw image in the claim's format, with one read count; null when no buffer is free.
-  BufferPtr xConvertImage(const Claim& pClaim, const OXImage& pRawImage)
+  class ConversionScope;
+  /// The raw image in the claim's format, with one read count; null when no buffer is free. The raw
+  /// image is held or pinned by the caller; pSource tells its frame from others. Pauses the lock.
+  BufferPtr xConvertImage(const Claim& pClaim, const OXImage& pRawImage, const void* pSource)
       OX_REQUIRES(fVisionModulesLock);
-  /// Leaves the destination untouched, after a record, when it can't convert.
-  void xConvertPixels(const OXImage& pRawImage, OXImage& pDestination, int pColorSpace)
+  /// The same for a raw image that was lent to the claim's subscriber.
+  BufferPtr xConvertHeldImage(const Claim& pClaim, const OXImage& pRawImage)
       OX_REQUIRES(fVisionModulesLock);
-  /// Reads the frame once from start to end; changes nothing that can be seen.
-  void xApplyPatchForKernelMemcopy(const OXImage* pSource) OX_REQUIRES(fVisionModulesLock);
+  /// Waits, with the lock paused, for the end of a conversion that another request has begun; true
+  /// when the buffer has its result.
+  bool xAwaitConversion(const Claim& pClaim, const OXVisionBuffer& pBuffer)
+      OX_REQUIRES(fVisionModulesLock);
+  /// The result of another request's conversion of the same frame, with one read count; null when
+  /// none is under way.
+  BufferPtr xJoinConversion(const Claim& pClaim, const OXImage& pRawImage, const void* pSource)
+      OX_REQUIRES(fVisionModulesLock);
+  /// Leaves the destination untouched, after a record, when it can't convert. Called without the
+  /// lock.
+  void xConvertPixels(const OXImage& pRawImage, OXImage& pDestination, int pColorSpace);
+  /// Reads the frame once from start to end; changes nothing that can be seen. Called without the
+  /// lock.
+  void xApplyPatchForKernelMemcopy(const OXImage* pSource);
 
   // --- delivery/single.cpp ---
   OXImage* xGetImage(const Claim& pClaim) OX_REQUIRES(fVisionModulesLock);
   /// Turns the read count that a conversion or a search left on the buffer into the claim's hold.
   /// Null for null.
   OXImage* xLendConverted(const Claim& pClaim, BufferPtr pBuffer) OX_REQUIRES(fVisionModulesLock);
+  /// Waits for a conversion under way whose image will be young enough; false when there is none.
+  bool xAwaitFreshConversion(const Claim& pClaim, std::int64_t pNowUs)
+      OX_REQUIRES(fVisionModulesLock);
   /// A converted image that is young enough, lent; null when there is none.
   OXImage* xReuseConvertedImage(const Claim& pClaim, std::int64_t pNowUs)
       OX_REQUIRES(fVisionModulesLock);
@@ -433,6 +484,9 @@ class OXVisionVideoInput : public OXModule, public IVideoInput {
 
   // --- delivery/multi.cpp ---
   std::vector<OXImage*> xGetImages(const boost::shared_ptr<VisionModuleInfo>& pSubscriber)
+      OX_REQUIRES(fVisionModulesLock);
+  /// Converts what was lent to the claim's subscriber, and lends the result in its place.
+  OXImage* xReplaceByConverted(const Claim& pClaim, const OXImage& pRawImage)
       OX_REQUIRES(fVisionModulesLock);
   void xAddToReply(RemoteReply& pReply, const boost::shared_ptr<VisionModuleInfo>& pSubscriber,
                    const std::vector<OXImage*>& pImages) const
@@ -452,6 +506,12 @@ class OXVisionVideoInput : public OXModule, public IVideoInput {
   // --- subscribers/settings.cpp ---
   bool xChangeSetting(const std::string& pId, const SettingChange& pChange,
                       OXSourceLocation pWhere = OXSourceLocation::current());
+  bool xApplySetting(const Claim& pClaim, const SettingChange& pChange)
+      OX_REQUIRES(fVisionModulesLock);
+  // --- subscribers/parameters.cpp ---
+  /// xSetParam() in the turn of the cameras.
+  bool xChangeParam(int pCamera, int pParam, int pValue, bool pSetDefault)
+      OX_REQUIRES(fVisionModulesLock);
   // --- subscribers/negotiation.cpp ---
   /// Updates the camera, which runs at pReal, if a wish that changed from pOld to pNew decides.
   bool xFollowChange(int pCamera, int pOld, int pNew, int pReal) OX_REQUIRES(fVisionModulesLock);
@@ -462,9 +522,10 @@ class OXVisionVideoInput : public OXModule, public IVideoInput {
   bool xSetStreamColorSpace(const Claim& pClaim, int pColorSpace) OX_REQUIRES(fVisionModulesLock);
 
   // --- delivery/recording.cpp ---
+  // In the subscriber's turn; files are written and closed with the lock paused.
   /// Ends a recording, if there is one; always true.
   bool xCloseVideo(const boost::shared_ptr<VisionModuleInfo>& pSubscriber)
-      OX_REQUIRES_SHARED(fVisionModulesLock);
+      OX_REQUIRES(fVisionModulesLock);
   /// Writes the frame of one request if it is due, and ends the recording when it is complete.
   void xRecord(const boost::shared_ptr<VisionModuleInfo>& pSubscriber, const OXImage& pRawImage,
                bool pApplyPatch) OX_REQUIRES(fVisionModulesLock);
@@ -473,10 +534,6 @@ class OXVisionVideoInput : public OXModule, public IVideoInput {
   void xBindMethods();
   void xBindDeprecatedMethods();
 
-  /// Guards starting and ending a recording, which hold fVisionModulesLock for reading only.
-  boost::shared_ptr<OXMutex> fRecordingLock;
-  /// Target of xApplyPatchForKernelMemcopy.
-  std::unique_ptr<unsigned char[]> fCopyBuffer OX_GUARDED_BY(fVisionModulesLock);
   /// Recently erased buffers: a client of this process may still be reading one.
   BufferPool fRetired OX_GUARDED_BY(fVisionModulesLock);
   int fSubscriberLimit OX_GUARDED_BY(fVisionModulesLock) = 256;

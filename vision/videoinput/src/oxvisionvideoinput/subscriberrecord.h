@@ -1,4 +1,5 @@
-/// The records of a subscriber. Plain data under fVisionModulesLock.
+/// The records of a subscriber. Plain data under fVisionModulesLock; the fields of a recording are
+/// used by the call that has the subscriber's turn, also while the lock is paused.
 #pragma once
 
 #include <boost/shared_ptr.hpp>
@@ -8,6 +9,7 @@
 #include <vector>
 
 #include "oxvisionbuffer.h"
+#include "turn.h"
 
 namespace OX {
 
@@ -50,6 +52,10 @@ struct VisionModuleInfo {
   std::unique_ptr<OXVideo> fVideo;    ///< the open recording
   /// Set when it is removed from the map, for replies that still share the record.
   bool fIsUnsubscribed = false;
+  /// Had by a call from its look-up until its image is lent or its change is made, so that calls of
+  /// one subscriber follow each other. Getters and the copying of a reply do without.
+  Turn fTurn{"call of this subscriber"};
+  OXWakeup fReleased;  ///< for changes that wait until it holds no image
 };
 
 }  // namespace OX

@@ -10,7 +10,9 @@
 #include <exception>
 #include <new>
 
+#include <oxframework/oxdefinitions.h>
 #include <oxframework/oxlog.h>
+#include "buffers/pinscope.h"
 #include "buffers/remotereply.h"
 
 namespace OX {
@@ -88,28 +90,51 @@ void OXVisionVideoInput::xReturnRawSource(int, OXVisionBuffer& pBuffer) {
   pBuffer.fRawSource.reset();
 }
 
+OXVisionVideoInput::PinScope::PinScope(OXVisionVideoInput& pDevice, int pCamera,
+                                       const BufferPtr& pBuffer)
+    : fDevice(pDevice), fCamera(pCamera), fBuffer(pBuffer) {
+  ++fBuffer->fPinCount;
+}
+
+OXVisionVideoInput::PinScope::~PinScope() { fDevice.xUnpin(fCamera, *fBuffer); }
+
+void OXVisionVideoInput::xUnpin(int pCamera, OXVisionBuffer& pBuffer) {
+  --pBuffer.fPinCount;
+  if (--pBuffer.fReadLockCount == 0 && pBuffer.fRawSource) xReturnRawSource(pCamera, pBuffer);
+}
+
 // The frame goes back to the camera with the last reader; a reply that is still being copied is a
 // reader too, and then returns it itself.
 void OXVisionVideoInput::xEndHold(const Claim& pClaim) {
   OXVisionBuffer& buffer = *pClaim.wish.fLockedImage;
   const bool isLastUser = buffer.fReadLockCount < 2 && buffer.fWriteLockCount < 1;
   if (isLastUser) xReturnRawSource(pClaim.index, buffer);
-  if (--buffer.fReadLockCount > 0) xReplaceRawBuffer(pClaim);
-  pClaim.wish.fLockedImage.reset();
+  --buffer.fReadLockCount;
+  xReplacePinned(pClaim.camera.fRawBuffers, pClaim.wish.fLockedImage, true);
+  xForgetHold(pClaim);
 }
 
-// A reply is still being copied from a raw buffer whose hold has ended: that buffer lives on
-// outside the pool until the copy is done, and a new one replaces it, since the pool needs one
-// buffer for each subscriber.
-void OXVisionVideoInput::xReplaceRawBuffer(const Claim& pClaim) {
-  BufferPool& pool = pClaim.camera.fRawBuffers;
-  const auto found = std::find(pool.begin(), pool.end(), pClaim.wish.fLockedImage);
-  if (found == pool.end()) return;  // a converted image, which others may share
+void OXVisionVideoInput::xForgetHold(const Claim& pClaim) {
+  pClaim.wish.fLockedImage.reset();
+  pClaim.subscriber->fReleased.notify();
+}
+
+// The last hold of a buffer has ended, and a reply is still being copied from it or an image
+// converted: it lives on outside the pool until that is done, and a new one replaces it, since the
+// pool needs one buffer for each subscriber.
+void OXVisionVideoInput::xReplacePinned(BufferPool& pPool, const BufferPtr& pBuffer,
+                                        bool pDataAreExternal) {
+  if (pBuffer->fPinCount == 0 || pBuffer->fReadLockCount > pBuffer->fPinCount) return;
+  const auto found = std::find(pPool.begin(), pPool.end(), pBuffer);
+  if (found == pPool.end()) return;
+  const OXImage& image = *pBuffer->fImage;
   try {
-    *found = boost::make_shared<OXVisionBuffer>(static_cast<int>(pClaim.camera.fResolution),
-                                                static_cast<int>(pClaim.camera.fColorSpace), true);
+    auto fresh = boost::make_shared<OXVisionBuffer>(kQQVGA, image.fColorSpace, pDataAreExternal);
+    fresh->fImage->fWidth = image.fWidth;
+    fresh->fImage->fHeight = image.fHeight;
+    *found = std::move(fresh);
   } catch (const std::bad_alloc&) {
-    // The old one stays in the pool, in use until the copy has ended.
+    // The old one stays in the pool, in use until it is no longer pinned.
   }
 }
 
@@ -124,7 +149,8 @@ void OXVisionVideoInput::xReleaseConverted(const Claim& pClaim) {
     return;
   }
   --held->fReadLockCount;
-  held.reset();
+  xReplacePinned(pClaim.camera.fImageBuffers, held, false);
+  xForgetHold(pClaim);
 }
 
 void OXVisionVideoInput::xReleaseAllConverted(
@@ -172,24 +198,23 @@ void OXVisionVideoInput::xForceReleaseBuffer(const std::string& pId) {
                 "xForceReleaseBuffer(" + pId + ") : module " + pId + " unknown!");
 }
 
-void OXVisionVideoInput::xDropReader(int pCamera, OXVisionBuffer& pBuffer) {
-  if (--pBuffer.fReadLockCount == 0 && pBuffer.fRawSource) xReturnRawSource(pCamera, pBuffer);
-}
-
 OXVisionVideoInput::RemoteReply::RemoteReply(OXVisionVideoInput& pDevice, Release pRelease)
     : fDevice(pDevice), fRelease(pRelease) {}
 
 // The pins go before the holds: ending a hold on a raw buffer that is still pinned would replace
-// the buffer for nothing.
+// the buffer for nothing. The holds go when no other call of the subscriber is under way, which may
+// have taken some of its own.
 OXVisionVideoInput::RemoteReply::~RemoteReply() {
   if (!fSubscriber) return;
   try {
     const OXCriticalSectionWrite lock(fDevice.fVisionModulesLock);
     for (const auto& image : fImages)
-      if (image) fDevice.xDropReader(image->camera, *image->buffer);
+      if (image) fDevice.xUnpin(image->camera, *image->buffer);
+    const TurnScope turn(fSubscriber->fTurn, fDevice.fVisionModulesLock);
     if (!fSubscriber->fIsUnsubscribed) (fDevice.*fRelease)(fSubscriber);
   } catch (const std::exception&) {
-    // Only composing a record can fail here, and a destructor must not throw.
+    // Another call of the subscriber has been under way for ever, or a record could not be
+    // composed; a destructor must not throw.
   }
 }
 
@@ -197,7 +222,9 @@ void OXVisionVideoInput::RemoteReply::add(const Claim& pClaim, const OXImage* pI
   fSubscriber = pClaim.subscriber;
   const boost::shared_ptr<OXVisionBuffer>& held = pClaim.wish.fLockedImage;
   fImages.push_back(pImage && held ? std::make_unique<Pin>(*pImage, pClaim.index, held) : nullptr);
-  if (fImages.back()) ++held->fReadLockCount;
+  if (!fImages.back()) return;
+  ++held->fReadLockCount;
+  ++held->fPinCount;
 }
 
 OXValue OXVisionVideoInput::RemoteReply::toValue() const {

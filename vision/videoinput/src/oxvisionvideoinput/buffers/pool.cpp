@@ -1,7 +1,7 @@
 // The pools of buffers: one converted and one raw buffer for each subscriber of a camera. A buffer
 // is chosen by its time stamp, over the whole pool: pools are short, and a free list would have to
-// follow every change of format. Everything here runs with fVisionModulesLock held for writing, so
-// that testing a counter and raising it is one step.
+// follow every change of format. Everything here runs with fVisionModulesLock held for writing and
+// never pauses it, so that testing a counter and raising it is one step.
 #include <algorithm>
 #include <boost/make_shared.hpp>
 #include <new>
@@ -129,11 +129,24 @@ OXVisionVideoInput::BufferPtr OXVisionVideoInput::xLockTheNewestBufferForReading
   return *newest;
 }
 
+OXVisionVideoInput::BufferPtr OXVisionVideoInput::xFindConversionUnderWay(
+    const Claim& pClaim, const std::function<bool(const OXVisionBuffer&)>& pTest) const {
+  int width = 0;
+  int height = 0;
+  setSizeFromResolution(pClaim.wish.fResolution, width, height);
+  for (const BufferPtr& buffer : pClaim.camera.fImageBuffers)
+    if (buffer->fWriteLockCount > 0 && buffer->fContent != 0 &&
+        buffer->hasFormat(width, height, pClaim.wish.fColorSpace) && pTest(*buffer))
+      return buffer;
+  return {};
+}
+
 OXImage* OXVisionVideoInput::xImageToReformat(const Claim& pClaim, int pResolution,
                                               int pColorSpace) {
   const BufferPtr buffer = xLockTheOldestBufferForEditing(pClaim.camera, pResolution, pColorSpace);
   if (!buffer) return nullptr;
   buffer->fImage->fTimeStamp = 0;
+  buffer->fContent = 0;
   --buffer->fWriteLockCount;  // nobody can take it before the caller: the lock is held
   return buffer->fImage.get();
 }
@@ -148,7 +161,7 @@ void OXVisionVideoInput::xErase(BufferPool& pPool, const BufferPtr& pBuffer) {
 }
 
 void OXVisionVideoInput::xFindAndEraseTheOldestBuffer(BufferPool& pPool) {
-  // Waiting for a free one would be in vain: nobody can release while this lock is held.
+  // No free one is no reason to wait: whoever uses the buffer that goes keeps it alive.
   const BufferPtr* oldest = findOldest(pPool, isAnyFree);
   if (!oldest) oldest = findOldest(pPool, [](const OXVisionBuffer&) { return true; });
   if (oldest) xErase(pPool, *oldest);

@@ -1,7 +1,11 @@
-// Converts a raw frame to the format of one subscriber, in a buffer of the pool. Runs under the
-// lock of the request. Sizes are checked here, since the kernels trust their caller.
+// Converts a raw frame to the format of one subscriber, in a buffer of the pool. The pixels are
+// converted while the device's lock is paused: the buffer is locked for writing meanwhile, and the
+// raw frame is held by the caller or pinned. Whoever wants the same frame in the same format waits
+// for that conversion and shares its result. Sizes are checked here, since the kernels trust their
+// caller.
 #include <algorithm>
 #include <array>
+#include <chrono>
 
 #include <oxframework/oxdefinitions.h>
 #include <oxframework/oxlog.h>
@@ -17,6 +21,9 @@ struct Conversion {
   decltype(&kernels::yuv422ToYuv) kernel;
   bool passFirst;  ///< read the frame once from start to end before the kernel does
 };
+
+// A conversion takes milliseconds. Whoever has waited this long for another one's begins its own.
+constexpr std::chrono::seconds kLongestConversion(1);
 
 constexpr std::array<Conversion, 10> kConversions{{
     {kYuv, &kernels::yuv422ToYuv, false},
@@ -49,24 +56,101 @@ std::size_t sourceBytes(const OXImage& pRawImage, const OXImage& pDestination) {
 
 }  // namespace
 
+/// A buffer that is being converted into. Whatever ends the conversion, others can use the buffer
+/// again and those who wait for its result are woken.
+class OXVisionVideoInput::ConversionScope {
+ public:
+  ConversionScope(const Claim& pClaim, OXVisionBuffer& pBuffer, const void* pSource)
+      : fCamera(pClaim.camera), fBuffer(pBuffer) {
+    fBuffer.fContent = ++fCamera.fConversionCount;
+    fBuffer.fConvertedFrom = pSource;
+  }
+  ~ConversionScope() {
+    if (!fIsDone) fBuffer.fContent = 0;
+    --fBuffer.fWriteLockCount;
+    fCamera.fConversionEnded.notify();
+  }
+  ConversionScope(const ConversionScope&) = delete;
+  ConversionScope& operator=(const ConversionScope&) = delete;
+
+  void setDone() { fIsDone = true; }
+
+ private:
+  RealCameraProperties& fCamera;
+  OXVisionBuffer& fBuffer;
+  bool fIsDone = false;
+};
+
+bool OXVisionVideoInput::xAwaitConversion(const Claim& pClaim, const OXVisionBuffer& pBuffer) {
+  const std::uint64_t conversion = pBuffer.fContent;
+  const auto isUnderWay = [&] {
+    return pBuffer.fContent == conversion && pBuffer.fWriteLockCount > 0;
+  };
+  const auto deadline = std::chrono::steady_clock::now() + kLongestConversion;
+  while (isUnderWay()) {
+    const auto left = deadline - std::chrono::steady_clock::now();
+    if (left <= left.zero()) return false;
+    const std::uint64_t seen = pClaim.camera.fConversionEnded.count();
+    const OXCriticalSectionPause pause(fVisionModulesLock);
+    pClaim.camera.fConversionEnded.wait(
+        seen, std::chrono::duration_cast<std::chrono::microseconds>(left));
+  }
+  return pBuffer.fContent == conversion;
+}
+
+OXVisionVideoInput::BufferPtr OXVisionVideoInput::xJoinConversion(const Claim& pClaim,
+                                                                  const OXImage& pRawImage,
+                                                                  const void* pSource) {
+  if (pRawImage.fColorSpace != kYUV422) return {};
+  const BufferPtr buffer = xFindConversionUnderWay(pClaim, [&](const OXVisionBuffer& pBuffer) {
+    return pBuffer.fConvertedFrom == pSource && pBuffer.fImage->fTimeStamp == pRawImage.fTimeStamp;
+  });
+  if (!buffer || !xAwaitConversion(pClaim, *buffer)) return {};
+  ++buffer->fReadLockCount;
+  return buffer;
+}
+
 OXVisionVideoInput::BufferPtr OXVisionVideoInput::xConvertImage(const Claim& pClaim,
-                                                                const OXImage& pRawImage) {
+                                                                const OXImage& pRawImage,
+                                                                const void* pSource) {
+  // The fields too: a change of the camera's resolution writes to those of lent raw images.
+  const OXImage raw(pRawImage, OXImage::ViewTag());
+  if (BufferPtr shared = xJoinConversion(pClaim, raw, pSource)) {
+    if (pClaim.subscriber->fIsRecording) xRecord(pClaim.subscriber, raw, true);
+    return shared;
+  }
   BufferPtr buffer = xLockBufferForConversion(pClaim);
   if (!buffer) return {};
-  // Here, so that a request that is answered by a shared image records nothing.
-  if (pClaim.subscriber->fIsRecording) xRecord(pClaim.subscriber, pRawImage, true);
+  ConversionScope conversion(pClaim, *buffer, pSource);
   OXImage& image = *buffer->fImage;
+  image.fTimeStamp = raw.fTimeStamp;
+  // Here, so that a request that is answered by a shared image records nothing.
+  if (pClaim.subscriber->fIsRecording) xRecord(pClaim.subscriber, raw, true);
   // A raw image of another colour space is not converted: the old pixels get the new time stamp.
-  if (pRawImage.fColorSpace == kYUV422) xConvertPixels(pRawImage, image, pClaim.wish.fColorSpace);
-  image.fTimeStamp = pRawImage.fTimeStamp;
-  image.fCameraId = pRawImage.fCameraId;
-  image.fLeftAngle = pRawImage.fLeftAngle;
-  image.fTopAngle = pRawImage.fTopAngle;
-  image.fRightAngle = pRawImage.fRightAngle;
-  image.fBottomAngle = pRawImage.fBottomAngle;
+  if (raw.fColorSpace == kYUV422) {
+    const int colorSpace = pClaim.wish.fColorSpace;
+    const OXCriticalSectionPause pause(fVisionModulesLock);
+    xConvertPixels(raw, image, colorSpace);
+  }
+  image.fCameraId = raw.fCameraId;
+  image.fLeftAngle = raw.fLeftAngle;
+  image.fTopAngle = raw.fTopAngle;
+  image.fRightAngle = raw.fRightAngle;
+  image.fBottomAngle = raw.fBottomAngle;
   ++buffer->fReadLockCount;
-  --buffer->fWriteLockCount;
+  conversion.setDone();
   return buffer;
+}
+
+OXVisionVideoInput::BufferPtr OXVisionVideoInput::xConvertHeldImage(const Claim& pClaim,
+                                                                    const OXImage& pRawImage) {
+  for (int i = 0; i < fNbCameras; ++i) {
+    const BufferPtr& held = pClaim.subscriber->wish(i).fLockedImage;
+    if (held && held->fImage.get() == &pRawImage)
+      return xConvertImage(pClaim, pRawImage, held->fRawSource.get());
+  }
+  // Lent by a camera that keeps counts of its own.
+  return xConvertImage(pClaim, pRawImage, &pRawImage);
 }
 
 void OXVisionVideoInput::xConvertPixels(const OXImage& pRawImage, OXImage& pDestination,
@@ -96,8 +180,9 @@ void OXVisionVideoInput::xApplyPatchForKernelMemcopy(const OXImage* pSource) {
   constexpr std::size_t kBytesPerPixel = 2;
   const std::size_t pixels = static_cast<std::size_t>(std::max(pSource->fWidth, 0)) *
                              static_cast<std::size_t>(std::max(pSource->fHeight, 0));
+  unsigned char scratch[kernels::kTouchScratchBytes];
   kernels::touchFrame(pSource->fData, std::min(kBytesPerPixel * pixels, pSource->fCapacityBytes),
-                      fCopyBuffer.get());
+                      scratch);
 }
 
 }  // namespace OX

@@ -1,6 +1,7 @@
 // The state machine of a grabber, for every camera: stopped or failed, opening, running, closing.
-// What opening and closing do is up to the camera. Everything runs with the lock held for writing,
-// so no other thread sees a camera opening or closing, and an opening that throws leaves it failed.
+// What opening and closing do is up to the camera, which pauses the lock if it takes long. Only the
+// thread that has the turn of the cameras changes a state: all others wait until a camera is open
+// or closed. An opening or closing that throws leaves it failed.
 #include "delivery/grabber.h"
 
 #include <oxframework/oxclock.h>
@@ -16,8 +17,8 @@ namespace {
 constexpr unsigned int kSettleAfterStartUs = 100;
 constexpr unsigned int kSettleAfterStopUs = 500;
 constexpr unsigned int kOpeningPollUs = 500000;
-// Start and stop both hold the lock for writing, so a camera that is still opening after these
-// polls stays so: no more waiting will help.
+// Nobody else opens a camera during the turn, so one that is still opening after these polls stays
+// so: no more waiting will help.
 constexpr int kOpeningPolls = 2;
 constexpr const char* kCannotOpen = "Can't open video file.";
 
@@ -52,6 +53,11 @@ bool OXVisionVideoInput::stopFrameGrabber() {
   return stopped;
 }
 
+void OXVisionVideoInput::xSleep(unsigned int pDurationUs) {
+  const OXCriticalSectionPause pause(fVisionModulesLock);
+  ki::os::usleep(pDurationUs);
+}
+
 RealCameraProperties* OXVisionVideoInput::xGrabberCamera(int pCamera, const char* pFunction,
                                                          const GrabberTexts& pTexts) const {
   RealCameraProperties* const camera = xCamera(pCamera);
@@ -76,6 +82,8 @@ bool OXVisionVideoInput::xRunStart(int pCamera, const GrabberTexts& pTexts,
   RealCameraProperties* const camera = xGrabberCamera(pCamera, kFunction, pTexts);
   if (!camera) return false;
   // A failed camera is tried again by each start: its file or device may be there by now.
+  if (camera->fGrabberState == kGrabberRunning) return true;
+  const TurnScope turn(fCamerasTurn, fVisionModulesLock);
   if (camera->fGrabberState > kGrabberStopped) return true;
   camera->fGrabberState = kGrabberOpening;
   bool opened = false;
@@ -93,7 +101,7 @@ bool OXVisionVideoInput::xRunStart(int pCamera, const GrabberTexts& pTexts,
                   pTexts.openErrorLine);
   }
   camera->fGrabberState = kGrabberRunning;
-  ki::os::usleep(kSettleAfterStartUs);
+  xSleep(kSettleAfterStartUs);
   xLogGrabber(ki::log::kInfo, kFunction, pTexts.started, pTexts);
   return true;
 }
@@ -103,19 +111,27 @@ bool OXVisionVideoInput::xRunStop(int pCamera, const GrabberTexts& pTexts,
   constexpr const char* kFunction = "xStopFrameGrabber";
   RealCameraProperties* const camera = xGrabberCamera(pCamera, kFunction, pTexts);
   if (!camera) return false;
+  const TurnScope turn(fCamerasTurn, fVisionModulesLock);
   for (int poll = 0; poll < kOpeningPolls && camera->fGrabberState == kGrabberOpening; ++poll)
-    ki::os::usleep(kOpeningPollUs);
+    xSleep(kOpeningPollUs);
   // Off, failed, still opening or already closing: there is nothing to close, which is no failure.
   if (camera->fGrabberState <= kGrabberClosing) return true;
   camera->fGrabberState = kGrabberClosing;
-  if (!pClose()) {
+  bool closed = false;
+  try {
+    closed = pClose();
+  } catch (...) {
+    camera->fGrabberState = kGrabberFailed;
+    throw;
+  }
+  if (!closed) {
     xLogGrabber(ki::log::kError, kFunction, pTexts.closeError, pTexts);
     camera->fGrabberState = kGrabberFailed;
     return false;
   }
   camera->fGrabberState = kGrabberStopped;
   xLogGrabber(ki::log::kInfo, kFunction, pTexts.stopped, pTexts);
-  ki::os::usleep(kSettleAfterStopUs);
+  xSleep(kSettleAfterStopUs);
   return true;
 }
 

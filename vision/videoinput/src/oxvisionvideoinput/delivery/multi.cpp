@@ -2,6 +2,7 @@
 // effect here: every request takes the newest frame of each camera and converts it.
 #include <oxframework/oxlog.h>
 #include "buffers/remotereply.h"
+#include "subscriberturn.h"
 
 namespace OX {
 namespace {
@@ -24,7 +25,8 @@ constexpr report::SubscriberTexts kReleaseImages{
 }  // namespace
 
 std::vector<OXImage*> OXVisionVideoInput::xGetImages(const std::string& pId) {
-  return xGetImages(xSubscriber(pId, Family::Multi, kGetImagesLocal));
+  const SubscriberTurn turn(*this, pId, Family::Multi, kGetImagesLocal);
+  return xGetImages(turn.subscriber());
 }
 
 std::vector<OXImage*> OXVisionVideoInput::xGetImages(
@@ -43,16 +45,25 @@ std::vector<OXImage*> OXVisionVideoInput::xGetImages(
   if (images.empty())
     report::raise(getName(), "xGetImages()",
                   pSubscriber->fName + " failed to get images from one or several cameras");
-  for (std::size_t i = 0; i < images.size(); ++i) {
-    if (!images[i]) continue;  // no buffer was free: nothing is held on this camera
-    const Claim claim = xClaim(pSubscriber, pSubscriber->fActiveCameras[i]);
-    BufferPtr converted = xConvertImage(claim, *images[i]);
-    if (!xReleaseDirectRawImageDeep(pSubscriber->fName, claim.index))
-      report::log(ki::log::kError, "xGetImages",
-                  "xGetImage(" + pSubscriber->fName + "): Unable to release raw image.");
-    images[i] = xLendConverted(claim, std::move(converted));
+  try {
+    for (std::size_t i = 0; i < images.size(); ++i) {
+      if (!images[i]) continue;  // no buffer was free: nothing is held on this camera
+      const Claim claim = xClaim(pSubscriber, pSubscriber->fActiveCameras[i]);
+      images[i] = xReplaceByConverted(claim, *images[i]);
+    }
+  } catch (...) {
+    xReleaseImages(pSubscriber);  // nothing was held before: a request that fails takes nothing
+    throw;
   }
   return images;
+}
+
+OXImage* OXVisionVideoInput::xReplaceByConverted(const Claim& pClaim, const OXImage& pRawImage) {
+  BufferPtr converted = xConvertHeldImage(pClaim, pRawImage);
+  if (!xReleaseDirectRawImageDeep(pClaim.subscriber->fName, pClaim.index))
+    report::log(ki::log::kError, "xGetImages",
+                "xGetImage(" + pClaim.subscriber->fName + "): Unable to release raw image.");
+  return xLendConverted(pClaim, std::move(converted));
 }
 
 OXValue OXVisionVideoInput::xDeliveryFlags(const std::vector<OXImage*>& pImages) {
@@ -65,18 +76,19 @@ OXValue OXVisionVideoInput::xDeliveryFlags(const std::vector<OXImage*>& pImages)
 
 OXValue OXVisionVideoInput::getImagesLocal(const std::string& pId) {
   const OXCriticalSectionWrite lock(fVisionModulesLock);
-  return xDeliveryFlags(xGetImages(xSubscriber(pId, Family::Multi, kGetImagesLocal)));
+  const SubscriberTurn turn(*this, pId, Family::Multi, kGetImagesLocal);
+  return xDeliveryFlags(xGetImages(turn.subscriber()));
 }
 
 OXValue OXVisionVideoInput::getImagesRemote(const std::string& pId) {
   RemoteReply reply(*this, &OXVisionVideoInput::xReleaseImages);
   {
     const OXCriticalSectionWrite lock(fVisionModulesLock);
-    const auto& subscriber = xSubscriber(pId, Family::Multi, kGetImagesRemote);
-    const std::vector<OXImage*> images = xGetImages(subscriber);
+    const SubscriberTurn turn(*this, pId, Family::Multi, kGetImagesRemote);
+    const std::vector<OXImage*> images = xGetImages(turn.subscriber());
     // An image was still held. Nothing is in the reply yet, so that hold is not released here.
     if (images.empty()) return OXValue();
-    xAddToReply(reply, subscriber, images);
+    xAddToReply(reply, turn.subscriber(), images);
   }
   return reply.toJoinedValue();
 }
@@ -92,7 +104,8 @@ void OXVisionVideoInput::xAddToReply(RemoteReply& pReply,
 // What was held is read before anything is released: the results say which images there were.
 OXValue OXVisionVideoInput::releaseImages(const std::string& pId) {
   const OXCriticalSectionWrite lock(fVisionModulesLock);
-  const auto& subscriber = xSubscriber(pId, Family::Multi, kReleaseImages);
+  const SubscriberTurn turn(*this, pId, Family::Multi, kReleaseImages);
+  const auto& subscriber = turn.subscriber();
   std::vector<int> results;
   for (const int camera : subscriber->fActiveCameras)
     results.push_back(subscriber->wish(camera).fLockedImage ? 1 : 0);

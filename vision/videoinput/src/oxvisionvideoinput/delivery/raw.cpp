@@ -2,6 +2,7 @@
 // subscriber is checked and the reply is made. A raw request never starts the grabber.
 #include <oxframework/oxlog.h>
 #include "buffers/remotereply.h"
+#include "subscriberturn.h"
 
 namespace OX {
 namespace {
@@ -28,6 +29,10 @@ constexpr report::SubscriberTexts kGetAllRemoteAgain{
 constexpr report::SubscriberTexts kReleaseAll{
     "releaseDirectRawImages", "releaseDirectRawImages()", "releaseDirectRawImages(",
     "Mono stream module can't call this method, use releaseDirectRawImage instead"};
+// For a subscriber that is removed while its turn is waited for.
+constexpr report::SubscriberTexts kGetInterprocess{"getDirectRawImageInterprocess",
+                                                   "getDirectRawImageInterprocess()",
+                                                   "getDirectRawImageInterprocess(", nullptr};
 
 }  // namespace
 
@@ -35,13 +40,20 @@ constexpr report::SubscriberTexts kReleaseAll{
 // conversion this does not read the frame once before it is written.
 OXImage* OXVisionVideoInput::xGetRawImage(const Claim& pClaim) {
   OXImage* const image = xGetDirectRawImage(pClaim.subscriber->fName, false);
-  if (image && pClaim.subscriber->fIsRecording) xRecord(pClaim.subscriber, *image, false);
+  if (!image || !pClaim.subscriber->fIsRecording) return image;
+  try {
+    xRecord(pClaim.subscriber, *image, false);
+  } catch (...) {
+    xReleaseOwnRawImages(*pClaim.subscriber);
+    throw;
+  }
   return image;
 }
 
 OXImage* OXVisionVideoInput::getDirectRawImageLocal(const std::string& pId) {
   const OXCriticalSectionWrite lock(fVisionModulesLock);
-  return xGetRawImage(xClaim(pId, Family::Mono, kGetLocal));
+  const SubscriberTurn turn(*this, pId, Family::Mono, kGetLocal);
+  return xGetRawImage(xCurrentClaim(turn, kGetLocal));
 }
 
 OXValue OXVisionVideoInput::getDirectRawImageRemote(const std::string& pId) {
@@ -49,7 +61,8 @@ OXValue OXVisionVideoInput::getDirectRawImageRemote(const std::string& pId) {
   RemoteReply reply(*this, &OXVisionVideoInput::xReleaseRawImage);
   {
     const OXCriticalSectionWrite lock(fVisionModulesLock);
-    const Claim claim = xClaim(pId, Family::Mono, kGetRemote);
+    const SubscriberTurn turn(*this, pId, Family::Mono, kGetRemote);
+    const Claim claim = xCurrentClaim(turn, kGetRemote);
     const OXImage* const image = xGetRawImage(claim);
     // Nothing is in the reply yet, so an image that was held before is not released here.
     if (!image) return OXValue();
@@ -61,12 +74,13 @@ OXValue OXVisionVideoInput::getDirectRawImageRemote(const std::string& pId) {
 // True also when nothing is held: a client may release after every request, whatever came of it.
 bool OXVisionVideoInput::releaseDirectRawImage(const std::string& pId) {
   const OXCriticalSectionWrite lock(fVisionModulesLock);
-  return xReleaseOwnRawImages(*xSubscriber(pId, Family::Mono, kRelease));
+  const SubscriberTurn turn(*this, pId, Family::Mono, kRelease);
+  return xReleaseOwnRawImages(*turn.subscriber());
 }
 
 OXValue OXVisionVideoInput::getDirectRawImagesLocal(const std::string& pId) {
   const OXCriticalSectionWrite lock(fVisionModulesLock);
-  xSubscriber(pId, Family::Multi, kGetAllLocal);
+  const SubscriberTurn turn(*this, pId, Family::Multi, kGetAllLocal);
   // An OXValue holds no pointers: the caller learns which streams have an image, and no more.
   return xDeliveryFlags(xGetDirectRawImages(pId));
 }
@@ -75,10 +89,10 @@ OXValue OXVisionVideoInput::getDirectRawImagesRemote(const std::string& pId) {
   RemoteReply reply(*this, &OXVisionVideoInput::xReleaseAllRawImages);
   {
     const OXCriticalSectionWrite lock(fVisionModulesLock);
-    const auto& subscriber = xSubscriber(pId, Family::Multi, kGetAllRemote);
+    const SubscriberTurn turn(*this, pId, Family::Multi, kGetAllRemote);
     const std::vector<OXImage*> images = xGetDirectRawImages(pId);
     if (images.empty()) return OXValue();
-    xAddToReply(reply, subscriber, images);
+    xAddToReply(reply, turn.subscriber(), images);
   }
   OXValue result = reply.toJoinedValue();
   // A subscriber that was removed during the copy gets the error and not the pixels.
@@ -89,8 +103,9 @@ OXValue OXVisionVideoInput::getDirectRawImagesRemote(const std::string& pId) {
 
 OXValue OXVisionVideoInput::releaseDirectRawImages(const std::string& pId) {
   const OXCriticalSectionWrite lock(fVisionModulesLock);
+  const SubscriberTurn turn(*this, pId, Family::Multi, kReleaseAll);
   std::vector<int> results;
-  for (const int camera : xSubscriber(pId, Family::Multi, kReleaseAll)->fActiveCameras)
+  for (const int camera : turn.subscriber()->fActiveCameras)
     results.push_back(xReleaseDirectRawImageDeep(pId, camera) ? 1 : 0);
   return OXValue(results);
 }
@@ -99,17 +114,17 @@ OXValue OXVisionVideoInput::releaseDirectRawImages(const std::string& pId) {
 // returned as an empty name and not thrown: clients know it so.
 std::string OXVisionVideoInput::getDirectRawImageInterprocess(const std::string& pId) {
   const OXCriticalSectionWrite lock(fVisionModulesLock);
-  const auto* const subscriber = xFind(pId);
-  if (!subscriber) {
+  if (!xFind(pId)) {
     report::log(ki::log::kError, "getDirectRawImageInterprocess",
                 "getDirectRawImageInterprocess(" + pId + ") : module " + pId + " unknown!\n");
     return "";
   }
   // Before anything is lent, so that the error leaves no image held.
-  const int camera = xCheckedCurrentCamera(**subscriber, "getDirectRawImageInterprocess");
+  const SubscriberTurn turn(*this, pId, Family::Any, kGetInterprocess);
+  const int camera = xCheckedCurrentCamera(*turn.subscriber(), "getDirectRawImageInterprocess");
   const bool taken = xGetDirectRawImage(pId, false) != nullptr;
   // The release below refuses a multi-stream subscriber: what this call took is released first.
-  if (taken && (*subscriber)->fIsMultiStream) xReleaseDirectRawImageDeep(pId, camera);
+  if (taken && turn.subscriber()->fIsMultiStream) xReleaseDirectRawImageDeep(pId, camera);
   releaseDirectRawImage(pId);
   return "lastVideoBuffer";
 }

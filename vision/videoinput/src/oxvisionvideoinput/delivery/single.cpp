@@ -6,7 +6,9 @@
 #include <oxframework/oxclock.h>
 #include <oxframework/oxdefinitions.h>
 #include <oxframework/oxlog.h>
+#include "buffers/pinscope.h"
 #include "buffers/remotereply.h"
+#include "subscriberturn.h"
 
 namespace OX {
 namespace {
@@ -58,14 +60,16 @@ std::pair<std::int64_t, std::int64_t> OXVisionVideoInput::getTimeStamp(const OXI
 
 OXImage* OXVisionVideoInput::getImageLocal(const std::string& pId) {
   const OXCriticalSectionWrite lock(fVisionModulesLock);
-  return xGetImage(xClaim(pId, Family::Mono, kGetImageLocal));
+  const SubscriberTurn turn(*this, pId, Family::Mono, kGetImageLocal);
+  return xGetImage(xCurrentClaim(turn, kGetImageLocal));
 }
 
 OXValue OXVisionVideoInput::getImageRemote(const std::string& pId) {
   RemoteReply reply(*this, &OXVisionVideoInput::xReleaseImage);
   {
     const OXCriticalSectionWrite lock(fVisionModulesLock);
-    const Claim claim = xClaim(pId, Family::Mono, kGetImageRemote);
+    const SubscriberTurn turn(*this, pId, Family::Mono, kGetImageRemote);
+    const Claim claim = xCurrentClaim(turn, kGetImageRemote);
     const OXImage* const image = xGetImage(claim);
     if (!image) return OXValue();
     reply.add(claim, image);
@@ -75,7 +79,8 @@ OXValue OXVisionVideoInput::getImageRemote(const std::string& pId) {
 
 bool OXVisionVideoInput::releaseImage(const std::string& pId) {
   const OXCriticalSectionWrite lock(fVisionModulesLock);
-  xReleaseImage(xSubscriber(pId, Family::Mono, kReleaseImage));
+  const SubscriberTurn turn(*this, pId, Family::Mono, kReleaseImage);
+  xReleaseImage(turn.subscriber());
   return true;
 }
 
@@ -94,6 +99,15 @@ OXImage* OXVisionVideoInput::xReuseConvertedImage(const Claim& pClaim, std::int6
   return nullptr;
 }
 
+// Another request may be making the very image: it is worth waiting for if it will be young enough.
+// Whether it then is, is for the caller to look at with a new reading of the clock.
+bool OXVisionVideoInput::xAwaitFreshConversion(const Claim& pClaim, std::int64_t pNowUs) {
+  const BufferPtr buffer = xFindConversionUnderWay(pClaim, [&](const OXVisionBuffer& pBuffer) {
+    return isFresh(*pBuffer.fImage, pNowUs, *pClaim.subscriber);
+  });
+  return buffer && xAwaitConversion(pClaim, *buffer);
+}
+
 bool OXVisionVideoInput::xReuseRawImage(const Claim& pClaim, std::int64_t pNowUs,
                                         OXImage*& pImage) {
   const BufferPtr raw = xLockTheNewestBufferForReading(pClaim.camera);
@@ -101,8 +115,9 @@ bool OXVisionVideoInput::xReuseRawImage(const Claim& pClaim, std::int64_t pNowUs
   // A raw buffer is usable only while it is lent: after that its pixels may change.
   const bool fresh =
       raw->fRawSource && isFreshInThisSecond(*raw->fImage, pNowUs, *pClaim.subscriber);
-  if (fresh) pImage = xLendConverted(pClaim, xConvertImage(pClaim, *raw->fImage));
-  --raw->fReadLockCount;
+  const PinScope pin(*this, pClaim.index, raw);
+  if (fresh)
+    pImage = xLendConverted(pClaim, xConvertImage(pClaim, *raw->fImage, raw->fRawSource.get()));
   return fresh;
 }
 
@@ -113,7 +128,8 @@ void OXVisionVideoInput::xReleaseRawImages(const VisionModuleInfo& pSubscriber) 
 }
 
 OXImage* OXVisionVideoInput::xGetImage(const std::string& pId) {
-  return xGetImage(xClaim(pId, Family::Mono, kGetImageLocal));
+  const SubscriberTurn turn(*this, pId, Family::Mono, kGetImageLocal);
+  return xGetImage(xCurrentClaim(turn, kGetImageLocal));
 }
 
 OXImage* OXVisionVideoInput::xGetImage(const Claim& pClaim) {
@@ -122,11 +138,16 @@ OXImage* OXVisionVideoInput::xGetImage(const Claim& pClaim) {
     report::fail(
         getName(), "xGetImage", "xGetImage",
         report::text(id, " previous image for camera ", pClaim.index, " was not released !"));
-  if (pClaim.camera.fGrabberState <= kGrabberStopped) xStartFrameGrabber(pClaim.index);
+  // Another thread may be opening the camera: this one then waits for the end of that.
+  if (pClaim.camera.fGrabberState != kGrabberRunning) xStartFrameGrabber(pClaim.index);
   // One reading of the clock, after the grabber may have been started: both tests see the same
-  // time.
-  const std::int64_t now = nowUs();
+  // time. A second one after a conversion was waited for.
+  std::int64_t now = nowUs();
   if (OXImage* const shared = xReuseConvertedImage(pClaim, now)) return shared;
+  if (xAwaitFreshConversion(pClaim, now)) {
+    now = nowUs();
+    if (OXImage* const shared = xReuseConvertedImage(pClaim, now)) return shared;
+  }
   OXImage* fromRaw = nullptr;
   if (xReuseRawImage(pClaim, now, fromRaw)) return fromRaw;
 
@@ -137,7 +158,13 @@ OXImage* OXVisionVideoInput::xGetImage(const Claim& pClaim) {
         "xGetImage(" + id + "): Failed to get a new raw image for subscriber \"" + id + "\"");
     return nullptr;
   }
-  BufferPtr converted = xConvertImage(pClaim, *raw);
+  BufferPtr converted;
+  try {
+    converted = xConvertHeldImage(pClaim, *raw);
+  } catch (...) {
+    xReleaseOwnRawImages(*pClaim.subscriber);
+    throw;
+  }
   // The source may have selected another active camera meanwhile: a replay follows its recording.
   if (xCurrentCamera(*pClaim.subscriber) != pClaim.index)
     report::log(ki::log::kError, "xGetImage",

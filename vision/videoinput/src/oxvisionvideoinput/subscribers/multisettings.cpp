@@ -3,8 +3,7 @@
 #include <algorithm>
 
 #include <oxframework/oxlog.h>
-#include "claim.h"
-#include "oxvisionvideoinput.h"
+#include "subscriberturn.h"
 
 namespace OX {
 namespace {
@@ -64,7 +63,8 @@ OXValue OXVisionVideoInput::setResolutions(const std::string& pId, const OXValue
   const OXCriticalSectionWrite lock(fVisionModulesLock);
   // Looked up again: between the locks it may have been removed or given other cameras, hence the
   // minimum below.
-  const auto& subscriber = xSubscriber(pId, Family::Multi, kSetResolutions);
+  const SubscriberTurn turn(*this, pId, Family::Multi, kSetResolutions);
+  const auto& subscriber = turn.subscriber();
   std::vector<int> results;
   for (std::size_t i = 0; i < std::min(values.size(), subscriber->fActiveCameras.size()); ++i)
     results.push_back(
@@ -96,7 +96,8 @@ OXValue OXVisionVideoInput::setColorSpaces(const std::string& pId, const OXValue
           wrongLength("color spaces", pId, values.size(), subscriber->fActiveCameras.size()));
   }
   const OXCriticalSectionWrite lock(fVisionModulesLock);
-  const auto& subscriber = xSubscriber(pId, Family::Multi, kSetColorSpacesAgain);
+  const SubscriberTurn turn(*this, pId, Family::Multi, kSetColorSpacesAgain);
+  const auto& subscriber = turn.subscriber();
   std::vector<int> results;
   for (std::size_t i = 0; i < std::min(values.size(), subscriber->fActiveCameras.size()); ++i)
     results.push_back(
@@ -128,7 +129,8 @@ OXValue OXVisionVideoInput::setActiveCameras(const std::string& pId,
                  "setActiveCameras(" + pId + ", ...) : Invalid input parameters, " +
                      "using several time the same camera is forbidden");
   const OXCriticalSectionWrite lock(fVisionModulesLock);
-  const auto& subscriber = xSubscriber(pId, Family::Multi, kSetActiveCameras);
+  const SubscriberTurn turn(*this, pId, Family::Multi, kSetActiveCameras);
+  const auto& subscriber = turn.subscriber();
   for (const int camera : cameras)
     if (!xCamera(camera))
       report::fail(getName(), kSetActiveCameras.function, kSetActiveCameras.method,

@@ -2,7 +2,6 @@
 // resolution restarts the grabber, so the camera is changed only if a wish decides.
 #include <algorithm>
 
-#include <oxframework/oxclock.h>
 #include <oxframework/oxdefinitions.h>
 #include <oxframework/oxlog.h>
 #include "claim.h"
@@ -12,22 +11,15 @@ namespace OX {
 namespace {
 
 constexpr int kMinCameraFrameRate = 5;
-// One second at most for a raw buffer that another writer has: the lock is held meanwhile.
-constexpr int kWriterPasses = 2000;
-constexpr unsigned int kWriterPassUs = 500;
-
-void waitForOtherWriter(const OXVisionBuffer& pBuffer) {
-  for (int pass = 0; pass < kWriterPasses; ++pass) {
-    if (pBuffer.fReadLockCount == 0 || pBuffer.fWriteLockCount <= 1) return;
-    ki::os::usleep(kWriterPassUs);
-  }
-}
 
 }  // namespace
 
 bool OXVisionVideoInput::xUpdateParam(const int& pCameraIndex) {
   RealCameraProperties* const camera = xCamera(pCameraIndex);
   if (!camera) return true;
+  // The restart pauses the lock. Wishes that change meanwhile have an update of their own, after
+  // this one.
+  const TurnScope turn(fCamerasTurn, fVisionModulesLock);
   if (fVisionModules.empty()) {
     // Written straight into the camera: the restart applies it.
     if (camera->fFrameRate == kMinCameraFrameRate && camera->fResolution == fDefaultResolution)
@@ -51,12 +43,7 @@ bool OXVisionVideoInput::xUpdateParam(const int& pCameraIndex) {
     xSetParam(pCameraIndex, kCameraResolutionID, resolution, false);
     camera->fResolution = static_cast<std::int8_t>(resolution);
     // Frames of a camera that sets no format are lent in these buffers, which need the new one.
-    for (const auto& buffer : camera->fRawBuffers) {
-      ++buffer->fWriteLockCount;
-      waitForOtherWriter(*buffer);
-      buffer->fImage->setResolution(resolution);
-      --buffer->fWriteLockCount;
-    }
+    for (const auto& buffer : camera->fRawBuffers) buffer->fImage->setResolution(resolution);
   }
   if (frameRate != camera->fFrameRate) {
     report::log(ki::log::kInfo, "xUpdateParam",

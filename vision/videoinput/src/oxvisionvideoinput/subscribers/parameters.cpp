@@ -3,8 +3,7 @@
 // the next negotiation may undo what is set here.
 #include <oxframework/oxdefinitions.h>
 #include <oxframework/oxlog.h>
-#include "oxvisionvideoinput.h"
-#include "subscriberrecord.h"
+#include "subscriberturn.h"
 
 namespace OX {
 namespace {
@@ -34,6 +33,11 @@ constexpr report::SubscriberTexts kDefaultAll{
 // A subscriber only selects the camera: a parameter belongs to the camera, so a change affects all
 // its subscribers. Held images are not waited for, unlike by a change of a wish: no buffer of the
 // subscriber's is reformatted.
+bool OXVisionVideoInput::xChangeParam(int pCamera, int pParam, int pValue, bool pSetDefault) {
+  const TurnScope turn(fCamerasTurn, fVisionModulesLock);
+  return xSetParam(pCamera, pParam, pValue, pSetDefault);
+}
+
 int OXVisionVideoInput::getCameraParameter(const std::string& pId, const int& pParam) {
   const OXCriticalSectionRead lock(fVisionModulesLock);
   return xGetParam(xCurrentCamera(*xSubscriber(pId, Family::Mono, kGetOne)), pParam);
@@ -42,13 +46,15 @@ int OXVisionVideoInput::getCameraParameter(const std::string& pId, const int& pP
 bool OXVisionVideoInput::setCameraParameter(const std::string& pId, const int& pParam,
                                             const int& pValue) {
   const OXCriticalSectionWrite lock(fVisionModulesLock);
-  return xSetParam(xCurrentCamera(*xSubscriber(pId, Family::Mono, kSetOne)), pParam, pValue, false);
+  const SubscriberTurn turn(*this, pId, Family::Mono, kSetOne);
+  return xChangeParam(xCurrentCamera(*turn.subscriber()), pParam, pValue, false);
 }
 
 bool OXVisionVideoInput::setCameraParameterToDefault(const std::string& pId, const int& pParam) {
   const OXCriticalSectionWrite lock(fVisionModulesLock);
   // The driver ignores the value when it is asked for the default: hence -1 here, and 0 below.
-  return xSetParam(xCurrentCamera(*xSubscriber(pId, Family::Mono, kDefaultOne)), pParam, -1, true);
+  const SubscriberTurn turn(*this, pId, Family::Mono, kDefaultOne);
+  return xChangeParam(xCurrentCamera(*turn.subscriber()), pParam, -1, true);
 }
 
 OXValue OXVisionVideoInput::getCamerasParameter(const std::string& pId, const int& pParam) {
@@ -63,9 +69,9 @@ OXValue OXVisionVideoInput::setCamerasParameter(const std::string& pId, const in
                                                 const OXValue& pValues) {
   const OXCriticalSectionWrite lock(fVisionModulesLock);
   // The id is checked before the values are converted: clients know which mistake is reported.
-  const auto& subscriber = xSubscriber(pId, Family::Multi, kSetAll);
+  const SubscriberTurn turn(*this, pId, Family::Multi, kSetAll);
   const std::vector<int> values = pValues.toIntVector();
-  const std::vector<int>& cameras = subscriber->fActiveCameras;
+  const std::vector<int>& cameras = turn.subscriber()->fActiveCameras;
   if (values.size() != cameras.size())
     report::fail(getName(), kSetAll.function, kSetAll.method,
                  report::text("Could not set cameras parameter to module: ", pId, "\n",
@@ -74,17 +80,17 @@ OXValue OXVisionVideoInput::setCamerasParameter(const std::string& pId, const in
   // A camera that throws ends the loop: those before it keep the new value.
   std::vector<int> results;
   for (std::size_t i = 0; i < cameras.size(); ++i)
-    results.push_back(xSetParam(cameras[i], pParam, values[i], false) ? 1 : 0);
+    results.push_back(xChangeParam(cameras[i], pParam, values[i], false) ? 1 : 0);
   return OXValue(results);
 }
 
 OXValue OXVisionVideoInput::setCamerasParameterToDefault(const std::string& pId,
                                                          const int& pParam) {
   const OXCriticalSectionWrite lock(fVisionModulesLock);
-  const auto& subscriber = xSubscriber(pId, Family::Multi, kDefaultAll);
+  const SubscriberTurn turn(*this, pId, Family::Multi, kDefaultAll);
   std::vector<int> results;
-  for (const int camera : subscriber->fActiveCameras)
-    results.push_back(xSetParam(camera, pParam, -1, true) ? 1 : 0);
+  for (const int camera : turn.subscriber()->fActiveCameras)
+    results.push_back(xChangeParam(camera, pParam, -1, true) ? 1 : 0);
   return OXValue(results);
 }
 
@@ -101,7 +107,7 @@ int OXVisionVideoInput::getParam(const int& pParam, const int& pCameraIndex) {
 // Returns nothing: what the driver refuses with false is lost, what it throws reaches the caller.
 void OXVisionVideoInput::setParam(const int& pParam, const int& pValue, const int& pCameraIndex) {
   const OXCriticalSectionWrite lock(fVisionModulesLock);
-  xSetParam(pCameraIndex, pParam, pValue, false);
+  xChangeParam(pCameraIndex, pParam, pValue, false);
 }
 
 // The active camera is read before the lock is taken: a change of it meanwhile is not noticed, just
@@ -112,7 +118,7 @@ void OXVisionVideoInput::setParam(const int& pParam, const int& pValue) {
 
 void OXVisionVideoInput::setParamDefault(const int& pParam) {
   const OXCriticalSectionWrite lock(fVisionModulesLock);
-  xSetParam(fActiveCamera, pParam, 0, true);
+  xChangeParam(fActiveCamera, pParam, 0, true);
 }
 
 // Subscribers that follow the active camera move along; what they hold stays on the old one, and
@@ -125,7 +131,7 @@ bool OXVisionVideoInput::setActiveCamera(const int& pCameraIndex) {
               "in order to change camera only for the specified subscriber.\n");
   if (!xCamera(pCameraIndex))
     report::raise(getName(), "setActiveCamera()", "Invalid camera parameter input reference.");
-  return xSetParam(fActiveCamera, kCameraSelectID, pCameraIndex, false);
+  return xChangeParam(fActiveCamera, kCameraSelectID, pCameraIndex, false);
 }
 
 }  // namespace OX

@@ -1,12 +1,11 @@
 // The settings of a mono-stream subscriber, and the frame rate of any. A change waits for a held
-// image, whose buffer it may reformat. The wait is a loop of short sleeps without the lock, which
-// the release needs; each pass looks everything up again, because the subscriber may be gone.
+// image, whose buffer it may reformat. The wait is without the lock, which the release needs; each
+// pass looks everything up again, because the subscriber may be gone.
 #include <functional>
 
 #include <oxframework/oxclock.h>
 #include <oxframework/oxlog.h>
-#include "claim.h"
-#include "oxvisionvideoinput.h"
+#include "subscriberturn.h"
 
 namespace OX {
 namespace {
@@ -60,27 +59,40 @@ bool OXVisionVideoInput::xChangeSetting(const std::string& pId, const SettingCha
     const OXCriticalSectionRead lock(fVisionModulesLock);
     xSubscriber(pId, pChange.family, pChange.texts, pWhere);
   }
-  for (int pass = 0; pass < kReleasePasses; ++pass) {
-    if (pass > 0) ki::os::usleep(kReleasePassUs);  // without the lock: the release needs it
+  OXBoundedWait wait(kReleasePasses, kReleasePassUs);
+  for (bool waits = true; waits;) {
     const OXCriticalSectionWrite lock(fVisionModulesLock);
-    const Claim claim = xClaim(pId, pChange.family, pChange.texts, pWhere);
-    // In each pass, since the current camera may be another one by now.
-    if (!pChange.isValid(claim.index))
-      report::fail(getName(), pChange.texts.function, pChange.texts.method, pChange.invalidText,
-                   pWhere);
-    if (claim.wish.fLockedImage) continue;
-    const int oldValue = pChange.oldValue(claim);
-    // Logged also if the value is the same: clients know it so.
-    report::log(ki::log::kInfo, pChange.texts.function,
-                report::text(getName(), ": Changed ", pChange.whatChanges, " for subscriber \"",
-                             pId, "\" from ", oldValue, " to ", pChange.newValue));
-    return oldValue == pChange.newValue || pChange.apply(claim, oldValue);
+    boost::shared_ptr<VisionModuleInfo> subscriber;
+    std::uint64_t seen = 0;
+    {
+      const SubscriberTurn turn(*this, pId, pChange.family, pChange.texts, pWhere);
+      const Claim claim = xCurrentClaim(turn, pChange.texts, pWhere);
+      // In each pass, since the current camera may be another one by now.
+      if (!pChange.isValid(claim.index))
+        report::fail(getName(), pChange.texts.function, pChange.texts.method, pChange.invalidText,
+                     pWhere);
+      if (!claim.wish.fLockedImage) return xApplySetting(claim, pChange);
+      subscriber = turn.subscriber();
+      seen = subscriber->fReleased.count();
+    }
+    const OXCriticalSectionPause pause(fVisionModulesLock);
+    waits = wait.again(subscriber->fReleased, seen);
   }
   report::log(ki::log::kError, pChange.texts.function,
               report::text(": ", pChange.texts.function, "(", pId,
                            "), video module didn't release the image for 5s",
                            ", so cancel the modification!", pChange.timeoutEnd));
   return false;
+}
+
+bool OXVisionVideoInput::xApplySetting(const Claim& pClaim, const SettingChange& pChange) {
+  const int oldValue = pChange.oldValue(pClaim);
+  // Logged also if the value is the same: clients know it so.
+  report::log(
+      ki::log::kInfo, pChange.texts.function,
+      report::text(getName(), ": Changed ", pChange.whatChanges, " for subscriber \"",
+                   pClaim.subscriber->fName, "\" from ", oldValue, " to ", pChange.newValue));
+  return oldValue == pChange.newValue || pChange.apply(pClaim, oldValue);
 }
 
 bool OXVisionVideoInput::setResolution(const std::string& pId, const int& pResolution) {
@@ -131,7 +143,8 @@ bool OXVisionVideoInput::setActiveCamera(const std::string& pId, const int& pCam
     report::fail(getName(), kSetActiveCamera.function, kSetActiveCamera.method,
                  "setActiveCamera(" + pId + ") : invalid Camera index");
   const OXCriticalSectionWrite lock(fVisionModulesLock);
-  VisionModuleInfo& subscriber = *xSubscriber(pId, Family::Mono, kSetActiveCamera);
+  const SubscriberTurn turn(*this, pId, Family::Mono, kSetActiveCamera);
+  VisionModuleInfo& subscriber = *turn.subscriber();
   const int camera = xCurrentCamera(subscriber);
   if (xCamera(camera) && subscriber.wish(camera).fLockedImage) {
     report::log(ki::log::kError, kSetActiveCamera.function,

@@ -172,6 +172,8 @@ std::string OXVisionVideoInput::subscribeCamera(const std::string& pName, const 
   const OXCriticalSectionWrite lock(fVisionModulesLock);
   std::string id = xFindFreeId(pName, false);
   const auto subscriber = xAddSubscriber(id, kMethod, frameRate, pResolution, pColorSpace);
+  const TurnScope turn(subscriber->fTurn,
+                       fVisionModulesLock);  // it is in the map, but not yet whole
   xStartForSubscriber(camera, pResolution, frameRate, kMethod);
   // On every camera, since setActiveCamera moves the subscriber without making any.
   std::vector<int> all(static_cast<std::size_t>(fNbCameras));
@@ -239,6 +241,7 @@ std::string OXVisionVideoInput::subscribeCameras(const std::string& pName,
   const OXCriticalSectionWrite lock(fVisionModulesLock);
   std::string id = xFindFreeId(pName, true);
   const auto subscriber = xAddSubscriber(id, kMethod, frameRate, kQVGA, kYUV422);
+  const TurnScope turn(subscriber->fTurn, fVisionModulesLock);
   subscriber->fIsMultiStream = true;
   subscriber->fActiveCameras = cameras;
   for (std::size_t i = 0; i < cameras.size(); ++i) {
@@ -284,46 +287,62 @@ void OXVisionVideoInput::xUnsubscribeMulti(const boost::shared_ptr<VisionModuleI
   }
 }
 
+// Whoever calls with the lock held keeps everybody from releasing: waiting would be in vain.
 void OXVisionVideoInput::unsubscribe(const std::string& pId) {
-  // If the caller holds the lock already, nobody can release meanwhile: waiting would be in vain.
   const bool mayWait = !fVisionModulesLock->isHeldForWriting();
-  for (int passesLeft = kUnsubscribePasses; passesLeft > 0; --passesLeft) {
-    if (passesLeft < kUnsubscribePasses) ki::os::usleep(kUnsubscribePassUs);
-    const OXCriticalSectionWrite lock(fVisionModulesLock);
-    const auto* const found = xFind(pId);
-    if (!found)
+  const OXCriticalSectionWrite lock(fVisionModulesLock);
+  xUnsubscribe(pId, mayWait);
+}
+
+void OXVisionVideoInput::xUnsubscribe(const std::string& pId, bool pMayWait) {
+  OXBoundedWait wait(kUnsubscribePasses, kUnsubscribePassUs);
+  for (;;) {
+    if (!xFind(pId))
       report::raise("OXVideoDevice", "unsubscribeVideoModule()",
                     "Cannot unsubscribe \"" + pId + "\": module unknown from OXVideoDevice.");
-    const boost::shared_ptr<VisionModuleInfo> subscriber = *found;
-    const int camera = xCurrentCamera(*subscriber);
-    const bool holds =
-        !subscriber->fIsMultiStream && xCamera(camera) && subscriber->wish(camera).fLockedImage;
-    // The last but one pass takes the image back; the last one then finds none held.
-    if (holds && (passesLeft == 2 || !mayWait)) {
-      xReleaseAllConverted(subscriber);
-      report::log(ki::log::kWarning, "unsubscribe",
-                  getName() + ": Forced release of image by \"" + pId +
-                      "\" because it did not release the image after one second.");
+    const boost::shared_ptr<VisionModuleInfo> subscriber = *xFind(pId);
+    const std::uint64_t seen = subscriber->fReleased.count();
+    {
+      const TurnScope turn(subscriber->fTurn, fVisionModulesLock);
+      if (subscriber->fIsUnsubscribed) continue;  // by another thread, meanwhile
+      const bool holds = xHoldsCurrentImage(*subscriber);
+      if (holds && !pMayWait) xForceRelease(pId);
+      if (!holds || !pMayWait) return xRemove(subscriber);
     }
-    if (holds && mayWait) continue;
-    if (subscriber->fIsMultiStream)
-      xUnsubscribeMulti(subscriber);
-    else
-      xUnsubscribeMono(subscriber, camera);
-    subscriber->fIsUnsubscribed = true;
-    fVisionModules.erase(pId);
-    return;
+    const OXCriticalSectionPause pause(fVisionModulesLock);
+    pMayWait = wait.again(subscriber->fReleased, seen);
   }
-  report::log(ki::log::kInfo, "unsubscribe", getName() + ": unregistered \"" + pId + "\"");
+}
+
+void OXVisionVideoInput::xForceRelease(const std::string& pId) {
+  xForceReleaseBuffer(pId);
+  report::log(ki::log::kWarning, "unsubscribe",
+              getName() + ": Forced release of image by \"" + pId +
+                  "\" because it did not release the image after one second.");
+}
+
+// Only a subscriber of one stream is waited for.
+bool OXVisionVideoInput::xHoldsCurrentImage(const VisionModuleInfo& pSubscriber) const {
+  const int camera = xCurrentCamera(pSubscriber);
+  return !pSubscriber.fIsMultiStream && xCamera(camera) && pSubscriber.wish(camera).fLockedImage;
+}
+
+void OXVisionVideoInput::xRemove(const boost::shared_ptr<VisionModuleInfo>& pSubscriber) {
+  if (pSubscriber->fIsMultiStream)
+    xUnsubscribeMulti(pSubscriber);
+  else
+    xUnsubscribeMono(pSubscriber, xCurrentCamera(*pSubscriber));
+  pSubscriber->fIsUnsubscribed = true;
+  fVisionModules.erase(pSubscriber->fName);
 }
 
 void OXVisionVideoInput::unsubscribeAllInstances(const std::string& pName) {
   constexpr int kLastSuffix = kInstances - 1;  // the eighth one stays: clients rely on it
   const OXCriticalSectionWrite lock(fVisionModulesLock);
-  if (fVisionModules.count(pName)) unsubscribe(pName);
+  if (fVisionModules.count(pName)) xUnsubscribe(pName, false);
   for (int n = 2; n <= kLastSuffix; ++n) {
     const std::string id = pName + "_" + std::to_string(n);
-    if (fVisionModules.count(id)) unsubscribe(id);
+    if (fVisionModules.count(id)) xUnsubscribe(id, false);
   }
 }
 
