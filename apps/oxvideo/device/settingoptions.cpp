@@ -48,7 +48,7 @@ std::string valueLine(const SettingOptions& pOptions, const SettingName* pName,
                       OXSetting& pSetting) {
   // Read back, so that set prints what the device made of the value.
   const int value = pSetting.get();
-  const std::string text =
+  std::string text =
       valueText(pName ? pName->parameter : parseParameter(pOptions.parameter), value);
   if (!pOptions.asJson) return text;
   const std::string name = pName ? pName->word : pOptions.parameter;
