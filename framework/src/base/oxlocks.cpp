@@ -3,14 +3,17 @@
 //
 // OXMutexRW keeps a queue in the order of arrival, on the stacks of the threads that wait. The
 // releasing thread passes the lock to the front of the queue before any waiter wakes, so none is
-// overtaken and neither readers nor writers starve.
+// overtaken and neither readers nor writers starve. While nobody writes or waits, readers take part
+// in none of that: they count themselves and look at one flag.
 #include <oxframework/oxlocks.h>
 
 #include <algorithm>
 #include <boost/make_shared.hpp>
 #include <condition_variable>
 #include <exception>
+#include <iterator>
 #include <utility>
+#include <vector>
 
 #include <oxframework/oxerror.h>
 #include <oxframework/oxlog.h>
@@ -18,8 +21,61 @@
 namespace OX {
 namespace {
 
-// Up to as many readers at once, taking the lock allocates nothing.
-constexpr std::size_t kExpectedReaders = 64;
+// A waiter looks for its turn this often, some microseconds, before it sleeps: most locks are held
+// for less than it takes to fall asleep and wake.
+constexpr int kSpins = 100;
+
+void relax() {
+#if defined(__x86_64__)
+  __builtin_ia32_pause();
+#endif
+}
+
+/// The locks that this thread reads. Few at once, so a search from the newest is short.
+class ReadLocks {
+ public:
+  struct Entry {
+    const void* lock;
+    int reads;
+  };
+
+  Entry* find(const void* pLock) {
+    for (std::size_t i = fCount; i > 0; --i)
+      if (xAt(i - 1).lock == pLock) return &xAt(i - 1);
+    return nullptr;
+  }
+  /// Makes room, so that add() can't fail.
+  void reserve() {
+    if (fCount >= kInPlace) fMore.reserve(fCount - kInPlace + 1);
+  }
+  void add(const void* pLock) {
+    if (fCount >= kInPlace) fMore.emplace_back();
+    xAt(fCount++) = {pLock, 1};
+  }
+  void remove(Entry& pEntry) {
+    pEntry = xAt(--fCount);
+    if (fCount >= kInPlace) fMore.pop_back();
+  }
+
+ private:
+  static constexpr std::size_t kInPlace = 16;
+  Entry& xAt(std::size_t pIndex) {
+    return pIndex < kInPlace ? fInPlace[pIndex] : fMore[pIndex - kInPlace];
+  }
+
+  std::size_t fCount = 0;
+  Entry fInPlace[kInPlace] = {};
+  std::vector<Entry> fMore;
+};
+
+thread_local ReadLocks tReadLocks;
+
+// Threads are numbered as they first read, so that few of those that run at once share a slot.
+std::size_t numberOfThread() {
+  static std::atomic<std::size_t> next{0};
+  thread_local const std::size_t number = next++;
+  return number;
+}
 
 // Called by destructors, so it swallows everything, even the failure to log.
 template <class Lock>
@@ -61,37 +117,47 @@ boost::shared_ptr<OXMutexRW> OXMutexRW::createOXMutexRW() {
   return boost::make_shared<OXMutexRW>();
 }
 
-/// One thread in the queue, on its own stack.
+/// One thread in the queue, on its own stack, which it may leave as soon as granted is set.
 struct OXMutexRW::Waiter {
   pthread_t thread;
+  Slot& slot;
   bool forWriting;
-  bool granted = false;
+  bool sleeps = false;
   Waiter* next = nullptr;
   std::condition_variable wake{};
+  std::atomic<bool> granted{false};
 };
 
-OXMutexRW::OXMutexRW() { fReaders.reserve(kExpectedReaders); }
+OXMutexRW::OXMutexRW() = default;
 OXMutexRW::~OXMutexRW() = default;
 
-OXMutexRW::Holder* OXMutexRW::xFindReader(pthread_t pThread) {
-  for (Holder& holder : fReaders)
-    if (pthread_equal(holder.thread, pThread)) return &holder;
-  return nullptr;
+OXMutexRW::Slot& OXMutexRW::xOwnSlot() { return fSlots[numberOfThread() % kSlots]; }
+
+bool OXMutexRW::xIsRead() const {
+  return std::any_of(std::begin(fSlots), std::end(fSlots),
+                     [](const Slot& pSlot) { return pSlot.readers.load() > 0; });
 }
 
-void OXMutexRW::xAddReader(pthread_t pThread) {
-  if (Holder* holder = xFindReader(pThread))
-    ++holder->reads;
-  else
-    fReaders.push_back({pThread, 1});
+bool OXMutexRW::xIsWriter() const {
+  return fWriteDepth > 0 && pthread_equal(fWriter, pthread_self());
 }
 
-void OXMutexRW::xWait(detail::MutexLock& pGuard, bool pForWriting) {
-  Waiter waiter{pthread_self(), pForWriting};
+// Not checked: the guard is released as soon as it has to wait, and only then.
+void OXMutexRW::xWait(detail::MutexLock& pGuard, bool pForWriting) OX_NO_THREAD_SAFETY_ANALYSIS {
+  Waiter waiter{pthread_self(), xOwnSlot(), pForWriting};
+  fIsContended.store(true);
   (fLastWaiter ? fLastWaiter->next : fFirstWaiter) = &waiter;
   fLastWaiter = &waiter;
   xServeQueue();
-  waiter.wake.wait(pGuard.native(), [&] { return waiter.granted; });
+  if (waiter.granted.load()) return;
+  pGuard.unlock();
+  for (int i = 0; i < kSpins; ++i) {
+    if (waiter.granted.load(std::memory_order_acquire)) return;
+    relax();
+  }
+  pGuard.lock();
+  waiter.sleeps = true;
+  waiter.wake.wait(pGuard.native(), [&] { return waiter.granted.load(); });
 }
 
 // Serves the queue from its front: one writer when nobody holds the lock, or all the readers up to
@@ -99,48 +165,60 @@ void OXMutexRW::xWait(detail::MutexLock& pGuard, bool pForWriting) {
 void OXMutexRW::xServeQueue() {
   while (fFirstWaiter && fWriteDepth == 0) {
     Waiter* const waiter = fFirstWaiter;
-    if (waiter->forWriting && !fReaders.empty()) return;
     if (waiter->forWriting) {
+      if (xIsRead()) return;
       fWriter = waiter->thread;
       fWriteDepth = 1;
     } else {
-      xAddReader(waiter->thread);
+      ++waiter->slot.readers;
     }
     fFirstWaiter = waiter->next;
     if (!fFirstWaiter) fLastWaiter = nullptr;
-    waiter->granted = true;
-    waiter->wake.notify_one();
+    if (waiter->sleeps) waiter->wake.notify_one();
+    waiter->granted.store(true, std::memory_order_release);
   }
+  fIsContended.store(fFirstWaiter || fWriteDepth > 0);
 }
 
 void OXMutexRW::lockRead() {
-  detail::MutexLock guard(fGuard);
-  const pthread_t self = pthread_self();
-  if (xFindReader(self) || (fWriteDepth > 0 && pthread_equal(fWriter, self)))
-    xAddReader(self);
-  else
-    xWait(guard, false);
+  ReadLocks& own = tReadLocks;
+  if (ReadLocks::Entry* const entry = own.find(this)) {
+    ++entry->reads;
+    return;
+  }
+  own.reserve();
+  Slot& slot = xOwnSlot();
+  ++slot.readers;
+  if (fIsContended.load()) {
+    --slot.readers;
+    detail::MutexLock guard(fGuard);
+    if (xIsWriter())
+      ++slot.readers;
+    else
+      xWait(guard, false);  // also serves a writer that has seen this thread in its slot
+  }
+  own.add(this);
 }
 
 void OXMutexRW::unlockRead() {
-  const detail::MutexLock guard(fGuard);
-  Holder* const holder = xFindReader(pthread_self());
-  if (!holder)
+  ReadLocks::Entry* const entry = tReadLocks.find(this);
+  if (!entry)
     raiseError("OXMutexRW", "unlockRead", "This thread does not hold the lock for reading");
-  if (--holder->reads > 0) return;
-  *holder = fReaders.back();
-  fReaders.pop_back();
+  if (--entry->reads > 0) return;
+  tReadLocks.remove(*entry);
+  --xOwnSlot().readers;
+  if (!fIsContended.load()) return;
+  const detail::MutexLock guard(fGuard);
   xServeQueue();
 }
 
 void OXMutexRW::lockWrite() {
   detail::MutexLock guard(fGuard);
-  const pthread_t self = pthread_self();
-  if (fWriteDepth > 0 && pthread_equal(fWriter, self)) {
+  if (xIsWriter()) {
     ++fWriteDepth;
     return;
   }
-  if (xFindReader(self))
+  if (tReadLocks.find(this))
     raiseError("OXMutexRW", "lockWrite",
                "This thread holds the lock for reading and would wait for itself; "
                "release it for reading before you ask to write");
@@ -149,14 +227,14 @@ void OXMutexRW::lockWrite() {
 
 void OXMutexRW::unlockWrite() {
   const detail::MutexLock guard(fGuard);
-  if (fWriteDepth == 0 || !pthread_equal(fWriter, pthread_self()))
+  if (!xIsWriter())
     raiseError("OXMutexRW", "unlockWrite", "This thread does not hold the lock for writing");
   if (--fWriteDepth == 0) xServeQueue();
 }
 
 int OXMutexRW::pauseWrite() {
   const detail::MutexLock guard(fGuard);
-  if (fWriteDepth == 0 || !pthread_equal(fWriter, pthread_self()))
+  if (!xIsWriter())
     raiseError("OXMutexRW", "pauseWrite", "This thread does not hold the lock for writing");
   const int depth = std::exchange(fWriteDepth, 0);
   xServeQueue();
@@ -165,13 +243,14 @@ int OXMutexRW::pauseWrite() {
 
 void OXMutexRW::resumeWrite(int pDepth) {
   lockWrite();
+  if (pDepth == 1) return;
   const detail::MutexLock guard(fGuard);
   fWriteDepth = pDepth;
 }
 
 bool OXMutexRW::isHeldForWriting() const {
   const detail::MutexLock guard(fGuard);
-  return fWriteDepth > 0 && pthread_equal(fWriter, pthread_self());
+  return xIsWriter();
 }
 
 OXCriticalSection::OXCriticalSection(const boost::shared_ptr<OXMutex>& pMutex) : fMutex(pMutex) {
