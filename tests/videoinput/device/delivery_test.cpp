@@ -27,7 +27,7 @@ TEST_F(SimulatorTest, SubscribersOfOneFormatShareOneImage) {
   EXPECT_EQ(fDevice->getImageLocal(b), image);
   const auto readers = [&] {
     const DeviceProbe probe(*fDevice);
-    return probe.subscribers().at(b)->fRequestedProperties[0]->fLockedImage->fReadLockCount;
+    return probe.subscribers().at(b)->fRequestedProperties[0]->fLockedImage->fReadLockCount.load();
   };
   EXPECT_EQ(readers(), 2);
   EXPECT_TRUE(fDevice->releaseImage(a));

@@ -1,6 +1,7 @@
 /// One image of a pool, with the counts of its readers and writers.
 #pragma once
 
+#include <atomic>
 #include <boost/shared_ptr.hpp>
 #include <cstdint>
 #include <memory>
@@ -9,9 +10,8 @@
 
 namespace OX {
 
-/// Pools share ownership with the holds on the buffer. The counters are plain integers: changing
-/// them needs fVisionModulesLock for writing, or the concrete camera's own lock for the camera's
-/// own buffers.
+/// Pools share ownership with the holds on the buffer. Everything but the read count changes with
+/// fVisionModulesLock held for writing, or the concrete camera's own lock for its own buffers.
 class OXVisionBuffer {
  public:
   /// The image has storage for the largest format there is (none if pDataAreExternal) and the given
@@ -31,7 +31,9 @@ class OXVisionBuffer {
   /// Whether nobody uses it, so that its pixels and its format may be changed.
   bool isFree() const { return fReadLockCount == 0 && fWriteLockCount <= 0; }
 
-  int fReadLockCount = 0;   ///< subscribers, replies and searches that hold it for reading
+  /// Subscribers, replies and searches that hold it for reading. Atomic, since sharing an image and
+  /// releasing it need the lock for reading only.
+  std::atomic<int> fReadLockCount{0};
   int fWriteLockCount = 0;  ///< writers and searches that hold it for editing
   /// Of the read counts, those of replies and conversions, which read its pixels without the lock.
   int fPinCount = 0;

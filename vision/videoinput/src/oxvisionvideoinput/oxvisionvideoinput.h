@@ -388,7 +388,8 @@ class OXVisionVideoInput : public OXModule, public IVideoInput {
   BufferPtr xLockTheOldestBufferForEditing(const RealCameraProperties& pCamera, int pResolution,
                                            int pColorSpace) OX_REQUIRES(fVisionModulesLock);
   /// The converted image in the format that the claim's subscriber asks for.
-  BufferPtr xLockTheNewestBufferForReading(const Claim& pClaim) OX_REQUIRES(fVisionModulesLock);
+  BufferPtr xLockTheNewestBufferForReading(const Claim& pClaim)
+      OX_REQUIRES_SHARED(fVisionModulesLock);
   /// The raw image.
   BufferPtr xLockTheNewestBufferForReading(const RealCameraProperties& pCamera)
       OX_REQUIRES(fVisionModulesLock);
@@ -416,7 +417,12 @@ class OXVisionVideoInput : public OXModule, public IVideoInput {
   void xEndHold(const Claim& pClaim) OX_REQUIRES(fVisionModulesLock);
   class PinScope;  ///< buffers/pinscope.h
   /// Clears the claim's hold, whose read count has been dropped, and wakes those who wait for that.
-  void xForgetHold(const Claim& pClaim) OX_REQUIRES(fVisionModulesLock);
+  void xForgetHold(const Claim& pClaim) OX_REQUIRES_SHARED(fVisionModulesLock);
+  /// What releaseImage does if the subscriber holds nothing but converted images of the pools;
+  /// false, with nothing done, if it does.
+  bool xReleaseSharedImage(const std::string& pId);
+  /// Whether the claim's hold is such an image, or there is none.
+  bool xIsShared(const Claim& pClaim) const OX_REQUIRES_SHARED(fVisionModulesLock);
   /// Puts a new buffer in the place of one that is only pinned any more.
   void xReplacePinned(BufferPool& pPool, const BufferPtr& pBuffer, bool pDataAreExternal)
       OX_REQUIRES(fVisionModulesLock);
@@ -466,15 +472,18 @@ class OXVisionVideoInput : public OXModule, public IVideoInput {
 
   // --- delivery/single.cpp ---
   OXImage* xGetImage(const Claim& pClaim) OX_REQUIRES(fVisionModulesLock);
+  /// What getImageLocal returns if it is a shared image; null also when nothing was looked at.
+  OXImage* xGetSharedImage(const std::string& pId);
   /// Turns the read count that a conversion or a search left on the buffer into the claim's hold.
   /// Null for null.
-  OXImage* xLendConverted(const Claim& pClaim, BufferPtr pBuffer) OX_REQUIRES(fVisionModulesLock);
+  OXImage* xLendConverted(const Claim& pClaim, BufferPtr pBuffer)
+      OX_REQUIRES_SHARED(fVisionModulesLock);
   /// Waits for a conversion under way whose image will be young enough; false when there is none.
   bool xAwaitFreshConversion(const Claim& pClaim, std::int64_t pNowUs)
       OX_REQUIRES(fVisionModulesLock);
   /// A converted image that is young enough, lent; null when there is none.
   OXImage* xReuseConvertedImage(const Claim& pClaim, std::int64_t pNowUs)
-      OX_REQUIRES(fVisionModulesLock);
+      OX_REQUIRES_SHARED(fVisionModulesLock);
   /// True when a raw image was young enough: pImage is then the result, null if it could not be
   /// converted.
   bool xReuseRawImage(const Claim& pClaim, std::int64_t pNowUs, OXImage*& pImage)

@@ -7,6 +7,7 @@
 /// replay.
 #pragma once
 
+#include <atomic>
 #include <boost/shared_ptr.hpp>
 #include <thread>
 
@@ -32,10 +33,18 @@ class OX_CAPABILITY("turn") Turn {
   /// Called with the same lock held for writing.
   void end() OX_RELEASE();
 
+  /// For work that never pauses the lock, which is held for reading: takes the turn if nobody has
+  /// it. Such a turn ends with endShort(), under the same lock.
+  bool tryTakeShort() {
+    int free = 0;
+    return fDepth.compare_exchange_strong(free, 1);
+  }
+  void endShort() { fDepth.store(0); }
+
  private:
   const char* fWhat;
   std::thread::id fHolder;
-  int fDepth = 0;
+  std::atomic<int> fDepth{0};
   OXWakeup fEnded;
 };
 
@@ -53,6 +62,22 @@ class OX_SCOPED_CAPABILITY TurnScope {
 
  private:
   Turn& fTurn;
+};
+
+/// Has a turn for a scope in which the lock is held for reading and never paused, if it is free.
+class ShortTurn {
+ public:
+  explicit ShortTurn(Turn& pTurn) : fTurn(pTurn.tryTakeShort() ? &pTurn : nullptr) {}
+  ~ShortTurn() {
+    if (fTurn) fTurn->endShort();
+  }
+  ShortTurn(const ShortTurn&) = delete;
+  ShortTurn& operator=(const ShortTurn&) = delete;
+
+  bool isTaken() const { return fTurn != nullptr; }
+
+ private:
+  Turn* fTurn;
 };
 
 }  // namespace OX

@@ -167,6 +167,34 @@ void OXVisionVideoInput::xReleaseImage(const boost::shared_ptr<VisionModuleInfo>
     xReleaseConverted(xClaim(pSubscriber, pSubscriber->fActiveCamera));
 }
 
+// With the lock held for reading, for the same reason as xGetSharedImage(). Anything but an
+// ordinary converted image is left to the release with the lock held for writing.
+bool OXVisionVideoInput::xReleaseSharedImage(const std::string& pId) {
+  const OXCriticalSectionRead lock(fVisionModulesLock);
+  const auto* const subscriber = xFind(pId);
+  if (!subscriber || (*subscriber)->fIsMultiStream) return false;
+  const ShortTurn turn((*subscriber)->fTurn);
+  if (!turn.isTaken()) return false;
+  const int own = (*subscriber)->fActiveCamera;
+  const int first = own == -1 ? 0 : own;
+  const int end = own == -1 ? fNbCameras : own + 1;
+  for (int i = first; i < end; ++i)
+    if (!xCamera(i) || !xIsShared(xClaim(*subscriber, i))) return false;
+  for (int i = first; i < end; ++i) {
+    const Claim claim = xClaim(*subscriber, i);
+    if (!claim.wish.fLockedImage) continue;
+    --claim.wish.fLockedImage->fReadLockCount;
+    xForgetHold(claim);
+  }
+  return true;
+}
+
+bool OXVisionVideoInput::xIsShared(const Claim& pClaim) const {
+  const BufferPtr& held = pClaim.wish.fLockedImage;
+  const BufferPool& pool = pClaim.camera.fImageBuffers;
+  return !held || (held->fPinCount == 0 && std::find(pool.begin(), pool.end(), held) != pool.end());
+}
+
 void OXVisionVideoInput::xReleaseImages(const boost::shared_ptr<VisionModuleInfo>& pSubscriber) {
   for (const int camera : pSubscriber->fActiveCameras)
     xReleaseConverted(xClaim(pSubscriber, camera));

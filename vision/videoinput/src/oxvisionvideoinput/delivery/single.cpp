@@ -58,7 +58,23 @@ std::pair<std::int64_t, std::int64_t> OXVisionVideoInput::getTimeStamp(const OXI
   return {pImage.fTimeStamp / 1000000, pImage.fTimeStamp % 1000000};
 }
 
+// A shared image costs no more than a search and a count: with the lock held for reading, threads
+// that are answered so do not wait for each other.
+OXImage* OXVisionVideoInput::xGetSharedImage(const std::string& pId) {
+  const OXCriticalSectionRead lock(fVisionModulesLock);
+  const auto* const subscriber = xFind(pId);
+  if (!subscriber || (*subscriber)->fIsMultiStream) return nullptr;
+  const ShortTurn turn((*subscriber)->fTurn);
+  const int index = xCurrentCamera(**subscriber);
+  if (!turn.isTaken() || !xCamera(index)) return nullptr;
+  const Claim claim = xClaim(*subscriber, index);
+  if (claim.wish.fLockedImage || claim.camera.fGrabberState != kGrabberRunning) return nullptr;
+  return xReuseConvertedImage(claim, nowUs());
+}
+
+// What getImageLocal cannot answer so, it asks for again with the lock held for writing.
 OXImage* OXVisionVideoInput::getImageLocal(const std::string& pId) {
+  if (OXImage* const shared = xGetSharedImage(pId)) return shared;
   const OXCriticalSectionWrite lock(fVisionModulesLock);
   const SubscriberTurn turn(*this, pId, Family::Mono, kGetImageLocal);
   return xGetImage(xCurrentClaim(turn, kGetImageLocal));
@@ -78,6 +94,7 @@ OXValue OXVisionVideoInput::getImageRemote(const std::string& pId) {
 }
 
 bool OXVisionVideoInput::releaseImage(const std::string& pId) {
+  if (xReleaseSharedImage(pId)) return true;
   const OXCriticalSectionWrite lock(fVisionModulesLock);
   const SubscriberTurn turn(*this, pId, Family::Mono, kReleaseImage);
   xReleaseImage(turn.subscriber());
