@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <utility>
 
 #include "oxapi.h"
 #include "oxvalue.h"
@@ -68,5 +69,8 @@ class OX_API OXImage {
 
   bool fDataAreExternal;
 };
+
+/// The image's time stamp in seconds and the remaining microseconds, both truncated towards 0.
+OX_API std::pair<std::int64_t, std::int64_t> getTimeStamp(const OXImage& pImage);
 
 }  // namespace OX

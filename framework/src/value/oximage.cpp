@@ -112,4 +112,9 @@ OXValue OXImage::toOXValue() const {
                         fBottomAngle);
 }
 
+std::pair<std::int64_t, std::int64_t> getTimeStamp(const OXImage& pImage) {
+  constexpr std::int64_t kMicrosPerSecond = 1000000;
+  return {pImage.fTimeStamp / kMicrosPerSecond, pImage.fTimeStamp % kMicrosPerSecond};
+}
+
 }  // namespace OX

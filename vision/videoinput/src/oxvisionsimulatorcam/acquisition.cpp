@@ -51,6 +51,16 @@ bool OXVisionSimulatorCam::xWaitForFirstFrame(CameraDriverBuffer& pStore, const 
   return false;
 }
 
+bool OXVisionSimulatorCam::xSubSample(int pRatio, int pWidth, int pHeight,
+                                      const unsigned char* pSource, unsigned char* pTarget) {
+  return resampling::subSample(pRatio, pWidth, pHeight, pSource, pTarget);
+}
+
+bool OXVisionSimulatorCam::xOverSample(int pRatio, int pWidth, int pHeight,
+                                       const unsigned char* pSource, unsigned char* pTarget) {
+  return resampling::overSample(pRatio, pWidth, pHeight, pSource, pTarget);
+}
+
 // Converts a pushed RGB frame to a YUV422 frame of the camera's resolution.
 bool OXVisionSimulatorCam::xReSize(const RealCameraProperties& pCamera, const OXImage& pSource,
                                    const OXImage& pTarget) const {
@@ -77,9 +87,8 @@ bool OXVisionSimulatorCam::xReSize(const RealCameraProperties& pCamera, const OX
   const std::size_t needed =
       static_cast<std::size_t>(outWidth) * static_cast<std::size_t>(outHeight) * 2;
   if (needed > pTarget.fCapacityBytes) return false;
-  return out < in
-             ? resampling::subSample(1 << (in - out), width, height, pSource.fData, pTarget.fData)
-             : resampling::overSample(1 << (out - in), width, height, pSource.fData, pTarget.fData);
+  return out < in ? xSubSample(1 << (in - out), width, height, pSource.fData, pTarget.fData)
+                  : xOverSample(1 << (out - in), width, height, pSource.fData, pTarget.fData);
 }
 
 // A frame that is being filled has its stamp already: those who want the same one wait for it.

@@ -106,6 +106,12 @@ class OXVisionSimulatorCam final : public OXSingleton<OXVisionSimulatorCam>,
   Conversion xBeginConversion(CameraDriverBuffer& pStore) const OX_REQUIRES(pStore.fMutex);
   int xEndConversion(CameraDriverBuffer& pStore, const Conversion& pWork, std::uint64_t pOpening,
                      bool pGood);
+  /// Down and up by pRatio, with the width and height of the source (pixels/resample/resampling.h).
+  /// False, with the target untouched, unless pRatio is 2, 4 or 8.
+  static bool xSubSample(int pRatio, int pWidth, int pHeight, const unsigned char* pSource,
+                         unsigned char* pTarget);
+  static bool xOverSample(int pRatio, int pWidth, int pHeight, const unsigned char* pSource,
+                          unsigned char* pTarget);
   /// False if the sizes allow no resampling; the target is then untouched.
   bool xReSize(const RealCameraProperties& pCamera, const OXImage& pSource,
                const OXImage& pTarget) const;

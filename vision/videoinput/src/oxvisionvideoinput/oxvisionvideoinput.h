@@ -8,7 +8,6 @@
 #include <memory>
 #include <optional>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include <oxframework/oxbroker.h>
@@ -221,10 +220,6 @@ class OXVisionVideoInput : public OXModule, public IVideoInput {
   /// Limits how many subscribers there may be at once, 256 by default; one more throws OXError, as
   /// does an exhausted memory. Those that are subscribed stay. Thread-safe.
   void setSubscriberLimit(int pLimit);
-
-  // --- delivery/single.cpp ---
-  /// Splits a time stamp into seconds and the remaining microseconds, both truncated towards 0.
-  static std::pair<std::int64_t, std::int64_t> getTimeStamp(const OXImage& pImage);
 
  protected:
   using BufferPtr = boost::shared_ptr<OXVisionBuffer>;
@@ -463,6 +458,21 @@ class OXVisionVideoInput : public OXModule, public IVideoInput {
   /// none is under way.
   BufferPtr xJoinConversion(const Claim& pClaim, const OXImage& pRawImage, const void* pSource)
       OX_REQUIRES(fVisionModulesLock);
+  /// The kernels of pixels/colour/kernels.h, from a raw kYUV422 image to the destination, whose
+  /// width and height say what is made. They trust their caller and are called without the lock.
+  static void xYUV422toYuv(const OXImage* pSource, OXImage* pDestination);
+  static void xYUV422toHsy(const OXImage* pSource, OXImage* pDestination);
+  static void xYUV422toYUV422(const OXImage* pSource, OXImage* pDestination);
+  static void xYUV422toYUV(const OXImage* pSource, OXImage* pDestination);
+  static void xYUV422toRGB(const OXImage* pSource, OXImage* pDestination);
+  static void xYUV422toHSY(const OXImage* pSource, OXImage* pDestination);
+  static void xYUV422toBGR(const OXImage* pSource, OXImage* pDestination);
+  static void xYUV422toYYCbCr(const OXImage* pSource, OXImage* pDestination);
+  static void xYUV422toH2RGB(const OXImage* pSource, OXImage* pDestination);
+  static void xYUV422toHSMixed(const OXImage* pSource, OXImage* pDestination);
+  struct ColorKernel;
+  /// Null for a colour space that has no kernel.
+  static const ColorKernel* xFindKernel(int pColorSpace);
   /// Leaves the destination untouched, after a record, when it can't convert. Called without the
   /// lock.
   void xConvertPixels(const OXImage& pRawImage, OXImage& pDestination, int pColorSpace);

@@ -16,32 +16,13 @@
 namespace OX {
 namespace {
 
-struct Conversion {
-  int colorSpace;
-  decltype(&kernels::yuv422ToYuv) kernel;
-  bool passFirst;  ///< read the frame once from start to end before the kernel does
-};
-
 // A conversion takes milliseconds. Whoever has waited this long for another one's begins its own.
 constexpr std::chrono::seconds kLongestConversion(1);
 
-constexpr std::array<Conversion, 10> kConversions{{
-    {kYuv, &kernels::yuv422ToYuv, false},
-    {kHsy, &kernels::yuv422ToHsy, true},
-    {kYUV422, &kernels::yuv422ToYUV422, false},
-    {kYUV, &kernels::yuv422ToYUV, true},
-    {kRGB, &kernels::yuv422ToRGB, true},
-    {kHSY, &kernels::yuv422ToHSY, true},
-    {kBGR, &kernels::yuv422ToBGR, true},
-    {kYYCbCr, &kernels::yuv422ToYYCbCr, true},
-    {kH2RGB, &kernels::yuv422ToH2RGB, true},
-    {kHSMixed, &kernels::yuv422ToHSMixed, true},
-}};
-
-const Conversion* findConversion(int pColorSpace) {
-  for (const Conversion& conversion : kConversions)
-    if (conversion.colorSpace == pColorSpace) return &conversion;
-  return nullptr;
+void runKernel(decltype(&kernels::yuv422ToYuv) pKernel, const OXImage* pSource,
+               OXImage* pDestination) {
+  pKernel(pSource->fData, pSource->fWidth, pDestination->fData, pDestination->fWidth,
+          pDestination->fHeight);
 }
 
 // Bytes of the source that a kernel may read: it takes every step-th row and trusts that the source
@@ -153,10 +134,74 @@ OXVisionVideoInput::BufferPtr OXVisionVideoInput::xConvertHeldImage(const Claim&
   return xConvertImage(pClaim, pRawImage, &pRawImage);
 }
 
+struct OXVisionVideoInput::ColorKernel {
+  int colorSpace;
+  void (*convert)(const OXImage* pSource, OXImage* pDestination);
+  bool passFirst;  ///< read the frame once from start to end before the kernel does
+};
+
+void OXVisionVideoInput::xYUV422toYuv(const OXImage* pSource, OXImage* pDestination) {
+  runKernel(kernels::yuv422ToYuv, pSource, pDestination);
+}
+
+void OXVisionVideoInput::xYUV422toHsy(const OXImage* pSource, OXImage* pDestination) {
+  runKernel(kernels::yuv422ToHsy, pSource, pDestination);
+}
+
+void OXVisionVideoInput::xYUV422toYUV422(const OXImage* pSource, OXImage* pDestination) {
+  runKernel(kernels::yuv422ToYUV422, pSource, pDestination);
+}
+
+void OXVisionVideoInput::xYUV422toYUV(const OXImage* pSource, OXImage* pDestination) {
+  runKernel(kernels::yuv422ToYUV, pSource, pDestination);
+}
+
+void OXVisionVideoInput::xYUV422toRGB(const OXImage* pSource, OXImage* pDestination) {
+  runKernel(kernels::yuv422ToRGB, pSource, pDestination);
+}
+
+void OXVisionVideoInput::xYUV422toHSY(const OXImage* pSource, OXImage* pDestination) {
+  runKernel(kernels::yuv422ToHSY, pSource, pDestination);
+}
+
+void OXVisionVideoInput::xYUV422toBGR(const OXImage* pSource, OXImage* pDestination) {
+  runKernel(kernels::yuv422ToBGR, pSource, pDestination);
+}
+
+void OXVisionVideoInput::xYUV422toYYCbCr(const OXImage* pSource, OXImage* pDestination) {
+  runKernel(kernels::yuv422ToYYCbCr, pSource, pDestination);
+}
+
+void OXVisionVideoInput::xYUV422toH2RGB(const OXImage* pSource, OXImage* pDestination) {
+  runKernel(kernels::yuv422ToH2RGB, pSource, pDestination);
+}
+
+void OXVisionVideoInput::xYUV422toHSMixed(const OXImage* pSource, OXImage* pDestination) {
+  runKernel(kernels::yuv422ToHSMixed, pSource, pDestination);
+}
+
+const OXVisionVideoInput::ColorKernel* OXVisionVideoInput::xFindKernel(int pColorSpace) {
+  static constexpr std::array<ColorKernel, 10> kKernels{{
+      {kYuv, xYUV422toYuv, false},
+      {kHsy, xYUV422toHsy, true},
+      {kYUV422, xYUV422toYUV422, false},
+      {kYUV, xYUV422toYUV, true},
+      {kRGB, xYUV422toRGB, true},
+      {kHSY, xYUV422toHSY, true},
+      {kBGR, xYUV422toBGR, true},
+      {kYYCbCr, xYUV422toYYCbCr, true},
+      {kH2RGB, xYUV422toH2RGB, true},
+      {kHSMixed, xYUV422toHSMixed, true},
+  }};
+  for (const ColorKernel& kernel : kKernels)
+    if (kernel.colorSpace == pColorSpace) return &kernel;
+  return nullptr;
+}
+
 void OXVisionVideoInput::xConvertPixels(const OXImage& pRawImage, OXImage& pDestination,
                                         int pColorSpace) {
-  const Conversion* const conversion = findConversion(pColorSpace);
-  if (!conversion) {
+  const ColorKernel* const kernel = xFindKernel(pColorSpace);
+  if (!kernel) {
     report::log(ki::log::kError, "xConvertImage", "Unknown colorSpace required");
     return;
   }
@@ -169,9 +214,8 @@ void OXVisionVideoInput::xConvertPixels(const OXImage& pRawImage, OXImage& pDest
                      " can't be converted to ", pDestination.fWidth, " x ", pDestination.fHeight));
     return;
   }
-  if (conversion->passFirst) xApplyPatchForKernelMemcopy(&pRawImage);
-  conversion->kernel(pRawImage.fData, pRawImage.fWidth, pDestination.fData, pDestination.fWidth,
-                     pDestination.fHeight);
+  if (kernel->passFirst) xApplyPatchForKernelMemcopy(&pRawImage);
+  kernel->convert(&pRawImage, &pDestination);
 }
 
 // One sequential pass over the frame, which a hardware source keeps in a kernel buffer that is slow

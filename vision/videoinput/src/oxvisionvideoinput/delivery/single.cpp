@@ -37,7 +37,7 @@ std::int64_t periodMs(const VisionModuleInfo& pSubscriber) {
 // Whether the image is no older than one period of the subscriber's rate. In whole milliseconds,
 // each part truncated by itself: clients see which image is shared.
 bool isFresh(const OXImage& pImage, std::int64_t pNowUs, const VisionModuleInfo& pSubscriber) {
-  const auto [seconds, micros] = OXVisionVideoInput::getTimeStamp(pImage);
+  const auto [seconds, micros] = getTimeStamp(pImage);
   const std::int64_t nowSeconds = pNowUs / 1000000;
   const std::int64_t nowMicros = pNowUs % 1000000;
   return seconds * 1000 - nowSeconds * 1000 + micros / 1000 - nowMicros / 1000 +
@@ -48,15 +48,10 @@ bool isFresh(const OXImage& pImage, std::int64_t pNowUs, const VisionModuleInfo&
 // Stricter on purpose: a raw image of the previous second is never reused, however young.
 bool isFreshInThisSecond(const OXImage& pImage, std::int64_t pNowUs,
                          const VisionModuleInfo& pSubscriber) {
-  return OXVisionVideoInput::getTimeStamp(pImage).first == pNowUs / 1000000 &&
-         isFresh(pImage, pNowUs, pSubscriber);
+  return getTimeStamp(pImage).first == pNowUs / 1000000 && isFresh(pImage, pNowUs, pSubscriber);
 }
 
 }  // namespace
-
-std::pair<std::int64_t, std::int64_t> OXVisionVideoInput::getTimeStamp(const OXImage& pImage) {
-  return {pImage.fTimeStamp / 1000000, pImage.fTimeStamp % 1000000};
-}
 
 // A shared image costs no more than a search and a count: with the lock held for reading, threads
 // that are answered so do not wait for each other.
