@@ -264,9 +264,10 @@ class OXVideoDeviceProxy {
   /// The frame is in the camera's own resolution and colour space: `kYUV422` with the simulator,
   /// the recording's with the file camera. The subscriber's format and frame rate don't count, and
   /// the grabber is not started. If the simulated camera has had no frame since its grabber
-  /// started, the call waits up to 1 s for the first one. A caller in another process gets no
-  /// pixels by this method, but it does hold an image afterwards and must release it. The proxy on
-  /// a remote connection therefore throws and never calls the device.
+  /// started, the call waits up to 1 s for the first one; if subscribers hold all five frames of
+  /// the file camera, up to 1 s for a release. A caller in another process gets no pixels by this
+  /// method, but it does hold an image afterwards and must release it. The proxy on a remote
+  /// connection therefore throws and never calls the device.
   ///
   /// A subscriber has one hold on a camera, whether the image was converted or raw, and either kind
   /// of release ends it. At most four different frames of a simulated camera, or five of a
@@ -285,7 +286,8 @@ class OXVideoDeviceProxy {
   /// The frame is in the camera's own resolution and colour space: `kYUV422` with the simulator,
   /// the recording's with the file camera. The subscriber's format and frame rate don't count, and
   /// the grabber is not started. If the simulated camera has had no frame since its grabber
-  /// started, the call waits up to 1 s for the first one.
+  /// started, the call waits up to 1 s for the first one; if subscribers hold all five frames of
+  /// the file camera, up to 1 s for a release.
   /// @param pName Id of a subscriber with one stream.
   /// @return The image array; invalid if the subscriber holds an image of that camera, if there is
   ///   no frame, or if no buffer is free.
@@ -310,9 +312,10 @@ class OXVideoDeviceProxy {
   /// subscriber, and is no older than one period of this subscriber's frame rate (1000 / fps ms, in
   /// whole milliseconds), is shared and not converted again; a subscriber that asks faster than its
   /// frame rate gets the same image again. If the simulated camera has had no frame since its
-  /// grabber started, the call waits up to 1 s for the first one. A caller in another process gets
-  /// no pixels by this method, but it does hold an image afterwards and must release it. The proxy
-  /// on a remote connection therefore throws and never calls the device.
+  /// grabber started, the call waits up to 1 s for the first one; if subscribers hold all five
+  /// frames of the file camera, up to 1 s for a release. A caller in another process gets no pixels
+  /// by this method, but it does hold an image afterwards and must release it. The proxy on a
+  /// remote connection therefore throws and never calls the device.
   ///
   /// The frames of a recording in another colour space than `kYUV422` aren't converted: the image
   /// then has a new time stamp and old pixels. Take such a recording with the raw methods.
@@ -332,7 +335,8 @@ class OXVideoDeviceProxy {
   /// subscriber, and is no older than one period of this subscriber's frame rate (1000 / fps ms, in
   /// whole milliseconds), is shared and not converted again; a subscriber that asks faster than its
   /// frame rate gets the same image again. If the simulated camera has had no frame since its
-  /// grabber started, the call waits up to 1 s for the first one.
+  /// grabber started, the call waits up to 1 s for the first one; if subscribers hold all five
+  /// frames of the file camera, up to 1 s for a release.
   ///
   /// The frames of a recording in another colour space than `kYUV422` aren't converted: the image
   /// then has a new time stamp and old pixels. Take such a recording with the raw methods.
@@ -649,17 +653,17 @@ class OXVideoDeviceProxy {
   /// @brief Pushes a frame into a simulated camera.
   ///
   /// The frame gets the time of its arrival and is offered to requests from then on; it replaces
-  /// the one before it, asked for or not. The call neither waits for subscribers nor wakes any.
-  /// Frames should have the size of `getExpectedImageParameters`; others are resampled when a
-  /// subscriber asks, to the resolution of the device's active camera. If only the pixels are
-  /// refused, the new size is set all the same.
+  /// the one before it, asked for or not. The call waits for no request, and requests that wait for
+  /// a first frame go on. Frames should have the size of `getExpectedImageParameters`; others are
+  /// resampled when a subscriber asks, to the resolution of the device's active camera. If only the
+  /// pixels are refused, the new size is set all the same.
   /// @param pCameraIndex Index of the camera, from 0.
   /// @param pWidth Width in pixels. Sizes are 160 x 120, 320 x 240, 640 x 480 and 1280 x 960.
   /// @param pHeight Height in pixels.
   /// @param pImage A binary of width * height * 3 bytes: red, green, blue, rows from top to bottom
   ///   without gaps.
-  /// @return true if the frame was taken; false if there is no such camera or size, or the pixels
-  ///   are no binary of exactly that size.
+  /// @return true if the frame was taken; false if there is no such camera or size, if the pixels
+  ///   are no binary of exactly that size, or if other pushes keep all buffers in use for 1 s.
   /// @throws OXError when the device replays a file.
   bool putImage(int pCameraIndex, int pWidth, int pHeight, const OXValue& pImage);
 
@@ -713,7 +717,8 @@ class OXVideoDeviceProxy {
   /// @brief Returns a constant; images are no longer shared by this method.
   ///
   /// As a side effect the image that the subscriber holds is released. If the simulated camera has
-  /// had no frame since its grabber started, the call waits up to 1 s for the first one.
+  /// had no frame since its grabber started, the call waits up to 1 s for the first one; if
+  /// subscribers hold all five frames of the file camera, up to 1 s for a release.
   /// Use instead: `getDirectRawImageRemote(string)`.
   /// @param pName Id of a subscriber with one stream.
   /// @return "lastVideoBuffer"; empty if there is no such subscriber.
@@ -938,7 +943,7 @@ class OXVideoDeviceProxy {
   /// @param pImage A binary of width * height * 3 bytes: red, green, blue, rows from top to bottom
   ///   without gaps.
   /// @return true if the frame was taken; false if the pixels are no binary of exactly that size,
-  ///   or the active camera doesn't exist.
+  ///   if the active camera doesn't exist, or if other pushes keep all buffers in use for 1 s.
   /// @throws OXError when the device replays a file.
   bool putImage(const OXValue& pImage);
 

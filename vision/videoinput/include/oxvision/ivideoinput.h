@@ -27,8 +27,11 @@ class OXImage;
 /// - Misuse (an unknown subscriber, the wrong family, an index outside its range, a list of the
 ///   wrong length) throws OXError and changes nothing. Having no image is not an error: null, an
 ///   invalid OXValue or an empty list. A refusal is false or 0.
-/// - All operations are thread-safe: they may be called at any time from any thread. Waits have the
-///   bounds given here; beyond that an operation may wait for one that is under way.
+/// - All operations are thread-safe: they may be called at any time from any thread. Waits end when
+///   what they wait for has happened, at the latest after the bounds given here. Calls of different
+///   subscribers wait for each other only where both need the same conversion or the same step of a
+///   replay. Those of one subscriber follow each other, except for getters, and so do changes of
+///   what cameras run at: a call that has waited 10 s for its turn throws OXError.
 ///
 /// docs/reference.md describes each operation in full, with examples.
 class OX_API IVideoInput {
@@ -91,9 +94,10 @@ class OX_API IVideoInput {
   /// it in the camera's own. Local: the pixels stay the device's, to be read only, valid until the
   /// release; null when there is no image. A subscriber holds one image of a camera at a time, and
   /// either release ends the hold. Remote: a copy, the array of OXImage::toOXValue(), or invalid;
-  /// nothing stays held. A request waits up to 1 s for a simulator's first frame. The releases are
-  /// true also when nothing was held. getImage... throws OXError while an image is held,
-  /// getDirectRawImage... then has no image.
+  /// nothing stays held. A request waits up to 1 s for a simulator's first frame, or for a release
+  /// while subscribers hold all five frames of a replay. The releases are true also when nothing
+  /// was held. getImage... throws OXError while an image is held, getDirectRawImage... then has no
+  /// image.
   /// @{
   virtual OXImage* getDirectRawImageLocal(const std::string& pId) = 0;
   virtual OXValue getDirectRawImageRemote(const std::string& pId) = 0;
@@ -156,8 +160,9 @@ class OX_API IVideoInput {
   /// Throw OXError if the device has no simulated cameras. putImage pushes a frame: a binary of
   /// pWidth * pHeight * 3 bytes in one of the four resolutions, red, green, blue, rows top down. It
   /// is copied, and stamped with the moment of its arrival. False for another size or an unknown
-  /// camera. The expected parameters are [[width, height], frames per second]: what the camera runs
-  /// at; frames of the other resolutions are resampled.
+  /// camera, and after 1 s in which other pushes keep all buffers in use. The expected parameters
+  /// are [[width, height], frames per second]: what the camera runs at; frames of the other
+  /// resolutions are resampled.
   /// @{
   virtual bool putImage(const int& pCameraIndex, const int& pWidth, const int& pHeight,
                         const OXValue& pImage) = 0;

@@ -11,7 +11,8 @@ namespace OX {
 
 /// A subscriber and one of the device's cameras. Made by xClaim, which checks the id, the family
 /// and the camera's index; passed down in place of the id and the index that it was made from.
-/// Borrowed: valid while the fVisionModulesLock under which it was made is held.
+/// Borrowed: valid while the fVisionModulesLock under which it was made is held, and across a pause
+/// of it during the subscriber's turn.
 struct Claim {
   const boost::shared_ptr<VisionModuleInfo>& subscriber;
   int index;                        ///< the camera's

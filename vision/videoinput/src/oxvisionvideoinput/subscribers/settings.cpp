@@ -1,6 +1,7 @@
 // The settings of a mono-stream subscriber, and the frame rate of any. A change waits for a held
-// image, whose buffer it may reformat. The wait is without the lock, which the release needs; each
-// pass looks everything up again, because the subscriber may be gone.
+// image, whose buffer it may reformat. The wait is without the lock and the subscriber's turn,
+// which the release needs; after it everything is looked up again, because the subscriber may be
+// gone.
 #include <functional>
 
 #include <oxframework/oxclock.h>

@@ -287,7 +287,8 @@ void OXVisionVideoInput::xUnsubscribeMulti(const boost::shared_ptr<VisionModuleI
   }
 }
 
-// Whoever calls with the lock held keeps everybody from releasing: waiting would be in vain.
+// A caller that has the lock is in the middle of a change of its own: a wait of seconds for a
+// client doesn't belong there.
 void OXVisionVideoInput::unsubscribe(const std::string& pId) {
   const bool mayWait = !fVisionModulesLock->isHeldForWriting();
   const OXCriticalSectionWrite lock(fVisionModulesLock);
