@@ -192,7 +192,7 @@ TEST_F(SimulatorTest, UnsubscribingNeverWaitsUnderTheLock) {
     for (const char* id : {"b", "b_2", "b_3"}) ASSERT_TRUE(fDevice->getImageLocal(id));
     const int sleepsBefore = fClock.sleeps();
     fDevice->unsubscribeAllInstances("b");
-    EXPECT_LT(fClock.sleeps() - sleepsBefore, 100) << "nobody could release meanwhile";
+    EXPECT_LT(fClock.sleeps() - sleepsBefore, 100) << "images are taken back at once";
     EXPECT_EQ(probe.pools(), "0/0 0/0");
   }
   {

@@ -64,6 +64,7 @@ OXValue OXVisionVideoInput::setResolutions(const std::string& pId, const OXValue
   // Looked up again: between the locks it may have been removed or given other cameras, hence the
   // minimum below.
   const SubscriberTurn turn(*this, pId, Family::Multi, kSetResolutions);
+  const TurnScope change(fCamerasTurn, fVisionModulesLock);
   const auto& subscriber = turn.subscriber();
   std::vector<int> results;
   for (std::size_t i = 0; i < std::min(values.size(), subscriber->fActiveCameras.size()); ++i)
@@ -130,6 +131,7 @@ OXValue OXVisionVideoInput::setActiveCameras(const std::string& pId,
                      "using several time the same camera is forbidden");
   const OXCriticalSectionWrite lock(fVisionModulesLock);
   const SubscriberTurn turn(*this, pId, Family::Multi, kSetActiveCameras);
+  const TurnScope change(fCamerasTurn, fVisionModulesLock);
   const auto& subscriber = turn.subscriber();
   for (const int camera : cameras)
     if (!xCamera(camera))

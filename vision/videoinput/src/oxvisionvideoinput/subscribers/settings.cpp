@@ -86,7 +86,9 @@ bool OXVisionVideoInput::xChangeSetting(const std::string& pId, const SettingCha
   return false;
 }
 
+// The turn of the cameras first: a change that can't have it changes nothing.
 bool OXVisionVideoInput::xApplySetting(const Claim& pClaim, const SettingChange& pChange) {
+  const TurnScope change(fCamerasTurn, fVisionModulesLock);
   const int oldValue = pChange.oldValue(pClaim);
   // Logged also if the value is the same: clients know it so.
   report::log(
@@ -145,6 +147,7 @@ bool OXVisionVideoInput::setActiveCamera(const std::string& pId, const int& pCam
                  "setActiveCamera(" + pId + ") : invalid Camera index");
   const OXCriticalSectionWrite lock(fVisionModulesLock);
   const SubscriberTurn turn(*this, pId, Family::Mono, kSetActiveCamera);
+  const TurnScope change(fCamerasTurn, fVisionModulesLock);
   VisionModuleInfo& subscriber = *turn.subscriber();
   const int camera = xCurrentCamera(subscriber);
   if (xCamera(camera) && subscriber.wish(camera).fLockedImage) {

@@ -170,6 +170,7 @@ std::string OXVisionVideoInput::subscribeCamera(const std::string& pName, const 
     xFailSubscription(kMethod, pName, report::text(camera, "is not a valid camera index"), false);
 
   const OXCriticalSectionWrite lock(fVisionModulesLock);
+  const TurnScope change(fCamerasTurn, fVisionModulesLock);
   std::string id = xFindFreeId(pName, false);
   const auto subscriber = xAddSubscriber(id, kMethod, frameRate, pResolution, pColorSpace);
   const TurnScope turn(subscriber->fTurn,
@@ -239,6 +240,7 @@ std::string OXVisionVideoInput::subscribeCameras(const std::string& pName,
   xCheckStreams(pName, cameras, resolutions, colorSpaces);
 
   const OXCriticalSectionWrite lock(fVisionModulesLock);
+  const TurnScope change(fCamerasTurn, fVisionModulesLock);
   std::string id = xFindFreeId(pName, true);
   const auto subscriber = xAddSubscriber(id, kMethod, frameRate, kQVGA, kYUV422);
   const TurnScope turn(subscriber->fTurn, fVisionModulesLock);
@@ -329,6 +331,8 @@ bool OXVisionVideoInput::xHoldsCurrentImage(const VisionModuleInfo& pSubscriber)
 }
 
 void OXVisionVideoInput::xRemove(const boost::shared_ptr<VisionModuleInfo>& pSubscriber) {
+  // First, like all that can fail here: a subscriber that can't be removed stays as it is.
+  const TurnScope change(fCamerasTurn, fVisionModulesLock);
   if (pSubscriber->fIsMultiStream)
     xUnsubscribeMulti(pSubscriber);
   else
