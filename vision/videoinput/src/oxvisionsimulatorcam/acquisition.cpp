@@ -46,9 +46,13 @@ bool OXVisionSimulatorCam::xWaitForFirstFrame(CameraDriverBuffer& pStore, const 
     if (pStore.fLastInputBuffer != -1) return true;
     if (!wait.again(pStore.fChanged, seen)) break;
   }
+  xLogNoFrame(pId);
+  return false;
+}
+
+void OXVisionSimulatorCam::xLogNoFrame(const std::string& pId) const {
   logError("xGetDirectRawImage", getName() + ": Could not get image for subscriber \"" + pId +
                                      "\". Check that the simulator is running.");
-  return false;
 }
 
 bool OXVisionSimulatorCam::xSubSample(int pRatio, int pWidth, int pHeight,
@@ -178,8 +182,9 @@ int OXVisionSimulatorCam::xMakeRawFrame(const RealCameraProperties& pCamera,
         return -1;
       case Conversion::kBegun: {
         const bool good = xReSize(pCamera, *source, *target);
+        const int frame = xEndConversion(pStore, work, pOpening, good);
         if (!good) logError(pOperation, report::text(pOperation, "(", pId, "): resizing error"));
-        return xEndConversion(pStore, work, pOpening, good);
+        return frame;
       }
       case Conversion::kUnderWay:
         if (const auto left = deadline - std::chrono::steady_clock::now(); left > left.zero()) {
@@ -215,6 +220,7 @@ AcquiredFrame OXVisionSimulatorCam::xAcquireFrame(const Claim& pClaim, const cha
     }
     if (frame >= 0) xReturnFrame(store, *store.fDriverBuffers[static_cast<std::size_t>(frame)]);
   }
+  xLogNoFrame(id);
   return {};
 }
 

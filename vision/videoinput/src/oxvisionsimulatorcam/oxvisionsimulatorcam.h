@@ -117,6 +117,7 @@ class OXVisionSimulatorCam final : public OXSingleton<OXVisionSimulatorCam>,
                const OXImage& pTarget) const;
   /// Waits up to a second; false, after a record, if no frame was pushed.
   bool xWaitForFirstFrame(CameraDriverBuffer& pStore, const std::string& pId);
+  void xLogNoFrame(const std::string& pId) const;
   /// The index of the newest frame, converted, with its read count raised; -1 if it can't be had or
   /// is of another opening.
   int xMakeRawFrame(const RealCameraProperties& pCamera, CameraDriverBuffer& pStore,
