@@ -1,21 +1,24 @@
-/// Counts how often this program has allocated memory with new, and lets allocations fail.
+/// Counts how often this program has allocated memory, and lets allocations fail.
 #pragma once
 
 #include <cstddef>
 
 namespace OX::test {
 
+/// How often memory was allocated with any form of new.
 long allocations();
 
-/// While it lives, one allocation fails with std::bad_alloc, whichever thread makes it: the
-/// pNumber-th (from 1) of those of at least pSize bytes.
+/// While it lives, one allocation fails, whichever thread makes it: the pNumber-th (from 1) of
+/// those of at least pSize bytes. Every form of new counts and so does anonymous mmap(), from which
+/// images have their pixels; a sanitizer has an mmap() of its own, so there it never fails.
 ///
 ///   const FailingAllocation failure(1, 1000000);
 ///   EXPECT_FALSE(camera.grab());
 ///   EXPECT_TRUE(failure.hasHappened());
 class FailingAllocation {
  public:
-  explicit FailingAllocation(long pNumber, std::size_t pSize = 1);
+  enum Of { kAnyThread, kThisThread };
+  explicit FailingAllocation(long pNumber, std::size_t pSize = 1, Of pOf = kAnyThread);
   ~FailingAllocation();
   FailingAllocation(const FailingAllocation&) = delete;
   FailingAllocation& operator=(const FailingAllocation&) = delete;

@@ -20,14 +20,20 @@ namespace OX::test {
 
 class SimulatorTest : public testing::Test {
  protected:
-  SimulatorTest() {
-    OXModule::createModule<OXMemory>(fBroker);
-    fDevice = OXModule::createModule<OXVisionSimulatorCam>(fBroker);
-  }
+  SimulatorTest() { startDevice(); }
   ~SimulatorTest() override {
     fClock.setSleepHook({});
     fDevice.reset();
     fBroker->shutdown();
+  }
+
+  /// A new device, in place of the one before.
+  void startDevice() {
+    fDevice.reset();
+    if (fBroker) fBroker->shutdown();
+    fBroker = OXBroker::create();
+    OXModule::createModule<OXMemory>(fBroker);
+    fDevice = OXModule::createModule<OXVisionSimulatorCam>(fBroker);
   }
 
   std::string subscribe(const std::string& pName, int pResolution = kQVGA,
@@ -53,7 +59,7 @@ class SimulatorTest : public testing::Test {
 
   FakeClock fClock;
   CaptureLog fLog;
-  boost::shared_ptr<OXBroker> fBroker = OXBroker::create();
+  boost::shared_ptr<OXBroker> fBroker;
   boost::shared_ptr<OXVisionSimulatorCam> fDevice;
 };
 

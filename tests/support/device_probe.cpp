@@ -1,7 +1,11 @@
 // Out of line, so that a change of a record rebuilds this file and not every test of the device.
 #include "device_probe.h"
 
+#include <algorithm>
+#include <utility>
+
 #include "camerarecord.h"
+#include "oxvisionfilecam.h"
 #include "oxvisionsimulatorcam.h"
 #include "subscriberrecord.h"
 
@@ -11,7 +15,9 @@ const RealCameraProperties& DeviceProbe::camera(int pIndex) const {
   return *fDevice.xCamera(pIndex);
 }
 
-const CameraDriverBuffer& DeviceProbe::store(int pIndex) const { return *fDevice.xStore(pIndex); }
+const CameraDriverBuffer& DeviceProbe::store(int pIndex) const {
+  return *dynamic_cast<const OXVisionSimulatorCam&>(fDevice).xStore(pIndex);
+}
 
 const std::map<std::string, boost::shared_ptr<VisionModuleInfo>>& DeviceProbe::subscribers() const {
   return fDevice.fVisionModules;
@@ -27,34 +33,72 @@ std::string DeviceProbe::pools() const {
   return text;
 }
 
+int DeviceProbe::holds() const {
+  int held = 0;
+  for (const auto& [id, subscriber] : subscribers())
+    for (const auto& wish : subscriber->fRequestedProperties) held += wish->fLockedImage ? 1 : 0;
+  return held;
+}
+
 std::string DeviceProbe::complaints() const {
   std::string text;
+  const auto complain = [&](bool pIsWrong, const auto&... pPieces) {
+    if (pIsWrong) text += report::text(pPieces..., "; ");
+  };
   std::map<const OXVisionBuffer*, int> holds;
-  for (const auto& [id, subscriber] : subscribers())
+  for (const auto& [id, subscriber] : subscribers()) {
     for (const auto& wish : subscriber->fRequestedProperties)
       if (wish->fLockedImage) ++holds[wish->fLockedImage.get()];
-  for (int i = 0; i < cameras(); ++i) {
-    if (camera(i).fImageBuffers.size() != camera(i).fRawBuffers.size())
-      text += "pools differ: " + pools() + "; ";
-    int lent = 0;
-    for (const auto* pool : {&camera(i).fImageBuffers, &camera(i).fRawBuffers})
-      for (const auto& buffer : *pool) {
-        if (buffer->fReadLockCount != holds[buffer.get()] || buffer->fWriteLockCount != 0)
-          text += "a buffer of camera " + std::to_string(i) + " is read " +
-                  std::to_string(buffer->fReadLockCount) + " times, held " +
-                  std::to_string(holds[buffer.get()]) + " times; ";
-        if (buffer->fRawSource) ++lent;
-      }
-    int frames = 0;
-    for (const auto& frame : store(i).fDriverBuffers) frames += frame->fReadLockCount;
-    if (frames < lent) text += "a lent frame of camera " + std::to_string(i) + " is not counted";
+    complain(subscriber->fTurn.fDepth != 0, "a call of ", id, " has not ended");
   }
+  complain(fDevice.fCamerasTurn.fDepth != 0, "a change of the cameras has not ended");
+  complain(fDevice.fVisionModulesLock->isHeldForWriting(), "the lock is held");
+  for (int i = 0; i < cameras(); ++i) {
+    const auto pairs =
+        std::count_if(subscribers().begin(), subscribers().end(),
+                      [&](const auto& entry) { return entry.second->wish(i).fHasBuffers; });
+    complain(std::cmp_not_equal(camera(i).fImageBuffers.size(), pairs) ||
+                 std::cmp_not_equal(camera(i).fRawBuffers.size(), pairs),
+             "buffers are ", pools(), " instead of ", pairs, " pairs of camera ", i);
+    for (const auto* pool : {&camera(i).fImageBuffers, &camera(i).fRawBuffers})
+      for (const auto& buffer : *pool)
+        complain(buffer->fReadLockCount != holds[buffer.get()] || buffer->fWriteLockCount != 0 ||
+                     buffer->fPinCount != 0,
+                 "a buffer of camera ", i, " is read ", buffer->fReadLockCount, " times, held ",
+                 holds[buffer.get()], " times, pinned ", buffer->fPinCount, " times, written ",
+                 buffer->fWriteLockCount, " times");
+    text += xFrameComplaints(i);
+  }
+  return text;
+}
+
+// A frame may count as lent more often than buffers point at it, when none was free to lend it.
+std::string DeviceProbe::xFrameComplaints(int pCamera) const {
+  std::string text;
+  std::map<void*, int> lent;
+  for (const auto& buffer : camera(pCamera).fRawBuffers)
+    if (buffer->fRawSource) ++lent[buffer->fRawSource.get()];
+  const bool isReplay = dynamic_cast<const OXVisionFileCam*>(&fDevice);
+  for (const auto& [frame, times] : lent) {
+    const int counted = isReplay ? static_cast<CamBuffer*>(frame)->fLockCount.load()
+                                 : static_cast<OXVisionBuffer*>(frame)->fReadLockCount;
+    if (counted < times)
+      text += report::text("a frame lent ", times, " times counts ", counted, "; ");
+  }
+  if (isReplay) return text;
+  for (const auto& frame : store(pCamera).fDriverBuffers)
+    if (frame->fWriteLockCount != 0) text += "a frame is still being converted; ";
+  for (const auto& frame : store(pCamera).fInputBuffers)
+    if (!frame->isFree()) text += "a pushed frame is still in use; ";
   return text;
 }
 
 int DeviceProbe::lentFrames(int pCamera) const {
   int frames = 0;
-  for (const auto& frame : store(pCamera).fDriverBuffers) frames += frame->fReadLockCount;
+  if (const auto* const replay = dynamic_cast<const OXVisionFileCam*>(&fDevice))
+    for (const auto& slot : replay->fFrames) frames += slot->fLockCount;
+  else
+    for (const auto& frame : store(pCamera).fDriverBuffers) frames += frame->fReadLockCount;
   return frames;
 }
 

@@ -1,4 +1,4 @@
-/// What tests may read inside a simulated device.
+/// What tests may read inside a device.
 #pragma once
 
 #include <boost/shared_ptr.hpp>
@@ -7,7 +7,7 @@
 
 namespace OX {
 
-class OXVisionSimulatorCam;
+class OXVisionVideoInput;
 struct CameraDriverBuffer;
 struct RealCameraProperties;
 struct VisionModuleInfo;
@@ -15,22 +15,28 @@ struct VisionModuleInfo;
 /// Reads the counters of a device. Takes no lock: call it while no other thread uses the device.
 class DeviceProbe {
  public:
-  explicit DeviceProbe(const OXVisionSimulatorCam& pDevice) : fDevice(pDevice) {}
+  explicit DeviceProbe(const OXVisionVideoInput& pDevice) : fDevice(pDevice) {}
 
   const RealCameraProperties& camera(int pIndex) const;
+  /// Of a simulated camera.
   const CameraDriverBuffer& store(int pIndex) const;
   const std::map<std::string, boost::shared_ptr<VisionModuleInfo>>& subscribers() const;
   int cameras() const;
 
   /// "converted/raw" pool sizes of all cameras: "1/1 1/1".
   std::string pools() const;
-  /// What is inconsistent in the counters while no call is under way; empty if nothing is.
+  /// How many images subscribers hold.
+  int holds() const;
+  /// What is inconsistent in the counters, locks and turns while no call is under way; empty if
+  /// nothing is.
   std::string complaints() const;
-  /// Frames of a camera that count as lent.
+  /// How often frames of a camera count as lent.
   int lentFrames(int pCamera) const;
 
  private:
-  const OXVisionSimulatorCam& fDevice;
+  std::string xFrameComplaints(int pCamera) const;
+
+  const OXVisionVideoInput& fDevice;
 };
 
 }  // namespace OX

@@ -75,6 +75,8 @@ class OXVisionFileCam final : public OXSingleton<OXVisionFileCam>, public OXVisi
       OX_REQUIRES(fVisionModulesLock) override;
 
  private:
+  friend class DeviceProbe;  ///< through which tests read the counters
+
   using Slot = boost::shared_ptr<CamBuffer>;
   static constexpr unsigned int kSlots = 5;
   static constexpr unsigned int kPassUs = 500;

@@ -42,6 +42,8 @@ class OX_CAPABILITY("turn") Turn {
   void endShort() { fDepth.store(0); }
 
  private:
+  friend class DeviceProbe;  ///< through which tests see that no turn is left over
+
   const char* fWhat;
   std::thread::id fHolder;
   std::atomic<int> fDepth{0};
