@@ -510,8 +510,10 @@ class OXVisionVideoInput : public OXModule, public IVideoInput {
   void xAddToReply(RemoteReply& pReply, const boost::shared_ptr<VisionModuleInfo>& pSubscriber,
                    const std::vector<OXImage*>& pImages) const
       OX_REQUIRES_SHARED(fVisionModulesLock);
-  /// One bool a stream: whether an image was lent for it.
-  static OXValue xDeliveryFlags(const std::vector<OXImage*>& pImages);
+  /// One bool a stream: whether pLend lent an image for it. Nothing fails after that: the images of
+  /// a request that throws would stay held.
+  static OXValue xDeliveryFlags(const VisionModuleInfo& pSubscriber,
+                                const std::function<std::vector<OXImage*>()>& pLend);
 
   // --- delivery/raw.cpp ---
   OXImage* xGetRawImage(const Claim& pClaim) OX_REQUIRES(fVisionModulesLock);
@@ -553,7 +555,9 @@ class OXVisionVideoInput : public OXModule, public IVideoInput {
   void xBindMethods();
   void xBindDeprecatedMethods();
 
-  /// Recently erased buffers: a client of this process may still be reading one.
+  /// Recently erased buffers: a client of this process may still be reading one. A bound, since
+  /// each one keeps storage for the largest format. Reserved: erasing a buffer must not fail.
+  static constexpr std::size_t kRetiredBuffers = 4;
   BufferPool fRetired OX_GUARDED_BY(fVisionModulesLock);
   int fSubscriberLimit OX_GUARDED_BY(fVisionModulesLock) = 256;
 };

@@ -14,9 +14,6 @@
 namespace OX {
 namespace {
 
-// A bound, since each one keeps storage for the largest format.
-constexpr std::size_t kRetiredBuffers = 4;
-
 using BufferPtr = boost::shared_ptr<OXVisionBuffer>;
 
 bool isReadable(const OXVisionBuffer& pBuffer) { return pBuffer.fWriteLockCount == 0; }

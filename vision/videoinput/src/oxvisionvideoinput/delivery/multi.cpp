@@ -66,18 +66,23 @@ OXImage* OXVisionVideoInput::xReplaceByConverted(const Claim& pClaim, const OXIm
   return xLendConverted(pClaim, std::move(converted));
 }
 
-OXValue OXVisionVideoInput::xDeliveryFlags(const std::vector<OXImage*>& pImages) {
+OXValue OXVisionVideoInput::xDeliveryFlags(const VisionModuleInfo& pSubscriber,
+                                           const std::function<std::vector<OXImage*>()>& pLend) {
   OXValue result;
-  result.arrayReserve(static_cast<int>(pImages.size()));
-  for (std::size_t i = 0; i < pImages.size(); ++i)
-    result[static_cast<int>(i)] = pImages[i] != nullptr;
+  result.arrayReserve(static_cast<int>(pSubscriber.fActiveCameras.size()));
+  const std::vector<OXImage*> images = pLend();
+  result.arraySetSize(static_cast<int>(images.size()));
+  for (std::size_t i = 0; i < images.size(); ++i)
+    result[static_cast<int>(i)] = images[i] != nullptr;
   return result;
 }
 
 OXValue OXVisionVideoInput::getImagesLocal(const std::string& pId) {
   const OXCriticalSectionWrite lock(fVisionModulesLock);
   const SubscriberTurn turn(*this, pId, Family::Multi, kGetImagesLocal);
-  return xDeliveryFlags(xGetImages(turn.subscriber()));
+  return xDeliveryFlags(*turn.subscriber(), [&]() OX_REQUIRES(fVisionModulesLock) {
+    return xGetImages(turn.subscriber());
+  });
 }
 
 OXValue OXVisionVideoInput::getImagesRemote(const std::string& pId) {

@@ -82,7 +82,8 @@ OXValue OXVisionVideoInput::getDirectRawImagesLocal(const std::string& pId) {
   const OXCriticalSectionWrite lock(fVisionModulesLock);
   const SubscriberTurn turn(*this, pId, Family::Multi, kGetAllLocal);
   // An OXValue holds no pointers: the caller learns which streams have an image, and no more.
-  return xDeliveryFlags(xGetDirectRawImages(pId));
+  return xDeliveryFlags(*turn.subscriber(),
+                        [&]() OX_REQUIRES(fVisionModulesLock) { return xGetDirectRawImages(pId); });
 }
 
 OXValue OXVisionVideoInput::getDirectRawImagesRemote(const std::string& pId) {

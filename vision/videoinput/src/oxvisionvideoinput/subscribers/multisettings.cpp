@@ -1,6 +1,7 @@
 // The settings of a multi-stream subscriber: lists in the order of its cameras. Each stream changes
 // or fails by itself, and nothing waits for a held image: the results say which streams changed.
 #include <algorithm>
+#include <utility>
 
 #include <oxframework/oxlog.h>
 #include "subscriberturn.h"
@@ -140,21 +141,24 @@ OXValue OXVisionVideoInput::setActiveCameras(const std::string& pId,
 
   // Held images are taken back and not waited for. The buffers on the old cameras are removed
   // before new ones are made, and the cameras are updated when the new list is stored.
-  xReleaseAllConverted(subscriber);
+  // What needs memory of its own comes first: once the new buffers are made, they are in the list.
+  std::vector<int> newCameras = cameras;
+  std::vector<int> results;
+  results.reserve(cameras.size());
   const std::vector<int> oldCameras = subscriber->fActiveCameras;
+  xReleaseAllConverted(subscriber);
   for (const int camera : oldCameras) {
     const Claim claim = xClaim(subscriber, camera);
     xLowerCamera(claim);
     xRemoveBuffers(claim);
   }
-  std::vector<int> results;
   for (const int camera : cameras) {
     RequestedCameraProperties& wish = subscriber->wish(camera);
     wish.fHasBuffers = xCreateBuffersForStoringImages(camera, wish.fResolution, wish.fColorSpace);
     results.push_back(wish.fHasBuffers ? 1 : 0);
   }
   // A camera without memory for its buffers is in the list all the same: only its result says so.
-  subscriber->fActiveCameras = cameras;
+  subscriber->fActiveCameras = std::move(newCameras);
   for (const int camera : oldCameras) xUpdateParam(camera);
   for (const int camera : cameras) xUpdateParam(camera);
   return OXValue(results);

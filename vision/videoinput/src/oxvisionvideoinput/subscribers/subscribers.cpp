@@ -132,7 +132,7 @@ void OXVisionVideoInput::xCreateBuffers(VisionModuleInfo& pSubscriber,
       camera.fRawBuffers.pop_back();
     }
     pSubscriber.fIsUnsubscribed = true;
-    fVisionModules.erase(std::string(pSubscriber.fName));
+    fVisionModules.erase(pSubscriber.fName);  // shared by the caller, so the name outlives this
     report::raise(getName(), pMethod, "Memory allocation failed.");
   }
 }
