@@ -81,7 +81,7 @@ std::string DeviceProbe::xFrameComplaints(int pCamera) const {
   const bool isReplay = dynamic_cast<const OXVisionFileCam*>(&fDevice);
   for (const auto& [frame, times] : lent) {
     const int counted = isReplay ? static_cast<CamBuffer*>(frame)->fLockCount.load()
-                                 : static_cast<OXVisionBuffer*>(frame)->fReadLockCount;
+                                 : static_cast<OXVisionBuffer*>(frame)->fReadLockCount.load();
     if (counted < times)
       text += report::text("a frame lent ", times, " times counts ", counted, "; ");
   }
