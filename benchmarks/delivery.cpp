@@ -4,13 +4,10 @@
 #include <benchmark/benchmark.h>
 #include <unistd.h>
 
-#include <atomic>
-#include <memory>
 #include <string>
 #include <vector>
 
 #include <oxframework/oxbroker.h>
-#include <oxframework/oxclock.h>
 #include <oxframework/oxdefinitions.h>
 #include <oxframework/oxlog.h>
 #include <oxframework/oxremotebroker.h>
@@ -18,57 +15,11 @@
 #include <oxframework/oxservices.h>
 #include <oxframework/oxvideo.h>
 #include "oxvisionfilecam.h"
-#include "oxvisionsimulatorcam.h"
+#include "service.h"
 
 namespace {
 
 using namespace OX;
-
-/// A clock that only moves when told to, so that each benchmark decides whether an image is fresh.
-class SteppedClock : public OXClock {
- public:
-  SteppedClock() { OXClock::set(this); }
-  ~SteppedClock() override { OXClock::set(nullptr); }
-  std::int64_t nowUs() override { return fNowUs; }
-  std::int64_t localNowUs() override { return fNowUs; }
-  void sleepUs(unsigned int pDurationUs) override { fNowUs += pDurationUs; }
-  void nextSecond() { fNowUs += 1'000'000; }
-  void nextFrame() { fNowUs += kFrameUs; }
-
-  static constexpr std::int64_t kFrameUs = 33'333;  ///< 30 frames a second
-
- private:
-  std::atomic<std::int64_t> fNowUs{1'700'000'000'000'000};
-};
-
-/// A broker with the simulator's cameras.
-struct Service {
-  Service() {
-    ki::log::setLevel(0);
-    OXModule::createModule<OXMemory>(broker);
-    device = OXModule::createModule<OXVisionSimulatorCam>(broker);
-  }
-  ~Service() {
-    device.reset();
-    broker->shutdown();
-  }
-
-  void push(int pResolution) {
-    int width = 0;
-    int height = 0;
-    setSizeFromResolution(pResolution, width, height);
-    if (frame.getSize() != width * height * 3)
-      frame.SetBinary(std::vector<char>(static_cast<std::size_t>(width * height * 3), 77).data(),
-                      width * height * 3);
-    clock.nextSecond();
-    device->putImage(0, width, height, frame);
-  }
-
-  SteppedClock clock;
-  boost::shared_ptr<OXBroker> broker = OXBroker::create();
-  boost::shared_ptr<OXVisionSimulatorCam> device;
-  OXValue frame;
-};
 
 void nameSize(benchmark::State& pState) {
   pState.SetLabel(getResolutionName(static_cast<int>(pState.range(0))));
