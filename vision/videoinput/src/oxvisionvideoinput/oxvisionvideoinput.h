@@ -450,9 +450,9 @@ class OXVisionVideoInput : public OXModule, public IVideoInput {
   /// The same for a raw image that was lent to the claim's subscriber.
   BufferPtr xConvertHeldImage(const Claim& pClaim, const OXImage& pRawImage)
       OX_REQUIRES(fVisionModulesLock);
-  /// Waits, with the lock paused, for the end of a conversion that another request has begun; true
-  /// when the buffer has its result.
-  bool xAwaitConversion(const Claim& pClaim, const OXVisionBuffer& pBuffer)
+  /// The buffer of a conversion that another request has begun, with one read count, after its end,
+  /// which is waited for with the lock paused; null when it failed.
+  BufferPtr xAwaitConversion(const Claim& pClaim, BufferPtr pBuffer)
       OX_REQUIRES(fVisionModulesLock);
   /// The result of another request's conversion of the same frame, with one read count; null when
   /// none is under way.
@@ -488,12 +488,13 @@ class OXVisionVideoInput : public OXModule, public IVideoInput {
   /// Null for null.
   OXImage* xLendConverted(const Claim& pClaim, BufferPtr pBuffer)
       OX_REQUIRES_SHARED(fVisionModulesLock);
-  /// Waits for a conversion under way whose image will be young enough; false when there is none.
-  bool xAwaitFreshConversion(const Claim& pClaim, std::int64_t pNowUs)
-      OX_REQUIRES(fVisionModulesLock);
-  /// A converted image that is young enough, lent; null when there is none.
-  OXImage* xReuseConvertedImage(const Claim& pClaim, std::int64_t pNowUs)
+  // Both with one read count, or null when there is none.
+  /// A converted image that is young enough.
+  BufferPtr xFindFreshImage(const Claim& pClaim, std::int64_t pNowUs)
       OX_REQUIRES_SHARED(fVisionModulesLock);
+  /// One that another request is converting.
+  BufferPtr xAwaitFreshImage(const Claim& pClaim, std::int64_t pNowUs)
+      OX_REQUIRES(fVisionModulesLock);
   /// True when a raw image was young enough: pImage is then the result, null if it could not be
   /// converted.
   bool xReuseRawImage(const Claim& pClaim, std::int64_t pNowUs, OXImage*& pImage)

@@ -62,33 +62,34 @@ class OXVisionVideoInput::ConversionScope {
   bool fIsDone = false;
 };
 
-bool OXVisionVideoInput::xAwaitConversion(const Claim& pClaim, const OXVisionBuffer& pBuffer) {
-  const std::uint64_t conversion = pBuffer.fContent;
-  const auto isUnderWay = [&] {
-    return pBuffer.fContent == conversion && pBuffer.fWriteLockCount > 0;
-  };
+// The read count that the result will be lent with is raised at once: nobody begins the next
+// conversion in the buffer before this thread has woken.
+OXVisionVideoInput::BufferPtr OXVisionVideoInput::xAwaitConversion(const Claim& pClaim,
+                                                                   BufferPtr pBuffer) {
+  const std::uint64_t conversion = pBuffer->fContent;
   const auto deadline = std::chrono::steady_clock::now() + kLongestConversion;
-  while (isUnderWay()) {
+  ++pBuffer->fReadLockCount;
+  while (pBuffer->fWriteLockCount > 0) {
     const auto left = deadline - std::chrono::steady_clock::now();
-    if (left <= left.zero()) return false;
+    if (left <= left.zero()) break;
     const std::uint64_t seen = pClaim.camera.fConversionEnded.count();
     const OXCriticalSectionPause pause(fVisionModulesLock);
     pClaim.camera.fConversionEnded.wait(
         seen, std::chrono::duration_cast<std::chrono::microseconds>(left));
   }
-  return pBuffer.fContent == conversion;
+  if (pBuffer->fWriteLockCount == 0 && pBuffer->fContent == conversion) return pBuffer;
+  --pBuffer->fReadLockCount;
+  return {};
 }
 
 OXVisionVideoInput::BufferPtr OXVisionVideoInput::xJoinConversion(const Claim& pClaim,
                                                                   const OXImage& pRawImage,
                                                                   const void* pSource) {
   if (pRawImage.fColorSpace != kYUV422) return {};
-  const BufferPtr buffer = xFindConversionUnderWay(pClaim, [&](const OXVisionBuffer& pBuffer) {
+  BufferPtr buffer = xFindConversionUnderWay(pClaim, [&](const OXVisionBuffer& pBuffer) {
     return pBuffer.fConvertedFrom == pSource && pBuffer.fImage->fTimeStamp == pRawImage.fTimeStamp;
   });
-  if (!buffer || !xAwaitConversion(pClaim, *buffer)) return {};
-  ++buffer->fReadLockCount;
-  return buffer;
+  return buffer ? xAwaitConversion(pClaim, std::move(buffer)) : BufferPtr();
 }
 
 OXVisionVideoInput::BufferPtr OXVisionVideoInput::xConvertImage(const Claim& pClaim,

@@ -64,7 +64,7 @@ OXImage* OXVisionVideoInput::xGetSharedImage(const std::string& pId) {
   if (!turn.isTaken() || !xCamera(index)) return nullptr;
   const Claim claim = xClaim(*subscriber, index);
   if (claim.wish.fLockedImage || claim.camera.fGrabberState != kGrabberRunning) return nullptr;
-  return xReuseConvertedImage(claim, nowUs());
+  return xLendConverted(claim, xFindFreshImage(claim, nowUs()));
 }
 
 // What getImageLocal cannot answer so, it asks for again with the lock held for writing.
@@ -102,22 +102,25 @@ OXImage* OXVisionVideoInput::xLendConverted(const Claim& pClaim, BufferPtr pBuff
   return pClaim.wish.fLockedImage->fImage.get();
 }
 
-OXImage* OXVisionVideoInput::xReuseConvertedImage(const Claim& pClaim, std::int64_t pNowUs) {
+OXVisionVideoInput::BufferPtr OXVisionVideoInput::xFindFreshImage(const Claim& pClaim,
+                                                                  std::int64_t pNowUs) {
   BufferPtr buffer = xLockTheNewestBufferForReading(pClaim);
-  if (!buffer) return nullptr;
-  if (isFresh(*buffer->fImage, pNowUs, *pClaim.subscriber))
-    return xLendConverted(pClaim, std::move(buffer));
+  if (!buffer || isFresh(*buffer->fImage, pNowUs, *pClaim.subscriber)) return buffer;
   --buffer->fReadLockCount;
-  return nullptr;
+  return {};
 }
 
 // Another request may be making the very image: it is worth waiting for if it will be young enough.
-// Whether it then is, is for the caller to look at with a new reading of the clock.
-bool OXVisionVideoInput::xAwaitFreshConversion(const Claim& pClaim, std::int64_t pNowUs) {
-  const BufferPtr buffer = xFindConversionUnderWay(pClaim, [&](const OXVisionBuffer& pBuffer) {
+// Whether it then is takes a new reading of the clock.
+OXVisionVideoInput::BufferPtr OXVisionVideoInput::xAwaitFreshImage(const Claim& pClaim,
+                                                                   std::int64_t pNowUs) {
+  BufferPtr buffer = xFindConversionUnderWay(pClaim, [&](const OXVisionBuffer& pBuffer) {
     return isFresh(*pBuffer.fImage, pNowUs, *pClaim.subscriber);
   });
-  return buffer && xAwaitConversion(pClaim, *buffer);
+  if (buffer) buffer = xAwaitConversion(pClaim, std::move(buffer));
+  if (!buffer || isFresh(*buffer->fImage, nowUs(), *pClaim.subscriber)) return buffer;
+  --buffer->fReadLockCount;
+  return {};
 }
 
 bool OXVisionVideoInput::xReuseRawImage(const Claim& pClaim, std::int64_t pNowUs,
@@ -152,14 +155,11 @@ OXImage* OXVisionVideoInput::xGetImage(const Claim& pClaim) {
         report::text(id, " previous image for camera ", pClaim.index, " was not released !"));
   // Another thread may be opening the camera: this one then waits for the end of that.
   if (pClaim.camera.fGrabberState != kGrabberRunning) xStartFrameGrabber(pClaim.index);
-  // One reading of the clock, after the grabber may have been started: both tests see the same
-  // time. A second one after a conversion was waited for.
-  std::int64_t now = nowUs();
-  if (OXImage* const shared = xReuseConvertedImage(pClaim, now)) return shared;
-  if (xAwaitFreshConversion(pClaim, now)) {
-    now = nowUs();
-    if (OXImage* const shared = xReuseConvertedImage(pClaim, now)) return shared;
-  }
+  // One reading of the clock, after the grabber may have been started: all tests see the same time.
+  const std::int64_t now = nowUs();
+  BufferPtr shared = xFindFreshImage(pClaim, now);
+  if (!shared) shared = xAwaitFreshImage(pClaim, now);
+  if (shared) return xLendConverted(pClaim, std::move(shared));
   OXImage* fromRaw = nullptr;
   if (xReuseRawImage(pClaim, now, fromRaw)) return fromRaw;
 
@@ -170,9 +170,10 @@ OXImage* OXVisionVideoInput::xGetImage(const Claim& pClaim) {
         "xGetImage(" + id + "): Failed to get a new raw image for subscriber \"" + id + "\"");
     return nullptr;
   }
-  BufferPtr converted;
+  // Another request may have converted it while this one waited for the frame.
+  BufferPtr converted = xFindFreshImage(pClaim, nowUs());
   try {
-    converted = xConvertHeldImage(pClaim, *raw);
+    if (!converted) converted = xConvertHeldImage(pClaim, *raw);
   } catch (...) {
     xReleaseOwnRawImages(*pClaim.subscriber);
     throw;
