@@ -11,6 +11,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <new>
+#include <utility>
 
 namespace {
 
@@ -20,6 +21,8 @@ std::atomic<long> failing{0};  ///< 0 or less: none fails any more
 std::atomic<const void*> failingThread{nullptr};
 thread_local const char thisThread = 0;  ///< its address tells the threads apart
 
+thread_local OX::test::AtAllocation* atAllocation = nullptr;
+
 bool isToFail(std::size_t pSize) {
   if (failing.load() <= 0 || pSize < failingSize.load()) return false;
   const void* const thread = failingThread.load();
@@ -28,6 +31,7 @@ bool isToFail(std::size_t pSize) {
 
 void* allocate(std::size_t pSize, std::size_t pAlignment) {
   ++count;
+  if (atAllocation) atAllocation->allocate(pSize);
   void* memory = nullptr;
   if (!isToFail(pSize) && ::posix_memalign(&memory, pAlignment, std::max(pSize, pAlignment)) == 0)
     return memory;
@@ -78,5 +82,21 @@ FailingAllocation::FailingAllocation(long pNumber, std::size_t pSize, Of pOf) {
 FailingAllocation::~FailingAllocation() { failing = 0; }
 
 bool FailingAllocation::hasHappened() const { return failing.load() <= 0; }
+
+AtAllocation::AtAllocation(std::size_t pSize, std::function<void()> pCall)
+    : fSize(pSize), fCall(std::move(pCall)) {
+  atAllocation = this;
+}
+
+AtAllocation::~AtAllocation() { atAllocation = nullptr; }
+
+bool AtAllocation::hasHappened() const { return atAllocation == nullptr; }
+
+// The call may well allocate as much itself.
+void AtAllocation::allocate(std::size_t pSize) {
+  if (pSize < fSize) return;
+  atAllocation = nullptr;
+  fCall();
+}
 
 }  // namespace OX::test

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstddef>
+#include <functional>
 
 namespace OX::test {
 
@@ -24,6 +25,23 @@ class FailingAllocation {
   FailingAllocation& operator=(const FailingAllocation&) = delete;
 
   bool hasHappened() const;
+};
+
+/// Calls pCall in the middle of an operation: when this thread next allocates at least pSize bytes
+/// with new. Once, and only while it lives.
+class AtAllocation {
+ public:
+  AtAllocation(std::size_t pSize, std::function<void()> pCall);
+  ~AtAllocation();
+  AtAllocation(const AtAllocation&) = delete;
+  AtAllocation& operator=(const AtAllocation&) = delete;
+
+  bool hasHappened() const;
+  void allocate(std::size_t pSize);  ///< called by new
+
+ private:
+  const std::size_t fSize;
+  std::function<void()> fCall;
 };
 
 }  // namespace OX::test

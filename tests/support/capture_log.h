@@ -5,6 +5,7 @@
 #include <boost/shared_ptr.hpp>
 #include <mutex>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <oxframework/oxlog.h>
@@ -48,9 +49,12 @@ class CaptureLog {
     return fSink->records;
   }
 
-  void clear() {
+  void clear() { take(); }
+
+  /// All records so far, which are forgotten.
+  std::vector<ki::log::Record> take() {
     const std::lock_guard guard(fSink->guard);
-    fSink->records.clear();
+    return std::exchange(fSink->records, {});
   }
 
  private:

@@ -418,8 +418,8 @@ class OXVisionVideoInput : public OXModule, public IVideoInput {
   bool xReleaseSharedImage(const std::string& pId);
   /// Whether the claim's hold is such an image, or there is none.
   bool xIsShared(const Claim& pClaim) const OX_REQUIRES_SHARED(fVisionModulesLock);
-  /// Puts a new buffer in the place of one that is only pinned any more.
-  void xReplacePinned(BufferPool& pPool, const BufferPtr& pBuffer, bool pDataAreExternal)
+  /// Puts a new buffer in the place of one that is only pinned any more, in either pool.
+  void xReplacePinned(RealCameraProperties& pCamera, const BufferPtr& pBuffer)
       OX_REQUIRES(fVisionModulesLock);
   /// Ends the claim's hold, if any, on a converted image or on a raw one.
   void xReleaseConverted(const Claim& pClaim) OX_REQUIRES(fVisionModulesLock);

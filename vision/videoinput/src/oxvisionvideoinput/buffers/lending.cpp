@@ -110,7 +110,7 @@ void OXVisionVideoInput::xEndHold(const Claim& pClaim) {
   const bool isLastUser = buffer.fReadLockCount < 2 && buffer.fWriteLockCount < 1;
   if (isLastUser) xReturnRawSource(pClaim.index, buffer);
   --buffer.fReadLockCount;
-  xReplacePinned(pClaim.camera.fRawBuffers, pClaim.wish.fLockedImage, true);
+  xReplacePinned(pClaim.camera, pClaim.wish.fLockedImage);
   xForgetHold(pClaim);
 }
 
@@ -121,20 +121,24 @@ void OXVisionVideoInput::xForgetHold(const Claim& pClaim) {
 
 // The last hold of a buffer has ended, and a reply is still being copied from it or an image
 // converted: it lives on outside the pool until that is done, and a new one replaces it, since the
-// pool needs one buffer for each subscriber.
-void OXVisionVideoInput::xReplacePinned(BufferPool& pPool, const BufferPtr& pBuffer,
-                                        bool pDataAreExternal) {
+// pool needs one buffer for each subscriber. Either release ends a hold on either kind of buffer,
+// so both pools are searched.
+void OXVisionVideoInput::xReplacePinned(RealCameraProperties& pCamera, const BufferPtr& pBuffer) {
   if (pBuffer->fPinCount == 0 || pBuffer->fReadLockCount > pBuffer->fPinCount) return;
-  const auto found = std::find(pPool.begin(), pPool.end(), pBuffer);
-  if (found == pPool.end()) return;
-  const OXImage& image = *pBuffer->fImage;
-  try {
-    auto fresh = boost::make_shared<OXVisionBuffer>(kQQVGA, image.fColorSpace, pDataAreExternal);
-    fresh->fImage->fWidth = image.fWidth;
-    fresh->fImage->fHeight = image.fHeight;
-    *found = std::move(fresh);
-  } catch (const std::bad_alloc&) {
-    // The old one stays in the pool, in use until it is no longer pinned.
+  for (BufferPool* const pool : {&pCamera.fImageBuffers, &pCamera.fRawBuffers}) {
+    const auto found = std::find(pool->begin(), pool->end(), pBuffer);
+    if (found == pool->end()) continue;
+    const OXImage& image = *pBuffer->fImage;
+    try {
+      auto fresh = boost::make_shared<OXVisionBuffer>(kQQVGA, image.fColorSpace,
+                                                      pool == &pCamera.fRawBuffers);
+      fresh->fImage->fWidth = image.fWidth;
+      fresh->fImage->fHeight = image.fHeight;
+      *found = std::move(fresh);
+    } catch (const std::bad_alloc&) {
+      // The old one stays in the pool, in use until it is no longer pinned.
+    }
+    return;
   }
 }
 
@@ -149,7 +153,7 @@ void OXVisionVideoInput::xReleaseConverted(const Claim& pClaim) {
     return;
   }
   --held->fReadLockCount;
-  xReplacePinned(pClaim.camera.fImageBuffers, held, false);
+  xReplacePinned(pClaim.camera, held);
   xForgetHold(pClaim);
 }
 
