@@ -1,8 +1,12 @@
 // Many threads at once on one device: no reply is torn, nothing hangs, and all counters return to
 // zero.
+#include <cstdlib>
+#include <deque>
+#include <iostream>
 #include <thread>
 
-#include "support/device_fixture.h"
+#include "random_client.h"
+#include "videoinput/filecam/filecam_fixture.h"
 
 namespace OX::test {
 namespace {
@@ -64,6 +68,121 @@ TEST_F(SimulatorTest, RemoteRepliesStayWholeWhateverOthersDo) {
   for (const char* base : {"a"}) fDevice->unsubscribeAllInstances(base);
   EXPECT_EQ(DeviceProbe(*fDevice).complaints(), "");
   EXPECT_EQ(DeviceProbe(*fDevice).lentFrames(0), 0);
+}
+
+/// OX_STRESS_SECONDS, 2 s if that is unset.
+std::chrono::seconds stressTime() {
+  const char* const seconds = std::getenv("OX_STRESS_SECONDS");
+  return std::chrono::seconds(seconds ? std::atoi(seconds) : 2);
+}
+
+// What no client may meet: a turn that has not ended for ten seconds, and a pool one buffer short.
+int countFaults(CaptureLog& pLog) {
+  int faults = 0;
+  for (const ki::log::Record& record : pLog.take())
+    for (const char* const text : {"has been under way", "find available buffer", "no free buffer"})
+      if (record.message.find(text) != std::string::npos) {
+        std::cout << record.message << std::endl;
+        ++faults;
+      }
+  return faults;
+}
+
+/// Eight random clients at once, on the system's clock. pFeed is called beside them all the time:
+/// it makes frames arrive.
+void stress(OXVisionVideoInput& pDevice, CaptureLog& pLog, const std::vector<std::string>& pFiles,
+            const std::function<void()>& pFeed) {
+  constexpr std::chrono::seconds kLongestCall(30);
+  OXClock::set(nullptr);
+  ki::log::setLevel(0);
+  const unsigned int seed = std::random_device()();
+  SCOPED_TRACE("seeds from " + std::to_string(seed));
+  const std::string path = testing::TempDir() + "parallel" + std::to_string(::getpid()) + "_";
+  std::atomic<int> busy{8};
+  std::atomic<bool> running{true};
+  std::deque<RandomClient> clients;
+  std::vector<std::thread> threads;
+  for (int i = 0; i < busy; ++i)
+    clients.emplace_back(*pDevice.getParentBroker(), seed + static_cast<unsigned int>(i),
+                         path + std::to_string(i), pFiles);
+  for (RandomClient& client : clients)
+    threads.emplace_back([&] {
+      const auto end = std::chrono::steady_clock::now() + stressTime();
+      while (std::chrono::steady_clock::now() < end) client.step();
+      --busy;
+    });
+  threads.emplace_back([&] {
+    while (running) pFeed();
+  });
+  // Gives back what a client holds that changes a setting or leaves, so that it waits no longer.
+  threads.emplace_back([&] {
+    while (running)
+      for (const char* const name : {"a", "b", "c"})
+        for (int instance = 1; instance <= 8; ++instance) {
+          const std::string id = name + (instance == 1 ? "" : "_" + std::to_string(instance));
+          std::this_thread::sleep_for(std::chrono::milliseconds(1));
+          outcome([&] { return pDevice.releaseImage(id); });
+          outcome([&] { return pDevice.releaseImages(id); });
+        }
+  });
+  int faults = 0;
+  while (busy > 0) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    faults += countFaults(pLog);
+    bool isStuck = false;
+    for (const RandomClient& client : clients) {
+      const std::string call = client.stuckFor(kLongestCall);
+      if (call.empty()) continue;
+      std::cout << "a call does not end: " << call << std::endl;
+      isStuck = true;
+    }
+    if (isStuck) std::abort();  // its thread can't be joined
+  }
+  running = false;
+  for (std::thread& thread : threads) thread.join();
+  EXPECT_EQ(faults + countFaults(pLog), 0);
+  int calls = 0;
+  int replies = 0;
+  for (const RandomClient& client : clients) {
+    EXPECT_EQ(client.complaint(), "");
+    calls += client.calls();
+    replies += client.replies();
+  }
+  EXPECT_GT(replies, 0);
+  testing::Test::RecordProperty("calls", calls);
+  std::cout << calls << " calls, " << replies << " replies" << std::endl;
+
+  const DeviceProbe probe(pDevice);
+  EXPECT_EQ(probe.complaints(), "");
+  std::vector<std::string> left;
+  for (const auto& entry : probe.subscribers()) left.push_back(entry.first);
+  for (const std::string& id : left) {
+    outcome([&] { return pDevice.releaseImage(id); });
+    pDevice.unsubscribe(id);
+  }
+  EXPECT_EQ(probe.complaints(), "");
+  for (int i = 0; i < probe.cameras(); ++i) EXPECT_EQ(probe.lentFrames(i), 0) << "camera " << i;
+  for (int i = 0; i < 8; ++i) std::filesystem::remove(path + std::to_string(i));
+}
+
+// Camera 1 gets a frame now and then: who wants its first one waits.
+TEST_F(SimulatorTest, EightClientsDoAnythingAtOnce) {
+  int round = 0;
+  stress(*fDevice, fLog, {}, [&] {
+    ++round;
+    push(round % 16 == 0 ? 1 : 0, 320, 240, round % 256);
+    std::this_thread::sleep_for(std::chrono::milliseconds(3));
+  });
+}
+
+TEST_F(FileCamTest, EightClientsDoAnythingAtOnce) {
+  const std::vector<std::string> files{recordStamps("small.oxv", {1, 2, 3, 4, 5, 6, 7}, 320, 240),
+                                       recordStamps("large.oxv", {10000, 90000}, 640, 480)};
+  play(files[0], 0, true);
+  stress(*fDevice, fLog, files, [&] {
+    fDevice->nextImage();
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  });
 }
 
 }  // namespace
