@@ -99,6 +99,23 @@ TEST_F(SimulatorTest, ARawImageIsSharedWithinItsSecondWhileItIsLent) {
   }
 }
 
+// A change of the camera's resolution is written to lent raw images, whose pixels stay.
+TEST_F(SimulatorTest, ARawImageIsSharedOnlyInTheSizeThatItsPixelsHave) {
+  const std::string holder = subscribe("holder");
+  const std::string asker = subscribe("asker", kQVGA, kYuv, 5);
+  push(0, 320, 240, 50);
+  const OXImage* const held = fDevice->getDirectRawImageLocal(holder);
+  ASSERT_TRUE(held);
+  subscribe("raisesTheCamera", kVGA);
+  ASSERT_EQ(held->fWidth, 640);
+  push(0, 320, 240, 200);
+  const OXValue reply = fDevice->getImageRemote(asker);
+  ASSERT_EQ(reply.getSize(), 12);
+  const auto* const pixels = static_cast<const unsigned char*>(reply[6].GetBinary());
+  EXPECT_GT(pixels[0], 150) << "the new frame";
+  EXPECT_EQ(std::count(pixels, pixels + 320 * 240, pixels[0]), 320 * 240);
+}
+
 TEST_F(SimulatorTest, TheRemoteReplyIsTheImageAndLeavesNoHold) {
   const std::string id = fDevice->subscribeCamera("a", 1, kQQVGA, kRGB, 10);
   fClock.setUs(FakeClock::kStartUs);

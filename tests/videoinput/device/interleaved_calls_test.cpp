@@ -154,6 +154,31 @@ TEST_F(InterleavedCalls, ASubscriberThatLeavesTwiceIsUnknownToTheSecondCall) {
   EXPECT_THAT(first + second, HasSubstr("OXError: Cannot unsubscribe \"waiter\": module unknown"));
 }
 
+// Camera, frames and raw buffers change one after the other, with pauses of the lock.
+TEST_F(InterleavedCalls, ARequestDuringAChangeOfSizeGetsAWholeImage) {
+  OXVisionSimulatorCam& device = *fDevice;
+  subscribe("changes", kQVGA);
+  subscribe("reads", kQVGA);
+  int requests = 0;
+  fClock.setSleepHook([&](unsigned int) {
+    fClock.advanceUs(1'000'000);
+    push(0, 320, 240, 20 * ++requests);
+    int width = 0;
+    int height = 0;
+    setSizeFromResolution(device.getResolution(0), width, height);
+    const OXValue reply = device.getDirectRawImageRemote("reads");
+    ASSERT_EQ(reply.getSize(), 12);
+    EXPECT_EQ(reply[0].toInt(), width);
+    EXPECT_TRUE(isWhole(reply));
+  });
+  for (const int resolution : {k4VGA, kVGA, kQVGA}) {
+    SCOPED_TRACE(resolution);
+    EXPECT_TRUE(device.setResolution("changes", resolution));
+  }
+  fClock.setSleepHook({});
+  EXPECT_EQ(requests, 3 * 3);
+}
+
 // The reply stays whole, and there is a free buffer for everybody who holds nothing. All formats
 // differ, so that nobody shares a buffer.
 TEST_F(InterleavedCalls, WhateverHappensDuringACopyThePoolsStayComplete) {

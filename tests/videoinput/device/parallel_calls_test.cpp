@@ -105,6 +105,7 @@ void stress(OXVisionVideoInput& pDevice, CaptureLog& pLog, const std::vector<std
   for (int i = 0; i < busy; ++i)
     clients.emplace_back(*pDevice.getParentBroker(), seed + static_cast<unsigned int>(i),
                          path + std::to_string(i), pFiles);
+  for (RandomClient& client : clients) client.checkShades();
   for (RandomClient& client : clients)
     threads.emplace_back([&] {
       const auto end = std::chrono::steady_clock::now() + stressTime();

@@ -66,19 +66,18 @@ bool OXVisionSimulatorCam::xOverSample(int pRatio, int pWidth, int pHeight,
 }
 
 // Converts a pushed RGB frame to a YUV422 frame of the camera's resolution.
-bool OXVisionSimulatorCam::xReSize(const RealCameraProperties& pCamera, const OXImage& pSource,
+bool OXVisionSimulatorCam::xReSize(const Opening& pOpening, const OXImage& pSource,
                                    const OXImage& pTarget) const {
   const int in = getResolutionFromSize(pSource.fWidth, pSource.fHeight);
   const int width = pSource.fWidth;
   const int height = pSource.fHeight;
-  if (in == pCamera.fResolution) {
+  if (in == pOpening.resolution) {
     resampling::rgbToYuv422(pSource.fData, width, height, pTarget.fData);
     return true;
   }
-  // The target size is that of the device's active camera, not of pCamera: on purpose. If that
+  // The target size is that of the device's active camera, not of this one: on purpose. If that
   // makes source and target equal in size, the frame is refused.
-  const RealCameraProperties* const active = xCamera(fActiveCamera);
-  const int out = active ? active->fResolution.load() : -1;
+  const int out = pOpening.activeResolution;
   if (in < kQQVGA || in > k4VGA) {
     report::log(ki::log::kError, "xReSize", "Simulator native resolution unsupported",
                 kSimulatorCategory);
@@ -128,14 +127,14 @@ OXVisionSimulatorCam::Conversion OXVisionSimulatorCam::xBeginConversion(
 
 // Returns the frame's index with its read count raised, or -1.
 int OXVisionSimulatorCam::xEndConversion(CameraDriverBuffer& pStore, const Conversion& pWork,
-                                         std::uint64_t pOpening, bool pGood) {
+                                         const Opening& pOpening, bool pGood) {
   OXVisionBuffer& frame = *pStore.fDriverBuffers[static_cast<std::size_t>(pWork.frame)];
   int result = -1;
   {
     const OXCriticalSection lock(pStore.fMutex);
     --pWork.input->fReadLockCount;
     --frame.fWriteLockCount;
-    const bool isOfThisOpening = pStore.fOpenings == pOpening;
+    const bool isOfThisOpening = pStore.fOpenings == pOpening.number;
     // A refusal has written nothing, so the frame is what it was.
     if (!pGood) frame.fImage->fTimeStamp = pWork.oldStamp;
     if (!isOfThisOpening) frame.fImage->fTimeStamp = -1;
@@ -155,9 +154,8 @@ int OXVisionSimulatorCam::xEndConversion(CameraDriverBuffer& pStore, const Conve
 
 // A converted frame with the time stamp of the newest pushed one is that frame, so one conversion
 // serves all.
-int OXVisionSimulatorCam::xMakeRawFrame(const RealCameraProperties& pCamera,
-                                        CameraDriverBuffer& pStore, const std::string& pId,
-                                        const char* pOperation, std::uint64_t pOpening) {
+int OXVisionSimulatorCam::xMakeRawFrame(const Opening& pOpening, CameraDriverBuffer& pStore,
+                                        const std::string& pId, const char* pOperation) {
   const auto deadline = std::chrono::steady_clock::now() + kLongestConversion;
   for (;;) {
     const std::uint64_t seen = pStore.fChanged.count();
@@ -181,7 +179,7 @@ int OXVisionSimulatorCam::xMakeRawFrame(const RealCameraProperties& pCamera,
       case Conversion::kNoInput:
         return -1;
       case Conversion::kBegun: {
-        const bool good = xReSize(pCamera, *source, *target);
+        const bool good = xReSize(pOpening, *source, *target);
         const int frame = xEndConversion(pStore, work, pOpening, good);
         if (!good) logError(pOperation, report::text(pOperation, "(", pId, "): resizing error"));
         return frame;
@@ -206,14 +204,16 @@ AcquiredFrame OXVisionSimulatorCam::xAcquireFrame(const Claim& pClaim, const cha
   // Once more when the camera was opened meanwhile, in another size: nobody opens it from the end
   // of the pause until the frame is lent.
   for (int attempt = 0; attempt < kOpeningsAtMost; ++attempt) {
-    const std::uint64_t opening = store.fOpenings;
+    const RealCameraProperties* const active = xCamera(fActiveCamera);
+    const Opening opening{store.fOpenings, pClaim.camera.fResolution,
+                          active ? active->fResolution.load() : -1};
     int frame = -1;
     {
       const OXCriticalSectionPause pause(fVisionModulesLock);
       if (!xWaitForFirstFrame(store, id)) return {};
-      frame = xMakeRawFrame(pClaim.camera, store, id, pOperation, opening);
+      frame = xMakeRawFrame(opening, store, id, pOperation);
     }
-    if (store.fOpenings == opening) {
+    if (store.fOpenings == opening.number) {
       if (frame < 0) return {};
       const auto& buffer = store.fDriverBuffers[static_cast<std::size_t>(frame)];
       return {buffer->fImage.get(), buffer, static_cast<std::int8_t>(pClaim.index)};

@@ -104,7 +104,13 @@ class OXVisionSimulatorCam final : public OXSingleton<OXVisionSimulatorCam>,
     std::uint64_t push = 0;
   };
   Conversion xBeginConversion(CameraDriverBuffer& pStore) const OX_REQUIRES(pStore.fMutex);
-  int xEndConversion(CameraDriverBuffer& pStore, const Conversion& pWork, std::uint64_t pOpening,
+  /// What frames are converted to, as it was with fVisionModulesLock held: it may change meanwhile.
+  struct Opening {
+    std::uint64_t number;
+    int resolution;        ///< of the camera
+    int activeResolution;  ///< of the device's active camera; -1: there is none
+  };
+  int xEndConversion(CameraDriverBuffer& pStore, const Conversion& pWork, const Opening& pOpening,
                      bool pGood);
   /// Down and up by pRatio, with the width and height of the source (pixels/resample/resampling.h).
   /// False, with the target untouched, unless pRatio is 2, 4 or 8.
@@ -113,15 +119,14 @@ class OXVisionSimulatorCam final : public OXSingleton<OXVisionSimulatorCam>,
   static bool xOverSample(int pRatio, int pWidth, int pHeight, const unsigned char* pSource,
                           unsigned char* pTarget);
   /// False if the sizes allow no resampling; the target is then untouched.
-  bool xReSize(const RealCameraProperties& pCamera, const OXImage& pSource,
-               const OXImage& pTarget) const;
+  bool xReSize(const Opening& pOpening, const OXImage& pSource, const OXImage& pTarget) const;
   /// Waits up to a second; false, after a record, if no frame was pushed.
   bool xWaitForFirstFrame(CameraDriverBuffer& pStore, const std::string& pId);
   void xLogNoFrame(const std::string& pId) const;
   /// The index of the newest frame, converted, with its read count raised; -1 if it can't be had or
   /// is of another opening.
-  int xMakeRawFrame(const RealCameraProperties& pCamera, CameraDriverBuffer& pStore,
-                    const std::string& pId, const char* pOperation, std::uint64_t pOpening);
+  int xMakeRawFrame(const Opening& pOpening, CameraDriverBuffer& pStore, const std::string& pId,
+                    const char* pOperation);
   void xReturnFrame(const CameraDriverBuffer& pStore, OXVisionBuffer& pFrame);
 
   // --- parameters.cpp ---

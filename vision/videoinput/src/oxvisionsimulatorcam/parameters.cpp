@@ -74,11 +74,13 @@ bool OXVisionSimulatorCam::xSetResolutionParam(int pCameraIndex, int pValue) {
   if (pValue == camera.fResolution) return true;
   // The restart applies it, also to a camera that was stopped, which runs afterwards.
   xStopFrameGrabber(pCameraIndex);
+  xSleep(kSettleUs);
+  // Nothing pauses the lock from here to the opening, which sets the frames to it: a request finds
+  // both as they were, or both changed.
   {
     const OXCriticalSection lock(fParametersLock);
     camera.fResolution = static_cast<std::int8_t>(pValue);
   }
-  xSleep(kSettleUs);
   xStartFrameGrabber(pCameraIndex);
   return true;
 }

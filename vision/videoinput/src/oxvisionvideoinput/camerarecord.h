@@ -25,6 +25,8 @@ struct RealCameraProperties {
   std::vector<boost::shared_ptr<OXVisionBuffer>> fRawBuffers;    ///< raw images, as many
   /// How many conversions were begun. Requests that are answered by a shared image begin none.
   std::uint64_t fConversionCount = 0;
+  /// While subscribers' wishes change the resolution: raw buffers take it when they are lent.
+  bool fIsChanging = false;
   OXWakeup fConversionEnded;  ///< for those who wait for a conversion that another request began
 };
 

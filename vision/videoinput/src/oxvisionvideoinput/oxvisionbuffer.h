@@ -43,6 +43,10 @@ class OXVisionBuffer {
   std::uint64_t fContent = 0;
   const void* fConvertedFrom = nullptr;
   std::unique_ptr<OXImage> fImage;
+  /// The size of the pixels when they were lent. A change of the camera's resolution writes to the
+  /// image of a lent raw buffer, too, whose pixels stay what they are.
+  int fLentWidth = 0;
+  int fLentHeight = 0;
   /// Keeps the camera's frame alive whose pixels this buffer points at; null when it points at
   /// none.
   boost::shared_ptr<void> fRawSource;

@@ -36,6 +36,10 @@ OXImage* OXVisionVideoInput::xLendFrame(const Claim& pClaim, const AcquiredFrame
       image.fHeight = pFrame.image->fHeight;
       image.setColorSpace(pFrame.image->fColorSpace);
     }
+    if (!pFrame.setsFormat && pClaim.camera.fIsChanging)
+      image.setResolution(pClaim.camera.fResolution);
+    buffer->fLentWidth = image.fWidth;
+    buffer->fLentHeight = image.fHeight;
     buffer->fRawSource = pFrame.source;
     ++buffer->fReadLockCount;
     pClaim.wish.fLockedImage = buffer;
@@ -255,6 +259,10 @@ void OXVisionVideoInput::RemoteReply::add(const Claim& pClaim, const OXImage* pI
   const boost::shared_ptr<OXVisionBuffer>& held = pClaim.wish.fLockedImage;
   fImages.push_back(pImage && held ? std::make_unique<Pin>(*pImage, pClaim.index, held) : nullptr);
   if (!fImages.back()) return;
+  if (held->fRawSource) {
+    fImages.back()->view.fWidth = held->fLentWidth;
+    fImages.back()->view.fHeight = held->fLentHeight;
+  }
   ++held->fReadLockCount;
   ++held->fPinCount;
 }

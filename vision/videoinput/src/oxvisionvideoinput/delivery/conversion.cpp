@@ -128,8 +128,11 @@ OXVisionVideoInput::BufferPtr OXVisionVideoInput::xConvertHeldImage(const Claim&
                                                                     const OXImage& pRawImage) {
   for (int i = 0; i < fNbCameras; ++i) {
     const BufferPtr& held = pClaim.subscriber->wish(i).fLockedImage;
-    if (held && held->fImage.get() == &pRawImage)
-      return xConvertImage(pClaim, pRawImage, held->fRawSource.get());
+    if (!held || held->fImage.get() != &pRawImage) continue;
+    OXImage asLent(pRawImage, OXImage::ViewTag());
+    asLent.fWidth = held->fLentWidth;
+    asLent.fHeight = held->fLentHeight;
+    return xConvertImage(pClaim, asLent, held->fRawSource.get());
   }
   // Lent by a camera that keeps counts of its own.
   return xConvertImage(pClaim, pRawImage, &pRawImage);

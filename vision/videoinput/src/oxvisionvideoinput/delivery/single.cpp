@@ -127,9 +127,11 @@ bool OXVisionVideoInput::xReuseRawImage(const Claim& pClaim, std::int64_t pNowUs
                                         OXImage*& pImage) {
   const BufferPtr raw = xLockTheNewestBufferForReading(pClaim.camera);
   if (!raw) return false;
-  // A raw buffer is usable only while it is lent: after that its pixels may change.
-  const bool fresh =
-      raw->fRawSource && isFreshInThisSecond(*raw->fImage, pNowUs, *pClaim.subscriber);
+  // A raw buffer is usable only while it is lent, since its pixels may change after that, and while
+  // its image says what size they have.
+  const bool fresh = raw->fRawSource && raw->fImage->fWidth == raw->fLentWidth &&
+                     raw->fImage->fHeight == raw->fLentHeight &&
+                     isFreshInThisSecond(*raw->fImage, pNowUs, *pClaim.subscriber);
   const PinScope pin(*this, pClaim.index, raw);
   if (fresh)
     pImage = xLendConverted(pClaim, xConvertImage(pClaim, *raw->fImage, raw->fRawSource.get()));

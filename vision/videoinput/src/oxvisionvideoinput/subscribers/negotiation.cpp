@@ -12,6 +12,21 @@ namespace {
 
 constexpr int kMinCameraFrameRate = 5;
 
+// The restart pauses the lock, also when the camera has its new resolution already and the raw
+// buffers do not.
+class ChangeScope {
+ public:
+  explicit ChangeScope(RealCameraProperties& pCamera) : fCamera(pCamera) {
+    fCamera.fIsChanging = true;
+  }
+  ~ChangeScope() { fCamera.fIsChanging = false; }
+  ChangeScope(const ChangeScope&) = delete;
+  ChangeScope& operator=(const ChangeScope&) = delete;
+
+ private:
+  RealCameraProperties& fCamera;
+};
+
 }  // namespace
 
 bool OXVisionVideoInput::xUpdateParam(const int& pCameraIndex) {
@@ -40,7 +55,10 @@ bool OXVisionVideoInput::xUpdateParam(const int& pCameraIndex) {
   if (resolution != camera->fResolution) {
     report::log(ki::log::kInfo, "xUpdateParam",
                 report::text(getName(), ": New resolution changed to ", resolution));
-    xSetParam(pCameraIndex, kCameraResolutionID, resolution, false);
+    {
+      const ChangeScope change(*camera);
+      xSetParam(pCameraIndex, kCameraResolutionID, resolution, false);
+    }
     camera->fResolution = static_cast<std::int8_t>(resolution);
     // Frames of a camera that sets no format are lent in these buffers, which need the new one.
     for (const auto& buffer : camera->fRawBuffers) buffer->fImage->setResolution(resolution);
