@@ -84,6 +84,7 @@ class OX_API OX_CAPABILITY("mutex") OXMutexRW {
   bool xIsRead() const;
   bool xIsWriter() const OX_REQUIRES(fGuard);
   void xWait(detail::MutexLock& pGuard, bool pForWriting) OX_REQUIRES(fGuard);
+  void xEndWriting(detail::MutexLock& pGuard) OX_REQUIRES(fGuard);
   void xServeQueue() OX_REQUIRES(fGuard);
 
   Slot fSlots[kSlots];

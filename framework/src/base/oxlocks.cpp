@@ -12,11 +12,11 @@
 #include <condition_variable>
 #include <exception>
 #include <iterator>
-#include <utility>
 #include <vector>
 
 #include <oxframework/oxerror.h>
 #include <oxframework/oxlog.h>
+#include "lockorder.h"
 
 namespace OX {
 namespace {
@@ -129,7 +129,7 @@ struct OXMutexRW::Waiter {
 };
 
 OXMutexRW::OXMutexRW() = default;
-OXMutexRW::~OXMutexRW() = default;
+OXMutexRW::~OXMutexRW() { lockorder::end(*this); }
 
 OXMutexRW::Slot& OXMutexRW::xOwnSlot() { return fSlots[numberOfThread() % kSlots]; }
 
@@ -142,22 +142,27 @@ bool OXMutexRW::xIsWriter() const {
   return fWriteDepth > 0 && pthread_equal(fWriter, pthread_self());
 }
 
-// Not checked: the guard is released as soon as it has to wait, and only then.
+// The last thing that an acquisition does. Not checked: it ends without the guard.
 void OXMutexRW::xWait(detail::MutexLock& pGuard, bool pForWriting) OX_NO_THREAD_SAFETY_ANALYSIS {
+  if (lockorder::kIsTold) {
+    pGuard.unlock();
+    lockorder::beforeLock(*this, pForWriting);
+    pGuard.lock();
+  }
   Waiter waiter{pthread_self(), xOwnSlot(), pForWriting};
   fIsContended.store(true);
   (fLastWaiter ? fLastWaiter->next : fFirstWaiter) = &waiter;
   fLastWaiter = &waiter;
   xServeQueue();
-  if (waiter.granted.load()) return;
   pGuard.unlock();
-  for (int i = 0; i < kSpins; ++i) {
-    if (waiter.granted.load(std::memory_order_acquire)) return;
-    relax();
+  for (int i = 0; i < kSpins && !waiter.granted.load(std::memory_order_acquire); ++i) relax();
+  if (!waiter.granted.load(std::memory_order_acquire)) {
+    pGuard.lock();
+    waiter.sleeps = true;
+    waiter.wake.wait(pGuard.native(), [&] { return waiter.granted.load(); });
+    pGuard.unlock();
   }
-  pGuard.lock();
-  waiter.sleeps = true;
-  waiter.wake.wait(pGuard.native(), [&] { return waiter.granted.load(); });
+  lockorder::afterLock(*this, pForWriting);
 }
 
 // Serves the queue from its front: one writer when nobody holds the lock, or all the readers up to
@@ -196,6 +201,9 @@ void OXMutexRW::lockRead() {
       ++slot.readers;
     else
       xWait(guard, false);  // also serves a writer that has seen this thread in its slot
+  } else {
+    lockorder::beforeLock(*this, false);
+    lockorder::afterLock(*this, false);
   }
   own.add(this);
 }
@@ -205,11 +213,15 @@ void OXMutexRW::unlockRead() {
   if (!entry)
     raiseError("OXMutexRW", "unlockRead", "This thread does not hold the lock for reading");
   if (--entry->reads > 0) return;
+  const bool isTold = lockorder::kIsTold && !isHeldForWriting();
+  if (isTold) lockorder::beforeUnlock(*this, false);
   tReadLocks.remove(*entry);
   --xOwnSlot().readers;
-  if (!fIsContended.load()) return;
-  const detail::MutexLock guard(fGuard);
-  xServeQueue();
+  if (fIsContended.load()) {
+    const detail::MutexLock guard(fGuard);
+    xServeQueue();
+  }
+  if (isTold) lockorder::afterUnlock(*this, false);
 }
 
 void OXMutexRW::lockWrite() {
@@ -226,19 +238,38 @@ void OXMutexRW::lockWrite() {
 }
 
 void OXMutexRW::unlockWrite() {
-  const detail::MutexLock guard(fGuard);
+  detail::MutexLock guard(fGuard);
   if (!xIsWriter())
     raiseError("OXMutexRW", "unlockWrite", "This thread does not hold the lock for writing");
-  if (--fWriteDepth == 0) xServeQueue();
+  if (fWriteDepth == 1)
+    xEndWriting(guard);
+  else
+    --fWriteDepth;
 }
 
 int OXMutexRW::pauseWrite() {
-  const detail::MutexLock guard(fGuard);
+  detail::MutexLock guard(fGuard);
   if (!xIsWriter())
     raiseError("OXMutexRW", "pauseWrite", "This thread does not hold the lock for writing");
-  const int depth = std::exchange(fWriteDepth, 0);
-  xServeQueue();
+  const int depth = fWriteDepth;
+  xEndWriting(guard);
   return depth;
+}
+
+// The last thing that a release does. Not checked: it ends without the guard.
+void OXMutexRW::xEndWriting(detail::MutexLock& pGuard) OX_NO_THREAD_SAFETY_ANALYSIS {
+  if (lockorder::kIsTold) {
+    pGuard.unlock();
+    lockorder::beforeUnlock(*this, true);
+    pGuard.lock();
+  }
+  fWriteDepth = 0;
+  xServeQueue();
+  pGuard.unlock();
+  lockorder::afterUnlock(*this, true);
+  if (!lockorder::kIsTold || !tReadLocks.find(this)) return;
+  lockorder::beforeLock(*this, false);
+  lockorder::afterLock(*this, false);
 }
 
 void OXMutexRW::resumeWrite(int pDepth) {

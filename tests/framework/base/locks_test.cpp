@@ -9,6 +9,7 @@
 #include <array>
 #include <atomic>
 #include <condition_variable>
+#include <cstdlib>
 #include <fstream>
 #include <functional>
 #include <mutex>
@@ -344,6 +345,24 @@ TEST(CriticalSections, LogALockThatWasReleasedByHand) {
   EXPECT_EQ(other.lockWrite(), "at once");
   EXPECT_EQ(other.unlockWrite(), "at once");
 }
+
+#if defined(__SANITIZE_THREAD__)
+// Two orders on one thread: nothing waits, but two threads might wait for each other.
+TEST(LockOrderDeathTest, OfBothKindsIsChecked) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  const auto mutex = OXMutex::createOXMutex();
+  const auto lock = OXMutexRW::createOXMutexRW();
+  const auto invert = [&] {
+    {
+      const OXCriticalSection first(mutex);
+      const OXCriticalSectionRead second(lock);
+    }
+    const OXCriticalSectionWrite first(lock);
+    const OXCriticalSection second(mutex);
+  };
+  EXPECT_EXIT((invert(), std::exit(0)), testing::ExitedWithCode(66), "lock-order-inversion");
+}
+#endif
 
 }  // namespace
 }  // namespace OX::test
