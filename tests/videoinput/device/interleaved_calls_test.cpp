@@ -39,14 +39,14 @@ constexpr std::chrono::seconds kLong(20);
 class InterleavedCalls : public SimulatorTest {
  protected:
   /// Asks as "waiter" for an image of camera 1, which has no frame. Once it waits, pMeanwhile is
-  /// called; a frame ends the wait afterwards.
-  OXValue requestThatWaits(const std::function<void()>& pMeanwhile) {
+  /// called; afterwards a frame ends the wait, or its bound.
+  OXValue requestThatWaits(const std::function<void()>& pMeanwhile, bool pFrameComes = true) {
     // Other threads sleep, too, and some for longer than this function takes.
     const auto isFirst = std::make_shared<std::atomic<bool>>(true);
     fClock.setSleepHook([&, isFirst](unsigned int) {
       if (!isFirst->exchange(false)) return;
       pMeanwhile();
-      push(1, 320, 240, 90);
+      if (pFrameComes) push(1, 320, 240, 90);
     });
     const OXValue reply = fDevice->getImageRemote("waiter");
     fClock.setSleepHook({});
@@ -152,6 +152,31 @@ TEST_F(InterleavedCalls, ASubscriberThatLeavesTwiceIsUnknownToTheSecondCall) {
   const std::string second = leavers[1].within(kLong);
   EXPECT_THAT(first + second, HasSubstr("true"));
   EXPECT_THAT(first + second, HasSubstr("OXError: Cannot unsubscribe \"waiter\": module unknown"));
+}
+
+// Either may be the first to have its turn.
+TEST_F(InterleavedCalls, AllInstancesLeaveAlsoWhenOneLeavesByItself) {
+  const Call one{"unsubscribe", [&] { return fDevice->unsubscribe("waiter"), true; }, ""};
+  const Call all{"unsubscribeAllInstances",
+                 [&] { return fDevice->unsubscribeAllInstances("waiter"), true; }, ""};
+  for (int round = 0; round < 20; ++round) {
+    subscribeBoth();
+    ASSERT_EQ(subscribe("waiter"), "waiter_2");
+    std::vector<Concurrent> leavers;
+    const auto bothLeave = [&] {
+      for (const Call* const call : {&one, &all}) {
+        leavers.emplace_back(*call);
+        EXPECT_EQ(leavers.back().within(std::chrono::milliseconds(2)), "waits");
+      }
+    };
+    EXPECT_FALSE(requestThatWaits(bothLeave, false).isValid());
+    EXPECT_EQ(leavers[1].within(kLong), "true");
+    leavers.clear();
+    fDevice->unsubscribe("other");
+    ASSERT_EQ(DeviceProbe(*fDevice).subscribers().size(), 0u);
+    fDevice->stopFrameGrabber();
+    fDevice->startFrameGrabber();
+  }
 }
 
 // Camera, frames and raw buffers change one after the other, with pauses of the lock.

@@ -344,10 +344,15 @@ void OXVisionVideoInput::xRemove(const boost::shared_ptr<VisionModuleInfo>& pSub
 void OXVisionVideoInput::unsubscribeAllInstances(const std::string& pName) {
   constexpr int kLastSuffix = kInstances - 1;  // the eighth one stays: clients rely on it
   const OXCriticalSectionWrite lock(fVisionModulesLock);
-  if (fVisionModules.count(pName)) xUnsubscribe(pName, false);
-  for (int n = 2; n <= kLastSuffix; ++n) {
-    const std::string id = pName + "_" + std::to_string(n);
-    if (fVisionModules.count(id)) xUnsubscribe(id, false);
+  for (int n = 1; n <= kLastSuffix; ++n) {
+    const std::string id = n == 1 ? pName : pName + "_" + std::to_string(n);
+    if (!xFind(id)) continue;
+    try {
+      xUnsubscribe(id, false);
+    } catch (const OXError&) {
+      // One that has left by itself while its turn was waited for is what was asked for.
+      if (xFind(id)) throw;
+    }
   }
 }
 
