@@ -25,7 +25,6 @@ OXVisionVideoInput::OXVisionVideoInput(boost::shared_ptr<OXBroker> pBroker, std:
     : OXModule(std::move(pBroker), pName),
       fVisionModulesLock(OXMutexRW::createOXMutexRW()),
       fParametersLock(OXMutex::createOXMutex()) {
-  fRetired.reserve(kRetiredBuffers);
   try {
     subscribeToDisconnections(*this);
   } catch (const OXError&) {

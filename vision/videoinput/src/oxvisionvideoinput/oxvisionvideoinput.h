@@ -1,6 +1,7 @@
 /// The device core: everything that all cameras have in common.
 #pragma once
 
+#include <array>
 #include <atomic>
 #include <boost/shared_ptr.hpp>
 #include <functional>
@@ -405,6 +406,9 @@ class OXVisionVideoInput : public OXModule, public IVideoInput {
   void xFindAndEraseTheOldestBuffer(BufferPool& pPool, const RequestedCameraProperties& pWish)
       OX_REQUIRES(fVisionModulesLock);
   void xErase(BufferPool& pPool, const BufferPtr& pBuffer) OX_REQUIRES(fVisionModulesLock);
+  /// Frees the buffers that earlier changes erased, with the lock paused: clients have had until
+  /// now to stop reading.
+  void xFreeRetired() OX_REQUIRES(fVisionModulesLock);
 
   // --- buffers/lending.cpp ---
   class RemoteReply;  ///< buffers/remotereply.h
@@ -556,10 +560,12 @@ class OXVisionVideoInput : public OXModule, public IVideoInput {
   void xBindMethods();
   void xBindDeprecatedMethods();
 
-  /// Recently erased buffers: a client of this process may still be reading one. A bound, since
-  /// each one keeps storage for the largest format. Reserved: erasing a buffer must not fail.
+  /// The buffers that were erased last, until somebody next comes or goes: a client of this process
+  /// may still be reading one. Few, since each one keeps storage for the largest format, and in
+  /// place, since erasing a buffer must not fail.
   static constexpr std::size_t kRetiredBuffers = 4;
-  BufferPool fRetired OX_GUARDED_BY(fVisionModulesLock);
+  std::array<BufferPtr, kRetiredBuffers> fRetired OX_GUARDED_BY(fVisionModulesLock);
+  std::size_t fNextRetired OX_GUARDED_BY(fVisionModulesLock) = 0;
   int fSubscriberLimit OX_GUARDED_BY(fVisionModulesLock) = 256;
 };
 

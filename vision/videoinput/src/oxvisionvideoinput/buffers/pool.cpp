@@ -152,9 +152,16 @@ OXImage* OXVisionVideoInput::xImageToReformat(const Claim& pClaim, int pResoluti
 // was taken back by force may still be reading it. A held buffer lives until its last release
 // anyway.
 void OXVisionVideoInput::xErase(BufferPool& pPool, const BufferPtr& pBuffer) {
-  if (fRetired.size() >= kRetiredBuffers) fRetired.erase(fRetired.begin());
-  fRetired.push_back(pBuffer);
+  fRetired[fNextRetired++ % fRetired.size()] = pBuffer;
   pPool.erase(pPool.begin() + (&pBuffer - pPool.data()));
+}
+
+// To unmap megabytes takes longer than bookkeeping may.
+void OXVisionVideoInput::xFreeRetired() {
+  std::array<BufferPtr, kRetiredBuffers> gone;
+  gone.swap(fRetired);
+  const OXCriticalSectionPause pause(fVisionModulesLock);
+  gone.fill({});
 }
 
 void OXVisionVideoInput::xFindAndEraseTheOldestBuffer(BufferPool& pPool) {

@@ -83,9 +83,6 @@ std::string OXVisionVideoInput::xFindFreeId(const std::string& pName, bool pIsMu
 
 boost::shared_ptr<VisionModuleInfo> OXVisionVideoInput::xAddSubscriber(
     const std::string& pId, const char* pMethod, int pFrameRate, int pResolution, int pColorSpace) {
-  // Buffers that earlier changes retired are freed now: clients have had until here to stop
-  // reading.
-  fRetired.clear();
   try {
     // The limit is reported as exhausted memory, an error that clients know.
     if (fVisionModules.size() >= static_cast<std::size_t>(std::max(fSubscriberLimit, 0)))
@@ -170,6 +167,7 @@ std::string OXVisionVideoInput::subscribeCamera(const std::string& pName, const 
     xFailSubscription(kMethod, pName, report::text(camera, "is not a valid camera index"), false);
 
   const OXCriticalSectionWrite lock(fVisionModulesLock);
+  xFreeRetired();
   const TurnScope change(fCamerasTurn, fVisionModulesLock);
   std::string id = xFindFreeId(pName, false);
   const auto subscriber = xAddSubscriber(id, kMethod, frameRate, pResolution, pColorSpace);
@@ -240,6 +238,7 @@ std::string OXVisionVideoInput::subscribeCameras(const std::string& pName,
   xCheckStreams(pName, cameras, resolutions, colorSpaces);
 
   const OXCriticalSectionWrite lock(fVisionModulesLock);
+  xFreeRetired();
   const TurnScope change(fCamerasTurn, fVisionModulesLock);
   std::string id = xFindFreeId(pName, true);
   const auto subscriber = xAddSubscriber(id, kMethod, frameRate, kQVGA, kYUV422);
@@ -272,7 +271,7 @@ void OXVisionVideoInput::xRemoveBuffers(const Claim& pClaim) {
 // place. The camera is lowered while the subscriber is still in the map, where its wishes count.
 void OXVisionVideoInput::xUnsubscribeMono(const boost::shared_ptr<VisionModuleInfo>& pSubscriber,
                                           int pCamera) {
-  fRetired.clear();
+  xFreeRetired();
   xReleaseAllConverted(pSubscriber);
   if (pSubscriber->fIsRecording) xCloseVideo(pSubscriber);
   for (int i = 0; i < fNbCameras; ++i) xRemoveBuffers(xClaim(pSubscriber, i));
@@ -280,7 +279,7 @@ void OXVisionVideoInput::xUnsubscribeMono(const boost::shared_ptr<VisionModuleIn
 }
 
 void OXVisionVideoInput::xUnsubscribeMulti(const boost::shared_ptr<VisionModuleInfo>& pSubscriber) {
-  fRetired.clear();
+  xFreeRetired();
   xReleaseAllConverted(pSubscriber);
   for (const int camera : pSubscriber->fActiveCameras) {
     const Claim claim = xClaim(pSubscriber, camera);
