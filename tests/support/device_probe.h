@@ -5,6 +5,8 @@
 #include <map>
 #include <string>
 
+#include <oxframework/oxthreadsafety.h>
+
 namespace OX {
 
 class OXVisionVideoInput;
@@ -31,7 +33,7 @@ class DeviceProbe {
   /// nothing is.
   std::string complaints() const;
   /// How often frames of a camera count as lent.
-  int lentFrames(int pCamera) const;
+  int lentFrames(int pCamera) const OX_NO_THREAD_SAFETY_ANALYSIS;  // no other thread, as above
 
  private:
   std::string xFrameComplaints(int pCamera) const;
