@@ -18,7 +18,6 @@ using Device = OXVisionVideoInput;
 using Name = const std::string&;
 using Int = const int&;
 using Value = const OXValue&;
-using Floats = std::vector<float>;
 // The flags of methods that return a pointer, valid in the same process only, or release it.
 // Nothing refuses a remote call of one: it lends the image, and the caller gets an invalid value.
 constexpr int kSameProcess = 4;
