@@ -5,11 +5,11 @@
 #include <boost/asio/post.hpp>
 #include <boost/asio/write.hpp>
 #include <boost/weak_ptr.hpp>
-#include <limits>
 #include <new>
 #include <utility>
 
 #include <oxframework/oxlog.h>
+#include "socketoptions.h"
 
 namespace OX::wire {
 namespace {
@@ -20,16 +20,29 @@ namespace asio = boost::asio;
 // The most messages that one write to the socket gathers.
 constexpr std::size_t kMessagesPerWrite = 64;
 
-/// Lets each write take as much as the socket accepts. By default Asio writes 64 KiB at a time.
-std::size_t allThatFits(const error_code& pError, std::size_t) {
-  return pError ? 0 : std::numeric_limits<std::size_t>::max();
+// The most bytes that one write hands to the system, before other connections have their turn on
+// the io thread. Less costs a large image more wake-ups (64 KiB, Asio's own choice, takes several
+// times as long); more lets small answers wait for a whole image to be copied.
+constexpr std::size_t kBytesPerWrite = 512 * 1024;
+
+/// False also when the other side has gone already.
+bool isTcp(const MessageStream::Socket& pSocket) {
+  error_code ended;
+  const auto endpoint = pSocket.local_endpoint(ended);
+  return !ended && endpoint.protocol().family() != AF_UNIX;
 }
+
+std::size_t oneWrite(const error_code& pError, std::size_t) { return pError ? 0 : kBytesPerWrite; }
 
 }  // namespace
 
 MessageStream::MessageStream(boost::shared_ptr<asio::io_context> pIo, Socket&& pSocket,
                              const OXWireLimits& pLimits)
-    : fIo(std::move(pIo)), fSocket(std::move(pSocket)), fLimits(pLimits), fScanner(pLimits) {}
+    : fIo(std::move(pIo)),
+      fSocket(std::move(pSocket)),
+      fIsTcp(isTcp(fSocket)),
+      fLimits(pLimits),
+      fScanner(pLimits) {}
 
 MessageStream::~MessageStream() = default;
 
@@ -60,6 +73,7 @@ void MessageStream::xTakeMessages() {
 void MessageStream::xRead() {
   fReceived.prepare(fScanner.getSize(), static_cast<std::size_t>(fLimits.maxMessageBytes));
   fReading = true;
+  if (fIsTcp && fReceived.size() > 0) acknowledgeAtOnce(fSocket);
   fSocket.async_read_some(asio::buffer(fReceived.room(), fReceived.roomSize()),
                           [self = shared_from_this()](const error_code& pError, std::size_t pSize) {
                             self->fReading = false;
@@ -141,7 +155,7 @@ void MessageStream::xWrite() {
   std::vector<asio::const_buffer> buffers;
   buffers.reserve(pieces.size());
   for (const auto& piece : pieces) buffers.emplace_back(piece.data, piece.size);
-  asio::async_write(fSocket, buffers, allThatFits,
+  asio::async_write(fSocket, buffers, oneWrite,
                     [self = shared_from_this()](const error_code& pError, std::size_t pSize) {
                       if (pError) return self->xEnd(pError.message());
                       self->xWritten(pSize);

@@ -84,6 +84,7 @@ class MessageStream : public boost::enable_shared_from_this<MessageStream> {
   const boost::shared_ptr<boost::asio::io_context>
       fIo;  ///< destroyed last: the socket belongs to it
   Socket fSocket;
+  const bool fIsTcp;
   OXWireLimits fLimits;
   ReceiveBuffer fReceived;
   MessageScanner fScanner;

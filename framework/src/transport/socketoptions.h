@@ -1,6 +1,7 @@
 /// The options of every connection's socket, on both sides.
 #pragma once
 
+#include <boost/asio/generic/stream_protocol.hpp>
 #include <boost/asio/ip/tcp.hpp>
 #include <boost/asio/local/stream_protocol.hpp>
 
@@ -12,5 +13,10 @@ void setOptions(boost::asio::ip::tcp::socket& pSocket);
 /// Enlarges the send buffer as far as the system allows: with the small default the two sides would
 /// take turns for every part of an image.
 void setOptions(boost::asio::local::stream_protocol::socket& pSocket);
+
+/// Lets a TCP socket acknowledge what it receives next at once; does nothing to a socket of another
+/// kind. The system forgets it after a while, so it is asked for again in the midst of each large
+/// message.
+void acknowledgeAtOnce(boost::asio::generic::stream_protocol::socket& pSocket);
 
 }  // namespace OX::wire
