@@ -131,12 +131,24 @@ class OX_API OXBrokerManager {
   std::vector<boost::weak_ptr<OXBroker>> fBrokers OX_GUARDED_BY(fGuard);
 };
 
+/// Who calls from another process.
+struct OXCaller {
+  int connection = 0;   ///< unique in the broker, never 0
+  std::string address;  ///< "127.0.0.1:51234", or "unix:PATH" with the path of the broker's socket
+  int processId = 0;    ///< over a Unix-domain socket; 0 when unknown
+  int userId = -1;      ///< over a Unix-domain socket; -1 when unknown
+  std::string name;     ///< as given to setClientName(); empty without
+};
+
 /// The remote caller of the call that runs on this thread. The transport sets it around a remote
-/// call; a local call has none. Methods of the module "OXBroker" that concern a connection use it.
+/// call; a local call has none, also one that a remote call makes on another thread. Methods use it
+/// to learn who calls, those of the module "OXBroker" also to act on the caller's connection.
 class OX_API OXCallerContext {
  public:
   virtual ~OXCallerContext();
   virtual void setClientName(const std::string& pName) = 0;
+  /// Thread-safe.
+  virtual OXCaller getCaller() const = 0;
 
   /// Null in a local call. Borrowed until the call ends.
   static OXCallerContext* current();

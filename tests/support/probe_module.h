@@ -30,6 +30,7 @@ class ProbeModule : public OXModule {
     xPublish("release", &ProbeModule::releaseOne);
     xPublish("onEvent", &ProbeModule::onEvent);
     xPublish("awaitEvent", &ProbeModule::awaitEvent);
+    xPublish("caller", &ProbeModule::caller);
   }
 
   OXValue echo(const OXValue& pValue) { return pValue; }
@@ -76,6 +77,14 @@ class ProbeModule : public OXModule {
   void releaseOne() { release(); }
   /// The first event, waiting for it.
   std::string awaitEvent() { return awaitEvents(1) ? getEvents().front() : "none"; }
+
+  /// [address, process, user, name] of the remote caller; nothing for a local one.
+  OXValue caller() {
+    const OXCallerContext* const context = OXCallerContext::current();
+    if (!context) return {};
+    const OXCaller caller = context->getCaller();
+    return OXValue::array(caller.address, caller.processId, caller.userId, caller.name);
+  }
 
   void release(int pCalls = 1) {
     const std::lock_guard guard(fGuard);

@@ -177,6 +177,7 @@ TEST_F(Broker, DescribesEveryMethodOfItsOwn) {
 
 TEST_F(Broker, NamesTheConnectionOfACall) {
   struct Connection : OXCallerContext {
+    OXCaller getCaller() const override { return {}; }
     void setClientName(const std::string& pName) override { name = pName; }
     std::string name;
   } connection;

@@ -37,6 +37,25 @@ TEST_F(Server, AnswersOnTcpAndOnUnixSockets) {
   }
 }
 
+TEST_F(Server, TellsMethodsWhoCalls) {
+  start();
+  const OXValue none = broker->call("Probe", "caller", OXValue::Array());
+  EXPECT_EQ(none, OXValue()) << "a local call";
+  const std::string path = "unix:" + socketPath("caller");
+  server->listen(path);
+  const auto local = OXRemoteBroker::connect(path);
+  const int user = static_cast<int>(::getuid());
+  EXPECT_EQ(local->call("Probe", "caller", OXValue::Array()),
+            OXValue::array(path, ::getpid(), user, ""));
+  local->call("OXBroker", "setClientName", OXValue::array("viewer"));
+  EXPECT_EQ(local->call("Probe", "caller", OXValue::Array()),
+            OXValue::array(path, ::getpid(), user, "viewer"));
+  const OXValue remote = connect()->call("Probe", "caller", OXValue::Array());
+  EXPECT_TRUE(remote[0].toString().starts_with("127.0.0.1:")) << remote[0].toString();
+  EXPECT_NE(remote[0].toString(), address) << "the client's own port";
+  EXPECT_EQ(OXValue::array(remote[1], remote[2], remote[3]), OXValue::array(0, -1, ""));
+}
+
 TEST_F(Server, AnswersRequestsThatArriveByteByByte) {
   start();
   RawClient client(address);

@@ -30,6 +30,12 @@ void raiseClientDisconnected(OXBroker& pBroker, const std::string& pName) {
   }
 }
 
+/// Never the same in one process, and so in one broker.
+int nextNumber() {
+  static std::atomic<int> last{0};
+  return ++last;
+}
+
 OXError shutdownError(const OXSourceLocation& pWhere = OXSourceLocation::current()) {
   return OXError("OXServer", "call", "The broker is shutting down", pWhere);
 }
@@ -37,12 +43,14 @@ OXError shutdownError(const OXSourceLocation& pWhere = OXSourceLocation::current
 }  // namespace
 
 Connection::Connection(const boost::shared_ptr<ServerCore>& pCore, Socket&& pSocket,
-                       std::string pPeer, EndHandler pOnEnd)
+                       OXCaller pClient, EndHandler pOnEnd)
     : MessageStream({pCore, &pCore->io}, std::move(pSocket), pCore->limits),
       fCore(pCore),
-      fPeer(std::move(pPeer)),
       fOnEnd(std::move(pOnEnd)),
-      fGrace(pCore->io) {}
+      fGrace(pCore->io),
+      fClient(std::move(pClient)) {
+  fClient.connection = nextNumber();
+}
 
 Connection::~Connection() = default;
 
@@ -52,7 +60,12 @@ boost::shared_ptr<Connection> Connection::xThis() {
 
 std::string Connection::getPeer() const {
   const detail::MutexLock guard(fNameGuard);
-  return fName.empty() ? fPeer : fPeer + " \"" + fName + "\"";
+  return fClient.name.empty() ? fClient.address : fClient.address + " \"" + fClient.name + "\"";
+}
+
+OXCaller Connection::getCaller() const {
+  const detail::MutexLock guard(fNameGuard);
+  return fClient;
 }
 
 // ---- calls: on the io thread unless told otherwise ----
@@ -149,7 +162,7 @@ void Connection::xFinished() {
 void Connection::setClientName(const std::string& pName) {
   const auto broker = fCore->broker.lock();
   const detail::MutexLock guard(fNameGuard);
-  fName = pName;
+  fClient.name = pName;
   // The call may still run after the client has disconnected.
   if (fGone || !broker) return;
   broker->removeEndpoint(this);
@@ -195,7 +208,7 @@ void Connection::xAnnounceEnd() {
   fGrace.cancel();
   const std::string name = [this] {
     const detail::MutexLock guard(fNameGuard);
-    return fName;
+    return fClient.name;
   }();
   const auto broker = fCore->broker.lock();
   if (broker && !name.empty())

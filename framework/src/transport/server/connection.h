@@ -31,7 +31,7 @@ class Connection : public MessageStream, private OXCallerContext {
   using EndHandler = std::function<void(const boost::shared_ptr<Connection>&)>;
 
   /// pOnEnd is called once, on the io thread, when the connection has ended.
-  Connection(const boost::shared_ptr<ServerCore>& pCore, Socket&& pSocket, std::string pPeer,
+  Connection(const boost::shared_ptr<ServerCore>& pCore, Socket&& pSocket, OXCaller pClient,
              EndHandler pOnEnd);
   ~Connection() override;
 
@@ -42,6 +42,7 @@ class Connection : public MessageStream, private OXCallerContext {
   bool mayTakeMessage() const override;
   std::string getPeer() const override;
   void setClientName(const std::string& pName) override;
+  OXCaller getCaller() const override;
 
   boost::shared_ptr<Connection> xThis();
   void xRun(const IncomingMessage& pMessage);
@@ -54,7 +55,6 @@ class Connection : public MessageStream, private OXCallerContext {
   void xAnnounceEnd();
 
   const boost::shared_ptr<ServerCore> fCore;
-  const std::string fPeer;
   EndHandler fOnEnd;
   boost::asio::steady_timer fGrace;
   int fRunning = 0;         ///< calls that have started and not ended
@@ -62,8 +62,8 @@ class Connection : public MessageStream, private OXCallerContext {
 
   std::atomic<bool> fLosesEvents{false};
 
-  mutable detail::Mutex fNameGuard;  ///< acquired before the broker's own guard
-  std::string fName OX_GUARDED_BY(fNameGuard);
+  mutable detail::Mutex fNameGuard;            ///< acquired before the broker's own guard
+  OXCaller fClient OX_GUARDED_BY(fNameGuard);  ///< only its name changes
   bool fGone OX_GUARDED_BY(fNameGuard) = false;
 };
 

@@ -2,6 +2,7 @@
 // listening: when descriptors run out, they come back as other connections end.
 #include "listeningsocket.h"
 
+#include <sys/socket.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -32,12 +33,26 @@ using Local = asio::local::stream_protocol;
 // Long enough not to spin while no descriptor is free.
 constexpr std::chrono::milliseconds kPauseAfterFailure(100);
 
-std::string describePeer(tcp::socket& pSocket, const std::string&) {
+OXCaller describeClient(tcp::socket& pSocket, const std::string&) {
   const tcp::endpoint peer = pSocket.remote_endpoint();
-  return Address{"", peer.address().to_string(), peer.port()}.toString();
+  OXCaller client;
+  client.address = Address{"", peer.address().to_string(), peer.port()}.toString();
+  return client;
 }
 
-std::string describePeer(Local::socket&, const std::string& pOwn) { return pOwn; }
+/// The clients of a Unix-domain socket have no address of their own; the system knows their
+/// processes instead.
+OXCaller describeClient(Local::socket& pSocket, const std::string& pOwn) {
+  OXCaller client;
+  client.address = pOwn;
+  ucred process{};
+  socklen_t size = sizeof process;
+  if (::getsockopt(pSocket.native_handle(), SOL_SOCKET, SO_PEERCRED, &process, &size) == 0) {
+    client.processId = process.pid;
+    client.userId = static_cast<int>(process.uid);
+  }
+  return client;
+}
 
 /// Accepts clients until it is closed.
 template <typename Protocol>
@@ -73,8 +88,8 @@ class BasicListeningSocket : public ListeningSocket,
     fFailing = false;
     try {
       setOptions(pSocket);
-      const std::string peer = describePeer(pSocket, fName);
-      fHandler(MessageStream::Socket(std::move(pSocket)), peer);
+      const OXCaller client = describeClient(pSocket, fName);
+      fHandler(MessageStream::Socket(std::move(pSocket)), client);
     } catch (const std::exception& error) {  // it has disconnected, or memory ran out
       ki::log::LogStream(ki::log::kWarning, "ox.transport", "", "accept", __LINE__)
           << "Could not accept a client on " << fName << ": " << error.what();

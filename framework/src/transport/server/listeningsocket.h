@@ -6,6 +6,7 @@
 #include <functional>
 #include <string>
 
+#include <oxframework/oxbroker.h>
 #include "transport/address.h"
 #include "transport/messagestream.h"
 
@@ -13,8 +14,8 @@ namespace OX::wire {
 
 class ListeningSocket {
  public:
-  /// Called on the io thread with a client's socket and its address for the log.
-  using AcceptHandler = std::function<void(MessageStream::Socket&&, const std::string& pPeer)>;
+  /// Called on the io thread with a client's socket and what the socket knows of the client.
+  using AcceptHandler = std::function<void(MessageStream::Socket&&, const OXCaller& pClient)>;
 
   virtual ~ListeningSocket();
 

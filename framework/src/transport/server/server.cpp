@@ -46,9 +46,8 @@ class OXServer::Impl {
     const detail::MutexLock guard(fGuard);
     if (fClosed) raiseError("OXServer", "listen", "The server is closed");
     fSockets.push_back(wire::ListeningSocket::open(
-        fCore->io, address,
-        [this](wire::MessageStream::Socket&& pSocket, const std::string& pPeer) {
-          xAccepted(std::move(pSocket), pPeer);
+        fCore->io, address, [this](wire::MessageStream::Socket&& pSocket, const OXCaller& pClient) {
+          xAccepted(std::move(pSocket), pClient);
         }));
     return address.toString();
   }
@@ -67,19 +66,19 @@ class OXServer::Impl {
 
  private:
   /// On the io thread, as everything that touches fConnections.
-  void xAccepted(wire::MessageStream::Socket&& pSocket, const std::string& pPeer) {
+  void xAccepted(wire::MessageStream::Socket&& pSocket, const OXCaller& pClient) {
     const auto limit = static_cast<std::size_t>(fCore->limits.maxConnections);
     if (fConnections.size() >= limit) {
       // Logged once until there is room again: a client may try again all the time.
       if (!std::exchange(fFull, true))
         ki::log::LogStream(ki::log::kWarning, "ox.transport", "", "accept", __LINE__)
-            << pPeer << " and further clients were refused: "
+            << pClient.address << " and further clients were refused: "
             << wire::overLimit(std::to_string(limit + 1) + " connections", limit);
       return;
     }
     fFull = false;
     const auto connection = boost::make_shared<wire::Connection>(
-        fCore, std::move(pSocket), pPeer,
+        fCore, std::move(pSocket), pClient,
         [this](const boost::shared_ptr<wire::Connection>& pEnded) { fConnections.erase(pEnded); });
     fConnections.insert(connection);
     connection->start();
