@@ -1,5 +1,6 @@
 // Lends the current image of the replay to a subscriber and takes it back. A request is what moves
 // the replay on: there is no thread for it, so a recording that nobody watches costs nothing.
+#include <oxframework/oxclock.h>
 #include <oxframework/oxlog.h>
 #include "buffers/lending.h"
 #include "claim.h"
@@ -39,6 +40,7 @@ AcquiredFrame OXVisionFileCam::xAcquireFrame(const Claim& pClaim, const char*) {
     if (step == Step::kNone) return {};
     if (step == Step::kServe) {
       xSelectCameraOf(slot->fImage);
+      xCountStep(slot->fImage);
       // The format too: the buffer may have been made when another video was open.
       const OXImage& frame = slot->fImage;
       return {&frame, std::move(slot), frame.fCameraId, true};
@@ -66,6 +68,20 @@ void OXVisionFileCam::xSelectCameraOf(const OXImage& pImage) {
                      ", this device has ", fNbCameras, " camera: its own stays active"),
         kFileCamCategory);
   }
+}
+
+// Requests that find the image that the one before found are no steps.
+void OXVisionFileCam::xCountStep(const OXImage& pImage) {
+  if (!fFeed.isEmpty() && fFeed.stampUs() == pImage.fTimeStamp) return;
+  std::string nobody;
+  fFeed.add(OXClock::get().nowUs(), pImage.fTimeStamp, pImage.fWidth, pImage.fHeight, nobody);
+}
+
+FeedStatus OXVisionFileCam::xFeedStatus(int /*pCamera*/, std::int64_t pNowUs) const {
+  FeedStatus status = fFeed.status(pNowUs);
+  status.isReplay = true;
+  status.dropped = static_cast<std::uint64_t>(fPassedOver.load());
+  return status;
 }
 
 OXImage* OXVisionFileCam::xGetDirectRawImage(const std::string& pId, bool /*pDeepCopy*/) {

@@ -11,6 +11,7 @@
 #include <oxframework/oxvideo.h>
 #include "oxvisionvideoinput.h"
 #include "ring.h"
+#include "status/framefeed.h"
 
 namespace OX {
 
@@ -73,6 +74,8 @@ class OXVisionFileCam final : public OXSingleton<OXVisionFileCam>, public OXVisi
       OX_REQUIRES(fVisionModulesLock) override;
   void xReturnRawSource(int pCameraIndex, OXVisionBuffer& pBuffer)
       OX_REQUIRES(fVisionModulesLock) override;
+  FeedStatus xFeedStatus(int pCamera, std::int64_t pNowUs) const
+      OX_REQUIRES_SHARED(fVisionModulesLock) override;
 
  private:
   friend class DeviceProbe;  ///< through which tests read the counters
@@ -100,6 +103,7 @@ class OXVisionFileCam final : public OXSingleton<OXVisionFileCam>, public OXVisi
   // --- acquisition.cpp ---
   bool xWaitForSlot(OXBoundedWait& pWait, std::uint64_t pSeen) OX_REQUIRES(fVisionModulesLock);
   void xSelectCameraOf(const OXImage& pImage);
+  void xCountStep(const OXImage& pImage) OX_REQUIRES(fVisionModulesLock);
 
   // --- replay.cpp: in the turn of the replay, with no lock held ---
   bool xTakeSpare(Slot& pSlot, bool pWasRead) OX_REQUIRES(fReplay);
@@ -161,6 +165,9 @@ class OXVisionFileCam final : public OXSingleton<OXVisionFileCam>, public OXVisi
   std::atomic<std::int64_t> fReplayPeriod{INT64_MAX};     ///< mode 0: from step to step
   std::atomic<bool> fImageServed{true};  ///< mode 0: the current image is still the one to serve
   std::atomic<bool> fStrangeCameraLogged{false};  ///< once per opening
+  // For the status.
+  FrameFeed fFeed OX_GUARDED_BY(fVisionModulesLock);  ///< the steps that were served
+  std::atomic<std::int64_t> fPassedOver{0};           ///< images that a request found out of date
 };
 
 inline constexpr const char* kFileCamCategory = "vision.oxvisionfilecam";

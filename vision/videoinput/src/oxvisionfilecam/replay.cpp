@@ -150,6 +150,7 @@ bool OXVisionFileCam::xCatchUp() {
   const std::int64_t next = std::int64_t{fVideo.getCurrentImage()} + 1 + skipped;
   const bool read = skipped > 0 ? xReadFrame(next, false) : xReadNext();
   fCurrentImage += skipped + 1;
+  fPassedOver += skipped;
   if (!read) return false;
   if (skipped > 0) xTurnRingPast(skipped);
   xTakeSpare(fFrames[fNextFrame], true);
@@ -161,8 +162,11 @@ bool OXVisionFileCam::xCatchUp() {
 // be read: of a file that is closed or all damaged, no stamp would ever catch up.
 OXVisionFileCam::Step OXVisionFileCam::xFollowTimeStamps() {
   fNow = OXClock::get().localNowUs();
+  bool isStep = true;
   for (int rangeEnds = 0; rangeEnds < kMostRangeEnds && xHasPassed(xNext().fTimeStamp);) {
     if (!xTurnRing()) return Step::kRingIsHeld;
+    // The image before was the step, and is now passed over without having been served.
+    if (!std::exchange(isStep, false)) ++fPassedOver;
     if (fCurrentImage > fLastImage) ++rangeEnds;
     if (!xCatchUp()) return Step::kServe;
   }

@@ -59,6 +59,9 @@ class OXVisionSimulatorCam final : public OXSingleton<OXVisionSimulatorCam>,
       OX_REQUIRES(fVisionModulesLock) override;
   void xReturnRawSource(int pCameraIndex, OXVisionBuffer& pBuffer)
       OX_REQUIRES(fVisionModulesLock) override;
+  // --- push.cpp ---
+  FeedStatus xFeedStatus(int pCamera, std::int64_t pNowUs) const
+      OX_REQUIRES_SHARED(fVisionModulesLock) override;
 
  private:
   friend class DeviceProbe;
@@ -74,6 +77,7 @@ class OXVisionSimulatorCam final : public OXSingleton<OXVisionSimulatorCam>,
     int resolution = 0;
     std::uint64_t number = 0;
     int index = -1;  ///< of the buffer that it is copied into
+    std::string feeder{};
   };
   struct DeclaredSize {
     const int& width;
@@ -84,7 +88,7 @@ class OXVisionSimulatorCam final : public OXSingleton<OXVisionSimulatorCam>,
   /// A buffer that nobody uses, locked for writing; null after a second without one.
   OXVisionBuffer* xTakeInputBuffer(CameraDriverBuffer& pStore, Push& pPush);
   /// Unlocks the buffer and makes it the newest frame, unless a later push has ended before.
-  void xEndPush(CameraDriverBuffer& pStore, const Push& pPush, OXVisionBuffer& pBuffer);
+  static void xEndPush(CameraDriverBuffer& pStore, Push& pPush, OXVisionBuffer& pBuffer);
   bool xSetSimCamInputSize(const int& pWidth, const int& pHeight, CameraDriverBuffer& pStore)
       OX_REQUIRES(pStore.fMutex);
   /// The pixels to copy, borrowed from pImage; null when they are refused.

@@ -124,6 +124,8 @@ const void* OXVisionSimulatorCam::xAcceptedPixels(const OXValue& pImage,
 bool OXVisionSimulatorCam::xPutImage(const OXValue& pImage, CameraDriverBuffer& pStore,
                                      const DeclaredSize* pSize) {
   Push push;
+  // Before anything is taken: it may find no memory.
+  push.feeder = describeCaller();
   {
     const OXCriticalSection lock(pStore.fMutex);
     if (pSize && !xSetSimCamInputSize(pSize->width, pSize->height, pStore)) return false;
@@ -137,7 +139,13 @@ bool OXVisionSimulatorCam::xPutImage(const OXValue& pImage, CameraDriverBuffer& 
     push.number = ++pStore.fPushCount;
   }
   OXVisionBuffer* const target = xTakeInputBuffer(pStore, push);
-  if (!target) return refuse("xPutImage", "xPutImage: all buffers are in use by other pushes");
+  if (!target) {
+    {
+      const OXCriticalSection lock(pStore.fMutex);
+      pStore.fFeed.drop();
+    }
+    return refuse("xPutImage", "xPutImage: all buffers are in use by other pushes");
+  }
   if (target->fImage->fData)
     std::memcpy(target->fImage->fData, push.pixels, static_cast<std::size_t>(pImage.getSize()));
   xEndPush(pStore, push, *target);
@@ -168,8 +176,9 @@ OXVisionBuffer* OXVisionSimulatorCam::xTakeInputBuffer(CameraDriverBuffer& pStor
   }
 }
 
-void OXVisionSimulatorCam::xEndPush(CameraDriverBuffer& pStore, const Push& pPush,
+void OXVisionSimulatorCam::xEndPush(CameraDriverBuffer& pStore, Push& pPush,
                                     OXVisionBuffer& pBuffer) {
+  const std::int64_t now = OXClock::get().nowUs();
   {
     const OXCriticalSection lock(pStore.fMutex);
     --pBuffer.fWriteLockCount;
@@ -181,9 +190,19 @@ void OXVisionSimulatorCam::xEndPush(CameraDriverBuffer& pStore, const Push& pPus
       pBuffer.fContent = pPush.number;
       pStore.fNewestPush = pPush.number;
       pStore.fLastInputBuffer = pPush.index;
+      pStore.fFeed.add(now, pPush.stamp, pBuffer.fImage->fWidth, pBuffer.fImage->fHeight,
+                       pPush.feeder);
+    } else {
+      pStore.fFeed.drop();
     }
   }
   pStore.fChanged.notify();
+}
+
+FeedStatus OXVisionSimulatorCam::xFeedStatus(int pCamera, std::int64_t pNowUs) const {
+  const auto store = xStore(pCamera);
+  const OXCriticalSection lock(store->fMutex);
+  return store->fFeed.status(pNowUs);
 }
 
 }  // namespace OX

@@ -10,6 +10,7 @@
 #include <oxframework/oxlocks.h>
 #include <oxframework/oxthreadsafety.h>
 #include "oxvisionbuffer.h"
+#include "status/framefeed.h"
 
 namespace OX {
 
@@ -37,7 +38,8 @@ struct CameraDriverBuffer {
   std::atomic<int> fLastInputBuffer{-1};
   /// How often the camera was opened. What was converted before an opening is of the wrong size.
   std::atomic<std::uint64_t> fOpenings{0};
-  OXWakeup fChanged;  ///< a push or a conversion has ended
+  FrameFeed fFeed OX_GUARDED_BY(fMutex);  ///< the pushes, for the status
+  OXWakeup fChanged;                      ///< a push or a conversion has ended
 };
 
 }  // namespace OX

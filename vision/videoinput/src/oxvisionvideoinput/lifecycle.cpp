@@ -42,7 +42,7 @@ OXVisionVideoInput::OXVisionVideoInput(boost::shared_ptr<OXBroker> pBroker, std:
 OXVisionVideoInput::~OXVisionVideoInput() {
   const OXCriticalSectionWrite lock(fVisionModulesLock);
   for (const auto& entry : fVisionModules)
-    if (entry.second->fIsRecording) xCloseVideo(entry.second);
+    if (entry.second->fIsRecording) xCloseVideo(entry.second, "the device ended");
 }
 
 void OXVisionVideoInput::setSubscriberLimit(int pLimit) {

@@ -9,6 +9,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include <oxframework/oxbroker.h>
@@ -17,6 +18,8 @@
 #include <oxframework/oxthreadsafety.h>
 #include <oxvision/ivideoinput.h>
 #include "report.h"
+#include "status/devicestatus.h"
+#include "status/recordinglog.h"
 #include "turn.h"
 
 namespace OX {
@@ -46,7 +49,7 @@ struct VisionModuleInfo;
 /// xCamera(), since fActiveCamera and a caller's index may lie outside the table.
 ///
 /// `// --- FILE ---` names the source that defines the declarations below it.
-class OXVisionVideoInput : public OXModule, public IVideoInput {
+class OXVisionVideoInput : public OXModule, public IVideoInput, public DeviceStatus {
  public:
   ~OXVisionVideoInput() override;
 
@@ -218,6 +221,12 @@ class OXVisionVideoInput : public OXModule, public IVideoInput {
   /// subscribers/parameters.cpp: changes the active camera of the whole device.
   bool setActiveCamera(const int& pCameraIndex);
 
+  // --- status/status.cpp: for the service OXVideoStatus ---
+  std::vector<SubscriberStatus> subscriberStatus() const override;
+  std::vector<CameraStatus> cameraStatus() const override;
+  std::vector<RecordingStatus> recordingStatus() const override;
+
+  // --- lifecycle.cpp ---
   /// Limits how many subscribers there may be at once, 256 by default; one more throws OXError, as
   /// does an exhausted memory. Those that are subscribed stay. Thread-safe.
   void setSubscriberLimit(int pLimit);
@@ -278,6 +287,11 @@ class OXVisionVideoInput : public OXModule, public IVideoInput {
   /// buffer points at, if any.
   virtual void xReturnRawSource(int pCameraIndex, OXVisionBuffer& pBuffer)
       OX_REQUIRES(fVisionModulesLock);
+
+  // --- the driver: for the status ---
+  /// What came to a camera of the table; takes no lock but the camera's own.
+  virtual FeedStatus xFeedStatus(int pCamera, std::int64_t pNowUs) const
+      OX_REQUIRES_SHARED(fVisionModulesLock) = 0;
 
   // --- delivery/grabber.cpp: the state machine of a grabber, shared by all cameras ---
   /// Sleeps by the clock with the lock paused.
@@ -549,12 +563,20 @@ class OXVisionVideoInput : public OXModule, public IVideoInput {
 
   // --- delivery/recording.cpp ---
   // In the subscriber's turn; files are written and closed with the lock paused.
-  /// Ends a recording, if there is one; always true.
-  bool xCloseVideo(const boost::shared_ptr<VisionModuleInfo>& pSubscriber)
+  /// Ends a recording, if there is one; always true. pReason is told if it is not complete.
+  bool xCloseVideo(const boost::shared_ptr<VisionModuleInfo>& pSubscriber, const char* pReason)
+      OX_REQUIRES(fVisionModulesLock);
+  /// Ends what is told of the subscriber's recording, if there is one.
+  void xEndRecord(VisionModuleInfo& pSubscriber, RecordingState pState, std::string_view pReason)
       OX_REQUIRES(fVisionModulesLock);
   /// Writes the frame of one request if it is due, and ends the recording when it is complete.
   void xRecord(const boost::shared_ptr<VisionModuleInfo>& pSubscriber, const OXImage& pRawImage,
                bool pApplyPatch) OX_REQUIRES(fVisionModulesLock);
+
+  // --- status/status.cpp: both return what they count ---
+  static OXImage* xCountServed(VisionModuleInfo& pSubscriber, OXImage* pImage);
+  static std::vector<OXImage*> xCountServed(VisionModuleInfo& pSubscriber,
+                                            std::vector<OXImage*> pImages);
 
   // --- published/publish.cpp, published/publishdeprecated.cpp ---
   void xBindMethods();
@@ -566,6 +588,7 @@ class OXVisionVideoInput : public OXModule, public IVideoInput {
   static constexpr std::size_t kRetiredBuffers = 4;
   std::array<BufferPtr, kRetiredBuffers> fRetired OX_GUARDED_BY(fVisionModulesLock);
   std::size_t fNextRetired OX_GUARDED_BY(fVisionModulesLock) = 0;
+  RecordingLog fRecordings OX_GUARDED_BY(fVisionModulesLock);
   int fSubscriberLimit OX_GUARDED_BY(fVisionModulesLock) = 256;
 };
 

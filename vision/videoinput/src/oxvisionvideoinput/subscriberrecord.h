@@ -2,6 +2,7 @@
 /// used by the call that has the subscriber's turn, also while the lock is paused.
 #pragma once
 
+#include <atomic>
 #include <boost/shared_ptr.hpp>
 #include <cstdint>
 #include <memory>
@@ -14,6 +15,7 @@
 namespace OX {
 
 class OXVideo;
+class RecordingRecord;
 
 /// What a subscriber asks of one camera.
 struct RequestedCameraProperties {
@@ -45,17 +47,26 @@ struct VisionModuleInfo {
   int fActiveCamera = -1;           ///< negative: follows the device's active camera
   std::uint8_t fFrameRate = 0;      ///< images per second, one for all cameras
   bool fIsRecording = false;
-  std::int32_t fRecordPeriod = 0;     ///< one image in this many is written
-  std::int32_t fRecordCountdown = 0;  ///< requests left until the next is written
-  std::int32_t fRecordTotal = 0;      ///< images to be written
-  std::int32_t fRecordedCount = 0;    ///< images written so far
-  std::unique_ptr<OXVideo> fVideo;    ///< the open recording
+  std::int32_t fRecordPeriod = 0;                 ///< one image in this many is written
+  std::int32_t fRecordCountdown = 0;              ///< requests left until the next is written
+  std::int32_t fRecordTotal = 0;                  ///< images to be written
+  std::int32_t fRecordedCount = 0;                ///< images written so far
+  std::unique_ptr<OXVideo> fVideo;                ///< the open recording
+  boost::shared_ptr<RecordingRecord> fRecording;  ///< what is told of it; null when none is open
   /// Set when it is removed from the map, for replies that still share the record.
   bool fIsUnsubscribed = false;
   /// Had by a call from its look-up until its image is lent or its change is made, so that calls of
   /// one subscriber follow each other. Getters and the copying of a reply do without.
   Turn fTurn{"call of this subscriber"};
   OXWakeup fReleased;  ///< for changes that wait until it holds no image
+
+  // Counters for the status (status/status.cpp). Changed in its turn and read by anyone, with the
+  // lock held for reading: atomic, but never added to by two threads at once.
+  void countServed(std::int64_t pNowUs, int pImages);
+  void countHold(int pChange);
+  std::atomic<std::int64_t> fServedCount{0};   ///< images that it was served
+  std::atomic<std::int64_t> fLastServedUs{0};  ///< when the last one was, by the device's clock
+  std::atomic<int> fHoldCount{0};              ///< wishes with a fLockedImage
 };
 
 }  // namespace OX

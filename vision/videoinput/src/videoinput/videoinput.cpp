@@ -11,6 +11,7 @@
 #include <oxframework/oxproxies.h>
 #include "oxvisionfilecam.h"
 #include "oxvisionsimulatorcam.h"
+#include "oxvisionvideostatus/oxvideostatus.h"
 
 namespace {
 
@@ -84,10 +85,12 @@ int _createModule(boost::shared_ptr<OX::OXBroker> pBroker) {
     case kSimulatorCam:
       log(ki::log::kVerbose, "VideoInput: loading SimulatorCam");
       OX::OXModule::createModule<OX::OXVisionSimulatorCam>(pBroker);
+      OX::OXModule::createModule<OX::OXVideoStatus>(pBroker);
       return 0;
     case kFileCam:
       log(ki::log::kVerbose, "VideoInput: loading FileCam");
       OX::OXModule::createModule<OX::OXVisionFileCam>(pBroker);
+      OX::OXModule::createModule<OX::OXVideoStatus>(pBroker);
       return 0;
     case kMioCam:
       return refuse(

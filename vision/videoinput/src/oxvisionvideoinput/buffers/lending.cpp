@@ -43,6 +43,7 @@ OXImage* OXVisionVideoInput::xLendFrame(const Claim& pClaim, const AcquiredFrame
     buffer->fRawSource = pFrame.source;
     ++buffer->fReadLockCount;
     pClaim.wish.fLockedImage = buffer;
+    pClaim.subscriber->countHold(1);
     return &image;
   }
   return nullptr;
@@ -120,6 +121,7 @@ void OXVisionVideoInput::xEndHold(const Claim& pClaim) {
 
 void OXVisionVideoInput::xForgetHold(const Claim& pClaim) {
   pClaim.wish.fLockedImage.reset();
+  pClaim.subscriber->countHold(-1);
   pClaim.subscriber->fReleased.notify();
 }
 

@@ -81,7 +81,7 @@ OXValue OXVisionVideoInput::getImagesLocal(const std::string& pId) {
   const OXCriticalSectionWrite lock(fVisionModulesLock);
   const SubscriberTurn turn(*this, pId, Family::Multi, kGetImagesLocal);
   return xDeliveryFlags(*turn.subscriber(), [&]() OX_REQUIRES(fVisionModulesLock) {
-    return xGetImages(turn.subscriber());
+    return xCountServed(*turn.subscriber(), xGetImages(turn.subscriber()));
   });
 }
 
@@ -90,7 +90,8 @@ OXValue OXVisionVideoInput::getImagesRemote(const std::string& pId) {
   {
     const OXCriticalSectionWrite lock(fVisionModulesLock);
     const SubscriberTurn turn(*this, pId, Family::Multi, kGetImagesRemote);
-    const std::vector<OXImage*> images = xGetImages(turn.subscriber());
+    const std::vector<OXImage*> images =
+        xCountServed(*turn.subscriber(), xGetImages(turn.subscriber()));
     // An image was still held. Nothing is in the reply yet, so that hold is not released here.
     if (images.empty()) return OXValue();
     xAddToReply(reply, turn.subscriber(), images);

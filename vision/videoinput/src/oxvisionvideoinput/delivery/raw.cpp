@@ -53,7 +53,7 @@ OXImage* OXVisionVideoInput::xGetRawImage(const Claim& pClaim) {
 OXImage* OXVisionVideoInput::getDirectRawImageLocal(const std::string& pId) {
   const OXCriticalSectionWrite lock(fVisionModulesLock);
   const SubscriberTurn turn(*this, pId, Family::Mono, kGetLocal);
-  return xGetRawImage(xCurrentClaim(turn, kGetLocal));
+  return xCountServed(*turn.subscriber(), xGetRawImage(xCurrentClaim(turn, kGetLocal)));
 }
 
 OXValue OXVisionVideoInput::getDirectRawImageRemote(const std::string& pId) {
@@ -63,7 +63,7 @@ OXValue OXVisionVideoInput::getDirectRawImageRemote(const std::string& pId) {
     const OXCriticalSectionWrite lock(fVisionModulesLock);
     const SubscriberTurn turn(*this, pId, Family::Mono, kGetRemote);
     const Claim claim = xCurrentClaim(turn, kGetRemote);
-    const OXImage* const image = xGetRawImage(claim);
+    const OXImage* const image = xCountServed(*claim.subscriber, xGetRawImage(claim));
     // Nothing is in the reply yet, so an image that was held before is not released here.
     if (!image) return OXValue();
     reply.add(claim, image);
@@ -82,8 +82,9 @@ OXValue OXVisionVideoInput::getDirectRawImagesLocal(const std::string& pId) {
   const OXCriticalSectionWrite lock(fVisionModulesLock);
   const SubscriberTurn turn(*this, pId, Family::Multi, kGetAllLocal);
   // An OXValue holds no pointers: the caller learns which streams have an image, and no more.
-  return xDeliveryFlags(*turn.subscriber(),
-                        [&]() OX_REQUIRES(fVisionModulesLock) { return xGetDirectRawImages(pId); });
+  return xDeliveryFlags(*turn.subscriber(), [&]() OX_REQUIRES(fVisionModulesLock) {
+    return xCountServed(*turn.subscriber(), xGetDirectRawImages(pId));
+  });
 }
 
 OXValue OXVisionVideoInput::getDirectRawImagesRemote(const std::string& pId) {
@@ -91,7 +92,7 @@ OXValue OXVisionVideoInput::getDirectRawImagesRemote(const std::string& pId) {
   {
     const OXCriticalSectionWrite lock(fVisionModulesLock);
     const SubscriberTurn turn(*this, pId, Family::Multi, kGetAllRemote);
-    const std::vector<OXImage*> images = xGetDirectRawImages(pId);
+    const std::vector<OXImage*> images = xCountServed(*turn.subscriber(), xGetDirectRawImages(pId));
     if (images.empty()) return OXValue();
     xAddToReply(reply, turn.subscriber(), images);
   }

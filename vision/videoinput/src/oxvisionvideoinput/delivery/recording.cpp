@@ -4,6 +4,7 @@
 //
 // The file is opened, written and closed while the device's lock is paused: a slow disk delays the
 // subscriber that records, whose turn keeps its other calls away meanwhile, and nobody else.
+#include <boost/make_shared.hpp>
 #include <cstdint>
 
 #include <oxframework/oxvideo.h>
@@ -37,6 +38,14 @@ bool OXVisionVideoInput::recordVideo(const std::string& pId, const std::string& 
   const streamHeader header{size[0].toInt(), size[1].toInt(), claim.camera.fColorSpace,
                             kPixelDepth};
   auto video = std::make_unique<OXVideo>();
+  RecordingStatus begin;
+  begin.id = pId;
+  begin.path = pPath;
+  begin.wanted = pTotalNumber > 0 ? pTotalNumber : 1;
+  begin.period = pPeriod > 0 ? pPeriod : 1;
+  begin.frameRate = claim.subscriber->fFrameRate;
+  const auto record = boost::make_shared<RecordingRecord>(std::move(begin));
+  fRecordings.add(record);
   bool opened = false;
   {
     const OXCriticalSectionPause pause(fVisionModulesLock);
@@ -44,6 +53,12 @@ bool OXVisionVideoInput::recordVideo(const std::string& pId, const std::string& 
     claim.subscriber->fVideo.reset();
     opened = video->recordVideo(pPath, 0, {header});
   }
+  xEndRecord(*claim.subscriber, RecordingState::kStopped,
+             "another recording of its subscriber began");
+  if (opened)
+    claim.subscriber->fRecording = record;
+  else
+    record->end(RecordingState::kFailed, video->getLastError());
   VisionModuleInfo& subscriber = *claim.subscriber;
   subscriber.fVideo = std::move(video);
   subscriber.fRecordPeriod = pPeriod > 0 ? pPeriod : 1;
@@ -59,35 +74,52 @@ bool OXVisionVideoInput::recordVideo(const std::string& pId, const std::string& 
 bool OXVisionVideoInput::stopVideo(const std::string& pId) {
   const OXCriticalSectionWrite lock(fVisionModulesLock);
   const SubscriberTurn turn(*this, pId, Family::Mono, kStopVideo);
-  return xCloseVideo(turn.subscriber());
+  return xCloseVideo(turn.subscriber(), "stopped");
 }
 
-bool OXVisionVideoInput::xCloseVideo(const boost::shared_ptr<VisionModuleInfo>& pSubscriber) {
+void OXVisionVideoInput::xEndRecord(VisionModuleInfo& pSubscriber, RecordingState pState,
+                                    std::string_view pReason) {
+  if (!pSubscriber.fRecording) return;
+  pSubscriber.fRecording->end(pState, pReason);
+  pSubscriber.fRecording.reset();
+}
+
+// Told to have ended once the file is whole, so that nobody reads it too early.
+bool OXVisionVideoInput::xCloseVideo(const boost::shared_ptr<VisionModuleInfo>& pSubscriber,
+                                     const char* pReason) {
   pSubscriber->fIsRecording = false;
-  if (!pSubscriber->fVideo) return true;
-  const OXCriticalSectionPause pause(fVisionModulesLock);
-  pSubscriber->fVideo->closeVideo();
-  pSubscriber->fVideo.reset();
+  if (pSubscriber->fVideo) {
+    const OXCriticalSectionPause pause(fVisionModulesLock);
+    pSubscriber->fVideo->closeVideo();
+    pSubscriber->fVideo.reset();
+  }
+  xEndRecord(*pSubscriber, RecordingState::kStopped, pReason);
   return true;
 }
 
 void OXVisionVideoInput::xRecord(const boost::shared_ptr<VisionModuleInfo>& pSubscriber,
                                  const OXImage& pRawImage, bool pApplyPatch) {
   if (pSubscriber->fRecordedCount >= pSubscriber->fRecordTotal) {
-    xCloseVideo(pSubscriber);
+    xCloseVideo(pSubscriber, "complete");
     return;
   }
   if (pSubscriber->fRecordCountdown == 0) {
     pSubscriber->fRecordCountdown = pSubscriber->fRecordPeriod;
+    const OXImage raw(pRawImage, OXImage::ViewTag());
+    bool written = false;
     {
-      const OXImage raw(pRawImage, OXImage::ViewTag());
       const OXCriticalSectionPause pause(fVisionModulesLock);
       if (pApplyPatch && raw.getSizeBytes() > 0) xApplyPatchForKernelMemcopy(&raw);
       if (pSubscriber->fVideo)
-        pSubscriber->fVideo->write(raw.fData, static_cast<int>(raw.getSizeBytes()), raw.fTimeStamp,
-                                   raw.fCameraId, 0.f, 0.f, 0.f, 0.f);
+        written = pSubscriber->fVideo->write(raw.fData, static_cast<int>(raw.getSizeBytes()),
+                                             raw.fTimeStamp, raw.fCameraId, 0.f, 0.f, 0.f, 0.f);
     }
+    // Counted as recorded also when the file takes no more: clients rely on when it is closed.
     ++pSubscriber->fRecordedCount;
+    if (written)
+      pSubscriber->fRecording->add(raw.fTimeStamp, raw.getSizeBytes(), pSubscriber->fFrameRate);
+    else if (pSubscriber->fVideo)
+      xEndRecord(*pSubscriber, RecordingState::kFailed, pSubscriber->fVideo->getLastError());
   }
   pSubscriber->fRecordCountdown = oneLess(pSubscriber->fRecordCountdown);
 }

@@ -64,7 +64,10 @@ OXImage* OXVisionVideoInput::xGetSharedImage(const std::string& pId) {
   if (!turn.isTaken() || !xCamera(index)) return nullptr;
   const Claim claim = xClaim(*subscriber, index);
   if (claim.wish.fLockedImage || claim.camera.fGrabberState != kGrabberRunning) return nullptr;
-  return xLendConverted(claim, xFindFreshImage(claim, nowUs()));
+  const std::int64_t now = nowUs();
+  OXImage* const image = xLendConverted(claim, xFindFreshImage(claim, now));
+  if (image) claim.subscriber->countServed(now, 1);
+  return image;
 }
 
 // What getImageLocal cannot answer so, it asks for again with the lock held for writing.
@@ -72,7 +75,7 @@ OXImage* OXVisionVideoInput::getImageLocal(const std::string& pId) {
   if (OXImage* const shared = xGetSharedImage(pId)) return shared;
   const OXCriticalSectionWrite lock(fVisionModulesLock);
   const SubscriberTurn turn(*this, pId, Family::Mono, kGetImageLocal);
-  return xGetImage(xCurrentClaim(turn, kGetImageLocal));
+  return xCountServed(*turn.subscriber(), xGetImage(xCurrentClaim(turn, kGetImageLocal)));
 }
 
 OXValue OXVisionVideoInput::getImageRemote(const std::string& pId) {
@@ -81,7 +84,7 @@ OXValue OXVisionVideoInput::getImageRemote(const std::string& pId) {
     const OXCriticalSectionWrite lock(fVisionModulesLock);
     const SubscriberTurn turn(*this, pId, Family::Mono, kGetImageRemote);
     const Claim claim = xCurrentClaim(turn, kGetImageRemote);
-    const OXImage* const image = xGetImage(claim);
+    const OXImage* const image = xCountServed(*claim.subscriber, xGetImage(claim));
     if (!image) return OXValue();
     reply.add(claim, image);
   }
@@ -99,6 +102,7 @@ bool OXVisionVideoInput::releaseImage(const std::string& pId) {
 OXImage* OXVisionVideoInput::xLendConverted(const Claim& pClaim, BufferPtr pBuffer) {
   if (!pBuffer) return nullptr;
   pClaim.wish.fLockedImage = std::move(pBuffer);
+  pClaim.subscriber->countHold(1);
   return pClaim.wish.fLockedImage->fImage.get();
 }
 

@@ -78,7 +78,8 @@ bool OXVisionVideoInput::xSetStreamResolution(const Claim& pClaim, int pResoluti
   RequestedCameraProperties& wish = pClaim.wish;
   if (pResolution == wish.fResolution) return true;
   if (!xIsResolutionValid(pResolution, pClaim.index)) return false;
-  if (pClaim.subscriber->fIsRecording) xCloseVideo(pClaim.subscriber);
+  if (pClaim.subscriber->fIsRecording)
+    xCloseVideo(pClaim.subscriber, "its subscriber changed its resolution");
   OXImage* const image = xImageToReformat(pClaim, pResolution, wish.fColorSpace);
   if (!image) return false;
   image->setResolution(pResolution);
@@ -112,7 +113,8 @@ bool OXVisionVideoInput::xSetStreamColorSpace(const Claim& pClaim, int pColorSpa
   RequestedCameraProperties& wish = pClaim.wish;
   if (pColorSpace == wish.fColorSpace) return true;
   if (!xIsColorSpaceValid(pColorSpace, pClaim.index)) return false;
-  if (pClaim.subscriber->fIsRecording) xCloseVideo(pClaim.subscriber);
+  if (pClaim.subscriber->fIsRecording)
+    xCloseVideo(pClaim.subscriber, "its subscriber changed its color space");
   OXImage* const image = xImageToReformat(pClaim, wish.fResolution, wish.fColorSpace);
   if (!image) return false;
   image->setColorSpace(pColorSpace);

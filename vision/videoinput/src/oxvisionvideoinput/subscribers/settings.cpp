@@ -100,7 +100,8 @@ bool OXVisionVideoInput::xApplySetting(const Claim& pClaim, const SettingChange&
 
 bool OXVisionVideoInput::setResolution(const std::string& pId, const int& pResolution) {
   const auto apply = [&](const Claim& pClaim, int pOld) OX_REQUIRES(fVisionModulesLock) {
-    if (pClaim.subscriber->fIsRecording) xCloseVideo(pClaim.subscriber);
+    if (pClaim.subscriber->fIsRecording)
+      xCloseVideo(pClaim.subscriber, "its subscriber changed its resolution");
     pClaim.wish.fResolution = static_cast<std::uint8_t>(pResolution);
     OXImage* const image = xImageToReformat(pClaim, pOld, pClaim.wish.fColorSpace);
     if (!image) return true;  // the wish counts, but the camera does not follow: clients know it so
@@ -115,7 +116,8 @@ bool OXVisionVideoInput::setResolution(const std::string& pId, const int& pResol
 
 bool OXVisionVideoInput::setColorSpace(const std::string& pId, const int& pColorSpace) {
   const auto apply = [&](const Claim& pClaim, int pOld) OX_REQUIRES(fVisionModulesLock) {
-    if (pClaim.subscriber->fIsRecording) xCloseVideo(pClaim.subscriber);
+    if (pClaim.subscriber->fIsRecording)
+      xCloseVideo(pClaim.subscriber, "its subscriber changed its color space");
     pClaim.wish.fColorSpace = static_cast<std::uint8_t>(pColorSpace);
     if (OXImage* const image = xImageToReformat(pClaim, pClaim.wish.fResolution, pOld))
       image->setColorSpace(pColorSpace);
