@@ -5,11 +5,13 @@
 #include <fmt/format.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <string_view>
 
 #include <oxframework/oxerror.h>
 #include <oxframework/oxremotebroker.h>
+#include "device/status.h"
 #include "terminal/exitstatus.h"
 #include "terminal/text.h"
 
@@ -58,7 +60,17 @@ OXValue OXSession::call(const std::string& pModule, const std::string& pMethod,
 
 std::string OXSession::nextSubscriberId() { return fmt::format("{}_{}", fName, ++fSubscriptions); }
 
+bool OXSession::hasModule(const std::string& pName) {
+  if (!fModules) {
+    fModules.emplace();
+    const OXValue modules = call("OXBroker", "getModuleList", OXValue(OXValue::Array()));
+    for (const OXValue& module : modules.toArray()) fModules->push_back(module.toString());
+  }
+  return std::find(fModules->begin(), fModules->end(), pName) != fModules->end();
+}
+
 int OXSession::countCameras() {
+  if (const auto cameras = queryCameras(*this)) return static_cast<int>(cameras->size());
   int count = 0;
   try {
     while (count < kMostCameras) {

@@ -30,7 +30,11 @@ class OXSession {
     return call("OXVideoDevice", pMethod, OXValue::array(std::forward<Arguments>(pArguments)...));
   }
 
-  /// The number of cameras, found by trying one index after the other.
+  /// Whether the broker has a module. Asks once: what is loaded later is not seen.
+  bool hasModule(const std::string& pName);
+
+  /// The number of cameras: told by OXVideoStatus, of an older broker found by trying one index
+  /// after the other.
   int countCameras();
 
   /// Throws OXFailure that says how to get a file camera, unless the device is one.
@@ -44,6 +48,7 @@ class OXSession {
 
   std::string fName;
   int fSubscriptions = 0;
+  std::optional<std::vector<std::string>> fModules;
   boost::shared_ptr<OXRemoteBroker> fBroker;
 };
 
