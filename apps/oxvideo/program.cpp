@@ -16,10 +16,10 @@ namespace {
 
 void addAllVerbs(OXCommandLine& pLine, Context& pContext) {
   // In the order of the help: viewing, feeding, settings, recording, replay, files, the broker.
-  for (const auto add : {addCameras, addSnapshot, addMulti,   addWatch,  addPush,   addGet,
-                         addSet,     addAngles,   addRecord,  addPlay,   addNext,   addPrevious,
-                         addSpeed,   addPosition, addInfo,    addVerify, addRepair, addImport,
-                         addExport,  addModules,  addMethods, addCall})
+  for (const auto add : {addCameras, addSnapshot, addMulti,   addWatch,  addPush,       addGet,
+                         addSet,     addAngles,   addRecord,  addPlay,   addNext,       addPrevious,
+                         addSpeed,   addPosition, addInfo,    addVerify, addRepair,     addImport,
+                         addExport,  addModules,  addMethods, addCall,   addSubscribers})
     add(pLine, pContext);
 }
 

@@ -35,6 +35,7 @@ void addFileCameraCall(OXCommandLine& pLine, Context& pContext, const Verb& pVer
                        const char* pMethod);
 
 void addCameras(OXCommandLine& pLine, Context& pContext);
+void addSubscribers(OXCommandLine& pLine, Context& pContext);
 void addSnapshot(OXCommandLine& pLine, Context& pContext);
 void addMulti(OXCommandLine& pLine, Context& pContext);
 void addWatch(OXCommandLine& pLine, Context& pContext);

@@ -1,17 +1,21 @@
-// Waits for a fresh image, since the camera may only start with this subscription.
+// Waits for a real image: the camera may only start with this subscription, and its feeder learns
+// of a larger size later than the camera does.
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <chrono>
 #include <memory>
+#include <optional>
 
 #include "commands/commands.h"
+#include "device/arrivals.h"
 #include "device/viewoptions.h"
 #include "device/vocabulary.h"
 #include "media/picture.h"
 #include "terminal/exitstatus.h"
-#include "terminal/files.h"
 #include "terminal/interrupt.h"
 #include "terminal/json.h"
+#include "terminal/outputfile.h"
 
 namespace OX::cli {
 
@@ -19,45 +23,81 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 constexpr int kLowestFps = 5;  // a higher rate could speed up the camera for everybody
+// Long enough to leave a refusing device alone, short against the 200 ms of the lowest rate.
+constexpr std::chrono::milliseconds kLookAgain{20};
 
 struct Options {
   ViewOptions view;
   std::string output;
   double timeoutSeconds = 5;
+  double maxAgeSeconds = 2;
   bool asJson = false;
+  bool overwrite = false;
 };
 
-/// Requests images until there is one; the device waits up to a second for each.
-CameraImage waitForImage(OXSubscription& pSubscription, const Options& pOptions) {
+struct Judged {
+  CameraImage image;
+  OXArrivals::Verdict verdict;
+};
+
+[[noreturn]] void failWithoutImage(const Options& pOptions, const std::string& pWhy,
+                                   const std::optional<double>& pOldest) {
+  const std::string what =
+      pOldest
+          ? fmt::format("the newest image of camera {} is {:.1f} s old, more than --max-age {:g}",
+                        pOptions.view.camera, *pOldest, pOptions.maxAgeSeconds)
+          : fmt::format("no frame from camera {} within {:g} s", pOptions.view.camera,
+                        pOptions.timeoutSeconds);
+  throw OXFailure(fmt::format(
+      "{}{}{}{}", what, pWhy.empty() ? "" : ": ", pWhy,
+      pWhy.ends_with("not delivered")
+          ? ""
+          : fmt::format("\n  is anything feeding it? try: oxvideo push test --camera {}",
+                        pOptions.view.camera)));
+}
+
+/// Requests images until there is a young one of which no pixel was made up; an enlarged one is
+/// better than none. The device waits up to a second for each.
+Judged waitForImage(OXSubscription& pSubscription, OXArrivals& pArrivals, const Options& pOptions) {
   const auto limit = Clock::now() + std::chrono::duration_cast<Clock::duration>(
                                         std::chrono::duration<double>(pOptions.timeoutSeconds));
+  std::optional<Judged> enlarged;
+  std::optional<double> tooOld;
   while (!OXInterrupt::requested()) {
     // Asked before the time is checked, so that --timeout 0 still makes one request.
-    if (auto image = pSubscription.image()) return std::move(*image);
-    if (Clock::now() >= limit)
-      throw OXFailure(
-          fmt::format("no frame from camera {0} within {1:g} s\n"
-                      "  is anything feeding it? try: oxvideo push test --camera {0}",
-                      pOptions.view.camera, pOptions.timeoutSeconds));
+    auto image = pSubscription.image();
+    pArrivals.look();
+    if (image) {
+      OXArrivals::Verdict verdict = pArrivals.judge(*image);
+      const bool isYoung = !verdict.ageSeconds || *verdict.ageSeconds <= pOptions.maxAgeSeconds;
+      tooOld = isYoung ? std::nullopt : verdict.ageSeconds;
+      if (isYoung && !verdict.isMisfit) {
+        if (!verdict.enlargedFrom) return {std::move(*image), std::move(verdict)};
+        enlarged = {std::move(*image), std::move(verdict)};
+      }
+    }
+    if (Clock::now() >= limit) {
+      if (enlarged) return std::move(*enlarged);
+      failWithoutImage(pOptions, pArrivals.whyNothing(pOptions.view.camera), tooOld);
+    }
+    OXInterrupt::waitUntil(std::min(limit, Clock::now() + kLookAgain));
   }
   throw OXInterrupted();
 }
 
-void report(Context& pContext, const Options& pOptions, const CameraImage& pImage) {
-  const std::string what =
-      fmt::format("{}x{} {} of camera {}, {:.0f} ms old", pImage.width, pImage.height,
-                  colorSpaceName(pImage.colorSpace), pImage.camera,
-                  static_cast<double>(wallClockUs() - pImage.timestampUs) / 1000);
-  pContext.err.tryLine(pOptions.output + ": " + what);
+void report(Context& pContext, const Options& pOptions, const Judged& pJudged) {
+  const CameraImage& image = pJudged.image;
+  pContext.err.tryLine(printable(pOptions.output) + ": " + describe(image, pJudged.verdict));
   if (!pOptions.asJson) return;
-  pContext.out.line(OXJson({{"file", pOptions.output},
-                            {"width", pImage.width},
-                            {"height", pImage.height},
-                            {"layers", pImage.layers},
-                            {"colorspace", colorSpaceName(pImage.colorSpace)},
-                            {"camera", pImage.camera},
-                            {"timestamp_us", std::to_string(pImage.timestampUs)}})
-                        .text());
+  OXJson json = {{"file", pOptions.output},
+                 {"width", image.width},
+                 {"height", image.height},
+                 {"layers", image.layers},
+                 {"colorspace", colorSpaceName(image.colorSpace)},
+                 {"camera", image.camera},
+                 {"timestamp_us", std::to_string(image.timestampUs)}};
+  addVerdict(json, pJudged.verdict);
+  pContext.out.line(json.text());
 }
 
 void run(Context& pContext, const Options& pOptions) {
@@ -65,13 +105,21 @@ void run(Context& pContext, const Options& pOptions) {
   checkNames(pOptions.view);
   if (pOptions.asJson && pOptions.output == "-")
     throw OXUsageError("--json and -o - cannot both use standard output");
+  requireExtension(pOptions.output, ".png");
+  OXOutputFile file(pOptions.output, pOptions.overwrite, pContext.out);
   OXSession session(pContext.broker, "snapshot");
-  OXSubscription subscription(session, streamRequest(pOptions.view, session), kLowestFps);
-  const CameraImage image = waitForImage(subscription, pOptions);
+  const StreamRequest stream = streamRequest(pOptions.view, session);
+  OXArrivals arrivals(session);
+  arrivals.look();
+  OXSubscription subscription(session, stream, std::max(pOptions.view.rate.fps, kLowestFps));
+  settleRate(session, subscription, {stream}, pOptions.view.rate, pContext.err);
+  const Judged judged = waitForImage(subscription, arrivals, pOptions);
   // Before encoding, which takes longer than the camera should stay subscribed.
   subscription.end();
-  writeFile(pOptions.output, encodePng(toPicture(image)), pContext.out);
-  report(pContext, pOptions, image);
+  noteFormat(stream, judged.image, pContext.err);
+  file.write(encodePng(toPicture(judged.image)));
+  file.commit();
+  report(pContext, pOptions, judged);
 }
 
 }  // namespace
@@ -86,9 +134,15 @@ void addSnapshot(OXCommandLine& pLine, Context& pContext) {
       .required()
       .valueName("FILE");
   addViewOptions(verb, options->view);
+  addLookRate(verb, options->view.rate);
   verb.option("--timeout", options->timeoutSeconds, "how long to wait for a frame (default 5)")
       .valueName("SECONDS")
       .range(0.0, 3600.0);
+  verb.option("--max-age", options->maxAgeSeconds,
+              "refuse an image older than this (default 2; not of a replay)")
+      .valueName("SECONDS")
+      .range(0.0, 1e9);
+  addOverwriteOption(verb, options->overwrite);
   verb.flag("--json", options->asJson, "print what was written as JSON");
   verb.onRun([&pContext, options] { run(pContext, *options); });
 }

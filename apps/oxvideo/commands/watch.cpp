@@ -4,8 +4,12 @@
 
 #include <chrono>
 #include <memory>
+#include <utility>
 
+#include <oxframework/oxdefinitions.h>
+#include <oxframework/oxerror.h>
 #include "commands/commands.h"
+#include "device/arrivals.h"
 #include "device/latencies.h"
 #include "device/viewoptions.h"
 #include "device/vocabulary.h"
@@ -20,12 +24,14 @@ namespace {
 using Clock = std::chrono::steady_clock;
 using Seconds = std::chrono::duration<double>;
 
+constexpr std::chrono::milliseconds kConnectAgain{500};
+
 struct Options {
   ViewOptions view;
-  int fps = 0;  ///< 0: the camera's current rate
   std::int64_t frames = 0;
   double timeoutSeconds = 10;
   bool asJson = false;
+  bool reconnects = false;
 };
 
 /// Counts since the last restart().
@@ -47,13 +53,27 @@ struct RequestCounts {
   }
 };
 
+/// A connection with the subscription made over it: what is lost together and made anew together.
+struct Link {
+  Link(Context& pContext, const Options& pOptions);
+
+  OXSession session;
+  StreamRequest stream;
+  OXSubscription subscription;
+  Clock::duration period;
+};
+
 class Watcher {
  public:
   Watcher(Context& pContext, const Options& pOptions);
   int run();
 
  private:
+  void xLoop();
   void xRequest();
+  void xReconnect(const std::string& pWhy);
+  void xNoteImage(const CameraImage& pImage);
+  void xNoteNothing();
   void xLine(Clock::time_point pNow);
   void xSummary(Clock::time_point pNow);
   double xAgeMs() const { return static_cast<double>(wallClockUs() - fNewestUs) / 1000; }
@@ -62,67 +82,110 @@ class Watcher {
     return fOptions.frames > 0 && Seconds(pNow - fLastFrame).count() > fOptions.timeoutSeconds;
   }
 
-  // In the order of construction: the subscription needs session and stream, and ends before them.
   Context& fContext;
   const Options& fOptions;
-  OXSession fSession;
-  StreamRequest fStream;
-  OXSubscription fSubscription;
-  Clock::duration fPeriod;
+  std::unique_ptr<Link> fLink;  ///< null while there is no broker
+  const StreamRequest fStream;
+  bool fNotedImage = false, fNotedNothing = false;
   RequestCounts fSecond, fTotal;
   int fLines = 0;
   std::int64_t fNewestUs = 0;  ///< time stamp of the newest frame; 0: none yet
   Clock::time_point fLastFrame, fNextRequest;
 };
 
-int frameRate(const Options& pOptions, OXSession& pSession) {
-  return pOptions.fps > 0 ? pOptions.fps
-                          : pSession.device("getFrameRate", pOptions.view.camera).toInt();
+int frameRate(const ViewOptions& pView, OXSession& pSession) {
+  return pView.rate.fps > 0 ? pView.rate.fps
+                            : pSession.device("getFrameRate", pView.camera).toInt();
+}
+
+Link::Link(Context& pContext, const Options& pOptions)
+    : session(pContext.broker, "watch"),
+      stream(streamRequest(pOptions.view, session)),
+      subscription(session, stream, frameRate(pOptions.view, session)) {
+  settleRate(session, subscription, {stream}, pOptions.view.rate, pContext.err);
+  // The device may have chosen another rate than requested.
+  const int fps = session.device("getFrameRate", subscription.id()).toInt();
+  period = std::chrono::duration_cast<Clock::duration>(Seconds(1.0 / std::max(fps, 1)));
 }
 
 Watcher::Watcher(Context& pContext, const Options& pOptions)
     : fContext(pContext),
       fOptions(pOptions),
-      fSession(pContext.broker, "watch"),
-      fStream(streamRequest(pOptions.view, fSession)),
-      fSubscription(fSession, fStream, frameRate(pOptions, fSession)) {
-  // The device may have chosen another rate than requested.
-  const int fps = fSession.device("getFrameRate", fSubscription.id()).toInt();
-  fPeriod = std::chrono::duration_cast<Clock::duration>(Seconds(1.0 / std::max(fps, 1)));
+      fLink(std::make_unique<Link>(pContext, pOptions)),
+      fStream(fLink->stream) {}
+
+/// The first image tells what came; later ones are alike.
+void Watcher::xNoteImage(const CameraImage& pImage) {
+  if (std::exchange(fNotedImage, true)) return;
+  if (fOptions.view.resolution.empty())
+    fContext.err.tryLine(fmt::format("camera {} runs at {}", fStream.camera,
+                                     sizeText({pImage.width, pImage.height})));
+  else
+    noteFormat(fStream, pImage, fContext.err);
+}
+
+void Watcher::xNoteNothing() {
+  if (std::exchange(fNotedNothing, true)) return;
+  OXArrivals arrivals(fLink->session);
+  arrivals.look();
+  if (const std::string why = arrivals.whyNothing(fStream.camera); !why.empty())
+    fContext.err.tryLine(fmt::format("no frame from camera {}: {}", fStream.camera, why));
 }
 
 /// Makes one request and schedules the next: just before a new frame can arrive, then every tenth
 /// of a period, so that every frame is seen, at most that much late, and few are transferred twice.
 void Watcher::xRequest() {
   const auto asked = Clock::now();
-  const auto image = fSubscription.image();
+  const auto image = fLink->subscription.image();
   const auto answered = Clock::now();
   for (RequestCounts* counts : {&fSecond, &fTotal})
     counts->latencies.add(Seconds(answered - asked).count());
   if (!image) {
     ++fSecond.empty;
     ++fTotal.empty;
-    fNextRequest = answered + fPeriod / 10;
+    xNoteNothing();
+    fNextRequest = answered + fLink->period / 10;
   } else if (image->timestampUs == fNewestUs) {
-    fNextRequest = answered + fPeriod / 10;
+    fNextRequest = answered + fLink->period / 10;
   } else {
     ++fSecond.frames;
     ++fTotal.frames;
     fNewestUs = image->timestampUs;
+    xNoteImage(*image);
     fLastFrame = answered;
     // Counted from the request and not its reply, whose latency must not slow the rhythm.
-    fNextRequest = asked + fPeriod * 9 / 10;
+    fNextRequest = asked + fLink->period * 9 / 10;
   }
 }
 
-int Watcher::run() {
+/// Makes the connection and the subscription anew, until that works or a signal comes.
+void Watcher::xReconnect(const std::string& pWhy) {
+  const auto lost = Clock::now();
+  fLink.reset();
+  fContext.err.tryLine("lost the broker: " + printable(pWhy) + "; trying again");
+  while (!fLink && OXInterrupt::waitUntil(Clock::now() + kConnectAgain)) try {
+      fLink = std::make_unique<Link>(fContext, fOptions);
+    } catch (const OXFailure&) {
+      // Nobody listens there yet.
+    } catch (const OXError&) {
+      // It listens, and has no device yet.
+    }
+  if (!fLink) return;
+  fContext.err.tryLine(
+      fmt::format("connected again after {:.1f} s", Seconds(Clock::now() - lost).count()));
   fNextRequest = fLastFrame = Clock::now();
-  fSecond.restart(fNextRequest);
-  fTotal.restart(fNextRequest);
+}
+
+void Watcher::xLoop() {
   auto nextLine = fNextRequest + std::chrono::seconds(1);
   while (!xDone() && OXInterrupt::waitUntil(std::min(fNextRequest, nextLine))) {
     auto now = Clock::now();
-    if (now >= fNextRequest) xRequest();
+    if (now >= fNextRequest) try {
+        xRequest();
+      } catch (const OXError& error) {
+        if (!fOptions.reconnects || fLink->session.isConnected()) throw;
+        xReconnect(error.what());
+      }
     now = Clock::now();
     if (xStarved(now)) break;
     if (now < nextLine) continue;
@@ -131,9 +194,16 @@ int Watcher::run() {
     // After a stall lines continue at the next full second instead of catching up.
     while (nextLine <= now) nextLine += std::chrono::seconds(1);
   }
+}
+
+int Watcher::run() {
+  fNextRequest = fLastFrame = Clock::now();
+  fSecond.restart(fNextRequest);
+  fTotal.restart(fNextRequest);
+  xLoop();
   const auto end = Clock::now();
   // Unsubscribe before printing: the output may be a pipe that blocks.
-  fSubscription.end();
+  if (fLink) fLink->subscription.end();
   xSummary(end);
   // A signal is the normal end unless a number of frames was asked for.
   if (OXInterrupt::requested() && fOptions.frames > 0 && !xDone()) return OXInterrupt::status();
@@ -169,6 +239,12 @@ void Watcher::xLine(Clock::time_point pNow) {
                   fSecond.empty > 0 ? fmt::format("  {} without a frame", fSecond.empty) : ""));
 }
 
+FrameSize sizeOf(const StreamRequest& pStream) {
+  FrameSize size;
+  setSizeFromResolution(pStream.resolution, size.width, size.height);
+  return size;
+}
+
 void Watcher::xSummary(Clock::time_point pNow) {
   const double median = fTotal.latencies.median() * 1000;
   const double worst = fTotal.latencies.percentile(0.99) * 1000;
@@ -176,6 +252,7 @@ void Watcher::xSummary(Clock::time_point pNow) {
     fContext.out.line(OXJson({{"summary",
                                {{"camera", fStream.camera},
                                 {"resolution", resolutionName(fStream.resolution)},
+                                {"size", sizeText(sizeOf(fStream))},
                                 {"colorspace", colorSpaceName(fStream.colorSpace)},
                                 {"seconds", fTotal.seconds(pNow)},
                                 {"frames", fTotal.frames},
@@ -208,10 +285,11 @@ void addWatch(OXCommandLine& pLine, Context& pContext) {
                          "come, with 130 (SIGINT)."});
   const auto options = std::make_shared<Options>();
   addViewOptions(verb, options->view);
-  verb.option("--fps", options->fps,
+  verb.option("--fps", options->view.rate.fps,
               "frames per second, 5 to 30 (default: the camera's current rate)")
       .valueName("F")
       .range(1, 255);
+  addForceFps(verb, options->view.rate);
   verb.option("--frames", options->frames,
               "stop after this many frames (default: run until stopped)")
       .valueName("N")
@@ -220,6 +298,8 @@ void addWatch(OXCommandLine& pLine, Context& pContext) {
               "with --frames: fail if none arrives for this long (default 10)")
       .valueName("SECONDS")
       .range(0.0, 86400.0);
+  verb.flag("--reconnect", options->reconnects,
+            "when the broker ends, wait for the next one and go on");
   verb.flag("--json", options->asJson, "print one JSON object per line, a summary last");
   verb.onRun([&pContext, options] {
     checkNames(options->view);

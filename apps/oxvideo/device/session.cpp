@@ -47,7 +47,9 @@ OXValue::Array column(const std::vector<StreamRequest>& pStreams, int StreamRequ
 }  // namespace
 
 OXSession::OXSession(const std::string& pAddress, const std::string& pVerb)
-    : fName(fmt::format("oxvideo_{}_{}", pVerb, ::getpid())), fBroker(connectTo(pAddress)) {
+    : fAddress(pAddress),
+      fName(fmt::format("oxvideo_{}_{}", pVerb, ::getpid())),
+      fBroker(connectTo(pAddress)) {
   fBroker->setTimeout(kAnswerLimit);
   // Shown in the broker's records, and in the event that it raises when this connection ends.
   call("OXBroker", "setClientName", OXValue::array(fName));
@@ -59,6 +61,14 @@ OXValue OXSession::call(const std::string& pModule, const std::string& pMethod,
 }
 
 std::string OXSession::nextSubscriberId() { return fmt::format("{}_{}", fName, ++fSubscriptions); }
+
+bool OXSession::isLocal() const {
+  for (const char* begin : {"unix:", "127.", "localhost:", "[::1]:"})
+    if (fAddress.starts_with(begin)) return true;
+  return false;
+}
+
+bool OXSession::isConnected() const { return fBroker->isConnected(); }
 
 bool OXSession::hasModule(const std::string& pName) {
   if (!fModules) {

@@ -30,6 +30,11 @@ class OXSession {
     return call("OXVideoDevice", pMethod, OXValue::array(std::forward<Arguments>(pArguments)...));
   }
 
+  /// Whether the broker is on this machine, by its address: its files are then ours too.
+  bool isLocal() const;
+  /// Whether the connection still stands: when not, every call throws.
+  bool isConnected() const;
+
   /// Whether the broker has a module. Asks once: what is loaded later is not seen.
   bool hasModule(const std::string& pName);
 
@@ -46,6 +51,7 @@ class OXSession {
  private:
   bool xDeviceHas(const std::string& pMethod);
 
+  std::string fAddress;
   std::string fName;
   int fSubscriptions = 0;
   std::optional<std::vector<std::string>> fModules;

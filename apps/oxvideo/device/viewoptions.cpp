@@ -21,6 +21,21 @@ void addViewOptions(OXVerb& pVerb, ViewOptions& pOptions) {
       .valueName("NAME");
 }
 
+void addForceFps(OXVerb& pVerb, RateWish& pWish) {
+  pVerb.flag("--force-fps", pWish.force,
+             "ask for --fps again after the subscription, which starts at 5 a second at 1280x960");
+}
+
+void addLookRate(OXVerb& pVerb, RateWish& pWish) {
+  pVerb
+      .option("--fps", pWish.fps,
+              "rate to subscribe with, images a second; it stays with the camera (default 5, which "
+              "changes nothing)")
+      .valueName("F")
+      .range(1, 255);
+  addForceFps(pVerb, pWish);
+}
+
 /// Apart from streamRequest(), which needs a session: misspelt names are usage errors without one.
 void checkNames(const ViewOptions& pOptions) {
   parseColorSpace(pOptions.colorSpace);

@@ -3,6 +3,7 @@
 
 #include <string>
 
+#include "device/outcome.h"
 #include "device/session.h"
 #include "terminal/arguments.h"
 
@@ -12,7 +13,13 @@ struct ViewOptions {
   int camera = 0;
   std::string resolution;  ///< empty: the camera's current one
   std::string colorSpace = "kRGB";
+  RateWish rate;
 };
+
+/// Adds --force-fps, beside the --fps of the verb.
+void addForceFps(OXVerb& pVerb, RateWish& pWish);
+/// Adds both, for a verb that looks once.
+void addLookRate(OXVerb& pVerb, RateWish& pWish);
 
 /// Adds --camera, --resolution and --colorspace.
 void addViewOptions(OXVerb& pVerb, ViewOptions& pOptions);
