@@ -19,6 +19,7 @@ namespace OX {
 
 class OXBrokerManager;
 class OXCallerContext;
+class OXConnections;
 class OXModuleCore;
 class OXProxy;
 class OXThreadPool;
@@ -89,6 +90,12 @@ class OX_API OXBroker : public boost::enable_shared_from_this<OXBroker> {
   void addEndpoint(const void* pOwner, const std::string& pName, Endpoint pEndpoint);
   void removeEndpoint(const void* pOwner);
 
+  /// Who owns an id that a module keeps for its callers (OXOwnership): the client name of the
+  /// connection, without one its address. Empty when it is nobody's, or unknown.
+  std::string getOwner(const std::string& pModule, const std::string& pId) const;
+  /// The remote connections, for the transport and the module "OXBroker". Never null.
+  const boost::shared_ptr<OXConnections>& xConnections() const { return fConnections; }
+
   /// Refuses further tasks, waits at most 20 s for the queued ones (those that have not started by
   /// then are dropped), then releases the modules, the last registered first. May be called more
   /// than once, and from a task, for which it does not wait.
@@ -106,6 +113,7 @@ class OX_API OXBroker : public boost::enable_shared_from_this<OXBroker> {
 
   OXBrokerOptions fOptions;
   std::unique_ptr<OXThreadPool> fThreads;
+  const boost::shared_ptr<OXConnections> fConnections;
   mutable detail::Mutex fGuard;  ///< never held during a call
   /// In the order of registration.
   std::vector<boost::shared_ptr<OXModuleCore>> fModules OX_GUARDED_BY(fGuard);

@@ -4,6 +4,8 @@
 #include <boost/enable_shared_from_this.hpp>
 #include <boost/shared_ptr.hpp>
 #include <boost/weak_ptr.hpp>
+#include <cstdint>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -14,6 +16,28 @@
 namespace OX {
 
 class OXBroker;
+
+/// What a module keeps for its callers under ids, and how it ends that when they are gone.
+///
+/// A remote connection owns the ids that it acquires, and when it ends, in whatever way, the broker
+/// ends them. Each call of an acquiring method has a number, getAcquisition(), that is never used
+/// again; the module stores it beside the id that the call makes. A local call has number 0: what
+/// it acquires is nobody's and stays, as does what a connection with
+/// OXBroker.keepSubscriptions(true) acquires.
+///
+///   declareOwnership({.acquiring = {"open"},
+///                     .returning = {"close", "closeAll"},
+///                     .findId = [this](std::uint64_t pNumber) { return idOf(pNumber); },
+///                     .end = [this](std::uint64_t pNumber) { return endNow(pNumber); }});
+struct OXOwnership {
+  std::vector<std::string> acquiring;  ///< methods that make an id for their caller
+  std::vector<std::string> returning;  ///< methods after which an id may be gone, by any caller
+  /// The id that the call of this number made; empty when it made none, or when that is gone.
+  std::function<std::string(std::uint64_t)> findId;
+  /// Ends that id at once, whatever its client still has under it; true also when it is gone. False
+  /// when a call that is under way keeps it: the broker asks again soon. Waits for no client.
+  std::function<bool(std::uint64_t)> end;
+};
 
 /// A named table of published methods. The constructor of the derived class fills the table, which
 /// does not change after initModule() has registered the module. From then on calls may arrive on
@@ -44,6 +68,8 @@ class OX_API OXModuleCore : public boost::enable_shared_from_this<OXModuleCore> 
   const std::vector<OXMethodInfo::Example>& getModuleExamples() const { return fExamples; }
   /// All published methods in the order of binding.
   const std::vector<OXMethodInfo>& getMethods() const { return fMethods; }
+  /// Empty unless the module declared one.
+  const OXOwnership& getOwnership() const { return fOwnership; }
 
  protected:
   void setModuleDescription(const std::string& pText) { fDescription = pText; }
@@ -53,7 +79,14 @@ class OX_API OXModuleCore : public boost::enable_shared_from_this<OXModuleCore> 
   /// (oxvalue/detail/publication.h has an example). Throws OXError as bindMethod() does.
   void publish(std::vector<OXMethodInfo> pMethods);
 
-  // The same step by step, one method at a time.
+  /// In the constructor, after the methods were published. Both functions are thread-safe. Throws
+  /// OXError when a function is missing, or a method of that name is not published.
+  void declareOwnership(OXOwnership pOwnership);
+  /// The number of the acquiring call that runs on this thread, see OXOwnership; 0 when nobody will
+  /// own what is acquired.
+  static std::uint64_t getAcquisition();
+
+  // What publish() does step by step, one method at a time.
 
   /// Starts the description of a method; completeAndCheck() then adds the types of its signature,
   /// and bindMethod() or bindMethodOverload() publishes it (oxvalue/detail/oxfunctor.h has an
@@ -77,6 +110,7 @@ class OX_API OXModuleCore : public boost::enable_shared_from_this<OXModuleCore> 
   std::vector<OXMethodInfo::Example> fExamples;
   OXMethodInfo fCurrent;
   std::vector<OXMethodInfo> fMethods;
+  OXOwnership fOwnership;
 };
 
 /// The base of modules that are loaded from libraries.

@@ -13,6 +13,7 @@
 #include <oxframework/oxlog.h>
 #include <oxframework/oxmodule.h>
 #include <oxframework/oxproxies.h>
+#include "connections.h"
 #include "services/brokermodule.h"
 #include "threadpool.h"
 
@@ -63,7 +64,9 @@ class LocalProxy : public OXProxy {
 }  // namespace
 
 OXBroker::OXBroker(const OXBrokerOptions& pOptions)
-    : fOptions(pOptions), fThreads(std::make_unique<OXThreadPool>(pOptions.maxThreads)) {}
+    : fOptions(pOptions),
+      fThreads(std::make_unique<OXThreadPool>(pOptions.maxThreads)),
+      fConnections(boost::make_shared<OXConnections>()) {}
 
 OXBroker::~OXBroker() { shutdown(); }
 
@@ -133,9 +136,10 @@ std::vector<std::string> OXBroker::getModuleList() const {
 
 OXValue OXBroker::call(const std::string& pModule, const std::string& pMethod,
                        const OXValue& pArguments) {
-  // The call may outlive this broker, so only the module is used from here on.
   const boost::shared_ptr<OXModuleCore> module = getModule(pModule);
   if (!module) raiseError("OXBroker", "call", "There is no module \"" + pModule + "\"");
+  // The call may outlive this broker, so only these are used from here on.
+  const boost::shared_ptr<OXConnections> connections = fConnections;
   OXValue result;
   try {
     module->execute(pMethod, pArguments, result);
@@ -145,6 +149,9 @@ OXValue OXBroker::call(const std::string& pModule, const std::string& pMethod,
     // A module that overrides execute() may throw anything.
     raiseError(pModule, pMethod, std::string("The method failed: ") + error.what());
   }
+  const std::vector<std::string>& returning = module->getOwnership().returning;
+  if (std::find(returning.begin(), returning.end(), pMethod) != returning.end())
+    connections->dropEnded(*module);
   return result;
 }
 
@@ -196,6 +203,11 @@ void OXBroker::removeEndpoint(const void* pOwner) {
       [pOwner](const NamedEndpoint& pEndpoint) { return pEndpoint.owner != pOwner; });
   leaving.assign(std::make_move_iterator(first), std::make_move_iterator(fEndpoints.end()));
   fEndpoints.erase(first, fEndpoints.end());
+}
+
+std::string OXBroker::getOwner(const std::string& pModule, const std::string& pId) const {
+  const OXCaller owner = fConnections->findOwner(pModule, pId);
+  return owner.name.empty() ? describeAddress(owner) : owner.name;
 }
 
 void OXBroker::shutdown() {

@@ -1,9 +1,13 @@
 // The table of methods that a module publishes, and the hooks that a host may call.
 #include <oxframework/oxmodule.h>
 
+#include <algorithm>
+#include <utility>
+
 #include <oxframework/oxbroker.h>
 #include <oxframework/oxerror.h>
 #include <oxframework/version.h>
+#include "connections.h"
 
 namespace OX {
 
@@ -38,6 +42,20 @@ void OXModuleCore::publish(std::vector<OXMethodInfo> pMethods) {
     bindMethod(std::move(fCurrent.functor));
   }
 }
+
+void OXModuleCore::declareOwnership(OXOwnership pOwnership) {
+  if (!pOwnership.findId || !pOwnership.end)
+    raiseError(fName, "declareOwnership", "Ids can't be owned without findId and end");
+  // A slip in a name would leave what it acquires to nobody, which no test of the module shows.
+  for (const auto* const names : {&pOwnership.acquiring, &pOwnership.returning})
+    for (const std::string& name : *names)
+      if (std::none_of(fMethods.begin(), fMethods.end(),
+                       [&](const OXMethodInfo& pMethod) { return pMethod.name == name; }))
+        raiseError(fName, "declareOwnership", "There is no method \"" + name + "\"");
+  fOwnership = std::move(pOwnership);
+}
+
+std::uint64_t OXModuleCore::getAcquisition() { return OXConnections::getAcquisition(); }
 
 void OXModuleCore::functionName(const std::string& pName, const std::string& pClass,
                                 const std::string& pDescription, int pFlags) {

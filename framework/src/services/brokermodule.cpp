@@ -4,6 +4,7 @@
 #include <oxframework/oxbroker.h>
 #include <oxframework/oxerror.h>
 #include <oxvalue/detail/publication.h>
+#include "broker/connections.h"
 
 namespace OX {
 namespace {
@@ -74,6 +75,43 @@ std::vector<OXPublication<OXBrokerModule>> publications() {
        .method = operation(&OXModuleCore::version),
        .result = {"version", "MAJOR.MINOR.PATCH"},
        .examples = {{"shell", "oxvideo call OXBroker version"}}},
+      {.name = "keepSubscriptions",
+       .description =
+           "Whether what this connection subscribes from now on stays when the connection ends. At "
+           "first it does not: a connection owns its subscriptions, and they end with it",
+       .method = operation(&OXBrokerModule::keepSubscriptions),
+       .parameters = {{"keep",
+                       "true: they are nobody's and stay until somebody unsubscribes them"}},
+       .examples = {{"shell", "oxvideo call --keep OXVideoDevice subscribeCamera mine 0 2 11 15"}}},
+      {.name = "onDisconnect",
+       .description =
+           "Leaves a last will: a call that the broker makes when this connection has ended, in "
+           "whatever way, before it ends the connection's subscriptions. A connection has 64 at "
+           "most, which have 5 s for all together; one that fails does not keep the others from "
+           "running. None runs when the broker itself ends",
+       .method = operation(&OXBrokerModule::onDisconnect),
+       .parameters = {{"module", "name of a module, as getModuleList returns it"},
+                      {"method", "name of one of its methods"},
+                      {"arguments", "array of the method's arguments"}},
+       .result = {"id", "unique in the broker, for cancelOnDisconnect"},
+       .examples = {{"C++",
+                     "int will = remote->getProxy(\"OXBroker\")->call(\"onDisconnect\", "
+                     "\"OXVideoDevice\", \"stopFrameGrabber\", OXValue::array(0)).toInt();"}}},
+      {.name = "cancelOnDisconnect",
+       .description = "Takes back a last will of this connection",
+       .method = operation(&OXBrokerModule::cancelOnDisconnect),
+       .parameters = {{"id", "as onDisconnect returned it"}},
+       .result = {"cancelled", "false when this connection has no last will of that id"},
+       .examples = {{"C++",
+                     "remote->getProxy(\"OXBroker\")->call(\"cancelOnDisconnect\", will);"}}},
+      {.name = "getConnections",
+       .description = "Lists the connections of clients in other processes, the oldest first",
+       .method = operation(&OXBrokerModule::getConnections),
+       .result = {"connections",
+                  "array with one array a connection: number, address (\"HOST:PORT\", or "
+                  "\"unix:PATH (process ID, user ID)\"), client name or \"\", seconds since it "
+                  "began, calls, MiB received, MiB sent, array of the ids that it owns"},
+       .examples = {{"shell", "oxvideo call OXBroker getConnections"}}},
   };
 }
 
@@ -88,20 +126,20 @@ OXBrokerModule::OXBrokerModule(boost::shared_ptr<OXBroker> pBroker)
 }
 
 // The broker is held for one call only: it owns this module, which must not own it in turn.
+boost::shared_ptr<OXBroker> OXBrokerModule::xBroker(const char* pFunction) {
+  boost::shared_ptr<OXBroker> broker = getParentBroker();
+  if (!broker) raiseError("OXBroker", pFunction, "The broker has ended");
+  return broker;
+}
+
 boost::shared_ptr<OXModuleCore> OXBrokerModule::xFind(const std::string& pModule,
                                                       const char* pFunction) {
-  const boost::shared_ptr<OXBroker> broker = getParentBroker();
-  if (!broker) raiseError("OXBroker", pFunction, "The broker has ended");
-  boost::shared_ptr<OXModuleCore> module = broker->getModule(pModule);
+  boost::shared_ptr<OXModuleCore> module = xBroker(pFunction)->getModule(pModule);
   if (!module) raiseError("OXBroker", pFunction, "There is no module \"" + pModule + "\"");
   return module;
 }
 
-OXValue OXBrokerModule::getModuleList() {
-  const boost::shared_ptr<OXBroker> broker = getParentBroker();
-  if (!broker) raiseError("OXBroker", "getModuleList", "The broker has ended");
-  return broker->getModuleList();
-}
+OXValue OXBrokerModule::getModuleList() { return xBroker("getModuleList")->getModuleList(); }
 
 OXValue OXBrokerModule::getMethodList(const std::string& pModule) {
   OXValue::Array methods;
@@ -127,5 +165,49 @@ void OXBrokerModule::setClientName(const std::string& pName) {
 
 // Goes through dispatch like any call, so that its time is that of the whole way.
 bool OXBrokerModule::ping() { return true; }
+
+int OXBrokerModule::xConnection(const char* pFunction) {
+  const OXCallerContext* const caller = OXCallerContext::current();
+  if (!caller)
+    raiseError("OXBroker", pFunction,
+               "Only a connection can ask for this; this call is a local one");
+  return caller->getCaller().connection;
+}
+
+void OXBrokerModule::keepSubscriptions(bool pKeep) {
+  xBroker("keepSubscriptions")->xConnections()->setOwning(xConnection("keepSubscriptions"), !pKeep);
+}
+
+int OXBrokerModule::onDisconnect(const std::string& pModule, const std::string& pMethod,
+                                 const OXValue& pArguments) {
+  const int connection = xConnection("onDisconnect");
+  if (!pArguments.isArray())
+    raiseError("OXBroker", "onDisconnect", "The arguments of a last will are an array");
+  // A mistake fails here, where there is still somebody to be told.
+  selectMethod(pModule, xFind(pModule, "onDisconnect")->getMethods(), pMethod, pArguments);
+  return xBroker("onDisconnect")
+      ->xConnections()
+      ->addWill(connection, {0, pModule, pMethod, pArguments});
+}
+
+bool OXBrokerModule::cancelOnDisconnect(int pId) {
+  return xBroker("cancelOnDisconnect")
+      ->xConnections()
+      ->cancelWill(xConnection("cancelOnDisconnect"), pId);
+}
+
+OXValue OXBrokerModule::getConnections() {
+  constexpr float kMiB = 1024 * 1024;
+  OXValue::Array connections;
+  for (const auto& one : xBroker("getConnections")->xConnections()->list()) {
+    const OXConnectionState& state = one.state;
+    OXValue::Array ids(one.ids.begin(), one.ids.end());
+    connections.push_back(OXValue::array(
+        state.caller.connection, describeAddress(state.caller), state.caller.name,
+        static_cast<int>(one.age.count()), state.calls, static_cast<float>(state.bytesIn) / kMiB,
+        static_cast<float>(state.bytesOut) / kMiB, OXValue(std::move(ids))));
+  }
+  return connections;
+}
 
 }  // namespace OX

@@ -26,8 +26,23 @@ class OXBrokerModule : public OXModule {
   void setClientName(const std::string& pName);
   /// True.
   bool ping();
+  // What concerns the connection of the call; a local call, which has none, throws OXError.
+
+  /// With true, what this connection acquires from now on is nobody's (OXOwnership).
+  void keepSubscriptions(bool pKeep);
+  /// Makes a call when the connection has ended, and returns an id for cancelOnDisconnect().
+  /// pArguments is an array. Throws OXError when there is no such method, and beyond 64.
+  int onDisconnect(const std::string& pModule, const std::string& pMethod,
+                   const OXValue& pArguments);
+  /// False when the connection has no last will of that id.
+  bool cancelOnDisconnect(int pId);
+  /// One array per connection, the oldest first: number, address, name, seconds since its begin,
+  /// calls, MiB in, MiB out, [ids that it owns].
+  OXValue getConnections();
 
  private:
+  boost::shared_ptr<OXBroker> xBroker(const char* pFunction);
+  static int xConnection(const char* pFunction);
   boost::shared_ptr<OXModuleCore> xFind(const std::string& pModule, const char* pFunction);
 };
 

@@ -83,6 +83,7 @@ void MessageStream::xRead() {
 }
 
 void MessageStream::xReceived(std::size_t pSize) {
+  fBytesIn += pSize;
   fReceived.commit(pSize);
   xProceed();
 }
@@ -165,6 +166,7 @@ void MessageStream::xWrite() {
 void MessageStream::xWritten(std::size_t pSize) {
   const std::size_t messages = fWriting.size();
   fWriting.clear();
+  fBytesOut += pSize;
   fWaitingBytes -= pSize;
   fWaitingMessages -= messages;
   xGuarded([this] {

@@ -11,6 +11,7 @@
 #include <boost/asio/io_context.hpp>
 #include <boost/enable_shared_from_this.hpp>
 #include <boost/shared_ptr.hpp>
+#include <cstdint>
 #include <deque>
 #include <string>
 #include <vector>
@@ -67,6 +68,9 @@ class MessageStream : public boost::enable_shared_from_this<MessageStream> {
   bool xIsKeepingUp() const;
   /// Messages that are queued and not yet handed to the system.
   std::size_t xCountWaiting() const { return fWaitingMessages.load(); }
+  /// Since the beginning. Thread-safe.
+  std::uint64_t xBytesIn() const { return fBytesIn; }
+  std::uint64_t xBytesOut() const { return fBytesOut; }
   const OXWireLimits& xLimits() const { return fLimits; }
   boost::asio::io_context& xIo() { return *fIo; }
 
@@ -95,6 +99,8 @@ class MessageStream : public boost::enable_shared_from_this<MessageStream> {
   std::vector<OutgoingMessage> fWriting;  ///< being written to the socket
   std::atomic<std::size_t> fWaitingBytes{0};
   std::atomic<std::size_t> fWaitingMessages{0};
+  std::atomic<std::uint64_t> fBytesIn{0};
+  std::atomic<std::uint64_t> fBytesOut{0};
 };
 
 /// Runs until nothing is left to do. A handler that throws is logged and does not end the others.

@@ -1,5 +1,6 @@
-// Calls run on the broker's threads, everything else on the io thread; what both touch is the name,
-// under its lock. The broker is held weakly throughout: a connection must not keep it from ending.
+// Calls run on the broker's threads, everything else on the io thread, which never waits; what both
+// touch is the name, under its lock. The broker is held weakly throughout: a connection must not
+// keep it from ending.
 #include "connection.h"
 
 #include <algorithm>
@@ -16,9 +17,15 @@ namespace {
 constexpr char kCategory[] = "ox.transport";
 constexpr char kMemory[] = "OXMemory";
 
-// How long the event of a disconnected client waits for that client's calls to end. What they set
-// up for it should exist before its subscribers clean up.
+// How long cleaning up after a client waits for that client's calls to end. What they set up for it
+// should exist before that.
 constexpr std::chrono::seconds kGrace(1);
+// For all last wills of a connection together.
+constexpr std::chrono::seconds kWillsLimit(5);
+// What a call under way keeps is tried again this often.
+constexpr std::chrono::milliseconds kGiveBackPause(50);
+// How long the event waits at most until nothing is left to give back.
+constexpr std::chrono::seconds kAnnounceLimit(3);
 
 void raiseClientDisconnected(OXBroker& pBroker, const std::string& pName) {
   try {
@@ -30,32 +37,47 @@ void raiseClientDisconnected(OXBroker& pBroker, const std::string& pName) {
   }
 }
 
-/// Never the same in one process, and so in one broker.
-int nextNumber() {
-  static std::atomic<int> last{0};
-  return ++last;
-}
-
 OXError shutdownError(const OXSourceLocation& pWhere = OXSourceLocation::current()) {
   return OXError("OXServer", "call", "The broker is shutting down", pWhere);
+}
+
+boost::shared_ptr<OXConnections> connectionsOf(const ServerCore& pCore) {
+  const auto broker = pCore.broker.lock();
+  // Of a broker that has ended nothing is called, and so nothing is acquired.
+  return broker ? broker->xConnections() : boost::make_shared<OXConnections>();
 }
 
 }  // namespace
 
 Connection::Connection(const boost::shared_ptr<ServerCore>& pCore, Socket&& pSocket,
-                       OXCaller pClient, EndHandler pOnEnd)
+                       OXCaller pClient, Handlers pHandlers)
     : MessageStream({pCore, &pCore->io}, std::move(pSocket), pCore->limits),
       fCore(pCore),
-      fOnEnd(std::move(pOnEnd)),
-      fGrace(pCore->io),
-      fClient(std::move(pClient)) {
-  fClient.connection = nextNumber();
-}
+      fConnections(connectionsOf(*pCore)),
+      fHandlers(std::move(pHandlers)),
+      fTimer(pCore->io),
+      fClient(std::move(pClient)) {}
 
 Connection::~Connection() = default;
 
 boost::shared_ptr<Connection> Connection::xThis() {
   return boost::static_pointer_cast<Connection>(shared_from_this());
+}
+
+void Connection::begin() {
+  fNumber = fConnections->add([weak = boost::weak_ptr<Connection>(xThis())] {
+    const auto self = weak.lock();
+    return self ? self->xState() : OXConnectionState();
+  });
+  {
+    const detail::MutexLock guard(fNameGuard);
+    fClient.connection = fNumber;
+  }
+  start();
+}
+
+OXConnectionState Connection::xState() const {
+  return {getCaller(), fCalls, xBytesIn(), xBytesOut()};
 }
 
 std::string Connection::getPeer() const {
@@ -85,6 +107,7 @@ void Connection::onMessage(IncomingMessage&& pMessage) {
     throw WireViolation("malformed message: an answer without a request");
   const auto message = boost::make_shared<const IncomingMessage>(std::move(pMessage));
   const auto broker = fCore->broker.lock();
+  ++fCalls;
   if (broker && broker->post([self = xThis(), message] { self->xRun(*message); })) {
     ++fRunning;  // its end is counted on this thread too, so not before this
     return;
@@ -127,7 +150,7 @@ OXValue Connection::xCall(const IncomingMessage& pMessage) {
   if (!pMessage.problem.empty()) raiseError(pMessage.target, pMessage.method, pMessage.problem);
   const auto broker = fCore->broker.lock();
   if (!broker) throw shutdownError();
-  return broker->call(pMessage.target, pMessage.method, pMessage.value);
+  return fConnections->call(*broker, fNumber, pMessage.target, pMessage.method, pMessage.value);
 }
 
 void Connection::xNotified(const IncomingMessage& pNotification) {
@@ -152,8 +175,9 @@ bool Connection::xIsKnown(const IncomingMessage& pMessage) const {
 
 void Connection::xFinished() {
   --fRunning;
-  if (xHasEnded() && fRunning == 0) return xAnnounceEnd();
-  xProceed();
+  if (fPhase == Phase::kOpen) return xProceed();
+  if (fPhase == Phase::kCallsEnd && fRunning == 0) return xCleanUp();
+  if (fPhase == Phase::kGivingBack) xGiveBack();  // what the call acquired
 }
 
 // ---- the client's name, its events, its end ----
@@ -197,15 +221,114 @@ void Connection::onEnd(const std::string& pReason) {
     fGone = true;
     if (broker) broker->removeEndpoint(this);
   }
-  fOnEnd(xThis());
-  if (fRunning == 0) return xAnnounceEnd();
-  fGrace.expires_after(kGrace);
-  fGrace.async_wait([self = xThis()](const boost::system::error_code&) { self->xAnnounceEnd(); });
+  fConnections->end(fNumber);
+  fPhase = Phase::kCallsEnd;
+  fHandlers.ended(xThis());
+  if (fRunning == 0) return xCleanUp();
+  xAfter(kGrace, &Connection::xCleanUp);
+}
+
+void Connection::endWithServer() {
+  fEndsWithServer = true;
+  xEnd("the server is closing");
+  // It had ended before.
+  if (fPhase == Phase::kWills || fPhase == Phase::kGivingBack) xForget();
+}
+
+// ---- cleaning up: on the io thread unless told otherwise ----
+
+void Connection::xAfter(std::chrono::milliseconds pDelay, void (Connection::*pStep)()) {
+  fTimer.expires_after(pDelay);
+  // A timer that has just expired can't be cancelled any more, hence the look at the phase.
+  fTimer.async_wait(
+      [self = xThis(), phase = fPhase, pStep](const boost::system::error_code& pError) {
+        if (!pError && self->fPhase == phase) ((*self).*pStep)();
+      });
+}
+
+void Connection::xCleanUp() {
+  if (fEndsWithServer) return xForget();
+  fPhase = Phase::kWills;
+  auto wills = fConnections->takeWills(fNumber);
+  const auto broker = fCore->broker.lock();
+  if (wills.empty() || !broker) return xBeginGivingBack();
+  if (!broker->post([self = xThis(), wills = std::move(wills)] { self->xRunWills(wills); }))
+    return xForget();
+  ++fRunning;
+  xAfter(kWillsLimit, &Connection::xBeginGivingBack);
+}
+
+/// On a thread of the broker.
+void Connection::xRunWills(const std::vector<OXLastWill>& pWills) {
+  const auto deadline = std::chrono::steady_clock::now() + kWillsLimit;
+  const OXCallerContext::Scope scope(this);
+  for (const OXLastWill& will : pWills) {
+    try {
+      const auto broker = fCore->broker.lock();
+      if (!broker) break;
+      if (std::chrono::steady_clock::now() >= deadline)
+        raiseError("OXBroker", "onDisconnect",
+                   "not called: the last wills of a connection have " +
+                       std::to_string(kWillsLimit.count()) + " s for all together");
+      fConnections->call(*broker, fNumber, will.module, will.method, will.arguments);
+    } catch (const std::exception& error) {
+      ki::log::LogStream(ki::log::kWarning, kCategory, "", "lastWill", __LINE__)
+          << "The last will " << will.module << "." << will.method << " of " << getPeer()
+          << " failed: " << error.what();
+    }
+  }
+  boost::asio::post(xIo(), [weak = weak_from_this()] {
+    if (const auto self = weak.lock()) static_cast<Connection&>(*self).xWillsRan();
+  });
+}
+
+void Connection::xWillsRan() {
+  --fRunning;
+  if (fPhase == Phase::kWills) return xBeginGivingBack();
+  if (fPhase == Phase::kGivingBack) xGiveBack();  // the time for them had passed
+}
+
+void Connection::xBeginGivingBack() {
+  fPhase = Phase::kGivingBack;
+  fAnnounceBy = std::chrono::steady_clock::now() + kAnnounceLimit;
+  xGiveBack();
+}
+
+void Connection::xGiveBack() {
+  if (std::exchange(fIsGivingBack, true)) {
+    fGivesBackAgain = true;
+    return;
+  }
+  const auto broker = fCore->broker.lock();
+  const bool posted = broker && broker->post([self = xThis()] {
+    const bool nothingIsLeft = self->fConnections->giveBack(self->fNumber);
+    boost::asio::post(self->xIo(), [weak = self->weak_from_this(), nothingIsLeft] {
+      if (const auto alive = weak.lock()) static_cast<Connection&>(*alive).xGaveBack(nothingIsLeft);
+    });
+  });
+  if (!posted) xForget();
+}
+
+void Connection::xGaveBack(bool pNothingIsLeft) {
+  if (fPhase != Phase::kGivingBack) return;
+  fIsGivingBack = false;
+  if (std::exchange(fGivesBackAgain, false)) return xGiveBack();
+  if (pNothingIsLeft && fRunning == 0) return xForget();
+  // A call that never ends must not keep others from learning that its client has.
+  if (pNothingIsLeft || std::chrono::steady_clock::now() >= fAnnounceBy) xAnnounceEnd();
+  if (!pNothingIsLeft) xAfter(kGiveBackPause, &Connection::xGiveBack);
+}
+
+void Connection::xForget() {
+  xAnnounceEnd();
+  fPhase = Phase::kForgotten;
+  fTimer.cancel();
+  fConnections->forget(fNumber);
+  fHandlers.forgot(xThis());
 }
 
 void Connection::xAnnounceEnd() {
   if (std::exchange(fAnnounced, true)) return;
-  fGrace.cancel();
   const std::string name = [this] {
     const detail::MutexLock guard(fNameGuard);
     return fClient.name;

@@ -1,14 +1,21 @@
 /// The server's end of a connection: the client's calls, its name, its events and its end.
+///
+/// After the end the connection is cleaned up, in this order: calls under way end, for at most a
+/// second; the last wills run, for at most 5 s; what the connection owns is ended, and tried again
+/// until nothing is left; the event "ClientDisconnected" is raised.
 #pragma once
 
 #include <atomic>
 #include <boost/asio/steady_timer.hpp>
 #include <boost/weak_ptr.hpp>
+#include <chrono>
 #include <functional>
 #include <string>
+#include <vector>
 
 #include <oxframework/oxbroker.h>
 #include <oxframework/oxthreadsafety.h>
+#include "broker/connections.h"
 #include "transport/messagestream.h"
 
 namespace OX::wire {
@@ -28,12 +35,22 @@ struct ServerCore {
 /// it.
 class Connection : public MessageStream, private OXCallerContext {
  public:
-  using EndHandler = std::function<void(const boost::shared_ptr<Connection>&)>;
+  using Handler = std::function<void(const boost::shared_ptr<Connection>&)>;
+  /// Called once each, on the io thread.
+  struct Handlers {
+    Handler ended;   ///< it needs its owner still, until:
+    Handler forgot;  ///< it is cleaned up
+  };
 
-  /// pOnEnd is called once, on the io thread, when the connection has ended.
   Connection(const boost::shared_ptr<ServerCore>& pCore, Socket&& pSocket, OXCaller pClient,
-             EndHandler pOnEnd);
+             Handlers pHandlers);
   ~Connection() override;
+
+  /// Registers with the broker and starts to read. Call it on the io thread.
+  void begin();
+  /// On the io thread: the server, and with it the broker, ends. The connection is closed, and
+  /// neither are wills run nor is anything given back, since the modules end too.
+  void endWithServer();
 
  private:
   void onMessage(IncomingMessage&& pMessage) override;
@@ -52,12 +69,35 @@ class Connection : public MessageStream, private OXCallerContext {
   bool xIsKnown(const IncomingMessage& pMessage) const;
   void xFinished();
   void xSendEvent(const std::string& pName, const std::string& pMethod, const OXValue& pArguments);
+  OXConnectionState xState() const;
+
+  // The steps of cleaning up, each of which leads to the next one.
+  void xCleanUp();
+  void xRunWills(const std::vector<OXLastWill>& pWills);
+  void xWillsRan();
+  void xBeginGivingBack();
+  void xGiveBack();
+  void xGaveBack(bool pNothingIsLeft);
   void xAnnounceEnd();
+  void xForget();
+  /// Calls pStep after a while unless another step has begun by then.
+  void xAfter(std::chrono::milliseconds pDelay, void (Connection::*pStep)());
+
+  enum class Phase { kOpen, kCallsEnd, kWills, kGivingBack, kForgotten };
 
   const boost::shared_ptr<ServerCore> fCore;
-  EndHandler fOnEnd;
-  boost::asio::steady_timer fGrace;
-  int fRunning = 0;         ///< calls that have started and not ended
+  const boost::shared_ptr<OXConnections> fConnections;  ///< the broker's
+  int fNumber = 0;                                      ///< in these; set by begin()
+  std::atomic<int> fCalls{0};
+  // On the io thread only.
+  Handlers fHandlers;
+  boost::asio::steady_timer fTimer;  ///< the bound of the phase, or the next attempt in it
+  Phase fPhase = Phase::kOpen;
+  int fRunning = 0;  ///< calls that have started and not ended, the wills included
+  bool fEndsWithServer = false;
+  bool fIsGivingBack = false;    ///< a thread of the broker does it
+  bool fGivesBackAgain = false;  ///< a call has ended meanwhile
+  std::chrono::steady_clock::time_point fAnnounceBy;
   bool fAnnounced = false;  ///< the event of its end was posted
 
   std::atomic<bool> fLosesEvents{false};

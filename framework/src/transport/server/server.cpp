@@ -57,7 +57,11 @@ class OXServer::Impl {
     if (std::exchange(fClosed, true)) return;
     asio::post(fCore->io, [this, sockets = std::exchange(fSockets, {})] {
       for (const auto& socket : sockets) socket->close();
-      for (const auto& connection : fConnections) connection->end("the server is closing");
+      // A copy: those that end move to fEnding, and from there they leave.
+      std::vector<boost::shared_ptr<wire::Connection>> all(fConnections.begin(),
+                                                           fConnections.end());
+      all.insert(all.end(), fEnding.begin(), fEnding.end());
+      for (const auto& connection : all) connection->endWithServer();
     });
     fWork.reset();
     // Under the guard, which the io thread never takes.
@@ -68,7 +72,9 @@ class OXServer::Impl {
   /// On the io thread, as everything that touches fConnections.
   void xAccepted(wire::MessageStream::Socket&& pSocket, const OXCaller& pClient) {
     const auto limit = static_cast<std::size_t>(fCore->limits.maxConnections);
-    if (fConnections.size() >= limit) {
+    // Those that are cleaned up after have as much room again: no client can end faster for ever
+    // than what it leaves.
+    if (fConnections.size() >= limit || fEnding.size() >= limit) {
       // Logged once until there is room again: a client may try again all the time.
       if (!std::exchange(fFull, true))
         ki::log::LogStream(ki::log::kWarning, "ox.transport", "", "accept", __LINE__)
@@ -79,9 +85,13 @@ class OXServer::Impl {
     fFull = false;
     const auto connection = boost::make_shared<wire::Connection>(
         fCore, std::move(pSocket), pClient,
-        [this](const boost::shared_ptr<wire::Connection>& pEnded) { fConnections.erase(pEnded); });
+        wire::Connection::Handlers{[this](const auto& pEnded) {
+                                     fEnding.insert(pEnded);
+                                     fConnections.erase(pEnded);
+                                   },
+                                   [this](const auto& pForgotten) { fEnding.erase(pForgotten); }});
     fConnections.insert(connection);
-    connection->start();
+    connection->begin();
   }
 
   const boost::shared_ptr<wire::ServerCore> fCore;
@@ -92,6 +102,8 @@ class OXServer::Impl {
   bool fClosed OX_GUARDED_BY(fGuard) = false;
   // On the io thread only.
   std::set<boost::shared_ptr<wire::Connection>> fConnections;
+  /// Those that have ended and are being cleaned up after.
+  std::set<boost::shared_ptr<wire::Connection>> fEnding;
   bool fFull = false;  ///< further clients are refused, which has been logged
   std::thread fThread;
 };
