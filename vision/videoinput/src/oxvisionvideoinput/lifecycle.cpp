@@ -36,6 +36,7 @@ OXVisionVideoInput::OXVisionVideoInput(boost::shared_ptr<OXBroker> pBroker, std:
   addModuleExample("Python", texts::kModuleExamplePython);
   xBindMethods();
   xBindDeprecatedMethods();
+  xDeclareOwnership();
 }
 
 // A recording that is still open gets its index: without it a reader would have to repair the file.

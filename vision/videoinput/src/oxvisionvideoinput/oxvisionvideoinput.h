@@ -344,6 +344,21 @@ class OXVisionVideoInput : public OXModule, public IVideoInput, public DeviceSta
                       const char* pMethod) OX_REQUIRES(fVisionModulesLock);
   /// unsubscribe(): with pMayWait it first waits until the subscriber holds no image.
   void xUnsubscribe(const std::string& pId, bool pMayWait) OX_REQUIRES(fVisionModulesLock);
+  // --- subscribers/ownership.cpp ---
+  /// Lets connections own what they subscribe. After the methods were published.
+  void xDeclareOwnership();
+  /// The entry of the subscriber that the call of this number made; null when it is gone.
+  const boost::shared_ptr<VisionModuleInfo>* xFindAcquired(std::uint64_t pAcquisition) const
+      OX_REQUIRES_SHARED(fVisionModulesLock);
+  /// Its id; empty when it is gone.
+  std::string xAcquiredId(std::uint64_t pAcquisition);
+  /// Ends it at once, with all that it holds and records: nobody is left to be waited for. False
+  /// when a call keeps it, or a change of the cameras does.
+  bool xEndAcquired(std::uint64_t pAcquisition);
+  void xEndSubscriber(const boost::shared_ptr<VisionModuleInfo>& pSubscriber)
+      OX_REQUIRES(fVisionModulesLock);
+
+  // --- subscribers/subscribers.cpp ---
   bool xHoldsCurrentImage(const VisionModuleInfo& pSubscriber) const
       OX_REQUIRES_SHARED(fVisionModulesLock);
   /// Takes back what the subscriber holds, with a record.

@@ -14,15 +14,19 @@ constexpr std::chrono::seconds kBound(10);
 }  // namespace
 
 void Turn::take(const boost::shared_ptr<OXMutexRW>& pLock) {
+  if (!tryTake(pLock, kBound))
+    report::fail("OXVideoDevice", "Turn", "Turn::take()",
+                 report::text("Another ", fWhat, " has been under way for ", kBound.count(),
+                              " s: nothing was done, try again when it has ended"));
+}
+
+bool Turn::tryTake(const boost::shared_ptr<OXMutexRW>& pLock, std::chrono::microseconds pBound) {
   const std::thread::id self = std::this_thread::get_id();
   if (fDepth > 0 && fHolder != self) {
-    const auto deadline = std::chrono::steady_clock::now() + kBound;
+    const auto deadline = std::chrono::steady_clock::now() + pBound;
     while (fDepth > 0) {
       const auto left = deadline - std::chrono::steady_clock::now();
-      if (left <= left.zero())
-        report::fail("OXVideoDevice", "Turn", "Turn::take()",
-                     report::text("Another ", fWhat, " has been under way for ", kBound.count(),
-                                  " s: nothing was done, try again when it has ended"));
+      if (left <= left.zero()) return false;
       const std::uint64_t seen = fEnded.count();
       const OXCriticalSectionPause pause(pLock);
       fEnded.wait(seen, std::chrono::duration_cast<std::chrono::microseconds>(left));
@@ -30,6 +34,7 @@ void Turn::take(const boost::shared_ptr<OXMutexRW>& pLock) {
   }
   fHolder = self;
   ++fDepth;
+  return true;
 }
 
 void Turn::end() {

@@ -9,6 +9,7 @@
 
 #include <atomic>
 #include <boost/shared_ptr.hpp>
+#include <chrono>
 #include <thread>
 
 #include <oxframework/oxclock.h>
@@ -30,6 +31,9 @@ class OX_CAPABILITY("turn") Turn {
   /// thread works and waits for nobody, so real time counts, also on the clock of a test; after
   /// 10 s of it, OXError.
   void take(const boost::shared_ptr<OXMutexRW>& pLock) OX_ACQUIRE() OX_REQUIRES(pLock);
+  /// The same with a bound of its own, and false, without a record, when that has passed.
+  bool tryTake(const boost::shared_ptr<OXMutexRW>& pLock, std::chrono::microseconds pBound)
+      OX_REQUIRES(pLock);
   /// Called with the same lock held for writing.
   void end() OX_RELEASE();
 
@@ -64,6 +68,25 @@ class OX_SCOPED_CAPABILITY TurnScope {
 
  private:
   Turn& fTurn;
+};
+
+/// Has a turn for a scope, as TurnScope, if it can be had within a bound.
+class BoundedTurn {
+ public:
+  // Not checked: the analysis knows no scope that may come without what it takes.
+  BoundedTurn(Turn& pTurn, const boost::shared_ptr<OXMutexRW>& pLock,
+              std::chrono::microseconds pBound) OX_NO_THREAD_SAFETY_ANALYSIS
+      : fTurn(pTurn.tryTake(pLock, pBound) ? &pTurn : nullptr) {}
+  ~BoundedTurn() OX_NO_THREAD_SAFETY_ANALYSIS {
+    if (fTurn) fTurn->end();
+  }
+  BoundedTurn(const BoundedTurn&) = delete;
+  BoundedTurn& operator=(const BoundedTurn&) = delete;
+
+  bool isTaken() const { return fTurn != nullptr; }
+
+ private:
+  Turn* fTurn;
 };
 
 /// Has a turn for a scope in which the lock is held for reading and never paused, if it is free.

@@ -89,6 +89,7 @@ boost::shared_ptr<VisionModuleInfo> OXVisionVideoInput::xAddSubscriber(
       throw std::bad_alloc();
     auto subscriber = boost::make_shared<VisionModuleInfo>();
     subscriber->fName = pId;
+    subscriber->fAcquisition = getAcquisition();
     subscriber->fFrameRate = fitIntoRecord(pFrameRate, pMethod);
     for (int i = 0; i < fNbCameras; ++i) {
       const auto wish = boost::make_shared<RequestedCameraProperties>();

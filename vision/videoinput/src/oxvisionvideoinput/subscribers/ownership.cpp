@@ -1,0 +1,79 @@
+// Subscribers whose client is gone. A connection owns the subscribers that it made; the broker ends
+// them with it. That is a way out of its own: unsubscribe() waits for a leaver to release its image
+// and records that it did not, and the published plural releases end holds on the active cameras
+// only.
+#include <chrono>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include <oxframework/oxerror.h>
+#include <oxframework/oxlog.h>
+#include "claim.h"
+#include "oxvisionvideoinput.h"
+
+namespace OX {
+namespace {
+
+// Of a broker's thread, for a turn. The broker asks again when it has passed.
+constexpr std::chrono::milliseconds kTurnBound(250);
+
+}  // namespace
+
+void OXVisionVideoInput::xDeclareOwnership() {
+  declareOwnership(
+      {.acquiring = {"subscribe", "subscribeCamera", "subscribeCameras"},
+       .returning = {"unsubscribe", "unsubscribeAllInstances", "onClientDisconnected"},
+       .findId = [this](std::uint64_t pAcquisition) { return xAcquiredId(pAcquisition); },
+       .end = [this](std::uint64_t pAcquisition) { return xEndAcquired(pAcquisition); }});
+}
+
+const boost::shared_ptr<VisionModuleInfo>* OXVisionVideoInput::xFindAcquired(
+    std::uint64_t pAcquisition) const {
+  for (const auto& [id, subscriber] : fVisionModules)
+    if (subscriber->fAcquisition == pAcquisition) return &subscriber;
+  return nullptr;
+}
+
+std::string OXVisionVideoInput::xAcquiredId(std::uint64_t pAcquisition) {
+  const OXCriticalSectionRead lock(fVisionModulesLock);
+  const auto* const subscriber = xFindAcquired(pAcquisition);
+  return subscriber ? (*subscriber)->fName : std::string();
+}
+
+bool OXVisionVideoInput::xEndAcquired(std::uint64_t pAcquisition) {
+  const OXCriticalSectionWrite lock(fVisionModulesLock);
+  const auto* const found = xFindAcquired(pAcquisition);
+  if (!found) return true;
+  const boost::shared_ptr<VisionModuleInfo> subscriber = *found;
+  const BoundedTurn turn(subscriber->fTurn, fVisionModulesLock, kTurnBound);
+  if (!turn.isTaken()) return false;
+  // By somebody else, while its turn was waited for.
+  if (subscriber->fIsUnsubscribed) return true;
+  const BoundedTurn change(fCamerasTurn, fVisionModulesLock, kTurnBound);
+  if (!change.isTaken()) return false;
+  xEndSubscriber(subscriber);
+  return true;
+}
+
+// In the order of an unsubscription, whose reasons are there. But a camera that can't be changed,
+// say because its file is gone, keeps no subscriber here: nobody is left who could try again.
+void OXVisionVideoInput::xEndSubscriber(const boost::shared_ptr<VisionModuleInfo>& pSubscriber) {
+  xFreeRetired();
+  xReleaseAllConverted(pSubscriber);
+  if (pSubscriber->fIsRecording || pSubscriber->fVideo) xCloseVideo(pSubscriber);
+  std::vector<int> used = pSubscriber->fActiveCameras;
+  if (!pSubscriber->fIsMultiStream) used = {xCurrentCamera(*pSubscriber)};
+  for (int i = 0; i < fNbCameras; ++i) xRemoveBuffers(xClaim(pSubscriber, i));
+  for (const int camera : used) {
+    try {
+      if (xCamera(camera)) xLowerCamera(xClaim(pSubscriber, camera));
+    } catch (const OXError& error) {
+      report::log(ki::log::kWarning, "xEndSubscriber", error.what());
+    }
+  }
+  pSubscriber->fIsUnsubscribed = true;
+  fVisionModules.erase(pSubscriber->fName);
+}
+
+}  // namespace OX
