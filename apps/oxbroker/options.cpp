@@ -33,6 +33,11 @@ void addLimits(CLI::App& pApp, Options& pOptions) {
       ->check(CLI::Range(4, std::numeric_limits<int>::max()));
   add("--max-nesting", limits.maxNesting, "Depth of nested arrays, including the message itself")
       ->check(CLI::Range(2, kMostNesting));
+  add("--keep-alive", limits.keepAliveSeconds,
+      "Seconds after which a client on TCP that is not heard, such as one whose cable was pulled, "
+      "is given up with what it subscribed, within twice that; 0 leaves it to the system")
+      ->type_name("SECONDS")
+      ->check(CLI::Range(0, 3600));
 }
 
 }  // namespace

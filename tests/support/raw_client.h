@@ -3,6 +3,7 @@
 
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
+#include <linux/filter.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
 #include <sys/time.h>
@@ -67,6 +68,13 @@ class RawClient {
   void close() {
     if (fSocket >= 0) ::close(fSocket);
     fSocket = -1;
+  }
+
+  /// Hears and acknowledges nothing any more, as if the cable had been pulled.
+  void vanish() {
+    sock_filter nothing{BPF_RET | BPF_K, 0, 0, 0};
+    const sock_fprog filter{1, &nothing};
+    ASSERT_EQ(::setsockopt(fSocket, SOL_SOCKET, SO_ATTACH_FILTER, &filter, sizeof filter), 0);
   }
 
   /// Resets the connection, as a machine does that has crashed and restarted.

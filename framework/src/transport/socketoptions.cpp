@@ -3,6 +3,8 @@
 
 #include <netinet/tcp.h>
 
+#include <algorithm>
+
 namespace OX::wire {
 namespace {
 
@@ -20,6 +22,20 @@ void setOptions(asio::ip::tcp::socket& pSocket) {
 
 void setOptions(asio::local::stream_protocol::socket& pSocket) {
   pSocket.set_option(asio::socket_base::send_buffer_size(kSendBufferBytes));
+}
+
+// The probes of an idle connection begin at half the time, so that a peer that lives has been heard
+// before it is over; the system gives up at the first probe after it. Data that is not
+// acknowledged, or finds no room at the peer, has the same bound: TCP_USER_TIMEOUT.
+void giveUpUnheard(asio::generic::stream_protocol::socket& pSocket, int pSeconds) {
+  if (pSeconds <= 0 || pSocket.local_endpoint().protocol().family() == AF_UNIX) return;
+  using asio::detail::socket_option::integer;
+  // What the system takes at most; longer than a day is for ever in practice.
+  constexpr int kMostSeconds = 32767;
+  const int seconds = std::min(pSeconds, kMostSeconds);
+  pSocket.set_option(integer<IPPROTO_TCP, TCP_KEEPIDLE>(std::max(1, seconds / 2)));
+  pSocket.set_option(integer<IPPROTO_TCP, TCP_KEEPINTVL>(std::max(1, seconds / 4)));
+  pSocket.set_option(integer<IPPROTO_TCP, TCP_USER_TIMEOUT>(seconds * 1000));
 }
 
 // A sender that has just recovered from segments out of order, as the loopback of a busy machine

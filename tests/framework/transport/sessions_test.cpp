@@ -341,6 +341,39 @@ TEST_F(Sessions, RaceForTheSameIds) {
       [&] { return broker->call("OXBroker", "getConnections", OXValue::Array()).getSize() == 0; }));
 }
 
+TEST_F(Sessions, EndForClientsThatAreNotHeard) {
+  OXWireLimits limits;
+  limits.keepAliveSeconds = 1;
+  server = std::make_unique<OXServer>(broker, limits);
+  address = server->listen("127.0.0.1:0");
+  const auto name = [](const char* pBytes) { return request(1, "OXBroker.setClientName", pBytes); };
+  RawClient healthy(address);
+  healthy.send(request(2, "Lockers.open", "\x91\xa7healthy"));
+  RawClient idle(address);
+  idle.send(name("\x91\xa4idle") + request(2, "Lockers.open", "\x91\xa4idle"));
+  RawClient written(address);
+  written.send(name("\x91\xa7written") + request(2, "Lockers.open", "\x91\xa7written"));
+  RawClient full(address);
+  full.send(name("\x91\xa4"
+                 "full") +
+            request(2, "Lockers.open",
+                    "\x91\xa4"
+                    "full"));
+  ASSERT_TRUE(awaitIds({"full", "healthy", "idle", "written"}));
+  // More than the sockets hold: most of it is never even sent.
+  for (int i = 0; i < 200; ++i)
+    broker->notify("full", "m", OXValue::array(std::string(60000, 't')));
+  idle.vanish();
+  written.vanish();
+  full.vanish();
+  const auto begin = std::chrono::steady_clock::now();
+  broker->notify("written", "m", OXValue::array("not acknowledged"));
+  EXPECT_TRUE(awaitIds({"healthy"}));
+  EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(5))
+      << "2 s to give them up, 3 s to give back";
+  EXPECT_EQ(healthy.read(12).size(), 12u) << "the answer";
+}
+
 TEST_F(Sessions, AreListed) {
   const std::string path = "unix:" + socketPath("sessions");
   server->listen(path);

@@ -14,6 +14,7 @@
 #include <oxframework/oxthreadsafety.h>
 #include "connection.h"
 #include "listeningsocket.h"
+#include "transport/socketoptions.h"
 
 namespace OX {
 namespace {
@@ -28,6 +29,8 @@ void checkLimits(const OXWireLimits& pLimits) {
     raiseError("OXServer", "OXServer",
                "The limits leave no room for a call: each must be above 0, nesting at least 2 "
                "and array elements at least 4");
+  if (pLimits.keepAliveSeconds < 0)
+    raiseError("OXServer", "OXServer", "The time after which clients are given up is negative");
 }
 
 }  // namespace
@@ -83,6 +86,7 @@ class OXServer::Impl {
       return;
     }
     fFull = false;
+    wire::giveUpUnheard(pSocket, fCore->limits.keepAliveSeconds);
     const auto connection = boost::make_shared<wire::Connection>(
         fCore, std::move(pSocket), pClient,
         wire::Connection::Handlers{[this](const auto& pEnded) {
