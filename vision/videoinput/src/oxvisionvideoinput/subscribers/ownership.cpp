@@ -61,7 +61,8 @@ bool OXVisionVideoInput::xEndAcquired(std::uint64_t pAcquisition) {
 void OXVisionVideoInput::xEndSubscriber(const boost::shared_ptr<VisionModuleInfo>& pSubscriber) {
   xFreeRetired();
   xReleaseAllConverted(pSubscriber);
-  if (pSubscriber->fIsRecording || pSubscriber->fVideo) xCloseVideo(pSubscriber);
+  if (pSubscriber->fIsRecording || pSubscriber->fVideo)
+    xCloseVideo(pSubscriber, "its client disconnected");
   std::vector<int> used = pSubscriber->fActiveCameras;
   if (!pSubscriber->fIsMultiStream) used = {xCurrentCamera(*pSubscriber)};
   for (int i = 0; i < fNbCameras; ++i) xRemoveBuffers(xClaim(pSubscriber, i));
