@@ -23,6 +23,11 @@ const std::map<std::string, boost::shared_ptr<VisionModuleInfo>>& DeviceProbe::s
   return fDevice.fVisionModules;
 }
 
+std::size_t DeviceProbe::countSubscribers() const {
+  const OXCriticalSectionRead lock(fDevice.fVisionModulesLock);
+  return fDevice.fVisionModules.size();
+}
+
 int DeviceProbe::cameras() const { return fDevice.fNbCameras; }
 
 std::string DeviceProbe::pools() const {

@@ -14,7 +14,8 @@ struct CameraDriverBuffer;
 struct RealCameraProperties;
 struct VisionModuleInfo;
 
-/// Reads the counters of a device. Takes no lock: call it while no other thread uses the device.
+/// Reads the counters of a device. Takes no lock unless a comment says so: call it while no other
+/// thread uses the device.
 class DeviceProbe {
  public:
   explicit DeviceProbe(const OXVisionVideoInput& pDevice) : fDevice(pDevice) {}
@@ -24,6 +25,8 @@ class DeviceProbe {
   const CameraDriverBuffer& store(int pIndex) const;
   const std::map<std::string, boost::shared_ptr<VisionModuleInfo>>& subscribers() const;
   int cameras() const;
+  /// How many subscribers there are. Takes the lock: other threads may use the device.
+  std::size_t countSubscribers() const;
 
   /// "converted/raw" pool sizes of all cameras: "1/1 1/1".
   std::string pools() const;

@@ -15,6 +15,7 @@ struct Options {
   std::string module;
   std::string method;
   std::string output;
+  bool keep = false;
 };
 
 void run(Context& pContext, const Options& pOptions, const std::vector<std::string>& pWords) {
@@ -22,6 +23,8 @@ void run(Context& pContext, const Options& pOptions, const std::vector<std::stri
   // Parsed before connecting, so that a malformed argument is a usage error without a broker.
   for (const std::string& word : pWords) arguments.push_back(parseArgument(word));
   OXSession session(pContext.broker, "call");
+  // Otherwise what the call subscribes would end with this process, before anybody used it.
+  if (pOptions.keep) session.call("OXBroker", "keepSubscriptions", OXValue::array(true));
   const OXValue result =
       session.call(pOptions.module, pOptions.method, OXValue(std::move(arguments)));
   if (pOptions.output.empty()) {
@@ -46,7 +49,7 @@ void addCall(OXCommandLine& pLine, Context& pContext) {
       pLine, pContext,
       {"call", "calls a method and prints its result as JSON",
        "oxvideo call OXVideoDevice getResolution 0\n"
-       "  oxvideo call OXVideoDevice subscribeCamera mine 0 2 11 15\n"
+       "  oxvideo call --keep OXVideoDevice subscribeCamera mine 0 2 11 15\n"
        "  oxvideo call OXVideoDevice getImageRemote mine --output pixels.rgb\n"
        "  oxvideo call OXVideoDevice unsubscribe mine\n"
        "The arguments after METHOD are JSON: true, 3, 0.5, [1, 2], null. A word that is not valid\n"
@@ -58,6 +61,8 @@ void addCall(OXCommandLine& pLine, Context& pContext) {
   verb.option("-o,--output", options->output,
               "write the binaries of the result to this file (- for standard output)")
       .valueName("FILE");
+  verb.flag("--keep", options->keep,
+            "what the call subscribes stays after it, until somebody unsubscribes it");
   // Arguments are the words left over: as a positional, the parser would split "[1, 2]" itself.
   verb.allowUnknownWords();
   verb.onRun([&pContext, options, verb] { run(pContext, *options, verb.unknownWords()); });
