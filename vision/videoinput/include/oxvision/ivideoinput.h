@@ -62,7 +62,9 @@ class OX_API IVideoInput {
   /// Subscribes to one camera and starts its grabber; a negative index follows the device's active
   /// camera. Fewer than 5 images per second become 5, more than 255 become 255, and k4VGA always
   /// starts at 5 (setFrameRate can raise it).
-  /// Returns the id: pName, or pName_2 to pName_8 when the name is in use.
+  /// Returns the id: pName, or pName_2 to pName_8 when the name is in use. What a client in another
+  /// process subscribes ends with its connection at the latest (OXOwnership); any other subscriber
+  /// stays until it is unsubscribed.
   /// Throws OXError for a format or camera that the device does not have, for the ninth subscriber
   /// of a name, and when memory or the limit of subscribers (256) is exhausted.
   virtual std::string subscribeCamera(const std::string& pName, const int& pCameraIndex,
