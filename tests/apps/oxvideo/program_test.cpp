@@ -207,6 +207,21 @@ TEST_F(Programs, AFilmThatASignalCutsShortSaysSo) {
   EXPECT_EQ(fFeeder->wait(), 128 + SIGINT);
 }
 
+TEST_F(Programs, ACallsSubscriptionStaysIfItIsAskedTo) {
+  const auto subscribe = [&](std::vector<std::string> pBegin, const char* pName) {
+    pBegin.insert(pBegin.end(), {"OXVideoDevice", "subscribeCamera", pName, "0", "1", "11", "15"});
+    return run(pBegin).out;
+  };
+  EXPECT_EQ(subscribe({"call", "--keep"}, "kept"), "\"kept\"\n");
+  EXPECT_EQ(subscribe({"call"}, "gone"), "\"gone\"\n");
+  RunResult looked{kDone, "", ""};
+  for (int attempt = 0; attempt < 100 && looked.status != kFailed; ++attempt)
+    looked = run({"call", "OXVideoDevice", "getResolution", "gone"});
+  EXPECT_EQ(looked.status, kFailed) << "gone with the call's connection";
+  EXPECT_EQ(run({"call", "OXVideoDevice", "getResolution", "kept"}).out, "1\n");
+  EXPECT_EQ(run({"call", "OXVideoDevice", "unsubscribe", "kept"}).status, kDone);
+}
+
 TEST_F(Programs, TheServiceCanBeExploredAndSet) {
   EXPECT_THAT(run({"modules"}).out, HasSubstr("OXVideoDevice\n"));
   const RunResult methods = run({"methods", "OXVideoDevice"});
