@@ -22,8 +22,9 @@ constexpr char kMemory[] = "OXMemory";
 constexpr std::chrono::seconds kGrace(1);
 // For all last wills of a connection together.
 constexpr std::chrono::seconds kWillsLimit(5);
-// What a call under way keeps is tried again this often.
-constexpr std::chrono::milliseconds kGiveBackPause(50);
+// Before another attempt: to end what a call under way keeps, or to get a thread of the broker, of
+// which there may be none for a while.
+constexpr std::chrono::milliseconds kPause(50);
 // How long the event waits at most until nothing is left to give back.
 constexpr std::chrono::seconds kAnnounceLimit(3);
 
@@ -128,9 +129,7 @@ void Connection::xRun(const IncomingMessage& pMessage) {
         << "Connection of " << getPeer() << " closed: " << error.what();
     end(error.what());
   }
-  boost::asio::post(xIo(), [weak = weak_from_this()] {
-    if (const auto self = weak.lock()) static_cast<Connection&>(*self).xFinished();
-  });
+  xPostToIo(&Connection::xFinished);
 }
 
 OutgoingMessage Connection::xAnswer(const IncomingMessage& pRequest) {
@@ -247,22 +246,28 @@ void Connection::xAfter(std::chrono::milliseconds pDelay, void (Connection::*pSt
 }
 
 void Connection::xCleanUp() {
-  if (fEndsWithServer) return xForget();
+  if (fEndsWithServer || fCore->broker.expired()) return xForget();
   fPhase = Phase::kWills;
-  auto wills = fConnections->takeWills(fNumber);
-  const auto broker = fCore->broker.lock();
-  if (wills.empty() || !broker) return xBeginGivingBack();
-  if (!broker->post([self = xThis(), wills = std::move(wills)] { self->xRunWills(wills); }))
-    return xForget();
+  if (!xPost(&Connection::xRunWills)) return xAfter(kPause, &Connection::xCleanUp);
   ++fRunning;
   xAfter(kWillsLimit, &Connection::xBeginGivingBack);
 }
 
+// Without memory for it, it is tried again like without a thread.
+bool Connection::xPost(void (Connection::*pTask)()) {
+  try {
+    const auto broker = fCore->broker.lock();
+    return broker && broker->post([self = xThis(), pTask] { ((*self).*pTask)(); });
+  } catch (const std::bad_alloc&) {
+    return false;
+  }
+}
+
 /// On a thread of the broker.
-void Connection::xRunWills(const std::vector<OXLastWill>& pWills) {
+void Connection::xRunWills() {
   const auto deadline = std::chrono::steady_clock::now() + kWillsLimit;
   const OXCallerContext::Scope scope(this);
-  for (const OXLastWill& will : pWills) {
+  for (const OXLastWill& will : fConnections->takeWills(fNumber)) {
     try {
       const auto broker = fCore->broker.lock();
       if (!broker) break;
@@ -272,13 +277,26 @@ void Connection::xRunWills(const std::vector<OXLastWill>& pWills) {
                        std::to_string(kWillsLimit.count()) + " s for all together");
       fConnections->call(*broker, fNumber, will.module, will.method, will.arguments);
     } catch (const std::exception& error) {
-      ki::log::LogStream(ki::log::kWarning, kCategory, "", "lastWill", __LINE__)
-          << "The last will " << will.module << "." << will.method << " of " << getPeer()
-          << " failed: " << error.what();
+      xReportWill(will, error.what());
     }
   }
-  boost::asio::post(xIo(), [weak = weak_from_this()] {
-    if (const auto self = weak.lock()) static_cast<Connection&>(*self).xWillsRan();
+  xPostToIo(&Connection::xWillsRan);
+}
+
+void Connection::xReportWill(const OXLastWill& pWill, const char* pProblem) const {
+  try {
+    ki::log::LogStream(ki::log::kWarning, kCategory, "", "lastWill", __LINE__)
+        << "The last will " << pWill.module << "." << pWill.method << " of " << getPeer()
+        << " failed: " << pProblem;
+  } catch (const std::bad_alloc&) {  // the other wills run all the same
+  }
+}
+
+// Weakly: a handler that remains in a stopped io_context would keep this alive, and this the
+// io_context.
+void Connection::xPostToIo(void (Connection::*pStep)()) {
+  boost::asio::post(xIo(), [weak = weak_from_this(), pStep] {
+    if (const auto self = weak.lock()) (static_cast<Connection&>(*self).*pStep)();
   });
 }
 
@@ -299,24 +317,36 @@ void Connection::xGiveBack() {
     fGivesBackAgain = true;
     return;
   }
-  const auto broker = fCore->broker.lock();
-  const bool posted = broker && broker->post([self = xThis()] {
-    const bool nothingIsLeft = self->fConnections->giveBack(self->fNumber);
-    boost::asio::post(self->xIo(), [weak = self->weak_from_this(), nothingIsLeft] {
-      if (const auto alive = weak.lock()) static_cast<Connection&>(*alive).xGaveBack(nothingIsLeft);
-    });
-  });
-  if (!posted) xForget();
+  if (fCore->broker.expired()) return xForget();
+  if (xPost(&Connection::xGiveBackAll)) return;
+  fIsGivingBack = false;
+  xAfter(kPause, &Connection::xGiveBack);
 }
 
-void Connection::xGaveBack(bool pNothingIsLeft) {
+/// On a thread of the broker.
+void Connection::xGiveBackAll() {
+  bool nothingIsLeft = false;
+  try {
+    nothingIsLeft = fConnections->giveBack(fNumber);
+  } catch (const std::bad_alloc&) {  // tried again
+  }
+  xPostToIo(nothingIsLeft ? &Connection::xGaveAllBack : &Connection::xGaveSomeBack);
+}
+
+void Connection::xGaveAllBack() {
   if (fPhase != Phase::kGivingBack) return;
   fIsGivingBack = false;
   if (std::exchange(fGivesBackAgain, false)) return xGiveBack();
-  if (pNothingIsLeft && fRunning == 0) return xForget();
+  if (fRunning == 0) return xForget();
   // A call that never ends must not keep others from learning that its client has.
-  if (pNothingIsLeft || std::chrono::steady_clock::now() >= fAnnounceBy) xAnnounceEnd();
-  if (!pNothingIsLeft) xAfter(kGiveBackPause, &Connection::xGiveBack);
+  xAnnounceEnd();
+}
+
+void Connection::xGaveSomeBack() {
+  if (fPhase != Phase::kGivingBack) return;
+  fIsGivingBack = fGivesBackAgain = false;
+  if (std::chrono::steady_clock::now() >= fAnnounceBy) xAnnounceEnd();
+  xAfter(kPause, &Connection::xGiveBack);
 }
 
 void Connection::xForget() {

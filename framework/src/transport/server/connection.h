@@ -73,13 +73,20 @@ class Connection : public MessageStream, private OXCallerContext {
 
   // The steps of cleaning up, each of which leads to the next one.
   void xCleanUp();
-  void xRunWills(const std::vector<OXLastWill>& pWills);
+  void xRunWills();
+  void xReportWill(const OXLastWill& pWill, const char* pProblem) const;
   void xWillsRan();
   void xBeginGivingBack();
   void xGiveBack();
-  void xGaveBack(bool pNothingIsLeft);
+  void xGiveBackAll();
+  void xGaveAllBack();
+  void xGaveSomeBack();
   void xAnnounceEnd();
   void xForget();
+  /// Runs pTask on a thread of the broker; false when there is none for it.
+  bool xPost(void (Connection::*pTask)());
+  /// From there: runs pStep on the io thread.
+  void xPostToIo(void (Connection::*pStep)());
   /// Calls pStep after a while unless another step has begun by then.
   void xAfter(std::chrono::milliseconds pDelay, void (Connection::*pStep)());
 

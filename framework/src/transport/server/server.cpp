@@ -90,8 +90,8 @@ class OXServer::Impl {
     const auto connection = boost::make_shared<wire::Connection>(
         fCore, std::move(pSocket), pClient,
         wire::Connection::Handlers{[this](const auto& pEnded) {
-                                     fEnding.insert(pEnded);
-                                     fConnections.erase(pEnded);
+                                     // Allocates nothing, and so can't fail.
+                                     fEnding.insert(fConnections.extract(pEnded));
                                    },
                                    [this](const auto& pForgotten) { fEnding.erase(pForgotten); }});
     fConnections.insert(connection);

@@ -15,8 +15,9 @@
 namespace OX {
 namespace {
 
-// Of a broker's thread, for a turn. The broker asks again when it has passed.
-constexpr std::chrono::milliseconds kTurnBound(250);
+// Of a broker's thread, for a turn. Short, since the client's other subscribers follow on the same
+// thread; the broker asks again.
+constexpr std::chrono::milliseconds kTurnBound(50);
 
 }  // namespace
 
