@@ -41,18 +41,32 @@ void RecordingRecord::end(RecordingState pState, std::string_view pReason) noexc
   }
 }
 
+// Those that ended since the last addition may be too many, hence not only one goes.
 void RecordingLog::add(const boost::shared_ptr<RecordingRecord>& pRecord) {
   fRecords.push_back(pRecord);
-  const auto hasEnded = [](const auto& record) { return !record->isUnderWay(); };
-  const auto ended = std::count_if(fRecords.begin(), fRecords.end(), hasEnded);
-  if (std::cmp_greater(ended, kMostEnded))
-    fRecords.erase(std::find_if(fRecords.begin(), fRecords.end(), hasEnded));
+  std::size_t surplus = xSurplus();
+  std::erase_if(fRecords, [&](const auto& record) {
+    return surplus > 0 && !record->isUnderWay() && surplus-- > 0;
+  });
+}
+
+std::size_t RecordingLog::xSurplus() const {
+  const auto ended = static_cast<std::size_t>(std::count_if(
+      fRecords.begin(), fRecords.end(), [](const auto& record) { return !record->isUnderWay(); }));
+  return ended > kMostEnded ? ended - kMostEnded : 0;
 }
 
 std::vector<RecordingStatus> RecordingLog::status() const {
   std::vector<RecordingStatus> result;
   result.reserve(fRecords.size());
-  for (const auto& record : fRecords) result.push_back(record->status());
+  std::size_t surplus = xSurplus();
+  for (const auto& record : fRecords) {
+    const bool isSurplus = surplus > 0 && !record->isUnderWay();
+    if (isSurplus)
+      --surplus;
+    else
+      result.push_back(record->status());
+  }
   return result;
 }
 

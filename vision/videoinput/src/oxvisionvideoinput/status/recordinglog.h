@@ -41,6 +41,9 @@ class RecordingLog {
   std::vector<RecordingStatus> status() const;
 
  private:
+  /// How many of the oldest ended ones are too many.
+  std::size_t xSurplus() const;
+
   std::vector<boost::shared_ptr<RecordingRecord>> fRecords;
 };
 
