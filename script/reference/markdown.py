@@ -126,6 +126,22 @@ def module(service):
     return text
 
 
+def status(service):
+    """OXVideoStatus, whose own texts say all: results as lists of the fields of one array."""
+    yield f"## OXVideoStatus\n\n{prose(service.status_description)}"
+    yield prose("The three methods have no parameters and return an array of arrays, one for each "
+                "subscriber, camera or recording, with the fields below in their order; later "
+                "versions may add fields at the end. Integers that outgrow 32 bits stay at the "
+                "largest. Each answer is of one moment.")
+    for published in service.status_methods:
+        yield f"### `array {published['name']}()`\n"
+        _, fields = published["return"]["description"].split(": ", 1)
+        yield prose(published["description"] + ". Each array has:")
+        yield "".join(f"{number}. {field}\n" for number, field in enumerate(fields.split("; ")))
+        for example in published["examples"]:
+            yield fenced(example["language"], example["text"])
+
+
 def reference(service, descriptions):
     calls = json.loads((CALLS / "calls.json").read_text())
     file_calls = json.loads((CALLS / "calls_filecam.json").read_text())
@@ -136,4 +152,5 @@ def reference(service, descriptions):
             cases = (file_calls if chapter.is_file_camera else calls)[method.signature]
             blocks += [heading(method), *own_words(method), *special_cases(method, cases),
                        *as_published(method)]
+    blocks += status(service)
     return "\n".join(blocks)

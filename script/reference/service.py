@@ -1,4 +1,4 @@
-"""What a running broker says of the service OXVideoDevice, by introspection."""
+"""What a running broker says of the services OXVideoDevice and OXVideoStatus, by introspection."""
 import json
 import pathlib
 import subprocess
@@ -7,6 +7,7 @@ import tempfile
 from .descriptions import ROOT, Problem
 
 MODULE = "OXVideoDevice"
+STATUS = "OXVideoStatus"
 
 
 class Broker:
@@ -50,6 +51,9 @@ class Service:
             self.methods = broker.ask("methods", MODULE, "--json")
             self.description, self.examples = broker.ask(
                 "call", "OXBroker", "getModuleDescription", json.dumps(MODULE))
+            self.status_methods = broker.ask("methods", STATUS, "--json")
+            self.status_description, _ = broker.ask(
+                "call", "OXBroker", "getModuleDescription", json.dumps(STATUS))
         with Broker(programs, library, "FileCam") as broker:
             # A file camera has the device's publications first.
             self.file_methods = broker.ask("methods", MODULE, "--json")[len(self.methods):]

@@ -5,11 +5,13 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <csignal>
 #include <fstream>
 
 #include "fake_device.h"
+#include "media/framesize.h"
 #include "program.h"
 #include "terminal/exitstatus.h"
 
@@ -19,6 +21,7 @@ namespace {
 using namespace cli;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
+using ::testing::Not;
 using ::testing::StartsWith;
 
 /// What went through a descriptor.
@@ -105,6 +108,8 @@ TEST(UsageErrors, IsSaidWithoutABroker) {
       {{"snapshot", "-o", "a", "--colorspace", "kXYZ"}, "kYuv, kHsy, kYUV422"},
       {{"snapshot", "-o", "a", "--resolution", "kXGA"}, "kQQVGA, kQVGA, kVGA, k4VGA"},
       {{"snapshot", "-o", "-", "--json"}, "standard output"},
+      {{"snapshot", "-o", "a.jpg"}, ".png"},
+      {{"multi", "-o", "-", "--camera", "0", "--camera", "1"}, "one picture"},
       {{"watch", "--frames", "0"}, "--frames"},
       {{"call", "OXBroker"}, "METHOD"},
       {{"call", "OXBroker", "ping", "{}"}, "use an array"},
@@ -136,8 +141,8 @@ TEST(UsageErrors, IsSaidWithoutABroker) {
 
 TEST(UsageErrors, HelpOfEveryVerbShowsAnExample) {
   for (const char* verb :
-       {"modules", "methods", "call", "cameras", "push", "snapshot", "watch", "get", "set", "multi",
-        "angles", "record", "play", "next", "previous", "speed", "position"}) {
+       {"modules", "methods", "call", "cameras", "subscribers", "push", "snapshot", "watch", "get",
+        "set", "multi", "angles", "record", "play", "next", "previous", "speed", "position"}) {
     const RunResult ran = run({verb, "--help"});
     EXPECT_EQ(ran.status, kDone) << verb;
     EXPECT_THAT(ran.out, HasSubstr("Example:\n  oxvideo " + std::string(verb))) << verb;
@@ -432,6 +437,259 @@ TEST_F(Verbs, RecordAsksOnceForEachNewFrame) {
   EXPECT_THAT(run({"record", "out.oxv", "--frames", "1", "--timeout", "0.1"}).err,
               HasSubstr("0 of 1 frames recorded"));
   expectAllUnsubscribed();
+}
+
+/// The fake device with the service beside it, which tells what a test wants.
+class StatusVerbs : public Verbs {
+ protected:
+  StatusVerbs() {
+    fStatus.reset(new FakeDevice(fFake.broker, false, "OXVideoStatus"));
+    fStatus->initModule();
+    device().answer("getActiveCamera", [](const OXValue&) { return 0; });
+    device().answer("getResolution", [](const OXValue&) { return 0; });
+    device().answer("getFrameRate", [](const OXValue&) { return 30; });
+    device().answer("getImageRemote", [](const OXValue&) { return imageReply(5000); });
+    device().answer("getDirectRawImageRemote", [](const OXValue&) { return imageReply(5000); });
+    device().answer("recordVideo", [](const OXValue&) { return true; });
+    tellCamera({160, 120}, {160, 120}, 12);
+    fStatus->answer("getSubscribers", [](const OXValue&) { return OXValue(OXValue::Array()); });
+  }
+
+  /// Camera 0 runs at a size and was pushed another one this long ago, with the stamp 5 ms.
+  void tellCamera(FrameSize pRunsAt, FrameSize pPushed, int pAgeMs, bool pIsReplay = false,
+                  int pStampUs = 5000) {
+    const OXValue sizes = OXValue::array(OXValue::array(160, 120), OXValue::array(1280, 960));
+    const OXValue camera = OXValue::array(
+        0, 2, OXValue::array(pRunsAt.width, pRunsAt.height), 9, 30, 3, sizes, 5, 30,
+        OXValue::array(0, pStampUs), OXValue::array(pPushed.width, pPushed.height), "feeder", 30.0f,
+        0, pAgeMs, pIsReplay ? "replay" : "push", "a field of a later version");
+    fStatus->answer("getCameras", [camera](const OXValue&) { return OXValue::array(camera); });
+  }
+
+  void tellRecording(int pImages, const char* pState, const char* pReason, int pMissing) {
+    fStatus->answer("getRecordings", [=, this](const OXValue&) {
+      const std::string call = callsOf("recordVideo").back();
+      const std::string id = call.substr(13, call.find('"', 13) - 13);
+      return OXValue::array(OXValue::array(id, "x.oxv", pImages, pImages * 614400.0f, pState,
+                                           pReason, pMissing, OXValue::array(7, 0),
+                                           OXValue::array(8, 500000), 90, 30, 1));
+    });
+  }
+
+  boost::shared_ptr<FakeDevice> fStatus;
+};
+
+TEST_F(StatusVerbs, SnapshotSaysWhatItWasMadeOf) {
+  const std::string file = fFake.folder.file("a.png");
+  const struct {
+    const char* why;
+    FrameSize runsAt, pushed;
+    int ageMs;
+    bool isReplay;
+    int status;
+    const char* said;
+  } rows[] = {
+      {"real and young", {160, 120}, {160, 120}, 12, false, kDone, "of camera 0, 12 ms old\n"},
+      {"more pixels than asked for", {160, 120}, {320, 240}, 12, false, kDone, "12 ms old\n"},
+      {"fewer", {160, 120}, {80, 60}, 12, false, kDone, "12 ms old, enlarged from 80x60\n"},
+      {"old",
+       {160, 120},
+       {160, 120},
+       5900,
+       false,
+       kFailed,
+       "the newest image of camera 0 is 5.9 s old, more than --max-age 2: not fed for 5.9 s"},
+      {"a replay's stamps are old", {160, 120}, {160, 120}, 5900, true, kDone, "160x120 kRGB"},
+  };
+  for (const auto& row : rows) {
+    tellCamera(row.runsAt, row.pushed, row.ageMs, row.isReplay);
+    const RunResult ran = run({"snapshot", "-o", file, "--timeout", "0.1"});
+    EXPECT_EQ(ran.status, row.status) << row.why << ran.err;
+    EXPECT_THAT(ran.err, HasSubstr(row.said)) << row.why;
+    EXPECT_EQ(std::filesystem::remove(file), row.status == kDone) << row.why;
+  }
+  tellCamera({160, 120}, {160, 120}, 5900);
+  EXPECT_EQ(run({"snapshot", "-o", file, "--max-age", "10"}).status, kDone);
+  const RunResult exists = run({"snapshot", "-o", file, "--max-age", "10"});
+  EXPECT_EQ(exists.status, kFailed);
+  EXPECT_THAT(exists.err, HasSubstr("exists"));
+  EXPECT_EQ(run({"snapshot", "-o", file, "--max-age", "10", "--overwrite"}).status, kDone);
+
+  // The feeder learns of the larger size after the third image.
+  std::atomic<int> asked = 0;
+  device().answer("getImageRemote", [&](const OXValue&) {
+    const int stamp = 5000 + 1000 * ++asked;
+    tellCamera({160, 120}, asked < 4 ? FrameSize{80, 60} : FrameSize{160, 120}, 1, false, stamp);
+    return imageReply(stamp);
+  });
+  EXPECT_THAT(run({"snapshot", "-o", file, "--overwrite"}).err, Not(HasSubstr("enlarged")));
+  EXPECT_EQ(asked, 4);
+
+  device().answer("getImageRemote", [](const OXValue&) { return OXValue(); });
+  tellCamera({1280, 960}, {320, 240}, 12);
+  EXPECT_THAT(run({"snapshot", "-o", file, "--overwrite", "--timeout", "0"}).err,
+              HasSubstr("fed with 320x240, camera 0 runs at 1280x960: not delivered"));
+}
+
+TEST_F(StatusVerbs, LooksSayWhenRateOrSizeCameOtherwise) {
+  const std::string file = fFake.folder.file("a.png");
+  std::atomic<int> rate = 5;
+  device().answer("getFrameRate",
+                  [&](const OXValue& p) { return p[0].isInt() ? 30 : rate.load(); });
+  device().answer("setFrameRate", [&](const OXValue& p) {
+    rate = p[1].toInt();
+    return true;
+  });
+  const struct {
+    std::vector<std::string> arguments;
+    const char* said;
+  } rows[] = {
+      {{"watch", "--frames", "1", "--fps", "60", "--resolution", "k4VGA"},
+       "asked for 60 a second, got 5: 1280x960 starts at 5; --force-fps\n"},
+      {{"watch", "--frames", "1", "--fps", "60", "--force-fps"},
+       "asked for 60 a second, got 30: camera 0 can do 5 to 30\n"},
+      {{"watch", "--frames", "1", "--fps", "30", "--force-fps"}, "camera 0 runs at 160x120\n"},
+      {{"watch", "--frames", "1", "--fps", "3"},
+       "asked for 3 a second, got 5: 5 is where a subscription starts; --force-fps\n"},
+      {{"watch", "--frames", "1", "--resolution", "kVGA"}, "asked for 640x480, got 160x120"},
+      {{"watch", "--frames", "1", "--colorspace", "kHSY", "--resolution", "kQQVGA"},
+       "asked for kHSY, got kRGB\n"},
+      {{"snapshot", "-o", file, "--overwrite", "--fps", "20"}, "asked for 20 a second, got 5: "},
+      {{"snapshot", "-o", file, "--overwrite"}, "160x120 kRGB of camera 0"},
+  };
+  for (const auto& row : rows) {
+    rate = 5;
+    const RunResult ran = run(row.arguments);
+    EXPECT_EQ(ran.status, kDone) << ran.err;
+    EXPECT_THAT(ran.err, HasSubstr(row.said)) << ::testing::PrintToString(row.arguments);
+    EXPECT_EQ(std::count(ran.err.begin(), ran.err.end(), '\n') <= 2, true) << ran.err;
+  }
+}
+
+TEST_F(StatusVerbs, RecordSaysWhatThereIsAtItsEnd) {
+  const std::string file = fFake.folder.file("film.oxv");
+  std::atomic<int> stamp = 0;
+  device().answer("getImageRemote", [&](const OXValue&) { return imageReply(++stamp); });
+  device().answer("getDirectRawImageRemote", [&](const OXValue&) { return imageReply(stamp); });
+  const struct {
+    const char* why;
+    int images;
+    const char* state;
+    const char* reason;
+    int missing;
+    int status;
+    std::vector<const char*> said;
+  } rows[] = {
+      {"all",
+       46,
+       "complete",
+       "complete",
+       0,
+       kDone,
+       {"film.oxv: 46 images, 1.5 s, 30.0 a second, 0 missing, 28 MB\n"}},
+      {"gaps", 46, "complete", "complete", 2, kDoneWithLosses, {", 2 missing, "}},
+      {"a full disk",
+       13,
+       "failed",
+       "film.oxv: No space left on device",
+       0,
+       kFailed,
+       {"film.oxv: 13 images, ", "13 of 46 frames recorded", "No space left on device"}},
+      {"ended by somebody else",
+       13,
+       "stopped",
+       "its subscriber left",
+       0,
+       kFailed,
+       {"13 of 46 frames recorded", "its subscriber left"}},
+  };
+  for (const auto& row : rows) {
+    tellRecording(row.images, row.state, row.reason, row.missing);
+    const RunResult ran = run({"record", file, "--frames", "46"});
+    EXPECT_EQ(ran.status, row.status) << row.why << ran.err;
+    for (const char* said : row.said) EXPECT_THAT(ran.err, HasSubstr(said)) << row.why;
+    EXPECT_THAT(run({"record", file, "--frames", "46", "--json"}).out,
+                HasSubstr("\"images\":" + std::to_string(row.images)))
+        << row.why;
+  }
+  device().answer("recordVideo", [](const OXValue&) { return false; });
+  tellRecording(0, "failed", "no such folder", 0);
+  EXPECT_THAT(run({"record", file, "--frames", "1"}).err,
+              HasSubstr("can't write " + file + "\n  no such folder"));
+  std::ofstream(file) << "x";
+  const RunResult exists = run({"record", file, "--frames", "1"});
+  EXPECT_EQ(exists.status, kFailed);
+  EXPECT_THAT(exists.err, HasSubstr("exists"));
+  expectAllUnsubscribed();
+}
+
+TEST_F(StatusVerbs, RecordSaysThatItWaitsAndThatImagesChangeTheirSize) {
+  const std::string file = fFake.folder.file("film.oxv");
+  tellRecording(3, "complete", "complete", 0);
+  tellCamera({160, 120}, {160, 120}, -1);
+  std::atomic<int> asked = 0;
+  device().answer("getImageRemote",
+                  [&](const OXValue&) { return ++asked < 4 ? OXValue() : imageReply(asked); });
+  device().answer("getDirectRawImageRemote", [&](const OXValue&) {
+    OXValue image = imageReply(asked);
+    if (asked > 5) image[0] = 80;
+    if (asked > 5) image[1] = 240;
+    return image;
+  });
+  const RunResult ran = run({"record", file, "--frames", "3"});
+  EXPECT_EQ(ran.status, kDoneWithLosses) << ran.err;
+  EXPECT_THAT(ran.err, StartsWith("waiting for a first image of camera 0: not fed\n"));
+  EXPECT_THAT(ran.err, HasSubstr("80x240 and no longer 160x120"));
+}
+
+TEST_F(StatusVerbs, SubscribersAreListedAndRemoved) {
+  fStatus->answer("getSubscribers", [](const OXValue&) {
+    return OXValue::array(OXValue::array(
+        "robot_2", "robot", OXValue(std::vector<int>{0}), OXValue::array(OXValue::array(640, 480)),
+        OXValue(std::vector<int>{11}), 15, OXValue(std::vector<int>{30}), 90, 1500, 1));
+  });
+  EXPECT_EQ(run({"subscribers"}).out,
+            "ID       OWNER  CAMERAS  SIZES    COLOUR SPACES  FPS       SERVED  HELD  LAST\n"
+            "robot_2  robot  0        640x480  kRGB           15 of 30  90      1     1.5 s ago\n");
+  EXPECT_EQ(run({"subscribers", "--json"}).out,
+            "[{\"id\":\"robot_2\",\"owner\":\"robot\",\"cameras\":[0],\"sizes\":[\"640x480\"],"
+            "\"colorspaces\":[\"kRGB\"],\"fps\":15,\"camera_fps\":[30],\"served\":90,\"held\":1,"
+            "\"age_ms\":1500}]\n");
+  const RunResult unknown = run({"subscribers", "--remove", "robot"});
+  EXPECT_EQ(unknown.status, kFailed);
+  EXPECT_THAT(unknown.err, HasSubstr("no subscriber \"robot\"\n  subscribed are: robot_2"));
+  EXPECT_TRUE(callsOf("unsubscribe").empty());
+  EXPECT_EQ(run({"subscribers", "--remove", "robot_2"}).status, kDone);
+  EXPECT_THAT(callsOf("unsubscribe"), ElementsAre("unsubscribe[\"robot_2\"]"));
+
+  for (const OXValue& reply : {OXValue(3), OXValue::array(3), OXValue::array(OXValue::array("id")),
+                               OXValue::array(OXValue::array("id", "", OXValue::array("zero")))}) {
+    fStatus->answer("getSubscribers", [&](const OXValue&) { return reply; });
+    const RunResult ran = run({"subscribers"});
+    EXPECT_EQ(ran.status, kFailed);
+    EXPECT_THAT(ran.err, HasSubstr("the broker sent")) << ran.err;
+  }
+}
+
+TEST_F(StatusVerbs, CamerasSayWhetherImagesArrive) {
+  const struct {
+    int ageMs;
+    bool isReplay;
+    const char* said;
+  } rows[] = {
+      {12, false, "  fed, 30 a second, 12 ms old  "},
+      {-1, false, "  not fed  "},
+      {5900, false, "  not fed for 5.9 s  "},
+      {12, true, "  replay, 30 a second  "},
+      {5900, true, "  replay, nobody asked for 5.9 s  "},
+  };
+  for (const auto& row : rows) {
+    tellCamera({160, 120}, {160, 120}, row.ageMs, row.isReplay);
+    EXPECT_THAT(run({"cameras"}).out, HasSubstr(row.said));
+  }
+  EXPECT_THAT(run({"cameras"}).out, HasSubstr("160x120 to 1280x960, 5 to 30 a second"));
+  EXPECT_THAT(run({"cameras", "--json"}).out, HasSubstr("\"sizes\":[\"160x120\",\"1280x960\"]"));
+  EXPECT_TRUE(callsOf("getCameraModel").empty()) << "each probe leaves a record in the log";
 }
 
 TEST_F(Verbs, ReplayNeedsAFileCamera) {

@@ -24,8 +24,9 @@ class FakeDevice : public OXModule {
  public:
   using Answer = std::function<OXValue(const OXValue& pArguments)>;
 
-  FakeDevice(boost::shared_ptr<OXBroker> pBroker, bool pIsFileCamera)
-      : OXModule(std::move(pBroker), "OXVideoDevice") {
+  FakeDevice(boost::shared_ptr<OXBroker> pBroker, bool pIsFileCamera,
+             const char* pName = "OXVideoDevice")
+      : OXModule(std::move(pBroker), pName) {
     answer("subscribeCamera", [](const OXValue& p) { return p[0]; });
     answer("subscribeCameras", [](const OXValue& p) { return p[0]; });
     if (!pIsFileCamera) return;

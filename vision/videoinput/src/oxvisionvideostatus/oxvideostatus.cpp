@@ -151,9 +151,13 @@ boost::shared_ptr<const DeviceStatus> OXVideoStatus::xDevice(const char* pMethod
 }
 
 OXValue OXVideoStatus::getSubscribers() {
+  // After the copy, so that the broker is asked without a lock of the device.
+  const std::vector<SubscriberStatus> subscribers = xDevice("getSubscribers()")->subscriberStatus();
+  const boost::shared_ptr<OXBroker> broker = getParentBroker();
   OXValue::Array result;
-  for (const SubscriberStatus& subscriber : xDevice("getSubscribers()")->subscriberStatus())
-    result.push_back(toValue(subscriber, ""));
+  for (const SubscriberStatus& subscriber : subscribers)
+    result.push_back(
+        toValue(subscriber, broker ? broker->getOwner(kDevice, subscriber.id) : std::string()));
   return {std::move(result)};
 }
 
