@@ -1,4 +1,5 @@
-// The oxbroker program: serves until SIGINT or SIGTERM.
+// The oxbroker program: serves until SIGINT, SIGTERM or SIGHUP, which all end it in order, so that
+// recordings are closed. A SIGHUP that was ignored at the start (nohup) stays ignored.
 #include <pthread.h>
 
 #include <csignal>
@@ -6,6 +7,15 @@
 
 #include "daemon.h"
 #include "options.h"
+
+namespace {
+
+bool isIgnored(int pSignal) {
+  struct sigaction present = {};
+  return ::sigaction(pSignal, nullptr, &present) == 0 && present.sa_handler == SIG_IGN;
+}
+
+}  // namespace
 
 int main(int pCount, char** pArguments) {
   // The reader of the outputs may end before the daemon does (`oxbroker 2>&1 | head`).
@@ -18,11 +28,14 @@ int main(int pCount, char** pArguments) {
   sigemptyset(&ends);
   sigaddset(&ends, SIGINT);
   sigaddset(&ends, SIGTERM);
+  if (!isIgnored(SIGHUP)) sigaddset(&ends, SIGHUP);
   pthread_sigmask(SIG_BLOCK, &ends, nullptr);
   return OX::daemon::serve(*options, std::cout, std::cerr, [&ends] {
     int signal = 0;
     sigwait(&ends, &signal);
-    // A second signal ends the program at once, in case a call never returns.
+    // A second signal ends the program at once, in case a call never returns. Not SIGHUP, which
+    // a lost terminal sends more than once: by the kernel, and by the shell.
+    sigdelset(&ends, SIGHUP);
     pthread_sigmask(SIG_UNBLOCK, &ends, nullptr);
   });
 }

@@ -31,19 +31,30 @@ void onSignal(int pSignal) {
   errno = savedErrno;
 }
 
+void handle(int pSignal, int pFlags) {
+  struct sigaction action = {};
+  action.sa_handler = onSignal;
+  sigemptyset(&action.sa_mask);
+  // No SA_RESTART: a blocking open() must be interrupted too.
+  action.sa_flags = pFlags;
+  sigaction(pSignal, &action, nullptr);
+}
+
+bool isIgnored(int pSignal) {
+  struct sigaction present = {};
+  return sigaction(pSignal, nullptr, &present) == 0 && present.sa_handler == SIG_IGN;
+}
+
 }  // namespace
 
 void OXInterrupt::install() {
   if (pipeEnds[0] < 0 && ::pipe2(pipeEnds, O_CLOEXEC | O_NONBLOCK) != 0)
     throw OXFailure("can't create the pipe for signals");
-  struct sigaction action = {};
-  action.sa_handler = onSignal;
-  sigemptyset(&action.sa_mask);
-  // No SA_RESTART: a blocking open() must be interrupted too.
   // Reset by the first signal, so that a second one ends a program that is stuck.
-  action.sa_flags = static_cast<int>(SA_RESETHAND);
-  sigaction(SIGINT, &action, nullptr);
-  sigaction(SIGTERM, &action, nullptr);
+  handle(SIGINT, static_cast<int>(SA_RESETHAND));
+  handle(SIGTERM, static_cast<int>(SA_RESETHAND));
+  // Not reset: a lost terminal sends it more than once, by the kernel and by the shell.
+  if (!isIgnored(SIGHUP)) handle(SIGHUP, 0);
   std::signal(SIGPIPE, SIG_IGN);
 }
 

@@ -1,5 +1,5 @@
-/// Polling for SIGINT and SIGTERM: loops ask, so that every verb returns normally and releases what
-/// it holds.
+/// Polling for SIGINT, SIGTERM and SIGHUP: loops ask, so that every verb returns normally and
+/// releases what it holds.
 #pragma once
 
 #include <chrono>
@@ -16,8 +16,9 @@ class OXInterrupted : public std::runtime_error {
 /// One per process, as signals are. Thread-safe.
 class OXInterrupt {
  public:
-  /// After this the first SIGINT or SIGTERM only sets requested(); a second one ends the process as
-  /// usual. SIGPIPE is ignored: writing to a closed pipe fails with an error instead.
+  /// After this the first SIGINT, SIGTERM or SIGHUP only sets requested(); a second SIGINT or
+  /// SIGTERM ends the process as usual. A SIGHUP that was ignored before (nohup) stays ignored.
+  /// SIGPIPE is ignored: writing to a closed pipe fails with an error instead.
   static void install();
 
   static bool requested();

@@ -33,7 +33,8 @@ std::string drain(int pFile) {
 /// A child process and its two outputs.
 class Program {
  public:
-  explicit Program(std::vector<std::string> pArguments) {
+  /// pIgnored: a signal that it ignores from the start, as after nohup.
+  explicit Program(std::vector<std::string> pArguments, int pIgnored = 0) {
     int out[2], err[2];
     if (::pipe2(out, O_CLOEXEC) != 0 || ::pipe2(err, O_CLOEXEC) != 0) return;
     posix_spawn_file_actions_t actions;
@@ -44,8 +45,11 @@ class Program {
     std::vector<char*> words;
     for (std::string& argument : pArguments) words.push_back(argument.data());
     words.push_back(nullptr);
+    // What this process ignores, its child does.
+    if (pIgnored != 0) ::signal(pIgnored, SIG_IGN);
     if (::posix_spawn(&fProcess, OX_BROKER_PROGRAM, &actions, nullptr, words.data(), environ) != 0)
       fProcess = -1;
+    if (pIgnored != 0) ::signal(pIgnored, SIG_DFL);
     ::posix_spawn_file_actions_destroy(&actions);
     ::close(out[1]);
     ::close(err[1]);
@@ -79,6 +83,14 @@ class Program {
     for (char byte; !text.ends_with(pText) && ::read(fErr, &byte, 1) == 1;) text += byte;
     return text;
   }
+  /// From now on its writes to standard output wait for restOfOutput().
+  void fillOutput() {
+    const std::string pipe = "/proc/self/fd/" + std::to_string(fOut);
+    const int end = ::open(pipe.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC);
+    for (const std::size_t size : {std::size_t{4096}, std::size_t{1}})
+      while (::write(end, std::string(size, '-').data(), size) > 0) continue;
+    ::close(end);
+  }
   /// As if whoever reads its outputs had ended.
   void closeOutputs() {
     ::close(std::exchange(fOut, -1));
@@ -107,7 +119,7 @@ std::string addressOf(const std::string& pLine) {
 }
 
 TEST(Daemon, ServesLoadedModulesUntilASignal) {
-  for (const int end : {SIGTERM, SIGINT}) {
+  for (const int end : {SIGTERM, SIGINT, SIGHUP}) {
     const std::string path = ::testing::TempDir() + "oxbroker_" + std::to_string(::getpid());
     Program daemon({"--load", OX_PROBE_LIBRARY, "--listen", "127.0.0.1:0", "--listen",
                     "unix:" + path, "--log-level", "2"});
@@ -126,6 +138,26 @@ TEST(Daemon, ServesLoadedModulesUntilASignal) {
     EXPECT_EQ(daemon.wait(), 0);
     EXPECT_FALSE(std::filesystem::exists(path));
   }
+}
+
+TEST(Daemon, OutlivesItsTerminalUnderNohup) {
+  Program daemon({"--load", OX_PROBE_LIBRARY, "--listen", "127.0.0.1:0"}, SIGHUP);
+  const std::string address = addressOf(daemon.line());
+  daemon.signal(SIGHUP);
+  EXPECT_EQ(OXRemoteBroker::connect(address)->call("Probe", "echo", OXValue::array(1)), OXValue(1));
+  daemon.signal(SIGTERM);
+  EXPECT_EQ(daemon.wait(), 0);
+}
+
+TEST(Daemon, EndsInOrderWhenALostTerminalSignalsTwice) {
+  Program daemon({"--load", OX_PROBE_LIBRARY, "--listen", "127.0.0.1:0"});
+  RawClient client(addressOf(daemon.line()));
+  daemon.fillOutput();
+  daemon.signal(SIGHUP);
+  EXPECT_TRUE(client.isClosedByPeer()) << "it ends, but for the library's last words";
+  daemon.signal(SIGHUP);
+  EXPECT_TRUE(daemon.restOfOutput().ends_with("closed\n"));
+  EXPECT_EQ(daemon.wait(), 0);
 }
 
 TEST(Daemon, EndsCleanlyWithClientsAndACallUnderWay) {

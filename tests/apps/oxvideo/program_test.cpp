@@ -77,6 +77,7 @@ class Programs : public ::testing::Test {
 
   void TearDown() override {
     fFeeder.reset();
+    if (fBroker->id() < 0) return;  // the test has ended it
     fBroker->signal(SIGTERM);
     EXPECT_EQ(fBroker->wait(), 0) << contentOf(file("broker.log"));
   }
@@ -175,6 +176,7 @@ TEST_F(Programs, WatchSeesFramesAndLeavesAtASignal) {
       {{"watch"}, SIGINT, {kDone, kDoneWithLosses}, "it runs until it is stopped"},
       {{"watch", "--frames", "1000000"}, SIGINT, {128 + SIGINT}, "cut short"},
       {{"watch", "--frames", "1000000"}, SIGTERM, {128 + SIGTERM}, "cut short"},
+      {{"watch", "--frames", "1000000"}, SIGHUP, {128 + SIGHUP}, "cut short"},
   };
   for (const auto& row : rows) {
     const auto watch = start(row.arguments, "watch.log");
@@ -186,6 +188,14 @@ TEST_F(Programs, WatchSeesFramesAndLeavesAtASignal) {
     expectUnsubscribed("watch", id);
   }
 
+  std::signal(SIGHUP, SIG_IGN);  // what this process ignores, its child does
+  const auto nohup = start({"watch", "--frames", "10", "--fps", "5"}, "watch.log");
+  std::signal(SIGHUP, SIG_DFL);
+  nohup->readLine();
+  nohup->signal(SIGHUP);
+  EXPECT_THAT(nohup->readAll(), HasSubstr("10 frames"));
+  EXPECT_THAT(nohup->wait(), AnyOf(kDone, kDoneWithLosses));
+
   const auto watch = start({"watch"}, "watch.log");
   watch->readLine();
   const pid_t id = watch->id();
@@ -193,6 +203,26 @@ TEST_F(Programs, WatchSeesFramesAndLeavesAtASignal) {
   EXPECT_EQ(watch->wait(), kDone) << "like watch | head -1";
   EXPECT_EQ(contentOf(file("watch.log")), "camera 0 runs at 320x240\n") << "no error";
   expectUnsubscribed("watch", id);
+}
+
+// The broker writes the file, so its end must close it; without an index it would be a damaged one.
+TEST_F(Programs, ABrokerThatLosesItsTerminalClosesItsRecordings) {
+  feed({"test", "--fps", "30"});
+  ASSERT_EQ(run({"snapshot", "-o", file("a.png")}).status, kDone);
+  const auto client = OXRemoteBroker::connect("unix:" + file("broker"));
+  const auto call = [&](const char* pMethod, const OXValue& pArguments) {
+    return client->call("OXVideoDevice", pMethod, pArguments);
+  };
+  const OXValue id = call("subscribeCamera", OXValue::array("left", 0, kQVGA, kYUV422, 30));
+  ASSERT_TRUE(call("recordVideo", OXValue::array(id, file("left.oxv"), 100, 1)).toBool());
+  bool recorded = false;
+  for (int tries = 0; tries < 20 && !recorded; ++tries)
+    recorded = parseImageReply(call("getDirectRawImageRemote", OXValue::array(id))).has_value();
+  ASSERT_TRUE(recorded);
+  fBroker->signal(SIGHUP);
+  EXPECT_EQ(fBroker->wait(), 0) << contentOf(file("broker.log"));
+  const RunResult verified = run({"verify", file("left.oxv")});
+  EXPECT_EQ(verified.status, kDone) << verified.out << verified.err;
 }
 
 TEST_F(Programs, AFilmThatASignalCutsShortSaysSo) {
