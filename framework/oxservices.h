@@ -66,8 +66,9 @@ class OX_API OXPreferences : public OXModule {
                                                  const std::string& pDirectory);
 
   /// As OXPreferencesProxy::readPrefFile(). Throws OXError also for a name that is empty, contains
-  /// a slash or starts with a dot, and for a file of more than 1 MiB.
-  OXValue readPrefFile(const std::string& pFileName, bool pFlag);
+  /// a slash or starts with a dot, and for a file of more than 1 MiB. A program that knows better
+  /// than a file overrides it.
+  virtual OXValue readPrefFile(const std::string& pFileName, bool pFlag);
 
  private:
   std::string fDirectory;

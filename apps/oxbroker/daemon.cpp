@@ -1,8 +1,12 @@
 // Starts what the options name and ends it in reverse: server, broker with its modules, libraries.
 #include "daemon.h"
 
+#include <boost/make_shared.hpp>
+#include <cerrno>
+#include <charconv>
 #include <ostream>
 #include <string>
+#include <system_error>
 #include <vector>
 
 #include <oxframework/oxbroker.h>
@@ -12,6 +16,7 @@
 #include <oxframework/oxserver.h>
 #include <oxframework/oxservices.h>
 #include "modulelibrary.h"
+#include "sourcepreferences.h"
 
 namespace OX::daemon {
 namespace {
@@ -21,10 +26,13 @@ namespace {
 class ModuleHost {
  public:
   explicit ModuleHost(const Options& pOptions)
-      : fBroker(OXBroker::create({.name = "oxbroker", .maxThreads = pOptions.maxThreads})) {
+      : fBroker(OXBroker::create({.name = "oxbroker", .maxThreads = pOptions.maxThreads})),
+        fPreferences(
+            boost::make_shared<SourcePreferences>(fBroker, pOptions.preferences, pOptions.source)) {
     // Services before libraries: a module may need its preferences as soon as it is made.
     OXModule::createModule<OXMemory>(fBroker);
-    OXPreferences::create(fBroker, pOptions.preferences);
+    fPreferences->initModule();
+    fPreferences->init();
   }
 
   ~ModuleHost() {
@@ -38,16 +46,49 @@ class ModuleHost {
 
   void load(const std::string& pName) {
     const ModuleLibrary library(pName);
-    library.createModule(fBroker);
+    try {
+      library.createModule(fBroker);
+    } catch (const OXError& error) {
+      const std::string advice = fPreferences->getAdvice();
+      if (advice.empty()) throw;
+      raiseError(error.getModuleName(), error.getFunctionName(),
+                 error.getDescription() + "\n  " + advice);
+    }
     fLibraries.push_back(library);
   }
 
   const boost::shared_ptr<OXBroker>& getBroker() const { return fBroker; }
+  const SourcePreferences& getPreferences() const { return *fPreferences; }
 
  private:
   const boost::shared_ptr<OXBroker> fBroker;
+  const boost::shared_ptr<SourcePreferences> fPreferences;
   std::vector<ModuleLibrary> fLibraries;  ///< those that created their modules
 };
+
+/// Another address like the one that is in use.
+std::string neighbour(const std::string& pAddress) {
+  const std::size_t colon = pAddress.rfind(':');
+  int port = 0;
+  const char* const end = pAddress.data() + pAddress.size();
+  const bool isUnix = pAddress.starts_with("unix:");
+  if (isUnix || std::from_chars(pAddress.data() + colon + 1, end, port).ptr != end)
+    return pAddress + "2";
+  return pAddress.substr(0, colon + 1) + std::to_string(port < 65535 ? port + 1 : port - 1);
+}
+
+std::string listen(OXServer& pServer, const std::string& pAddress) {
+  try {
+    return pServer.listen(pAddress);
+  } catch (const OXError& error) {
+    const std::string inUse = std::generic_category().message(EADDRINUSE);
+    if (!error.getDescription().ends_with(inUse)) throw;
+    const std::string other = neighbour(pAddress);
+    raiseError(error.getModuleName(), error.getFunctionName(),
+               error.getDescription() + "\n  " + pAddress + " is in use; use another one with " +
+                   "--listen " + other + ", and OXVIDEO_BROKER=" + other + " for oxvideo");
+  }
+}
 
 }  // namespace
 
@@ -57,10 +98,12 @@ int serve(const Options& pOptions, std::ostream& pOut, std::ostream& pErr,
     ki::log::setLevel(pOptions.logLevel);
     ModuleHost host(pOptions);
     for (const std::string& library : pOptions.libraries) host.load(library);
+    if (const std::string notice = host.getPreferences().getNotice(); !notice.empty())
+      pErr << "oxbroker: " << notice << std::endl;
     OXServer server(host.getBroker(), pOptions.limits);
     std::vector<std::string> addresses;
     for (const std::string& address : pOptions.addresses)
-      addresses.push_back(server.listen(address));
+      addresses.push_back(listen(server, address));
     // Announced together: whoever reads one line may rely on all addresses.
     for (const std::string& address : addresses) pOut << "listening on " << address << "\n";
     pOut.flush();

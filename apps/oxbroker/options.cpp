@@ -5,14 +5,23 @@
 #include <limits>
 
 #include <oxframework/version.h>
+#include "sourcepreferences.h"
 
 namespace OX::daemon {
 namespace {
 
-constexpr char kExample[] =
-    "Example:\n"
-    "  oxbroker --load libvideoinput.so --preferences preferences --listen unix:/tmp/ox.sock\n"
-    "serves a camera to programs on this machine until Ctrl-C.";
+/// Named as this program was called, so that they run where the user is.
+std::string examples(const std::string& pProgram) {
+  return "Examples:\n  " + pProgram +
+         " --load libvideoinput.so\n"
+         "serves two simulated cameras to programs on this machine.\n  " +
+         pProgram +
+         " --load libvideoinput.so --source file --listen 127.0.0.1:9741\n"
+         "serves a camera that replays recordings, at an address of its own.\n"
+         "Both serve until Ctrl-C, SIGTERM or SIGHUP (unless it is ignored, as under nohup), and "
+         "close\nrecordings as they end.\n"
+         "Exit status: 0 done, 1 failed, 2 usage error.";
+}
 
 // Deeper nesting could exhaust the stack of a thread.
 constexpr int kMostNesting = 1000;
@@ -46,17 +55,23 @@ std::optional<Options> parseOptions(int pCount, const char* const* pArguments, s
                                     std::ostream& pErr, int& pStatus) {
   Options options;
   CLI::App app("Serves modules to other processes: loads libraries and answers calls.", "oxbroker");
-  app.footer(kExample);
+  app.footer(examples(pCount > 0 ? pArguments[0] : "oxbroker"));
   app.set_version_flag("--version", std::string("oxbroker ") + OX_VERSION);
   app.add_option("--load", options.libraries,
                  "Library with a module; a name without a slash is first searched for in ../lib of "
                  "this program. Can be repeated")
       ->type_name("LIBRARY")
       ->allow_extra_args(false);
-  app.add_option("--preferences", options.preferences, "Directory of the preference files")
+  app.add_option("--preferences", options.preferences,
+                 "Directory of the preference files; VideoInput.xml names the source of images")
       ->type_name("DIR")
       ->check(CLI::ExistingDirectory)
       ->capture_default_str();
+  app.add_option("--source", options.source,
+                 "Source of images, whatever VideoInput.xml says (default: what it says, or the "
+                 "simulator if there is no such file)")
+      ->type_name("SOURCE")
+      ->check(CLI::IsMember(sourceWords()));
   app.add_option("--listen", options.addresses,
                  "HOST:PORT (port 0 picks one) or unix:PATH. Can be repeated")
       ->type_name("ADDRESS")

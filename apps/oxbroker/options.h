@@ -17,6 +17,7 @@ struct Options {
   std::vector<std::string> libraries;  ///< loaded in this order
   std::vector<std::string> addresses{"127.0.0.1:9740"};
   std::string preferences = ".";  ///< directory
+  std::string source;             ///< of images, one of sourceWords(); empty: as the files say
   int logLevel = 4;
   int maxThreads = 128;
   OXWireLimits limits;

@@ -6,14 +6,18 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <sstream>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include <oxframework/oxerror.h>
 #include <oxframework/oxremotebroker.h>
 #include "support/raw_client.h"
 
@@ -275,12 +279,15 @@ TEST(Daemon, SurvivesTheEndOfWhoReadsItsOutputs) {
 TEST(Daemon, ReportsErrorsAndEnds) {
   const std::string taken =
       "unix:" + ::testing::TempDir() + "oxtaken_" + std::to_string(::getpid());
-  Program other({"--listen", taken});
+  Program other({"--listen", taken, "--listen", "127.0.0.1:0"});
   ASSERT_EQ(other.line(), kReady + taken);
+  const std::string takenTcp = addressOf(other.line());
+  const int port = std::stoi(takenTcp.substr(takenTcp.rfind(':') + 1));
+  const std::string free = "127.0.0.1:" + std::to_string(port < 65535 ? port + 1 : port - 1);
   const struct {
     std::vector<std::string> arguments;
     int status;
-    const char* part;
+    std::string part;
   } kCases[] = {
       {{"--load", "/no/such.so"}, 1, "Cannot load /no/such.so"},
       {{"--load", "libc.so.6"}, 1, "Cannot load libc.so.6: it has no function _createModule"},
@@ -288,6 +295,9 @@ TEST(Daemon, ReportsErrorsAndEnds) {
       {{"--load", OX_THROWING_LIBRARY}, 1, "made no module: no camera is plugged in"},
       {{"--listen", "nonsense"}, 1, "\"nonsense\" is not a valid address"},
       {{"--listen", taken}, 1, "Address already in use"},
+      {{"--listen", taken}, 1, "--listen " + taken + "2, and OXVIDEO_BROKER=" + taken + "2"},
+      {{"--listen", takenTcp}, 1, "--listen " + free + ", and OXVIDEO_BROKER=" + free},
+      {{"--source", "robot"}, 2, "robot not in {simulator,file}"},
       {{"--preferences", "/no/such"}, 2, "/no/such"},
       {{"--log-level", "6"}, 2, "--log-level"},
       {{"--load"}, 2, "--load"},
@@ -301,6 +311,85 @@ TEST(Daemon, ReportsErrorsAndEnds) {
     EXPECT_NE(errors.find(test.part), std::string::npos) << errors;
     EXPECT_EQ(daemon.wait(), test.status) << test.part;
   }
+}
+
+/// "simulator", "file" or why there is none: what a daemon with the library of the cameras serves.
+std::string servedSource(const std::string& pAddress) {
+  try {
+    const OXValue methods = OXRemoteBroker::connect(pAddress)->call(
+        "OXBroker", "getMethodList", OXValue::array("OXVideoDevice"));
+    for (const OXValue& method : methods.toArray())
+      if (method[0] == OXValue("setVideo")) return "file";
+    return "simulator";
+  } catch (const OXError& error) {
+    return error.what();
+  }
+}
+
+TEST(Daemon, TakesTheCameraFromTheCommandLineTheFileOrTheSimulator) {
+  const auto folder =
+      std::filesystem::path(::testing::TempDir()) / ("oxsource_" + std::to_string(::getpid()));
+  std::filesystem::create_directory(folder);
+  const auto entry = [](const std::string& pValue) {
+    return "<preferences><entry name=\"source\" value=\"" + pValue + "\"/></preferences>";
+  };
+  const struct {
+    std::string file;    ///< content of VideoInput.xml; "none": there is none
+    std::string option;  ///< --source
+    std::string served;  ///< empty: it ends with status 1
+    std::string said;    ///< on standard error; empty: nothing at all
+  } kCases[] = {
+      {"none", "", "simulator", "VideoInput.xml: the cameras are simulated (--source"},
+      {"none", "file", "file", ""},
+      {entry("SimulatorCam"), "", "simulator", ""},
+      {entry("FileCam"), "", "file", ""},
+      {entry("FileCam"), "simulator", "simulator", ""},
+      {"<preferences>", "simulator", "simulator", ""},
+      {"<preferences>", "", "", "not valid XML"},
+      {"<preferences/>", "", "", "Failed to read VideoInput.xml preference file."},
+      {entry("Simulator"), "", "", "\"Simulator\"; this build has SimulatorCam and FileCam"},
+      {entry("USBCam"), "", "", "--source simulator|file takes one of them"},
+  };
+  for (const auto& test : kCases) {
+    SCOPED_TRACE(test.file + " " + test.option);
+    std::filesystem::remove(folder / "VideoInput.xml");
+    if (test.file != "none") std::ofstream(folder / "VideoInput.xml") << test.file;
+    std::vector<std::string> arguments{"--load",   OX_VIDEO_LIBRARY, "--preferences", folder,
+                                       "--listen", "127.0.0.1:0",    "--log-level",   "3"};
+    if (!test.option.empty()) arguments.insert(arguments.end(), {"--source", test.option});
+    Program daemon(arguments);
+    const std::string ready = daemon.line();
+    if (!test.served.empty()) {
+      EXPECT_EQ(servedSource(addressOf(ready)), test.served);
+      daemon.signal(SIGTERM);
+    }
+    const std::string errors = daemon.errors();
+    EXPECT_EQ(errors.empty(), test.said.empty()) << errors;
+    EXPECT_NE(errors.find(test.said), std::string::npos) << errors;
+    EXPECT_EQ(daemon.wait(), test.served.empty() ? 1 : 0);
+  }
+  std::filesystem::remove_all(folder);
+}
+
+// Word for word but for the addresses: another program of this machine may have those.
+TEST(Daemon, TheExamplesOfItsHelpRun) {
+  std::istringstream help(Program({"--help"}).restOfOutput());
+  int examples = 0;
+  for (std::string line; std::getline(help, line);) {
+    if (!line.starts_with("  " OX_BROKER_PROGRAM " ")) continue;
+    ++examples;
+    std::istringstream text(line);
+    std::vector<std::string> words(std::istream_iterator<std::string>(text), {});
+    words.erase(words.begin());
+    const auto listen = std::find(words.begin(), words.end(), "--listen");
+    words.erase(listen, listen + std::min<std::ptrdiff_t>(words.end() - listen, 2));
+    words.insert(words.end(), {"--listen", "127.0.0.1:0"});
+    Program daemon(words);
+    EXPECT_TRUE(daemon.line().starts_with(kReady)) << line;
+    daemon.signal(SIGTERM);
+    EXPECT_EQ(daemon.wait(), 0) << line;
+  }
+  EXPECT_EQ(examples, 2);
 }
 
 }  // namespace
