@@ -2,18 +2,44 @@
 #include <oxframework/oxremotebroker.h>
 
 #include <arpa/inet.h>
+#include <dlfcn.h>
 #include <gtest/gtest.h>
+#include <netdb.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 
 #include <atomic>
 #include <cstring>
+#include <latch>
 #include <mutex>
+#include <string_view>
 #include <vector>
 
 #include <oxframework/oxproxies.h>
 #include "served_broker.h"
+
+namespace {
+
+std::latch resolverMayAnswer(1);
+std::latch resolverHasAnswered(1);
+
+}  // namespace
+
+// In place of the system's, which the framework then calls through this program: for one name it
+// answers only when a test lets it.
+extern "C" [[gnu::visibility("default")]] int getaddrinfo(const char* pHost, const char* pService,
+                                                          const addrinfo* pHints,
+                                                          addrinfo** pResult) {
+  if (pHost && std::string_view(pHost) == "slow.invalid") {
+    resolverMayAnswer.wait();
+    resolverHasAnswered.count_down();
+    return EAI_NONAME;
+  }
+  using Function = int (*)(const char*, const char*, const addrinfo*, addrinfo**);
+  static const auto system = reinterpret_cast<Function>(::dlsym(RTLD_NEXT, "getaddrinfo"));
+  return system(pHost, pService, pHints, pResult);
+}
 
 namespace OX::test {
 namespace {
@@ -46,6 +72,8 @@ TEST_F(Client, EndsACallAfterItsTimeLimit) {
   ASSERT_TRUE(probe->awaitHolds(1));
   probe->release();  // nobody waits for the late answer
   EXPECT_EQ(client->call("Probe", "echo", OXValue::array(3)), OXValue(3));
+  client->setTimeout(std::chrono::milliseconds::max());
+  EXPECT_EQ(client->call("Probe", "echo", OXValue::array(4)), OXValue(4)) << "no limit to speak of";
 }
 
 TEST_F(Client, LetsAListenerReleaseTheLastReference) {
@@ -101,6 +129,17 @@ TEST_F(Client, SaysWhyItCannotConnect) {
     const std::string failure = failureOf([&] { OXRemoteBroker::connect(wanted); });
     EXPECT_TRUE(failure.starts_with("OXRemoteBroker: No broker answers at " + wanted)) << failure;
   }
+}
+
+TEST_F(Client, DoesNotWaitForAResolverThatDoesNotAnswer) {
+  const auto connecting = [] {
+    OXRemoteBroker::connect("slow.invalid:80", std::chrono::milliseconds(10));
+  };
+  const std::string failure = failureOf(connecting);
+  EXPECT_FALSE(resolverHasAnswered.try_wait()) << "it was not waited for";
+  EXPECT_TRUE(failure.ends_with("Connection timed out")) << failure;
+  resolverMayAnswer.count_down();
+  resolverHasAnswered.wait();
 }
 
 TEST_F(Client, DoesNotWaitForAServerThatDoesNotAccept) {

@@ -7,6 +7,7 @@
 
 #include <oxframework/oxerror.h>
 #include <oxframework/oxlog.h>
+#include "deadline.h"
 
 namespace OX::wire {
 namespace {
@@ -23,11 +24,11 @@ ClientStream::ClientStream(boost::shared_ptr<boost::asio::io_context> pIo, Socke
 ClientStream::~ClientStream() = default;
 
 void ClientStream::xSend(OutgoingMessage&& pMessage, const std::string& pFunction,
-                         std::chrono::milliseconds pTimeout) {
+                         std::chrono::steady_clock::time_point pDeadline) {
   {
     detail::MutexLock guard(fGuard);
-    fRoom.wait_for(guard.native(), pTimeout,
-                   [this]() OX_REQUIRES(fGuard) { return xIsKeepingUp() || fEndReason; });
+    fRoom.wait_until(guard.native(), pDeadline,
+                     [this]() OX_REQUIRES(fGuard) { return xIsKeepingUp() || fEndReason; });
   }
   // Tried in any case: another thread may have taken the room, or made some just after the wait.
   if (!trySend(std::move(pMessage)))
@@ -43,6 +44,8 @@ void ClientStream::onWritten() {
 OXValue ClientStream::call(const std::string& pModule, const std::string& pMethod,
                            const OXValue& pArguments, std::chrono::milliseconds pTimeout) {
   const std::string name = pModule + "." + pMethod;
+  // One for both waits: for room to send, and for the answer.
+  const auto deadline = deadlineAfter(pTimeout);
   Waiting waiting;
   detail::MutexLock guard(fGuard);
   // Wraps round after 2^32 calls, when the call of the same number has long ended.
@@ -56,14 +59,14 @@ OXValue ClientStream::call(const std::string& pModule, const std::string& pMetho
     fWaiting[id] = &waiting;
     guard.unlock();
     try {
-      xSend(std::move(message), "call", pTimeout);
+      xSend(std::move(message), "call", deadline);
     } catch (...) {
       guard.lock();
       fWaiting.erase(id);
       throw;
     }
     guard.lock();
-    waiting.answered.wait_for(guard.native(), pTimeout, [&]() OX_REQUIRES(fGuard) {
+    waiting.answered.wait_until(guard.native(), deadline, [&]() OX_REQUIRES(fGuard) {
       return waiting.answer.has_value() || fEndReason;
     });
     fWaiting.erase(id);
@@ -90,7 +93,8 @@ void ClientStream::notify(const std::string& pModule, const std::string& pMethod
     if (fEndReason)
       raiseError(kModule, "notify", "The connection to " + fAddress + " has ended: " + *fEndReason);
   }
-  xSend(encodeNotification(pModule, pMethod, pArguments, xLimits()), "notify", pTimeout);
+  xSend(encodeNotification(pModule, pMethod, pArguments, xLimits()), "notify",
+        deadlineAfter(pTimeout));
 }
 
 void ClientStream::setListener(OXRemoteBroker::Listener pListener) {

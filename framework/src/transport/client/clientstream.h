@@ -20,6 +20,7 @@ class ClientStream : public MessageStream {
                std::string pAddress);
   ~ClientStream() override;
 
+  /// Takes at most pTimeout, also when the request has to wait until it can be sent.
   OXValue call(const std::string& pModule, const std::string& pMethod, const OXValue& pArguments,
                std::chrono::milliseconds pTimeout);
   /// Waits at most pTimeout while too much is queued. Throws OXError when the connection has ended.
@@ -42,7 +43,7 @@ class ClientStream : public MessageStream {
   std::string getPeer() const override { return fAddress; }
 
   void xSend(OutgoingMessage&& pMessage, const std::string& pFunction,
-             std::chrono::milliseconds pTimeout);
+             std::chrono::steady_clock::time_point pDeadline);
   void xDispatchEvent(const IncomingMessage& pEvent);
 
   const std::string fAddress;

@@ -1,5 +1,7 @@
 // Connecting with a time limit. Asio's blocking calls have none, so TCP connects asynchronously on
-// an io_context that runs here; a Unix-domain socket uses the system's own limit.
+// an io_context that runs here; a Unix-domain socket uses the system's own limit. Names are
+// resolved on a thread that is left behind when the limit comes first: the system's resolver can't
+// be interrupted, and Asio's own would keep the io_context waiting for it.
 #include "connect.h"
 
 #include <sys/socket.h>
@@ -10,9 +12,13 @@
 #include <boost/asio/ip/tcp.hpp>
 #include <boost/asio/local/stream_protocol.hpp>
 #include <boost/system/system_error.hpp>
+#include <future>
+#include <system_error>
+#include <thread>
 #include <utility>
 
 #include <oxframework/oxerror.h>
+#include "deadline.h"
 #include "transport/address.h"
 #include "transport/socketoptions.h"
 
@@ -24,21 +30,26 @@ using asio::ip::tcp;
 using boost::system::error_code;
 using boost::system::system_error;
 using Local = asio::local::stream_protocol;
+using Endpoints = tcp::resolver::results_type;
 
-/// Runs until the operation that sets pResult has ended; after pTimeout, pAbort ends it.
-template <typename Abort>
-void await(asio::io_context& pIo, std::chrono::milliseconds pTimeout, error_code& pResult,
-           Abort pAbort) {
-  pResult = asio::error::would_block;
-  pIo.restart();
-  pIo.run_for(pTimeout);
-  if (pResult == asio::error::would_block) {
-    pAbort();
-    pIo.restart();
-    pIo.run();
-    pResult = asio::error::timed_out;
-  }
-  if (pResult) throw system_error(pResult);
+/// The addresses of a host, found by the system before pDeadline.
+Endpoints resolve(const Address& pAddress, std::chrono::steady_clock::time_point pDeadline) {
+  const std::string host = pAddress.resolvableHost();
+  const auto port = static_cast<unsigned short>(pAddress.port);
+  error_code notNumeric;
+  const asio::ip::address numeric = asio::ip::make_address(host, notNumeric);
+  if (!notNumeric) return Endpoints::create(tcp::endpoint(numeric, port), host, "");
+
+  // The task owns all that it uses, since it may outlive this call.
+  std::packaged_task<Endpoints()> task([host, port] {
+    asio::io_context io;
+    return tcp::resolver(io).resolve(host, std::to_string(port));
+  });
+  std::future<Endpoints> found = task.get_future();
+  std::thread(std::move(task)).detach();
+  if (found.wait_until(pDeadline) != std::future_status::ready)
+    throw system_error(asio::error::timed_out);
+  return found.get();
 }
 
 /// Connecting can only wait for room in the server's queue of clients to accept; the socket's send
@@ -61,24 +72,22 @@ MessageStream::Socket connectLocal(asio::io_context& pIo, const Address& pAddres
 
 MessageStream::Socket connectTcp(asio::io_context& pIo, const Address& pAddress,
                                  std::chrono::milliseconds pTimeout) {
-  const auto deadline = std::chrono::steady_clock::now() + pTimeout;
-  error_code result;
-  tcp::resolver resolver(pIo);
-  tcp::resolver::results_type endpoints;
-  resolver.async_resolve(pAddress.resolvableHost(), std::to_string(pAddress.port),
-                         [&](const error_code& pError, tcp::resolver::results_type pFound) {
-                           result = pError;
-                           endpoints = std::move(pFound);
-                         });
-  await(pIo, pTimeout, result, [&] { resolver.cancel(); });
-
+  // One limit for both steps: what the resolver takes is no longer available to connect.
+  const auto deadline = deadlineAfter(pTimeout);
+  const Endpoints endpoints = resolve(pAddress, deadline);
   tcp::socket socket(pIo);
+  error_code result = asio::error::would_block;
   asio::async_connect(socket, endpoints,
                       [&](const error_code& pError, const tcp::endpoint&) { result = pError; });
-  // One limit for both steps: what the resolver took is no longer available to connect.
-  const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
-      deadline - std::chrono::steady_clock::now());
-  await(pIo, std::max(left, std::chrono::milliseconds(0)), result, [&] { socket.close(); });
+  pIo.restart();
+  pIo.run_until(deadline);
+  if (result == asio::error::would_block) {
+    socket.close();
+    pIo.restart();
+    pIo.run();
+    result = asio::error::timed_out;
+  }
+  if (result) throw system_error(result);
   setOptions(socket);
   return MessageStream::Socket(std::move(socket));
 }
@@ -94,6 +103,9 @@ MessageStream::Socket connectTo(asio::io_context& pIo, const std::string& pAddre
   } catch (const system_error& error) {
     raiseError("OXRemoteBroker", "connect",
                "No broker answers at " + address.toString() + ": " + error.code().message());
+  } catch (const std::system_error& error) {  // no thread for the resolver
+    raiseError("OXRemoteBroker", "connect",
+               "Cannot resolve " + address.toString() + ": " + error.code().message());
   }
 }
 

@@ -1,0 +1,16 @@
+/// When a wait ends.
+#pragma once
+
+#include <algorithm>
+#include <chrono>
+
+namespace OX::wire {
+
+/// One time limit for an operation of several waits. A caller's limit may be any number: added to
+/// the time as it is, the largest would overflow into the past.
+inline std::chrono::steady_clock::time_point deadlineAfter(std::chrono::milliseconds pTimeout) {
+  constexpr std::chrono::hours kLongest(24 * 365);
+  return std::chrono::steady_clock::now() + std::min<std::chrono::milliseconds>(pTimeout, kLongest);
+}
+
+}  // namespace OX::wire
