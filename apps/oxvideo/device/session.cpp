@@ -11,6 +11,7 @@
 
 #include <oxframework/oxerror.h>
 #include <oxframework/oxremotebroker.h>
+#include "device/connecting.h"
 #include "device/status.h"
 #include "terminal/exitstatus.h"
 #include "terminal/text.h"
@@ -19,24 +20,10 @@ namespace OX::cli {
 
 namespace {
 
-constexpr std::chrono::seconds kConnectLimit{5};
 // Longer than an unsubscribe may take, which waits up to ten seconds for a held image.
 constexpr std::chrono::seconds kAnswerLimit{20};
 // More cameras than any device has: bounds the search in one that accepts every index.
 constexpr int kMostCameras = 256;
-
-boost::shared_ptr<OXRemoteBroker> connectTo(const std::string& pAddress) {
-  try {
-    return OXRemoteBroker::connect(pAddress, kConnectLimit);
-  } catch (const OXError& error) {
-    throw OXFailure(fmt::format(
-        "no broker at {}: {}\n"
-        "  start one:              oxbroker --load libvideoinput.so --listen {}\n"
-        "  or give its address:    oxvideo --broker ADDRESS ...   (or OXVIDEO_BROKER=ADDRESS)\n"
-        "  where ADDRESS is        HOST:PORT or unix:PATH",
-        printable(pAddress), printable(error.what()), printable(pAddress)));
-  }
-}
 
 OXValue::Array column(const std::vector<StreamRequest>& pStreams, int StreamRequest::*pField) {
   OXValue::Array result;
@@ -49,10 +36,8 @@ OXValue::Array column(const std::vector<StreamRequest>& pStreams, int StreamRequ
 OXSession::OXSession(const std::string& pAddress, const std::string& pVerb)
     : fAddress(pAddress),
       fName(fmt::format("oxvideo_{}_{}", pVerb, ::getpid())),
-      fBroker(connectTo(pAddress)) {
+      fBroker(connectToBroker(pAddress, fName)) {
   fBroker->setTimeout(kAnswerLimit);
-  // Shown in the broker's records, and in the event that it raises when this connection ends.
-  call("OXBroker", "setClientName", OXValue::array(fName));
 }
 
 OXValue OXSession::call(const std::string& pModule, const std::string& pMethod,
@@ -106,8 +91,8 @@ void OXSession::requireFileCamera() {
   if (!xDeviceHas("setVideo"))
     throw OXFailure(
         "this broker's device is not a file camera\n"
-        "  to get one, set the entry name=\"source\" value=\"FileCam\" in the broker's "
-        "VideoInput.xml");
+        "  to get one, end it and start: " +
+        printable(brokerCommand(fAddress, "--source file ")));
 }
 
 OXSubscription::OXSubscription(OXSession& pSession, const StreamRequest& pStream, int pFps)

@@ -696,7 +696,7 @@ TEST_F(Verbs, ReplayNeedsAFileCamera) {
   for (const char* verb : {"next", "position"}) {
     const RunResult ran = run({verb});
     EXPECT_EQ(ran.status, kFailed);
-    EXPECT_THAT(ran.err, HasSubstr("FileCam"));
+    EXPECT_THAT(ran.err, HasSubstr("oxbroker --load libvideoinput.so --source file"));
   }
 }
 

@@ -205,6 +205,22 @@ TEST_F(Programs, WatchSeesFramesAndLeavesAtASignal) {
   expectUnsubscribed("watch", id);
 }
 
+TEST_F(Programs, TheWayOutWithoutABrokerWorksWhenPasted) {
+  const std::string address = "unix:" + file("another broker");
+  const std::vector<std::string> cameras{OXVIDEO_PROGRAM, "--broker", address, "cameras"};
+  EXPECT_EQ(Child(cameras, file("none.log")).wait(), kFailed);
+  const std::string said = contentOf(file("none.log"));
+  const std::size_t begin = said.find("start one: ");
+  ASSERT_NE(begin, std::string::npos) << said;
+  const std::string line = said.substr(begin + 11, said.find('\n', begin) - begin - 11);
+
+  Child pasted({"/bin/sh", "-c", "cd / && exec " + line}, file("pasted.log"));
+  EXPECT_EQ(pasted.readLine(), "listening on " + address) << line << contentOf(file("pasted.log"));
+  Child found(cameras, file("none.log"));
+  EXPECT_THAT(found.readAll(), HasSubstr("MT9M114"));
+  EXPECT_EQ(found.wait(), kDone);
+}
+
 // The broker writes the file, so its end must close it; without an index it would be a damaged one.
 TEST_F(Programs, ABrokerThatLosesItsTerminalClosesItsRecordings) {
   feed({"test", "--fps", "30"});
