@@ -1,6 +1,7 @@
 #!/usr/bin/env python3
 """Fails when a program or a library below the given folders looks for libraries in the working
-directory: when its run path has an empty or a relative entry.
+directory: when its run path has an empty or a relative entry, or when it names a library that it
+needs by a relative path.
 
   tests/package/run_paths.py FOLDER...
 """
@@ -18,10 +19,18 @@ def elf_files(folder):
                     yield path
 
 
-def run_paths(path):
-    text = subprocess.run(["readelf", "--dynamic", "--wide", path], check=True,
+def dynamic_section(path):
+    return subprocess.run(["readelf", "--dynamic", "--wide", path], check=True,
                           capture_output=True, text=True, env={"LC_ALL": "C"}).stdout
-    return re.findall(r"\((?:RUNPATH|RPATH)\).*\[(.*)\]", text)
+
+
+def run_path_is_safe(run_path):
+    return all(re.match(r"/|\$ORIGIN(/|$)", entry) for entry in run_path.split(":"))
+
+
+def needed_is_safe(library):
+    # A name without a slash is searched for, never in the working directory.
+    return "/" not in library or library.startswith("/")
 
 
 def check(folders):
@@ -30,9 +39,10 @@ def check(folders):
     for folder in folders:
         for path in elf_files(folder):
             count += 1
-            for run_path in run_paths(path):
-                if not all(entry.startswith(("/", "$ORIGIN")) for entry in run_path.split(":")):
-                    complaints.append(f"{path}: run path [{run_path}]")
+            for kind, value in re.findall(r"\((RUNPATH|RPATH|NEEDED)\).*\[(.*)\]",
+                                          dynamic_section(path)):
+                if not (needed_is_safe if kind == "NEEDED" else run_path_is_safe)(value):
+                    complaints.append(f"{path}: {kind} [{value}]")
     return complaints, count
 
 
@@ -42,7 +52,7 @@ def main():
         sys.exit(f"no program and no library in {sys.argv[1:]}")
     if complaints:
         sys.exit("\n".join(complaints))
-    print(f"{count} files: no run path leads to the working directory")
+    print(f"{count} files: none looks for libraries in the working directory")
 
 
 if __name__ == "__main__":
