@@ -20,8 +20,9 @@ class OXProxy;
 /// any order. When the connection ends, every call under way and every later one throws OXError.
 class OX_API OXRemoteBroker : public boost::enable_shared_from_this<OXRemoteBroker> {
  public:
-  /// Connects to an address in the form that OXServer::listen() takes, within pTimeout. Throws
-  /// OXError that names the address and the reason of the failure.
+  /// Connects to an address in the form that OXServer::listen() takes, within pTimeout, which
+  /// includes finding the address of a name. Throws OXError that names the address and the reason
+  /// of the failure.
   static boost::shared_ptr<OXRemoteBroker> connect(
       const std::string& pAddress,
       std::chrono::milliseconds pTimeout = std::chrono::milliseconds(5000));
@@ -34,7 +35,7 @@ class OX_API OXRemoteBroker : public boost::enable_shared_from_this<OXRemoteBrok
   /// ended or no answer arrives within the time limit.
   OXValue call(const std::string& pModule, const std::string& pMethod, const OXValue& pArguments);
 
-  /// How long a call waits for its answer; 30 s by default.
+  /// How long a call may take, from waiting for room to send it to its answer; 30 s by default.
   void setTimeout(std::chrono::milliseconds pTimeout);
 
   /// Sends a call without an answer. Throws OXError when the connection has ended.
