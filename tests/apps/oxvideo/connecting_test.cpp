@@ -1,4 +1,5 @@
-// Connecting to what is no broker: how soon it is told, and whether the way out that is shown works.
+// Connecting to what is no broker: how soon it is told, and whether the way out that is shown
+// works.
 #include "device/connecting.h"
 
 #include <gmock/gmock.h>
