@@ -15,11 +15,13 @@ struct OXFrameSource::TimedFrame {
   double end;
 };
 
-OXFrameSource::OXFrameSource(std::string pSource, FrameSize pTestSize, bool pLoop)
+OXFrameSource::OXFrameSource(std::string pSource, FrameSize pTestSize, bool pLoop,
+                             const MediaOptions& pOptions)
     : fSource(std::move(pSource)),
       fTestSize(pTestSize),
       fLoop(pLoop),
-      fReader(std::make_unique<OXMediaReader>(fSource, fTestSize)) {
+      fOptions(pOptions),
+      fReader(std::make_unique<OXMediaReader>(fSource, fTestSize, fOptions)) {
   fCurrent = xFetch();
   if (!fCurrent) throw OXFailure("can't decode any frame of " + printable(fSource));
   fUpcoming = xFetch();
@@ -35,7 +37,7 @@ std::unique_ptr<OXFrameSource::TimedFrame> OXFrameSource::xFetch() {
     fDamagedBefore += fReader->damagedFrames();
     fPassStart += fReader->time() + fReader->frameDuration();
     fPassFrames = 0;
-    fReader = std::make_unique<OXMediaReader>(fSource, fTestSize);
+    fReader = std::make_unique<OXMediaReader>(fSource, fTestSize, fOptions);
     frame = fReader->next();
   }
   if (!frame) return nullptr;

@@ -15,7 +15,8 @@ namespace OX::cli {
 class OXFrameSource {
  public:
   /// pSource is what OXMediaReader accepts. With pLoop it starts again at its end.
-  OXFrameSource(std::string pSource, FrameSize pTestSize, bool pLoop);
+  OXFrameSource(std::string pSource, FrameSize pTestSize, bool pLoop,
+                const MediaOptions& pOptions = {});
   ~OXFrameSource();
   OXFrameSource(const OXFrameSource&) = delete;
   OXFrameSource& operator=(const OXFrameSource&) = delete;
@@ -40,6 +41,7 @@ class OXFrameSource {
   const std::string fSource;
   const FrameSize fTestSize;
   const bool fLoop;
+  const MediaOptions fOptions;
   std::unique_ptr<OXMediaReader> fReader;
   std::unique_ptr<TimedFrame> fCurrent;
   std::unique_ptr<TimedFrame> fUpcoming;  ///< null at the end

@@ -63,6 +63,19 @@ Orientation parseOrientation(const std::int32_t* pMatrix) {
   return {turns, mirrored};
 }
 
+/// The index of a video stream in the file; cover pictures of sound files count as well.
+int streamIndex(const AVFormatContext& pFormat, int pStream, const std::string& pSource) {
+  int streams = 0;
+  for (unsigned i = 0; i < pFormat.nb_streams; ++i)
+    if (pFormat.streams[i]->codecpar->codec_type == AVMEDIA_TYPE_VIDEO && streams++ == pStream)
+      return static_cast<int>(i);
+  throw OXUsageError(streams == 1
+                         ? fmt::format("{} has no video stream {}: it has one, number 0",
+                                       printable(pSource), pStream)
+                         : fmt::format("{} has no video stream {}: it has {}, numbered 0 to {}",
+                                       printable(pSource), pStream, streams, streams - 1));
+}
+
 }  // namespace
 
 struct OXMediaReader::Impl {
@@ -79,25 +92,26 @@ struct OXMediaReader::Impl {
   double duration = 0;
   std::int64_t damaged = 0;
 
-  void openDecoder();
+  void openDecoder(int pStream);
   void feed();
   void takeTimes();
   double usualDuration() const;
 };
 
-OXMediaReader::OXMediaReader(const std::string& pSource, FrameSize pTestSize)
+OXMediaReader::OXMediaReader(const std::string& pSource, FrameSize pTestSize,
+                             const MediaOptions& pOptions)
     : fImpl(std::make_unique<Impl>()) {
   // The library's own messages would run into the progress bar; failures are reported by exception.
   av_log_set_level(AV_LOG_FATAL);
   avdevice_register_all();
   fImpl->source = pSource;
   fImpl->format = openInput(pSource, pTestSize);
-  fImpl->openDecoder();
+  fImpl->openDecoder(pOptions.stream);
 }
 
 OXMediaReader::~OXMediaReader() = default;
 
-void OXMediaReader::Impl::openDecoder() {
+void OXMediaReader::Impl::openDecoder(int pStream) {
   const auto check = [&](int pResult) {
     if (pResult < 0)
       throw OXFailure(fmt::format("can't read {}: {}", printable(source), ffmpegError(pResult)));
@@ -105,7 +119,10 @@ void OXMediaReader::Impl::openDecoder() {
   };
   check(avformat_find_stream_info(format.get(), nullptr));
   const AVCodec* codec = nullptr;
-  const int index = av_find_best_stream(format.get(), AVMEDIA_TYPE_VIDEO, -1, -1, &codec, 0);
+  int index = av_find_best_stream(format.get(), AVMEDIA_TYPE_VIDEO, -1, -1, &codec, 0);
+  if (index >= 0 && pStream >= 0)
+    index = av_find_best_stream(format.get(), AVMEDIA_TYPE_VIDEO,
+                                streamIndex(*format, pStream, source), -1, &codec, 0);
   if (index < 0 || !codec)
     throw OXFailure(fmt::format("{} contains no readable video", printable(source)));
   stream = format->streams[index];

@@ -17,12 +17,17 @@ struct Orientation {
   bool mirrored = false;  ///< left and right exchanged
 };
 
+/// What of a source to read, and how.
+struct MediaOptions {
+  int stream = -1;  ///< of its video streams, from 0; -1: the one that the library thinks best
+};
+
 /// Reads whatever the FFmpeg libraries can. One thread only.
 class OXMediaReader {
  public:
   /// pSource: a file, a URL, or "test" for a moving test picture of pTestSize.
-  /// Throws OXFailure that says why it can't be read.
-  OXMediaReader(const std::string& pSource, FrameSize pTestSize);
+  /// Throws OXFailure that says why it can't be read, OXUsageError for a stream that it lacks.
+  OXMediaReader(const std::string& pSource, FrameSize pTestSize, const MediaOptions& pOptions = {});
   ~OXMediaReader();
   OXMediaReader(const OXMediaReader&) = delete;
   OXMediaReader& operator=(const OXMediaReader&) = delete;
