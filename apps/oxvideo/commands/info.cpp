@@ -1,4 +1,5 @@
 // Reads the headers of a recording, never its pixels: fast for recordings of any length.
+#include <algorithm>
 #include <memory>
 
 #include "commands/commands.h"
@@ -13,7 +14,8 @@ void addInfo(OXCommandLine& pLine, Context& pContext) {
       addVerb(pLine, pContext,
               {"info", "summarises an .oxv file: streams, images, rates, gaps, damage",
                "oxvideo info drive.oxv\n"
-               "Does not read pixels; oxvideo verify does. Exits with 3 if the file is damaged."});
+               "Does not read pixels; oxvideo verify does. Exits with 3 if the file is damaged or\n"
+               "holds images of several sizes."});
   struct Options {
     std::string file;
     bool asJson = false;
@@ -27,7 +29,10 @@ void addInfo(OXCommandLine& pLine, Context& pContext) {
       pContext.out.line(reportJson(report));
     else
       pContext.out.write(reportText(report, pContext.style()));
-    if (!report.damage.empty()) pContext.status = kDoneWithLosses;
+    const bool isMixed =
+        std::any_of(report.streams.begin(), report.streams.end(),
+                    [](const StreamReport& pStream) { return !pStream.otherSizes.empty(); });
+    if (!report.damage.empty() || isMixed) pContext.status = kDoneWithLosses;
   });
 }
 

@@ -1,20 +1,24 @@
 /// A recording that a verb reads: OXVideo with exceptions for its failures, whose texts they carry,
-/// and with a check of every frame against the format of its stream. The bytes of the file are the
-/// framework's business.
+/// and with the size of each image. The bytes of the file are the framework's business.
+///
+/// A stream has one format, but not all of its frames need to have its size: a recorder writes what
+/// the camera delivers, and a camera is raised when another subscriber wants more.
 #pragma once
 
+#include <optional>
 #include <string>
 #include <vector>
 
 #include <oxframework/oxvideo.h>
 #include "media/cameraimage.h"
+#include "media/framesize.h"
 
 namespace OX::cli {
 
 /// One thread only.
 class OXInputRecording {
  public:
-  /// Throws OXFailure that says why the file can't be read.
+  /// Throws OXFailure that says why the file can't be read, and what to do about it.
   explicit OXInputRecording(const std::string& pPath);
 
   OXVideo& video() { return fVideo; }
@@ -28,8 +32,14 @@ class OXInputRecording {
   /// Throws OXUsageError for a stream that the file lacks.
   void requireStream(int pStream) const;
 
-  /// The frame's bytes, valid until the next call; null when it is damaged or its size does not
-  /// match the format of its stream. error() then says why.
+  /// The size that the stream's header states.
+  FrameSize streamSize(int pStream) const;
+  /// The size of an image, told by the number of its bytes without reading them: the stream's, or
+  /// the camera size in the stream's colour space that has as many. Nothing when none has.
+  std::optional<FrameSize> imageSize(int pIndex, int pStream) const;
+
+  /// The frame's bytes, valid until the next call; null when it is damaged or no image. error()
+  /// then says why.
   const std::vector<unsigned char>* bytes(int pIndex, int pStream);
   /// The same with its description; pixels is null where bytes() is, and valid as long.
   CameraImage image(int pIndex, int pStream);

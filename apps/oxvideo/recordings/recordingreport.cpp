@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <map>
 #include <set>
 
 #include "device/vocabulary.h"
@@ -59,7 +60,8 @@ void findGaps(const std::vector<std::int64_t>& pStamps, StreamReport& pReport) {
   }
 }
 
-StreamReport makeStreamReport(const OXVideo& pVideo, int pStream) {
+StreamReport makeStreamReport(const OXInputRecording& pRecording, int pStream) {
+  const OXVideo& pVideo = pRecording.video();
   StreamReport report;
   report.format = pVideo.getStream(pStream);
   const auto stamps = timeStamps(pVideo, pStream, report.format.fNumberOfImages);
@@ -74,6 +76,7 @@ StreamReport makeStreamReport(const OXVideo& pVideo, int pStream) {
   for (int i = 0; i < report.format.fNumberOfImages; ++i)
     if (const auto frame = pVideo.getFrameInfo(i, pStream)) cameras.insert(frame->fCameraId);
   report.cameras.assign(cameras.begin(), cameras.end());
+  report.otherSizes = findOtherSizes(pRecording, pStream);
   return report;
 }
 
@@ -104,6 +107,23 @@ std::string gapLines(const StreamReport& pStream, const OXTextStyle& pStyle) {
   return text;
 }
 
+/// A replay lacks these images: as serious as damage, and red as well.
+std::string otherSizeLines(const StreamReport& pStream, const OXTextStyle& pStyle) {
+  std::string text;
+  for (std::size_t i = 0; i < pStream.otherSizes.size() && i < kShownLines; ++i) {
+    const OtherSize& other = pStream.otherSizes[i];
+    text += pStyle.red(fmt::format("  images of another size, {}: {}, the first is image {}\n",
+                                   sizeText(other), other.images, other.firstImage));
+  }
+  if (pStream.otherSizes.size() > kShownLines)
+    text += fmt::format("  and {} more sizes\n", pStream.otherSizes.size() - kShownLines);
+  if (!pStream.otherSizes.empty())
+    text +=
+        "  the camera changed its size while it was recorded; oxvideo repair makes a file for "
+        "each\n";
+  return text;
+}
+
 std::string damageLines(const RecordingReport& pReport, const OXTextStyle& pStyle) {
   std::string text;
   for (std::size_t i = 0; i < pReport.damage.size() && i < kShownLines; ++i) {
@@ -121,6 +141,13 @@ OXJson streamJson(const StreamReport& pStream) {
   for (const RecordingGap& gap : pStream.gaps)
     gaps.append(
         {{"after_image", gap.afterImage}, {"length_us", gap.lengthUs}, {"missing", gap.missing}});
+  OXJson others = OXJson::array();
+  for (const OtherSize& other : pStream.otherSizes)
+    others.append({{"width", other.size ? OXJson(other.size->width) : nullptr},
+                   {"height", other.size ? OXJson(other.size->height) : nullptr},
+                   {"bytes", other.bytes},
+                   {"images", other.images},
+                   {"first_image", other.firstImage}});
   OXJson cameras = OXJson::array();
   for (const int camera : pStream.cameras) cameras.append(camera);
   return {{"width", pStream.format.fWidth},
@@ -134,6 +161,7 @@ OXJson streamJson(const StreamReport& pStream) {
           {"usual_interval_us", pStream.usualIntervalUs},
           {"not_rising", pStream.notRising},
           {"cameras", cameras},
+          {"other_sizes", others},
           {"gaps", gaps}};
 }
 
@@ -144,6 +172,26 @@ std::int64_t stampDifference(std::int64_t pTo, std::int64_t pFrom) {
   return __builtin_sub_overflow(pTo, pFrom, &result) ? 0 : result;
 }
 
+std::vector<OtherSize> findOtherSizes(const OXInputRecording& pRecording, int pStream) {
+  const std::int64_t expected = pRecording.video().getStream(pStream).fFrameBytes;
+  std::vector<OtherSize> sizes;
+  // By the number of bytes, since what no size has may have many.
+  std::map<std::int64_t, std::size_t> known;
+  for (int i = 0; i < pRecording.images(pStream); ++i) {
+    const auto place = pRecording.video().getFrameInfo(i, pStream);
+    if (!place || (place->fPayloadBytes == expected && expected != 0)) continue;
+    const auto [entry, isNew] = known.try_emplace(place->fPayloadBytes, sizes.size());
+    if (isNew) sizes.push_back({pRecording.imageSize(i, pStream), place->fPayloadBytes, 0, i});
+    ++sizes[entry->second].images;
+  }
+  return sizes;
+}
+
+std::string sizeText(const OtherSize& pSize) {
+  return pSize.size ? fmt::format("{}x{}", pSize.size->width, pSize.size->height)
+                    : fmt::format("{} bytes", pSize.bytes);
+}
+
 RecordingReport makeReport(const OXInputRecording& pRecording) {
   RecordingReport report;
   report.path = pRecording.path();
@@ -151,7 +199,7 @@ RecordingReport makeReport(const OXInputRecording& pRecording) {
   report.sizeBytes = std::filesystem::file_size(report.path, ignored);
   report.indexed = pRecording.video().hasIndex();
   for (int stream = 0; stream < pRecording.streams(); ++stream)
-    report.streams.push_back(makeStreamReport(pRecording.video(), stream));
+    report.streams.push_back(makeStreamReport(pRecording, stream));
   report.damage = pRecording.video().getDamage();
   return report;
 }
@@ -162,7 +210,8 @@ std::string reportText(const RecordingReport& pReport, const OXTextStyle& pStyle
                   pReport.indexed ? "closed with an index"
                                   : "without a usable index (was the recorder interrupted?)");
   for (std::size_t i = 0; i < pReport.streams.size(); ++i)
-    text += streamText(pReport.streams[i], i) + gapLines(pReport.streams[i], pStyle);
+    text += streamText(pReport.streams[i], i) + otherSizeLines(pReport.streams[i], pStyle) +
+            gapLines(pReport.streams[i], pStyle);
   return text + damageLines(pReport, pStyle);
 }
 

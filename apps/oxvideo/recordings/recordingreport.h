@@ -2,10 +2,12 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include <oxframework/oxvideo.h>
+#include "media/framesize.h"
 #include "terminal/text.h"
 
 namespace OX::cli {
@@ -19,6 +21,14 @@ struct RecordingGap {
   std::int64_t missing = 0;  ///< images missing, judged by the usual interval
 };
 
+/// Images of another size than their stream's, which a file camera can't replay.
+struct OtherSize {
+  std::optional<FrameSize> size;  ///< nothing when no camera has images of so many bytes
+  std::int64_t bytes = 0;         ///< of each image
+  int images = 0;
+  int firstImage = 0;
+};
+
 struct StreamReport {
   OXVideoStream format;
   std::int64_t firstUs = 0;  ///< time stamps of the first and the last image
@@ -28,6 +38,7 @@ struct StreamReport {
   int notRising = 0;                 ///< images not later than the one before
   std::vector<RecordingGap> gaps;
   std::vector<int> cameras;  ///< the ids that occur, rising
+  std::vector<OtherSize> otherSizes;
 };
 
 struct RecordingReport {
@@ -39,6 +50,12 @@ struct RecordingReport {
 };
 
 RecordingReport makeReport(const OXInputRecording& pRecording);
+
+/// In the order in which they first occur.
+std::vector<OtherSize> findOtherSizes(const OXInputRecording& pRecording, int pStream);
+
+/// "640x480", or "9216 bytes" when no size has so many.
+std::string sizeText(const OtherSize& pSize);
 
 /// 0 when the difference does not fit into 64 bits, which the stamps of a file may cause.
 std::int64_t stampDifference(std::int64_t pTo, std::int64_t pFrom);

@@ -10,12 +10,14 @@ namespace OX::cli {
 class OXInputRecording;
 
 struct VerifyResult {
-  int frames = 0;                   ///< checked
-  std::vector<std::string> faults;  ///< unreadable frames, and damage found on opening
+  int frames = 0;  ///< checked
+  int faults = 0;  ///< damaged places, unreadable frames, and frames of another size
+  /// The faults in words: frames of another size are one line for each size.
+  std::vector<std::string> texts;
 };
 
-/// Reads every frame and compares its checksum. pOnFrame is called before each one with the
-/// number done.
+/// Reads every frame and compares its checksum, and its size with that of its stream. pOnFrame is
+/// called before each one with the number done.
 VerifyResult verify(OXInputRecording& pRecording, const std::function<void(int pDone)>& pOnFrame);
 
 }  // namespace OX::cli

@@ -1,8 +1,10 @@
 // info, verify and repair: what they find, rescue and return for each kind of damage.
 #include <gmock/gmock.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <nlohmann/json.hpp>
+#include <random>
 
 #include "recorded.h"
 #include "recordings/inputrecording.h"
@@ -72,6 +74,7 @@ TEST_F(Inspection, infoSpeaksToPeopleAndToPrograms) {
   EXPECT_EQ(json["streams"][1]["first_us"], 1'700'000'000'050'000);
   EXPECT_EQ(json["indexed"], true);
   EXPECT_EQ(json["damage"].size(), 0u);
+  EXPECT_EQ(json["streams"][0]["other_sizes"].size(), 0u);
 }
 
 TEST_F(Inspection, answersForEachKindOfFile) {
@@ -102,7 +105,29 @@ TEST_F(Inspection, answersForEachKindOfFile) {
     EXPECT_THAT(run({verb, fPath}), AllOf(StartsWith("1 "), HasSubstr("not an .oxv file")));
   EXPECT_THAT(run({"repair", fPath, fOther}), StartsWith("1 "));
   EXPECT_FALSE(std::filesystem::exists(fOther));
-  EXPECT_THAT(run({"info", fFolder.file("none")}), StartsWith("1 "));
+}
+
+TEST_F(Inspection, saysWhyAFileCannotBeRead) {
+  const std::string film = fFolder.file("film.mp4");
+  std::ofstream(film) << "a video, as far as anyone knows";
+  std::ofstream(fPath) << "";
+  struct Case {
+    std::string path;
+    std::string why;
+  };
+  for (const Case& row :
+       {Case{fFolder.file("none.oxv"), "none.oxv does not exist"},
+        {fFolder.file(""), "is a folder"},
+        {"/dev/null", "not a regular file"},
+        {fPath, "the file is empty"},
+        {film, "a video must be imported first: oxvideo import " + film + " film.oxv"}})
+    for (const std::vector<std::string>& verb :
+         {std::vector<std::string>{"info"}, {"verify"}, {"repair"}, {"export"}}) {
+      std::vector<std::string> arguments{verb[0], row.path};
+      if (verb[0] == "repair") arguments.push_back(fOther);
+      if (verb[0] == "export") arguments.push_back(fFolder.file("out.mkv"));
+      EXPECT_THAT(run(arguments), AllOf(StartsWith("1 "), HasSubstr(row.why))) << verb[0];
+    }
 }
 
 /// The frames of a file as "stream:seed:stamp", seeds by what they hold.
@@ -129,10 +154,15 @@ TEST_F(Inspection, repairKeepsWhatStands) {
   flip(fPath, 128 + kFrame + 3);       // the header of the second frame
   flip(fPath, 128 + 2 * kFrame + 90);  // a pixel of the third
   EXPECT_THAT(run({"repair", fPath, fOther}),
-              AllOf(StartsWith("3 "), HasSubstr("2 images kept, lost: 2, damaged places: 1")));
+              AllOf(StartsWith("3 "), HasSubstr(fOther + ": 2 images of 16x4\n"),
+                    HasSubstr("2 images kept, lost: 2, damaged places: 1")));
   EXPECT_EQ(framesOf(fOther), " 0:0:10 0:3:40");
   EXPECT_TRUE(cli::OXInputRecording(fOther).video().hasIndex());
   EXPECT_THAT(run({"repair", fPath, fPath}), StartsWith("2 "));
+  EXPECT_THAT(run({"repair", fPath, fFolder.file("b.mkv")}),
+              AllOf(StartsWith("2 "), HasSubstr("written as .oxv")));
+  EXPECT_THAT(run({"repair", fPath, fOther}), AllOf(StartsWith("1 "), HasSubstr("--overwrite")));
+  EXPECT_THAT(run({"repair", "--overwrite", fPath, fOther}), StartsWith("3 "));
 }
 
 TEST_F(Inspection, repairKeepsStreamsApart) {
@@ -141,6 +171,117 @@ TEST_F(Inspection, repairKeepsStreamsApart) {
   EXPECT_THAT(run({"repair", fPath, fOther}), HasSubstr("5 images kept, lost: 2"));
   EXPECT_EQ(framesOf(fOther), " 0:0:10 0:4:50 0:6:70 1:1:20 1:5:60")
       << "a turn with a hole goes as a whole, one that only began stays";
+}
+
+constexpr int kBytesOfQvga = 320 * 240 * 2, kBytesOfVga = 640 * 480 * 2;
+
+TEST_F(Inspection, imagesOfAnotherSizeAreSeenAndParted) {
+  // A camera that was raised while it was recorded, and a frame that no camera makes.
+  recordSizes(fPath, {{320, 240, kYUV422, 8}},
+              {kBytesOfQvga, kBytesOfQvga, kBytesOfVga, kBytesOfVga, kBytesOfVga, 999});
+  EXPECT_THAT(run({"info", fPath}),
+              AllOf(StartsWith("3 "),
+                    HasSubstr("images of another size, 640x480: 3, the first is image 2\n"),
+                    HasSubstr("images of another size, 999 bytes: 1, the first is image 5\n")));
+  const auto info = nlohmann::json::parse(run({"info", "--json", fPath}).substr(2));
+  EXPECT_EQ(info["streams"][0]["other_sizes"].dump(),
+            R"([{"bytes":614400,"first_image":2,"height":480,"images":3,"width":640},)"
+            R"({"bytes":999,"first_image":5,"height":null,"images":1,"width":null}])");
+  EXPECT_THAT(run({"verify", fPath}),
+              AllOf(StartsWith("1 "), HasSubstr("6 images, faults: 4\n"),
+                    HasSubstr("images of 640x480 in stream 0, whose images are 320x240: 3")));
+  const auto verified = nlohmann::json::parse(run({"verify", "--json", fPath}).substr(2));
+  EXPECT_EQ(verified["faults"], 4);
+
+  EXPECT_THAT(run({"repair", fPath, "-"}), AllOf(StartsWith("2 "), HasSubstr("2 sizes")));
+  const auto repaired = nlohmann::json::parse(run({"repair", "--json", fPath, fOther}).substr(2));
+  const std::string second = fFolder.file("b-2.oxv");
+  EXPECT_EQ(repaired["kept"], 5);
+  EXPECT_EQ(repaired["lost"], 1);
+  EXPECT_EQ(repaired["files"][1]["file"], second);
+  EXPECT_EQ(repaired["files"][1]["sizes"][0], "640x480");
+  EXPECT_EQ(framesOf(fOther), " 0:0:0 0:1:1000");
+  EXPECT_EQ(framesOf(second), " 0:2:2000 0:3:3000 0:4:4000");
+  EXPECT_THAT(run({"verify", fOther}), StartsWith("0 "));
+  EXPECT_THAT(run({"verify", second}), StartsWith("0 "));
+  // The second file is the input: refused before anything is written.
+  std::filesystem::rename(fPath, second);
+  const std::string first = textOfFile(fOther), input = textOfFile(second);
+  EXPECT_THAT(run({"repair", "--overwrite", second, fOther}), StartsWith("2 "));
+  EXPECT_EQ(textOfFile(fOther), first);
+  EXPECT_EQ(textOfFile(second), input);
+}
+
+// Whatever a file contains: what repair writes passes verify, holds only frames that were recorded,
+// each once and in their order, and no frame that could be read is missing where nothing was cut.
+TEST_F(Inspection, whatRepairWritesPassesVerify) {
+  const unsigned seed = std::random_device()();
+  SCOPED_TRACE("seed " + std::to_string(seed));
+  std::mt19937 random(seed);
+  const auto upTo = [&](unsigned pLast) { return random() % (pLast + 1); };
+  const int kQqvga = 160 * 120 * 2;
+  for (int round = 0; round < 60; ++round) {
+    SCOPED_TRACE("round " + std::to_string(round));
+    const std::size_t streams = 1 + upTo(2);
+    const std::vector<streamHeader> headers(streams,
+                                            upTo(1) ? kSmall : streamHeader{160, 120, kYUV422, 8});
+    std::vector<int> bytes;
+    for (unsigned left = 1 + upTo(20); left > 0; --left)
+      bytes.push_back(std::vector<int>{128, kQqvga, kBytesOfQvga, 77}[upTo(3)]);
+    std::filesystem::remove(fPath);
+    recordSizes(fPath, headers, bytes, upTo(1) == 0);
+    std::string file = textOfFile(fPath);
+    const unsigned flips = upTo(3);
+    for (unsigned i = 0; i < flips; ++i) file[upTo(static_cast<unsigned>(file.size() - 1))] ^= 0x10;
+    const bool isCut = upTo(3) == 0;
+    if (isCut) file.resize(1 + upTo(static_cast<unsigned>(file.size() - 1)));
+    std::ofstream(fPath, std::ios::binary) << file;
+
+    const std::string said = run({"repair", "--json", "--overwrite", fPath, fOther});
+    if (said[0] == '1') continue;  // both headers are lost
+    const auto json = nlohmann::json::parse(said.substr(2));
+    std::size_t kept = 0;
+    for (const auto& written : json["files"]) {
+      const std::string path = written["file"];
+      EXPECT_THAT(run({"verify", path}), StartsWith("0 ")) << path;
+      cli::OXInputRecording recording(path);
+      EXPECT_TRUE(recording.video().hasIndex());
+      for (int stream = 0; stream < recording.streams(); ++stream) {
+        float last = -1;
+        for (int i = 0; i < recording.images(stream); ++i, ++kept) {
+          const auto* pixels = recording.bytes(i, stream);
+          ASSERT_NE(pixels, nullptr) << recording.error();
+          const float number = recording.video().getFrameAngles().at(3);
+          EXPECT_GT(number, last);
+          last = number;
+          const auto index = static_cast<std::size_t>(number);
+          EXPECT_EQ(index % streams, std::size_t(stream));
+          ASSERT_LT(index, bytes.size());
+          EXPECT_EQ(*pixels, noise(static_cast<std::size_t>(bytes[index]), unsigned(index)));
+        }
+      }
+    }
+    EXPECT_EQ(json["kept"], kept);
+    EXPECT_EQ(said[0], json["lost"] == 0 ? '0' : '3');
+    if (flips > 0 || isCut) continue;
+    // Undamaged: a frame is lost only where its turn has one of no size.
+    std::size_t whole = 0;
+    const int first = static_cast<int>(headers[0].width * headers[0].height * 2);
+    for (std::size_t turn = 0; turn < bytes.size(); turn += streams) {
+      const std::size_t end = std::min(turn + streams, bytes.size());
+      const bool hasSizes =
+          std::all_of(bytes.begin() + std::ptrdiff_t(turn), bytes.begin() + std::ptrdiff_t(end),
+                      [&](int pBytes) {
+                        return pBytes == first || pBytes == kQqvga || pBytes == kBytesOfQvga;
+                      });
+      if (hasSizes) whole += end - turn;
+    }
+    // Sixteen combinations of sizes are the most that get a file.
+    if (json["files"].size() < 16) {
+      EXPECT_EQ(kept, whole);
+    }
+    EXPECT_EQ(kept + std::size_t(json["lost"]), bytes.size());
+  }
 }
 
 }  // namespace

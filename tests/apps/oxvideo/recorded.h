@@ -44,6 +44,20 @@ inline void record(const std::string& pPath, const std::vector<streamHeader>& pS
   if (pClose) video.closeVideo();
 }
 
+/// One frame for each number of bytes, in turn for the streams: of noise with the frame's number as
+/// seed, which is its last angle and its stamp, a millisecond apart.
+inline void recordSizes(const std::string& pPath, const std::vector<streamHeader>& pStreams,
+                        const std::vector<int>& pBytes, bool pClose = true) {
+  OXVideo video;
+  if (!video.recordVideo(pPath, 0, pStreams)) throw std::runtime_error(video.getLastError());
+  for (unsigned i = 0; i < pBytes.size(); ++i) {
+    const auto pixels = noise(static_cast<std::size_t>(pBytes[i]), i);
+    if (!video.write(pixels.data(), pBytes[i], std::int64_t{i} * 1000, 1, 0.25f, 0, 0, float(i)))
+      throw std::runtime_error(video.getLastError());
+  }
+  if (pClose) video.closeVideo();
+}
+
 /// pCount stamps that rise by pStepUs.
 inline std::vector<std::int64_t> steady(int pCount, std::int64_t pStepUs) {
   std::vector<std::int64_t> stamps;
