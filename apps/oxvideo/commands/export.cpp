@@ -1,4 +1,4 @@
-// Reports what an export left out or moved; the exit status tells a script.
+// Reports what an export left out, scaled or moved; the exit status tells a script.
 #include <fmt/format.h>
 
 #include <memory>
@@ -7,31 +7,67 @@
 #include "recordings/exporter.h"
 #include "recordings/inputrecording.h"
 #include "terminal/exitstatus.h"
+#include "terminal/json.h"
+#include "terminal/outputfile.h"
 #include "terminal/progress.h"
 
 namespace OX::cli {
 
 namespace {
 
-int runExport(Context& pContext, const std::string& pInput, const ExportOptions& pOptions) {
-  requireDifferentFiles(pInput, pOptions.output);
-  OXInputRecording recording(pInput);
+struct Options : ExportOptions {
+  std::string input;
+  bool asJson = false;
+};
+
+void printJson(Context& pContext, const Options& pOptions, const ExportResult& pResult) {
+  pContext.out.line(OXJson({{"file", pOptions.output},
+                            {"width", pResult.size.width},
+                            {"height", pResult.size.height},
+                            {"images", pResult.frames},
+                            {"left_out", pResult.unreadable},
+                            {"scaled", pResult.scaled},
+                            {"moved", pResult.moved},
+                            {"other_files", pResult.otherFiles}})
+                        .text());
+}
+
+/// What is not as in the recording goes to standard error: a script that reads the result must not
+/// parse it.
+void printText(Context& pContext, const Options& pOptions, const ExportResult& pResult) {
+  OXOutput& said = pOptions.output == "-" ? pContext.err : pContext.out;
+  said.line(fmt::format("{}: {} images of {}x{}", printable(pOptions.output), pResult.frames,
+                        pResult.size.width, pResult.size.height));
+  const auto tell = [&](auto pNumber, const std::string& pWhat) {
+    if (pNumber > 0) pContext.err.tryLine(fmt::format("{}: {}", pWhat, pNumber));
+  };
+  tell(pResult.scaled, fmt::format("images of another size, scaled to {}x{}", pResult.size.width,
+                                   pResult.size.height));
+  // Reported, but no loss: every image is in the file, one unit of the container's time later.
+  tell(pResult.moved, "images not later than the one before, moved to just after it");
+  tell(pResult.otherFiles, "other files in the folder, left as they were");
+  tell(pResult.unreadable, "damaged images left out");
+}
+
+int runExport(Context& pContext, const Options& pOptions) {
+  if (pOptions.output == "-" && pOptions.asJson)
+    throw OXUsageError("--json and the output - cannot both use standard output");
+  requireDifferentFiles(pOptions.input, pOptions.output);
+  OXInputRecording recording(pOptions.input);
   // Before the bar asks for the stream's number of images.
   recording.requireStream(pOptions.stream);
   ExportResult result;
   {
     // In a block of its own: the bar must be cleared before the lines below are printed.
     OXProgress progress(pContext.err, "export", recording.images(pOptions.stream));
-    result = exportRecording(recording, pOptions, [&](int pDone) { progress.update(pDone, ""); });
+    result = exportRecording(recording, pOptions, pContext.out,
+                             [&](int pDone) { progress.update(pDone, ""); });
   }
-  pContext.out.line(fmt::format("{}: {} images", printable(pOptions.output), result.frames));
-  // Reported, but no loss: every image is in the file, one unit of the container's time later.
-  if (result.moved > 0)
-    pContext.err.tryLine(fmt::format(
-        "images not later than the one before, moved to just after it: {}", result.moved));
-  if (result.unreadable == 0) return kDone;
-  pContext.err.tryLine(fmt::format("damaged images left out: {}", result.unreadable));
-  return kDoneWithLosses;
+  if (pOptions.asJson)
+    printJson(pContext, pOptions, result);
+  else
+    printText(pContext, pOptions, result);
+  return result.unreadable == 0 ? kDone : kDoneWithLosses;
 }
 
 }  // namespace
@@ -44,18 +80,20 @@ void addExport(OXCommandLine& pLine, Context& pContext) {
        "  oxvideo export drive.oxv drive.mp4\n"
        "  oxvideo export drive.oxv pictures/\n"
        ".mkv keeps every byte (FFV1) unless --codec h264 is given; .mp4 is H.264. Time stamps are\n"
-       "kept, relative to the first image; a PNG carries its own in its name, in microseconds."});
-  struct Options : ExportOptions {
-    std::string input;
-  };
+       "kept, relative to the first image; a PNG carries its own in its name, in microseconds.\n"
+       "Images of another size than the recording's are scaled to it. Exits with 3 if images were\n"
+       "left out."});
   const auto options = std::make_shared<Options>();
   verb.option("IN", options->input, "recording to read").required();
-  verb.option("OUT", options->output, "video file or folder to write").required();
+  verb.option("OUT", options->output,
+              "video file or folder to write; - for standard output, as .mkv")
+      .required();
   verb.option("--codec", options->codec, "ffv1 or h264 (default: by the file extension)")
       .oneOf({"ffv1", "h264"});
   verb.option("--stream", options->stream, "stream of the file (default 0)").notNegative();
-  verb.onRun(
-      [&pContext, options] { pContext.status = runExport(pContext, options->input, *options); });
+  addOverwriteOption(verb, options->overwrite);
+  verb.flag("--json", options->asJson, "print JSON on one line");
+  verb.onRun([&pContext, options] { pContext.status = runExport(pContext, *options); });
 }
 
 }  // namespace OX::cli

@@ -7,7 +7,6 @@
 
 #include <algorithm>
 #include <ctime>
-#include <filesystem>
 
 #include "media/planes.h"
 #include "recordings/recordingreport.h"
@@ -30,10 +29,22 @@ struct CloseMuxer {
   }
 };
 
+const AVOutputFormat& containerOf(const std::string& pPath) {
+  const AVOutputFormat* format = av_guess_format(nullptr, pPath.c_str(), nullptr);
+  if (!format)
+    throw OXUsageError(
+        fmt::format("{}: unknown type of video file; use .mkv or .mp4", printable(pPath)));
+  // Containers with a time for each frame set the first flag; .mp4 and .mov only the second.
+  if (!(format->flags & (AVFMT_VARIABLE_FPS | AVFMT_TS_NEGATIVE)) || format->flags & AVFMT_NOFILE)
+    throw OXUsageError(fmt::format("{}: this type of file can't keep time stamps; use .mkv or .mp4",
+                                   printable(pPath)));
+  return *format;
+}
+
 /// FFV1 wherever the container holds it: an export that loses nothing is the safer default.
-AVCodecID codecOf(const EncoderOptions& pOptions, const AVOutputFormat& pFormat) {
-  if (pOptions.codec == "ffv1") return AV_CODEC_ID_FFV1;
-  if (pOptions.codec == "h264") return AV_CODEC_ID_H264;
+AVCodecID codecOf(const std::string& pCodec, const AVOutputFormat& pFormat) {
+  if (pCodec == "ffv1") return AV_CODEC_ID_FFV1;
+  if (pCodec == "h264") return AV_CODEC_ID_H264;
   return avformat_query_codec(&pFormat, AV_CODEC_ID_FFV1, FF_COMPLIANCE_NORMAL) == 1
              ? AV_CODEC_ID_FFV1
              : AV_CODEC_ID_H264;
@@ -41,21 +52,25 @@ AVCodecID codecOf(const EncoderOptions& pOptions, const AVOutputFormat& pFormat)
 
 }  // namespace
 
+void checkVideoFile(const std::string& pPath, const std::string& pCodec) {
+  const AVOutputFormat& format = containerOf(pPath);
+  const AVCodecID codec = codecOf(pCodec, format);
+  if (avformat_query_codec(&format, codec, FF_COMPLIANCE_NORMAL) != 1)
+    throw OXUsageError(fmt::format("{}: this type of file can't hold {}", printable(pPath),
+                                   avcodec_get_name(codec)));
+}
+
 struct OXVideoEncoder::Impl {
   EncoderOptions options;
   std::unique_ptr<AVFormatContext, CloseMuxer> muxer;
   DecoderOwner encoder;
   FrameOwner raw;      ///< the image as it is
-  FrameOwner encoded;  ///< the image in the encoder's format; null if that is the same
+  FrameOwner encoded;  ///< the image in the encoder's format and size
   ScalerOwner scaler;
   PacketOwner packet{av_packet_alloc()};
   AVStream* stream = nullptr;
   std::int64_t lastTick = -1;
   int moved = 0;
-  // The destructor may only remove a file that this object has created: until then the path may
-  // name somebody's older video.
-  bool created = false;
-  bool finished = false;
 
   int check(int pResult, const char* pWhat) const {
     if (pResult < 0)
@@ -65,7 +80,8 @@ struct OXVideoEncoder::Impl {
   }
   void openMuxer();
   void openEncoder(AVCodecID pCodec);
-  void prepareScaler();
+  void prepareFrames();
+  void convert(const AVFrame& pFrame);
   void writeHeader();
   void drain(const AVFrame* pFrame);
   void writePacket();
@@ -73,24 +89,14 @@ struct OXVideoEncoder::Impl {
 
 void OXVideoEncoder::Impl::openMuxer() {
   AVFormatContext* format = nullptr;
-  // The prefix keeps a colon in the path from naming a protocol.
-  const std::string url = "file:" + options.path;
-  const int result = avformat_alloc_output_context2(&format, nullptr, nullptr, url.c_str());
-  if (result < 0 || !format)
-    throw OXFailure(
-        fmt::format("{}: unknown type of video file; use .mkv or .mp4", printable(options.path)));
+  check(avformat_alloc_output_context2(&format, &containerOf(options.path), nullptr, nullptr),
+        "can't prepare the file");
   muxer.reset(format);
-  // Containers with a time for each frame set the first flag; .mp4 and .mov only the second.
-  if (!(format->oformat->flags & (AVFMT_VARIABLE_FPS | AVFMT_TS_NEGATIVE)))
-    throw OXFailure(fmt::format("{}: this type of file can't keep time stamps; use .mkv or .mp4",
-                                printable(options.path)));
 }
 
 void OXVideoEncoder::Impl::openEncoder(AVCodecID pCodec) {
   const AVCodec* codec = avcodec_find_encoder(pCodec);
-  if (!codec || avformat_query_codec(muxer->oformat, pCodec, FF_COMPLIANCE_NORMAL) != 1)
-    throw OXFailure(fmt::format("{}: this type of file can't hold {}", printable(options.path),
-                                avcodec_get_name(pCodec)));
+  if (!codec) throw OXFailure(fmt::format("this build can't encode {}", avcodec_get_name(pCodec)));
   encoder.reset(avcodec_alloc_context3(codec));
   stream = avformat_new_stream(muxer.get(), nullptr);
   if (!encoder || !stream || !packet) throw OXFailure("out of memory");
@@ -118,19 +124,28 @@ void OXVideoEncoder::Impl::openEncoder(AVCodecID pCodec) {
   check(result, "the encoder refuses the frame format");
 }
 
-void OXVideoEncoder::Impl::prepareScaler() {
+void OXVideoEncoder::Impl::prepareFrames() {
   raw = newFrame(options.width, options.height, options.colorSpace);
-  if (raw->format == encoder->pix_fmt) return;
   encoded.reset(av_frame_alloc());
   if (!encoded) throw OXFailure("out of memory");
   encoded->format = encoder->pix_fmt;
   encoded->width = options.width;
   encoded->height = options.height;
   check(av_frame_get_buffer(encoded.get(), 0), "no memory for a frame");
-  scaler.reset(sws_getContext(
-      options.width, options.height, static_cast<AVPixelFormat>(raw->format), options.width,
-      options.height, encoder->pix_fmt, SWS_BICUBIC | SWS_ACCURATE_RND, nullptr, nullptr, nullptr));
+}
+
+/// Into the encoder's size and format.
+void OXVideoEncoder::Impl::convert(const AVFrame& pFrame) {
+  // Released first, because the library frees it when it needs another.
+  scaler.reset(sws_getCachedContext(scaler.release(), pFrame.width, pFrame.height,
+                                    static_cast<AVPixelFormat>(pFrame.format), options.width,
+                                    options.height, encoder->pix_fmt,
+                                    SWS_BICUBIC | SWS_ACCURATE_RND, nullptr, nullptr, nullptr));
   if (!scaler) throw OXFailure("can't convert frames of this size");
+  // The encoder may still refer to the frame of the last call.
+  check(av_frame_make_writable(encoded.get()), "no memory for a frame");
+  sws_scale(scaler.get(), pFrame.data, pFrame.linesize, 0, pFrame.height, encoded->data,
+            encoded->linesize);
 }
 
 void OXVideoEncoder::Impl::writeHeader() {
@@ -144,28 +159,23 @@ void OXVideoEncoder::Impl::writeHeader() {
     av_dict_set(
         &muxer->metadata, "creation_time",
         fmt::format("{:%Y-%m-%dT%H:%M:%S}.{:06}Z", date, options.startUs % 1'000'000).c_str(), 0);
-  check(avio_open(&muxer->pb, ("file:" + options.path).c_str(), AVIO_FLAG_WRITE),
+  // The prefix keeps a colon in the path from naming a protocol.
+  check(avio_open(&muxer->pb, ("file:" + options.file).c_str(), AVIO_FLAG_WRITE),
         "can't create the file");
-  // From here on the file is ours to remove.
-  created = true;
   check(avformat_write_header(muxer.get(), nullptr), "can't write the header");
 }
 
 OXVideoEncoder::OXVideoEncoder(const EncoderOptions& pOptions) : fImpl(std::make_unique<Impl>()) {
   av_log_set_level(AV_LOG_FATAL);
   fImpl->options = pOptions;
+  checkVideoFile(pOptions.path, pOptions.codec);
   fImpl->openMuxer();
-  fImpl->openEncoder(codecOf(pOptions, *fImpl->muxer->oformat));
-  fImpl->prepareScaler();
+  fImpl->openEncoder(codecOf(pOptions.codec, *fImpl->muxer->oformat));
+  fImpl->prepareFrames();
   fImpl->writeHeader();
 }
 
-OXVideoEncoder::~OXVideoEncoder() {
-  if (!fImpl->created || fImpl->finished) return;
-  fImpl->muxer.reset();
-  std::error_code ignored;
-  std::filesystem::remove(fImpl->options.path, ignored);
-}
+OXVideoEncoder::~OXVideoEncoder() = default;
 
 /// Containers require stamps to rise by at least their unit, a millisecond in Matroska.
 void OXVideoEncoder::Impl::writePacket() {
@@ -191,14 +201,17 @@ void OXVideoEncoder::Impl::drain(const AVFrame* pFrame) {
 
 void OXVideoEncoder::add(const CameraImage& pImage) {
   Impl& impl = *fImpl;
-  AVFrame* frame = impl.raw.get();
+  const bool hasSize = pImage.width == impl.options.width && pImage.height == impl.options.height;
+  // Made for each image that has another size: a recording has few changes, but may have many such
+  // images; scaling one costs far more.
+  const FrameOwner other =
+      hasSize ? nullptr : newFrame(pImage.width, pImage.height, pImage.colorSpace);
+  AVFrame* frame = other ? other.get() : impl.raw.get();
   // The encoder may still refer to the frame of the last call.
   impl.check(av_frame_make_writable(frame), "no memory for a frame");
   fillFrame(pImage, *frame);
-  if (impl.encoded) {
-    impl.check(av_frame_make_writable(impl.encoded.get()), "no memory for a frame");
-    sws_scale(impl.scaler.get(), frame->data, frame->linesize, 0, frame->height, impl.encoded->data,
-              impl.encoded->linesize);
+  if (other || frame->format != impl.encoder->pix_fmt) {
+    impl.convert(*frame);
     frame = impl.encoded.get();
   }
   frame->pts = stampDifference(pImage.timestampUs, impl.options.startUs);
@@ -210,7 +223,6 @@ void OXVideoEncoder::finish() {
   fImpl->drain(nullptr);
   fImpl->check(av_write_trailer(fImpl->muxer.get()), "can't finish the file");
   fImpl->check(avio_closep(&fImpl->muxer->pb), "can't close the file");
-  fImpl->finished = true;
 }
 
 int OXVideoEncoder::moved() const { return fImpl->moved; }

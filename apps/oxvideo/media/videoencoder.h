@@ -10,7 +10,8 @@
 namespace OX::cli {
 
 struct EncoderOptions {
-  std::string path;   ///< the extension selects the container
+  std::string path;   ///< named in messages; the extension selects the container
+  std::string file;   ///< where to write, whatever its name is
   std::string codec;  ///< "ffv1", "h264", or "" for the default of the container
   int width = 0;
   int height = 0;
@@ -20,17 +21,20 @@ struct EncoderOptions {
   std::int64_t startUs = 0;          ///< time stamp of the first frame, stored as the creation date
 };
 
+/// Throws OXUsageError when no video file can have that name or hold the codec.
+void checkVideoFile(const std::string& pPath, const std::string& pCodec);
+
 /// FFV1 keeps every byte of kYUV422 and the other formats in planes.h; H.264 is lossy.
 /// One thread only. All failures throw OXFailure with the name of the file.
 class OXVideoEncoder {
  public:
   explicit OXVideoEncoder(const EncoderOptions& pOptions);
-  /// Removes a file that was not finished.
+  /// Closes the file; without finish() it is not complete.
   ~OXVideoEncoder();
   OXVideoEncoder(const OXVideoEncoder&) = delete;
   OXVideoEncoder& operator=(const OXVideoEncoder&) = delete;
 
-  /// Adds an image of the size and colour space given in the options.
+  /// Adds an image of the colour space given in the options; one of another size is scaled.
   void add(const CameraImage& pImage);
   void finish();
 

@@ -1,17 +1,20 @@
-// Damaged images are counted and left out, so that one bad frame doesn't cost the whole export.
+// Damaged images are counted and left out, so that one bad frame doesn't cost the whole export. A
+// video has one size, and pictures that belong together too: images of another are scaled.
 #include "recordings/exporter.h"
 
 #include <fmt/format.h>
 
 #include <filesystem>
 
+#include "media/ffmpeg.h"
 #include "media/picture.h"
 #include "media/videoencoder.h"
 #include "recordings/inputrecording.h"
 #include "recordings/recordingreport.h"
 #include "terminal/exitstatus.h"
-#include "terminal/files.h"
 #include "terminal/interrupt.h"
+#include "terminal/outputfile.h"
+#include "terminal/text.h"
 
 namespace OX::cli {
 
@@ -22,8 +25,34 @@ namespace fs = std::filesystem;
 /// Like cp: a folder that exists, or a name that can only be one.
 bool isFolder(const std::string& pOutput) {
   std::error_code ignored;
+  if (pOutput == "-" || fs::is_other(pOutput, ignored)) return false;
   return pOutput.ends_with('/') || fs::is_directory(pOutput, ignored) ||
          !fs::path(pOutput).has_extension();
+}
+
+Picture scaledPicture(Picture pPicture, FrameSize pSize) {
+  if (pPicture.width == pSize.width && pPicture.height == pSize.height) return pPicture;
+  const ScalerOwner scaler(
+      sws_getContext(pPicture.width, pPicture.height, AV_PIX_FMT_RGB24, pSize.width, pSize.height,
+                     AV_PIX_FMT_RGB24, SWS_BICUBIC | SWS_ACCURATE_RND, nullptr, nullptr, nullptr));
+  FrameOwner target(av_frame_alloc());
+  if (!scaler || !target) throw OXFailure("out of memory");
+  // Allocated by the library, because its scaler writes whole vectors past the end of a row.
+  target->format = AV_PIX_FMT_RGB24;
+  target->width = pSize.width;
+  target->height = pSize.height;
+  if (av_frame_get_buffer(target.get(), 0) < 0) throw OXFailure("out of memory");
+  const unsigned char* const rows[] = {pPicture.rgb.data()};
+  const int strides[] = {pPicture.width * 3};
+  sws_scale(scaler.get(), rows, strides, 0, pPicture.height, target->data, target->linesize);
+  const std::size_t rowBytes = static_cast<std::size_t>(pSize.width) * 3;
+  Picture result{pSize.width, pSize.height, {}};
+  for (int y = 0; y < pSize.height; ++y) {
+    const unsigned char* row =
+        target->data[0] + std::ptrdiff_t{y} * std::ptrdiff_t{target->linesize[0]};
+    result.rgb.insert(result.rgb.end(), row, row + rowBytes);
+  }
+  return result;
 }
 
 /// Calls pTake(image, number) for every readable image of the stream.
@@ -31,6 +60,7 @@ template <typename Take>
 ExportResult forEachImage(OXInputRecording& pInput, int pStream,
                           const std::function<void(int)>& pOnFrame, Take pTake) {
   ExportResult result;
+  result.size = pInput.streamSize(pStream);
   for (int i = 0; i < pInput.images(pStream); ++i) {
     if (OXInterrupt::requested()) throw OXInterrupted();
     pOnFrame(i);
@@ -41,31 +71,40 @@ ExportResult forEachImage(OXInputRecording& pInput, int pStream,
     }
     pTake(image, i);
     ++result.frames;
+    if (FrameSize{image.width, image.height} != result.size) ++result.scaled;
   }
+  if (result.frames == 0)
+    throw OXFailure(fmt::format("{}: none of the {} images can be read\n  {}", pInput.path(),
+                                result.unreadable, pInput.error()));
   return result;
 }
 
 ExportResult exportPictures(OXInputRecording& pInput, const ExportOptions& pOptions,
                             const std::function<void(int)>& pOnFrame) {
-  std::error_code error;
-  fs::create_directories(pOptions.output, error);
-  if (error) throw OXFailure(fmt::format("{}: {}", pOptions.output, error.message()));
-  // writeFile() writes to it only if the name is "-", which no picture has.
-  OXOutput out(1);
-  return forEachImage(
-      pInput, pOptions.stream, pOnFrame, [&](const CameraImage& pImage, int pNumber) {
+  if (!pOptions.codec.empty())
+    throw OXUsageError("--codec is for video files, and " + printable(pOptions.output) +
+                       " is a folder for pictures");
+  OXOutputFolder folder(pOptions.output, pOptions.overwrite);
+  const FrameSize size = pInput.streamSize(pOptions.stream);
+  ExportResult result =
+      forEachImage(pInput, pOptions.stream, pOnFrame, [&](const CameraImage& pImage, int pNumber) {
         // Six digits keep the names in order for nine hours at 30 images a second.
-        const std::string name = fmt::format("image-{:06}-{}.png", pNumber, pImage.timestampUs);
-        writeFile((fs::path(pOptions.output) / name).string(), encodePng(toPicture(pImage)), out);
+        folder.write(fmt::format("image-{:06}-{}.png", pNumber, pImage.timestampUs),
+                     encodePng(scaledPicture(toPicture(pImage), size)));
       });
+  result.otherFiles = folder.commit();
+  return result;
 }
 
-ExportResult exportVideo(OXInputRecording& pInput, const ExportOptions& pOptions,
+ExportResult exportVideo(OXInputRecording& pInput, const ExportOptions& pOptions, OXOutput& pOut,
                          const std::function<void(int)>& pOnFrame) {
   // What an encoder must know before the first frame: format, mean rate and time of the start.
   const StreamReport stream =
       makeReport(pInput).streams.at(static_cast<std::size_t>(pOptions.stream));
-  EncoderOptions options{pOptions.output, pOptions.codec};
+  const std::string name = pOptions.output == "-" ? "standard output.mkv" : pOptions.output;
+  checkVideoFile(name, pOptions.codec);
+  OXOutputFile file(pOptions.output, pOptions.overwrite, pOut);
+  EncoderOptions options{name, file.temporaryPath(), pOptions.codec};
   options.width = stream.format.fWidth;
   options.height = stream.format.fHeight;
   options.colorSpace = stream.format.fColorSpace;
@@ -76,6 +115,7 @@ ExportResult exportVideo(OXInputRecording& pInput, const ExportOptions& pOptions
   ExportResult result = forEachImage(pInput, pOptions.stream, pOnFrame,
                                      [&](const CameraImage& pImage, int) { encoder.add(pImage); });
   encoder.finish();
+  file.commit();
   result.moved = encoder.moved();
   return result;
 }
@@ -83,12 +123,12 @@ ExportResult exportVideo(OXInputRecording& pInput, const ExportOptions& pOptions
 }  // namespace
 
 ExportResult exportRecording(OXInputRecording& pInput, const ExportOptions& pOptions,
-                             const std::function<void(int)>& pOnFrame) {
+                             OXOutput& pOut, const std::function<void(int)>& pOnFrame) {
   pInput.requireStream(pOptions.stream);
   if (pInput.images(pOptions.stream) == 0)
     throw OXFailure(pInput.path() + ": the stream has no images");
   return isFolder(pOptions.output) ? exportPictures(pInput, pOptions, pOnFrame)
-                                   : exportVideo(pInput, pOptions, pOnFrame);
+                                   : exportVideo(pInput, pOptions, pOut, pOnFrame);
 }
 
 }  // namespace OX::cli

@@ -1,11 +1,16 @@
 // Two ways in time: every frame at its own time, or at a fixed rate what is shown at each tick.
-// Both write the same bytes for the same frame.
+// Both write the same bytes for the same frame. A recording exists only when all of it is there:
+// what a signal or a failure cut short can't be told from a short video.
 #include "recordings/importer.h"
 
+#include <fmt/format.h>
 #include <sys/stat.h>
 
+#include <array>
 #include <chrono>
 #include <cmath>
+#include <fstream>
+#include <string_view>
 
 #include <oxframework/oxdefinitions.h>
 #include <oxframework/oxvideo.h>
@@ -16,6 +21,8 @@
 #include "pixels/resample/resampling.h"
 #include "terminal/exitstatus.h"
 #include "terminal/interrupt.h"
+#include "terminal/outputfile.h"
+#include "terminal/text.h"
 
 namespace OX::cli {
 
@@ -24,43 +31,63 @@ namespace {
 // The generated picture has no size of its own.
 constexpr FrameSize kTestSize{640, 480};
 
-std::int64_t startTime(const std::string& pVideo) {
+std::int64_t startTime(const ImportOptions& pOptions) {
+  if (pOptions.startUs) return *pOptions.startUs;
   // Time of day, so that recordings sort and compare with those of cameras. The file's own date
   // makes a second import of the same file identical.
   struct stat status {};
-  if (::stat(pVideo.c_str(), &status) == 0)
+  if (::stat(pOptions.video.c_str(), &status) == 0)
     return std::int64_t{status.st_mtim.tv_sec} * 1'000'000 + status.st_mtim.tv_nsec / 1000;
   return std::chrono::duration_cast<std::chrono::microseconds>(
              std::chrono::system_clock::now().time_since_epoch())
       .count();
 }
 
-/// The recording under construction; closed by the destructor, however the import ends. Colours are
-/// converted by the simulator camera's resampler: a frame has the same bytes, imported or pushed.
+/// The media library would only find no video in it.
+void requireNoRecording(const std::string& pPath) {
+  std::array<char, 4> start{};
+  std::ifstream file(pPath, std::ios::binary);
+  if (file.read(start.data(), start.size()) && std::string_view(start.data(), 4) == "\x89OXV")
+    throw OXFailure(
+        fmt::format("can't read {0} as a video: it is a recording already\n"
+                    "  oxvideo export makes a video of it, oxvideo repair copies it",
+                    printable(pPath)));
+}
+
+/// The recording under construction. Colours are converted by the simulator camera's resampler: a
+/// frame has the same bytes, imported or pushed.
 class ImportOutput {
  public:
-  ImportOutput(const ImportOptions& pOptions, FrameSize pSize)
-      : fStartUs(startTime(pOptions.video)),
+  ImportOutput(const ImportOptions& pOptions, FrameSize pSize, OXOutput& pOut)
+      : fStartUs(startTime(pOptions)),
+        fCamera(static_cast<std::int8_t>(pOptions.camera)),
         fSize(pSize),
+        fFile(pOptions.output, pOptions.overwrite, pOut),
         fPixels(static_cast<std::size_t>(pSize.width) * static_cast<std::size_t>(pSize.height) *
                 2) {
-    if (!fVideo.recordVideo(pOptions.output, 0, {{pSize.width, pSize.height, kYUV422, 8}}))
-      throw OXFailure(fVideo.getLastError());
+    if (!fVideo.recordVideo(fFile.temporaryPath(), 0, {{pSize.width, pSize.height, kYUV422, 8}}))
+      throw OXFailure(fFile.named(fVideo.getLastError()));
   }
-  ~ImportOutput() { fVideo.closeVideo(); }
-  ImportOutput(const ImportOutput&) = delete;
-  ImportOutput& operator=(const ImportOutput&) = delete;
+
+  std::int64_t startUs() const { return fStartUs; }
 
   void write(const std::vector<unsigned char>& pRgb, double pSeconds) {
     resampling::rgbToYuv422(pRgb.data(), fSize.width, fSize.height, fPixels.data());
     if (!fVideo.write(fPixels.data(), static_cast<int>(fPixels.size()),
-                      fStartUs + std::llround(pSeconds * 1e6), 0, 0, 0, 0, 0))
-      throw OXFailure(fVideo.getLastError());
+                      fStartUs + std::llround(pSeconds * 1e6), fCamera, 0, 0, 0, 0))
+      throw OXFailure(fFile.named(fVideo.getLastError()));
+  }
+
+  void commit() {
+    fVideo.closeVideo();
+    fFile.commit();
   }
 
  private:
   const std::int64_t fStartUs;
+  const std::int8_t fCamera;
   const FrameSize fSize;
+  OXOutputFile fFile;
   OXVideo fVideo;
   std::vector<unsigned char> fPixels;
 };
@@ -90,11 +117,12 @@ FrameSize recordingSize(const ImportOptions& pOptions, const AVFrame* pFrame,
 }
 
 /// Every frame of the video at its own time.
-ImportResult importAsItIs(const ImportOptions& pOptions, const OnFrame& pOnFrame) {
-  OXMediaReader reader(pOptions.video, pOptions.size.value_or(kTestSize));
+ImportResult importAsItIs(const ImportOptions& pOptions, OXOutput& pOut, const OnFrame& pOnFrame) {
+  OXMediaReader reader(pOptions.video, pOptions.size.value_or(kTestSize), {pOptions.stream});
   const AVFrame* frame = reader.next();
   ImportResult result{0, 0, recordingSize(pOptions, frame, reader.orientation())};
-  ImportOutput writer(pOptions, result.size);
+  ImportOutput writer(pOptions, result.size, pOut);
+  result.startUs = writer.startUs();
   OXFrameScaler scaler;
   std::vector<unsigned char> rgb;
   const int all = expectedFrames(pOptions, reader.duration() / reader.frameDuration());
@@ -103,24 +131,25 @@ ImportResult importAsItIs(const ImportOptions& pOptions, const OnFrame& pOnFrame
     writer.write(rgb, reader.time());
     pOnFrame(++result.frames, all);
   }
+  writer.commit();
   result.damaged = reader.damagedFrames();
   return result;
 }
 
 /// Samples the video at a fixed rate.
-ImportResult importAtRate(const ImportOptions& pOptions, const OnFrame& pOnFrame) {
+ImportResult importAtRate(const ImportOptions& pOptions, OXOutput& pOut, const OnFrame& pOnFrame) {
   FrameSize size = pOptions.size.value_or(kTestSize);
   if (!pOptions.size) {
     // The size must be known before the recording is created, and only a decoded frame tells it.
-    OXMediaReader first(pOptions.video, size);
+    OXMediaReader first(pOptions.video, size, {pOptions.stream});
     const AVFrame* frame = first.next();
     size = recordingSize(pOptions, frame, first.orientation());
   }
-  OXFrameSource source(pOptions.video, size, false);
+  OXFrameSource source(pOptions.video, size, false, {pOptions.stream});
   if (source.isEndless() && pOptions.frames == 0)
     throw OXUsageError("this source never ends: limit it with --frames");
-  ImportOutput writer(pOptions, size);
-  ImportResult result{0, 0, size};
+  ImportOutput writer(pOptions, size, pOut);
+  ImportResult result{0, 0, size, writer.startUs()};
   std::vector<unsigned char> rgb;
   const int all = expectedFrames(pOptions, source.duration() * pOptions.fps);
   while (wantsMore(result.frames, pOptions) && source.advanceTo(result.frames / pOptions.fps)) {
@@ -128,6 +157,7 @@ ImportResult importAtRate(const ImportOptions& pOptions, const OnFrame& pOnFrame
     writer.write(rgb, result.frames / pOptions.fps);
     pOnFrame(++result.frames, all);
   }
+  writer.commit();
   result.damaged = source.damagedFrames();
   return result;
 }
@@ -145,10 +175,12 @@ FrameSize fittingSize(FrameSize pVideo) {
   return best;
 }
 
-ImportResult importVideo(const ImportOptions& pOptions, const OnFrame& pOnFrame) {
+ImportResult importVideo(const ImportOptions& pOptions, OXOutput& pOut, const OnFrame& pOnFrame) {
   if (pOptions.video == "test" && pOptions.frames == 0)
     throw OXUsageError("the test picture never ends: limit it with --frames");
-  return pOptions.fps > 0 ? importAtRate(pOptions, pOnFrame) : importAsItIs(pOptions, pOnFrame);
+  requireNoRecording(pOptions.video);
+  return pOptions.fps > 0 ? importAtRate(pOptions, pOut, pOnFrame)
+                          : importAsItIs(pOptions, pOut, pOnFrame);
 }
 
 }  // namespace OX::cli
