@@ -9,6 +9,7 @@
 #include <array>
 #include <chrono>
 #include <cmath>
+#include <filesystem>
 #include <fstream>
 #include <string_view>
 
@@ -45,6 +46,9 @@ std::int64_t startTime(const ImportOptions& pOptions) {
 
 /// The media library would only find no video in it.
 void requireNoRecording(const std::string& pPath) {
+  // Whatever is read from a pipe here would be missing later.
+  std::error_code ignored;
+  if (!std::filesystem::is_regular_file(pPath, ignored)) return;
   std::array<char, 4> start{};
   std::ifstream file(pPath, std::ios::binary);
   if (file.read(start.data(), start.size()) && std::string_view(start.data(), 4) == "\x89OXV")
