@@ -46,7 +46,7 @@ void printText(Context& pContext, const Options& pOptions, const ExportResult& p
   // Reported, but no loss: every image is in the file, one unit of the container's time later.
   tell(pResult.moved, "images not later than the one before, moved to just after it");
   tell(pResult.otherFiles, "other files in the folder, left as they were");
-  tell(pResult.unreadable, "damaged images left out");
+  tell(pResult.unreadable, "images left out, damaged or of an unknown size");
 }
 
 int runExport(Context& pContext, const Options& pOptions) {

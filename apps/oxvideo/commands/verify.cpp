@@ -7,6 +7,7 @@
 #include "recordings/inputrecording.h"
 #include "recordings/verifier.h"
 #include "terminal/exitstatus.h"
+#include "terminal/filelock.h"
 #include "terminal/json.h"
 #include "terminal/progress.h"
 
@@ -37,7 +38,10 @@ void printText(Context& pContext, const Options& pOptions, const VerifyResult& p
   const bool whole = pResult.faults == 0;
   pContext.out.line(fmt::format("{}: {} images, {}", printable(pOptions.file), pResult.frames,
                                 whole ? "all intact" : fmt::format("faults: {}", pResult.faults)));
-  if (whole && !pIsIndexed)
+  const std::string recorder = pIsIndexed ? "" : lockOwner(pOptions.file);
+  if (!recorder.empty())
+    pContext.out.line("  still being recorded by " + printable(recorder));
+  else if (whole && !pIsIndexed)
     pContext.out.line("  the recorder did not close this file: oxvideo repair adds the index");
   if (!whole)
     pContext.out.line("  oxvideo repair keeps what is intact, in a file for each size of images");

@@ -64,6 +64,9 @@ std::optional<FrameSize> OXInputRecording::imageSize(int pIndex, int pStream) co
   // 0 for a format that no frame can have: then there are no images either.
   if (!place || stream.fFrameBytes == 0) return std::nullopt;
   if (place->fPayloadBytes == stream.fFrameBytes) return streamSize(pStream);
+  // No camera goes from another size to one of these; and a header that states millions of pixels
+  // must not make small images be scaled to them.
+  if (stream.fResolution < 0) return std::nullopt;
   const std::int64_t layers = getLayersFromColorSpace(stream.fColorSpace);
   for (const int resolution : {kQQVGA, kQVGA, kVGA, k4VGA}) {
     FrameSize size;

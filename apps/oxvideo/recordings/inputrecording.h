@@ -35,7 +35,8 @@ class OXInputRecording {
   /// The size that the stream's header states.
   FrameSize streamSize(int pStream) const;
   /// The size of an image, told by the number of its bytes without reading them: the stream's, or
-  /// the camera size in the stream's colour space that has as many. Nothing when none has.
+  /// the camera size in the stream's colour space that has as many, if the stream has one itself.
+  /// Nothing when none has.
   std::optional<FrameSize> imageSize(int pIndex, int pStream) const;
 
   /// The frame's bytes, valid until the next call; null when it is damaged or no image. error()

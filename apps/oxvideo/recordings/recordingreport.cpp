@@ -11,6 +11,7 @@
 
 #include "device/vocabulary.h"
 #include "recordings/inputrecording.h"
+#include "terminal/filelock.h"
 #include "terminal/json.h"
 
 namespace OX::cli {
@@ -198,6 +199,7 @@ RecordingReport makeReport(const OXInputRecording& pRecording) {
   std::error_code ignored;
   report.sizeBytes = std::filesystem::file_size(report.path, ignored);
   report.indexed = pRecording.video().hasIndex();
+  if (!report.indexed) report.recorder = lockOwner(report.path);
   for (int stream = 0; stream < pRecording.streams(); ++stream)
     report.streams.push_back(makeStreamReport(pRecording, stream));
   report.damage = pRecording.video().getDamage();
@@ -205,10 +207,12 @@ RecordingReport makeReport(const OXInputRecording& pRecording) {
 }
 
 std::string reportText(const RecordingReport& pReport, const OXTextStyle& pStyle) {
+  std::string state = "closed with an index";
+  if (!pReport.indexed)
+    state = pReport.recorder.empty() ? "without a usable index (was the recorder interrupted?)"
+                                     : "still being recorded by " + printable(pReport.recorder);
   std::string text =
-      fmt::format("{}: {} bytes, {}\n", printable(pReport.path), pReport.sizeBytes,
-                  pReport.indexed ? "closed with an index"
-                                  : "without a usable index (was the recorder interrupted?)");
+      fmt::format("{}: {} bytes, {}\n", printable(pReport.path), pReport.sizeBytes, state);
   for (std::size_t i = 0; i < pReport.streams.size(); ++i)
     text += streamText(pReport.streams[i], i) + otherSizeLines(pReport.streams[i], pStyle) +
             gapLines(pReport.streams[i], pStyle);
@@ -224,6 +228,7 @@ std::string reportJson(const RecordingReport& pReport) {
   return OXJson({{"file", pReport.path},
                  {"bytes", pReport.sizeBytes},
                  {"indexed", pReport.indexed},
+                 {"recorder", pReport.recorder.empty() ? nullptr : OXJson(pReport.recorder)},
                  {"streams", streams},
                  {"damage", damage}})
       .text();

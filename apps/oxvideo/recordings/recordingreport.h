@@ -45,6 +45,7 @@ struct RecordingReport {
   std::string path;
   std::uintmax_t sizeBytes = 0;
   bool indexed = false;
+  std::string recorder;  ///< the process that is still recording; empty when none is
   std::vector<StreamReport> streams;
   std::vector<OXVideoDamage> damage;
 };

@@ -5,21 +5,18 @@
 
 #include <fcntl.h>
 #include <fmt/format.h>
-#include <sys/file.h>
 #include <sys/stat.h>
-#include <sys/sysmacros.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstdio>
 #include <filesystem>
-#include <fstream>
 #include <random>
-#include <sstream>
 #include <system_error>
 #include <vector>
 
 #include "terminal/exitstatus.h"
+#include "terminal/filelock.h"
 #include "terminal/interrupt.h"
 #include "terminal/text.h"
 
@@ -74,34 +71,6 @@ std::string folderTrouble(const fs::path& pFolder) {
                          : fmt::format("{}: {}", pFolder.string(), reasonOf(errno));
 }
 
-/// "process 4711 (oxbroker)", or "another process" when the system doesn't tell.
-std::string lockOwner(const struct stat& pFile) {
-  // A line: number, FLOCK, ADVISORY, WRITE, process, major:minor:inode, range.
-  const std::string wanted =
-      fmt::format("{:02x}:{:02x}:{}", major(pFile.st_dev), minor(pFile.st_dev), pFile.st_ino);
-  std::ifstream locks("/proc/locks");
-  for (std::string line; std::getline(locks, line);) {
-    std::istringstream words(line);
-    std::string number, kind, mode, access, process, place;
-    if (!(words >> number >> kind >> mode >> access >> process >> place) || place != wanted)
-      continue;
-    std::string name;
-    std::getline(std::ifstream("/proc/" + process + "/comm"), name);
-    return fmt::format("process {}{}", process, name.empty() ? "" : " (" + name + ")");
-  }
-  return "another process";
-}
-
-/// Who replaces a file that is being recorded takes it away from its recorder, which would go on
-/// writing to a file without a name.
-void requireUnlocked(const std::string& pPath, const std::string& pTarget) {
-  const Descriptor file(::open(pTarget.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
-  if (file.number() < 0 || ::flock(file.number(), LOCK_SH | LOCK_NB) == 0) return;
-  struct stat status {};
-  if (errno == EWOULDBLOCK && ::fstat(file.number(), &status) == 0)
-    refuse(pPath, "locked by " + lockOwner(status));
-}
-
 /// Where the file itself is, for links; empty for what is neither a regular file nor absent.
 std::string targetOf(const std::string& pPath, bool pOverwrite) {
   if (pPath.empty()) refuse(pPath, "the name is empty");
@@ -128,7 +97,10 @@ std::string targetOf(const std::string& pPath, bool pOverwrite) {
   if (::access(pPath.c_str(), W_OK) != 0) refuse(pPath, reasonOf(errno));
   const std::string target = fs::canonical(pPath, error).string();
   if (error) refuse(pPath, error.message());
-  requireUnlocked(pPath, target);
+  // Who replaces a file that is being recorded takes it away from its recorder, which would go on
+  // writing to a file without a name.
+  if (const std::string owner = lockOwner(target); !owner.empty())
+    refuse(pPath, "locked by " + owner);
   return target;
 }
 
