@@ -101,7 +101,10 @@ ExportResult exportVideo(OXInputRecording& pInput, const ExportOptions& pOptions
   // What an encoder must know before the first frame: format, mean rate and time of the start.
   const StreamReport stream =
       makeReport(pInput).streams.at(static_cast<std::size_t>(pOptions.stream));
-  const std::string name = pOptions.output == "-" ? "standard output.mkv" : pOptions.output;
+  // A pipe has no extension to go by.
+  std::error_code ignored;
+  std::string name = pOptions.output == "-" ? "standard output" : pOptions.output;
+  if (pOptions.output == "-" || fs::is_other(pOptions.output, ignored)) name += ".mkv";
   checkVideoFile(name, pOptions.codec);
   OXOutputFile file(pOptions.output, pOptions.overwrite, pOut);
   EncoderOptions options{name, file.temporaryPath(), pOptions.codec};
