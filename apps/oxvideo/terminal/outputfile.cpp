@@ -126,14 +126,19 @@ std::string createTemporary(const fs::path& pFolder, const std::string& pName,
   refuse(pPath, reasonOf(errno));
 }
 
-void appendTo(const std::string& pFile, std::string_view pBytes, const std::string& pPath) {
-  Descriptor file(::open(pFile.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0666));
-  if (file.number() < 0) refuse(pPath, reasonOf(errno));
+void writeAll(int pDescriptor, std::string_view pBytes, const std::string& pPath) {
   while (!pBytes.empty()) {
-    const ssize_t written = ::write(file.number(), pBytes.data(), pBytes.size());
+    const ssize_t written = ::write(pDescriptor, pBytes.data(), pBytes.size());
+    if (written < 0 && errno == EINTR && OXInterrupt::requested()) throw OXInterrupted();
     if (written < 0 && errno != EINTR) refuse(pPath, reasonOf(errno));
     if (written > 0) pBytes.remove_prefix(static_cast<std::size_t>(written));
   }
+}
+
+void appendTo(const std::string& pFile, std::string_view pBytes, const std::string& pPath) {
+  Descriptor file(::open(pFile.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0666));
+  if (file.number() < 0) refuse(pPath, reasonOf(errno));
+  writeAll(file.number(), pBytes, pPath);
   if (!file.close()) refuse(pPath, reasonOf(errno));
 }
 
@@ -227,7 +232,7 @@ std::string OXOutputFile::named(std::string pText) const {
 
 void OXOutputFile::write(std::string_view pBytes) { appendTo(fTemporary, pBytes, fPath); }
 
-void OXOutputFile::xCopyTo(OXOutput& pOut) {
+void OXOutputFile::xCopyTo(const std::function<void(std::string_view)>& pWrite) {
   const Descriptor file(::open(fTemporary.c_str(), O_RDONLY | O_CLOEXEC));
   if (file.number() < 0) refuse(fPath, reasonOf(errno));
   std::vector<char> block(1 << 20);
@@ -237,23 +242,24 @@ void OXOutputFile::xCopyTo(OXOutput& pOut) {
     if (count == 0) return;
     if (count < 0 && errno == EINTR) continue;
     if (count < 0) refuse(fPath, reasonOf(errno));
-    try {
-      pOut.write({block.data(), static_cast<std::size_t>(count)});
-    } catch (const OXOutputClosed&) {
-      throw OXFailure(fPath == "-" ? "standard output was closed before everything was written"
-                                   : fPath + " was closed before everything was written");
-    }
+    pWrite({block.data(), static_cast<std::size_t>(count)});
   }
 }
 
 void OXOutputFile::commit() {
   if (OXInterrupt::requested()) throw OXInterrupted();
-  if (fPath == "-") return xCopyTo(fOut);
+  if (fPath == "-")
+    return xCopyTo([this](std::string_view pBytes) {
+      try {
+        fOut.write(pBytes);
+      } catch (const OXOutputClosed&) {
+        throw OXFailure("standard output was closed before everything was written");
+      }
+    });
   if (fTarget.empty()) {
     const Descriptor special(::open(fPath.c_str(), O_WRONLY | O_CLOEXEC | O_NOCTTY));
     if (special.number() < 0) refuse(fPath, reasonOf(errno));
-    OXOutput out(special.number());
-    return xCopyTo(out);
+    return xCopyTo([&](std::string_view pBytes) { writeAll(special.number(), pBytes, fPath); });
   }
   // Again, since it may have come into being or been locked while this one was written.
   const bool exists = ::access(fTarget.c_str(), F_OK) == 0;

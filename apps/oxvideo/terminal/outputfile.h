@@ -10,6 +10,7 @@
 #pragma once
 
 #include <cstddef>
+#include <functional>
 #include <string>
 #include <string_view>
 
@@ -59,7 +60,7 @@ class OXOutputFile {
   void commit();
 
  private:
-  void xCopyTo(OXOutput& pOut);
+  void xCopyTo(const std::function<void(std::string_view)>& pWrite);
 
   const std::string fPath;
   const bool fOverwrite;

@@ -86,6 +86,7 @@ TEST_F(OutputFile, replacesWhenAskedAndKeepsLinksAndPermissions) {
   EXPECT_TRUE(fs::is_symlink(fFolder.file("link")));
   EXPECT_EQ(fs::status(fPath).permissions(), fs::perms(0640));
   EXPECT_EQ(write(fFolder.file(std::string(255, 'x')), false), "") << "as long as names can be";
+  EXPECT_EQ(write("/dev/full", false), "can't write /dev/full: No space left on device");
   EXPECT_EQ(write("/dev/null", false), "") << "a device is nothing that could be replaced";
 }
 
