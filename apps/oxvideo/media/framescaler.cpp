@@ -83,6 +83,11 @@ struct OrientedFrame {
 
 }  // namespace
 
+FrameSize uprightSize(const AVFrame& pFrame, Orientation pOrientation) {
+  if (pOrientation.quarterTurns % 2 != 0) return {pFrame.height, pFrame.width};
+  return {pFrame.width, pFrame.height};
+}
+
 Placement placeFrame(double pShapeWidth, double pShapeHeight, FrameSize pTarget, Fit pFit) {
   if (pFit == Fit::kStretch) return {0, 0, pTarget};
   const double factor = std::min(pTarget.width / pShapeWidth, pTarget.height / pShapeHeight);

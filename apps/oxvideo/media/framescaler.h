@@ -9,6 +9,9 @@
 
 namespace OX::cli {
 
+/// The size in which a stored frame is shown.
+FrameSize uprightSize(const AVFrame& pFrame, Orientation pOrientation);
+
 /// How to fit a frame into a target of another aspect ratio.
 enum class Fit {
   kPad,      ///< keep the aspect ratio, add black bars

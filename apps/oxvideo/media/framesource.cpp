@@ -61,6 +61,10 @@ bool OXFrameSource::advanceTo(double pSeconds) {
   return fUpcoming || isEndless() || pSeconds < fCurrent->end;
 }
 
+FrameSize OXFrameSource::shownSize() const {
+  return uprightSize(*fCurrent->frame, fCurrent->orientation);
+}
+
 void OXFrameSource::render(FrameSize pSize, Fit pFit, std::vector<unsigned char>& pTarget) {
   fScaler.render(*fCurrent->frame, fCurrent->orientation, pSize, pFit, pTarget);
 }

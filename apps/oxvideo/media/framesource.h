@@ -25,6 +25,9 @@ class OXFrameSource {
   /// False when the source ends before that moment.
   bool advanceTo(double pSeconds);
 
+  /// The size of that frame as it is shown, before any scaling.
+  FrameSize shownSize() const;
+
   /// The frame of the last advanceTo() that was true, as OXFrameScaler renders it.
   void render(FrameSize pSize, Fit pFit, std::vector<unsigned char>& pTarget);
 

@@ -109,22 +109,13 @@ int expectedFrames(const ImportOptions& pOptions, double pFrames) {
   return pOptions.frames > 0 && (all == 0 || pOptions.frames < all) ? pOptions.frames : all;
 }
 
-FrameSize shownSize(const AVFrame& pFrame, Orientation pOrientation) {
-  if (pOrientation.quarterTurns % 2 != 0) return {pFrame.height, pFrame.width};
-  return {pFrame.width, pFrame.height};
-}
-
-FrameSize recordingSize(const ImportOptions& pOptions, const AVFrame* pFrame,
-                        Orientation pOrientation) {
-  if (!pFrame) throw OXFailure(pOptions.video + " contains no frame that can be decoded");
-  return pOptions.size.value_or(fittingSize(shownSize(*pFrame, pOrientation)));
-}
-
 /// Every frame of the video at its own time.
 ImportResult importAsItIs(const ImportOptions& pOptions, OXOutput& pOut, const OnFrame& pOnFrame) {
   OXMediaReader reader(pOptions.video, pOptions.size.value_or(kTestSize), {pOptions.stream});
   const AVFrame* frame = reader.next();
-  ImportResult result{0, 0, recordingSize(pOptions, frame, reader.orientation())};
+  if (!frame) throw OXFailure("can't decode any frame of " + pOptions.video);
+  ImportResult result;
+  result.size = pOptions.size.value_or(fittingSize(uprightSize(*frame, reader.orientation())));
   ImportOutput writer(pOptions, result.size, pOut);
   result.startUs = writer.startUs();
   OXFrameScaler scaler;
@@ -142,16 +133,10 @@ ImportResult importAsItIs(const ImportOptions& pOptions, OXOutput& pOut, const O
 
 /// Samples the video at a fixed rate.
 ImportResult importAtRate(const ImportOptions& pOptions, OXOutput& pOut, const OnFrame& pOnFrame) {
-  FrameSize size = pOptions.size.value_or(kTestSize);
-  if (!pOptions.size) {
-    // The size must be known before the recording is created, and only a decoded frame tells it.
-    OXMediaReader first(pOptions.video, size, {pOptions.stream});
-    const AVFrame* frame = first.next();
-    size = recordingSize(pOptions, frame, first.orientation());
-  }
-  OXFrameSource source(pOptions.video, size, false, {pOptions.stream});
+  OXFrameSource source(pOptions.video, pOptions.size.value_or(kTestSize), false, {pOptions.stream});
   if (source.isEndless() && pOptions.frames == 0)
     throw OXUsageError("this source never ends: limit it with --frames");
+  const FrameSize size = pOptions.size.value_or(fittingSize(source.shownSize()));
   ImportOutput writer(pOptions, size, pOut);
   ImportResult result{0, 0, size, writer.startUs()};
   std::vector<unsigned char> rgb;
@@ -183,6 +168,8 @@ ImportResult importVideo(const ImportOptions& pOptions, OXOutput& pOut, const On
   if (pOptions.video == "test" && pOptions.frames == 0)
     throw OXUsageError("the test picture never ends: limit it with --frames");
   requireNoRecording(pOptions.video);
+  // Before a source is opened, which may take long and can't always be done twice.
+  if (pOptions.output != "-") requireWritable(pOptions.output, pOptions.overwrite);
   return pOptions.fps > 0 ? importAtRate(pOptions, pOut, pOnFrame)
                           : importAsItIs(pOptions, pOut, pOnFrame);
 }
