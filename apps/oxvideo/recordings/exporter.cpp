@@ -84,6 +84,10 @@ ExportResult exportPictures(OXInputRecording& pInput, const ExportOptions& pOpti
   if (!pOptions.codec.empty())
     throw OXUsageError("--codec is for video files, and " + printable(pOptions.output) +
                        " is a folder for pictures");
+  // Folders on the way to it are made; what is wrong with them is found by the next line.
+  std::error_code ignored;
+  const fs::path path(pOptions.output);
+  fs::create_directories((path.has_filename() ? path : path.parent_path()).parent_path(), ignored);
   OXOutputFolder folder(pOptions.output, pOptions.overwrite);
   const FrameSize size = pInput.streamSize(pOptions.stream);
   ExportResult result =

@@ -141,7 +141,7 @@ TEST_F(Exchange, looksAlikeInH264) {
 
 TEST_F(Exchange, exportsPicturesWithTheirStamps) {
   record(fPath, {{16, 8, kRGB, 8}}, {5, 1'700'000'000'000'001, -3});
-  const std::string folder = fFolder.file("pictures");
+  const std::string folder = fFolder.file("new/pictures/");
   EXPECT_THAT(run({"export", fPath, folder}), StartsWith("0 "));
   for (const char* name :
        {"image-000000-5.png", "image-000001-1700000000000001.png", "image-000002--3.png"}) {
