@@ -7,6 +7,7 @@
 #include <filesystem>
 
 #include "media/ffmpeg.h"
+#include "media/framescaler.h"
 #include "media/picture.h"
 #include "media/videoencoder.h"
 #include "recordings/inputrecording.h"
@@ -30,28 +31,20 @@ bool isFolder(const std::string& pOutput) {
          !fs::path(pOutput).has_extension();
 }
 
-Picture scaledPicture(Picture pPicture, FrameSize pSize) {
+/// The picture, scaled if it has another size.
+Picture scaledPicture(Picture pPicture, FrameSize pSize, OXFrameScaler& pScaler) {
   if (pPicture.width == pSize.width && pPicture.height == pSize.height) return pPicture;
-  const ScalerOwner scaler(
-      sws_getContext(pPicture.width, pPicture.height, AV_PIX_FMT_RGB24, pSize.width, pSize.height,
-                     AV_PIX_FMT_RGB24, SWS_BICUBIC | SWS_ACCURATE_RND, nullptr, nullptr, nullptr));
-  FrameOwner target(av_frame_alloc());
-  if (!scaler || !target) throw OXFailure("out of memory");
-  // Allocated by the library, because its scaler writes whole vectors past the end of a row.
-  target->format = AV_PIX_FMT_RGB24;
-  target->width = pSize.width;
-  target->height = pSize.height;
-  if (av_frame_get_buffer(target.get(), 0) < 0) throw OXFailure("out of memory");
-  const unsigned char* const rows[] = {pPicture.rgb.data()};
-  const int strides[] = {pPicture.width * 3};
-  sws_scale(scaler.get(), rows, strides, 0, pPicture.height, target->data, target->linesize);
-  const std::size_t rowBytes = static_cast<std::size_t>(pSize.width) * 3;
+  // Copied to a frame of the library, whose scaler reads whole vectors past the end of a row.
+  const FrameOwner frame(av_frame_alloc());
+  if (!frame) throw OXFailure("out of memory");
+  frame->format = AV_PIX_FMT_RGB24;
+  frame->width = pPicture.width;
+  frame->height = pPicture.height;
+  if (av_frame_get_buffer(frame.get(), 0) < 0) throw OXFailure("out of memory");
+  av_image_copy_plane(frame->data[0], frame->linesize[0], pPicture.rgb.data(), pPicture.width * 3,
+                      pPicture.width * 3, pPicture.height);
   Picture result{pSize.width, pSize.height, {}};
-  for (int y = 0; y < pSize.height; ++y) {
-    const unsigned char* row =
-        target->data[0] + std::ptrdiff_t{y} * std::ptrdiff_t{target->linesize[0]};
-    result.rgb.insert(result.rgb.end(), row, row + rowBytes);
-  }
+  pScaler.render(*frame, {}, pSize, Fit::kStretch, result.rgb);
   return result;
 }
 
@@ -90,11 +83,12 @@ ExportResult exportPictures(OXInputRecording& pInput, const ExportOptions& pOpti
   fs::create_directories((path.has_filename() ? path : path.parent_path()).parent_path(), ignored);
   OXOutputFolder folder(pOptions.output, pOptions.overwrite);
   const FrameSize size = pInput.streamSize(pOptions.stream);
+  OXFrameScaler scaler;
   ExportResult result =
       forEachImage(pInput, pOptions.stream, pOnFrame, [&](const CameraImage& pImage, int pNumber) {
         // Six digits keep the names in order for nine hours at 30 images a second.
         folder.write(fmt::format("image-{:06}-{}.png", pNumber, pImage.timestampUs),
-                     encodePng(scaledPicture(toPicture(pImage), size)));
+                     encodePng(scaledPicture(toPicture(pImage), size, scaler)));
       });
   result.otherFiles = folder.commit();
   return result;
