@@ -43,7 +43,7 @@ std::string lockOwner(const std::string& pPath) {
   struct stat status {};
   const bool isLocked = ::fstat(file, &status) == 0 && S_ISREG(status.st_mode) &&
                         ::flock(file, LOCK_SH | LOCK_NB) != 0 && errno == EWOULDBLOCK;
-  const std::string owner = isLocked ? nameOfOwner(status) : "";
+  std::string owner = isLocked ? nameOfOwner(status) : "";
   ::close(file);
   return owner;
 }

@@ -95,7 +95,7 @@ std::string targetOf(const std::string& pPath, bool pOverwrite) {
   if (!pOverwrite)
     throw OXFailure(fmt::format("{} exists; --overwrite replaces it", printable(pPath)));
   if (::access(pPath.c_str(), W_OK) != 0) refuse(pPath, reasonOf(errno));
-  const std::string target = fs::canonical(pPath, error).string();
+  std::string target = fs::canonical(pPath, error).string();
   if (error) refuse(pPath, error.message());
   // Who replaces a file that is being recorded takes it away from its recorder, which would go on
   // writing to a file without a name.
@@ -119,7 +119,7 @@ template <typename Create>
 std::string createTemporary(const fs::path& pFolder, const std::string& pName,
                             const std::string& pPath, Create pCreate) {
   for (int attempt = 0; attempt < 100; ++attempt) {
-    const std::string path = temporaryName(pFolder, pName).string();
+    std::string path = temporaryName(pFolder, pName).string();
     if (pCreate(path)) return path;
     if (errno != EEXIST) break;
   }
