@@ -164,7 +164,8 @@ class OX_API IVideoInput {
   /// is copied, and stamped with the moment of its arrival. False for another size or an unknown
   /// camera, and after 1 s in which other pushes keep all buffers in use. The expected parameters
   /// are [[width, height], frames per second]: what the camera runs at; frames of the other
-  /// resolutions are resampled.
+  /// resolutions are resampled. A change of them raises the event "VideoInput/ExpectedImage" with
+  /// [camera, width, height, frames per second].
   /// @{
   virtual bool putImage(const int& pCameraIndex, const int& pWidth, const int& pHeight,
                         const OXValue& pImage) = 0;

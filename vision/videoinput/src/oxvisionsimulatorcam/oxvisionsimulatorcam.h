@@ -1,6 +1,7 @@
 /// Two cameras without hardware: a simulator pushes RGB frames, subscribers take images.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -13,6 +14,11 @@ namespace OX {
 /// A pushed frame is kept until a subscriber asks; it is then converted once, on that subscriber's
 /// thread, and shared. A frame that nobody asked for is overwritten two pushes later. The broker
 /// owns the module; public operations are thread-safe and described in ivideoinput.h.
+///
+/// When a camera starts to expect frames of another size or rate, the event
+/// "VideoInput/ExpectedImage" is raised with [camera, width, height, images per second], so that
+/// simulators need not ask. It is raised on a thread of the broker, shortly after the change and
+/// without any lock: of several changes in quick succession only the last may be announced.
 ///
 /// Locks: fVisionModulesLock first, then fParametersLock, while a parameter is set, or fMutex of a
 /// camera (store.h). putImage takes only the last. None is held while a frame is waited for, copied
@@ -62,9 +68,19 @@ class OXVisionSimulatorCam final : public OXSingleton<OXVisionSimulatorCam>,
   // --- push.cpp ---
   FeedStatus xFeedStatus(int pCamera, std::int64_t pNowUs) const
       OX_REQUIRES_SHARED(fVisionModulesLock) override;
+  // --- expectedimage.cpp ---
+  void xCameraChanged() OX_REQUIRES(fVisionModulesLock) override;
 
  private:
   friend class DeviceProbe;
+
+  // --- expectedimage.cpp: without a lock ---
+  void xPostAnnouncement();
+  /// On a thread of the broker: raises the event for each camera that expects something else than
+  /// was announced last.
+  void xAnnounceExpectedImages();
+  /// [camera, width, height, images per second]
+  OXValue xExpectedImage(int pCameraIndex) const;
 
   // --- grabber.cpp: always true ---
   bool xOpenDevice(int pCamera) OX_REQUIRES(fVisionModulesLock);
@@ -140,6 +156,12 @@ class OXVisionSimulatorCam final : public OXSingleton<OXVisionSimulatorCam>,
   RealCameraProperties& xParameterCamera(int pCameraIndex, const char* pMethod) const;
 
   std::vector<boost::shared_ptr<CameraDriverBuffer>> fCameraDriverBuffers;  ///< one a camera
+  /// Changes that are still to be announced. Whoever raises it from 0 posts the announcement, of
+  /// which there is therefore one at a time.
+  std::atomic<int> fUnannouncedChanges{0};
+  /// What each camera was last announced to expect, or expected from the beginning: touched by the
+  /// announcement alone.
+  std::vector<OXValue> fAnnounced;
 };
 
 /// The category of most of the simulator's records; a few use others, which clients filter by.

@@ -287,6 +287,9 @@ class OXVisionVideoInput : public OXModule, public IVideoInput, public DeviceSta
   /// buffer points at, if any.
   virtual void xReturnRawSource(int pCameraIndex, OXVisionBuffer& pBuffer)
       OX_REQUIRES(fVisionModulesLock);
+  // --- subscribers/negotiation.cpp ---
+  /// Called when what a camera runs at has changed, or may have. Must not wait or throw.
+  virtual void xCameraChanged() OX_REQUIRES(fVisionModulesLock);
 
   // --- the driver: for the status ---
   /// What came to a camera of the table; takes no lock but the camera's own.

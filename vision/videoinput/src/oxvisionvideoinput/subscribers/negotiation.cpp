@@ -42,6 +42,7 @@ bool OXVisionVideoInput::xUpdateParam(const int& pCameraIndex) {
     xStopFrameGrabber(pCameraIndex);
     camera->fResolution = static_cast<std::int8_t>(fDefaultResolution);
     camera->fFrameRate = kMinCameraFrameRate;
+    xCameraChanged();
     xStartFrameGrabber(pCameraIndex);
     return true;
   }
@@ -62,15 +63,19 @@ bool OXVisionVideoInput::xUpdateParam(const int& pCameraIndex) {
     camera->fResolution = static_cast<std::int8_t>(resolution);
     // Frames of a camera that sets no format are lent in these buffers, which need the new one.
     for (const auto& buffer : camera->fRawBuffers) buffer->fImage->setResolution(resolution);
+    xCameraChanged();
   }
   if (frameRate != camera->fFrameRate) {
     report::log(ki::log::kInfo, "xUpdateParam",
                 report::text(getName(), ": New framerate: ", frameRate));
     xSetParam(pCameraIndex, kCameraFrameRateID, frameRate, false);
     camera->fFrameRate = static_cast<std::uint8_t>(frameRate);
+    xCameraChanged();
   }
   return true;
 }
+
+void OXVisionVideoInput::xCameraChanged() {}
 
 // A wish equal to what the camera runs at may be the one that keeps it there.
 void OXVisionVideoInput::xLowerCamera(const Claim& pClaim) {

@@ -35,7 +35,9 @@ constexpr report::SubscriberTexts kDefaultAll{
 // subscriber's is reformatted.
 bool OXVisionVideoInput::xChangeParam(int pCamera, int pParam, int pValue, bool pSetDefault) {
   const TurnScope turn(fCamerasTurn, fVisionModulesLock);
-  return xSetParam(pCamera, pParam, pValue, pSetDefault);
+  const bool isSet = xSetParam(pCamera, pParam, pValue, pSetDefault);
+  xCameraChanged();
+  return isSet;
 }
 
 int OXVisionVideoInput::getCameraParameter(const std::string& pId, const int& pParam) {
