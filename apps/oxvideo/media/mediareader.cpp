@@ -1,13 +1,23 @@
 // Files may lack times, rates or whole frames. What is missing is filled in with what players
-// assume, so that time always moves forward.
+// assume, so that time always moves forward. Every wait ends: by data, a signal, or a time limit.
 #include "media/mediareader.h"
 
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <atomic>
+#include <chrono>
 #include <cmath>
+#include <cstdarg>
+#include <filesystem>
+#include <mutex>
+#include <optional>
+#include <utility>
+#include <vector>
 
 #include "media/ffmpeg.h"
+#include "media/pictures.h"
+#include "media/pipeinput.h"
 #include "terminal/exitstatus.h"
 #include "terminal/interrupt.h"
 #include "terminal/text.h"
@@ -16,33 +26,97 @@ namespace OX::cli {
 
 namespace {
 
-constexpr double kUsualFps = 25;  // for files without any rate
+using Clock = std::chrono::steady_clock;
 
-/// The prefix keeps FFmpeg from taking "a:b.mp4" for protocol "a".
-std::string inputUrl(const std::string& pSource) {
-  return pSource.find("://") == std::string::npos ? "file:" + pSource : pSource;
+constexpr double kUsualFps = 25;  // for files without any rate
+constexpr std::chrono::seconds kLongestSilence{10};
+// For cameras, whose driver says that there is no frame yet instead of waiting for one.
+constexpr std::chrono::milliseconds kAskAgain{5};
+
+/// Why the library failed: its own message says what is wrong with a filter graph or a file, its
+/// error only that something is. The messages would otherwise run into the progress bar.
+class LastMessage {
+ public:
+  static void install() { av_log_set_callback(&LastMessage::xKeep); }
+  static std::string take() {
+    const std::lock_guard guard(fGuard);
+    return std::exchange(fText, {});
+  }
+
+ private:
+  static void xKeep(void* pSource, int pLevel, const char* pFormat, va_list pArguments) {
+    if (pLevel > AV_LOG_ERROR) return;
+    char line[512];
+    int withPrefix = 0;
+    av_log_format_line2(pSource, pLevel, pFormat, pArguments, line, sizeof line, &withPrefix);
+    std::string text = line;
+    text.erase(text.find_last_not_of(" \n") + 1);
+    const std::lock_guard guard(fGuard);
+    // The first one is the cause, the later ones report its consequences.
+    if (fText.empty()) fText = text;
+  }
+
+  static inline std::mutex fGuard;
+  static inline std::string fText;
+};
+
+/// "Invalid argument (No such filter: 'foo')"
+std::string reason(int pError) {
+  const std::string message = LastMessage::take();
+  return message.empty() ? ffmpegError(pError)
+                         : fmt::format("{} ({})", ffmpegError(pError), printable(message));
 }
 
-int stopWhenInterrupted(void*) { return OXInterrupt::requested() ? 1 : 0; }
+/// The prefix keeps FFmpeg from taking "a:b.mp4" for protocol "a".
+std::string inputUrl(const std::string& pSource, FrameSize pTestSize, MediaKind pKind) {
+  switch (pKind) {
+    case MediaKind::kTest:
+      return fmt::format("testsrc2=size={}x{}:rate=30", pTestSize.width, pTestSize.height);
+    case MediaKind::kGraph:
+      return pSource.starts_with("lavfi:") ? pSource.substr(6) : pSource;
+    case MediaKind::kFile:
+      return "file:" + pSource;
+    default:
+      return pSource;
+  }
+}
 
-FormatOwner openInput(const std::string& pSource, FrameSize pTestSize) {
-  AVFormatContext* format = avformat_alloc_context();
-  if (!format) throw OXFailure("out of memory");
-  // Opening a pipe or URL may block for ever; a signal must end it.
-  format->interrupt_callback.callback = stopWhenInterrupted;
-  const bool isTest = pSource == "test";
-  const std::string url =
-      isTest ? fmt::format("testsrc2=size={}x{}:rate=30", pTestSize.width, pTestSize.height)
-             : inputUrl(pSource);
-  const AVInputFormat* input = isTest ? av_find_input_format("lavfi") : nullptr;
-  // Frees the context on failure.
-  const int result = avformat_open_input(&format, url.c_str(), input, nullptr);
-  if (result < 0 && OXInterrupt::requested()) throw OXInterrupted();
-  if (result < 0)
-    throw OXFailure(
-        fmt::format("can't read {}: {}\n  a source is a video file, a picture, or \"test\"",
-                    printable(pSource), ffmpegError(result)));
-  return FormatOwner(format);
+const AVInputFormat* inputFormat(const std::string& pFormat, MediaKind pKind) {
+  if (pKind == MediaKind::kTest || pKind == MediaKind::kGraph) return av_find_input_format("lavfi");
+  if (!pFormat.empty()) return av_find_input_format(pFormat.c_str());
+  return pKind == MediaKind::kWebcam ? av_find_input_format("v4l2") : nullptr;
+}
+
+std::string webcamsHere() {
+  std::vector<std::string> names;
+  std::error_code ignored;
+  for (const auto& entry : std::filesystem::directory_iterator("/dev", ignored))
+    if (entry.path().filename().string().starts_with("video")) names.push_back(entry.path());
+  std::ranges::sort(names);
+  return names.empty() ? "this machine has none (no /dev/video*)"
+                       : "this machine has " + join(names);
+}
+
+std::string openFailure(const std::string& pSource, MediaKind pKind, int pError) {
+  const std::string why = reason(pError);
+  const std::string source = printable(pSource);
+  switch (pKind) {
+    case MediaKind::kWebcam:
+      return fmt::format("can't open camera {}: {}\n  cameras: {}", source, why, webcamsHere());
+    case MediaKind::kGraph:
+      return fmt::format(
+          "can't read {}: {}\n  a filter graph looks like lavfi:testsrc2=size=640x480:rate=30",
+          source, why);
+    case MediaKind::kLive:
+    case MediaKind::kUrl:
+    case MediaKind::kPipe:
+      return fmt::format("can't read {}: {}", source, why);
+    default:
+      return fmt::format(
+          "can't read {}: {}\n  a source is a video file, a picture, a folder of pictures, a "
+          "camera (/dev/video0),\n  a URL, \"-\", \"lavfi:\" and a filter graph, or \"test\"",
+          source, why);
+  }
 }
 
 /// Reads turns and mirroring from the display matrix of a container or picture.
@@ -79,7 +153,20 @@ int streamIndex(const AVFormatContext& pFormat, int pStream, const std::string& 
 }  // namespace
 
 struct OXMediaReader::Impl {
-  std::string source;
+  Impl(const std::string& pSource, FrameSize pTestSize, const MediaOptions& pOptions)
+      : source(pSource),
+        testSize(pTestSize),
+        options(pOptions),
+        kind(mediaKind(pSource, pOptions)) {}
+
+  const std::string source;
+  const FrameSize testSize;
+  const MediaOptions options;
+  const MediaKind kind;
+  std::atomic<bool> cancelled{false};
+  Clock::time_point giveUp = Clock::time_point::max();
+  /// Outlives the format, which reads from it.
+  std::unique_ptr<OXPipeInput> pipe;
   FormatOwner format;
   DecoderOwner decoder;
   FrameOwner frame{av_frame_alloc()};
@@ -90,39 +177,100 @@ struct OXMediaReader::Impl {
   double firstTime = 0;
   double time = 0;
   double duration = 0;
-  std::int64_t damaged = 0;
+  std::atomic<std::int64_t> damaged{0};
 
-  void openDecoder(int pStream);
+  // Of a folder of pictures, each of which is a file of its own.
+  std::vector<std::string> pictures;
+  std::size_t nextPicture = 0;
+  std::unique_ptr<OXMediaReader> picture;
+  std::optional<FrameSize> firstSize;
+  std::string remark;
+
+  bool isCancelled() const { return cancelled || OXInterrupt::requested(); }
+  bool mustStop() const { return isCancelled() || Clock::now() > giveUp; }
+  /// Throws if the library was stopped while it waited. Called after what may wait.
+  void checkStopped();
+  /// Calls what may wait for the source; no longer than the source may be silent.
+  template <typename Call>
+  int waitFor(Call pCall) {
+    giveUp = Clock::now() + kLongestSilence;
+    const int result = pCall();
+    if (result < 0) checkStopped();
+    giveUp = Clock::time_point::max();
+    return result;
+  }
+
+  void open();
+  void openDecoder();
+  int readPacket();
   void feed();
   void takeTimes();
   double usualDuration() const;
+  const AVFrame* nextOfFile();
+  const AVFrame* nextPictureFrame();
 };
 
 OXMediaReader::OXMediaReader(const std::string& pSource, FrameSize pTestSize,
-                             const MediaOptions& pOptions)
-    : fImpl(std::make_unique<Impl>()) {
-  // The library's own messages would run into the progress bar; failures are reported by exception.
-  av_log_set_level(AV_LOG_FATAL);
+                             const MediaOptions& pOptions) {
+  LastMessage::install();
   avdevice_register_all();
-  fImpl->source = pSource;
-  fImpl->format = openInput(pSource, pTestSize);
-  fImpl->openDecoder(pOptions.stream);
+  fImpl = std::make_unique<Impl>(pSource, pTestSize, pOptions);
+  LastMessage::take();
+  if (fImpl->kind == MediaKind::kPictures) {
+    fImpl->pictures = listPictures(pSource);
+    return;
+  }
+  fImpl->open();
+  fImpl->openDecoder();
 }
 
 OXMediaReader::~OXMediaReader() = default;
 
-void OXMediaReader::Impl::openDecoder(int pStream) {
+void OXMediaReader::cancel() { fImpl->cancelled = true; }
+
+void OXMediaReader::Impl::checkStopped() {
+  if (isCancelled()) throw OXInterrupted();
+  if (Clock::now() > giveUp)
+    throw OXFailure(
+        fmt::format("no data from {} for {} s", printable(source), kLongestSilence.count()));
+}
+
+void OXMediaReader::Impl::open() {
+  AVFormatContext* context = avformat_alloc_context();
+  if (!context) throw OXFailure("out of memory");
+  FormatOwner owner(context);
+  // Opening a pipe or URL may block for ever; a signal must end it.
+  context->interrupt_callback = {
+      [](void* pThis) { return static_cast<const Impl*>(pThis)->mustStop() ? 1 : 0; }, this};
+  if (kind == MediaKind::kPipe) {
+    pipe = std::make_unique<OXPipeInput>(source, [this] { return mustStop(); });
+    context->pb = pipe->context();
+  }
+  // Drivers of cameras wait without looking at the callback.
+  if (kind == MediaKind::kWebcam) context->flags |= AVFMT_FLAG_NONBLOCK;
+  if (isLive(kind)) context->flags |= AVFMT_FLAG_NOBUFFER;
+  const std::string url = inputUrl(source, testSize, kind);
+  const int result = waitFor([&] {
+    // Frees the context on failure.
+    context = owner.release();
+    return avformat_open_input(&context, url.c_str(), inputFormat(options.format, kind), nullptr);
+  });
+  if (result < 0) throw OXFailure(openFailure(source, kind, result));
+  format.reset(context);
+}
+
+void OXMediaReader::Impl::openDecoder() {
   const auto check = [&](int pResult) {
     if (pResult < 0)
-      throw OXFailure(fmt::format("can't read {}: {}", printable(source), ffmpegError(pResult)));
+      throw OXFailure(fmt::format("can't read {}: {}", printable(source), reason(pResult)));
     return pResult;
   };
-  check(avformat_find_stream_info(format.get(), nullptr));
+  check(waitFor([&] { return avformat_find_stream_info(format.get(), nullptr); }));
   const AVCodec* codec = nullptr;
   int index = av_find_best_stream(format.get(), AVMEDIA_TYPE_VIDEO, -1, -1, &codec, 0);
-  if (index >= 0 && pStream >= 0)
+  if (index >= 0 && options.stream >= 0)
     index = av_find_best_stream(format.get(), AVMEDIA_TYPE_VIDEO,
-                                streamIndex(*format, pStream, source), -1, &codec, 0);
+                                streamIndex(*format, options.stream, source), -1, &codec, 0);
   if (index < 0 || !codec)
     throw OXFailure(fmt::format("{} contains no readable video", printable(source)));
   stream = format->streams[index];
@@ -133,25 +281,35 @@ void OXMediaReader::Impl::openDecoder(int pStream) {
   if (!decoder || !frame || !packet) throw OXFailure("out of memory");
   check(avcodec_parameters_to_context(decoder.get(), stream->codecpar));
   decoder->pkt_timebase = stream->time_base;
-  // As many threads as there are processors: large videos decode slower than real time on one.
+  // As many threads as there are processors: large videos decode slower than real time on one. Of a
+  // live source each thread that works on a frame of its own would add a frame of delay.
   decoder->thread_count = 0;
+  if (isLive(kind)) decoder->thread_type = FF_THREAD_SLICE;
   check(avcodec_open2(decoder.get(), codec, nullptr));
+}
+
+int OXMediaReader::Impl::readPacket() {
+  return waitFor([&] {
+    while (true) {
+      const int read = av_read_frame(format.get(), packet.get());
+      if (read != AVERROR(EAGAIN) || mustStop()) return read;
+      OXInterrupt::waitUntil(Clock::now() + kAskAgain);
+    }
+  });
 }
 
 /// Sends the decoder the next packet, or the end of the stream.
 void OXMediaReader::Impl::feed() {
   while (true) {
-    const int read = av_read_frame(format.get(), packet.get());
+    const int read = readPacket();
     if (read == AVERROR_EOF) {
       draining = true;
       // Sending decodes too: the failure is that of a frame which a thread was still working on.
       if (avcodec_send_packet(decoder.get(), nullptr) < 0) ++damaged;
       return;
     }
-    // The callback makes the library return this; other errors may follow from the same signal.
-    if (read == AVERROR_EXIT || OXInterrupt::requested()) throw OXInterrupted();
     if (read < 0)
-      throw OXFailure(fmt::format("reading {} failed: {}", printable(source), ffmpegError(read)));
+      throw OXFailure(fmt::format("reading {} failed: {}", printable(source), reason(read)));
     const bool isOurs = packet->stream_index == stream->index;
     // A bad packet costs its frame only: the decoder resynchronises.
     if (isOurs && avcodec_send_packet(decoder.get(), packet.get()) < 0) ++damaged;
@@ -181,36 +339,72 @@ void OXMediaReader::Impl::takeTimes() {
   started = true;
 }
 
-const AVFrame* OXMediaReader::next() {
+const AVFrame* OXMediaReader::Impl::nextOfFile() {
   while (true) {
-    const int result = avcodec_receive_frame(fImpl->decoder.get(), fImpl->frame.get());
+    const int result = avcodec_receive_frame(decoder.get(), frame.get());
     if (result == 0) {
-      if (fImpl->frame->flags & AV_FRAME_FLAG_CORRUPT || fImpl->frame->decode_error_flags != 0)
-        ++fImpl->damaged;
-      fImpl->takeTimes();
+      if (frame->flags & AV_FRAME_FLAG_CORRUPT || frame->decode_error_flags != 0) ++damaged;
+      takeTimes();
       // The aspect ratio stated by the container takes precedence.
-      fImpl->frame->sample_aspect_ratio =
-          av_guess_sample_aspect_ratio(fImpl->format.get(), fImpl->stream, fImpl->frame.get());
-      return fImpl->frame.get();
+      frame->sample_aspect_ratio = av_guess_sample_aspect_ratio(format.get(), stream, frame.get());
+      return frame.get();
     }
     if (result == AVERROR_EOF) return nullptr;
     if (result == AVERROR(EAGAIN)) {
       // A drained decoder wants nothing more; should one say so, asking again would never end.
-      if (fImpl->draining) return nullptr;
-      fImpl->feed();
+      if (draining) return nullptr;
+      feed();
       continue;
     }
     // A frame that failed, and no reason to stop: a decoder with several threads reports failures
     // late, with good frames after them. It bounds the number of failures at the end itself.
-    ++fImpl->damaged;
+    ++damaged;
   }
 }
+
+/// A picture that can't be read costs its own frame only.
+const AVFrame* OXMediaReader::Impl::nextPictureFrame() {
+  while (nextPicture < pictures.size()) {
+    checkStopped();
+    const std::size_t index = nextPicture++;
+    const std::string& path = pictures[index];
+    const AVFrame* shown = nullptr;
+    try {
+      picture = std::make_unique<OXMediaReader>(path, testSize);
+      shown = picture->next();
+    } catch (const OXFailure& failure) {
+      if (remark.empty()) remark = failure.what();
+    }
+    if (!shown) {
+      ++damaged;
+      continue;
+    }
+    duration = 1 / options.pictureFps;
+    time = static_cast<double>(index) * duration;
+    const FrameSize size{shown->width, shown->height};
+    if (!firstSize) firstSize = size;
+    if (size != *firstSize && remark.empty())
+      remark = fmt::format(
+          "the pictures have different sizes ({} is {}x{}, the first one {}x{}): "
+          "each is fitted on its own",
+          printable(path), size.width, size.height, firstSize->width, firstSize->height);
+    return shown;
+  }
+  return nullptr;
+}
+
+const AVFrame* OXMediaReader::next() {
+  return fImpl->pictures.empty() ? fImpl->nextOfFile() : fImpl->nextPictureFrame();
+}
+
+std::string OXMediaReader::remark() const { return fImpl->remark; }
 
 double OXMediaReader::time() const { return fImpl->time; }
 
 double OXMediaReader::frameDuration() const { return fImpl->duration; }
 
 Orientation OXMediaReader::orientation() const {
+  if (fImpl->picture) return fImpl->picture->orientation();
   // Pictures carry the matrix in the frame, videos in the stream.
   if (const AVFrameSideData* data =
           av_frame_get_side_data(fImpl->frame.get(), AV_FRAME_DATA_DISPLAYMATRIX))
@@ -225,7 +419,9 @@ Orientation OXMediaReader::orientation() const {
 }
 
 double OXMediaReader::duration() const {
-  if (fImpl->format->duration <= 0 || fImpl->source == "test") return 0;
+  if (!fImpl->pictures.empty())
+    return static_cast<double>(fImpl->pictures.size()) / fImpl->options.pictureFps;
+  if (fImpl->format->duration <= 0 || fImpl->kind == MediaKind::kTest) return 0;
   return static_cast<double>(fImpl->format->duration) / AV_TIME_BASE;
 }
 

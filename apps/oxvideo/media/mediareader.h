@@ -1,4 +1,4 @@
-/// Reads the frames of a video file, a picture or a generated test picture in sequence.
+/// Reads the frames of a video, a stream, a camera or pictures in sequence.
 #pragma once
 
 #include <cstdint>
@@ -6,6 +6,7 @@
 #include <string>
 
 #include "media/framesize.h"
+#include "media/mediainput.h"
 
 struct AVFrame;
 
@@ -17,16 +18,15 @@ struct Orientation {
   bool mirrored = false;  ///< left and right exchanged
 };
 
-/// What of a source to read, and how.
-struct MediaOptions {
-  int stream = -1;  ///< of its video streams, from 0; -1: the one that the library thinks best
-};
-
-/// Reads whatever the FFmpeg libraries can. One thread only.
+/// Reads whatever the FFmpeg libraries can. A source that sends nothing for ten seconds fails. One
+/// thread only, but for cancel() and damagedFrames().
 class OXMediaReader {
  public:
-  /// pSource: a file, a URL, or "test" for a moving test picture of pTestSize.
-  /// Throws OXFailure that says why it can't be read, OXUsageError for a stream that it lacks.
+  /// pSource: a video file, a picture, a folder or pattern of pictures (frames/*.png,
+  /// frames/%04d.png), a camera (/dev/video0), a URL, "-" for standard input, "lavfi:" and a filter
+  /// graph, or "test" for a moving test picture of pTestSize. Throws OXFailure that says why it
+  /// can't be read, OXUsageError for a stream that it lacks and for an unknown format, and
+  /// OXInterrupted, as next() does.
   OXMediaReader(const std::string& pSource, FrameSize pTestSize, const MediaOptions& pOptions = {});
   ~OXMediaReader();
   OXMediaReader(const OXMediaReader&) = delete;
@@ -44,6 +44,11 @@ class OXMediaReader {
   /// Length in seconds as stated by the file; 0 when unknown or endless.
   double duration() const;
   std::int64_t damagedFrames() const;
+  /// What the user should know, such as that pictures have different sizes; empty when nothing.
+  std::string remark() const;
+
+  /// Makes next() throw OXInterrupted, now if it is under way and ever after.
+  void cancel();
 
  private:
   struct Impl;
