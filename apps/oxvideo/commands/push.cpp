@@ -1,14 +1,17 @@
 // Each camera is fed at its own rate from one source, whose clock is the wall clock: a slow broker
-// drops frames and never slows the film down.
+// drops frames and never slows the film down. What a camera expects may change at any time.
 #include <fmt/format.h>
 
 #include <algorithm>
 #include <memory>
 #include <optional>
 
+#include <oxframework/oxerror.h>
 #include "commands/commands.h"
 #include "device/expectedinput.h"
+#include "device/feeders.h"
 #include "device/session.h"
+#include "device/status.h"
 #include "device/vocabulary.h"
 #include "media/framesource.h"
 #include "media/pacer.h"
@@ -22,17 +25,22 @@ namespace OX::cli {
 namespace {
 
 using Clock = std::chrono::steady_clock;
-// Another subscriber may change the camera's resolution or rate at any time.
-constexpr std::chrono::milliseconds kAskAgain{500};
+using Seconds = std::chrono::duration<double>;
+// A safety net: the camera announces changes by an event, which a broker that is older, out of
+// memory or faced with a full socket may not deliver.
+constexpr std::chrono::seconds kAskAgain{2};
 // After a stop (Ctrl-Z, a debugger) the film continues where it was and skips at most this much.
 constexpr double kLongestStep = 2;
+constexpr std::chrono::milliseconds kTryAgain{500};
 
 struct Options {
   std::string source;
   std::vector<int> cameras;
-  std::string size, fps, fit = "pad";
+  std::string size, fps, inputFormat, fit = "pad";
   std::int64_t frames = 0;
   bool loop = false;
+  bool anyway = false;
+  bool reconnect = false;
   bool asJson = false;
 };
 
@@ -43,8 +51,25 @@ struct Feed {
   OXPacer pacer;
   Clock::time_point askAgain;
   std::int64_t pushed = 0;
-  std::int64_t dropped = 0;
+  std::int64_t repeated = 0;  ///< of those, frames that had been pushed before
+  std::int64_t dropped = 0;   ///< slots that were missed: the broker or the source was too slow
+  std::int64_t lastFrame = 0;
 };
+
+/// How a source is called in the broker: no folders, and of a URL neither password nor query.
+std::string nameOfSource(const std::string& pSource) {
+  if (pSource.starts_with("lavfi:")) return "lavfi";
+  const auto scheme = pSource.find("://");
+  if (scheme != std::string::npos) {
+    std::string host = pSource.substr(scheme + 3);
+    host.resize(std::min(host.find_first_of("/?#"), host.size()));
+    return pSource.substr(0, scheme + 3) + host.substr(host.rfind('@') + 1);
+  }
+  const auto end = pSource.find_last_not_of('/');
+  if (end == std::string::npos) return pSource;
+  const auto begin = pSource.rfind('/', end) + 1;
+  return pSource.substr(begin, end + 1 - begin);
+}
 
 class Pusher {
  public:
@@ -52,28 +77,41 @@ class Pusher {
   int run();
 
  private:
-  void xAdoptExpectedInput(Feed& pFeed);
+  void xRefuseFedCameras();
+  void xSubscribe();
+  bool xFollowsCamera() const { return !fSize || !fFps; }
+  void xAskCamera(Feed& pFeed);
+  void xAdopt(Feed& pFeed, const OXValue& pExpected);
+  void xAdoptNews();
+  bool xReconnect(const OXError& pError);
   bool xWantsMore(const Feed& pFeed) const {
     return fOptions.frames == 0 || pFeed.pushed < fOptions.frames;
   }
   Feed* xNextDue();
   void xPushAll();
   bool xStep(Feed& pFeed);
+  bool xPush(Feed& pFeed);
+  void xRestartClock();
   void xShowProgress();
   std::int64_t xTotal(std::int64_t Feed::*pCount) const;
-  int xReport(bool pCutShort);
+  std::int64_t xSkipped(const Feed& pFeed) const;
+  std::string xSummary(const Feed& pFeed, double pSeconds) const;
+  void xReport();
 
   Context& fContext;
   const Options& fOptions;
   const std::optional<FrameSize> fSize;  ///< by option; unset: what the camera expects
   const std::optional<double> fFps;
   const Fit fFit;
-  OXSession fSession;
+  OXExpectedInputs fNews;  ///< outlives the session, whose listener uses it
+  std::unique_ptr<OXSession> fSession;
   std::vector<Feed> fFeeds;
   std::unique_ptr<OXFrameSource> fSource;
+  std::int64_t fProgressTotal = 0;
   std::unique_ptr<OXProgress> fProgress;
   Clock::time_point fStart, fLastStep;
   double fMediaTime = 0;
+  bool fSourceEnded = false;
   std::vector<unsigned char> fPixels;
 };
 
@@ -82,28 +120,106 @@ Pusher::Pusher(Context& pContext, const Options& pOptions)
       fOptions(pOptions),
       fSize(pOptions.size.empty() ? std::nullopt : std::optional(parseSize(pOptions.size))),
       fFps(pOptions.fps.empty() ? std::nullopt : std::optional(parseFps(pOptions.fps))),
-      fFit(pOptions.fit == "stretch" ? Fit::kStretch : Fit::kPad),
-      fSession(pContext.broker, "push") {
+      fFit(pOptions.fit == "stretch" ? Fit::kStretch : Fit::kPad) {
+  fSession = std::make_unique<OXSession>(fContext.broker, "push");
+  // Under the session's own name, so that it can't take itself for another feeder.
+  if (!fOptions.anyway) xRefuseFedCameras();
+  xSubscribe();
   for (const int camera : pOptions.cameras) {
     // A provisional pacer: run() starts it once the source is open, which may take seconds.
     Feed feed{camera, fSize.value_or(FrameSize{}), OXPacer({}, fFps.value_or(1)), {}};
-    xAdoptExpectedInput(feed);
+    xAskCamera(feed);
     fFeeds.push_back(feed);
   }
-  fSource = std::make_unique<OXFrameSource>(pOptions.source, fFeeds.front().size, pOptions.loop);
-  std::int64_t total = pOptions.frames;
-  if (total == 0)
-    total = static_cast<std::int64_t>(fSource->duration() * fFeeds.front().pacer.fps());
-  fProgress = std::make_unique<OXProgress>(pContext.err, "push", total);
+  MediaOptions media;
+  media.format = pOptions.inputFormat;
+  if (fFps) media.pictureFps = *fFps;
+  fSource =
+      std::make_unique<OXFrameSource>(pOptions.source, fFeeds.front().size, pOptions.loop, media);
+  fProgressTotal = pOptions.frames;
+  if (fProgressTotal == 0)
+    fProgressTotal = static_cast<std::int64_t>(fSource->duration() * fFeeds.front().pacer.fps());
+}
+
+/// Two sources would alternate on the camera.
+void Pusher::xRefuseFedCameras() {
+  for (const int camera : fOptions.cameras) {
+    const auto status = queryCamera(*fSession, camera);
+    if (!status || !status->isFed() || status->isReplay || !isStillThere(*fSession, status->feeder))
+      continue;
+    throw OXFailure(fmt::format(
+        "camera {} is being fed by {} (the last frame came {:.1f} s ago): two sources would "
+        "alternate\n  end that one, or push all the same with --anyway",
+        camera, status->feeder.empty() ? "somebody" : printable(status->feeder),
+        status->ageMs / 1000.0));
+  }
+}
+
+/// Names the connection, and has the camera's changes reported to that name.
+void Pusher::xSubscribe() {
+  const std::string name = "oxvideo push " + nameOfSource(fOptions.source);
+  fSession->call("OXBroker", "setClientName", OXValue::array(name));
+  if (!xFollowsCamera()) return;
+  fSession->listen([this](const std::string& pEvent, const OXValue& pValue) {
+    if (pEvent == kExpectedImageEvent) fNews.put(pValue);
+  });
+  try {
+    fSession->call("OXMemory", "subscribeToEvent",
+                   OXValue::array(kExpectedImageEvent, name, "onExpectedImage"));
+  } catch (const OXError&) {
+    // A broker without events: the cameras are asked from time to time.
+    if (!fSession->isConnected()) throw;
+  }
 }
 
 /// Adopts what the camera expects, unless an option overrides it.
-void Pusher::xAdoptExpectedInput(Feed& pFeed) {
-  if (fSize && fFps) return;
-  const ExpectedInput expected =
-      parseExpectedInput(fSession.device("getExpectedImageParameters", pFeed.camera));
+void Pusher::xAskCamera(Feed& pFeed) {
+  if (!xFollowsCamera()) return;
+  pFeed.askAgain = Clock::now() + kAskAgain;
+  xAdopt(pFeed, fSession->device("getExpectedImageParameters", pFeed.camera));
+}
+
+void Pusher::xAdopt(Feed& pFeed, const OXValue& pExpected) {
+  const ExpectedInput expected = parseExpectedInput(pExpected);
   if (!fSize) pFeed.size = expected.size;
   if (!fFps) pFeed.pacer.setFps(expected.fps);
+}
+
+/// A subscriber may be waiting for a frame as it now wants it, so that goes out at once.
+void Pusher::xAdoptNews() {
+  for (const auto& [camera, expected] : fNews.take())
+    for (Feed& feed : fFeeds) {
+      if (feed.camera != camera) continue;
+      const ExpectedInput before{feed.size, feed.pacer.fps()};
+      xAdopt(feed, expected);
+      if (before != ExpectedInput{feed.size, feed.pacer.fps()})
+        feed.pacer = OXPacer(Clock::now(), feed.pacer.fps());
+    }
+}
+
+/// After the broker has gone: false if a signal ended the wait for another one.
+bool Pusher::xReconnect(const OXError& pError) {
+  const auto since = Clock::now();
+  fProgress.reset();
+  fContext.err.tryLine(
+      fmt::format("the broker at {} is gone ({}); waiting for it, Ctrl-C ends this",
+                  printable(fContext.broker), printable(pError.what())));
+  while (OXInterrupt::waitUntil(Clock::now() + kTryAgain)) {
+    try {
+      fSession = std::make_unique<OXSession>(fContext.broker, "push");
+      xSubscribe();
+      for (Feed& feed : fFeeds) xAskCamera(feed);
+      fContext.err.tryLine(
+          fmt::format("the broker is back after {:.1f} s", Seconds(Clock::now() - since).count()));
+      xRestartClock();
+      return true;
+    } catch (const OXError&) {
+      continue;  // It has started, but not loaded its device yet.
+    } catch (const OXFailure&) {
+      continue;
+    }
+  }
+  return false;
 }
 
 Feed* Pusher::xNextDue() {
@@ -116,23 +232,26 @@ Feed* Pusher::xNextDue() {
 /// Pushes one frame. False at the end of the source.
 bool Pusher::xStep(Feed& pFeed) {
   const auto now = Clock::now();
-  if (now >= pFeed.askAgain) {
-    xAdoptExpectedInput(pFeed);
-    pFeed.askAgain = now + kAskAgain;
-  }
+  if (now >= pFeed.askAgain) xAskCamera(pFeed);
   // The wait may end a little early; a slot must not start before it is due.
   pFeed.dropped += pFeed.pacer.start(std::max(now, pFeed.pacer.due()));
-  fMediaTime += std::min(std::chrono::duration<double>(now - fLastStep).count(), kLongestStep);
+  fMediaTime += std::min(Seconds(now - fLastStep).count(), kLongestStep);
   fLastStep = now;
-  if (!fSource->advanceTo(fMediaTime)) return false;
+  fSourceEnded = !fSource->advanceTo(fMediaTime);
+  return !fSourceEnded && xPush(pFeed);
+}
+
+bool Pusher::xPush(Feed& pFeed) {
   fSource->render(pFeed.size, fFit, fPixels);
   OXValue image;
   image.SetBinary(fPixels.data(), static_cast<int>(fPixels.size()));
-  if (!fSession.device("putImage", pFeed.camera, pFeed.size.width, pFeed.size.height, image)
+  if (!fSession->device("putImage", pFeed.camera, pFeed.size.width, pFeed.size.height, image)
            .toBool())
     throw OXFailure(fmt::format("camera {} refused a frame of {}x{}", pFeed.camera,
                                 pFeed.size.width, pFeed.size.height));
   ++pFeed.pushed;
+  if (fSource->frameNumber() == pFeed.lastFrame) ++pFeed.repeated;
+  pFeed.lastFrame = fSource->frameNumber();
   return true;
 }
 
@@ -142,7 +261,15 @@ std::int64_t Pusher::xTotal(std::int64_t Feed::*pCount) const {
   return total;
 }
 
+/// Frames of the source that were not pushed though there was time: the camera takes fewer. Each
+/// slot that was missed accounts for one frame.
+std::int64_t Pusher::xSkipped(const Feed& pFeed) const {
+  const std::int64_t notPushed = fSource->frameNumber() - (pFeed.pushed - pFeed.repeated);
+  return std::max<std::int64_t>(0, notPushed - pFeed.dropped);
+}
+
 void Pusher::xShowProgress() {
+  if (!fProgress) fProgress = std::make_unique<OXProgress>(fContext.err, "push", fProgressTotal);
   const Feed& first = fFeeds.front();
   fProgress->update(first.pushed,
                     fmt::format("{}x{} {:g} fps, {} dropped", first.size.width, first.size.height,
@@ -154,18 +281,33 @@ void Pusher::xPushAll() {
   // One thread serves all cameras, the earliest slot first: a push takes far less than a slot, and
   // the source is decoded only once.
   while (Feed* feed = xNextDue()) {
-    if (!OXInterrupt::waitUntil(feed->pacer.due()) || !xStep(*feed)) return;
+    const OXExpectedInputs::Wake wake = fNews.waitUntil(feed->pacer.due());
+    if (wake == OXExpectedInputs::Wake::kSignal) return;
+    if (wake == OXExpectedInputs::Wake::kNews) {
+      xAdoptNews();
+      continue;
+    }
+    try {
+      if (!xStep(*feed)) return;
+    } catch (const OXError& error) {
+      // A connection that is there but doesn't answer is as good as gone.
+      const bool isLost = !fSession->isConnected() || error.getModuleName() == "OXRemoteBroker";
+      if (!fOptions.reconnect || !isLost) throw;
+      if (!xReconnect(error)) return;
+    }
     xShowProgress();
   }
 }
 
+void Pusher::xRestartClock() {
+  fLastStep = Clock::now();
+  for (Feed& feed : fFeeds) feed.pacer = OXPacer(fLastStep, feed.pacer.fps());
+}
+
 int Pusher::run() {
-  fStart = fLastStep = Clock::now();
   // Opening the source may have taken seconds: slots start counting now.
-  for (Feed& feed : fFeeds) {
-    feed.pacer = OXPacer(fStart, feed.pacer.fps());
-    feed.askAgain = fStart + kAskAgain;
-  }
+  xRestartClock();
+  fStart = fLastStep;
   bool isEnded = true;
   try {
     xPushAll();
@@ -173,42 +315,82 @@ int Pusher::run() {
   } catch (const OXInterrupted&) {
     // The signal came while the source was being read; the report is printed all the same.
     isEnded = false;
+  } catch (...) {
+    xReport();
+    throw;
   }
-  return xReport(!isEnded && xNextDue() && (fOptions.frames > 0 || !fSource->isEndless()));
+  xReport();
+  const bool isCutShort = !isEnded && xNextDue() && (fOptions.frames > 0 || !fSource->isEndless());
+  if (isCutShort) return OXInterrupt::status();
+  return fSource->damagedFrames() > 0 || xTotal(&Feed::dropped) > 0 ? kDoneWithLosses : kDone;
 }
 
-int Pusher::xReport(bool pCutShort) {
+std::string Pusher::xSummary(const Feed& pFeed, double pSeconds) const {
+  std::string text = fmt::format("camera {}: {} pushed", pFeed.camera, pFeed.pushed);
+  // A still picture is nothing but repeated.
+  if (pFeed.repeated > 0 && fSource->frameNumber() > 1)
+    text += fmt::format(" ({} of them again)", pFeed.repeated);
+  const std::int64_t skipped = xSkipped(pFeed);
+  text += fmt::format(", {} skipped", skipped);
+  if (skipped > 0)
+    text += fFps ? fmt::format(" (--fps {:g})", *fFps) : std::string(" (nobody wanted more)");
+  return text + fmt::format(", {} dropped in {:.1f} s", pFeed.dropped, pSeconds);
+}
+
+void Pusher::xReport() {
   // Clears the bar before the report is printed.
   fProgress.reset();
-  const double seconds = std::chrono::duration<double>(Clock::now() - fStart).count();
+  const double seconds = Seconds(Clock::now() - fStart).count();
+  if (fSourceEnded && fSource->isEndless() && !fOptions.loop)
+    fContext.err.tryLine(
+        fmt::format("{} ended after {:.1f} s", printable(fOptions.source), seconds));
   OXJson cameras = OXJson::array();
   for (const Feed& feed : fFeeds) {
-    cameras.append({{"camera", feed.camera}, {"pushed", feed.pushed}, {"dropped", feed.dropped}});
-    fContext.err.tryLine(fmt::format("camera {}: {} frames pushed in {:.1f} s, {} dropped",
-                                     feed.camera, feed.pushed, seconds, feed.dropped));
+    cameras.append({{"camera", feed.camera},
+                    {"pushed", feed.pushed},
+                    {"dropped", feed.dropped},
+                    {"skipped", xSkipped(feed)},
+                    {"repeated", feed.repeated}});
+    fContext.err.tryLine(xSummary(feed, seconds));
   }
   const std::int64_t damaged = fSource->damagedFrames();
   if (damaged > 0) fContext.err.tryLine(fmt::format("{} damaged frames in the source", damaged));
+  if (const std::string remark = fSource->remark(); !remark.empty()) fContext.err.tryLine(remark);
   if (fOptions.asJson)
-    fContext.out.line(
-        OXJson({{"seconds", seconds}, {"damaged", damaged}, {"cameras", cameras}}).text());
-  if (pCutShort) return OXInterrupt::status();
-  return damaged > 0 || xTotal(&Feed::dropped) > 0 ? kDoneWithLosses : kDone;
+    fContext.out.line(OXJson({{"seconds", seconds},
+                              {"damaged", damaged},
+                              {"frames", fSource->frameNumber()},
+                              {"cameras", cameras}})
+                          .text());
 }
 
 }  // namespace
 
 void addPush(OXCommandLine& pLine, Context& pContext) {
-  OXVerb verb = addVerb(pLine, pContext,
-                        {"push", "feeds cameras with a video, a picture or a moving test picture",
-                         "oxvideo push test --camera 0 --camera 1\n"
-                         "  oxvideo push film.mp4 --camera 0 --loop\n"
-                         "A source without an end (test, a picture, --loop) exits with 0 when "
-                         "stopped, or 3 if frames\n"
-                         "were dropped. A film or a number of frames that a signal cuts short "
-                         "exits with 130 (SIGINT)."});
+  OXVerb verb =
+      addVerb(pLine, pContext,
+              {"push", "feeds cameras with a video, a picture or a moving test picture",
+               "oxvideo push test --camera 0 --camera 1\n"
+               "  oxvideo push film.mp4 --camera 0 --loop\n"
+               "  oxvideo push pictures/ --camera 0 --fps 10\n"
+               "  oxvideo push /dev/video0 --camera 0 --reconnect\n"
+               "  oxvideo push lavfi:mandelbrot=size=640x480:rate=30 --camera 0\n"
+               "  ffmpeg -v error -i film.mp4 -c copy -f matroska - | oxvideo push - "
+               "--camera 0\n"
+               "Frames that the camera doesn't take, because nobody wants that many, are "
+               "skipped;\n"
+               "frames that came too late are dropped. Cameras and RTSP are read at their "
+               "own pace.\n"
+               "A source without an end (test, a picture, --loop) exits with 0 when "
+               "stopped, or 3 if frames\n"
+               "were dropped. A film or a number of frames that a signal cuts short "
+               "exits with 130 (SIGINT)."});
   const auto options = std::make_shared<Options>();
-  verb.option("SOURCE", options->source, "a video file, a picture, or \"test\"").required();
+  verb.option("SOURCE", options->source,
+              "a video file, a picture, a folder or pattern of pictures (25 a second, or --fps), a "
+              "camera (/dev/video0), a URL (rtsp://...), \"-\" (standard input), \"lavfi:\" and a "
+              "filter graph, or \"test\"")
+      .required();
   verb.option("--camera", options->cameras, "camera to feed; can be repeated")
       .required()
       .valueName("N")
@@ -225,7 +407,12 @@ void addPush(OXCommandLine& pLine, Context& pContext) {
   verb.option("--fit", options->fit,
               "a source of another aspect ratio gets black bars (pad, the default) or is stretched")
       .oneOf({"pad", "stretch"});
+  verb.option("--input-format", options->inputFormat,
+              "FFmpeg's name of the source's format, where it can't be found out")
+      .valueName("NAME");
   verb.flag("--loop", options->loop, "restart at the end");
+  verb.flag("--anyway", options->anyway, "also feed a camera that somebody else is feeding");
+  verb.flag("--reconnect", options->reconnect, "wait for the broker and go on when it is gone");
   verb.flag("--json", options->asJson, "print a summary as JSON at the end");
   verb.onRun([&pContext, options] {
     // Two feeds of one camera would alternate on it.

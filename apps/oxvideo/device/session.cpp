@@ -45,6 +45,14 @@ OXValue OXSession::call(const std::string& pModule, const std::string& pMethod,
   return fBroker->call(pModule, pMethod, pArguments);
 }
 
+void OXSession::listen(Listener pListener) {
+  fBroker->setListener([listener = std::move(pListener)](const std::string&, const std::string&,
+                                                         const OXValue& pArguments) {
+    if (pArguments.isArray() && pArguments.getSize() >= 2 && pArguments[0].isString())
+      listener(pArguments[0].toString(), pArguments[1]);
+  });
+}
+
 std::string OXSession::nextSubscriberId() { return fmt::format("{}_{}", fName, ++fSubscriptions); }
 
 bool OXSession::isLocal() const {

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <boost/shared_ptr.hpp>
+#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
@@ -30,6 +31,10 @@ class OXSession {
     return call("OXVideoDevice", pMethod, OXValue::array(std::forward<Arguments>(pArguments)...));
   }
 
+  /// Calls pListener for each event with its name and value, on another thread: it must neither
+  /// call this session nor throw. For events that were subscribed to under this connection's name.
+  using Listener = std::function<void(const std::string& pEvent, const OXValue& pValue)>;
+  void listen(Listener pListener);
   /// Whether the broker is on this machine, by its address: its files are then ours too.
   bool isLocal() const;
   /// Whether the connection still stands: when not, every call throws.

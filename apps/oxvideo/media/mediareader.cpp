@@ -62,9 +62,12 @@ class LastMessage {
 
 /// "Invalid argument (No such filter: 'foo')"
 std::string reason(int pError) {
+  const std::string error = ffmpegError(pError);
   const std::string message = LastMessage::take();
-  return message.empty() ? ffmpegError(pError)
-                         : fmt::format("{} ({})", ffmpegError(pError), printable(message));
+  if (message.empty()) return error;
+  // Some messages say all of it.
+  return message.ends_with(error) ? printable(message)
+                                  : fmt::format("{} ({})", error, printable(message));
 }
 
 /// The prefix keeps FFmpeg from taking "a:b.mp4" for protocol "a".
@@ -255,6 +258,8 @@ void OXMediaReader::Impl::open() {
     context = owner.release();
     return avformat_open_input(&context, url.c_str(), inputFormat(options.format, kind), nullptr);
   });
+  if (result < 0 && pipe && pipe->isEmpty())
+    throw OXFailure(fmt::format("can't read {}: it ended before anything came", printable(source)));
   if (result < 0) throw OXFailure(openFailure(source, kind, result));
   format.reset(context);
 }

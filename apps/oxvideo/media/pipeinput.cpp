@@ -50,14 +50,17 @@ OXPipeInput::~OXPipeInput() {
 }
 
 int OXPipeInput::xRead(void* pThis, unsigned char* pTarget, int pSize) {
-  const OXPipeInput& self = *static_cast<OXPipeInput*>(pThis);
+  OXPipeInput& self = *static_cast<OXPipeInput*>(pThis);
   while (!self.fIsCancelled()) {
     pollfd ready = {self.fDescriptor, POLLIN, 0};
     const int count = ::poll(&ready, 1, kSliceMs);
     if (count == 0 || (count < 0 && errno == EINTR)) continue;
     if (count < 0) return AVERROR(errno);
     const ssize_t got = ::read(self.fDescriptor, pTarget, static_cast<std::size_t>(pSize));
-    if (got > 0) return static_cast<int>(got);
+    if (got > 0) {
+      self.fIsEmpty = false;
+      return static_cast<int>(got);
+    }
     if (got == 0) return AVERROR_EOF;
     if (errno != EINTR && errno != EAGAIN) return AVERROR(errno);
   }

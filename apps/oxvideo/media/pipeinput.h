@@ -21,6 +21,8 @@ class OXPipeInput {
 
   /// To be set as AVFormatContext::pb.
   AVIOContext* context() { return fContext; }
+  /// Whether nothing has come so far.
+  bool isEmpty() const { return fIsEmpty; }
 
  private:
   static int xRead(void* pThis, unsigned char* pTarget, int pSize);
@@ -28,6 +30,7 @@ class OXPipeInput {
   const std::function<bool()> fIsCancelled;
   const bool fIsOwned;
   int fDescriptor;
+  bool fIsEmpty = true;  ///< nothing has come so far
   AVIOContext* fContext = nullptr;
 };
 
