@@ -1,6 +1,7 @@
 /// The kinds of sources that videos are read from.
 #pragma once
 
+#include <chrono>
 #include <string>
 
 namespace OX::cli {
@@ -10,6 +11,8 @@ struct MediaOptions {
   int stream = -1;       ///< of its video streams, from 0; -1: the one that the library thinks best
   std::string format{};  ///< FFmpeg's name of the input format; empty: found by the content
   double pictureFps = 25;  ///< of a folder or pattern of pictures
+  /// A source that sends nothing for so long has failed.
+  std::chrono::milliseconds longestSilence{10000};
 };
 
 /// How sources differ in what the reader does.

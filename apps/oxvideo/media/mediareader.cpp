@@ -29,7 +29,6 @@ namespace {
 using Clock = std::chrono::steady_clock;
 
 constexpr double kUsualFps = 25;  // for files without any rate
-constexpr std::chrono::seconds kLongestSilence{10};
 // For cameras, whose driver says that there is no frame yet instead of waiting for one.
 constexpr std::chrono::milliseconds kAskAgain{5};
 
@@ -196,7 +195,7 @@ struct OXMediaReader::Impl {
   /// Calls what may wait for the source; no longer than the source may be silent.
   template <typename Call>
   int waitFor(Call pCall) {
-    giveUp = Clock::now() + kLongestSilence;
+    giveUp = Clock::now() + options.longestSilence;
     const int result = pCall();
     if (result < 0) checkStopped();
     giveUp = Clock::time_point::max();
@@ -234,8 +233,8 @@ void OXMediaReader::cancel() { fImpl->cancelled = true; }
 void OXMediaReader::Impl::checkStopped() {
   if (isCancelled()) throw OXInterrupted();
   if (Clock::now() > giveUp)
-    throw OXFailure(
-        fmt::format("no data from {} for {} s", printable(source), kLongestSilence.count()));
+    throw OXFailure(fmt::format("no data from {} for {:g} s", printable(source),
+                                std::chrono::duration<double>(options.longestSilence).count()));
 }
 
 void OXMediaReader::Impl::open() {
@@ -382,6 +381,7 @@ const AVFrame* OXMediaReader::Impl::nextPictureFrame() {
     }
     if (!shown) {
       ++damaged;
+      if (remark.empty()) remark = printable(path) + " can't be decoded";
       continue;
     }
     duration = 1 / options.pictureFps;

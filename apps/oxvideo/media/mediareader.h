@@ -18,7 +18,7 @@ struct Orientation {
   bool mirrored = false;  ///< left and right exchanged
 };
 
-/// Reads whatever the FFmpeg libraries can. A source that sends nothing for ten seconds fails. One
+/// Reads whatever the FFmpeg libraries can. Every wait for a source is bounded. One
 /// thread only, but for cancel() and damagedFrames().
 class OXMediaReader {
  public:

@@ -7,9 +7,12 @@
 
 #include <algorithm>
 #include <atomic>
+#include <chrono>
 #include <csignal>
 #include <fstream>
 
+#include <oxframework/oxremotebroker.h>
+#include <oxframework/oxservices.h>
 #include "fake_device.h"
 #include "media/framesize.h"
 #include "program.h"
@@ -316,6 +319,132 @@ TEST_F(Verbs, PushFeedsWhatIsExpected) {
   EXPECT_EQ(run({"push", "test", "--camera", "0"}).status, kFailed);
   EXPECT_THAT(run({"push", fFake.folder.file("no.mp4"), "--camera", "0", "--size", "160x120"}).err,
               HasSubstr("[[-1,-1],5]"));
+}
+
+TEST_F(Verbs, PushFollowsTheEventAtOnce) {
+  OXModule::createModule<OXMemory>(fFake.broker);
+  device().answer("getExpectedImageParameters",
+                  [](const OXValue&) { return OXValue::array(OXValue::array(160, 120), 1); });
+  device().answer("putImage", [this](const OXValue& p) {
+    const auto raise = [&](const OXValue& pValue) {
+      fFake.broker->call("OXMemory", "raiseEvent",
+                         OXValue::array("VideoInput/ExpectedImage", pValue));
+    };
+    if (p[1].toInt() != 160) return true;
+    raise("nonsense");
+    raise(OXValue::array(-1, 640, 480, 30));
+    raise(OXValue::array(1, 640, 480, 30));
+    raise(OXValue::array(0, 320, 240, 50));
+    return true;
+  });
+  const auto began = std::chrono::steady_clock::now();
+  const RunResult ran = run({"push", "test", "--camera", "0", "--frames", "5"});
+  // At one a second, as it began, that would take four.
+  EXPECT_LT(std::chrono::steady_clock::now() - began, std::chrono::seconds(2)) << ran.err;
+  EXPECT_EQ(callsOf("getExpectedImageParameters").size(), 1u);
+  const auto larger = StartsWith("putImage[0,320,240");
+  EXPECT_THAT(callsOf("putImage"),
+              ElementsAre(StartsWith("putImage[0,160,120"), larger, larger, larger, larger));
+}
+
+// Pushed, skipped and dropped add up, whatever the machine was busy with.
+TEST_F(Verbs, PushAccountsForEveryFrameOfTheSource) {
+  device().answer("putImage", [](const OXValue&) { return true; });
+  const struct {
+    std::vector<std::string> options;
+    int fps;  ///< that the camera expects
+    int frames;
+    const char* said;
+    const char* why;
+  } rows[] = {
+      {{"lavfi:color=size=32x24:rate=50:duration=0.6"},
+       10,
+       30,
+       " skipped (nobody wanted more), ",
+       "a camera that takes fewer"},
+      {{"lavfi:color=size=32x24:rate=50:duration=0.6", "--fps", "10"},
+       30,
+       30,
+       " skipped (--fps 10), ",
+       "a user who wants fewer"},
+      {{"lavfi:color=size=32x24:rate=10:duration=0.6"},
+       50,
+       6,
+       " of them again), 0 skipped, ",
+       "a camera that takes more"},
+  };
+  for (const auto& row : rows) {
+    device().answer("getExpectedImageParameters", [&](const OXValue&) {
+      return OXValue::array(OXValue::array(160, 120), row.fps);
+    });
+    std::vector<std::string> arguments{"push"};
+    arguments.insert(arguments.end(), row.options.begin(), row.options.end());
+    arguments.insert(arguments.end(), {"--camera", "0", "--json"});
+    const RunResult ran = run(arguments);
+    EXPECT_THAT(ran.err, HasSubstr(row.said)) << row.why;
+    const auto value = [&](const std::string& pName) {
+      const auto at = ran.out.find("\"" + pName + "\":");
+      return at == std::string::npos ? -1000 : std::stoi(ran.out.substr(at + pName.size() + 3));
+    };
+    EXPECT_EQ(value("frames"), row.frames) << row.why << ran.out;
+    const int counted = value("pushed") - value("repeated") + value("skipped");
+    // A slot that was missed accounts for a frame at most: it might have had none of its own.
+    EXPECT_LE(counted, row.frames) << row.why << ran.out;
+    EXPECT_GE(counted + value("dropped"), row.frames) << row.why << ran.out;
+  }
+}
+
+/// Tells what it is given of one camera.
+class FakeStatus : public OXModule {
+ public:
+  FakeStatus(boost::shared_ptr<OXBroker> pBroker, OXValue pCameras)
+      : OXModule(std::move(pBroker), "OXVideoStatus"), fCameras(std::move(pCameras)) {}
+  void execute(const std::string&, const OXValue&, OXValue& pResult) override {
+    pResult = fCameras;
+  }
+
+ private:
+  const OXValue fCameras;
+};
+
+TEST_F(Verbs, PushLeavesACameraToItsFeeder) {
+  device().answer("getExpectedImageParameters",
+                  [](const OXValue&) { return OXValue::array(OXValue::array(160, 120), 50); });
+  device().answer("putImage", [](const OXValue&) { return true; });
+  const auto client = OXRemoteBroker::connect(fFake.address);
+  client->call("OXBroker", "setClientName", OXValue::array("oxvideo push test"));
+  const struct {
+    const char* feeder;
+    int ageMs;
+    const char* kind;
+    bool isRefused;
+    const char* why;
+  } rows[] = {
+      {"oxvideo push test", 100, "push", true, "somebody is there"},
+      {"oxvideo push film.mkv", 100, "push", false, "somebody who has gone"},
+      {"local", 2000, "push", true, "a module of the broker"},
+      {"oxvideo push test", 2001, "push", false, "it has stopped"},
+      {"", -1, "push", false, "never fed"},
+      {"", 10, "replay", false, "a file camera, which refuses by itself"},
+  };
+  for (const auto& row : rows) {
+    const OXValue size = OXValue::array(160, 120);
+    const OXValue camera =
+        OXValue::array(0, 2, size, 9, 5, 3, OXValue::array(size), 5, 30, OXValue::array(1, 0), size,
+                       row.feeder, 30.0f, 0, row.ageMs, row.kind);
+    boost::shared_ptr<FakeStatus>(new FakeStatus(fFake.broker, OXValue::array(camera)))
+        ->initModule();
+    std::vector<std::string> arguments{"push", "test", "--camera", "0", "--frames", "1"};
+    const RunResult ran = run(arguments);
+    EXPECT_EQ(ran.status, row.isRefused ? kFailed : kDone) << row.why << ran.err;
+    if (row.isRefused) {
+      EXPECT_THAT(ran.err, HasSubstr(std::string("camera 0 is being fed by ") + row.feeder));
+      EXPECT_THAT(ran.err, HasSubstr("--anyway"));
+    }
+    arguments.push_back("--anyway");
+    EXPECT_EQ(run(arguments).status, kDone) << row.why;
+    fFake.broker->unregisterModule("OXVideoStatus");
+  }
 }
 
 TEST_F(Verbs, GetAndSetReachTheRightOperation) {

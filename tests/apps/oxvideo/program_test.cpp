@@ -68,6 +68,10 @@ class Programs : public ::testing::Test {
         << R"(<preferences module="VideoInput">)"
         << R"(<entry name="source" description="where images come from" value="SimulatorCam"/>)"
         << "</preferences>";
+    startBroker();
+  }
+
+  void startBroker() {
     fBroker = std::make_unique<Child>(
         std::vector<std::string>{OXBROKER_PROGRAM, "--load", VIDEOINPUT_LIBRARY, "--preferences",
                                  file(""), "--listen", "unix:" + file("broker")},
@@ -158,6 +162,19 @@ TEST_F(Programs, AVideoIsSeenUprightInItsColours) {
   fFeeder->signal(SIGINT);
   EXPECT_THAT(fFeeder->wait(), AnyOf(kDone, kDoneWithLosses)) << "a loop runs until it is stopped";
   EXPECT_THAT(contentOf(file("push.log")), HasSubstr(" pushed, "));
+}
+
+TEST_F(Programs, PushComesBackAfterTheBroker) {
+  feed({"test", "--fps", "30", "--reconnect"});
+  const std::vector<std::string> look{"watch", "--frames", "2", "--fps", "30"};
+  EXPECT_THAT(run(look).status, AnyOf(kDone, kDoneWithLosses));
+  fBroker->signal(SIGTERM);
+  ASSERT_EQ(fBroker->wait(), 0);
+  startBroker();
+  EXPECT_THAT(run(look).status, AnyOf(kDone, kDoneWithLosses));
+  fFeeder->signal(SIGINT);
+  EXPECT_THAT(fFeeder->wait(), AnyOf(kDone, kDoneWithLosses));
+  EXPECT_THAT(contentOf(file("push.log")), HasSubstr("the broker is back after "));
 }
 
 TEST_F(Programs, WatchSeesFramesAndLeavesAtASignal) {
