@@ -36,11 +36,11 @@ class Sources : public ::testing::Test {
     std::ofstream(fFolder.file(pName), std::ios::binary) << encodePng(picture);
   }
 
-  /// Ten frames, frame i red 20 * i, in a file and as its bytes.
-  std::string film() {
+  /// Frame i is red 20 * i, over and over; in a file and as its bytes.
+  std::string film(int pFrames = 10) {
     VideoFile video;
-    video.frames = 10;
-    video.color = [](int pFrame, double, double) { return Rgb{20 * pFrame, 0, 0}; };
+    video.frames = pFrames;
+    video.color = [](int pFrame, double, double) { return Rgb{20 * (pFrame % 10), 0, 0}; };
     EXPECT_TRUE(writeVideo(fFolder.file("steps.mkv"), video));
     std::ifstream file(fFolder.file("steps.mkv"), std::ios::binary);
     return {std::istreambuf_iterator<char>(file), {}};
@@ -191,7 +191,7 @@ TEST_F(Sources, AConnectionMayEndOrStall) {
 
 // The reader here is a file, which comes faster than any camera.
 TEST_F(Sources, OfALiveSourceTheNewestFrameIsTaken) {
-  const std::string bytes = film();
+  film();
   {
     OXMediaReader reader(fFolder.file("steps.mkv"), kTarget);
     OXLiveFrames frames(reader);
@@ -204,6 +204,8 @@ TEST_F(Sources, OfALiveSourceTheNewestFrameIsTaken) {
     }
     EXPECT_EQ(last, 10) << "each is counted, taken or not";
   }
+  // Enough for the library to know the format before the connection stalls.
+  const std::string bytes = film(80);
   TcpServer stalls(bytes.substr(0, bytes.size() * 3 / 4), true);
   OXMediaReader reader(stalls.url, kTarget);
   auto live = std::make_unique<OXLiveFrames>(reader);
