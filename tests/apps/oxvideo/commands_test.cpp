@@ -413,6 +413,8 @@ TEST_F(Verbs, PushLeavesACameraToItsFeeder) {
   device().answer("putImage", [](const OXValue&) { return true; });
   const auto client = OXRemoteBroker::connect(fFake.address);
   client->call("OXBroker", "setClientName", OXValue::array("oxvideo push test"));
+  // As the service describes a connection without a name.
+  const std::string address = fFake.address + " (process " + std::to_string(::getpid()) + ")";
   const struct {
     const char* feeder;
     int ageMs;
@@ -422,6 +424,7 @@ TEST_F(Verbs, PushLeavesACameraToItsFeeder) {
   } rows[] = {
       {"oxvideo push test", 100, "push", true, "somebody is there"},
       {"oxvideo push film.mkv", 100, "push", false, "somebody who has gone"},
+      {address.c_str(), 100, "push", true, "somebody without a name"},
       {"local", 2000, "push", true, "a module of the broker"},
       {"oxvideo push test", 2001, "push", false, "it has stopped"},
       {"", -1, "push", false, "never fed"},
