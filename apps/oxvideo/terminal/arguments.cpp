@@ -4,36 +4,152 @@
 #include <fmt/format.h>
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
+#include <cmath>
+#include <limits>
 #include <sstream>
 
 #include "terminal/exitstatus.h"
+#include "terminal/suggestion.h"
+#include "terminal/text.h"
 
 namespace OX::cli {
 
 namespace {
 
-/// The library's own checks write doubles with six decimals: "not in range 0.000000 to 1797693...".
-template <typename Condition>
-CLI::Validator numberCheck(Condition pIsAllowed, const std::string& pHelp,
-                           const std::string& pComplaint) {
-  return {[=](const std::string& pWord) {
-            double number = 0;
-            const bool isNumber = CLI::detail::lexical_cast(pWord, number);
-            if (isNumber && pIsAllowed(number)) return std::string();
-            return fmt::format("Value {} {}", pWord, isNumber ? pComplaint : "is not a number");
-          },
-          pHelp};
+// The name under which an option keeps its check, so that a narrower one replaces it.
+constexpr const char* kCheckName = "value";
+
+/// A value that an option refuses. The library's own class for this would be caught on the way and
+/// prefixed with the option's name once more.
+class RefusedValue : public CLI::ParseError {
+ public:
+  RefusedValue(const CLI::Option& pOption, const std::string& pWord, const std::string& pExpected)
+      : CLI::ParseError("RefusedValue",
+                        fmt::format("{} {}: expected {}", pOption.get_name(),
+                                    pWord.empty() ? "\"\"" : printable(pWord), pExpected),
+                        CLI::ExitCodes::ValidationError) {}
+};
+
+/// What a number may be. A double holds every limit: none exceeds 2^53.
+struct Limits {
+  bool isWhole;
+  double low, high;
+  bool isLowOut = false;  ///< low itself is refused
+
+  bool allows(double pNumber) const {
+    return (isLowOut ? pNumber > low : pNumber >= low) && pNumber <= high;
+  }
+  /// "0 to 255", "1 or more", "above 0"; empty when any number will do.
+  std::string text() const;
+};
+
+std::string Limits::text() const {
+  // As good as no limit to somebody who counts frames.
+  const bool isOpen =
+      high >= (isWhole ? std::numeric_limits<int>::max() : std::numeric_limits<double>::max());
+  if (!isOpen) return fmt::format("{} to {}", low, high);
+  if (isLowOut) return fmt::format("above {}", low);
+  if (low <= (isWhole ? std::numeric_limits<int>::min() : std::numeric_limits<double>::lowest()))
+    return "";
+  return fmt::format("{} or more", low);
+}
+
+std::optional<double> parseNumber(const std::string& pWord, bool pIsWhole) {
+  // As the library converts the word afterwards.
+  if (pIsWhole) {
+    std::int64_t number = 0;
+    if (!CLI::detail::lexical_cast(pWord, number)) return std::nullopt;
+    return static_cast<double>(number);
+  }
+  double number = 0;
+  // Neither nan nor infinity is the value of any option.
+  if (!CLI::detail::lexical_cast(pWord, number) || !std::isfinite(number)) return std::nullopt;
+  return number;
+}
+
+void limit(CLI::Option* pOption, const Limits& pLimits) {
+  const std::string range = pLimits.text();
+  *pOption->get_validator(kCheckName) = CLI::Validator(
+      [pOption, pLimits, range](const std::string& pWord) -> std::string {
+        const auto number = parseNumber(pWord, pLimits.isWhole);
+        if (number && pLimits.allows(*number)) return {};
+        std::string expected = pLimits.isWhole ? "a whole number" : "a number";
+        // A number beyond an int shows that there is an upper limit too.
+        if (number && *number > pLimits.high)
+          expected = fmt::format("{} to {}", pLimits.low, pLimits.high);
+        else if (number && !range.empty())
+          expected = range;
+        else if (!range.empty())
+          expected += ", " + range;
+        throw RefusedValue(*pOption, pWord, expected);
+      },
+      range, kCheckName);
+}
+
+template <typename Target>
+CLI::Option* addNumber(CLI::App* pApp, const char* pNames, Target& pTarget, const char* pHelp,
+                       const Limits& pLimits) {
+  CLI::Option* option = pApp->add_option(pNames, pTarget, pHelp);
+  option->check(CLI::Validator(std::string()), kCheckName);
+  limit(option, pLimits);
+  return option;
+}
+
+constexpr Limits kAnyInt{true, std::numeric_limits<int>::min(), std::numeric_limits<int>::max()};
+constexpr Limits kAnyInt64{true, -0x1p53, 0x1p53};
+constexpr Limits kAnyDouble{false, std::numeric_limits<double>::lowest(),
+                            std::numeric_limits<double>::max()};
+
+std::vector<std::string> optionNames(const CLI::App& pApp) {
+  std::vector<std::string> names;
+  for (const CLI::Option* option : pApp.get_options())
+    for (const std::string& name : option->get_lnames()) names.push_back("--" + name);
+  return names;
+}
+
+/// For the words that neither the program nor the verb knows. The first one is the cause; what
+/// follows an unknown option may have been meant as its value.
+std::string aboutUnknown(const CLI::App& pApp, bool pIsVerbMissing) {
+  const std::vector<std::string> words = pApp.remaining();
+  if (words.empty()) return "no command given";
+  const bool isOption = words.front().starts_with("-");
+  const std::string word =
+      words.front().substr(0, isOption ? words.front().find('=') : words.front().npos);
+  std::vector<std::string> known;
+  if (isOption)
+    known = optionNames(pApp);
+  else if (pIsVerbMissing)
+    for (const CLI::App* verb : pApp.get_subcommands({})) known.push_back(verb->get_name());
+  const char* what = isOption         ? "unknown option"
+                     : pIsVerbMissing ? "unknown command"
+                                      : "unexpected word";
+  return fmt::format("{} \"{}\"{}", what, printable(word), didYouMean(word, known));
+}
+
+/// For an option without a value, or with more than one.
+std::string aboutCount(const CLI::App& pVerb, const std::string& pText) {
+  const std::string name = pText.substr(0, pText.find(':'));
+  const CLI::Option* option = pVerb.get_option_no_throw(name);
+  if (!option) return pText;
+  return option->count() > 1
+             ? fmt::format("{} was given {} times: expected once", name, option->count())
+             : name + " needs a value";
 }
 
 std::string usageErrorText(const CLI::App& pRoot, const CLI::ParseError& pError) {
   const auto verbs = pRoot.get_subcommands();
-  const std::string help = "\n  see: " + pRoot.get_name() + " " +
-                           (verbs.empty() ? "" : verbs[0]->get_name() + " ") + "--help";
+  const CLI::App& app = verbs.empty() ? pRoot : *verbs[0];
+  std::string text = pError.what();
   // For a misspelt verb too, the library only says "A subcommand is required".
-  const auto unknown = pRoot.remaining();
-  if (verbs.empty() && !unknown.empty())
-    return "unknown command or option \"" + unknown.front() + "\"" + help;
-  return (verbs.empty() ? "no command given" : std::string(pError.what())) + help;
+  if (verbs.empty() && !dynamic_cast<const RefusedValue*>(&pError))
+    text = aboutUnknown(pRoot, true);
+  else if (dynamic_cast<const CLI::ExtrasError*>(&pError))
+    text = aboutUnknown(pRoot.remaining().empty() ? app : pRoot, false);
+  else if (dynamic_cast<const CLI::ArgumentMismatch*>(&pError))
+    text = aboutCount(app, text);
+  return fmt::format("{}\n  see: {} {}--help", text, pRoot.get_name(),
+                     verbs.empty() ? "" : app.get_name() + " ");
 }
 
 }  // namespace
@@ -53,36 +169,39 @@ OXOption& OXOption::group(const char* pHeading) {
   return *this;
 }
 
-// The library's own check reads well for integers.
 OXOption& OXOption::range(int pFirst, int pLast) {
-  fOption->check(CLI::Range(pFirst, pLast));
-  return *this;
+  return range(std::int64_t{pFirst}, std::int64_t{pLast});
 }
 
 OXOption& OXOption::range(std::int64_t pFirst, std::int64_t pLast) {
-  fOption->check(CLI::Range(pFirst, pLast));
+  limit(fOption, {true, static_cast<double>(pFirst), static_cast<double>(pLast)});
   return *this;
 }
 
 OXOption& OXOption::range(double pFirst, double pLast) {
-  fOption->check(numberCheck([=](double p) { return p >= pFirst && p <= pLast; },
-                             fmt::format("FLOAT in [{} - {}]", pFirst, pLast),
-                             fmt::format("not in range {} to {}", pFirst, pLast)));
+  limit(fOption, {false, pFirst, pLast});
   return *this;
 }
 
 OXOption& OXOption::positive() {
-  fOption->check(numberCheck([](double p) { return p > 0; }, "POSITIVE", "not above 0"));
+  if (fIsWhole) return range(1, std::numeric_limits<int>::max());
+  limit(fOption, {false, 0, std::numeric_limits<double>::max(), true});
   return *this;
 }
 
 OXOption& OXOption::notNegative() {
-  fOption->check(numberCheck([](double p) { return p >= 0; }, "NONNEGATIVE", "below 0"));
-  return *this;
+  if (fIsWhole) return range(0, std::numeric_limits<int>::max());
+  return range(0.0, std::numeric_limits<double>::max());
 }
 
 OXOption& OXOption::oneOf(std::initializer_list<std::string> pWords) {
-  fOption->check(CLI::IsMember(std::vector<std::string>(pWords)));
+  const std::vector<std::string> words(pWords);
+  fOption->check(CLI::Validator(
+      [option = fOption, words](const std::string& pWord) -> std::string {
+        if (std::find(words.begin(), words.end(), pWord) != words.end()) return {};
+        throw RefusedValue(*option, pWord, alternatives(words) + didYouMean(pWord, words));
+      },
+      alternatives(words), kCheckName));
   return *this;
 }
 
@@ -94,26 +213,26 @@ OXOption& OXOption::excludes(const OXOption& pOther) {
 // One overload per type of target, since a template in the header would bring the library's headers
 // along.
 CLI::Option* OXVerb::xOption(const char* pNames, int& pTarget, const char* pHelp) {
-  return fApp->add_option(pNames, pTarget, pHelp);
+  return addNumber(fApp, pNames, pTarget, pHelp, kAnyInt);
 }
 
 CLI::Option* OXVerb::xOption(const char* pNames, std::int64_t& pTarget, const char* pHelp) {
-  return fApp->add_option(pNames, pTarget, pHelp);
+  return addNumber(fApp, pNames, pTarget, pHelp, kAnyInt64);
 }
 
 CLI::Option* OXVerb::xOption(const char* pNames, double& pTarget, const char* pHelp) {
-  return fApp->add_option(pNames, pTarget, pHelp);
-}
-
-CLI::Option* OXVerb::xOption(const char* pNames, std::string& pTarget, const char* pHelp) {
-  return fApp->add_option(pNames, pTarget, pHelp);
+  return addNumber(fApp, pNames, pTarget, pHelp, kAnyDouble);
 }
 
 CLI::Option* OXVerb::xOption(const char* pNames, std::optional<int>& pTarget, const char* pHelp) {
-  return fApp->add_option(pNames, pTarget, pHelp);
+  return addNumber(fApp, pNames, pTarget, pHelp, kAnyInt);
 }
 
 CLI::Option* OXVerb::xOption(const char* pNames, std::vector<int>& pTarget, const char* pHelp) {
+  return addNumber(fApp, pNames, pTarget, pHelp, kAnyInt);
+}
+
+CLI::Option* OXVerb::xOption(const char* pNames, std::string& pTarget, const char* pHelp) {
   return fApp->add_option(pNames, pTarget, pHelp);
 }
 
@@ -123,7 +242,7 @@ CLI::Option* OXVerb::xOption(const char* pNames, std::vector<std::string>& pTarg
 }
 
 OXOption OXVerb::flag(const char* pNames, bool& pTarget, const char* pHelp) {
-  return OXOption(fApp->add_flag(pNames, pTarget, pHelp));
+  return OXOption(fApp->add_flag(pNames, pTarget, pHelp), false);
 }
 
 void OXVerb::allowUnknownWords() { fApp->allow_extras(); }

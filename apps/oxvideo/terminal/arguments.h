@@ -8,6 +8,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 namespace CLI {
@@ -26,19 +27,23 @@ class OXOption {
   OXOption& valueName(const char* pName);
   OXOption& group(const char* pHeading);
 
-  /// Both ends are included.
+  /// Limits of a number; a value outside is refused with the limits: "--camera 300: expected 0 to
+  /// 255". Both ends are included. A later limit replaces an earlier one. Without any, a number
+  /// must be finite and fit its target.
   OXOption& range(int pFirst, int pLast);
   OXOption& range(std::int64_t pFirst, std::int64_t pLast);
   OXOption& range(double pFirst, double pLast);
   OXOption& positive();
   OXOption& notNegative();
+  /// Refuses other words, with a suggestion for a misspelt one.
   OXOption& oneOf(std::initializer_list<std::string> pWords);
   OXOption& excludes(const OXOption& pOther);
 
  private:
   friend class OXVerb;
-  explicit OXOption(CLI::Option* pOption) : fOption(pOption) {}
+  OXOption(CLI::Option* pOption, bool pIsWhole) : fOption(pOption), fIsWhole(pIsWhole) {}
   CLI::Option* fOption;
+  bool fIsWhole;  ///< its value is a whole number
 };
 
 /// A verb, or the program itself before the verb. A handle, as OXOption is.
@@ -49,7 +54,8 @@ class OXVerb {
   /// any number of values.
   template <typename Target>
   OXOption option(const char* pNames, Target& pTarget, const char* pHelp) {
-    return OXOption(xOption(pNames, pTarget, pHelp));
+    constexpr bool kIsReal = std::is_same_v<Target, double>;
+    return OXOption(xOption(pNames, pTarget, pHelp), !kIsReal);
   }
   OXOption flag(const char* pNames, bool& pTarget, const char* pHelp);
 
