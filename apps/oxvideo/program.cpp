@@ -29,14 +29,28 @@ int failed(Context& pContext, const std::string& pText, int pStatus) {
   return pStatus;
 }
 
+/// The device's own words; where they come from is of use only to somebody who has the source.
+std::string errorText(const OXError& pError, bool pIsVerbose) {
+  const OXError placeless(pError.getModuleName(), pError.getFunctionName(), pError.getDescription(),
+                          "", 0);
+  return pIsVerbose ? pError.toString() : placeless.toString();
+}
+
 int run(const std::vector<std::string>& pArguments, Context& pContext) {
   OXCommandLine line(
       "oxvideo", "Inspects, feeds and records the cameras of a broker, and calls its modules.",
       "oxvideo " OX_VERSION,
-      "Exit status: 0 done, 1 failed, 2 usage error, 3 done with losses (frames dropped or "
-      "missing),\n"
-      "128 + signal number if a signal cut the work short.\n"
-      "Try: oxvideo cameras; oxvideo push test --camera 0; oxvideo snapshot -o a.png");
+      "Exit status:\n"
+      "  0    done\n"
+      "  1    failed; standard error says why\n"
+      "  2    wrong usage; nothing was done\n"
+      "  3    done, but incomplete: frames dropped, missing or damaged\n"
+      "  130  interrupted by Ctrl-C (128 + the number of the signal; 143 for SIGTERM)\n"
+      "Examples:\n"
+      "  oxvideo cameras\n"
+      "  oxvideo push test --camera 0 --frames 300\n"
+      "  oxvideo snapshot -o a.png\n"
+      "oxvideo VERB --help describes a verb.");
   OXVerb program = line.program();
   addCommonOptions(program, pContext);
   addAllVerbs(line, pContext);
@@ -63,7 +77,7 @@ int runProgram(const std::vector<std::string>& pArguments, OXOutput& pOut, OXOut
   } catch (const OXUsageError& error) {
     return failed(context, error.what(), kUsageError);
   } catch (const OXError& error) {
-    return failed(context, error.toString(), kFailed);
+    return failed(context, errorText(error, context.isVerbose), kFailed);
   } catch (const std::exception& error) {
     return failed(context, error.what(), kFailed);
   }

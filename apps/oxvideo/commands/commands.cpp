@@ -2,7 +2,10 @@
 // or after it.
 #include "commands/commands.h"
 
+#include <memory>
+
 #include "device/session.h"
+#include "terminal/json.h"
 
 namespace OX::cli {
 
@@ -17,6 +20,8 @@ void addCommonOptions(OXVerb& pVerb, Context& pContext) {
       .oneOf({"auto", "always", "never"})
       .valueName("WHEN")
       .group("Common options");
+  pVerb.flag("-v,--verbose", pContext.isVerbose, "name the source file and line of an error")
+      .group("Common options");
 }
 
 OXVerb addVerb(OXCommandLine& pLine, Context& pContext, const Verb& pVerb) {
@@ -29,11 +34,18 @@ OXVerb addVerb(OXCommandLine& pLine, Context& pContext, const Verb& pVerb) {
 void addFileCameraCall(OXCommandLine& pLine, Context& pContext, const Verb& pVerb,
                        const char* pMethod) {
   OXVerb verb = addVerb(pLine, pContext, pVerb);
-  verb.onRun([&pContext, pMethod, name = std::string(pVerb.name)] {
+  const auto asJson = std::make_shared<bool>(false);
+  verb.flag("--json", *asJson, "print the number of the current image as JSON");
+  verb.onRun([&pContext, pMethod, asJson, name = std::string(pVerb.name)] {
     OXSession session(pContext.broker, name);
     session.requireFileCamera();
     const OXValue result = session.device(pMethod);
-    if (result.isInt()) pContext.out.line(std::to_string(result.toInt()));
+    if (*asJson) {
+      const OXValue position = result.isInt() ? result : session.device("getCurrentImageNumber");
+      pContext.out.line(OXJson({{"position", position.toInt()}}).text());
+    } else if (result.isInt()) {
+      pContext.out.line(std::to_string(result.toInt()));
+    }
   });
 }
 

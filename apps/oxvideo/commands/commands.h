@@ -15,7 +15,8 @@ struct Context {
   OXOutput& err;
   std::string broker = "127.0.0.1:9740";
   std::string color = "auto";
-  int status = 0;  ///< exit status, set by the verb
+  bool isVerbose = false;  ///< errors name the place in the source that raised them
+  int status = 0;          ///< exit status, set by the verb
 
   OXTextStyle style() const { return OXTextStyle(wantsColor(color, out.isTerminal())); }
 };
@@ -30,7 +31,8 @@ struct Verb {
 OXVerb addVerb(OXCommandLine& pLine, Context& pContext, const Verb& pVerb);
 void addCommonOptions(OXVerb& pVerb, Context& pContext);
 
-/// Adds a verb that calls one method of a file camera and prints the result if it is a number.
+/// Adds a verb that calls one method of a file camera; with --json, or if the method returns a
+/// number, it prints the number of the current image.
 void addFileCameraCall(OXCommandLine& pLine, Context& pContext, const Verb& pVerb,
                        const char* pMethod);
 

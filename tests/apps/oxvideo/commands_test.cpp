@@ -190,11 +190,13 @@ TEST_F(Verbs, CallHandsOverJsonAndShowsTheResult) {
   EXPECT_EQ(run({"call", "OXVideoDevice", "echo", "-o", file}).status, kFailed) << "no binary";
 
   device().answer("refuse", [](const OXValue&) -> OXValue {
-    throw OXError("Camera", "refuse()", "max is \x01", "", 0);
+    throw OXError("Camera", "refuse()", "max is \x01", "some/place.cpp", 7);
   });
   const RunResult refused = run({"call", "OXVideoDevice", "refuse"});
   EXPECT_EQ(refused.status, kFailed);
-  EXPECT_THAT(refused.err, HasSubstr("max is \\x01")) << "made safe for a terminal";
+  EXPECT_EQ(refused.err, "oxvideo: error: Camera::refuse()\n\tmax is \\x01\n")
+      << "made safe for a terminal";
+  EXPECT_THAT(run({"-v", "call", "OXVideoDevice", "refuse"}).err, HasSubstr("\n\tsome/place.cpp:7"));
 }
 
 TEST_F(Verbs, CamerasAreAskedForUntilThereIsNoFurtherOne) {
@@ -858,11 +860,13 @@ TEST_F(FileCameraVerbs, ReplayIsSteered) {
                                                "setVideo[\"" + file + "\",[2,7],true,0,1]"));
   device().answer("getCurrentImageNumber", [](const OXValue&) { return 17; });
   EXPECT_EQ(run({"position"}).out, "17\n");
+  EXPECT_EQ(run({"position", "--json"}).out, "{\"position\":17}\n");
   EXPECT_EQ(run({"next"}).out, "");
   EXPECT_EQ(run({"previous"}).status, kDone);
-  EXPECT_EQ(run({"speed", "12.5"}).status, kDone);
+  EXPECT_EQ(run({"previous", "--json"}).out, "{\"position\":17}\n");
+  EXPECT_EQ(run({"speed", "12.5", "--json"}).out, "{\"images_per_second\":12.5}\n");
   EXPECT_EQ(callsOf("nextImage").size(), 1u);
-  EXPECT_EQ(callsOf("previousImage").size(), 1u);
+  EXPECT_EQ(callsOf("previousImage").size(), 2u);
   EXPECT_THAT(callsOf("replaySpeed"), ElementsAre("replaySpeed[12.5]"));
 }
 
