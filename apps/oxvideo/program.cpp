@@ -7,6 +7,7 @@
 #include <oxframework/oxlog.h>
 #include <oxframework/version.h>
 #include "commands/commands.h"
+#include "device/hints.h"
 #include "terminal/exitstatus.h"
 #include "terminal/interrupt.h"
 
@@ -77,7 +78,11 @@ int runProgram(const std::vector<std::string>& pArguments, OXOutput& pOut, OXOut
   } catch (const OXUsageError& error) {
     return failed(context, error.what(), kUsageError);
   } catch (const OXError& error) {
-    return failed(context, errorText(error, context.isVerbose), kFailed);
+    const int status = failed(context, errorText(error, context.isVerbose), kFailed);
+    // Looked for after the error is out: the broker may take its time to answer.
+    if (const std::string hint = hintFor(error, context.broker); !hint.empty())
+      context.err.tryLine("  " + hint);
+    return status;
   } catch (const std::exception& error) {
     return failed(context, error.what(), kFailed);
   }

@@ -7,8 +7,8 @@
 
 namespace OX::cli {
 
-/// The candidate that resembles the word most: the same but for case, or one or two letters changed,
-/// added, left out or swapped, depending on its length. Empty if none does.
+/// The candidate that resembles the word most: the same but for case, or one or two letters
+/// changed, added, left out or swapped, depending on its length. Empty if none does.
 std::string closestTo(std::string_view pWord, const std::vector<std::string>& pCandidates);
 
 /// "; did you mean kQVGA?", to follow an error that names the word; empty if nothing resembles it.
