@@ -1,11 +1,12 @@
 // The way to every method that has no verb of its own.
 #include <memory>
+#include <optional>
 
 #include "commands/commands.h"
 #include "device/jsonvalues.h"
 #include "device/session.h"
 #include "terminal/exitstatus.h"
-#include "terminal/files.h"
+#include "terminal/outputfile.h"
 
 namespace OX::cli {
 
@@ -16,29 +17,35 @@ struct Options {
   std::string method;
   std::string output;
   bool keep = false;
+  bool overwrite = false;
+  bool asJson = false;
 };
 
 void run(Context& pContext, const Options& pOptions, const std::vector<std::string>& pWords) {
   OXValue::Array arguments;
   // Parsed before connecting, so that a malformed argument is a usage error without a broker.
   for (const std::string& word : pWords) arguments.push_back(parseArgument(word));
+  if (pOptions.asJson && pOptions.output == "-")
+    throw OXUsageError("--json and -o - cannot both use standard output");
+  // Before the call, which may change something: a file that can't be written is known by then.
+  std::optional<OXOutputFile> file;
+  if (!pOptions.output.empty()) file.emplace(pOptions.output, pOptions.overwrite, pContext.out);
   OXSession session(pContext.broker, "call");
   // Otherwise what the call subscribes would end with this process, before anybody used it.
   if (pOptions.keep) session.call("OXBroker", "keepSubscriptions", OXValue::array(true));
   const OXValue result =
       session.call(pOptions.module, pOptions.method, OXValue(std::move(arguments)));
-  if (pOptions.output.empty()) {
+  if (!file) {
     pContext.out.line(toJson(result));
     return;
   }
-  std::string bytes;
   const std::vector<OXValue> binaries = binariesIn(result);
-  for (const OXValue& binary : binaries)
-    bytes.append(static_cast<const char*>(binary.GetBinary()),
-                 static_cast<std::size_t>(binary.getSize()));
   // No file is written then: an empty one would look like a success.
   if (binaries.empty()) throw OXFailure("the result contains no binary: " + toJson(result));
-  writeFile(pOptions.output, bytes, pContext.out);
+  for (const OXValue& binary : binaries)
+    file->write(
+        {static_cast<const char*>(binary.GetBinary()), static_cast<std::size_t>(binary.getSize())});
+  file->commit();
   if (pOptions.output != "-") pContext.out.line(toJson(result));
 }
 
@@ -63,6 +70,8 @@ void addCall(OXCommandLine& pLine, Context& pContext) {
       .valueName("FILE");
   verb.flag("--keep", options->keep,
             "what the call subscribes stays after it, until somebody unsubscribes it");
+  addOverwriteOption(verb, options->overwrite);
+  verb.flag("--json", options->asJson, "print JSON, as without it: every result is JSON");
   // Arguments are the words left over: as a positional, the parser would split "[1, 2]" itself.
   verb.allowUnknownWords();
   verb.onRun([&pContext, options, verb] { run(pContext, *options, verb.unknownWords()); });

@@ -16,6 +16,7 @@
 #include "fake_device.h"
 #include "media/framesize.h"
 #include "program.h"
+#include "recorded.h"
 #include "terminal/exitstatus.h"
 
 namespace OX::test {
@@ -187,7 +188,15 @@ TEST_F(Verbs, CallHandsOverJsonAndShowsTheResult) {
   const RunResult image = run({"call", "OXVideoDevice", "getImageRemote", "me", "--output", file});
   EXPECT_THAT(image.out, HasSubstr("{\"binary\":57600}"));
   EXPECT_EQ(std::filesystem::file_size(file), 57600u);
-  EXPECT_EQ(run({"call", "OXVideoDevice", "echo", "-o", file}).status, kFailed) << "no binary";
+  const std::size_t calls = device().calls().size();
+  EXPECT_THAT(run({"call", "OXVideoDevice", "getImageRemote", "me", "-o", file}).err,
+              HasSubstr("--overwrite"));
+  EXPECT_EQ(device().calls().size(), calls) << "refused before the call";
+  EXPECT_EQ(run({"call", "OXVideoDevice", "echo", "-o", file, "--overwrite"}).status, kFailed)
+      << "no binary";
+  EXPECT_EQ(std::filesystem::file_size(file), 57600u) << "the former content stays";
+  EXPECT_EQ(run({"call", "OXVideoDevice", "getImageRemote", "me", "-o", "-"}).out.size(), 57600u);
+  EXPECT_EQ(run({"call", "OXVideoDevice", "echo", "-o", "-", "--json"}).status, kUsageError);
 
   device().answer("refuse", [](const OXValue&) -> OXValue {
     throw OXError("Camera", "refuse()", "max is \x01", "some/place.cpp", 7);
@@ -196,7 +205,8 @@ TEST_F(Verbs, CallHandsOverJsonAndShowsTheResult) {
   EXPECT_EQ(refused.status, kFailed);
   EXPECT_EQ(refused.err, "oxvideo: error: Camera::refuse()\n\tmax is \\x01\n")
       << "made safe for a terminal";
-  EXPECT_THAT(run({"-v", "call", "OXVideoDevice", "refuse"}).err, HasSubstr("\n\tsome/place.cpp:7"));
+  EXPECT_THAT(run({"-v", "call", "OXVideoDevice", "refuse"}).err,
+              HasSubstr("\n\tsome/place.cpp:7"));
 }
 
 TEST_F(Verbs, CamerasAreAskedForUntilThereIsNoFurtherOne) {
@@ -850,12 +860,20 @@ TEST_F(Verbs, ReplayNeedsAFileCamera) {
 
 TEST_F(FileCameraVerbs, ReplayIsSteered) {
   const std::string file = fFake.folder.file("a.oxv");
-  EXPECT_THAT(run({"play", file}).err, HasSubstr("no such file: " + file));
+  EXPECT_THAT(run({"play", file}).err, HasSubstr(file));
   std::ofstream(file) << "x";
+  EXPECT_EQ(run({"play", file}).status, kFailed) << "no recording";
+  EXPECT_EQ(run({"play", ""}).status, kUsageError);
+  std::filesystem::remove(file);
+  record(file, {{160, 120, kYUV422, 8}, {160, 120, kYUV422, 8}}, steady(20, 33'000));
+  EXPECT_THAT(run({"play", file, "--stream", "2"}).err, HasSubstr("no stream 2"));
+  EXPECT_THAT(run({"play", file, "--range", "10:11"}).err, HasSubstr("has images 0 to 9"));
+  EXPECT_THAT(callsOf("setVideo"), ::testing::IsEmpty());
   device().answer("startFrameGrabber", [](const OXValue&) { return true; });
   EXPECT_EQ(run({"play", file}).status, kDone);
-  EXPECT_EQ(run({"play", file, "--mode", "0", "--loop", "--range", "2:7", "--stream", "1"}).status,
-            kDone);
+  EXPECT_EQ(
+      run({"play", file, "--mode", "0", "--loop", "--range", "2:7", "--stream", "1", "--json"}).out,
+      "{\"file\":\"" + file + "\",\"mode\":0,\"loop\":true,\"range\":[2,7],\"stream\":1}\n");
   EXPECT_THAT(callsOf("setVideo"), ElementsAre("setVideo[\"" + file + "\",null,false,1,0]",
                                                "setVideo[\"" + file + "\",[2,7],true,0,1]"));
   device().answer("getCurrentImageNumber", [](const OXValue&) { return 17; });
