@@ -40,7 +40,8 @@ std::string aboutModules(const std::string& pBroker, const std::string& pWord) {
   return "this broker has " + join(modules) + didYouMean(pWord, modules);
 }
 
-std::string aboutMethods(const std::string& pBroker, const std::string& pModule, const std::string& pWord) {
+std::string aboutMethods(const std::string& pBroker, const std::string& pModule,
+                         const std::string& pWord) {
   OXSession session(pBroker, kVerb);
   std::vector<std::string> methods;
   const OXValue list = session.call("OXBroker", "getMethodList", OXValue::array(pModule));
@@ -50,8 +51,7 @@ std::string aboutMethods(const std::string& pBroker, const std::string& pModule,
 
 std::string hint(const OXError& pError, const std::string& pBroker) {
   const std::string_view text = pError.what();
-  if (text.ends_with("invalid Camera index") ||
-      text == "Invalid camera parameter input reference.")
+  if (text.ends_with("invalid Camera index") || text == "Invalid camera parameter input reference.")
     return aboutCameras(pBroker);
   if (text.starts_with("There is no module \"")) return aboutModules(pBroker, quoted(text));
   if (text.find(" has no method \"") != text.npos)

@@ -10,8 +10,8 @@ class OXError;
 
 namespace OX::cli {
 
-/// One line, such as "this device has cameras 0 and 1"; empty when there is nothing to add. Asks the
-/// broker at the address over a connection of its own. Never throws.
+/// One line, such as "this device has cameras 0 and 1"; empty when there is nothing to add. Asks
+/// the broker at the address over a connection of its own. Never throws.
 std::string hintFor(const OXError& pError, const std::string& pBroker);
 
 }  // namespace OX::cli

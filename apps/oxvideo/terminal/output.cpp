@@ -13,7 +13,30 @@
 
 namespace OX::cli {
 
+namespace {
+
+// Where a line is shown in passing; -1: nowhere. One for the process, as the terminal is.
+int passing = -1;
+
+}  // namespace
+
+void OXOutput::showPassing(std::string_view pText) {
+  passing = -1;
+  tryWrite("\r" + std::string(pText) + "\x1b[K");
+  passing = fDescriptor;
+}
+
+void OXOutput::erasePassing() {
+  if (passing < 0) return;
+  OXOutput output(passing);
+  // First, or writing would erase again.
+  passing = -1;
+  output.tryWrite("\r\x1b[K");
+}
+
 void OXOutput::write(std::string_view pBytes) {
+  // Text for a file or a pipe leaves the line on the terminal alone.
+  if (passing >= 0 && isTerminal()) erasePassing();
   while (!pBytes.empty()) {
     const ssize_t written = ::write(fDescriptor, pBytes.data(), pBytes.size());
     if (written >= 0) {

@@ -13,7 +13,8 @@ class OXOutputClosed : public std::runtime_error {
   OXOutputClosed() : std::runtime_error("the reader of the output is gone") {}
 };
 
-/// Writes to a borrowed descriptor. One thread only.
+/// Writes to a borrowed descriptor. One thread only: standard output and standard error share the
+/// terminal and what is shown there in passing.
 class OXOutput {
  public:
   explicit OXOutput(int pDescriptor) : fDescriptor(pDescriptor) {}
@@ -26,6 +27,12 @@ class OXOutput {
   void tryWrite(std::string_view pBytes) noexcept;
   /// The same, followed by a line end.
   void tryLine(std::string_view pText) { tryWrite(std::string(pText) + '\n'); }
+
+  /// Shows a line that the next text on the terminal replaces, whichever output it goes to: so a
+  /// result never follows a progress bar on its line. Best effort, and only for a terminal.
+  void showPassing(std::string_view pText);
+  /// Erases it, if there is one.
+  static void erasePassing();
 
   bool isTerminal() const;
   /// The width of the terminal; 80 without one.

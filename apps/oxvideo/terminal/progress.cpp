@@ -16,35 +16,36 @@ OXProgress::OXProgress(OXOutput& pOutput, std::string pLabel, std::int64_t pTota
       fEnabled(pOutput.isTerminal()),
       fNext(std::chrono::steady_clock::now()) {}
 
-OXProgress::~OXProgress() {
-  // Leaves an empty line to the result that is printed next.
-  if (fDrawn) fOutput.tryWrite("\r\x1b[K");
-}
+OXProgress::~OXProgress() { OXOutput::erasePassing(); }
 
 void OXProgress::update(std::int64_t pDone, const std::string& pRemark) {
   const auto now = std::chrono::steady_clock::now();
   if (!fEnabled || now < fNext) return;
   // Drawing each of a thousand images a second would cost more than reading them.
   fNext = now + std::chrono::milliseconds(100);
-  fDrawn = true;
-  fOutput.tryWrite("\r" + render(fLabel, pDone, fTotal, pRemark, fOutput.columns()) + "\x1b[K");
+  fOutput.showPassing(render(fLabel, pDone, fTotal, pRemark, fOutput.columns()));
 }
 
 std::string OXProgress::render(const std::string& pLabel, std::int64_t pDone, std::int64_t pTotal,
                                const std::string& pRemark, int pColumns) {
-  std::string line;
-  if (pTotal > 0) {
-    constexpr std::int64_t kWidth = 30;
-    const double part =
-        std::clamp(static_cast<double>(pDone) / static_cast<double>(pTotal), 0.0, 1.0);
-    const auto full = static_cast<std::int64_t>(part * kWidth);
-    line = fmt::format("{} [{:#<{}}{:.<{}}] {:3.0f} % {}/{} {}", pLabel, "", full, "",
-                       kWidth - full, part * 100, pDone, pTotal, pRemark);
-  } else {
-    line = fmt::format("{} {} {}", pLabel, pDone, pRemark);
-  }
   // One column less than the terminal has: a full line would wrap and scroll.
-  return line.substr(0, static_cast<std::size_t>(std::max(1, pColumns - 1)));
+  const auto columns = static_cast<std::size_t>(std::max(1, pColumns - 1));
+  const std::string remark = pRemark.empty() ? "" : " " + pRemark;
+  if (pTotal <= 0) return fmt::format("{} {}{}", pLabel, pDone, remark).substr(0, columns);
+
+  constexpr std::size_t kWidest = 30, kNarrowest = 8, kFrame = 3;  // " []"
+  const double part =
+      std::clamp(static_cast<double>(pDone) / static_cast<double>(pTotal), 0.0, 1.0);
+  std::string numbers = fmt::format(" {:3.0f} % {}/{}", part * 100, pDone, pTotal);
+  const std::size_t needed = pLabel.size() + kFrame + kNarrowest + numbers.size();
+  if (needed + remark.size() <= columns) numbers += remark;
+  std::string bar;
+  if (needed <= columns) {
+    const std::size_t width = std::min(kWidest, columns - pLabel.size() - kFrame - numbers.size());
+    const auto full = static_cast<std::size_t>(part * static_cast<double>(width));
+    bar = fmt::format(" [{}{}]", std::string(full, '#'), std::string(width - full, '.'));
+  }
+  return (pLabel + bar + numbers).substr(0, columns);
 }
 
 std::function<void(int)> progressCallback(OXProgress& pProgress) {

@@ -14,7 +14,7 @@ class OXProgress {
  public:
   /// With pTotal 0 (unknown) a counter is shown instead of a bar. Borrows pOutput.
   OXProgress(OXOutput& pOutput, std::string pLabel, std::int64_t pTotal);
-  /// Clears the bar.
+  /// Erases the bar.
   ~OXProgress();
   OXProgress(const OXProgress&) = delete;
   OXProgress& operator=(const OXProgress&) = delete;
@@ -22,7 +22,8 @@ class OXProgress {
   /// Draws at most ten times a second. pRemark is shown after the bar.
   void update(std::int64_t pDone, const std::string& pRemark);
 
-  /// The text that update() draws, without a line end.
+  /// The text that update() draws, without a line end and shorter than pColumns. A narrow terminal
+  /// gets a shorter bar, then no remark, then no bar: the numbers come first.
   static std::string render(const std::string& pLabel, std::int64_t pDone, std::int64_t pTotal,
                             const std::string& pRemark, int pColumns);
 
@@ -31,7 +32,6 @@ class OXProgress {
   const std::string fLabel;
   const std::int64_t fTotal;
   const bool fEnabled;
-  bool fDrawn = false;
   std::chrono::steady_clock::time_point fNext;
 };
 

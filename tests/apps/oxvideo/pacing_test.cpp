@@ -1,9 +1,14 @@
 // Arithmetic over time: pacing, latency statistics, the progress bar. No test sleeps.
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <stdlib.h>
+#include <sys/mman.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cmath>
 #include <random>
+#include <string>
 
 #include "device/latencies.h"
 #include "media/pacer.h"
@@ -65,13 +70,60 @@ TEST(Latencies, TheEndsHold) {
 }
 
 TEST(Progress, BarsFitTheTerminal) {
-  EXPECT_EQ(OXProgress::render("push", 15, 30, "ok", 80),
-            "push [###############...............]  50 % 15/30 ok");
-  EXPECT_EQ(OXProgress::render("push", 40, 30, "ok", 80).substr(0, 37),
-            "push [##############################]")
-      << "more than there was to be";
-  EXPECT_EQ(OXProgress::render("push", 15, 0, "ok", 80), "push 15 ok") << "no end known";
-  EXPECT_EQ(OXProgress::render("push", 15, 30, "ok", 10).size(), 9u);
+  const struct {
+    std::int64_t done, total;
+    const char* remark;
+    int columns;
+    const char* line;
+    const char* why;
+  } rows[] = {
+      {15, 30, "ok", 80, "push [###############...............]  50 % 15/30 ok", "room for all"},
+      {40, 30, "", 80, "push [##############################] 100 % 40/30", "more than expected"},
+      {15, 30, "ok", 40, "push [########.........]  50 % 15/30 ok", "a shorter bar"},
+      {15, 30, "320x240 15 fps", 40, "push [##########..........]  50 % 15/30", "no remark"},
+      {15, 30, "ok", 24, "push  50 % 15/30", "no bar"},
+      {15, 30, "ok", 10, "push  50 ", "cut off"},
+      {15, 0, "ok", 80, "push 15 ok", "no end known"},
+      {15, 0, "ok", 7, "push 1", "no end known, cut off"},
+  };
+  for (const auto& row : rows) {
+    const std::string line =
+        OXProgress::render("push", row.done, row.total, row.remark, row.columns);
+    EXPECT_EQ(line, row.line) << row.why;
+    EXPECT_LT(line.size(), static_cast<std::size_t>(row.columns)) << "it would wrap and scroll";
+  }
+}
+
+TEST(Progress, AResultTakesTheLineOfTheBar) {
+  const int terminal = ::posix_openpt(O_RDWR | O_NOCTTY);
+  ASSERT_TRUE(terminal >= 0 && ::grantpt(terminal) == 0 && ::unlockpt(terminal) == 0);
+  const int screen = ::open(::ptsname(terminal), O_RDWR | O_NOCTTY);
+  ASSERT_GE(screen, 0);
+  const int file = ::memfd_create("out", 0);
+  const auto shown = [&] {
+    char text[256];
+    const ssize_t got = ::read(terminal, text, sizeof text);
+    return std::string(text, static_cast<std::size_t>(std::max<ssize_t>(got, 0)));
+  };
+  OXOutput err(screen), out(screen), elsewhere(file);
+  const std::string erased = "\r\x1b[K";
+  {
+    OXProgress progress(err, "verify", 2);
+    progress.update(1, "");
+    EXPECT_EQ(shown(), "\rverify [###############...............]  50 % 1/2\x1b[K");
+    out.line("fault");
+    EXPECT_EQ(shown(), erased + "fault\r\n") << "another output on the same terminal";
+    out.line("whole");
+    EXPECT_EQ(shown(), "whole\r\n") << "erased once";
+  }
+  {
+    OXProgress progress(err, "verify", 2);
+    progress.update(1, "");
+    shown();
+    elsewhere.line("fault");
+  }
+  EXPECT_EQ(shown(), erased) << "a file's lines leave the bar alone, its end does not";
+  for (const int descriptor : {file, screen, terminal}) ::close(descriptor);
 }
 
 }  // namespace
