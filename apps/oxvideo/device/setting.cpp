@@ -9,6 +9,7 @@
 #include "device/vocabulary.h"
 #include "terminal/arguments.h"
 #include "terminal/exitstatus.h"
+#include "terminal/suggestion.h"
 #include "terminal/text.h"
 
 namespace OX::cli {
@@ -46,8 +47,8 @@ const SettingName& settingNamed(const std::string& pWord) {
     if (pWord == setting.word) return setting;
     words.emplace_back(setting.word);
   }
-  throw OXUsageError(fmt::format("\"{}\" is not a setting: use one of {}, or --parameter NAME",
-                                 printable(pWord), join(words)));
+  throw OXUsageError(fmt::format("\"{}\" is not a setting: use one of {}, or --parameter NAME{}",
+                                 printable(pWord), join(words), didYouMean(pWord, words)));
 }
 
 int parseValue(int pParameter, const std::string& pText) {

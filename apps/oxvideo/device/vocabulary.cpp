@@ -8,6 +8,7 @@
 
 #include <oxframework/oxdefinitions.h>
 #include "terminal/exitstatus.h"
+#include "terminal/suggestion.h"
 #include "terminal/text.h"
 
 namespace OX::cli {
@@ -43,17 +44,65 @@ std::vector<std::string> namesUpTo(int pLast, NameOf pNameOf) {
   return names;
 }
 
-int parseName(const std::string& pText, const char* pWhat, int (*pFromName)(const char*),
-              NameOf pNameOf, const std::vector<std::string>& pAll) {
+std::string lowerCase(const std::string& pText) {
+  std::string result;
+  for (const char c : pText) result += c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+  return result;
+}
+
+/// The names that are the word but for case, with or without their k.
+std::vector<std::string> matches(const std::string& pText, const std::vector<std::string>& pAll) {
+  std::vector<std::string> result;
+  const std::string word = lowerCase(pText);
+  for (const std::string& name : pAll) {
+    const std::string known = lowerCase(name);
+    if (word == known || word == known.substr(1)) result.push_back(name);
+  }
+  return result;
+}
+
+/// All names begin with a k, which people leave out.
+std::string withPrefix(const std::string& pText) {
+  return pText.starts_with('k') || pText.starts_with('K') ? pText : "k" + pText;
+}
+
+/// pWord is the text as the candidates are written.
+[[noreturn]] void refuse(const std::string& pText, const char* pWhat, const std::string& pAllowed,
+                         const std::string& pWord, const std::vector<std::string>& pCandidates) {
+  throw OXUsageError(fmt::format("\"{}\" is not a {}: use one of {}{}", printable(pText), pWhat,
+                                 pAllowed, didYouMean(pWord, pCandidates)));
+}
+
+/// Nothing if the text is neither a name nor a number of the vocabulary. Throws OXUsageError for
+/// one that is two names but for case.
+std::optional<int> parseName(const std::string& pText, const char* pWhat,
+                             int (*pFromName)(const char*), NameOf pNameOf,
+                             const std::vector<std::string>& pAll) {
   // Names first: the ten colour spaces are not numbered in sequence, and the vocabulary of the
   // framework is the only list of both.
   const int named = pFromName(pText.c_str());
-  if (named >= 0) return named;
+  if (named >= 0) {
+    // The framework takes the first of two that differ in case only: it can't ask back.
+    const std::string name = pNameOf(named);
+    const std::vector<std::string> similar = matches(pText, pAll);
+    if (pText == name || pText == name.substr(1) || similar.size() == 1) return named;
+    throw OXUsageError(fmt::format("\"{}\" may be {}: write the {} with its capitals",
+                                   printable(pText), alternatives(similar), pWhat));
+  }
   const auto number = parseNumber<int>(pText);
   if (number && *number >= 0 && pNameOf(*number)) return *number;
-  throw OXUsageError(
-      fmt::format("\"{}\" is not a {}: use one of {}", printable(pText), pWhat, join(pAll)));
+  return std::nullopt;
 }
+
+/// "640x480", the "x" in either case. Nothing for another text, or a size that no camera has.
+std::optional<int> resolutionOfSize(const std::string& pText) {
+  const auto size = parsePair(lowerCase(pText), 'x');
+  if (!size) return std::nullopt;
+  const int resolution = getResolutionFromSize(size->first, size->second);
+  return resolution >= 0 ? std::optional(resolution) : std::nullopt;
+}
+
+constexpr const char* kSizes = "160x120, 320x240, 640x480, 1280x960";
 
 std::string nameOrNumber(const char* pName, int pNumber) {
   return pName ? pName : std::to_string(pNumber);
@@ -75,13 +124,9 @@ constexpr ParameterName kParameters[] = {
 }  // namespace
 
 FrameSize parseSize(const std::string& pText) {
-  const auto size = parsePair(pText, 'x');
-  // Four sizes and no others: the device has buffers and scaling for these.
-  if (size && getResolutionFromSize(size->first, size->second) >= 0)
-    return {size->first, size->second};
-  throw OXUsageError(
-      fmt::format("\"{}\" is not a camera size: use one of 160x120, 320x240, 640x480, 1280x960",
-                  printable(pText)));
+  FrameSize size;
+  setSizeFromResolution(parseResolution(pText), size.width, size.height);
+  return size;
 }
 
 double parseFps(const std::string& pText) {
@@ -101,23 +146,31 @@ std::pair<int, int> parseRange(const std::string& pText) {
 }
 
 int parseResolution(const std::string& pText) {
-  return parseName(pText, "resolution", getResolutionFromName, getResolutionName, allResolutions());
+  // Four sizes and no others: the device has buffers and scaling for these.
+  if (const auto resolution = resolutionOfSize(pText)) return *resolution;
+  if (const auto resolution = parseName(pText, "resolution", getResolutionFromName,
+                                        getResolutionName, allResolutions()))
+    return *resolution;
+  refuse(pText, "resolution", fmt::format("{}, or {}", join(allResolutions()), kSizes),
+         withPrefix(pText), allResolutions());
 }
 
 int parseColorSpace(const std::string& pText) {
-  return parseName(pText, "colour space", getColorSpaceFromName, getColorSpaceName,
-                   allColorSpaces());
+  if (const auto colorSpace = parseName(pText, "colour space", getColorSpaceFromName,
+                                        getColorSpaceName, allColorSpaces()))
+    return *colorSpace;
+  refuse(pText, "colour space", join(allColorSpaces()), withPrefix(pText), allColorSpaces());
 }
 
 int parseParameter(const std::string& pText) {
-  std::vector<std::string> words;
+  std::vector<std::string> texts, words;
   for (const ParameterName& parameter : kParameters) {
     if (pText == parameter.word || pText == parameter.constant) return parameter.number;
-    words.emplace_back(fmt::format("{} ({})", parameter.word, parameter.number));
+    texts.emplace_back(fmt::format("{} ({})", parameter.word, parameter.number));
+    words.emplace_back(parameter.word);
   }
   if (const auto number = parseNumber<int>(pText)) return *number;
-  throw OXUsageError(fmt::format("\"{}\" is not a camera parameter: use one of {}, or any number",
-                                 printable(pText), join(words)));
+  refuse(pText, "camera parameter", join(texts) + ", or any number", pText, words);
 }
 
 std::string resolutionName(int pResolution) {

@@ -10,16 +10,17 @@
 
 namespace OX::cli {
 
-/// "640x480": one of the four camera sizes.
+/// What parseResolution() accepts, as a size.
 FrameSize parseSize(const std::string& pText);
 /// Frames per second: above 0, up to 1000.
 double parseFps(const std::string& pText);
 /// "10:20": first and last, counted from 0, first <= last.
 std::pair<int, int> parseRange(const std::string& pText);
 
-/// "kVGA", "VGA" or 2.
+/// "640x480", "kVGA", "VGA" or 2, in any case.
 int parseResolution(const std::string& pText);
-/// "kRGB", "RGB" or 11: one of the ten colour spaces.
+/// "kRGB", "RGB" or 11: one of the ten colour spaces. In any case, unless only case tells two of
+/// them apart: kYuv and kYUV, kHsy and kHSY.
 int parseColorSpace(const std::string& pText);
 /// "resolution", "frame-rate", "buffers", "select", "colorspace", "kCameraResolutionID" or any
 /// number.

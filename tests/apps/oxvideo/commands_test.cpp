@@ -106,7 +106,7 @@ TEST(UsageErrors, IsSaidWithoutABroker) {
       {{"push", "test"}, "--camera"},
       {{"push", "test", "--camera", "-1"}, "--camera"},
       {{"push", "test", "--camera", "0", "--camera", "0"}, "twice"},
-      {{"push", "test", "--camera", "0", "--size", "640x400"}, "use one of 160x120"},
+      {{"push", "test", "--camera", "0", "--size", "640x400"}, "or 160x120, 320x240"},
       {{"push", "test", "--camera", "0", "--fps", "0"}, "above 0"},
       {{"snapshot"}, "--output"},
       {{"snapshot", "-o", "a", "--colorspace", "kXYZ"}, "kYuv, kHsy, kYUV422"},

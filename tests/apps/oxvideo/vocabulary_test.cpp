@@ -1,6 +1,7 @@
 // What the command line accepts as names and numbers, and text that is safe for a terminal.
 #include "device/vocabulary.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <oxframework/oxdefinitions.h>
@@ -24,7 +25,8 @@ std::string outcome(Call pCall) {
 }
 
 TEST(Vocabulary, SizesRatesAndRanges) {
-  EXPECT_EQ(parseSize("1280x960"), (FrameSize{1280, 960}));
+  for (const char* text : {"1280x960", "1280X960", "k4VGA", "4vga", "3"})
+    EXPECT_EQ(parseSize(text), (FrameSize{1280, 960})) << text;
   for (const char* wrong : {"640", "640x", "x480", "640x240", "480x640", "640x480x3", " 640x480",
                             "-640x-480", "99999999999x1", ""})
     EXPECT_THROW(parseSize(wrong), OXUsageError) << wrong;
@@ -41,7 +43,12 @@ TEST(Vocabulary, SizesRatesAndRanges) {
 TEST(Vocabulary, NamesAndNumbersOfTheVocabulary) {
   EXPECT_EQ(parseResolution("kVGA"), kVGA);
   EXPECT_EQ(parseResolution("4VGA"), k4VGA);
+  EXPECT_EQ(parseResolution("kqqVGA"), kQQVGA);
+  EXPECT_EQ(parseResolution("640x480"), kVGA);
   EXPECT_EQ(parseResolution("0"), kQQVGA);
+  EXPECT_EQ(parseColorSpace("rgb"), kRGB);
+  EXPECT_EQ(outcome([] { return parseColorSpace("yuv"); }),
+            "refused: \"yuv\" may be kYuv or kYUV: write the colour space with its capitals");
   EXPECT_EQ(parseColorSpace("kYuv"), kYuv);
   EXPECT_EQ(parseColorSpace("kYUV"), kYUV) << "only case tells the two apart";
   EXPECT_EQ(parseColorSpace("16"), kHSMixed);
@@ -55,7 +62,20 @@ TEST(Vocabulary, NamesAndNumbersOfTheVocabulary) {
   EXPECT_EQ(outcome([] { return parseColorSpace("3"); }).substr(0, 8), "refused:")
       << "a number without a colour space";
   EXPECT_EQ(outcome([] { return parseResolution("5"); }),
-            "refused: \"5\" is not a resolution: use one of kQQVGA, kQVGA, kVGA, k4VGA");
+            "refused: \"5\" is not a resolution: use one of kQQVGA, kQVGA, kVGA, k4VGA, or "
+            "160x120, 320x240, 640x480, 1280x960");
+  const struct {
+    const char* word;
+    const char* end;
+  } typos[] = {
+      {"kVAG", "1280x960; did you mean kVGA?"},
+      {"QVGAA", "1280x960; did you mean kQVGA?"},
+      {"kXGA", "1280x960; did you mean kVGA?"},
+      {"enormous", "1280x960"},
+      {"", "1280x960"},
+  };
+  for (const auto& typo : typos)
+    EXPECT_THAT(outcome([&] { return parseResolution(typo.word); }), ::testing::EndsWith(typo.end));
   EXPECT_EQ(outcome([] { return parseParameter("zoom"); }).substr(0, 8), "refused:");
 }
 
