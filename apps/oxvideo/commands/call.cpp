@@ -60,8 +60,8 @@ void addCall(OXCommandLine& pLine, Context& pContext) {
        "  oxvideo call OXVideoDevice getImageRemote mine --output pixels.rgb\n"
        "  oxvideo call OXVideoDevice unsubscribe mine\n"
        "The arguments after METHOD are JSON: true, 3, 0.5, [1, 2], null. A word that is not valid\n"
-       "JSON is a string; '\"3\"' is the string 3. A binary in the result is printed as\n"
-       "{\"binary\": SIZE}."});
+       "JSON is a string; '\"3\"' is the string 3, and '\"-v\"' what would be an option as -v. A\n"
+       "binary in the result is printed as {\"binary\": SIZE}."});
   const auto options = std::make_shared<Options>();
   verb.option("MODULE", options->module, "module name").required();
   verb.option("METHOD", options->method, "method name").required();

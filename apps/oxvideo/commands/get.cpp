@@ -15,7 +15,7 @@ void run(Context& pContext, SettingOptions pOptions) {
   const int parameter = name ? name->parameter : parseParameter(pOptions.parameter);
   OXSession session(pContext.broker, "get");
   OXSetting setting(session, parameter, name, pOptions.subscriber, pOptions.camera);
-  pContext.out.line(valueLine(pOptions, name, setting));
+  pContext.out.line(valueLine(pOptions, name, setting.get()));
 }
 
 }  // namespace

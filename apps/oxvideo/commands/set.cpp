@@ -1,4 +1,6 @@
 // Changes one setting and prints what the device made of it, which may be another value.
+#include <fmt/format.h>
+
 #include <memory>
 
 #include "commands/commands.h"
@@ -21,7 +23,12 @@ void run(Context& pContext, SettingOptions pOptions) {
     setting.setDefault();
   else
     setting.set(value);
-  pContext.out.line(valueLine(pOptions, name, setting));
+  // Read back, to print what the device made of the value.
+  const int taken = setting.get();
+  if (!isDefault && taken != value)
+    pContext.err.tryLine(fmt::format("asked for {}, got {}", valueText(parameter, value),
+                                     valueText(parameter, taken)));
+  pContext.out.line(valueLine(pOptions, name, taken));
 }
 
 }  // namespace

@@ -60,6 +60,9 @@ std::string hint(const OXError& pError, const std::string& pBroker) {
     return "no subscriber has this id; oxvideo subscribers lists those there are";
   if (text == "Bad input parameter ID")
     return "the parameters that cameras have: resolution, frame-rate, buffers, select, colorspace";
+  if (text == "Invalid parameter input reference.")
+    return "a camera takes resolution, frame-rate and select; a colour space is a subscriber's";
+  if (text.ends_with("invalid frame rate")) return "a subscriber takes 1 to 30 frames a second";
   if (text == "unable to open the video file")
     return "the broker opens the file, on its own machine and with its own permissions; "
            "oxvideo info FILE says what is wrong with one";

@@ -36,7 +36,7 @@ bool getParamTakesCameraFirst(OXSession& pSession) {
 }
 
 [[noreturn]] void throwRefused() {
-  throw OXFailure("the device refused; see the log of the broker");
+  throw OXFailure("the device refused the value; the log of the broker may say why");
 }
 
 }  // namespace
@@ -103,7 +103,10 @@ void OXSetting::set(int pValue) {
   // setParam returns nothing: only the value afterwards tells whether it was accepted.
   const int before = get();
   fSession.device("setParam", fParameter, pValue, fCamera);
-  if (before != pValue && get() == before) throwRefused();
+  if (before != pValue && get() == before)
+    throw OXFailure(fmt::format("asked for {}, camera {} stays at {}",
+                                valueText(fParameter, pValue), fCamera,
+                                valueText(fParameter, before)));
 }
 
 void OXSetting::setDefault() {

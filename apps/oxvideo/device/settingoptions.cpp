@@ -44,15 +44,12 @@ const SettingName* takeSetting(SettingOptions& pOptions, std::size_t pRest) {
   return setting;
 }
 
-std::string valueLine(const SettingOptions& pOptions, const SettingName* pName,
-                      OXSetting& pSetting) {
-  // Read back, so that set prints what the device made of the value.
-  const int value = pSetting.get();
+std::string valueLine(const SettingOptions& pOptions, const SettingName* pName, int pValue) {
   std::string text =
-      valueText(pName ? pName->parameter : parseParameter(pOptions.parameter), value);
+      valueText(pName ? pName->parameter : parseParameter(pOptions.parameter), pValue);
   if (!pOptions.asJson) return text;
   const std::string name = pName ? pName->word : pOptions.parameter;
-  return OXJson({{"name", name}, {"value", value}, {"text", text}}).text();
+  return OXJson({{"name", name}, {"value", pValue}, {"text", text}}).text();
 }
 
 }  // namespace OX::cli

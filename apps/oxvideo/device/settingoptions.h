@@ -26,8 +26,7 @@ void addSettingOptions(OXVerb& pVerb, SettingOptions& pOptions);
 /// instead. Throws OXUsageError unless pRest words are left.
 const SettingName* takeSetting(SettingOptions& pOptions, std::size_t pRest);
 
-/// The setting's present value on one line, as text or JSON. pName as takeSetting() returned it.
-std::string valueLine(const SettingOptions& pOptions, const SettingName* pName,
-                      OXSetting& pSetting);
+/// A value of the setting on one line, as text or JSON. pName as takeSetting() returned it.
+std::string valueLine(const SettingOptions& pOptions, const SettingName* pName, int pValue);
 
 }  // namespace OX::cli

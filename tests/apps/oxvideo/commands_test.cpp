@@ -209,6 +209,35 @@ TEST_F(Verbs, CallHandsOverJsonAndShowsTheResult) {
               HasSubstr("\n\tsome/place.cpp:7"));
 }
 
+TEST_F(Verbs, AnErrorOfTheDeviceIsFollowedByWhatWouldBeRight) {
+  device().answer("getCameraModel", [](const OXValue& p) -> OXValue {
+    if (p[0].toInt() < 2) return 2;
+    throw OXError("OXVideoDevice", "getCameraModel", "getCameraModel(2) : invalid Camera index", "",
+                  0);
+  });
+  const struct {
+    const char* text;
+    const char* hint;
+  } rows[] = {
+      {"getFrameRate(9) : invalid Camera index", "\n  this device has cameras 0 and 1\n"},
+      {"GetFrameRate(no) : module no unknown!", "\n  no subscriber has this id"},
+      {"Bad input parameter ID", "frame-rate, buffers"},
+      {"There is no module \"OXVideDevice\"", "did you mean OXVideoDevice?\n"},
+      {"replay mode 3 unknown!", "replay mode 3 unknown!\n"},
+  };
+  for (const auto& row : rows) {
+    device().answer("fail", [&row](const OXValue&) -> OXValue {
+      throw OXError("OXVideoDevice", "fail", row.text, "", 0);
+    });
+    const RunResult ran = run({"call", "OXVideoDevice", "fail"});
+    EXPECT_EQ(ran.status, kFailed) << row.text;
+    EXPECT_THAT(ran.err, HasSubstr(row.hint)) << row.text;
+  }
+  EXPECT_THAT(run({"methods", "OXVideoDevise"}).err, HasSubstr("did you mean OXVideoDevice?\n"));
+  EXPECT_THAT(run({"call", "OXBroker", "getModuleLst"}).err,
+              HasSubstr("lists its methods; did you mean getModuleList?\n"));
+}
+
 TEST_F(Verbs, CamerasAreAskedForUntilThereIsNoFurtherOne) {
   device().answer("getCameraModel", [](const OXValue& p) -> OXValue {
     if (p[0].toInt() < 2) return 2;
@@ -527,6 +556,15 @@ TEST_F(Verbs, GetAndSetReachTheRightOperation) {
     }
   }
   EXPECT_EQ(run({"get", "resolution"}).out, "kVGA\n");
+  EXPECT_EQ(run({"get", "resolution", "--json"}).out,
+            "{\"name\":\"resolution\",\"value\":2,\"text\":\"kVGA\"}\n");
+  EXPECT_THAT(run({"set", "fps", "3"}).err, HasSubstr("asked for 3, camera 1 stays at 2\n"));
+  device().answer("setParam", [&value](const OXValue&) {
+    value = 15;
+    return OXValue();
+  });
+  const RunResult rounded = run({"set", "fps", "12"});
+  EXPECT_EQ(rounded.out + rounded.err, "15\nasked for 12, got 15\n");
   device().answer("setResolution", [](const OXValue&) { return false; });
   EXPECT_EQ(run({"set", "resolution", "kVGA", "--subscriber", "s"}).status, kFailed);
 }
