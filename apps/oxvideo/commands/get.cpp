@@ -25,7 +25,11 @@ void addGet(OXCommandLine& pLine, Context& pContext) {
                         {"get", "prints a setting of a camera or a subscriber",
                          "oxvideo get resolution --camera 0\n"
                          "  oxvideo get --parameter buffers --camera 0\n"
-                         "  oxvideo get fps --subscriber myModule"});
+                         "A subscriber has settings of its own, by its id (see oxvideo "
+                         "subscribers):\n"
+                         "  oxvideo call --keep OXVideoDevice subscribeCamera mine 0 1 11 15\n"
+                         "  oxvideo get fps --subscriber mine\n"
+                         "  oxvideo call OXVideoDevice unsubscribe mine"});
   const auto options = std::make_shared<SettingOptions>();
   addSettingOptions(verb, *options);
   verb.onRun([&pContext, options] { run(pContext, *options); });

@@ -5,7 +5,9 @@ namespace OX::cli {
 
 void addNext(OXCommandLine& pLine, Context& pContext) {
   addFileCameraCall(pLine, pContext,
-                    {"next", "moves on to the next image (mode 0)", "oxvideo next"}, "nextImage");
+                    {"next", "moves on to the next image (mode 0)",
+                     "oxvideo next\nThe device must be a file camera: see oxvideo play --help."},
+                    "nextImage");
 }
 
 }  // namespace OX::cli

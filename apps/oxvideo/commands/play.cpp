@@ -78,7 +78,11 @@ void play(Context& pContext, const Options& pOptions) {
 void addPlay(OXCommandLine& pLine, Context& pContext) {
   OXVerb verb =
       addVerb(pLine, pContext,
-              {"play", "makes a file camera replay an .oxv file", "oxvideo play drive.oxv --loop"});
+              {"play", "makes a file camera replay an .oxv file",
+               "oxvideo play drive.oxv --loop\n"
+               "The device must be a file camera, also for next, previous, speed and position:\n"
+               "  oxbroker --load libvideoinput.so --source file --listen 127.0.0.1:9741 &\n"
+               "  oxvideo play drive.oxv --loop --broker 127.0.0.1:9741"});
   const auto options = std::make_shared<Options>();
   verb.option("FILE", options->file, "file to replay, on the broker's machine").required();
   verb.option("--mode", options->mode,

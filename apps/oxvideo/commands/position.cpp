@@ -4,9 +4,11 @@
 namespace OX::cli {
 
 void addPosition(OXCommandLine& pLine, Context& pContext) {
-  addFileCameraCall(pLine, pContext,
-                    {"position", "prints the number of the current image", "oxvideo position"},
-                    "getCurrentImageNumber");
+  addFileCameraCall(
+      pLine, pContext,
+      {"position", "prints the number of the current image",
+       "oxvideo position\nThe device must be a file camera: see oxvideo play --help."},
+      "getCurrentImageNumber");
 }
 
 }  // namespace OX::cli

@@ -4,9 +4,11 @@
 namespace OX::cli {
 
 void addPrevious(OXCommandLine& pLine, Context& pContext) {
-  addFileCameraCall(pLine, pContext,
-                    {"previous", "moves back to the previous image (mode 0)", "oxvideo previous"},
-                    "previousImage");
+  addFileCameraCall(
+      pLine, pContext,
+      {"previous", "moves back to the previous image (mode 0)",
+       "oxvideo previous\nThe device must be a file camera: see oxvideo play --help."},
+      "previousImage");
 }
 
 }  // namespace OX::cli

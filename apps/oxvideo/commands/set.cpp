@@ -38,7 +38,11 @@ void addSet(OXCommandLine& pLine, Context& pContext) {
                         {"set", "changes a setting and prints its new value",
                          "oxvideo set resolution kVGA --camera 0\n"
                          "  oxvideo set --parameter frame-rate 15 --camera 0\n"
-                         "  oxvideo set colorspace kHSY --subscriber myModule"});
+                         "A subscriber has settings of its own, by its id (see oxvideo "
+                         "subscribers):\n"
+                         "  oxvideo call --keep OXVideoDevice subscribeCamera mine 0 1 11 15\n"
+                         "  oxvideo set colorspace kHSY --subscriber mine\n"
+                         "  oxvideo call OXVideoDevice unsubscribe mine"});
   const auto options = std::make_shared<SettingOptions>();
   addSettingOptions(verb, *options);
   verb.onRun([&pContext, options] { run(pContext, *options); });
