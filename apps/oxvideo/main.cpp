@@ -7,6 +7,7 @@
 #include "terminal/output.h"
 
 int main(int pCount, char** pArguments) {
+  OX::cli::reserveStandardDescriptors();
   OX::cli::OXOutput out(1), err(2);
   try {
     OX::cli::OXInterrupt::install();

@@ -15,6 +15,9 @@ namespace OX::cli {
 
 namespace {
 
+// Far outside any image; what the device computes from it still fits single precision.
+constexpr double kFarthest = 1e6;
+
 struct Options {
   // Which pair the two numbers are depends on back and isSize: positions, sizes or angles.
   double first = 0;
@@ -75,8 +78,12 @@ void addAngles(OXCommandLine& pLine, Context& pContext) {
                "are positive\n"
                "to the left and downwards."});
   const auto options = std::make_shared<Options>();
-  verb.option("FIRST", options->first, "x, or the horizontal angle").required();
-  verb.option("SECOND", options->second, "y, or the vertical angle").required();
+  verb.option("FIRST", options->first, "x, or the horizontal angle")
+      .required()
+      .range(-kFarthest, kFarthest);
+  verb.option("SECOND", options->second, "y, or the vertical angle")
+      .required()
+      .range(-kFarthest, kFarthest);
   verb.option("--camera", options->camera, "camera index (default 0)").valueName("N").range(0, 255);
   verb.flag("--back", options->back, "convert angles to an image position");
   verb.flag("--extent", options->isSize, "convert a width and a height instead of a position");

@@ -5,6 +5,7 @@
 #include <memory>
 
 #include "device/session.h"
+#include "terminal/exitstatus.h"
 #include "terminal/json.h"
 
 namespace OX::cli {
@@ -40,12 +41,16 @@ void addFileCameraCall(OXCommandLine& pLine, Context& pContext, const Verb& pVer
     OXSession session(pContext.broker, name);
     session.requireFileCamera();
     const OXValue result = session.device(pMethod);
-    if (*asJson) {
-      const OXValue position = result.isInt() ? result : session.device("getCurrentImageNumber");
-      pContext.out.line(OXJson({{"position", position.toInt()}}).text());
-    } else if (result.isInt()) {
-      pContext.out.line(std::to_string(result.toInt()));
-    }
+    const int position =
+        (result.isInt() ? result : session.device("getCurrentImageNumber")).toInt();
+    if (*asJson)
+      pContext.out.line(OXJson({{"position", position}}).text());
+    else if (result.isInt())
+      pContext.out.line(std::to_string(position));
+    if (position >= 0) return;
+    pContext.err.tryLine("nothing is being replayed; start with: oxvideo play FILE");
+    // A number was asked for and printed; a step that wasn't made is a failure.
+    if (!result.isInt()) pContext.status = kFailed;
   });
 }
 

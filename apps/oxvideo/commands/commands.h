@@ -31,8 +31,8 @@ struct Verb {
 OXVerb addVerb(OXCommandLine& pLine, Context& pContext, const Verb& pVerb);
 void addCommonOptions(OXVerb& pVerb, Context& pContext);
 
-/// Adds a verb that calls one method of a file camera; with --json, or if the method returns a
-/// number, it prints the number of the current image.
+/// Adds a verb that calls one method of a file camera. With --json, or if the method returns it,
+/// the verb prints the number of the current image.
 void addFileCameraCall(OXCommandLine& pLine, Context& pContext, const Verb& pVerb,
                        const char* pMethod);
 

@@ -47,7 +47,6 @@ void requireReplayable(const std::string& pPath, int pStream, const Range& pRang
 
 void play(Context& pContext, const Options& pOptions) {
   const Range range = pOptions.range.empty() ? kAll : parseRange(pOptions.range);
-  if (pOptions.file.empty()) throw OXUsageError("FILE \"\": expected the path of an .oxv file");
   // The broker opens the path and has another working directory.
   const std::string path = std::filesystem::absolute(pOptions.file).string();
   if (isOnThisMachine(pContext.broker)) requireReplayable(path, pOptions.stream, range);

@@ -55,7 +55,9 @@ int parseValue(int pParameter, const std::string& pText) {
   if (pParameter == kCameraResolutionID) return parseResolution(pText);
   if (pParameter == kCameraColorSpaceID) return parseColorSpace(pText);
   const auto value = parseInt(pText);
-  if (!value) throw OXUsageError(fmt::format("\"{}\" is not a number", printable(pText)));
+  if (!value)
+    throw OXUsageError(fmt::format("\"{}\" is not a value: expected a whole number, or default{}",
+                                   printable(pText), didYouMean(pText, {"default"})));
   return *value;
 }
 

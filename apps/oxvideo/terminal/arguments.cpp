@@ -233,7 +233,15 @@ CLI::Option* OXVerb::xOption(const char* pNames, std::vector<int>& pTarget, cons
 }
 
 CLI::Option* OXVerb::xOption(const char* pNames, std::string& pTarget, const char* pHelp) {
-  return fApp->add_option(pNames, pTarget, pHelp);
+  CLI::Option* option = fApp->add_option(pNames, pTarget, pHelp);
+  // A script's variable that isn't set; to a verb it would look like an option that is absent.
+  option->check(CLI::Validator(
+      [option](const std::string& pWord) -> std::string {
+        if (pWord.empty()) throw RefusedValue(*option, pWord, "a value");
+        return {};
+      },
+      ""));
+  return option;
 }
 
 CLI::Option* OXVerb::xOption(const char* pNames, std::vector<std::string>& pTarget,

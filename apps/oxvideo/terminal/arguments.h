@@ -51,7 +51,7 @@ class OXVerb {
  public:
   /// "-o,--output" declares an option, "FILE" a positional. The target is written before the verb
   /// runs and must live until then; it keeps its value if the option is absent. A vector accepts
-  /// any number of values.
+  /// any number of values. An empty text is refused.
   template <typename Target>
   OXOption option(const char* pNames, Target& pTarget, const char* pHelp) {
     constexpr bool kIsReal = std::is_same_v<Target, double>;

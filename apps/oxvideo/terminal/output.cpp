@@ -2,6 +2,7 @@
 // only at exit, if at all.
 #include "terminal/output.h"
 
+#include <fcntl.h>
 #include <sys/ioctl.h>
 #include <unistd.h>
 
@@ -19,6 +20,13 @@ namespace {
 int passing = -1;
 
 }  // namespace
+
+void reserveStandardDescriptors() {
+  for (const int descriptor : {0, 1, 2})
+    // The lowest free number is taken, which is this one; with the wrong access, so that use fails.
+    if (::fcntl(descriptor, F_GETFD) < 0)
+      ::open("/dev/null", descriptor == 0 ? O_WRONLY : O_RDONLY);
+}
 
 void OXOutput::showPassing(std::string_view pText) {
   passing = -1;

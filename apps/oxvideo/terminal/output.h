@@ -13,6 +13,10 @@ class OXOutputClosed : public std::runtime_error {
   OXOutputClosed() : std::runtime_error("the reader of the output is gone") {}
 };
 
+/// Opens standard input, output and error where the caller closed them, so that no socket or file
+/// gets their numbers and with them the text. Writing to one still fails. Call it first of all.
+void reserveStandardDescriptors();
+
 /// Writes to a borrowed descriptor. One thread only: standard output and standard error share the
 /// terminal and what is shown there in passing.
 class OXOutput {

@@ -122,7 +122,7 @@ TEST(UsageErrors, IsSaidWithoutABroker) {
       {{"get", "camera", "--camera", "1"}, "leave out --camera"},
       {{"get", "fps", "--camera", "1", "--subscriber", "s"}, "--subscriber"},
       {{"set", "resolution"}, "one value"},
-      {{"set", "fps", "fast"}, "\"fast\" is not a number"},
+      {{"set", "fps", "fast"}, "\"fast\" is not a value: expected a whole number"},
       {{"angles", "0.5"}, "SECOND"},
       {{"record", "a.oxv"}, "--frames"},
       {{"record", "a.oxv", "--frames", "0"}, "--frames 0: expected 1 or more\n"},
@@ -133,7 +133,12 @@ TEST(UsageErrors, IsSaidWithoutABroker) {
       {{"play", "a.oxv", "--mode", "2"}, "--mode"},
       {{"play", "a.oxv", "--stream", "-1"}, "--stream -1: expected 0 or more\n"},
       {{"play", "a.oxv", "--stream", "99999999999"}, "expected 0 to 2147483647\n"},
-      {{"angles", "nan", "1"}, "FIRST nan: expected a number\n"},
+      {{"set", "fps", "defualt"}, "did you mean default?"},
+      {{"angles", "nan", "1"}, "FIRST nan: expected a number, -1000000 to 1000000\n"},
+      {{"angles", "1e39", "1"}, "FIRST 1e39: expected -1000000 to 1000000\n"},
+      {{"get", "fps", "--subscriber", ""}, "--subscriber \"\": expected a value\n"},
+      {{"record", "", "--frames", "1"}, "OUT \"\": expected a value\n"},
+      {{"call", "OXBroker", ""}, "METHOD \"\": expected a value\n"},
       {{"speed", "nan"}, "RATE nan: expected a number, 0.0001 to 10000\n"},
       {{"speed", "0"}, "RATE 0: expected 0.0001 to 10000\n"},
       {{"snapshot", "--camera", "300"}, "--camera 300: expected 0 to 255\n"},
@@ -919,9 +924,14 @@ TEST_F(FileCameraVerbs, ReplayIsSteered) {
   EXPECT_EQ(run({"position", "--json"}).out, "{\"position\":17}\n");
   EXPECT_EQ(run({"next"}).out, "");
   EXPECT_EQ(run({"previous"}).status, kDone);
+  device().answer("getCurrentImageNumber", [](const OXValue&) { return -1; });
+  EXPECT_EQ(run({"position"}).out, "-1\n");
+  EXPECT_THAT(run({"next"}).err, HasSubstr("nothing is being replayed"));
+  EXPECT_EQ(run({"next"}).status, kFailed);
+  device().answer("getCurrentImageNumber", [](const OXValue&) { return 17; });
   EXPECT_EQ(run({"previous", "--json"}).out, "{\"position\":17}\n");
   EXPECT_EQ(run({"speed", "12.5", "--json"}).out, "{\"images_per_second\":12.5}\n");
-  EXPECT_EQ(callsOf("nextImage").size(), 1u);
+  EXPECT_EQ(callsOf("nextImage").size(), 3u);
   EXPECT_EQ(callsOf("previousImage").size(), 2u);
   EXPECT_THAT(callsOf("replaySpeed"), ElementsAre("replaySpeed[12.5]"));
 }
