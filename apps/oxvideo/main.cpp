@@ -8,7 +8,7 @@
 
 int main(int pCount, char** pArguments) {
   OX::cli::reserveStandardDescriptors();
-  OX::cli::OXOutput out(1), err(2);
+  OX::cli::OXOutput out(1, "standard output"), err(2, "standard error");
   try {
     OX::cli::OXInterrupt::install();
     return OX::cli::runProgram({pArguments + 1, pArguments + pCount}, out, err);

@@ -52,7 +52,9 @@ void OXOutput::write(std::string_view pBytes) {
     } else if (errno == EPIPE) {
       throw OXOutputClosed();
     } else if (errno != EINTR) {
-      throw OXFailure(std::string("can't write the output: ") + std::strerror(errno));
+      const bool isClosed = errno == EBADF;
+      throw OXFailure("can't write " + fName + ": " +
+                      (isClosed ? "it is closed" : std::strerror(errno)));
     }
   }
 }

@@ -4,6 +4,7 @@
 #include <stdexcept>
 #include <string>
 #include <string_view>
+#include <utility>
 
 namespace OX::cli {
 
@@ -21,7 +22,9 @@ void reserveStandardDescriptors();
 /// terminal and what is shown there in passing.
 class OXOutput {
  public:
-  explicit OXOutput(int pDescriptor) : fDescriptor(pDescriptor) {}
+  /// The name is for messages.
+  explicit OXOutput(int pDescriptor, std::string pName = "the output")
+      : fDescriptor(pDescriptor), fName(std::move(pName)) {}
 
   /// Writes all bytes. Throws OXOutputClosed when the reader is gone, OXFailure for other errors.
   void write(std::string_view pBytes);
@@ -44,6 +47,7 @@ class OXOutput {
 
  private:
   int fDescriptor;
+  std::string fName;
 };
 
 }  // namespace OX::cli

@@ -344,7 +344,7 @@ TEST_F(Verbs, WatchEndsQuietlyWhenNobodyReadsIt) {
   Captured err;
   EXPECT_EQ(runProgram({"watch", "--frames", "1", "--broker", fFake.address}, closed, err.output),
             kDone);
-  EXPECT_EQ(err.text(), "");
+  EXPECT_EQ(err.text(), "camera 0 runs at 160x120\n");
   ::close(ends[1]);
   expectAllUnsubscribed();
 }

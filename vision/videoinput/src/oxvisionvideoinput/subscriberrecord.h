@@ -40,7 +40,8 @@ struct VisionModuleInfo {
   RequestedCameraProperties& wish(int pCamera) const;
 
   std::string fName;  ///< the unique id, the same as the key in the map
-  /// The number of the call that subscribed it, by which its connection owns it; 0 when nobody does.
+  /// The number of the call that subscribed it, by which its connection owns it; 0 when nobody
+  /// does.
   std::uint64_t fAcquisition = 0;
   /// One entry per camera of the device, index = camera index.
   std::vector<boost::shared_ptr<RequestedCameraProperties>> fRequestedProperties;
