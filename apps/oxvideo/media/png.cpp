@@ -1,4 +1,4 @@
-// Encoded in memory, so that writing the file stays the business of terminal/files.
+// Encoded in memory, so that writing the file stays the business of terminal/outputfile.
 #include <png.h>
 
 #include "media/picture.h"
