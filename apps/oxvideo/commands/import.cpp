@@ -39,6 +39,7 @@ void print(Context& pContext, const Options& pOptions, const ImportResult& pResu
   OXOutput& said = pOptions.output == "-" ? pContext.err : pContext.out;
   said.line(fmt::format("{}: {} images of {}x{}", printable(pOptions.output), pResult.frames,
                         pResult.size.width, pResult.size.height));
+  if (!pResult.remark.empty()) pContext.err.tryLine(pResult.remark);
   if (pResult.damaged > 0)
     pContext.err.tryLine(
         fmt::format("video frames that could not be decoded completely: {}", pResult.damaged));
@@ -73,7 +74,9 @@ void addImport(OXCommandLine& pLine, Context& pContext) {
        "Images are stored as kYUV422, the format of the cameras; other aspect ratios get black "
        "bars."});
   const auto options = std::make_shared<Options>();
-  verb.option("VIDEO", options->video, "a video file, a picture, or \"test\"").required();
+  verb.option("VIDEO", options->video,
+              "a video file, a picture, a folder of pictures, \"test\", or what else push takes")
+      .required();
   verb.option("OUT", options->output, "recording to write; - for standard output").required();
   verb.option("--size", options->sizeText,
               "160x120, 320x240, 640x480 or 1280x960, or their names, as kVGA (default: the "

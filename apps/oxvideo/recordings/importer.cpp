@@ -128,6 +128,7 @@ ImportResult importAsItIs(const ImportOptions& pOptions, OXOutput& pOut, const O
   }
   writer.commit();
   result.damaged = reader.damagedFrames();
+  result.remark = reader.remark();
   return result;
 }
 
@@ -148,6 +149,7 @@ ImportResult importAtRate(const ImportOptions& pOptions, OXOutput& pOut, const O
   }
   writer.commit();
   result.damaged = source.damagedFrames();
+  result.remark = source.remark();
   return result;
 }
 
@@ -165,8 +167,10 @@ FrameSize fittingSize(FrameSize pVideo) {
 }
 
 ImportResult importVideo(const ImportOptions& pOptions, OXOutput& pOut, const OnFrame& pOnFrame) {
-  if (pOptions.video == "test" && pOptions.frames == 0)
-    throw OXUsageError("the test picture never ends: limit it with --frames");
+  const MediaKind kind = mediaKind(pOptions.video, {});
+  if ((kind == MediaKind::kTest || kind == MediaKind::kGraph || isLive(kind)) &&
+      pOptions.frames == 0)
+    throw OXUsageError(printable(pOptions.video) + " never ends: limit it with --frames");
   requireNoRecording(pOptions.video);
   // Before a source is opened, which may take long and can't always be done twice.
   if (pOptions.output != "-") requireWritable(pOptions.output, pOptions.overwrite);

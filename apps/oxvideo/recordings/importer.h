@@ -28,6 +28,7 @@ struct ImportResult {
   std::int64_t damaged = 0;  ///< frames of the video that could not be decoded
   FrameSize size;
   std::int64_t startUs = 0;
+  std::string remark;  ///< see OXMediaReader::remark()
 };
 
 /// The largest camera size that fits into pVideo, or the smallest one if none does.

@@ -186,6 +186,7 @@ TEST_F(Exchange, refusesWhatCannotBe) {
       {"2", {"export", "--stream", "1", fPath, fPath}, "the output is the same file as the input"},
       {"2", {"export", "--stream", "1", "--json", fPath, "-"}, "both use standard output"},
       {"2", {"import", "test", recording}, "never ends"},
+      {"2", {"import", "lavfi:testsrc2", recording}, "never ends"},
       {"2", {"import", "test", recording, "--fps", "10"}, "never ends"},
       {"2", {"import", "test", video, "--frames", "1"}, "written as .oxv"},
       {"2", {"import", "test", recording, "--frames", "1", "--stream", "1"}, "has one, number 0"},
