@@ -155,9 +155,9 @@ TEST_F(Programs, AVideoIsSeenUprightInItsColours) {
         << row.colorSpace;
   }
   for (const char* colorSpace : {"kHsy", "kHSMixed"})
-    EXPECT_EQ(run({"snapshot", "-o", file("hue.png"), "--overwrite", "--colorspace", colorSpace})
-                  .status,
-              kDone);
+    EXPECT_EQ(
+        run({"snapshot", "-o", file("hue.png"), "--overwrite", "--colorspace", colorSpace}).status,
+        kDone);
 
   fFeeder->signal(SIGINT);
   EXPECT_THAT(fFeeder->wait(), AnyOf(kDone, kDoneWithLosses)) << "a loop runs until it is stopped";
@@ -317,6 +317,32 @@ TEST_F(Programs, SeveralCamerasInOneCall) {
   ASSERT_EQ(ran.status, kDone) << ran.err;
   EXPECT_EQ(readPng(file("now-1.png")).width, 640);
   EXPECT_EQ(readPng(file("now-0.png")).width, 160);
+}
+
+TEST_F(Programs, VerbsOutliveTheirBroker) {
+  feed({"test", "--fps", "30"});
+  const auto watch = start({"watch", "--reconnect", "--fps", "30"}, "watch.log");
+  const auto record =
+      start({"record", file("film.oxv"), "--frames", "100000", "--fps", "30"}, "record.log");
+  for (int line = 0; line < 60 && contentOf(file("film.oxv")).size() < 1'000'000; ++line)
+    watch->readLine();
+  fBroker->signal(SIGKILL);
+  fBroker->wait();
+  EXPECT_EQ(record->wait(), kFailed);
+  EXPECT_THAT(contentOf(file("record.log")), ::testing::ContainsRegex("film.oxv: [0-9]+ images, "))
+      << "read from the file";
+  EXPECT_THAT(contentOf(file("record.log")), HasSubstr("has ended"));
+
+  startBroker();
+  fFeeder.reset();
+  feed({"test", "--fps", "30"});
+  for (int line = 0; line < 60; ++line) {
+    watch->readLine();
+    if (contentOf(file("watch.log")).find("connected again") != std::string::npos) break;
+  }
+  EXPECT_THAT(contentOf(file("watch.log")), HasSubstr("connected again after"));
+  const RunResult subscribers = run({"subscribers", "--json"});
+  EXPECT_THAT(subscribers.out, HasSubstr("\"owner\":\"oxvideo_watch_"));
 }
 
 // A frame has the same bytes whether it is imported or pushed, and a picture those of kRGB.
