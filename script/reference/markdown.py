@@ -137,7 +137,8 @@ def status(service):
         yield f"### `array {published['name']}()`\n"
         _, fields = published["return"]["description"].split(": ", 1)
         yield prose(published["description"] + ". Each array has:")
-        yield "".join(f"{number}. {field}\n" for number, field in enumerate(fields.split("; ")))
+        yield "".join(textwrap.fill(f"{number}. {field}", 100, subsequent_indent="   ") + "\n"
+                      for number, field in enumerate(fields.split("; ")))
         for example in published["examples"]:
             yield fenced(example["language"], example["text"])
 

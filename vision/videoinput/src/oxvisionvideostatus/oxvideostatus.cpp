@@ -119,14 +119,14 @@ OXVideoStatus::OXVideoStatus(boost::shared_ptr<OXBroker> pBroker)
                       "array with one array a camera: index; model; [width, height] that it runs "
                       "at, in pixels; colour space; rate that it runs at, images a second; grabber "
                       "(-1 failed, 0 stopped, 1 opening, 2 closing, 3 running); the sizes that it "
-                      "can do; lowest and highest rate that it can run at, images a second; time "
-                      "stamp of the last push or replay step as [seconds, microseconds] since 1970 "
-                      "and its size as [width, height], both empty before the first; who pushed "
-                      "it: a client's name or address, or \"local\", and \"\" of a replay; pushes "
-                      "or steps a second over the last two seconds; frames that came and were "
-                      "lost: pushes that found no buffer or were overtaken, images that a replay "
-                      "passed over; milliseconds since the last push or step, -1 before the first; "
-                      "\"push\" or \"replay\""},
+                      "can do; lowest rate that it can run at, images a second; highest; time "
+                      "stamp of the last push or replay step as [seconds, microseconds] since "
+                      "1970, empty before the first; size of that frame as [width, height], empty "
+                      "before the first; who pushed it: a client's name or address, or \"local\", "
+                      "and \"\" of a replay; pushes or steps a second over the last two seconds; "
+                      "frames that came and were lost: pushes that found no buffer or were "
+                      "overtaken, images that a replay passed over; milliseconds since the last "
+                      "push or step, -1 before the first; \"push\" or \"replay\""},
            .examples = {{"shell", "oxvideo call OXVideoStatus getCameras"}}},
           {.name = "getRecordings",
            .description = "Describes the recordings under way and the last 64 that have ended, in "
@@ -137,8 +137,8 @@ OXVideoStatus::OXVideoStatus(boost::shared_ptr<OXBroker> pBroker)
                       "passed; images; bytes of their pixels (float); \"recording\", \"complete\", "
                       "\"stopped\" (fewer images than asked for) or \"failed\"; why it ended, \"\" "
                       "while it records; images missing between those recorded: each gap of more "
-                      "than one and a half periods of the rate asked for; time stamps of the first "
-                      "and of the last image as [seconds, microseconds] since 1970; images asked "
+                      "than one and a half periods of the rate asked for; time stamp of the first "
+                      "image as [seconds, microseconds] since 1970; of the last one; images asked "
                       "for; rate asked for, images a second; one image in this many is recorded"},
            .examples = {{"shell", "oxvideo call OXVideoStatus getRecordings"}}},
       }));
