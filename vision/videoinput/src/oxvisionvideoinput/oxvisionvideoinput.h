@@ -582,8 +582,8 @@ class OXVisionVideoInput : public OXModule, public IVideoInput, public DeviceSta
   // --- delivery/recording.cpp ---
   // In the subscriber's turn; files are written and closed with the lock paused.
   /// Ends a recording, if there is one; always true. pReason is told if it is not complete.
-  bool xCloseVideo(const boost::shared_ptr<VisionModuleInfo>& pSubscriber,
-                   const char* pReason = "its subscriber left") OX_REQUIRES(fVisionModulesLock);
+  bool xCloseVideo(const boost::shared_ptr<VisionModuleInfo>& pSubscriber, const char* pReason)
+      OX_REQUIRES(fVisionModulesLock);
   /// Ends what is told of the subscriber's recording, if there is one.
   void xEndRecord(VisionModuleInfo& pSubscriber, RecordingState pState, std::string_view pReason)
       OX_REQUIRES(fVisionModulesLock);

@@ -274,7 +274,7 @@ void OXVisionVideoInput::xUnsubscribeMono(const boost::shared_ptr<VisionModuleIn
                                           int pCamera) {
   xFreeRetired();
   xReleaseAllConverted(pSubscriber);
-  if (pSubscriber->fIsRecording) xCloseVideo(pSubscriber);
+  if (pSubscriber->fIsRecording) xCloseVideo(pSubscriber, "its subscriber left");
   for (int i = 0; i < fNbCameras; ++i) xRemoveBuffers(xClaim(pSubscriber, i));
   if (xCamera(pCamera)) xLowerCamera(xClaim(pSubscriber, pCamera));
 }
