@@ -669,7 +669,9 @@ class OXVideoDeviceProxy {
 
   /// @brief Returns the size and the rate that a simulator should push frames at.
   ///
-  /// Both follow what subscribers ask for, so ask again from time to time.
+  /// Both follow what subscribers ask for. Each change of a camera raises the event
+  /// "VideoInput/ExpectedImage" of OXMemory, whose value is [camera, width, height, frames per
+  /// second].
   /// @param pCameraIndex Index of the camera, from 0.
   /// @return [[width, height], frames per second], in pixels.
   /// @throws OXError when there is no such camera; when the device replays a file.
