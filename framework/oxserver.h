@@ -21,8 +21,8 @@ struct OXWireLimits {
   int maxArrayElements = 4096;
   int maxConnections = 256;      ///< further clients are refused
   int maxRequestsUnderWay = 64;  ///< per connection, which is not read from while it has as many
-  /// A TCP client whose system has not been heard for so many seconds, or that has taken nothing of
-  /// what is sent to it for as long, is given up, within twice that. 0: only when the system does.
+  /// A TCP client whose system has not been heard for so many seconds is given up, within twice
+  /// that. One that is stopped is heard: its system answers. 0: only when the system gives it up.
   int keepAliveSeconds = 10;
 };
 

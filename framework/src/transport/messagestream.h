@@ -73,6 +73,7 @@ class MessageStream : public boost::enable_shared_from_this<MessageStream> {
   std::uint64_t xBytesOut() const { return fBytesOut; }
   const OXWireLimits& xLimits() const { return fLimits; }
   boost::asio::io_context& xIo() { return *fIo; }
+  Socket& xSocket() { return fSocket; }
 
  private:
   void xTakeMessages();

@@ -14,8 +14,9 @@ void setOptions(boost::asio::ip::tcp::socket& pSocket);
 /// take turns for every part of an image.
 void setOptions(boost::asio::local::stream_protocol::socket& pSocket);
 
-/// Ends a TCP connection whose peer has not been heard for so many seconds, also while data waits
-/// to be sent; within twice that. Does nothing to a socket of another kind, or for 0.
+/// Ends an idle TCP connection whose peer has not been heard for so many seconds, within twice
+/// that. While data waits to be sent the system does not look: Silence does. Does nothing to a
+/// socket of another kind, or for 0.
 void giveUpUnheard(boost::asio::generic::stream_protocol::socket& pSocket, int pSeconds);
 
 /// Lets a TCP socket acknowledge what it receives next at once; does nothing to a socket of another

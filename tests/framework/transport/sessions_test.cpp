@@ -359,16 +359,20 @@ TEST_F(Sessions, EndForClientsThatAreNotHeard) {
             request(2, "Lockers.open",
                     "\x91\xa4"
                     "full"));
-  ASSERT_TRUE(awaitIds({"full", "healthy", "idle", "written"}));
+  // Reads nothing, but its system answers, as that of a client in a debugger does.
+  RawClient stopped(address);
+  stopped.send(name("\x91\xa7stopped") + request(2, "Lockers.open", "\x91\xa7stopped"));
+  ASSERT_TRUE(awaitIds({"full", "healthy", "idle", "stopped", "written"}));
   // More than the sockets hold: most of it is never even sent.
   for (int i = 0; i < 200; ++i)
-    broker->notify("full", "m", OXValue::array(std::string(60000, 't')));
+    for (const char* const reader : {"full", "stopped"})
+      broker->notify(reader, "m", OXValue::array(std::string(60000, 't')));
   idle.vanish();
   written.vanish();
   full.vanish();
   const auto begin = std::chrono::steady_clock::now();
   broker->notify("written", "m", OXValue::array("not acknowledged"));
-  EXPECT_TRUE(awaitIds({"healthy"}));
+  EXPECT_TRUE(awaitIds({"healthy", "stopped"}));
   EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(5))
       << "2 s to give them up, 3 s to give back";
   EXPECT_EQ(healthy.read(12).size(), 12u) << "the answer";

@@ -227,6 +227,11 @@ void Connection::onEnd(const std::string& pReason) {
   xAfter(kGrace, &Connection::xCleanUp);
 }
 
+void Connection::endIfSilent(std::chrono::seconds pLimit) {
+  if (!xHasEnded() && fSilence.look(xSocket()) >= pLimit)
+    xEnd("not heard for " + std::to_string(pLimit.count()) + " s");
+}
+
 void Connection::endWithServer() {
   fEndsWithServer = true;
   xEnd("the server is closing");

@@ -17,6 +17,7 @@
 #include <oxframework/oxthreadsafety.h>
 #include "broker/connections.h"
 #include "transport/messagestream.h"
+#include "transport/silence.h"
 
 namespace OX::wire {
 
@@ -51,6 +52,9 @@ class Connection : public MessageStream, private OXCallerContext {
   /// On the io thread: the server, and with it the broker, ends. The connection is closed, and
   /// neither are wills run nor is anything given back, since the modules end too.
   void endWithServer();
+  /// On the io thread, from time to time: ends the connection when its client has not been heard
+  /// for pLimit although data waits for it.
+  void endIfSilent(std::chrono::seconds pLimit);
 
  private:
   void onMessage(IncomingMessage&& pMessage) override;
@@ -100,6 +104,7 @@ class Connection : public MessageStream, private OXCallerContext {
   Handlers fHandlers;
   boost::asio::steady_timer fTimer;  ///< the bound of the phase, or the next attempt in it
   Phase fPhase = Phase::kOpen;
+  Silence fSilence;
   int fRunning = 0;  ///< calls that have started and not ended, the wills included
   bool fEndsWithServer = false;
   bool fIsGivingBack = false;    ///< a thread of the broker does it

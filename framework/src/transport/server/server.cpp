@@ -2,6 +2,7 @@
 // the io thread only; close() therefore posts the closing there and waits for the thread to end.
 #include <boost/asio/executor_work_guard.hpp>
 #include <boost/asio/post.hpp>
+#include <boost/asio/steady_timer.hpp>
 #include <boost/make_shared.hpp>
 #include <set>
 #include <thread>
@@ -40,6 +41,7 @@ class OXServer::Impl {
   Impl(const boost::shared_ptr<OXBroker>& pBroker, const OXWireLimits& pLimits)
       : fCore(boost::make_shared<wire::ServerCore>(pBroker, pLimits)),
         fWork(asio::make_work_guard(fCore->io)),
+        fLook(fCore->io),
         fThread([core = fCore] { wire::runUntilDone(core->io); }) {}
 
   ~Impl() { close(); }
@@ -60,6 +62,7 @@ class OXServer::Impl {
     if (std::exchange(fClosed, true)) return;
     asio::post(fCore->io, [this, sockets = std::exchange(fSockets, {})] {
       for (const auto& socket : sockets) socket->close();
+      fLook.cancel();
       // A copy: those that end move to fEnding, and from there they leave.
       std::vector<boost::shared_ptr<wire::Connection>> all(fConnections.begin(),
                                                            fConnections.end());
@@ -96,6 +99,22 @@ class OXServer::Impl {
                                    [this](const auto& pForgotten) { fEnding.erase(pForgotten); }});
     fConnections.insert(connection);
     connection->begin();
+    if (fConnections.size() == 1) xLookForSilent();
+  }
+
+  /// Ends connections whose clients are not heard while data waits for them; the system does it for
+  /// idle ones. Looks from time to time, for as long as there are connections.
+  void xLookForSilent() {
+    const std::chrono::seconds limit(fCore->limits.keepAliveSeconds);
+    if (limit.count() == 0) return;
+    fLook.expires_after(std::chrono::milliseconds(limit) / 4);
+    fLook.async_wait([this, limit](const boost::system::error_code& pError) {
+      if (pError) return;
+      // A copy: those that end leave.
+      for (const auto& connection : std::vector(fConnections.begin(), fConnections.end()))
+        connection->endIfSilent(limit);
+      if (!fConnections.empty()) xLookForSilent();
+    });
   }
 
   const boost::shared_ptr<wire::ServerCore> fCore;
@@ -108,6 +127,7 @@ class OXServer::Impl {
   std::set<boost::shared_ptr<wire::Connection>> fConnections;
   /// Those that have ended and are being cleaned up after.
   std::set<boost::shared_ptr<wire::Connection>> fEnding;
+  asio::steady_timer fLook;
   bool fFull = false;  ///< further clients are refused, which has been logged
   std::thread fThread;
 };
