@@ -196,7 +196,7 @@ void addMulti(OXCommandLine& pLine, Context& pContext) {
   OXVerb verb = addVerb(
       pLine, pContext,
       {"multi", "saves one image from each of several cameras, requested in one call",
-       "oxvideo multi -o now.png --camera 0 --camera 1    (writes now-0.png and now-1.png)\n"
+       "oxvideo multi -o now.png --camera 0 --camera 1\n"
        "  oxvideo multi -o now.png --camera 1 --camera 0 --resolution kVGA --resolution kQVGA"});
   const auto options = std::make_shared<Options>();
   verb.option("-o,--output", options->output,
