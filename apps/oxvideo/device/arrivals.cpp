@@ -3,6 +3,7 @@
 // of "still the old size": the verb then waits for one more image.
 #include "device/arrivals.h"
 
+#include <fmt/chrono.h>
 #include <fmt/format.h>
 
 #include <algorithm>
@@ -26,6 +27,17 @@ const CameraStatus* find(const std::vector<CameraStatus>& pCameras, int pIndex) 
 std::string ageText(int pMilliseconds) {
   return pMilliseconds < 1000 ? fmt::format("{} ms", pMilliseconds)
                               : fmt::format("{:.1f} s", pMilliseconds / 1000.0);
+}
+
+// The age of a replayed image says nothing after a minute: then the time at which it was recorded.
+std::string whenText(const CameraImage& pImage, const OXArrivals::Verdict& pVerdict) {
+  constexpr std::int64_t kYear10000 = 253402300800;
+  const std::int64_t seconds = pImage.timestampUs / 1000000;
+  const double age =
+      pVerdict.ageSeconds.value_or(static_cast<double>(wallClockUs() - pImage.timestampUs) / 1e6);
+  if (pVerdict.ageSeconds || age < 60 || seconds < 0 || seconds >= kYear10000)
+    return fmt::format("{:.0f} ms old", age * 1000);
+  return fmt::format("of {:%Y-%m-%d %H:%M:%S} UTC", fmt::gmtime(static_cast<std::time_t>(seconds)));
 }
 
 }  // namespace
@@ -86,11 +98,9 @@ std::string feedText(const CameraStatus& pCamera) {
 }
 
 std::string describe(const CameraImage& pImage, const OXArrivals::Verdict& pVerdict) {
-  const double ageSeconds =
-      pVerdict.ageSeconds.value_or(static_cast<double>(wallClockUs() - pImage.timestampUs) / 1e6);
   return fmt::format(
-      "{}x{} {} of camera {}, {:.0f} ms old{}", pImage.width, pImage.height,
-      colorSpaceName(pImage.colorSpace), pImage.camera, ageSeconds * 1000,
+      "{}x{} {} of camera {}, {}{}", pImage.width, pImage.height, colorSpaceName(pImage.colorSpace),
+      pImage.camera, whenText(pImage, pVerdict),
       pVerdict.enlargedFrom ? ", enlarged from " + sizeText(*pVerdict.enlargedFrom) : "");
 }
 

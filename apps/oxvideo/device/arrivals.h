@@ -57,7 +57,7 @@ std::string feedText(const CameraStatus& pCamera);
 std::string sizeText(FrameSize pSize);
 
 /// "640x480 kRGB of camera 0, 12 ms old, enlarged from 320x240". Without an age by the broker's
-/// clock it is by this machine's.
+/// clock it is by this machine's, and above a minute the time of the stamp, as of a replayed image.
 std::string describe(const CameraImage& pImage, const OXArrivals::Verdict& pVerdict);
 /// Adds "enlarged_from" and "age_ms", as far as they are known.
 void addVerdict(OXJson& pJson, const OXArrivals::Verdict& pVerdict);
