@@ -15,7 +15,7 @@
 
 namespace {
 
-std::atomic<long> count{0};
+thread_local long count = 0;
 std::atomic<std::size_t> failingSize{0};
 std::atomic<long> failing{0};  ///< 0 or less: none fails any more
 std::atomic<const void*> failingThread{nullptr};
@@ -71,7 +71,7 @@ extern "C" void* mmap(void* pAddress, std::size_t pSize, int pProtection, int pF
 
 namespace OX::test {
 
-long allocations() { return count.load(); }
+long allocations() { return count; }
 
 FailingAllocation::FailingAllocation(long pNumber, std::size_t pSize, Of pOf) {
   failingSize = pSize;

@@ -6,7 +6,7 @@
 
 namespace OX::test {
 
-/// How often memory was allocated with any form of new.
+/// How often this thread has allocated memory, with any form of new.
 long allocations();
 
 /// While it lives, one allocation fails, whichever thread makes it: the pNumber-th (from 1) of
