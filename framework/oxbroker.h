@@ -93,6 +93,8 @@ class OX_API OXBroker : public boost::enable_shared_from_this<OXBroker> {
   /// Who owns an id that a module keeps for its callers (OXOwnership): the client name of the
   /// connection, without one its address. Empty when it is nobody's, or unknown.
   std::string getOwner(const std::string& pModule, const std::string& pId) const;
+  /// The same for all ids of a module that somebody owns, at once.
+  std::map<std::string, std::string> getOwners(const std::string& pModule) const;
   /// The remote connections, for the transport and the module "OXBroker". Never null.
   const boost::shared_ptr<OXConnections>& xConnections() const { return fConnections; }
 

@@ -36,8 +36,8 @@ void printJson(Context& pContext, const Options& pOptions, const ExportResult& p
 /// parse it.
 void printText(Context& pContext, const Options& pOptions, const ExportResult& pResult) {
   OXOutput& said = pOptions.output == "-" ? pContext.err : pContext.out;
-  said.line(fmt::format("{}: {} images of {}x{}", printable(pOptions.output), pResult.frames,
-                        pResult.size.width, pResult.size.height));
+  said.line(fmt::format("{}: {} of {}x{}", printable(pOptions.output),
+                        counted(pResult.frames, "image"), pResult.size.width, pResult.size.height));
   const auto tell = [&](auto pNumber, const std::string& pWhat) {
     if (pNumber > 0) pContext.err.tryLine(fmt::format("{}: {}", pWhat, pNumber));
   };

@@ -37,8 +37,8 @@ void print(Context& pContext, const Options& pOptions, const ImportResult& pResu
     return;
   }
   OXOutput& said = pOptions.output == "-" ? pContext.err : pContext.out;
-  said.line(fmt::format("{}: {} images of {}x{}", printable(pOptions.output), pResult.frames,
-                        pResult.size.width, pResult.size.height));
+  said.line(fmt::format("{}: {} of {}x{}", printable(pOptions.output),
+                        counted(pResult.frames, "image"), pResult.size.width, pResult.size.height));
   if (!pResult.remark.empty()) pContext.err.tryLine(pResult.remark);
   if (pResult.damaged > 0)
     pContext.err.tryLine(

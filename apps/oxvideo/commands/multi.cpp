@@ -135,7 +135,11 @@ int run(Context& pContext, const Options& pOptions) {
   OXSession session(pContext.broker, "multi");
   const std::vector<StreamRequest> streams = streamRequests(pOptions, session);
   checkOutput(pOptions, streams.size());
+  if (const auto camera = queryCamera(session, streams.front().camera); camera && camera->isReplay)
+    throw OXFailure(
+        "a file camera has no images of several streams\n  take one: oxvideo snapshot -o now.png");
   std::vector<std::unique_ptr<OXOutputFile>> files;
+  files.reserve(streams.size());
   for (const StreamRequest& stream : streams)
     files.push_back(std::make_unique<OXOutputFile>(cameraFile(pOptions.output, stream.camera),
                                                    pOptions.overwrite, pContext.out));

@@ -77,6 +77,7 @@ class Recorder {
   Clock::time_point fNextLook;
   FrameSize fSize;  ///< of the image before; 0x0: none yet
   bool fSizeChanged = false;
+  bool fIsMisfit = false;  ///< the device scales its frames for another camera's size
   bool fSaidThatItWaits = false;
   std::optional<OXProgress> fProgress;
 };
@@ -156,6 +157,9 @@ void Recorder::xNoteSize(const CameraImage& pImage) {
     StreamRequest asked = fStream;
     asked.colorSpace = pImage.colorSpace;
     if (!fOptions.view.resolution.empty()) noteFormat(asked, pImage, fContext.err);
+    const std::string misfit = whyMisfit(fSession, pImage);
+    if (!misfit.empty()) xSay(misfit);
+    fIsMisfit = !misfit.empty();
   } else if (size != fSize) {
     fSizeChanged = true;
     xSay(fmt::format("image {}: {} and no longer {}, since another subscriber changed camera {}",
@@ -215,7 +219,7 @@ std::string Recorder::xWhyShort() const {
   if (OXInterrupt::requested()) return "interrupted";
   if (fStatus && fStatus->state != "recording" && fStatus->images < done)
     return fStatus->reason.empty() ? "the recording ended" : fStatus->reason;
-  return fmt::format("then no frame arrived for {:g} s", fOptions.timeoutSeconds);
+  return fmt::format("no frame arrived for {:g} s", fOptions.timeoutSeconds);
 }
 
 int Recorder::run() {
@@ -232,9 +236,9 @@ int Recorder::run() {
   xReport(summary, why);
   if (OXInterrupt::requested() && !why.empty()) throw OXInterrupted();
   if (!why.empty())
-    throw OXFailure(fmt::format("{} of {} frames recorded in {}; {}", summary.images,
-                                fOptions.frames, printable(fPath), printable(why)));
-  return summary.missing > 0 || fSizeChanged ? kDoneWithLosses : kDone;
+    throw OXFailure(fmt::format("the recording ended after {} of {} frames: {}", summary.images,
+                                fOptions.frames, printable(why)));
+  return summary.missing > 0 || fSizeChanged || fIsMisfit ? kDoneWithLosses : kDone;
 }
 
 }  // namespace
@@ -275,6 +279,7 @@ void addRecord(OXCommandLine& pLine, Context& pContext) {
   verb.flag("--json", options->asJson, "print what was recorded as JSON at the end");
   verb.onRun([&pContext, options] {
     checkNames(options->view);
+    requireExtension(options->output, ".oxv");
     pContext.status = Recorder(pContext, *options).run();
   });
 }

@@ -60,10 +60,10 @@ int runRepair(Context& pContext, const Options& pOptions) {
     said.line(jsonText(result, places));
   } else {
     for (const RepairedFile& file : result.files)
-      said.line(fmt::format("{}: {} images of {}", printable(file.path), file.frames,
+      said.line(fmt::format("{}: {} of {}", printable(file.path), counted(file.frames, "image"),
                             join(sizeTexts(file))));
-    said.line(fmt::format("{} images kept, lost: {}, damaged places: {}", result.kept, result.lost,
-                          places));
+    said.line(fmt::format("{} kept, lost: {}, damaged places: {}", counted(result.kept, "image"),
+                          result.lost, places));
   }
   return result.lost == 0 ? kDone : kDoneWithLosses;
 }

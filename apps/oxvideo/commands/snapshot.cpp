@@ -40,8 +40,8 @@ struct Judged {
   OXArrivals::Verdict verdict;
 };
 
-[[noreturn]] void failWithoutImage(const Options& pOptions, const std::string& pWhy,
-                                   const std::optional<double>& pOldest) {
+[[noreturn]] void failWithoutImage(const Context& pContext, const Options& pOptions,
+                                   const std::string& pWhy, const std::optional<double>& pOldest) {
   const std::string what =
       pOldest
           ? fmt::format("the newest image of camera {} is {:.1f} s old, more than --max-age {:g}",
@@ -52,13 +52,15 @@ struct Judged {
       "{}{}{}{}", what, pWhy.empty() ? "" : ": ", pWhy,
       pWhy.ends_with("not delivered")
           ? ""
-          : fmt::format("\n  is anything feeding it? try: oxvideo push test --camera {}",
-                        pOptions.view.camera)));
+          : fmt::format(
+                "\n  is anything feeding it? try: oxvideo --broker {} push test --camera {}",
+                shellWord(pContext.broker), pOptions.view.camera)));
 }
 
 /// Requests images until there is a young one of which no pixel was made up; an enlarged one is
 /// better than none. The device waits up to a second for each.
-Judged waitForImage(OXSubscription& pSubscription, OXArrivals& pArrivals, const Options& pOptions) {
+Judged waitForImage(const Context& pContext, OXSubscription& pSubscription, OXArrivals& pArrivals,
+                    const Options& pOptions) {
   const auto limit = Clock::now() + std::chrono::duration_cast<Clock::duration>(
                                         std::chrono::duration<double>(pOptions.timeoutSeconds));
   std::optional<Judged> enlarged;
@@ -78,7 +80,7 @@ Judged waitForImage(OXSubscription& pSubscription, OXArrivals& pArrivals, const 
     }
     if (Clock::now() >= limit) {
       if (enlarged) return std::move(*enlarged);
-      failWithoutImage(pOptions, pArrivals.whyNothing(pOptions.view.camera), tooOld);
+      failWithoutImage(pContext, pOptions, pArrivals.whyNothing(pOptions.view.camera), tooOld);
     }
     OXInterrupt::waitUntil(std::min(limit, Clock::now() + kLookAgain));
   }
@@ -113,7 +115,7 @@ void run(Context& pContext, const Options& pOptions) {
   arrivals.look();
   OXSubscription subscription(session, stream, std::max(pOptions.view.rate.fps, kLowestFps));
   settleRate(session, subscription, {stream}, pOptions.view.rate, pContext.err);
-  const Judged judged = waitForImage(subscription, arrivals, pOptions);
+  const Judged judged = waitForImage(pContext, subscription, arrivals, pOptions);
   // Before encoding, which takes longer than the camera should stay subscribed.
   subscription.end();
   noteFormat(stream, judged.image, pContext.err);

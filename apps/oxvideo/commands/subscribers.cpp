@@ -81,6 +81,7 @@ void list(Context& pContext, const std::vector<SubscriberStatus>& pSubscribers, 
 /// The device's own error does not say which ids there are.
 void checkId(const std::vector<SubscriberStatus>& pSubscribers, const std::string& pId) {
   std::vector<std::string> ids;
+  ids.reserve(pSubscribers.size());
   for (const SubscriberStatus& subscriber : pSubscribers) ids.push_back(printable(subscriber.id));
   if (std::any_of(pSubscribers.begin(), pSubscribers.end(),
                   [&](const SubscriberStatus& subscriber) { return subscriber.id == pId; }))

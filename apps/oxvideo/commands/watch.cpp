@@ -122,6 +122,8 @@ void Watcher::xNoteImage(const CameraImage& pImage) {
                                      sizeText({pImage.width, pImage.height})));
   else
     noteFormat(fStream, pImage, fContext.err);
+  if (const std::string misfit = whyMisfit(fLink->session, pImage); !misfit.empty())
+    fContext.err.tryLine(misfit);
 }
 
 void Watcher::xNoteNothing() {
@@ -264,13 +266,13 @@ void Watcher::xSummary(Clock::time_point pNow) {
                           .text());
     return;
   }
-  fContext.out.line(
-      fmt::format("camera {}, {}, {}: {} frames in {:.1f} s ({:.1f} fps), {} requests, {:.2f} ms "
-                  "median, {:.2f} ms "
-                  "p99, {} without a frame",
-                  fStream.camera, resolutionName(fStream.resolution),
-                  colorSpaceName(fStream.colorSpace), fTotal.frames, fTotal.seconds(pNow),
-                  fTotal.rate(pNow), fTotal.latencies.count(), median, worst, fTotal.empty));
+  fContext.out.line(fmt::format(
+      "camera {}, {}, {}: {} in {:.1f} s ({:.1f} fps), {} requests, {:.2f} ms "
+      "median, {:.2f} ms "
+      "p99, {} without a frame",
+      fStream.camera, resolutionName(fStream.resolution), colorSpaceName(fStream.colorSpace),
+      counted(fTotal.frames, "frame"), fTotal.seconds(pNow), fTotal.rate(pNow),
+      fTotal.latencies.count(), median, worst, fTotal.empty));
 }
 
 }  // namespace

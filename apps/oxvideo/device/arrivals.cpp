@@ -85,6 +85,15 @@ std::string OXArrivals::whyNothing(int pCamera) const {
                      pCamera, sizeText(camera->size));
 }
 
+std::string whyMisfit(OXSession& pSession, const CameraImage& pImage) {
+  OXArrivals arrivals(pSession);
+  arrivals.look();
+  if (!arrivals.judge(pImage).isMisfit) return "";
+  std::string text = arrivals.whyNothing(pImage.camera);
+  const auto end = text.rfind(": ");
+  return end == text.npos ? text : text.substr(0, end) + ": its images are not whole";
+}
+
 std::string feedText(const CameraStatus& pCamera) {
   if (pCamera.isReplay) {
     if (pCamera.ageMs < 0) return "replay, not started";

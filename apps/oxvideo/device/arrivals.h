@@ -53,6 +53,10 @@ class OXArrivals {
 /// "fed, 30 a second, 12 ms old", "not fed", "not fed for 5.9 s"; of a replay likewise.
 std::string feedText(const CameraStatus& pCamera);
 
+/// "fed with 320x240, camera 1 runs at 1280x960: its images are not whole", of an image that the
+/// device has scaled for another camera's size. Empty of any other.
+std::string whyMisfit(OXSession& pSession, const CameraImage& pImage);
+
 /// "640x480".
 std::string sizeText(FrameSize pSize);
 

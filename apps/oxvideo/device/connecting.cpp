@@ -26,16 +26,6 @@ using std::chrono::milliseconds;
 // For all steps, so that the program itself has ended within two seconds.
 constexpr milliseconds kLimit{1500};
 
-/// A word as a shell reads it.
-std::string quoted(const std::string& pWord) {
-  constexpr std::string_view kPlain =
-      "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_-+./:=@%,";
-  if (!pWord.empty() && pWord.find_first_not_of(kPlain) == std::string::npos) return pWord;
-  std::string text = "'";
-  for (const char c : pWord) text += c == '\'' ? std::string("'\\''") : std::string(1, c);
-  return text + "'";
-}
-
 bool isOnPath(const std::filesystem::path& pFolder) {
   const char* const list = std::getenv("PATH");
   std::string_view rest = list ? list : "";
@@ -54,7 +44,7 @@ std::string brokerProgram() {
   const auto folder = std::filesystem::read_symlink("/proc/self/exe", error).parent_path();
   const auto program = folder / "oxbroker";
   if (error || ::access(program.c_str(), X_OK) != 0 || isOnPath(folder)) return "oxbroker";
-  return quoted(program.string());
+  return shellWord(program.string());
 }
 
 bool isThisMachine(const std::string& pAddress) {
@@ -80,11 +70,11 @@ std::string addressHint() {
 }
 
 [[noreturn]] void failToTalk(const std::string& pAddress, const std::string& pReason) {
-  throw OXFailure(fmt::format(
-      "no broker at {}: something listens there, but does not answer as a broker does\n"
-      "  what came:              {}\n"
-      "  a broker that is full   ends further connections: oxbroker --max-connections{}",
-      printable(pAddress), printable(pReason), addressHint()));
+  throw OXFailure(
+      fmt::format("no broker at {}: something listens there, but does not answer as a broker does\n"
+                  "  what came:              {}\n"
+                  "  a full broker           closes new connections; raise its --max-connections{}",
+                  printable(pAddress), printable(pReason), addressHint()));
 }
 
 }  // namespace
@@ -92,7 +82,7 @@ std::string addressHint() {
 std::string brokerCommand(const std::string& pAddress, const std::string& pOptions) {
   // Where the program lies on another machine is not known here.
   const std::string program = isThisMachine(pAddress) ? brokerProgram() : "oxbroker";
-  return program + " --load libvideoinput.so " + pOptions + "--listen " + quoted(pAddress);
+  return program + " --load libvideoinput.so " + pOptions + "--listen " + shellWord(pAddress);
 }
 
 boost::shared_ptr<OXRemoteBroker> connectToBroker(const std::string& pAddress,

@@ -64,8 +64,8 @@ std::string hint(const OXError& pError, const std::string& pBroker) {
     return "a camera takes resolution, frame-rate and select; a colour space is a subscriber's";
   if (text.ends_with("invalid frame rate")) return "a subscriber takes 1 to 30 frames a second";
   if (text == "unable to open the video file")
-    return "the broker opens the file, on its own machine and with its own permissions; "
-           "oxvideo info FILE says what is wrong with one";
+    return "the file camera has no recording yet, or can't open it on the broker's machine; choose "
+           "one: oxvideo play drive.oxv";
   return {};
 }
 

@@ -30,7 +30,7 @@ void addLookRate(OXVerb& pVerb, RateWish& pWish) {
   pVerb
       .option("--fps", pWish.fps,
               "rate to subscribe with, images a second; it stays with the camera (default 5, which "
-              "changes nothing)")
+              "raises none)")
       .valueName("F")
       .range(1, 255);
   addForceFps(pVerb, pWish);

@@ -61,7 +61,7 @@ class LastMessage {
 
 /// "Invalid argument (No such filter: 'foo')"
 std::string reason(int pError) {
-  const std::string error = ffmpegError(pError);
+  std::string error = ffmpegError(pError);
   const std::string message = LastMessage::take();
   if (message.empty()) return error;
   // Some messages say all of it.

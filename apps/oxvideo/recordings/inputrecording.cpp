@@ -27,8 +27,9 @@ std::string whyUnreadable(const std::string& pPath, const std::string& pError) {
     return "no permission to read " + pPath;
   if (pError.find("not an .oxv file") == std::string::npos || fs::path(pPath).extension() == ".oxv")
     return pError;
-  return fmt::format("{}\n  a video must be imported first: oxvideo import {} {}", pError, pPath,
-                     fs::path(pPath).replace_extension(".oxv").filename().string());
+  return fmt::format("{}\n  a video must be imported first: oxvideo import {} {}", pError,
+                     shellWord(pPath),
+                     shellWord(fs::path(pPath).replace_extension(".oxv").filename().string()));
 }
 
 }  // namespace

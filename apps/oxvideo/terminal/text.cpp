@@ -58,6 +58,19 @@ std::string printable(std::string_view pText) {
   return result;
 }
 
+std::string shellWord(const std::string& pWord) {
+  constexpr std::string_view kPlain =
+      "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_-+./:=@%,";
+  if (!pWord.empty() && pWord.find_first_not_of(kPlain) == std::string::npos) return pWord;
+  std::string text = "'";
+  for (const char c : pWord) text += c == '\'' ? std::string("'\\''") : std::string(1, c);
+  return text + "'";
+}
+
+std::string counted(std::int64_t pNumber, const std::string& pThing) {
+  return std::to_string(pNumber) + " " + pThing + (pNumber == 1 ? "" : "s");
+}
+
 std::string join(const std::vector<std::string>& pWords) {
   return fmt::format("{}", fmt::join(pWords, ", "));
 }

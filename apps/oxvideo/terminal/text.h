@@ -1,6 +1,7 @@
 /// Formats text for terminals: escapes, colours, tables.
 #pragma once
 
+#include <cstdint>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -10,6 +11,12 @@ namespace OX::cli {
 /// Makes foreign text safe to print: control characters and invalid UTF-8 become \x1b and the like;
 /// line ends and tabs stay.
 std::string printable(std::string_view pText);
+
+/// A word as one writes it in a shell: quoted unless it is plain.
+std::string shellWord(const std::string& pWord);
+
+/// "1 image", "2 images".
+std::string counted(std::int64_t pNumber, const std::string& pThing);
 
 /// The words, separated by ", ".
 std::string join(const std::vector<std::string>& pWords);

@@ -140,6 +140,12 @@ bool OXConnections::cancelWill(int pConnection, int pWill) {
   return true;
 }
 
+bool OXConnections::hasWills(int pConnection) const {
+  const detail::MutexLock hold(fGuard);
+  const auto found = fConnections.find(pConnection);
+  return found != fConnections.end() && !found->second.wills.empty();
+}
+
 std::vector<OXLastWill> OXConnections::takeWills(int pConnection) {
   const detail::MutexLock hold(fGuard);
   const auto found = fConnections.find(pConnection);
@@ -163,6 +169,15 @@ void OXConnections::xDrop(int pConnection, const std::vector<std::uint64_t>& pNu
   });
 }
 
+bool OXConnections::xIsFirstFailure(int pConnection, std::uint64_t pNumber) {
+  const detail::MutexLock hold(fGuard);
+  const auto found = fConnections.find(pConnection);
+  if (found == fConnections.end()) return false;
+  for (Acquisition& one : found->second.acquisitions)
+    if (one.number == pNumber) return !std::exchange(one.hasFailed, true);
+  return false;
+}
+
 bool OXConnections::giveBack(int pConnection) {
   std::vector<Acquisition> owned;
   {
@@ -178,6 +193,7 @@ bool OXConnections::giveBack(int pConnection) {
       if (!module || module->getOwnership().end(one.number)) ended.push_back(one.number);
     } catch (const std::exception& error) {
       // It is asked again: the others must not wait for it, nor may it be lost.
+      if (!xIsFirstFailure(pConnection, one.number)) continue;
       ki::log::LogStream(ki::log::kWarning, "framework.broker", "", "giveBack", 0)
           << module->getName() << " could not end what a client left: " << error.what();
     }
@@ -202,38 +218,51 @@ void OXConnections::dropEnded(const OXModuleCore& pModule) try {
 
 // ---- looking ----
 
-OXCaller OXConnections::findOwner(const std::string& pModule, const std::string& pId) const {
-  struct Candidate {
+std::map<std::string, OXCaller> OXConnections::findOwners(const std::string& pModule) const {
+  struct Owner {
     StateReader state;
-    Acquisition acquisition;
+    std::vector<Acquisition> acquisitions;
   };
-  std::vector<Candidate> candidates;
+  std::vector<Owner> present;
   {
     const detail::MutexLock hold(fGuard);
     for (const auto& [number, connection] : fConnections)
-      for (const Acquisition& one : connection.acquisitions)
-        candidates.push_back({connection.state, one});
+      if (!connection.acquisitions.empty())
+        present.push_back({connection.state, connection.acquisitions});
   }
-  for (const Candidate& one : candidates) {
-    const boost::shared_ptr<OXModuleCore> module = one.acquisition.module.lock();
-    if (module && module->getName() == pModule && xFindId(one.acquisition) == pId)
-      return one.state().caller;
+  std::map<std::string, OXCaller> owners;
+  for (const Owner& owner : present) {
+    const OXCaller caller = owner.state().caller;
+    for (const Acquisition& one : owner.acquisitions) {
+      const boost::shared_ptr<OXModuleCore> module = one.module.lock();
+      if (!module || module->getName() != pModule) continue;
+      std::string id = xFindId(one);
+      if (!id.empty()) owners.emplace(std::move(id), caller);
+    }
   }
-  return {};
+  return owners;
 }
 
 std::vector<OXConnections::Listed> OXConnections::list() const {
-  std::vector<Connection> present;
+  // Not the wills: copying what clients left there would keep the lock for long.
+  struct Present {
+    StateReader state;
+    std::chrono::steady_clock::time_point begin;
+    std::vector<Acquisition> acquisitions;
+  };
+  std::vector<Present> present;
   {
     const detail::MutexLock hold(fGuard);
     for (const auto& [number, connection] : fConnections)
-      if (!connection.ended) present.push_back(connection);
+      if (!connection.ended)
+        present.push_back({connection.state, connection.begin, connection.acquisitions});
   }
   const auto now = std::chrono::steady_clock::now();
   std::vector<Listed> listed;
-  for (const Connection& one : present) {
+  for (const Present& one : present) {
     Listed entry{
         one.state(), std::chrono::duration_cast<std::chrono::seconds>(now - one.begin), {}};
+    if (entry.state.caller.connection == 0) continue;  // it has ended meanwhile
     for (const Acquisition& acquisition : one.acquisitions) {
       std::string id = xFindId(acquisition);
       if (!id.empty()) entry.ids.push_back(std::move(id));

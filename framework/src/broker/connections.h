@@ -46,6 +46,8 @@ class OXConnections {
  public:
   using StateReader = std::function<OXConnectionState()>;
   static constexpr std::size_t kMaxWills = 64;  ///< of one connection
+  /// Of the arguments of one will. They are kept for as long as the connection lasts.
+  static constexpr std::size_t kMaxWillBytes = 65536;
 
   /// The number of a new connection. pState is thread-safe and may still be called shortly after
   /// forget(), so it must hold the connection weakly.
@@ -66,6 +68,7 @@ class OXConnections {
   int addWill(int pConnection, OXLastWill pWill);
   /// False when the connection has no such will.
   bool cancelWill(int pConnection, int pWill);
+  bool hasWills(int pConnection) const;
   /// The wills in their order; none remains.
   std::vector<OXLastWill> takeWills(int pConnection);
 
@@ -75,8 +78,8 @@ class OXConnections {
   /// Drops the acquisitions of a module whose ids are gone.
   void dropEnded(const OXModuleCore& pModule);
 
-  /// The state of the connection that owns the id; number 0 when none does.
-  OXCaller findOwner(const std::string& pModule, const std::string& pId) const;
+  /// The ids of a module that connections own, and the owner of each.
+  std::map<std::string, OXCaller> findOwners(const std::string& pModule) const;
 
   struct Listed {
     OXConnectionState state;
@@ -93,6 +96,7 @@ class OXConnections {
   struct Acquisition {
     boost::weak_ptr<OXModuleCore> module;
     std::uint64_t number;
+    bool hasFailed = false;  ///< to end, which was logged
   };
   struct Connection {
     StateReader state;
@@ -107,6 +111,7 @@ class OXConnections {
   std::uint64_t xNextAcquisition(int pConnection);
   void xKeep(int pConnection, const boost::shared_ptr<OXModuleCore>& pModule,
              std::uint64_t pNumber);
+  bool xIsFirstFailure(int pConnection, std::uint64_t pNumber);
   /// Drops acquisitions of a connection by their numbers.
   void xDrop(int pConnection, const std::vector<std::uint64_t>& pNumbers);
 

@@ -206,8 +206,16 @@ void OXBroker::removeEndpoint(const void* pOwner) {
 }
 
 std::string OXBroker::getOwner(const std::string& pModule, const std::string& pId) const {
-  const OXCaller owner = fConnections->findOwner(pModule, pId);
-  return owner.name.empty() ? describeAddress(owner) : owner.name;
+  const std::map<std::string, std::string> owners = getOwners(pModule);
+  const auto found = owners.find(pId);
+  return found == owners.end() ? std::string() : found->second;
+}
+
+std::map<std::string, std::string> OXBroker::getOwners(const std::string& pModule) const {
+  std::map<std::string, std::string> owners;
+  for (const auto& [id, owner] : fConnections->findOwners(pModule))
+    owners.emplace(id, owner.name.empty() ? describeAddress(owner) : owner.name);
+  return owners;
 }
 
 void OXBroker::shutdown() {

@@ -27,6 +27,16 @@ OXValue toValue(const OXMethodInfo& pMethod) {
 }
 
 /// In the order in which introspection shows them.
+/// About what a value takes in memory.
+std::size_t sizeOf(const OXValue& pValue) {
+  std::size_t size = sizeof(OXValue);
+  if (pValue.isArray())
+    for (int i = 0; i < pValue.getSize(); ++i) size += sizeOf(pValue[i]);
+  else if (pValue.isString() || pValue.isBinary())
+    size += static_cast<std::size_t>(pValue.getSize());
+  return size;
+}
+
 std::vector<OXPublication<OXBrokerModule>> publications() {
   return {
       {.name = "getModuleList",
@@ -87,7 +97,8 @@ std::vector<OXPublication<OXBrokerModule>> publications() {
        .description =
            "Leaves a last will: a call that the broker makes when this connection has ended, in "
            "whatever way, before it ends the connection's subscriptions. A connection has 64 at "
-           "most, which have 5 s for all together; one that fails does not keep the others from "
+           "most, of 64 KiB of arguments each, which have 5 s for all together; one that fails "
+           "does not keep the others from "
            "running. None runs when the broker itself ends",
        .method = operation(&OXBrokerModule::onDisconnect),
        .parameters = {{"module", "name of a module, as getModuleList returns it"},
@@ -183,6 +194,11 @@ int OXBrokerModule::onDisconnect(const std::string& pModule, const std::string& 
   const int connection = xConnection("onDisconnect");
   if (!pArguments.isArray())
     raiseError("OXBroker", "onDisconnect", "The arguments of a last will are an array");
+  if (const std::size_t bytes = sizeOf(pArguments); bytes > OXConnections::kMaxWillBytes)
+    raiseError("OXBroker", "onDisconnect",
+               "The arguments of a last will may have " +
+                   std::to_string(OXConnections::kMaxWillBytes) + " bytes at most, not " +
+                   std::to_string(bytes));
   // A mistake fails here, where there is still somebody to be told.
   selectMethod(pModule, xFind(pModule, "onDisconnect")->getMethods(), pMethod, pArguments);
   return xBroker("onDisconnect")

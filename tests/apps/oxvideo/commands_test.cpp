@@ -636,7 +636,7 @@ TEST_F(Verbs, RecordAsksOnceForEachNewFrame) {
   device().answer("recordVideo", [](const OXValue&) { return true; });
   device().answer("getImageRemote", [](const OXValue&) { return OXValue(); });
   EXPECT_THAT(run({"record", "out.oxv", "--frames", "1", "--timeout", "0.1"}).err,
-              HasSubstr("0 of 1 frames recorded"));
+              HasSubstr("ended after 0 of 1 frames"));
   expectAllUnsubscribed();
 }
 
@@ -795,14 +795,14 @@ TEST_F(StatusVerbs, RecordSaysWhatThereIsAtItsEnd) {
        "film.oxv: No space left on device",
        0,
        kFailed,
-       {"film.oxv: 13 images, ", "13 of 46 frames recorded", "No space left on device"}},
+       {"film.oxv: 13 images, ", "ended after 13 of 46 frames", "No space left on device"}},
       {"ended by somebody else",
        13,
        "stopped",
        "its subscriber left",
        0,
        kFailed,
-       {"13 of 46 frames recorded", "its subscriber left"}},
+       {"ended after 13 of 46 frames", "its subscriber left"}},
   };
   for (const auto& row : rows) {
     tellRecording(row.images, row.state, row.reason, row.missing);

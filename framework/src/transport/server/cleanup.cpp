@@ -2,6 +2,8 @@
 // end is announced. On the io thread unless told otherwise; what may wait runs on the broker's
 // threads.
 #include <boost/asio/post.hpp>
+#include <new>
+#include <thread>
 #include <utility>
 
 #include <oxframework/oxlog.h>
@@ -45,6 +47,7 @@ void Connection::xAfter(std::chrono::milliseconds pDelay, void (Connection::*pSt
 
 void Connection::xCleanUp() {
   if (fEndsWithServer || fCore->broker.expired()) return xForget();
+  if (!fConnections->hasWills(fNumber)) return xBeginGivingBack();
   fPhase = Phase::kWills;
   if (!xPost(&Connection::xRunWills)) return xAfter(kPause, &Connection::xCleanUp);
   ++fRunning;
@@ -90,12 +93,19 @@ void Connection::xReportWill(const OXLastWill& pWill, const char* pProblem) cons
   }
 }
 
-// Weakly: a handler that remains in a stopped io_context would keep this alive, and this the
-// io_context.
+// Tried again without memory: the step after it would never come. Weakly: a handler that remains in
+// a stopped io_context would keep this alive, and this the io_context.
 void Connection::xPostToIo(void (Connection::*pStep)()) {
-  boost::asio::post(xIo(), [weak = weak_from_this(), pStep] {
-    if (const auto self = weak.lock()) (static_cast<Connection&>(*self).*pStep)();
-  });
+  for (;;) {
+    try {
+      boost::asio::post(xIo(), [weak = weak_from_this(), pStep] {
+        if (const auto self = weak.lock()) (static_cast<Connection&>(*self).*pStep)();
+      });
+      return;
+    } catch (const std::bad_alloc&) {
+      std::this_thread::sleep_for(kPause);
+    }
+  }
 }
 
 void Connection::xWillsRan() {
@@ -106,6 +116,9 @@ void Connection::xWillsRan() {
 
 void Connection::xBeginGivingBack() {
   fPhase = Phase::kGivingBack;
+  // Wills that no thread has begun in their time: what they speak of goes now.
+  for (const OXLastWill& will : fConnections->takeWills(fNumber))
+    xReportWill(will, "not called: the broker was busy for all the time that last wills have");
   fAnnounceBy = std::chrono::steady_clock::now() + kAnnounceLimit;
   xGiveBack();
 }
@@ -156,16 +169,20 @@ void Connection::xForget() {
 }
 
 void Connection::xAnnounceEnd() {
-  if (std::exchange(fAnnounced, true)) return;
-  const std::string name = [this] {
-    const detail::MutexLock guard(fNameGuard);
-    return fClient.name;
-  }();
-  const auto broker = fCore->broker.lock();
-  if (broker && !name.empty())
-    broker->post([weak = fCore->broker, name] {
-      if (const auto alive = weak.lock()) raiseClientDisconnected(*alive, name);
-    });
+  if (fAnnounced) return;
+  try {
+    const std::string name = [this] {
+      const detail::MutexLock guard(fNameGuard);
+      return fClient.name;
+    }();
+    const auto broker = fCore->broker.lock();
+    if (broker && !name.empty())
+      broker->post([weak = fCore->broker, name] {
+        if (const auto alive = weak.lock()) raiseClientDisconnected(*alive, name);
+      });
+  } catch (const std::bad_alloc&) {  // the connection must be forgotten all the same
+  }
+  fAnnounced = true;
 }
 
 }  // namespace OX::wire

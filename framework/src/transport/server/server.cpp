@@ -98,7 +98,12 @@ class OXServer::Impl {
                                    },
                                    [this](const auto& pForgotten) { fEnding.erase(pForgotten); }});
     fConnections.insert(connection);
-    connection->begin();
+    try {
+      connection->begin();
+    } catch (...) {  // without memory nothing is left of it
+      fConnections.erase(connection);
+      throw;
+    }
     if (fConnections.size() == 1) xLookForSilent();
   }
 

@@ -38,8 +38,9 @@ void OXVisionSimulatorCam::xAnnounceExpectedImages() {
     announced = expected;
     try {
       OXMemoryProxy(getParentBroker()).raiseEvent("VideoInput/ExpectedImage", expected);
-    } catch (const OXError&) {
-      // Without a memory service, or at the end of the broker, there is nobody to tell.
+    } catch (const std::exception&) {
+      // Without a memory service, or at the end of the broker, there is nobody to tell. What else
+      // fails must not end the announcements: push asks from time to time.
     }
   }
   // Posted anew rather than repeated here: callbacks that go on changing cameras then keep neither

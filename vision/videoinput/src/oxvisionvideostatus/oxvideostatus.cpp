@@ -154,10 +154,11 @@ OXValue OXVideoStatus::getSubscribers() {
   // After the copy, so that the broker is asked without a lock of the device.
   const std::vector<SubscriberStatus> subscribers = xDevice("getSubscribers()")->subscriberStatus();
   const boost::shared_ptr<OXBroker> broker = getParentBroker();
+  std::map<std::string, std::string> owners;
+  if (broker) owners = broker->getOwners(kDevice);
   OXValue::Array result;
   for (const SubscriberStatus& subscriber : subscribers)
-    result.push_back(
-        toValue(subscriber, broker ? broker->getOwner(kDevice, subscriber.id) : std::string()));
+    result.push_back(toValue(subscriber, owners[subscriber.id]));
   return {std::move(result)};
 }
 

@@ -116,7 +116,7 @@ void OXVisionVideoInput::xRecord(const boost::shared_ptr<VisionModuleInfo>& pSub
     }
     // Counted as recorded also when the file takes no more: clients rely on when it is closed.
     ++pSubscriber->fRecordedCount;
-    if (written)
+    if (written && pSubscriber->fRecording)  // null after a write that failed
       pSubscriber->fRecording->add(raw.fTimeStamp, raw.getSizeBytes(), pSubscriber->fFrameRate);
     else if (pSubscriber->fVideo)
       xEndRecord(*pSubscriber, RecordingState::kFailed, pSubscriber->fVideo->getLastError());

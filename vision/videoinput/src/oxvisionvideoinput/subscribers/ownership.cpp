@@ -51,19 +51,21 @@ bool OXVisionVideoInput::xEndAcquired(std::uint64_t pAcquisition) {
   if (!turn.isTaken()) return false;
   // By somebody else, while its turn was waited for.
   if (subscriber->fIsUnsubscribed) return true;
+  // Before the turn of the cameras, which others wait for: a disk may be slow.
+  if (subscriber->fIsRecording || subscriber->fVideo)
+    xCloseVideo(subscriber, "its client disconnected");
   const BoundedTurn change(fCamerasTurn, fVisionModulesLock, kTurnBound);
   if (!change.isTaken()) return false;
   xEndSubscriber(subscriber);
   return true;
 }
 
-// In the order of an unsubscription, whose reasons are there. But a camera that can't be changed,
-// say because its file is gone, keeps no subscriber here: nobody is left who could try again.
+// As an unsubscription of one stream does, whose reasons are there. But a camera that can't be
+// changed, say because its file is gone, keeps no subscriber here: nobody is left who could try
+// again.
 void OXVisionVideoInput::xEndSubscriber(const boost::shared_ptr<VisionModuleInfo>& pSubscriber) {
   xFreeRetired();
   xReleaseAllConverted(pSubscriber);
-  if (pSubscriber->fIsRecording || pSubscriber->fVideo)
-    xCloseVideo(pSubscriber, "its client disconnected");
   std::vector<int> used = pSubscriber->fActiveCameras;
   if (!pSubscriber->fIsMultiStream) used = {xCurrentCamera(*pSubscriber)};
   for (int i = 0; i < fNbCameras; ++i) xRemoveBuffers(xClaim(pSubscriber, i));
