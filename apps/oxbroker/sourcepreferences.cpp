@@ -75,7 +75,7 @@ OXValue SourcePreferences::readPrefFile(const std::string& pFileName, bool pFlag
     fSupplied = true;
     return entries(kSources[0].value);
   }
-  const OXValue result = OXPreferences::readPrefFile(pFileName, pFlag);
+  OXValue result = OXPreferences::readPrefFile(pFileName, pFlag);
   const detail::MutexLock guard(fGuard);
   fUnknown = unknownSource(result);
   return result;
