@@ -39,6 +39,7 @@ class DeviceProbe {
   int lentFrames(int pCamera) const OX_NO_THREAD_SAFETY_ANALYSIS;  // no other thread, as above
 
  private:
+  void xOrderBeforeWhatFollows() const;
   std::string xFrameComplaints(int pCamera) const;
 
   const OXVisionVideoInput& fDevice;
