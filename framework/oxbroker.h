@@ -71,6 +71,10 @@ class OX_API OXBroker : public boost::enable_shared_from_this<OXBroker> {
   /// Calls a method on the caller's own thread. Throws OXError and nothing else.
   OXValue call(const std::string& pModule, const std::string& pMethod, const OXValue& pArguments);
 
+  /// The same of a module that the caller has found already; for the transport.
+  OXValue xCall(const boost::shared_ptr<OXModuleCore>& pModule, const std::string& pMethod,
+                const OXValue& pArguments);
+
   /// Runs pTask on a thread of the broker. Tasks start in order; one that waits does not keep
   /// others from starting while fewer than maxThreads run. What a task throws is logged. False when
   /// the task was dropped: the broker is shutting down, or no thread could be started.
@@ -90,10 +94,8 @@ class OX_API OXBroker : public boost::enable_shared_from_this<OXBroker> {
   void addEndpoint(const void* pOwner, const std::string& pName, Endpoint pEndpoint);
   void removeEndpoint(const void* pOwner);
 
-  /// Who owns an id that a module keeps for its callers (OXOwnership): the client name of the
-  /// connection, without one its address. Empty when it is nobody's, or unknown.
-  std::string getOwner(const std::string& pModule, const std::string& pId) const;
-  /// The same for all ids of a module that somebody owns, at once.
+  /// The ids that a module keeps for connections (OXOwnership), each with its owner as describe()
+  /// has it. Ids that are nobody's are not among them.
   std::map<std::string, std::string> getOwners(const std::string& pModule) const;
   /// The remote connections, for the transport and the module "OXBroker". Never null.
   const boost::shared_ptr<OXConnections>& xConnections() const { return fConnections; }
@@ -149,6 +151,10 @@ struct OXCaller {
   int userId = -1;      ///< over a Unix-domain socket; -1 when unknown
   std::string name;     ///< as given to setClientName(); empty without
 };
+
+/// The caller for people: its name, else its address, with process and user where they are known:
+/// "unix:PATH (process 7, user 0)".
+OX_API std::string describe(const OXCaller& pCaller);
 
 /// The remote caller of the call that runs on this thread. The transport sets it around a remote
 /// call; a local call has none, also one that a remote call makes on another thread. Methods use it

@@ -140,9 +140,11 @@ RecordingStatus parseRecording(Fields pFields) {
   return recording;
 }
 
-std::optional<OXValue> query(OXSession& pSession, const char* pMethod) {
+template <typename Status>
+std::optional<std::vector<Status>> query(OXSession& pSession, const char* pMethod,
+                                         std::vector<Status> (*pParse)(const OXValue&)) {
   if (!pSession.hasModule(kService)) return std::nullopt;
-  return pSession.call(kService, pMethod, OXValue(OXValue::Array()));
+  return pParse(pSession.call(kService, pMethod, OXValue(OXValue::Array())));
 }
 
 }  // namespace
@@ -160,18 +162,15 @@ std::vector<RecordingStatus> parseRecordings(const OXValue& pReply) {
 }
 
 std::optional<std::vector<CameraStatus>> queryCameras(OXSession& pSession) {
-  const auto reply = query(pSession, "getCameras");
-  return reply ? std::optional(parseCameras(*reply)) : std::nullopt;
+  return query(pSession, "getCameras", parseCameras);
 }
 
 std::optional<std::vector<SubscriberStatus>> querySubscribers(OXSession& pSession) {
-  const auto reply = query(pSession, "getSubscribers");
-  return reply ? std::optional(parseSubscribers(*reply)) : std::nullopt;
+  return query(pSession, "getSubscribers", parseSubscribers);
 }
 
 std::optional<std::vector<RecordingStatus>> queryRecordings(OXSession& pSession) {
-  const auto reply = query(pSession, "getRecordings");
-  return reply ? std::optional(parseRecordings(*reply)) : std::nullopt;
+  return query(pSession, "getRecordings", parseRecordings);
 }
 
 std::optional<CameraStatus> queryCamera(OXSession& pSession, int pCamera) {

@@ -24,6 +24,7 @@ namespace ki::log {
 namespace {
 
 constexpr std::chrono::milliseconds kEndWait(1000);
+constexpr std::chrono::milliseconds kForkWait(200);
 
 /// Null until the first record. Apart from the registry, since the end of a process may find the
 /// registry locked.
@@ -76,8 +77,13 @@ struct SinkRegistry {
 SinkRegistry& registry();
 
 // A forked child has no writer's thread, and the records that are queued are its parent's: it gets
-// a writer of its own, and a lock that no thread of the parent holds.
-void beforeFork() OX_NO_THREAD_SAFETY_ANALYSIS { registry().guard.lock(); }
+// a writer of its own, and a lock that no thread of the parent holds. The C library's lock of the
+// time zone is not among those that it frees in a child: the parent's writer must not be converting
+// a time at that moment. One that waits for a reader does not hold it, hence the bound.
+void beforeFork() OX_NO_THREAD_SAFETY_ANALYSIS {
+  registry().guard.lock();
+  if (const LogWriter* const writer = gWriter) writer->awaitWritten(kForkWait);
+}
 void afterForkInParent() OX_NO_THREAD_SAFETY_ANALYSIS { registry().guard.unlock(); }
 void afterForkInChild() OX_NO_THREAD_SAFETY_ANALYSIS {
   // The old one is left as it is: the thread that it waits for does not exist here.

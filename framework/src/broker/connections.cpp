@@ -65,13 +65,14 @@ void OXConnections::forget(int pConnection) {
 OXValue OXConnections::call(OXBroker& pBroker, int pConnection, const std::string& pModule,
                             const std::string& pMethod, const OXValue& pArguments) {
   const boost::shared_ptr<OXModuleCore> module = pBroker.getModule(pModule);
-  const bool acquires = module && contains(module->getOwnership().acquiring, pMethod);
+  if (!module) return pBroker.call(pModule, pMethod, pArguments);  // which says so
+  const bool acquires = contains(module->getOwnership().acquiring, pMethod);
   const std::uint64_t number = acquires ? xNextAcquisition(pConnection) : 0;
   // Also without a number: a call within an acquiring one is the module's own.
   const AcquisitionScope scope(number);
-  if (number == 0) return pBroker.call(pModule, pMethod, pArguments);
+  if (number == 0) return pBroker.xCall(module, pMethod, pArguments);
   try {
-    OXValue result = pBroker.call(pModule, pMethod, pArguments);
+    OXValue result = pBroker.xCall(module, pMethod, pArguments);
     xKeep(pConnection, module, number);
     return result;
   } catch (...) {
@@ -218,20 +219,20 @@ void OXConnections::dropEnded(const OXModuleCore& pModule) try {
 
 // ---- looking ----
 
+// Not the wills: copying what clients left there would keep the lock for long.
+std::vector<OXConnections::Present> OXConnections::xPresent() const {
+  const detail::MutexLock hold(fGuard);
+  std::vector<Present> present;
+  present.reserve(fConnections.size());
+  for (const auto& [number, one] : fConnections)
+    present.push_back({one.state, one.begin, one.ended, one.acquisitions});
+  return present;
+}
+
 std::map<std::string, OXCaller> OXConnections::findOwners(const std::string& pModule) const {
-  struct Owner {
-    StateReader state;
-    std::vector<Acquisition> acquisitions;
-  };
-  std::vector<Owner> present;
-  {
-    const detail::MutexLock hold(fGuard);
-    for (const auto& [number, connection] : fConnections)
-      if (!connection.acquisitions.empty())
-        present.push_back({connection.state, connection.acquisitions});
-  }
   std::map<std::string, OXCaller> owners;
-  for (const Owner& owner : present) {
+  for (const Present& owner : xPresent()) {
+    if (owner.acquisitions.empty()) continue;
     const OXCaller caller = owner.state().caller;
     for (const Acquisition& one : owner.acquisitions) {
       const boost::shared_ptr<OXModuleCore> module = one.module.lock();
@@ -244,25 +245,13 @@ std::map<std::string, OXCaller> OXConnections::findOwners(const std::string& pMo
 }
 
 std::vector<OXConnections::Listed> OXConnections::list() const {
-  // Not the wills: copying what clients left there would keep the lock for long.
-  struct Present {
-    StateReader state;
-    std::chrono::steady_clock::time_point begin;
-    std::vector<Acquisition> acquisitions;
-  };
-  std::vector<Present> present;
-  {
-    const detail::MutexLock hold(fGuard);
-    for (const auto& [number, connection] : fConnections)
-      if (!connection.ended)
-        present.push_back({connection.state, connection.begin, connection.acquisitions});
-  }
   const auto now = std::chrono::steady_clock::now();
   std::vector<Listed> listed;
-  for (const Present& one : present) {
+  for (const Present& one : xPresent()) {
     Listed entry{
         one.state(), std::chrono::duration_cast<std::chrono::seconds>(now - one.begin), {}};
-    if (entry.state.caller.connection == 0) continue;  // it has ended meanwhile
+    // It has ended, or it does meanwhile.
+    if (one.ended || entry.state.caller.connection == 0) continue;
     for (const Acquisition& acquisition : one.acquisitions) {
       std::string id = xFindId(acquisition);
       if (!id.empty()) entry.ids.push_back(std::move(id));

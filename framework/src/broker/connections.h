@@ -55,7 +55,7 @@ class OXConnections {
   /// The connection has ended: it is no longer listed and makes no more wills. What its calls under
   /// way acquire is still its own, to be given back.
   void end(int pConnection);
-  /// Nothing is left of it.
+  /// Drops what remains of it.
   void forget(int pConnection);
 
   /// Calls for a connection, which owns what the call acquires. Throws OXError and nothing else.
@@ -107,6 +107,15 @@ class OXConnections {
     std::vector<OXLastWill> wills;
   };
 
+  /// What is looked at without the lock.
+  struct Present {
+    StateReader state;
+    std::chrono::steady_clock::time_point begin;
+    bool ended;
+    std::vector<Acquisition> acquisitions;
+  };
+
+  std::vector<Present> xPresent() const;
   static std::string xFindId(const Acquisition& pAcquisition);
   std::uint64_t xNextAcquisition(int pConnection);
   void xKeep(int pConnection, const boost::shared_ptr<OXModuleCore>& pModule,

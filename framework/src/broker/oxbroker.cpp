@@ -138,7 +138,13 @@ OXValue OXBroker::call(const std::string& pModule, const std::string& pMethod,
                        const OXValue& pArguments) {
   const boost::shared_ptr<OXModuleCore> module = getModule(pModule);
   if (!module) raiseError("OXBroker", "call", "There is no module \"" + pModule + "\"");
+  return xCall(module, pMethod, pArguments);
+}
+
+OXValue OXBroker::xCall(const boost::shared_ptr<OXModuleCore>& pModule, const std::string& pMethod,
+                        const OXValue& pArguments) {
   // The call may outlive this broker, so only these are used from here on.
+  const boost::shared_ptr<OXModuleCore> module = pModule;
   const boost::shared_ptr<OXConnections> connections = fConnections;
   OXValue result;
   try {
@@ -147,7 +153,7 @@ OXValue OXBroker::call(const std::string& pModule, const std::string& pMethod,
     throw;
   } catch (const std::exception& error) {
     // A module that overrides execute() may throw anything.
-    raiseError(pModule, pMethod, std::string("The method failed: ") + error.what());
+    raiseError(module->getName(), pMethod, std::string("The method failed: ") + error.what());
   }
   const std::vector<std::string>& returning = module->getOwnership().returning;
   if (std::find(returning.begin(), returning.end(), pMethod) != returning.end())
@@ -205,16 +211,10 @@ void OXBroker::removeEndpoint(const void* pOwner) {
   fEndpoints.erase(first, fEndpoints.end());
 }
 
-std::string OXBroker::getOwner(const std::string& pModule, const std::string& pId) const {
-  const std::map<std::string, std::string> owners = getOwners(pModule);
-  const auto found = owners.find(pId);
-  return found == owners.end() ? std::string() : found->second;
-}
-
 std::map<std::string, std::string> OXBroker::getOwners(const std::string& pModule) const {
   std::map<std::string, std::string> owners;
   for (const auto& [id, owner] : fConnections->findOwners(pModule))
-    owners.emplace(id, owner.name.empty() ? describeAddress(owner) : owner.name);
+    owners.emplace(id, describe(owner));
   return owners;
 }
 
@@ -262,6 +262,10 @@ std::vector<boost::shared_ptr<OXBroker>> OXBrokerManager::getBrokers() const {
   for (const auto& known : fBrokers)
     if (const boost::shared_ptr<OXBroker> broker = known.lock()) brokers.push_back(broker);
   return brokers;
+}
+
+std::string describe(const OXCaller& pCaller) {
+  return pCaller.name.empty() ? describeAddress(pCaller) : pCaller.name;
 }
 
 OXCallerContext::~OXCallerContext() = default;

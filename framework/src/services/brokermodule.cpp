@@ -26,7 +26,6 @@ OXValue toValue(const OXMethodInfo& pMethod) {
       toValue(pMethod.examples));
 }
 
-/// In the order in which introspection shows them.
 /// About what a value takes in memory.
 std::size_t sizeOf(const OXValue& pValue) {
   std::size_t size = sizeof(OXValue);
@@ -37,6 +36,7 @@ std::size_t sizeOf(const OXValue& pValue) {
   return size;
 }
 
+/// In the order in which introspection shows them.
 std::vector<OXPublication<OXBrokerModule>> publications() {
   return {
       {.name = "getModuleList",
@@ -97,9 +97,9 @@ std::vector<OXPublication<OXBrokerModule>> publications() {
        .description =
            "Leaves a last will: a call that the broker makes when this connection has ended, in "
            "whatever way, before it ends the connection's subscriptions. A connection has 64 at "
-           "most, of 64 KiB of arguments each, which have 5 s for all together; one that fails "
-           "does not keep the others from "
-           "running. None runs when the broker itself ends",
+           "most, with at most 64 KiB of arguments each, and 5 s for all of them together; one "
+           "that "
+           "fails does not keep the others from running. None runs when the broker itself ends",
        .method = operation(&OXBrokerModule::onDisconnect),
        .parameters = {{"module", "name of a module, as getModuleList returns it"},
                       {"method", "name of one of its methods"},
@@ -192,6 +192,7 @@ void OXBrokerModule::keepSubscriptions(bool pKeep) {
 int OXBrokerModule::onDisconnect(const std::string& pModule, const std::string& pMethod,
                                  const OXValue& pArguments) {
   const int connection = xConnection("onDisconnect");
+  const boost::shared_ptr<OXBroker> broker = xBroker("onDisconnect");
   if (!pArguments.isArray())
     raiseError("OXBroker", "onDisconnect", "The arguments of a last will are an array");
   if (const std::size_t bytes = sizeOf(pArguments); bytes > OXConnections::kMaxWillBytes)
@@ -201,9 +202,7 @@ int OXBrokerModule::onDisconnect(const std::string& pModule, const std::string& 
                    std::to_string(bytes));
   // A mistake fails here, where there is still somebody to be told.
   selectMethod(pModule, xFind(pModule, "onDisconnect")->getMethods(), pMethod, pArguments);
-  return xBroker("onDisconnect")
-      ->xConnections()
-      ->addWill(connection, {0, pModule, pMethod, pArguments});
+  return broker->xConnections()->addWill(connection, {0, pModule, pMethod, pArguments});
 }
 
 bool OXBrokerModule::cancelOnDisconnect(int pId) {

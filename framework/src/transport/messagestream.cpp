@@ -25,13 +25,6 @@ constexpr std::size_t kMessagesPerWrite = 64;
 // times as long); more lets small answers wait for a whole image to be copied.
 constexpr std::size_t kBytesPerWrite = 512 * 1024;
 
-/// False also when the other side has gone already.
-bool isTcp(const MessageStream::Socket& pSocket) {
-  error_code ended;
-  const auto endpoint = pSocket.local_endpoint(ended);
-  return !ended && endpoint.protocol().family() != AF_UNIX;
-}
-
 std::size_t oneWrite(const error_code& pError, std::size_t) { return pError ? 0 : kBytesPerWrite; }
 
 }  // namespace

@@ -7,10 +7,10 @@
 
 namespace OX::wire {
 
-/// TCP_USER_TIMEOUT would do without being asked, but it also gives up a peer that answers and has
-/// no room: a client that somebody looks at in a debugger. Here a peer is silent when the system
-/// has asked it for a sign since it was last heard, by sending data again or by a probe, and none
-/// came. One thread only.
+/// TCP_USER_TIMEOUT would need no looking, but it also gives up a peer that answers and has no
+/// room: a client that is stopped in a debugger. Here a peer is silent when the system has asked it
+/// for a sign since it was last heard, by sending data again or by a probe, and none came. One
+/// thread only.
 class Silence {
  public:
   /// How long the peer has not answered; 0 when it has, when nothing waits for it, and for a socket

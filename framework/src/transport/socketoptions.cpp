@@ -28,10 +28,16 @@ void setOptions(asio::local::stream_protocol::socket& pSocket) {
   pSocket.set_option(asio::socket_base::send_buffer_size(kSendBufferBytes));
 }
 
+bool isTcp(const asio::generic::stream_protocol::socket& pSocket) {
+  error_code ended;
+  const auto endpoint = pSocket.local_endpoint(ended);
+  return !ended && endpoint.protocol().family() != AF_UNIX;
+}
+
 // The probes of an idle connection begin at half the time and come in quarters of it; that three of
 // them are lost takes a little longer than the whole. Shorter times leave room for fewer.
 void giveUpUnheard(asio::generic::stream_protocol::socket& pSocket, int pSeconds) {
-  if (pSeconds <= 0 || pSocket.local_endpoint().protocol().family() == AF_UNIX) return;
+  if (pSeconds <= 0 || !isTcp(pSocket)) return;
   using asio::detail::socket_option::integer;
   // What the system takes at most; longer than a day is for ever in practice.
   constexpr int kMostSeconds = 32767;

@@ -14,6 +14,9 @@ void setOptions(boost::asio::ip::tcp::socket& pSocket);
 /// take turns for every part of an image.
 void setOptions(boost::asio::local::stream_protocol::socket& pSocket);
 
+/// False also when the other side has gone already.
+bool isTcp(const boost::asio::generic::stream_protocol::socket& pSocket);
+
 /// Ends an idle TCP connection whose peer has not been heard for so many seconds, within twice
 /// that. While data waits to be sent the system does not look: Silence does. Does nothing to a
 /// socket of another kind, or for 0.

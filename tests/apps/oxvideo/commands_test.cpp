@@ -474,7 +474,8 @@ TEST_F(Verbs, PushLeavesACameraToItsFeeder) {
   const auto client = OXRemoteBroker::connect(fFake.address);
   client->call("OXBroker", "setClientName", OXValue::array("oxvideo push test"));
   // As the service describes a connection without a name.
-  const std::string address = fFake.address + " (process " + std::to_string(::getpid()) + ")";
+  const std::string address = fFake.address + " (process " + std::to_string(::getpid()) +
+                              ", user " + std::to_string(::getuid()) + ")";
   const struct {
     const char* feeder;
     int ageMs;

@@ -289,15 +289,15 @@ TEST_F(Sessions, DoNotTakeAnIdThatSomebodyElseHasNow) {
   open(*first, "a");
   open(*first, "b");
   const OXValue mine = ask(*first, "getConnections")[0];
-  EXPECT_EQ(broker->getOwner("Lockers", "a"), mine[1].toString()) << "it has no name";
+  EXPECT_EQ(broker->getOwners("Lockers")["a"], mine[1].toString()) << "it has no name";
   EXPECT_EQ(mine[7], OXValue::array("a", "b"));
   second->call("Lockers", "close", OXValue::array("a"));
-  EXPECT_EQ(broker->getOwner("Lockers", "a"), "");
+  EXPECT_EQ(broker->getOwners("Lockers")["a"], "");
   lockers->close("b");  // by a module that has a pointer to this one
   open(*second, "a");
   lockers->open("b");
-  EXPECT_EQ(broker->getOwner("Lockers", "a"), "second");
-  EXPECT_EQ(broker->getOwner("Lockers", "b"), "") << "nobody's";
+  EXPECT_EQ(broker->getOwners("Lockers")["a"], "second");
+  EXPECT_EQ(broker->getOwners("Lockers")["b"], "") << "nobody's";
   EXPECT_EQ(ask(*second, "getConnections")[0][7], OXValue(OXValue::Array()));
   first.reset();
   ASSERT_TRUE(eventually([&] { return ask(*second, "getConnections").getSize() == 1; }));

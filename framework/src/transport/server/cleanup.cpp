@@ -165,7 +165,7 @@ void Connection::xForget() {
   fPhase = Phase::kForgotten;
   fTimer.cancel();
   fConnections->forget(fNumber);
-  fHandlers.forgot(xThis());
+  fHandlers.forgotten(xThis());
 }
 
 void Connection::xAnnounceEnd() {

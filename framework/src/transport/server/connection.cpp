@@ -25,7 +25,7 @@ OXError shutdownError(const OXSourceLocation& pWhere = OXSourceLocation::current
 
 boost::shared_ptr<OXConnections> connectionsOf(const ServerCore& pCore) {
   const auto broker = pCore.broker.lock();
-  // Of a broker that has ended nothing is called, and so nothing is acquired.
+  // Nothing is called on a broker that has ended, and so nothing is acquired.
   return broker ? broker->xConnections() : boost::make_shared<OXConnections>();
 }
 

@@ -39,8 +39,8 @@ class Connection : public MessageStream, private OXCallerContext {
   using Handler = std::function<void(const boost::shared_ptr<Connection>&)>;
   /// Called once each, on the io thread.
   struct Handlers {
-    Handler ended;   ///< it needs its owner still, until:
-    Handler forgot;  ///< it is cleaned up
+    Handler ended;      ///< its owner must keep it until:
+    Handler forgotten;  ///< it is cleaned up after
   };
 
   Connection(const boost::shared_ptr<ServerCore>& pCore, Socket&& pSocket, OXCaller pClient,

@@ -70,7 +70,7 @@ void OXVisionFileCam::xSelectCameraOf(const OXImage& pImage) {
   }
 }
 
-// Requests that find the image that the one before found are no steps.
+// A request that finds the same image as the one before is no step.
 void OXVisionFileCam::xCountStep(const OXImage& pImage) {
   if (!fFeed.isEmpty() && fFeed.stampUs() == pImage.fTimeStamp) return;
   std::string nobody;

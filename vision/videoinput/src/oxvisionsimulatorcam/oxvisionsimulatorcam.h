@@ -74,7 +74,8 @@ class OXVisionSimulatorCam final : public OXSingleton<OXVisionSimulatorCam>,
  private:
   friend class DeviceProbe;
 
-  // --- expectedimage.cpp: without a lock ---
+  // --- expectedimage.cpp ---
+  /// Also with the lock held: it only hands the announcement to the broker.
   void xPostAnnouncement();
   /// On a thread of the broker: raises the event for each camera that expects something else than
   /// was announced last.

@@ -350,8 +350,8 @@ class OXVisionVideoInput : public OXModule, public IVideoInput, public DeviceSta
   // --- subscribers/ownership.cpp ---
   /// Lets connections own what they subscribe. After the methods were published.
   void xDeclareOwnership();
-  /// The entry of the subscriber that the call of this number made; null when it is gone.
-  const boost::shared_ptr<VisionModuleInfo>* xFindAcquired(std::uint64_t pAcquisition) const
+  /// The subscriber that the call of this number made; null when it is gone.
+  boost::shared_ptr<VisionModuleInfo> xFindAcquired(std::uint64_t pAcquisition) const
       OX_REQUIRES_SHARED(fVisionModulesLock);
   /// Its id; empty when it is gone.
   std::string xAcquiredId(std::uint64_t pAcquisition);
@@ -581,7 +581,8 @@ class OXVisionVideoInput : public OXModule, public IVideoInput, public DeviceSta
 
   // --- delivery/recording.cpp ---
   // In the subscriber's turn; files are written and closed with the lock paused.
-  /// Ends a recording, if there is one; always true. pReason is told if it is not complete.
+  /// Ends a recording, if there is one; always true. The status gives pReason for one that is not
+  /// complete.
   bool xCloseVideo(const boost::shared_ptr<VisionModuleInfo>& pSubscriber, const char* pReason)
       OX_REQUIRES(fVisionModulesLock);
   /// Ends what is told of the subscriber's recording, if there is one.

@@ -19,7 +19,7 @@ struct FeedStatus {
   std::int64_t ageUs = 0;     ///< microseconds since it came, by the device's own clock
   std::string feeder;         ///< who pushed it: a client's name or address, "local"; replay: ""
   double perSecond = 0;       ///< frames a second, over the last two seconds
-  std::uint64_t dropped = 0;  ///< frames that came and that no subscriber could be served
+  std::uint64_t dropped = 0;  ///< frames that came and were never served
 };
 
 struct CameraStatus {

@@ -2,7 +2,6 @@
 #include "status/framefeed.h"
 
 #include <algorithm>
-#include <utility>
 
 #include <oxframework/oxbroker.h>
 
@@ -13,14 +12,9 @@ constexpr std::int64_t kRateWindowUs = 2000000;
 
 }  // namespace
 
-// All clients of a Unix-domain socket have its path as their address: the process tells them apart.
 std::string describeCaller() {
   const OXCallerContext* const context = OXCallerContext::current();
-  if (!context) return "local";
-  OXCaller caller = context->getCaller();
-  if (!caller.name.empty()) return std::move(caller.name);
-  if (caller.processId > 0) caller.address += " (process " + std::to_string(caller.processId) + ")";
-  return std::move(caller.address);
+  return context ? describe(context->getCaller()) : "local";
 }
 
 void FrameFeed::add(std::int64_t pNowUs, std::int64_t pStampUs, int pWidth, int pHeight,

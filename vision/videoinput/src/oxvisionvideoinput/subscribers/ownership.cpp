@@ -29,24 +29,23 @@ void OXVisionVideoInput::xDeclareOwnership() {
        .end = [this](std::uint64_t pAcquisition) { return xEndAcquired(pAcquisition); }});
 }
 
-const boost::shared_ptr<VisionModuleInfo>* OXVisionVideoInput::xFindAcquired(
+boost::shared_ptr<VisionModuleInfo> OXVisionVideoInput::xFindAcquired(
     std::uint64_t pAcquisition) const {
   for (const auto& [id, subscriber] : fVisionModules)
-    if (subscriber->fAcquisition == pAcquisition) return &subscriber;
-  return nullptr;
+    if (subscriber->fAcquisition == pAcquisition) return subscriber;
+  return {};
 }
 
 std::string OXVisionVideoInput::xAcquiredId(std::uint64_t pAcquisition) {
   const OXCriticalSectionRead lock(fVisionModulesLock);
-  const auto* const subscriber = xFindAcquired(pAcquisition);
-  return subscriber ? (*subscriber)->fName : std::string();
+  const boost::shared_ptr<VisionModuleInfo> subscriber = xFindAcquired(pAcquisition);
+  return subscriber ? subscriber->fName : std::string();
 }
 
 bool OXVisionVideoInput::xEndAcquired(std::uint64_t pAcquisition) {
   const OXCriticalSectionWrite lock(fVisionModulesLock);
-  const auto* const found = xFindAcquired(pAcquisition);
-  if (!found) return true;
-  const boost::shared_ptr<VisionModuleInfo> subscriber = *found;
+  const boost::shared_ptr<VisionModuleInfo> subscriber = xFindAcquired(pAcquisition);
+  if (!subscriber) return true;
   const BoundedTurn turn(subscriber->fTurn, fVisionModulesLock, kTurnBound);
   if (!turn.isTaken()) return false;
   // By somebody else, while its turn was waited for.
