@@ -24,7 +24,6 @@ namespace OX::cli {
 namespace {
 
 using Clock = std::chrono::steady_clock;
-constexpr int kLowestFps = 5;  // a higher rate could speed up the cameras for everybody
 constexpr std::chrono::milliseconds kLookAgain{20};
 
 struct Options {
@@ -95,8 +94,7 @@ bool areReal(const Images& pImages, std::size_t pStreams, const OXArrivals& pArr
 /// is asked once.
 Images waitForImages(OXSession& pSession, OXSubscription& pSubscription, std::size_t pStreams,
                      OXArrivals& pArrivals, const Options& pOptions) {
-  const auto limit = Clock::now() + std::chrono::duration_cast<Clock::duration>(
-                                        std::chrono::duration<double>(pOptions.timeoutSeconds));
+  const auto limit = OXInterrupt::momentAfter(pOptions.timeoutSeconds);
   while (!OXInterrupt::requested()) {
     const bool isLast = !pArrivals.isKnown() || Clock::now() >= limit;
     try {
@@ -145,7 +143,7 @@ int run(Context& pContext, const Options& pOptions) {
                                                    pOptions.overwrite, pContext.out));
   OXArrivals arrivals(session);
   arrivals.look();
-  OXSubscription subscription(session, streams, std::max(pOptions.rate.fps, kLowestFps));
+  OXSubscription subscription(session, streams, lookRate(pOptions.rate));
   settleRate(session, subscription, streams, pOptions.rate, pContext.err);
   Images images;
   try {

@@ -82,18 +82,13 @@ class Recorder {
   std::optional<OXProgress> fProgress;
 };
 
-int frameRate(const Options& pOptions, OXSession& pSession) {
-  return pOptions.view.rate.fps > 0 ? pOptions.view.rate.fps
-                                    : pSession.device("getFrameRate", pOptions.view.camera).toInt();
-}
-
 Recorder::Recorder(Context& pContext, const Options& pOptions)
     : fContext(pContext),
       fOptions(pOptions),
       fPath(std::filesystem::absolute(pOptions.output).string()),
       fSession(pContext.broker, "record"),
       fStream(streamRequest(pOptions.view, fSession)),
-      fFps(frameRate(pOptions, fSession)),
+      fFps(rateToRunAt(pOptions.view, fSession)),
       fRecording(fSession, fStream, fFps),
       // The smallest image there is, luma only: 19 KB for each of up to ten looks a period.
       fPreview(fSession, StreamRequest{fStream.camera, kQQVGA, kYuv}, fFps),
@@ -119,8 +114,7 @@ void Recorder::xSayThatItWaits() {
 /// Waits for a frame that has not been recorded. False on timeout or signal, and when the recording
 /// has failed.
 bool Recorder::xAwaitFrame() {
-  const auto limit = Clock::now() + std::chrono::duration_cast<Clock::duration>(
-                                        std::chrono::duration<double>(fOptions.timeoutSeconds));
+  const auto limit = OXInterrupt::momentAfter(fOptions.timeoutSeconds);
   while (Clock::now() < limit) {
     const auto image = fPreview.image();
     if (image && image->timestampUs > fNewestUs) return true;

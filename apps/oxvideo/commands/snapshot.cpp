@@ -22,7 +22,6 @@ namespace OX::cli {
 namespace {
 
 using Clock = std::chrono::steady_clock;
-constexpr int kLowestFps = 5;  // a higher rate could speed up the camera for everybody
 // Long enough to leave a refusing device alone, short against the 200 ms of the lowest rate.
 constexpr std::chrono::milliseconds kLookAgain{20};
 
@@ -61,8 +60,7 @@ struct Judged {
 /// better than none. The device waits up to a second for each.
 Judged waitForImage(const Context& pContext, OXSubscription& pSubscription, OXArrivals& pArrivals,
                     const Options& pOptions) {
-  const auto limit = Clock::now() + std::chrono::duration_cast<Clock::duration>(
-                                        std::chrono::duration<double>(pOptions.timeoutSeconds));
+  const auto limit = OXInterrupt::momentAfter(pOptions.timeoutSeconds);
   std::optional<Judged> enlarged;
   std::optional<double> tooOld;
   while (!OXInterrupt::requested()) {
@@ -113,7 +111,7 @@ void run(Context& pContext, const Options& pOptions) {
   const StreamRequest stream = streamRequest(pOptions.view, session);
   OXArrivals arrivals(session);
   arrivals.look();
-  OXSubscription subscription(session, stream, std::max(pOptions.view.rate.fps, kLowestFps));
+  OXSubscription subscription(session, stream, lookRate(pOptions.view.rate));
   settleRate(session, subscription, {stream}, pOptions.view.rate, pContext.err);
   const Judged judged = waitForImage(pContext, subscription, arrivals, pOptions);
   // Before encoding, which takes longer than the camera should stay subscribed.

@@ -93,15 +93,10 @@ class Watcher {
   Clock::time_point fLastFrame, fNextRequest;
 };
 
-int frameRate(const ViewOptions& pView, OXSession& pSession) {
-  return pView.rate.fps > 0 ? pView.rate.fps
-                            : pSession.device("getFrameRate", pView.camera).toInt();
-}
-
 Link::Link(Context& pContext, const Options& pOptions)
     : session(pContext.broker, "watch"),
       stream(streamRequest(pOptions.view, session)),
-      subscription(session, stream, frameRate(pOptions.view, session)) {
+      subscription(session, stream, rateToRunAt(pOptions.view, session)) {
   settleRate(session, subscription, {stream}, pOptions.view.rate, pContext.err);
   // The device may have chosen another rate than requested.
   const int fps = session.device("getFrameRate", subscription.id()).toInt();

@@ -1,10 +1,18 @@
 // Looking must not change what others see: the default is the camera's own resolution.
 #include "device/viewoptions.h"
 
+#include <algorithm>
+
 #include <oxframework/oxdefinitions.h>
 #include "device/vocabulary.h"
 
 namespace OX::cli {
+
+namespace {
+
+constexpr int kLowestFps = 5;
+
+}  // namespace
 
 void addViewOptions(OXVerb& pVerb, ViewOptions& pOptions) {
   pVerb.option("--camera", pOptions.camera, "camera index (default 0)")
@@ -34,6 +42,13 @@ void addLookRate(OXVerb& pVerb, RateWish& pWish) {
       .valueName("F")
       .range(1, 255);
   addForceFps(pVerb, pWish);
+}
+
+int lookRate(const RateWish& pWish) { return std::max(pWish.fps, kLowestFps); }
+
+int rateToRunAt(const ViewOptions& pOptions, OXSession& pSession) {
+  return pOptions.rate.fps > 0 ? pOptions.rate.fps
+                               : pSession.device("getFrameRate", pOptions.camera).toInt();
 }
 
 /// Apart from streamRequest(), which needs a session: misspelt names are usage errors without one.

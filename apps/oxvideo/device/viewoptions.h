@@ -21,6 +21,12 @@ void addForceFps(OXVerb& pVerb, RateWish& pWish);
 /// Adds both, for a verb that looks once.
 void addLookRate(OXVerb& pVerb, RateWish& pWish);
 
+/// What a verb that looks once subscribes with, unless told otherwise: the lowest rate, since a
+/// higher one could speed up cameras for everybody.
+int lookRate(const RateWish& pWish);
+/// The rate that was asked for, else the one that the camera runs at.
+int rateToRunAt(const ViewOptions& pOptions, OXSession& pSession);
+
 /// Adds --camera, --resolution and --colorspace.
 void addViewOptions(OXVerb& pVerb, ViewOptions& pOptions);
 

@@ -44,12 +44,6 @@ std::vector<std::string> namesUpTo(int pLast, NameOf pNameOf) {
   return names;
 }
 
-std::string lowerCase(const std::string& pText) {
-  std::string result;
-  for (const char c : pText) result += c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
-  return result;
-}
-
 /// The names that are the word but for case, with or without their k.
 std::vector<std::string> matches(const std::string& pText, const std::vector<std::string>& pAll) {
   std::vector<std::string> result;

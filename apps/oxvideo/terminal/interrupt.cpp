@@ -62,6 +62,12 @@ bool OXInterrupt::requested() { return signalThatCame.load() != 0; }
 
 int OXInterrupt::signalNumber() { return signalThatCame.load(); }
 
+std::chrono::steady_clock::time_point OXInterrupt::momentAfter(double pSeconds) {
+  using Clock = std::chrono::steady_clock;
+  return Clock::now() +
+         std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(pSeconds));
+}
+
 bool OXInterrupt::waitUntil(std::chrono::steady_clock::time_point pMoment) {
   using namespace std::chrono;
   while (!requested()) {

@@ -25,6 +25,9 @@ class OXInterrupt {
   /// The signal received, or 0.
   static int signalNumber();
 
+  /// The moment at which pSeconds from now are over.
+  static std::chrono::steady_clock::time_point momentAfter(double pSeconds);
+
   /// Waits until the moment and returns true; returns false at once on a signal.
   static bool waitUntil(std::chrono::steady_clock::time_point pMoment);
 

@@ -2,17 +2,12 @@
 #include "terminal/suggestion.h"
 
 #include <algorithm>
-#include <cctype>
+
+#include "terminal/text.h"
 
 namespace OX::cli {
 
 namespace {
-
-std::string lowerCase(std::string_view pText) {
-  std::string result(pText);
-  for (char& c : result) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-  return result;
-}
 
 /// The number of letters to change, add, leave out or swap with a neighbour.
 std::size_t distance(const std::string& pFirst, const std::string& pSecond) {

@@ -67,6 +67,12 @@ std::string shellWord(const std::string& pWord) {
   return text + "'";
 }
 
+std::string lowerCase(std::string_view pText) {
+  std::string result;
+  for (const char c : pText) result += c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+  return result;
+}
+
 std::string counted(std::int64_t pNumber, const std::string& pThing) {
   return std::to_string(pNumber) + " " + pThing + (pNumber == 1 ? "" : "s");
 }

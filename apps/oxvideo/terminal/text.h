@@ -15,6 +15,9 @@ std::string printable(std::string_view pText);
 /// A word as one writes it in a shell: quoted unless it is plain.
 std::string shellWord(const std::string& pWord);
 
+/// Of ASCII letters, in any locale.
+std::string lowerCase(std::string_view pText);
+
 /// "1 image", "2 images".
 std::string counted(std::int64_t pNumber, const std::string& pThing);
 
