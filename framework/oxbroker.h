@@ -28,6 +28,8 @@ class OXThreadPool;
 struct OXBrokerOptions {
   std::string name = "broker";
   int maxThreads = 128;  ///< calls that run at once; further ones wait in order
+  /// Numbers for the modules of libraries, which document theirs: {"stream.perConnection", 64}.
+  std::map<std::string, int> settings{};
 };
 
 /// Thread-safe. Created by create(), which also registers the module "OXBroker", through which
@@ -42,6 +44,11 @@ class OX_API OXBroker : public boost::enable_shared_from_this<OXBroker> {
 
   boost::shared_ptr<OXBroker> getThis() { return shared_from_this(); }
   const std::string& getName() const { return fOptions.name; }
+  /// A setting of the options; pDefault when it is not among them.
+  int getSetting(const std::string& pName, int pDefault) const {
+    const auto found = fOptions.settings.find(pName);
+    return found == fOptions.settings.end() ? pDefault : found->second;
+  }
 
   /// A proxy to a module of this broker. pFlags is 0.
   /// Throws OXError for an unknown module; an override may also return null.

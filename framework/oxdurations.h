@@ -22,8 +22,8 @@ class OX_API OXDurations {
   std::chrono::nanoseconds percentile(double pShare) const noexcept;
 
  private:
-  static constexpr std::size_t kParts = 8;     ///< classes of a power of two
-  static constexpr std::size_t kPowers = 44;   ///< up to four hours; longer ones count as that
+  static constexpr std::size_t kParts = 8;    ///< classes of a power of two
+  static constexpr std::size_t kPowers = 44;  ///< up to four hours; longer ones count as that
   std::array<std::atomic<std::uint32_t>, kParts * kPowers> fClasses{};
 };
 

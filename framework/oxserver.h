@@ -21,6 +21,8 @@ struct OXWireLimits {
   int maxArrayElements = 4096;
   int maxConnections = 256;      ///< further clients are refused
   int maxRequestsUnderWay = 64;  ///< per connection, which is not read from while it has as many
+  /// Per connection: calls that are answered later (oxcompletion.h), beside those under way.
+  int maxRequestsWaiting = 1024;
   /// A TCP client whose system has not been heard for so many seconds is given up, within twice
   /// that. One that is stopped is heard: its system answers. 0: only when the system gives it up.
   int keepAliveSeconds = 10;

@@ -36,6 +36,9 @@ void addLimits(CLI::App& pApp, Options& pOptions) {
   add("--max-connections", limits.maxConnections, "Concurrent connections")->check(anyCount);
   add("--max-requests", limits.maxRequestsUnderWay, "Concurrent requests per connection")
       ->check(anyCount);
+  add("--max-waiting", limits.maxRequestsWaiting,
+      "Requests per connection that wait for something to happen, such as a new frame")
+      ->check(anyCount);
   add("--max-message-bytes", limits.maxMessageBytes, "Size of a message")->check(anyCount);
   // The least with which a request passes: an array of four that contains the array of arguments.
   add("--max-array-elements", limits.maxArrayElements, "Elements of an array")

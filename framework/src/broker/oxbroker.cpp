@@ -10,6 +10,7 @@
 #include <chrono>
 #include <exception>
 
+#include <oxframework/oxcompletion.h>
 #include <oxframework/oxlog.h>
 #include <oxframework/oxmodule.h>
 #include <oxframework/oxproxies.h>
@@ -146,6 +147,7 @@ OXValue OXBroker::xCall(const boost::shared_ptr<OXModuleCore>& pModule, const st
   // The call may outlive this broker, so only these are used from here on.
   const boost::shared_ptr<OXModuleCore> module = pModule;
   const boost::shared_ptr<OXConnections> connections = fConnections;
+  const OXDeferral::Call call;
   OXValue result;
   try {
     module->execute(pMethod, pArguments, result);

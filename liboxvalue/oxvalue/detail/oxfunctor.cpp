@@ -6,15 +6,24 @@
 #include <oxframework/oxerror.h>
 
 namespace OX::detail {
+
+OXError currentError() {
+  try {
+    throw;
+  } catch (const OXError& error) {
+    return error;
+  } catch (const std::exception& error) {
+    return {"OXFunctor", "call", std::string("The method failed: ") + error.what()};
+  } catch (...) {
+    return {"OXFunctor", "call", "The method failed: an exception of an unknown type"};
+  }
+}
+
 void OXGuardedFunctor::call(const OXValue& pParams, OXValue& pResult) {
   try {
     xCall(pParams, pResult);
-  } catch (const OXError&) {
-    throw;
-  } catch (const std::exception& error) {
-    raiseError("OXFunctor", "call", std::string("The method failed: ") + error.what());
   } catch (...) {
-    raiseError("OXFunctor", "call", "The method failed: an exception of an unknown type");
+    throw currentError();
   }
 }
 

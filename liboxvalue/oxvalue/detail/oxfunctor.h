@@ -7,7 +7,8 @@
 ///
 /// Parameters are by value or by const reference, of type bool, int, float, std::string, OXValue or
 /// std::vector<float>. Results may also be void or OXImage*; that pointer is dropped, and the
-/// caller gets an invalid value, because only code with the object itself can use the image.
+/// caller gets an invalid value, because only code with the object itself can use the image. A void
+/// method whose last parameter is an OXCompletion answers later (oxcompletion.h).
 /// Virtual functions call the override of the object's class. publication.h has the form for many
 /// methods.
 #pragma once
@@ -22,6 +23,8 @@
 #include <vector>
 
 #include <oxframework/oxapi.h>
+#include <oxframework/oxcompletion.h>
+#include <oxframework/oxerror.h>
 #include <oxframework/oxmethod.h>
 #include <oxframework/oxtools.h>
 #include <oxframework/oxvalue.h>
@@ -53,6 +56,22 @@ inline constexpr int kTypeCode<std::vector<float>> = kTypeFloatList;
 template <>
 inline constexpr int kTypeCode<OXImage*> = kTypeImagePointer;
 
+/// Whether a method's last parameter is an OXCompletion.
+template <typename... Arguments>
+inline constexpr bool kIsDeferred = false;
+template <typename First, typename... Others>
+inline constexpr bool kIsDeferred<First, Others...> = kIsDeferred<Others...>;
+template <>
+inline constexpr bool kIsDeferred<OXCompletion> = true;
+
+/// The arguments that callers pass: all but a completion.
+template <typename... Arguments>
+using PassedArguments =
+    std::make_index_sequence<sizeof...(Arguments) - (kIsDeferred<Arguments...> ? 1 : 0)>;
+
+/// The exception that is being handled, as an OXError.
+OX_API OXError currentError();
+
 /// Turns every exception of a call into OXError. Not a template: one copy serves all signatures.
 class OX_API OXGuardedFunctor : public OXFunctorBase {
  public:
@@ -81,15 +100,22 @@ class OXFunctor final : public OXGuardedFunctor {
   }
 
   void xCall(const OXValue& pParams, OXValue& pResult) override {
-    xCallWith(pParams, pResult, std::index_sequence_for<Arguments...>());
+    xCallWith(pParams, pResult, PassedArguments<Arguments...>());
   }
 
   // Braces order the conversions as the arguments, so the first wrong one is reported.
   template <std::size_t... Index>
   void xCallWith([[maybe_unused]] const OXValue& pParams, OXValue& pResult,
                  std::index_sequence<Index...>) {
-    std::tuple<Arguments...> arguments{xArgument<Arguments>(pParams, Index)...};
-    if constexpr (std::is_void_v<Result>) {
+    using All = std::tuple<Arguments...>;
+    std::tuple<std::tuple_element_t<Index, All>...> arguments{
+        xArgument<std::tuple_element_t<Index, All>>(pParams, Index)...};
+    if constexpr (kIsDeferred<Arguments...>) {
+      static_assert(std::is_void_v<Result>, "a method that answers later returns nothing itself");
+      pResult = callDeferred([&](OXCompletion pCompletion) {
+        (fObject->*fMethod)(std::move(std::get<Index>(arguments))..., std::move(pCompletion));
+      });
+    } else if constexpr (std::is_void_v<Result>) {
       (fObject->*fMethod)(std::move(std::get<Index>(arguments))...);
     } else if constexpr (std::is_same_v<Result, OXImage*>) {
       (fObject->*fMethod)(std::move(std::get<Index>(arguments))...);
@@ -111,10 +137,17 @@ inline boost::shared_ptr<OXFunctorBase> share(OXFunctorBase* pFunctor) {
 OX_API void completeDescription(OXMethodInfo& pInfo, int pResultCode,
                                 std::initializer_list<int> pArgumentCodes);
 
+template <typename All, std::size_t... Index>
+void completePassed(OXMethodInfo& pInfo, int pResultCode, std::index_sequence<Index...>) {
+  completeDescription(pInfo, pResultCode, {kTypeCode<std::tuple_element_t<Index, All>>...});
+}
+
 template <typename Result, typename... Arguments>
 void complete(OXMethodInfo& pInfo) {
   static_assert(kTypeCode<Result> != 0, "a published method cannot return this type");
-  completeDescription(pInfo, kTypeCode<Result>, {kTypeCode<Arguments>...});
+  // What a completion is answered with may be of any kind.
+  constexpr int kResult = kIsDeferred<Arguments...> ? kTypeValue : kTypeCode<Result>;
+  completePassed<std::tuple<Arguments...>>(pInfo, kResult, PassedArguments<Arguments...>());
 }
 
 }  // namespace detail

@@ -23,6 +23,28 @@ OXError shutdownError(const OXSourceLocation& pWhere = OXSourceLocation::current
   return OXError("OXServer", "call", "The broker is shutting down", pWhere);
 }
 
+/// What a request is offered.
+class RequestDeferral final : public OXDeferral {
+ public:
+  RequestDeferral(DeferredCalls& pCalls, const IncomingMessage& pRequest)
+      : fCalls(pCalls), fRequest(pRequest) {}
+
+  OXCompletion defer() override {
+    if (fRequest.kind != IncomingMessage::kRequest)
+      raiseError("OXServer", "call",
+                 "A notification has no answer to wait for: call the method by a request");
+    OXCompletion completion = fCalls.defer(fRequest.id);
+    fIsDeferred = true;
+    return completion;
+  }
+  bool isDeferred() const { return fIsDeferred; }
+
+ private:
+  DeferredCalls& fCalls;
+  const IncomingMessage& fRequest;
+  bool fIsDeferred = false;
+};
+
 boost::shared_ptr<OXConnections> connectionsOf(const ServerCore& pCore) {
   const auto broker = pCore.broker.lock();
   // Nothing is called on a broker that has ended, and so nothing is acquired.
@@ -55,6 +77,8 @@ void Connection::begin() {
     const detail::MutexLock guard(fNameGuard);
     fClient.connection = fNumber;
   }
+  fDeferred = boost::make_shared<DeferredCalls>(boost::weak_ptr<DeferredCalls::Answers>(xThis()),
+                                                xLimits().maxRequestsWaiting);
   start();
 }
 
@@ -102,7 +126,7 @@ void Connection::xRun(const IncomingMessage& pMessage) {
   try {
     const OXCallerContext::Scope scope(this);
     if (pMessage.kind == IncomingMessage::kRequest)
-      send(xAnswer(pMessage));
+      xAnswer(pMessage);
     else
       xNotified(pMessage);
   } catch (const std::exception& error) {  // no memory for the answer: the client must not wait
@@ -113,13 +137,25 @@ void Connection::xRun(const IncomingMessage& pMessage) {
   xPostToIo(&Connection::xFinished);
 }
 
-OutgoingMessage Connection::xAnswer(const IncomingMessage& pRequest) {
+void Connection::xAnswer(const IncomingMessage& pRequest) {
+  RequestDeferral deferral(*fDeferred, pRequest);
   try {
-    return encodeAnswer(pRequest.id, xCall(pRequest), xLimits());
+    const OXDeferral::Scope offer(&deferral);
+    const OXValue result = xCall(pRequest);
+    if (!deferral.isDeferred()) send(xEncode(pRequest.id, result));
   } catch (const OXError& error) {
-    return encodeError(pRequest.id, error);
+    fail(pRequest.id, error);
   } catch (const std::exception& error) {
-    return encodeError(pRequest.id, OXError(pRequest.target, pRequest.method, error.what()));
+    fail(pRequest.id, OXError(pRequest.target, pRequest.method, error.what()));
+  }
+}
+
+/// A result that exceeds a limit is the caller's mistake.
+OutgoingMessage Connection::xEncode(std::uint32_t pRequest, const OXValue& pResult) const {
+  try {
+    return encodeAnswer(pRequest, pResult, xLimits());
+  } catch (const OXError& error) {
+    return encodeError(pRequest, error);
   }
 }
 
@@ -159,6 +195,28 @@ void Connection::xFinished() {
   if (fPhase == Phase::kCallsEnd && fRunning == 0) return xCleanUp();
   if (fPhase == Phase::kGivingBack) xGiveBack();  // what the call acquired
 }
+
+// ---- answers that come later: on any thread ----
+
+void Connection::answer(std::uint32_t pRequest, OXValue&& pResult, OXDescriptor&&) {
+  try {
+    send(xEncode(pRequest, pResult));
+  } catch (const std::exception& error) {  // no memory for it: the client must not wait
+    end(error.what());
+  }
+}
+
+void Connection::fail(std::uint32_t pRequest, const OXError& pError) {
+  try {
+    send(encodeError(pRequest, pError));
+  } catch (const std::exception& error) {
+    end(error.what());
+  }
+}
+
+bool Connection::takesDescriptor() const { return false; }
+
+void Connection::whenReady(std::function<void()> pReady) { pReady(); }
 
 // ---- the client's name, its events, its end ----
 
@@ -202,6 +260,7 @@ void Connection::onEnd(const std::string& pReason) {
     if (broker) broker->removeEndpoint(this);
   }
   fConnections->end(fNumber);
+  fDeferred->cancelAll();
   fPhase = Phase::kCallsEnd;
   fHandlers.ended(xThis());
   if (fRunning == 0) return xCleanUp();
@@ -215,9 +274,13 @@ void Connection::endIfSilent(std::chrono::seconds pLimit) {
 
 void Connection::endWithServer() {
   fEndsWithServer = true;
-  xEnd("the server is closing");
-  // It had ended before.
-  if (fPhase == Phase::kWills || fPhase == Phase::kGivingBack) xForget();
+  fDeferred->failAll(shutdownError());
+  // Those answers were posted before this, and are handed to the system first.
+  boost::asio::post(xIo(), [self = xThis()] {
+    self->xEnd("the server is closing");
+    // It had ended before.
+    if (self->fPhase == Phase::kWills || self->fPhase == Phase::kGivingBack) self->xForget();
+  });
 }
 
 }  // namespace OX::wire

@@ -16,6 +16,7 @@
 #include <oxframework/oxbroker.h>
 #include <oxframework/oxthreadsafety.h>
 #include "broker/connections.h"
+#include "deferredcalls.h"
 #include "transport/messagestream.h"
 #include "transport/silence.h"
 
@@ -34,7 +35,7 @@ struct ServerCore {
 /// Calls start in order on the broker's threads. A call is under way until its answer was written.
 /// While too many are, or while the client does not read what is sent to it, nothing is read from
 /// it.
-class Connection : public MessageStream, private OXCallerContext {
+class Connection : public MessageStream, private OXCallerContext, public DeferredCalls::Answers {
  public:
   using Handler = std::function<void(const boost::shared_ptr<Connection>&)>;
   /// Called once each, on the io thread.
@@ -65,9 +66,15 @@ class Connection : public MessageStream, private OXCallerContext {
   void setClientName(const std::string& pName) override;
   OXCaller getCaller() const override;
 
+  void answer(std::uint32_t pRequest, OXValue&& pResult, OXDescriptor&& pDescriptor) override;
+  void fail(std::uint32_t pRequest, const OXError& pError) override;
+  bool takesDescriptor() const override;
+  void whenReady(std::function<void()> pReady) override;
+
   boost::shared_ptr<Connection> xThis();
   void xRun(const IncomingMessage& pMessage);
-  OutgoingMessage xAnswer(const IncomingMessage& pRequest);
+  void xAnswer(const IncomingMessage& pRequest);
+  OutgoingMessage xEncode(std::uint32_t pRequest, const OXValue& pResult) const;
   void xNotified(const IncomingMessage& pNotification);
   OXValue xCall(const IncomingMessage& pMessage);
   bool xIsKnown(const IncomingMessage& pMessage) const;
@@ -99,6 +106,7 @@ class Connection : public MessageStream, private OXCallerContext {
   const boost::shared_ptr<ServerCore> fCore;
   const boost::shared_ptr<OXConnections> fConnections;  ///< the broker's
   int fNumber = 0;                                      ///< in these; set by begin()
+  boost::shared_ptr<DeferredCalls> fDeferred;           ///< set by begin()
   std::atomic<int> fCalls{0};
   // On the io thread only.
   Handlers fHandlers;

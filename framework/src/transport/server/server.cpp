@@ -25,7 +25,7 @@ namespace asio = boost::asio;
 void checkLimits(const OXWireLimits& pLimits) {
   const bool sensible = pLimits.maxMessageBytes > 0 && pLimits.maxNesting > 1 &&
                         pLimits.maxArrayElements > 3 && pLimits.maxConnections > 0 &&
-                        pLimits.maxRequestsUnderWay > 0;
+                        pLimits.maxRequestsUnderWay > 0 && pLimits.maxRequestsWaiting > 0;
   if (!sensible)
     raiseError("OXServer", "OXServer",
                "The limits leave no room for a call: each must be above 0, nesting at least 2 "

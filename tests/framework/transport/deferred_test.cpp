@@ -1,0 +1,144 @@
+// Calls that are answered later: by whom, and whatever becomes of their callers.
+#include <future>
+
+#include <oxframework/oxcompletion.h>
+#include <oxframework/oxproxies.h>
+#include "served_broker.h"
+
+namespace OX::test {
+namespace {
+
+/// Keeps completions until it is told to end them.
+class Bell : public OXModule {
+ public:
+  explicit Bell(boost::shared_ptr<OXBroker> pBroker) : OXModule(std::move(pBroker), "Bell") {
+    functionName("wait", "Bell", "Waits for ring()");
+    completeAndCheck(&Bell::wait, getCurrentMethodDescription());
+    bindMethod(createFunctor(this, &Bell::wait));
+    functionName("relay", "Bell", "Calls wait() itself");
+    completeAndCheck(&Bell::relay, getCurrentMethodDescription());
+    bindMethod(createFunctor(this, &Bell::relay));
+  }
+
+  void wait(const std::string& pWhat, OXCompletion pCompletion) {
+    if (pWhat == "throws") raiseError("Bell", "wait", "broken");
+    if (pWhat == "drops") return;
+    if (pWhat == "now") return pCompletion.answer("at once");
+    pCompletion.onCancel([this] { ++cancelled; });
+    const std::lock_guard hold(guard);
+    waiting.push_back(std::move(pCompletion));
+    ++begun;
+  }
+
+  OXValue relay(const std::string& pWhat) {
+    return getParentBroker()->call("Bell", "wait", OXValue::array(pWhat));
+  }
+
+  void ring(const OXValue& pAnswer) {
+    std::vector<OXCompletion> all;
+    {
+      const std::lock_guard hold(guard);
+      all.swap(waiting);
+    }
+    for (const OXCompletion& one : all) {
+      one.answer(pAnswer);
+      one.answer("a second answer");  // does nothing
+    }
+  }
+
+  std::mutex guard;
+  std::vector<OXCompletion> waiting;
+  std::atomic<int> begun{0};
+  std::atomic<int> cancelled{0};
+};
+
+class Deferred : public ServedBroker {
+ protected:
+  void startWithBell(const OXWireLimits& pLimits = {}, int pMaxThreads = 128) {
+    start(pLimits, pMaxThreads);
+    bell = OXModule::createModule<Bell>(broker);
+  }
+  std::future<OXValue> wait(const boost::shared_ptr<OXRemoteBroker>& pClient) {
+    return std::async(std::launch::async,
+                      [pClient] { return pClient->call("Bell", "wait", OXValue::array("ring")); });
+  }
+  bool awaitWaiting(int pCount) {
+    return eventually([&] { return bell->begun == pCount; });
+  }
+
+  boost::shared_ptr<Bell> bell;
+};
+
+TEST_F(Deferred, CallersGetWhatTheMethodEndsWith) {
+  startWithBell();
+  const auto client = connect();
+  const auto call = [&](const std::string& pMethod, const std::string& pWhat, bool pRemote) {
+    std::string result;
+    const std::string failure = failureOf([&] {
+      const OXValue arguments = OXValue::array(pWhat);
+      result = (pRemote ? client->call("Bell", pMethod, arguments)
+                        : broker->call("Bell", pMethod, arguments))
+                   .toString();
+    });
+    return failure == "none" ? result : failure;
+  };
+  for (const bool remote : {false, true})
+    for (const char* const method : {"wait", "relay"}) {
+      SCOPED_TRACE(std::string(method) + (remote ? " remote" : " local"));
+      EXPECT_EQ(call(method, "now", remote), "at once");
+      EXPECT_EQ(call(method, "throws", remote), "Bell: broken");
+      EXPECT_EQ(call(method, "drops", remote),
+                "OXBroker: The method ended without an answer");
+    }
+  const std::vector<OXMethodInfo>& methods = bell->getMethods();
+  EXPECT_EQ(methods.front().signature(), "OXValue wait(string)");
+}
+
+TEST_F(Deferred, WaitingCallsTakeNoThreadAndNoRequestOfTheirConnection) {
+  OXWireLimits limits;
+  limits.maxRequestsUnderWay = 1;
+  limits.maxRequestsWaiting = 3;
+  startWithBell(limits, 1);
+  const auto client = connect();
+  std::vector<std::future<OXValue>> answers;
+  for (int i = 0; i < 3; ++i) answers.push_back(wait(client));
+  ASSERT_TRUE(awaitWaiting(3));
+  EXPECT_EQ(client->call("Probe", "echo", OXValue::array(7)).toInt(), 7);
+  EXPECT_EQ(failureOf([&] { client->call("Bell", "wait", OXValue::array("one more")); }),
+            "OXServer: This connection has 3 calls waiting already, which is the limit: wait for "
+            "an answer first");
+  bell->ring("rung");
+  for (auto& answer : answers) EXPECT_EQ(answer.get().toString(), "rung");
+  // There is room again.
+  answers.push_back(wait(client));
+  ASSERT_TRUE(awaitWaiting(4));
+  bell->ring("again");
+  EXPECT_EQ(answers.back().get().toString(), "again");
+}
+
+TEST_F(Deferred, AClientThatEndsCancelsItsCalls) {
+  startWithBell();
+  const auto staying = connect();
+  auto answer = wait(staying);
+  const auto leaving = connect();
+  auto lost = wait(leaving);
+  ASSERT_TRUE(awaitWaiting(2));
+  leaving->close();
+  EXPECT_THROW(lost.get(), OXError);
+  EXPECT_TRUE(eventually([&] { return bell->cancelled == 1; }));
+  bell->ring("rung");
+  EXPECT_EQ(answer.get().toString(), "rung");
+  EXPECT_EQ(bell->cancelled, 1);
+}
+
+TEST_F(Deferred, AClosingServerAnswersThoseThatWait) {
+  startWithBell();
+  const auto client = connect();
+  auto answer = wait(client);
+  ASSERT_TRUE(awaitWaiting(1));
+  server->close();
+  EXPECT_EQ(failureOf([&] { answer.get(); }), "OXServer: The broker is shutting down");
+}
+
+}  // namespace
+}  // namespace OX::test
