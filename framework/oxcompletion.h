@@ -64,8 +64,8 @@ class OX_API OXCompletion {
   /// queue and grows old.
   void whenReady(std::function<void()> pReady) const;
 
-  /// For a transport: what cancels the call because its caller is gone, and what fails it. Both hold
-  /// it weakly.
+  /// For a transport: what cancels the call because its caller is gone, and what fails it. Both
+  /// hold it weakly.
   std::function<void()> xCanceller() const;
   std::function<void(const OXError&)> xFailer() const;
 

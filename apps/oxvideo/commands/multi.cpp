@@ -144,7 +144,7 @@ int run(Context& pContext, const Options& pOptions) {
   OXArrivals arrivals(session);
   arrivals.look();
   OXSubscription subscription(session, streams, lookRate(pOptions.rate));
-  settleRate(session, subscription, streams, pOptions.rate, pContext.err);
+  settleRate(session, subscription.id(), streams, pOptions.rate, pContext.err);
   Images images;
   try {
     images = waitForImages(session, subscription, streams.size(), arrivals, pOptions);

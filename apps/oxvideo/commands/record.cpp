@@ -133,7 +133,7 @@ void Recorder::xBegin() {
   if (fSession.isLocal() && std::filesystem::exists(std::filesystem::symlink_status(fPath)))
     requireWritable(fPath, fOptions.overwrite);
   // Both: the rate of a camera is the highest that anybody asks for.
-  settleRate(fSession, fRecording, {fStream}, fOptions.view.rate, fContext.err);
+  settleRate(fSession, fRecording.id(), {fStream}, fOptions.view.rate, fContext.err);
   fFps = std::max(fSession.device("getFrameRate", fRecording.id()).toInt(), 1);
   if (fOptions.view.rate.force) fSession.device("setFrameRate", fPreview.id(), fFps);
   if (fSession.device("recordVideo", fRecording.id(), fPath, fOptions.frames, fOptions.period)

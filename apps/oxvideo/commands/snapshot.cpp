@@ -9,6 +9,7 @@
 
 #include "commands/commands.h"
 #include "device/arrivals.h"
+#include "device/frames.h"
 #include "device/viewoptions.h"
 #include "device/vocabulary.h"
 #include "media/picture.h"
@@ -22,8 +23,10 @@ namespace OX::cli {
 namespace {
 
 using Clock = std::chrono::steady_clock;
-// Long enough to leave a refusing device alone, short against the 200 ms of the lowest rate.
+// Without a service that says when there is a frame: long enough to leave a refusing device alone,
+// short against the 200 ms of the lowest rate.
 constexpr std::chrono::milliseconds kLookAgain{20};
+constexpr std::chrono::milliseconds kAwaitFrame{200};
 
 struct Options {
   ViewOptions view;
@@ -56,16 +59,27 @@ struct Judged {
                 shellWord(pContext.broker), pOptions.view.camera)));
 }
 
+/// The image that the camera has, the first time; then what comes after it.
+std::optional<CameraImage> look(OXFrames& pFrames, bool pIsFirst, Clock::time_point pLimit) {
+  if (pIsFirst) return pFrames.newest();
+  if (!pFrames.areAnnounced()) {
+    OXInterrupt::waitUntil(std::min(pLimit, Clock::now() + kLookAgain));
+    return pFrames.newest();
+  }
+  const auto left = std::chrono::ceil<std::chrono::milliseconds>(pLimit - Clock::now());
+  return pFrames.next(std::clamp(left, std::chrono::milliseconds(0), kAwaitFrame));
+}
+
 /// Requests images until there is a young one of which no pixel was made up; an enlarged one is
 /// better than none. The device waits up to a second for each.
-Judged waitForImage(const Context& pContext, OXSubscription& pSubscription, OXArrivals& pArrivals,
+Judged waitForImage(const Context& pContext, OXFrames& pFrames, OXArrivals& pArrivals,
                     const Options& pOptions) {
   const auto limit = OXInterrupt::momentAfter(pOptions.timeoutSeconds);
   std::optional<Judged> enlarged;
   std::optional<double> tooOld;
-  while (!OXInterrupt::requested()) {
+  for (bool isFirst = true; !OXInterrupt::requested(); isFirst = false) {
     // Asked before the time is checked, so that --timeout 0 still makes one request.
-    auto image = pSubscription.image();
+    auto image = look(pFrames, isFirst, limit);
     pArrivals.look();
     if (image) {
       OXArrivals::Verdict verdict = pArrivals.judge(*image);
@@ -80,7 +94,6 @@ Judged waitForImage(const Context& pContext, OXSubscription& pSubscription, OXAr
       if (enlarged) return std::move(*enlarged);
       failWithoutImage(pContext, pOptions, pArrivals.whyNothing(pOptions.view.camera), tooOld);
     }
-    OXInterrupt::waitUntil(std::min(limit, Clock::now() + kLookAgain));
   }
   throw OXInterrupted();
 }
@@ -111,11 +124,11 @@ void run(Context& pContext, const Options& pOptions) {
   const StreamRequest stream = streamRequest(pOptions.view, session);
   OXArrivals arrivals(session);
   arrivals.look();
-  OXSubscription subscription(session, stream, lookRate(pOptions.view.rate));
-  settleRate(session, subscription, {stream}, pOptions.view.rate, pContext.err);
-  const Judged judged = waitForImage(pContext, subscription, arrivals, pOptions);
+  const auto frames = OXFrames::open(session, stream, lookRate(pOptions.view.rate));
+  settleRate(session, frames->id(), {stream}, pOptions.view.rate, pContext.err);
+  const Judged judged = waitForImage(pContext, *frames, arrivals, pOptions);
   // Before encoding, which takes longer than the camera should stay subscribed.
-  subscription.end();
+  frames->end();
   noteFormat(stream, judged.image, pContext.err);
   file.write(encodePng(toPicture(judged.image)));
   file.commit();

@@ -17,8 +17,8 @@ namespace {
 
 constexpr int kLowestAtSubscription = 5;
 
-int rateOf(OXSession& pSession, const OXSubscription& pSubscription) {
-  return pSession.device("getFrameRate", pSubscription.id()).toInt();
+int rateOf(OXSession& pSession, const std::string& pSubscriber) {
+  return pSession.device("getFrameRate", pSubscriber).toInt();
 }
 
 std::string reason(const std::vector<StreamRequest>& pStreams, const RateWish& pWish, int pOwn,
@@ -38,16 +38,16 @@ std::string reason(const std::vector<StreamRequest>& pStreams, const RateWish& p
 
 }  // namespace
 
-void settleRate(OXSession& pSession, const OXSubscription& pSubscription,
+void settleRate(OXSession& pSession, const std::string& pSubscriber,
                 const std::vector<StreamRequest>& pStreams, const RateWish& pWish, OXOutput& pErr) {
   if (pWish.fps <= 0 || pStreams.empty()) return;
-  int own = rateOf(pSession, pSubscription);
+  int own = rateOf(pSession, pSubscriber);
   if (pWish.force && own != pWish.fps) {
     // More than the camera can do would be refused as a whole.
     const auto camera = queryCamera(pSession, pStreams.front().camera);
     const int highest = camera ? camera->highestFps : pWish.fps;
-    pSession.device("setFrameRate", pSubscription.id(), std::min(pWish.fps, highest));
-    own = rateOf(pSession, pSubscription);
+    pSession.device("setFrameRate", pSubscriber, std::min(pWish.fps, highest));
+    own = rateOf(pSession, pSubscriber);
   }
   int got = own;
   int slowest = pStreams.front().camera;

@@ -2,6 +2,7 @@
 /// asked.
 #pragma once
 
+#include <string>
 #include <vector>
 
 #include "device/session.h"
@@ -16,7 +17,7 @@ struct RateWish {
 
 /// Asks for the rate once more with --force-fps, after the subscription, which lowers it for the
 /// largest size. Says on pErr when another one came. Does nothing without a wish.
-void settleRate(OXSession& pSession, const OXSubscription& pSubscription,
+void settleRate(OXSession& pSession, const std::string& pSubscriber,
                 const std::vector<StreamRequest>& pStreams, const RateWish& pWish, OXOutput& pErr);
 
 /// Says on pErr when an image has another size or colour space than was asked for.

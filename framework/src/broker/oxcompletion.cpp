@@ -1,5 +1,5 @@
-// A completion is a call with one owner of its answer: whoever is the first to end it, by an answer,
-// a failure, the caller's end or the destruction of the last copy.
+// A completion is a call with one owner of its answer: whoever is the first to end it, by an
+// answer, a failure, the caller's end or the destruction of the last copy.
 #include <oxframework/oxcompletion.h>
 
 #include <boost/make_shared.hpp>
@@ -137,8 +137,7 @@ OXDeferral::Scope::Scope(OXDeferral* pDeferral) : fPrevious(std::exchange(tOffer
 
 OXDeferral::Scope::~Scope() { tOffered = fPrevious; }
 
-OXDeferral::Call::Call()
-    : fPrevious(std::exchange(tUnderWay, std::exchange(tOffered, nullptr))) {}
+OXDeferral::Call::Call() : fPrevious(std::exchange(tUnderWay, std::exchange(tOffered, nullptr))) {}
 
 OXDeferral::Call::~Call() { tUnderWay = fPrevious; }
 

@@ -87,8 +87,7 @@ TEST_F(Deferred, CallersGetWhatTheMethodEndsWith) {
       SCOPED_TRACE(std::string(method) + (remote ? " remote" : " local"));
       EXPECT_EQ(call(method, "now", remote), "at once");
       EXPECT_EQ(call(method, "throws", remote), "Bell: broken");
-      EXPECT_EQ(call(method, "drops", remote),
-                "OXBroker: The method ended without an answer");
+      EXPECT_EQ(call(method, "drops", remote), "OXBroker: The method ended without an answer");
     }
   const std::vector<OXMethodInfo>& methods = bell->getMethods();
   EXPECT_EQ(methods.front().signature(), "OXValue wait(string)");
