@@ -1,9 +1,11 @@
-// A vision module that lives in the broker's process: it borrows images without a copy and says
+// A vision module that lives in the broker's process: it borrows each frame without a copy and says
 // where the brightest spot is.
 //
 //   oxbroker --load libvideoinput.so --load libbrightestspot.so --preferences examples/preferences
 //   oxvideo call BrightestSpot find 0        -> [x, y, luma]
+#include <chrono>
 #include <map>
+#include <memory>
 #include <mutex>
 #include <string>
 
@@ -14,46 +16,30 @@
 #include <oxframework/oximage.h>
 #include <oxframework/oxmodule.h>
 #include <oxvalue/detail/publication.h>
-#include <oxvision/ivideoinput.h>
+#include <oxvision/ivideostream.h>
 
 namespace {
 
-/// Gives an image back when its scope ends, whatever happens in between.
-class BorrowedImage {
- public:
-  BorrowedImage(OX::IVideoInput& pVideo, const std::string& pSubscriber)
-      : fVideo(pVideo), fSubscriber(pSubscriber), fImage(pVideo.getImageLocal(pSubscriber)) {}
-  ~BorrowedImage() {
-    if (fImage) fVideo.releaseImage(fSubscriber);
-  }
-  BorrowedImage(const BorrowedImage&) = delete;
-  BorrowedImage& operator=(const BorrowedImage&) = delete;
-
-  const OX::OXImage* get() const { return fImage; }
-
- private:
-  OX::IVideoInput& fVideo;
-  const std::string& fSubscriber;
-  OX::OXImage* fImage;
-};
+// The camera may deliver nothing: a caller is not kept waiting for longer.
+constexpr std::chrono::seconds kLongestWait(1);
 
 class BrightestSpot : public OX::OXModule {
  public:
   explicit BrightestSpot(boost::shared_ptr<OX::OXBroker> pBroker)
-      : OXModule(pBroker, "BrightestSpot"), fVideoModule(pBroker->getModule("OXVideoDevice")) {
+      : OXModule(pBroker, "BrightestSpot"), fStreamModule(pBroker->getModule("OXVideoStream")) {
     // The module is in this process, so its interface can be called directly.
-    fVideo = dynamic_cast<OX::IVideoInput*>(fVideoModule.get());
+    fVideo = dynamic_cast<OX::IVideoStream*>(fStreamModule.get());
     if (!fVideo)
       throw OX::OXError(getName(), "BrightestSpot",
-                        "There is no module OXVideoDevice in this process; load libvideoinput.so "
-                        "before this library",
+                        "There is no module OXVideoStream in this process; load libvideoinput.so "
+                        "and libvideostream.so before this library",
                         "", 0);
     setModuleDescription("Says where the brightest spot of a camera's picture is.");
     publish(OX::bindPublications(
         this, "BrightestSpot",
         std::vector<OX::OXPublication<BrightestSpot>>{
             {.name = "find",
-             .description = "Finds the brightest pixel of the newest picture.",
+             .description = "Finds the brightest pixel of the next picture.",
              .method = OX::operation(&BrightestSpot::find),
              .parameters = {{"cameraIndex", "Camera to look at."}},
              .result = {"spot",
@@ -62,41 +48,34 @@ class BrightestSpot : public OX::OXModule {
         }));
   }
 
-  ~BrightestSpot() override {
-    for (const auto& [camera, subscriber] : fSubscribers) {
-      try {
-        fVideo->unsubscribe(subscriber);
-      } catch (const OX::OXError&) {
-        // Somebody else ended the subscription: then there is nothing left to end.
-      }
-    }
-  }
-
   OX::OXValue find(const int& pCamera) {
-    const std::lock_guard guard(fGuard);  // one image at a time for each subscriber
-    const BorrowedImage image(*fVideo, xSubscriber(pCamera));
-    if (!image.get()) return OX::OXValue(OX::OXValue::Array());
-    const OX::OXImage& luma = *image.get();
+    const OX::Frame frame = xStream(pCamera)->waitForFrame(kLongestWait);
+    if (!frame) return OX::OXValue(OX::OXValue::Array());
+    const OX::OXImage& luma = frame.image();
     int brightest = 0;
     for (int i = 1; i < luma.fWidth * luma.fHeight; ++i)
       if (luma.fData[i] > luma.fData[brightest]) brightest = i;
     return OX::OXValue::array(brightest % luma.fWidth, brightest / luma.fWidth,
                               static_cast<int>(luma.fData[brightest]));
-  }
+  }  // the frame is given back here
 
  private:
-  const std::string& xSubscriber(int pCamera) {
-    const auto found = fSubscribers.find(pCamera);
-    if (found != fSubscribers.end()) return found->second;
-    const std::string id =
-        fVideo->subscribeCamera("brightestSpot", pCamera, OX::kQVGA, OX::kYuv, 30);
-    return fSubscribers.emplace(pCamera, id).first->second;
+  /// Shared, since another call may open it anew meanwhile.
+  std::shared_ptr<OX::FrameStream> xStream(int pCamera) {
+    const std::lock_guard guard(fGuard);
+    std::shared_ptr<OX::FrameStream>& stream = fStreams[pCamera];
+    // Also anew: somebody may have ended the subscription.
+    if (!stream || stream->isOver())
+      stream = fVideo->open("brightestSpot", {pCamera, OX::kQVGA, OX::kYuv}, kEachFrame);
+    return stream;
   }
 
-  boost::shared_ptr<OX::OXModuleCore> fVideoModule;  ///< keeps what fVideo points to
-  OX::IVideoInput* fVideo = nullptr;
+  static constexpr int kEachFrame = 0;
+
+  boost::shared_ptr<OX::OXModuleCore> fStreamModule;  ///< keeps what fVideo points to
+  OX::IVideoStream* fVideo = nullptr;
   std::mutex fGuard;
-  std::map<int, std::string> fSubscribers;  ///< ids by camera
+  std::map<int, std::shared_ptr<OX::FrameStream>> fStreams;  ///< by camera
 };
 
 }  // namespace
