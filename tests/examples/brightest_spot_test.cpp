@@ -1,38 +1,28 @@
 // The example of a local vision module, loaded after the video library as a broker loads them.
-#include <dlfcn.h>
 #include <gtest/gtest.h>
 
 #include <future>
 
 #include <oxframework/oxbroker.h>
 #include <oxframework/oxservices.h>
+#include "load_library.h"
 #include "support/capture_log.h"
 #include "support/outcome.h"
 
 namespace OX::test {
 namespace {
 
-int load(const char* pLibrary, const boost::shared_ptr<OXBroker>& pBroker) {
-  void* const library = ::dlopen(pLibrary, RTLD_NOW | RTLD_LOCAL);
-  if (!library) {
-    ADD_FAILURE() << ::dlerror();
-    return -1;
-  }
-  using Create = int (*)(boost::shared_ptr<OXBroker>);
-  return reinterpret_cast<Create>(::dlsym(library, "_createModule"))(pBroker);
-}
-
 TEST(BrightestSpot, FindsTheBrightPixelOfAPushedFrameWithoutACopy) {
   const CaptureLog log;
   const auto broker = OXBroker::create();
   OXPreferences::create(broker, OX_PREFERENCES);
   OXModule::createModule<OXMemory>(broker);
-  EXPECT_EQ(outcome([&] { return load(OX_EXAMPLE_LIBRARY, broker); }),
+  EXPECT_EQ(outcome([&] { return loadLibrary(OX_EXAMPLE_LIBRARY, broker); }),
             "OXError: There is no module OXVideoStream in this process; load libvideoinput.so and "
             "libvideostream.so before this library");
-  ASSERT_EQ(load(OX_VIDEO_LIBRARY, broker), 0);
-  ASSERT_EQ(load(OX_STREAM_LIBRARY, broker), 0);
-  ASSERT_EQ(load(OX_EXAMPLE_LIBRARY, broker), 0);
+  ASSERT_EQ(loadLibrary(OX_VIDEO_LIBRARY, broker), 0);
+  ASSERT_EQ(loadLibrary(OX_STREAM_LIBRARY, broker), 0);
+  ASSERT_EQ(loadLibrary(OX_EXAMPLE_LIBRARY, broker), 0);
 
   constexpr int kX = 200;
   constexpr int kY = 30;

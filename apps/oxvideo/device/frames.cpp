@@ -45,8 +45,7 @@ class AnnouncedFrames final : public OXFrames {
     while (!OXInterrupt::requested()) {
       const auto left = std::chrono::ceil<milliseconds>(limit - Clock::now());
       const milliseconds wait = std::clamp(left, milliseconds(0), kLongestRequest);
-      auto image =
-          xRequest(kStreams, "next", OXValue::array(id(), static_cast<int>(wait.count())));
+      auto image = xRequest(kStreams, "next", OXValue::array(id(), static_cast<int>(wait.count())));
       if (image) fHasCome = true;
       if (image || Clock::now() >= limit) return image;
     }

@@ -332,6 +332,44 @@ TEST_F(Verbs, WatchCountsEachFrameOnce) {
   expectAllUnsubscribed();
 }
 
+TEST_F(Verbs, FramesAreWaitedForWhereTheBrokerSaysWhen) {
+  const boost::shared_ptr<FakeDevice> streams(new FakeDevice(fFake.broker, false, "OXVideoStream"));
+  streams->initModule();
+  std::atomic<int> asked = 0;
+  streams->answer("open", [](const OXValue& p) { return p[0]; });
+  streams->answer("statistics", [](const OXValue&) { return OXValue::array(4, 2, 0, 0, 0, 0); });
+  // Two requests whose time is over for each frame.
+  streams->answer("next", [&asked](const OXValue&) {
+    return ++asked % 3 == 0 ? imageReply(asked) : OXValue();
+  });
+  device().answer("getFrameRate", [](const OXValue&) { return 30; });
+  device().answer("getResolution", [](const OXValue&) { return 0; });
+  const RunResult watched = run({"watch", "--frames", "4", "--json"});
+  EXPECT_EQ(watched.status, kDone) << watched.err;
+  for (const char* part : {"\"frames\":4,", "\"requests\":12,", "\"skipped\":2,"})
+    EXPECT_THAT(watched.out, HasSubstr(part));
+  EXPECT_THAT(callsOf("getImageRemote"), IsEmpty());
+  EXPECT_THAT(run({"watch", "--frames", "4"}).out, HasSubstr("push to receipt"));
+
+  // What the camera has already may do; a film that is paused brings nothing else.
+  device().answer("getImageRemote", [](const OXValue&) { return imageReply(5); });
+  const std::string picture = fFake.folder.file("a.png");
+  EXPECT_EQ(run({"snapshot", "-o", picture}).status, kDone);
+  EXPECT_EQ(asked, 24);
+  device().answer("getImageRemote", [](const OXValue&) { return OXValue(); });
+  EXPECT_EQ(run({"snapshot", "-o", picture, "--overwrite"}).status, kDone);
+  EXPECT_EQ(asked, 27);
+  EXPECT_THAT(callsOf("subscribeCamera"), IsEmpty());
+  const std::vector<std::string> calls = streams->calls();
+  const auto count = [&](const std::string& pMethod) {
+    return std::count_if(calls.begin(), calls.end(), [&](const std::string& pCall) {
+      return pCall.starts_with(pMethod + "[");
+    });
+  };
+  EXPECT_EQ(count("open"), 4);
+  EXPECT_EQ(count("close"), 4);
+}
+
 TEST_F(Verbs, WatchEndsQuietlyWhenNobodyReadsIt) {
   std::signal(SIGPIPE, SIG_IGN);
   int ends[2];
