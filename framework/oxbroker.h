@@ -86,6 +86,9 @@ class OX_API OXBroker : public boost::enable_shared_from_this<OXBroker> {
   /// others from starting while fewer than maxThreads run. What a task throws is logged. False when
   /// the task was dropped: the broker is shutting down, or no thread could be started.
   bool post(std::function<void()> pTask);
+  /// Runs pTask on the calling thread, which counts as one of the broker's meanwhile. False, and
+  /// nothing was run, when it could not start at once: then post() it. For the transport.
+  bool xTryRun(const std::function<void()>& pTask);
 
   /// Calls a method without a result: of a module of this process directly, on this thread; of a
   /// remote endpoint by a notification. Throws OXError when there is neither of that name, and what

@@ -9,6 +9,7 @@
 #include <string>
 
 #include "oxapi.h"
+#include "oxdescriptor.h"
 #include "oxserver.h"
 #include "oxvalue.h"
 
@@ -17,7 +18,7 @@ namespace OX {
 class OXProxy;
 
 /// One connection. Thread-safe: any number of threads may call at once, and answers may arrive in
-/// any order. When the connection ends, every call under way and every later one throws OXError.
+/// any order. A thread that calls reads its own answer, and those of others meanwhile. When the connection ends, every call under way and every later one throws OXError.
 class OX_API OXRemoteBroker : public boost::enable_shared_from_this<OXRemoteBroker> {
  public:
   /// Connects to an address in the form that OXServer::listen() takes, within pTimeout, which
@@ -34,6 +35,14 @@ class OX_API OXRemoteBroker : public boost::enable_shared_from_this<OXRemoteBrok
   /// OXError that the other side raised, or one of module "OXRemoteBroker" when the connection has
   /// ended or no answer arrives within the time limit.
   OXValue call(const std::string& pModule, const std::string& pMethod, const OXValue& pArguments);
+  /// The same for a method that waits: it may take longer than other calls by so much.
+  OXValue call(const std::string& pModule, const std::string& pMethod, const OXValue& pArguments,
+               std::chrono::milliseconds pLonger);
+  /// The same for an answer that may come with a descriptor, as some do over a Unix-domain socket;
+  /// pDescriptor has none without. Other calls close it.
+  OXValue call(const std::string& pModule, const std::string& pMethod, const OXValue& pArguments,
+               OXDescriptor& pDescriptor,
+               std::chrono::milliseconds pLonger = std::chrono::milliseconds(0));
 
   /// How long a call may take, from waiting for room to send it to its answer; 30 s by default.
   void setTimeout(std::chrono::milliseconds pTimeout);

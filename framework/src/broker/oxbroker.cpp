@@ -165,6 +165,8 @@ OXValue OXBroker::xCall(const boost::shared_ptr<OXModuleCore>& pModule, const st
 
 bool OXBroker::post(std::function<void()> pTask) { return fThreads->post(std::move(pTask)); }
 
+bool OXBroker::xTryRun(const std::function<void()>& pTask) { return fThreads->tryRun(pTask); }
+
 void OXBroker::notify(const std::string& pTarget, const std::string& pMethod,
                       const OXValue& pArguments) {
   if (getModule(pTarget)) {

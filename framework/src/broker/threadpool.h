@@ -7,7 +7,8 @@
 
 namespace OX {
 
-/// Threads are started on demand and end when they have been idle for a while. Thread-safe.
+/// Threads are started on demand and end when they have been idle for a while. A thread of somebody
+/// else can run a task in their place. Thread-safe.
 class OXThreadPool {
  public:
   using Task = std::function<void()>;
@@ -20,13 +21,16 @@ class OXThreadPool {
   OXThreadPool(const OXThreadPool&) = delete;
   OXThreadPool& operator=(const OXThreadPool&) = delete;
 
-  /// Tasks start in order, each at once unless pMaxThreads are running. What a task throws is
+  /// Tasks start in order, each at once unless as many as pMaxThreads run. What a task throws is
   /// logged. False when the task was dropped: after stop(), or when no thread could be started.
   bool post(Task pTask);
+  /// Runs a task on the calling thread, which counts as one of the pool's meanwhile. False, and
+  /// nothing was run, when it could not start at once: then post() it.
+  bool tryRun(const Task& pTask);
 
   /// Refuses further tasks and waits until the queued ones are done and the threads have ended, for
   /// at most pLimit; then drops the tasks that have not started and returns false.
-  /// A thread of the pool may call it and does not wait for itself.
+  /// A task may call it, which is then not waited for.
   bool stop(std::chrono::milliseconds pLimit);
 
   /// The number of threads, idle ones included.

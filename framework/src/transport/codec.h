@@ -7,6 +7,7 @@
 #include <optional>
 #include <string>
 
+#include <oxframework/oxdescriptor.h>
 #include <oxframework/oxerror.h>
 #include <oxframework/oxvalue.h>
 #include "outgoingmessage.h"
@@ -25,6 +26,8 @@ struct IncomingMessage {
   std::optional<OXError> error;  ///< of an answer
   /// Why the value cannot be used: an integer outside 32 bits, a map. Empty when it can.
   std::string problem;
+  OXDescriptor descriptor;  ///< that came with an answer
+  std::size_t size = 0;     ///< bytes on the wire
 };
 
 /// Decodes one complete message that the scanner has accepted. Large binaries are not copied: they

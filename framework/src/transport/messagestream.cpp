@@ -1,201 +1,316 @@
-// The reading and writing of one connection. At most one read and one write are under way; each
-// continues the next from its handler, so the io thread needs no lock.
+// The reading and writing of one connection. The mutex guards who does what and is never held
+// during a call of the system that moves bytes, nor while a message, whose pixels may be another
+// module's, is destroyed.
 #include "messagestream.h"
 
-#include <boost/asio/post.hpp>
-#include <boost/asio/write.hpp>
-#include <boost/weak_ptr.hpp>
-#include <new>
+#include <poll.h>
+#include <sys/epoll.h>
+#include <sys/socket.h>
+#include <sys/uio.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <climits>
+#include <cstring>
+#include <system_error>
 #include <utility>
 
 #include <oxframework/oxlog.h>
+#include "descriptormessage.h"
 #include "socketoptions.h"
 
 namespace OX::wire {
 namespace {
 
-using boost::system::error_code;
-namespace asio = boost::asio;
+// The most messages that one batch gathers, and the most pieces that one call of the system takes.
+constexpr std::size_t kMessagesPerBatch = 64;
+constexpr std::size_t kPiecesPerWrite = 64;
 
-// The most messages that one write to the socket gathers.
-constexpr std::size_t kMessagesPerWrite = 64;
+std::string describeError(int pNumber) { return std::system_category().message(pNumber); }
 
-// The most bytes that one write hands to the system, before other connections have their turn on
-// the io thread. Less costs a large image more wake-ups (64 KiB, Asio's own choice, takes several
-// times as long); more lets small answers wait for a whole image to be copied.
-constexpr std::size_t kBytesPerWrite = 512 * 1024;
-
-std::size_t oneWrite(const error_code& pError, std::size_t) { return pError ? 0 : kBytesPerWrite; }
+bool isForNow(int pError) { return pError == EAGAIN || pError == EWOULDBLOCK; }
 
 }  // namespace
 
-MessageStream::MessageStream(boost::shared_ptr<asio::io_context> pIo, Socket&& pSocket,
+MessageStream::MessageStream(boost::shared_ptr<Poller> pPoller, OXDescriptor pSocket,
                              const OXWireLimits& pLimits)
-    : fIo(std::move(pIo)),
-      fSocket(std::move(pSocket)),
-      fIsTcp(isTcp(fSocket)),
+    : fPoller(std::move(pPoller)),
+      fIsTcp(isTcp(pSocket.number())),
       fLimits(pLimits),
-      fScanner(pLimits) {}
+      fSocket(std::move(pSocket)),
+      fScanner(pLimits),
+      fHandle(fSocket.number()) {}
 
-MessageStream::~MessageStream() = default;
+MessageStream::~MessageStream() {
+  if (fSocket.isOpen() && fNumber != 0) fPoller->remove(fHandle, fNumber);
+}
 
-void MessageStream::start() { xProceed(); }
+void MessageStream::start() {
+  const detail::MutexLock guard(fGuard);
+  fNumber = fPoller->add(fHandle, weak_from_this());
+  xArm();
+}
+
+// ---- rights ----
+
+void MessageStream::onReady(std::uint32_t pEvents) {
+  constexpr std::uint32_t kGone = EPOLLERR | EPOLLHUP;
+  bool reads = false;
+  bool writes = false;
+  {
+    const detail::MutexLock guard(fGuard);
+    fArmed = 0;
+    if (fEnded) return;
+    if (fFull && (pEvents & (EPOLLOUT | kGone)) != 0) {
+      fFull = false;
+      fWriting = writes = true;
+    }
+    if ((pEvents & (EPOLLIN | kGone)) != 0 && mayRead()) reads = xTryReading();
+    xArm();
+  }
+  if (writes) xWrite();
+  if (reads) onReadable();
+}
+
+bool MessageStream::xTryReading() {
+  if (fReading || fEnded) return false;
+  fReading = true;
+  xArm();
+  return true;
+}
+
+void MessageStream::xStopReading() {
+  fReading = false;
+  xArm();
+  xCloseUnused();
+}
+
+void MessageStream::xArm() {
+  if (fEnded || fNumber == 0) return;
+  const std::uint32_t wanted =
+      (!fReading && mayRead() ? EPOLLIN : 0u) | (fFull ? EPOLLOUT : 0u);
+  if (wanted == fArmed) return;
+  fPoller->arm(fHandle, fNumber, wanted);
+  fArmed = wanted;
+}
 
 // ---- receiving ----
 
-void MessageStream::xProceed() {
-  if (fEnded || fReading) return;
-  xGuarded([this] {
-    xTakeMessages();
-    // Guarded too: a large message may find no memory to be received into.
-    if (!fEnded && mayTakeMessage()) xRead();
-  });
+IncomingMessage MessageStream::xTakeMessage() {
+  const std::size_t size = fScanner.getSize();
+  // Decoded before it is consumed, since its values may keep using the block in place.
+  IncomingMessage message = decode(fReceived.lend(), fReceived.data(), size);
+  message.size = size;
+  fScanner.reset();
+  fReceived.consume(size);
+  return message;
 }
 
-void MessageStream::xTakeMessages() {
-  while (!fEnded && mayTakeMessage() && fScanner.scan(fReceived.data(), fReceived.size())) {
-    const std::size_t size = fScanner.getSize();
-    // Decoded before it is consumed, since its values may keep using the block in place.
-    IncomingMessage message = decode(fReceived.lend(), fReceived.data(), size);
-    fScanner.reset();
-    fReceived.consume(size);
-    onMessage(std::move(message));
+bool MessageStream::xReceive() {
+  fReceived.prepare(fScanner.getSize(), static_cast<std::size_t>(fLimits.maxMessageBytes));
+  if (fIsTcp && fReceived.size() > 0) acknowledgeAtOnce(fHandle);
+  for (;;) {
+    const ssize_t got = ::recv(fHandle, fReceived.room(), fReceived.roomSize(), MSG_DONTWAIT);
+    if (got > 0) {
+      fReceived.commit(static_cast<std::size_t>(got));
+      fBytesIn += static_cast<std::uint64_t>(got);
+      return true;
+    }
+    if (got < 0 && errno == EINTR) continue;
+    if (got < 0 && isForNow(errno)) return false;
+    end(got == 0 ? "End of file" : describeError(errno));
+    return false;
   }
 }
 
-void MessageStream::xRead() {
-  fReceived.prepare(fScanner.getSize(), static_cast<std::size_t>(fLimits.maxMessageBytes));
-  fReading = true;
-  if (fIsTcp && fReceived.size() > 0) acknowledgeAtOnce(fSocket);
-  fSocket.async_read_some(asio::buffer(fReceived.room(), fReceived.roomSize()),
-                          [self = shared_from_this()](const error_code& pError, std::size_t pSize) {
-                            self->fReading = false;
-                            if (pError) return self->xEnd(pError.message());
-                            self->xReceived(pSize);
-                          });
-}
-
-void MessageStream::xReceived(std::size_t pSize) {
-  fBytesIn += pSize;
-  fReceived.commit(pSize);
-  xProceed();
-}
-
-/// A step that fails halfway would leave a connection on which nothing is read or written any more,
-/// and nobody would know: it is closed instead.
-template <typename Step>
-void MessageStream::xGuarded(Step pStep) {
-  try {
-    pStep();
-  } catch (const WireViolation& violation) {
-    xViolated(violation.what());
-  } catch (const std::bad_alloc&) {
-    xViolated("memory ran out");
-  } catch (const std::exception& error) {
-    xViolated(std::string("a message could not be processed: ") + error.what());
+bool MessageStream::xAwaitReadable(std::chrono::steady_clock::time_point pDeadline) {
+  using std::chrono::milliseconds;
+  for (;;) {
+    const auto left = std::chrono::ceil<milliseconds>(pDeadline - std::chrono::steady_clock::now());
+    if (left.count() <= 0) return false;
+    pollfd wanted{fHandle, POLLIN, 0};
+    const auto timeout = std::min<milliseconds::rep>(left.count(), INT_MAX);
+    if (::poll(&wanted, 1, static_cast<int>(timeout)) > 0) return true;
   }
 }
 
 void MessageStream::xViolated(const std::string& pProblem) {
-  if (fEnded) return;
+  {
+    const detail::MutexLock guard(fGuard);
+    if (fEnded) return;
+  }
   try {
     ki::log::LogStream(ki::log::kError, "ox.transport", "", "receive", __LINE__)
         << "Connection of " << getPeer() << " closed: " << pProblem;
   } catch (const std::bad_alloc&) {  // closed without a record, then
   }
-  xEnd(pProblem);
+  end(pProblem);
 }
 
 // ---- sending ----
 
 bool MessageStream::xIsKeepingUp() const {
-  return fWaitingBytes.load() <= static_cast<std::size_t>(fLimits.maxMessageBytes) &&
-         fWaitingMessages.load() < kMaxWaiting;
+  return fWaitingBytes <= static_cast<std::size_t>(fLimits.maxMessageBytes) &&
+         fWaitingMessages < kMaxWaiting;
 }
 
 bool MessageStream::trySend(OutgoingMessage&& pMessage) {
-  if (!xIsKeepingUp()) return false;
-  send(std::move(pMessage));
+  bool writes;
+  {
+    const detail::MutexLock guard(fGuard);
+    if (!xIsKeepingUp()) return false;
+    writes = xQueue(std::move(pMessage));
+  }
+  if (writes) xWrite();
   return true;
 }
 
-// The handlers hold this weakly: a handler that remains in a stopped io_context would otherwise
-// keep this alive, and this the io_context.
 void MessageStream::send(OutgoingMessage&& pMessage) {
-  // Counted here and not on the io thread, so that trySend() sees what was sent just before.
-  fWaitingBytes += pMessage.getSize();
-  ++fWaitingMessages;
-  asio::post(*fIo, [weak = weak_from_this(), message = std::move(pMessage)]() mutable {
-    if (const auto self = weak.lock()) self->xQueue(std::move(message));
-  });
-}
-
-void MessageStream::xQueue(OutgoingMessage&& pMessage) {
-  if (fEnded) return;
-  xGuarded([&] {
-    fQueue.push_back(std::move(pMessage));
-    if (fWriting.empty()) xWrite();
-  });
-}
-
-void MessageStream::xWrite() {
-  while (!fQueue.empty() && fWriting.size() < kMessagesPerWrite) {
-    fWriting.push_back(std::move(fQueue.front()));
-    fQueue.pop_front();
+  bool writes;
+  {
+    const detail::MutexLock guard(fGuard);
+    writes = xQueue(std::move(pMessage));
   }
-  std::vector<OutgoingMessage::Piece> pieces;
-  // Pieces refer into fWriting, which therefore does not change until xWritten().
-  for (const OutgoingMessage& message : fWriting) message.appendPieces(pieces);
-  std::vector<asio::const_buffer> buffers;
-  buffers.reserve(pieces.size());
-  for (const auto& piece : pieces) buffers.emplace_back(piece.data, piece.size);
-  asio::async_write(fSocket, buffers, oneWrite,
-                    [self = shared_from_this()](const error_code& pError, std::size_t pSize) {
-                      if (pError) return self->xEnd(pError.message());
-                      self->xWritten(pSize);
-                    });
+  if (writes) xWrite();
 }
 
-void MessageStream::xWritten(std::size_t pSize) {
-  const std::size_t messages = fWriting.size();
-  fWriting.clear();
-  fBytesOut += pSize;
-  fWaitingBytes -= pSize;
-  fWaitingMessages -= messages;
-  xGuarded([this] {
-    if (!fQueue.empty()) xWrite();
+bool MessageStream::xQueue(OutgoingMessage&& pMessage) {
+  if (fEnded) return false;
+  const std::size_t size = pMessage.getSize();
+  fQueue.push_back(std::move(pMessage));
+  fWaitingBytes += size;
+  ++fWaitingMessages;
+  if (fWriting || fFull) return false;
+  return fWriting = true;
+}
+
+/// With the right to write, which ends here.
+void MessageStream::xWrite() {
+  const bool fine = xGuarded([this] {
+    while (xNextBatch())
+      if (xWriteBatch() == Written::kNoRoom) return xAwaitRoom();
   });
-  onWritten();
+  if (fine) return;
+  const detail::MutexLock guard(fGuard);
+  fWriting = false;
+  xCloseUnused();
+}
+
+/// Counts the batch that was written, and takes the next one. False at the end of the queue or of
+/// the connection: then the right to write has ended.
+bool MessageStream::xNextBatch() {
+  std::size_t bytes = 0;
+  std::size_t messages = 0;
+  if (!fPieces.empty() && fNextPiece == fPieces.size()) {
+    for (const OutgoingMessage& message : fBatch) bytes += message.getSize();
+    messages = fBatch.size();
+    fBatch.clear();
+    fPieces.clear();
+    fNextPiece = 0;
+  }
+  bool goesOn = false;
+  {
+    const detail::MutexLock guard(fGuard);
+    fWaitingBytes -= bytes;
+    fWaitingMessages -= messages;
+    goesOn = !fEnded && !(fBatch.empty() && fQueue.empty());
+    if (goesOn && fBatch.empty()) xFillBatch();
+    if (!goesOn) {
+      fWriting = false;
+      xCloseUnused();
+    }
+  }
+  if (messages > 0) onWritten();
+  return goesOn;
+}
+
+/// A message with a descriptor is a batch of its own, so that the receiver knows which message it
+/// belongs to.
+void MessageStream::xFillBatch() {
+  while (!fQueue.empty() && fBatch.size() < kMessagesPerBatch) {
+    const bool isAlone = fQueue.front().descriptor.isOpen();
+    if (isAlone && !fBatch.empty()) return;
+    fBatch.push_back(std::move(fQueue.front()));
+    fQueue.pop_front();
+    if (isAlone) return;
+  }
+}
+
+MessageStream::Written MessageStream::xWriteBatch() {
+  if (fPieces.empty())
+    for (const OutgoingMessage& message : fBatch) message.appendPieces(fPieces);
+  while (fNextPiece < fPieces.size()) {
+    const Written written = xWriteSome();
+    if (written != Written::kAll) return written;
+  }
+  return Written::kAll;
+}
+
+/// One call of the system.
+MessageStream::Written MessageStream::xWriteSome() {
+  iovec pieces[kPiecesPerWrite];
+  const std::size_t count = std::min(fPieces.size() - fNextPiece, kPiecesPerWrite);
+  for (std::size_t i = 0; i < count; ++i) {
+    const OutgoingMessage::Piece& piece = fPieces[fNextPiece + i];
+    pieces[i] = {const_cast<void*>(piece.data), piece.size};
+  }
+  msghdr message{};
+  message.msg_iov = pieces;
+  message.msg_iovlen = count;
+  OXDescriptor& descriptor = fBatch.front().descriptor;
+  DescriptorMessage beside;
+  if (descriptor.isOpen() && !fIsTcp) beside.attach(message, descriptor.number());
+  const ssize_t sent = ::sendmsg(fHandle, &message, MSG_DONTWAIT | MSG_NOSIGNAL);
+  if (sent < 0 && errno == EINTR) return Written::kAll;
+  if (sent < 0 && isForNow(errno)) return Written::kNoRoom;
+  if (sent < 0) {
+    end(describeError(errno));
+    return Written::kFailed;
+  }
+  descriptor = OXDescriptor();
+  fBytesOut += static_cast<std::uint64_t>(sent);
+  for (auto left = static_cast<std::size_t>(sent); left > 0;) {
+    OutgoingMessage::Piece& piece = fPieces[fNextPiece];
+    const std::size_t done = std::min(left, piece.size);
+    piece.data = static_cast<const char*>(piece.data) + done;
+    piece.size -= done;
+    left -= done;
+    if (piece.size == 0) ++fNextPiece;
+  }
+  return Written::kAll;
+}
+
+/// Ends the right to write until the poller reports room.
+void MessageStream::xAwaitRoom() {
+  const detail::MutexLock guard(fGuard);
+  fWriting = false;
+  if (fEnded) return xCloseUnused();
+  fFull = true;
+  xArm();
 }
 
 // ---- the end ----
 
 void MessageStream::end(const std::string& pReason) {
-  asio::post(*fIo, [weak = weak_from_this(), pReason] {
-    if (const auto self = weak.lock()) self->xEnd(pReason);
-  });
-}
-
-void MessageStream::xEnd(const std::string& pReason) {
-  if (fEnded) return;
-  fEnded = true;
-  fQueue.clear();
-  error_code ignored;  // it is closed in any case
-  fSocket.shutdown(Socket::shutdown_both, ignored);
-  fSocket.close(ignored);
+  std::deque<OutgoingMessage> queue;
+  std::vector<OutgoingMessage> batch;
+  {
+    const detail::MutexLock guard(fGuard);
+    if (fEnded) return;
+    fEnded = true;
+    queue.swap(fQueue);
+    if (!fWriting) batch.swap(fBatch);
+    ::shutdown(fHandle, SHUT_RDWR);  // also ends the calls of those who read or write
+    xCloseUnused();
+  }
   onEnd(pReason);
 }
 
-void runUntilDone(asio::io_context& pIo) {
-  for (;;) {
-    try {
-      pIo.run();
-      return;
-    } catch (const std::exception& error) {
-      ki::log::LogStream(ki::log::kError, "ox.transport", "", "run", __LINE__)
-          << "Unexpected failure: " << error.what();
-    }
-  }
+/// Those who read or write use the socket without the guard.
+void MessageStream::xCloseUnused() {
+  if (!fEnded || fReading || fWriting || !fSocket.isOpen()) return;
+  if (fNumber != 0) fPoller->remove(fHandle, fNumber);
+  fSocket = OXDescriptor();
 }
 
 }  // namespace OX::wire

@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include <oxframework/oxdescriptor.h>
 #include <oxframework/oxvalue.h>
 
 namespace OX::wire {
@@ -27,6 +28,9 @@ class OutgoingMessage {
   std::size_t getSize() const { return fBytes.size() + fReferencedBytes; }
   /// Appends the pieces in order; they are valid until this message changes, moves or ends.
   void appendPieces(std::vector<Piece>& pPieces) const;
+
+  /// Sent with the first byte, on a Unix-domain socket.
+  OXDescriptor descriptor;
 
  private:
   struct Reference {

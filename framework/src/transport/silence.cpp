@@ -3,23 +3,25 @@
 #include "silence.h"
 
 #include <linux/sockios.h>
+#include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <sys/ioctl.h>
+#include <sys/socket.h>
 
 #include <algorithm>
 #include <utility>
 
 namespace OX::wire {
 
-std::chrono::milliseconds Silence::look(boost::asio::generic::stream_protocol::socket& pSocket) {
+std::chrono::milliseconds Silence::look(int pSocket) {
   using std::chrono::milliseconds;
   const Clock::time_point now = Clock::now();
   const Clock::time_point before = std::exchange(fLooked, now);
   tcp_info state{};
   socklen_t size = sizeof state;
   int waiting = 0;
-  if (::ioctl(pSocket.native_handle(), SIOCOUTQ, &waiting) != 0 ||
-      ::getsockopt(pSocket.native_handle(), IPPROTO_TCP, TCP_INFO, &state, &size) != 0)
+  if (::ioctl(pSocket, SIOCOUTQ, &waiting) != 0 ||
+      ::getsockopt(pSocket, IPPROTO_TCP, TCP_INFO, &state, &size) != 0)
     return milliseconds(0);
   const milliseconds sinceHeard(std::min(state.tcpi_last_ack_recv, state.tcpi_last_data_recv));
   if (waiting == 0 || now - sinceHeard >= before) {

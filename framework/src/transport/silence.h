@@ -1,7 +1,6 @@
 /// Notices that the peer of a TCP socket is gone while data waits for it.
 #pragma once
 
-#include <boost/asio/generic/stream_protocol.hpp>
 #include <chrono>
 #include <optional>
 
@@ -15,7 +14,7 @@ class Silence {
  public:
   /// How long the peer has not answered; 0 when it has, when nothing waits for it, and for a socket
   /// of another kind. Has the accuracy of the time between two calls.
-  std::chrono::milliseconds look(boost::asio::generic::stream_protocol::socket& pSocket);
+  std::chrono::milliseconds look(int pSocket);
 
  private:
   using Clock = std::chrono::steady_clock;

@@ -1,7 +1,6 @@
 /// The options of every connection's socket, on both sides.
 #pragma once
 
-#include <boost/asio/generic/stream_protocol.hpp>
 #include <boost/asio/ip/tcp.hpp>
 #include <boost/asio/local/stream_protocol.hpp>
 
@@ -14,17 +13,17 @@ void setOptions(boost::asio::ip::tcp::socket& pSocket);
 /// take turns for every part of an image.
 void setOptions(boost::asio::local::stream_protocol::socket& pSocket);
 
-/// False also when the other side has gone already.
-bool isTcp(const boost::asio::generic::stream_protocol::socket& pSocket);
+/// False for a socket of another kind.
+bool isTcp(int pSocket);
 
 /// Ends an idle TCP connection whose peer has not been heard for so many seconds, within twice
 /// that. While data waits to be sent the system does not look: Silence does. Does nothing to a
 /// socket of another kind, or for 0.
-void giveUpUnheard(boost::asio::generic::stream_protocol::socket& pSocket, int pSeconds);
+void giveUpUnheard(int pSocket, int pSeconds);
 
 /// Lets a TCP socket acknowledge what it receives next at once; does nothing to a socket of another
 /// kind. The system forgets it after a while, so it is asked for again in the midst of each large
 /// message.
-void acknowledgeAtOnce(boost::asio::generic::stream_protocol::socket& pSocket);
+void acknowledgeAtOnce(int pSocket);
 
 }  // namespace OX::wire

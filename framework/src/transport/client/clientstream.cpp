@@ -1,5 +1,9 @@
 // Calls wait on condition variables of their own, on their callers' stacks, so that an answer wakes
-// exactly the thread that asked. No lock is held while a message is encoded or sent.
+// exactly the thread that asked. No lock is held while a message is encoded, written or read.
+//
+// Somebody has the right to read, or else the poller waits for the connection's thread. A caller
+// takes the right before it sends, so that the answer finds it waiting, and leaves it to another
+// caller that still waits, or to the poller.
 #include "clientstream.h"
 
 #include <boost/make_shared.hpp>
@@ -16,85 +20,230 @@ constexpr char kModule[] = "OXRemoteBroker";
 
 }  // namespace
 
-ClientStream::ClientStream(boost::shared_ptr<boost::asio::io_context> pIo, Socket&& pSocket,
+ClientStream::ClientStream(boost::shared_ptr<Poller> pPoller, OXDescriptor pSocket,
                            std::string pAddress)
-    : MessageStream(std::move(pIo), std::move(pSocket), OXWireLimits()),
-      fAddress(std::move(pAddress)) {}
+    : MessageStream(pPoller, std::move(pSocket), OXWireLimits()),
+      fAddress(std::move(pAddress)),
+      fPoller(std::move(pPoller)) {}
 
 ClientStream::~ClientStream() = default;
 
-void ClientStream::xSend(OutgoingMessage&& pMessage, const std::string& pFunction,
-                         std::chrono::steady_clock::time_point pDeadline) {
-  {
-    detail::MutexLock guard(fGuard);
-    fRoom.wait_until(guard.native(), pDeadline,
-                     [this]() OX_REQUIRES(fGuard) { return xIsKeepingUp() || fEndReason; });
-  }
-  // Tried in any case: another thread may have taken the room, or made some just after the wait.
-  if (!trySend(std::move(pMessage)))
+// ---- calls ----
+
+/// Returns also when the connection has ended.
+void ClientStream::xAwaitRoom(detail::MutexLock& pHold, const std::string& pFunction,
+                              Deadline pDeadline) {
+  const bool mayGoOn = fRoom.wait_until(pHold.native(), pDeadline, [this]() OX_REQUIRES(fGuard) {
+    return xIsKeepingUp() || fEndReason;
+  });
+  if (!mayGoOn)
     raiseError(kModule, pFunction,
                "The broker at " + fAddress + " does not read what is sent to it");
 }
 
-void ClientStream::onWritten() {
-  const detail::MutexLock guard(fGuard);
-  fRoom.notify_all();
-}
+void ClientStream::onWritten() noexcept { fRoom.notify_all(); }
 
-OXValue ClientStream::call(const std::string& pModule, const std::string& pMethod,
-                           const OXValue& pArguments, std::chrono::milliseconds pTimeout) {
+ClientStream::Answer ClientStream::call(const std::string& pModule, const std::string& pMethod,
+                                        const OXValue& pArguments,
+                                        std::chrono::milliseconds pTimeout) {
   const std::string name = pModule + "." + pMethod;
   // One for both waits: for room to send, and for the answer.
   const auto deadline = deadlineAfter(pTimeout);
-  Waiting waiting;
-  detail::MutexLock guard(fGuard);
-  // Wraps round after 2^32 calls, when the call of the same number has long ended.
-  const std::uint32_t id = ++fLastId;
-  if (!fEndReason) {
-    guard.unlock();
-    // Encoded without the lock: a large image takes a while.
-    OutgoingMessage message = encodeRequest(id, pModule, pMethod, pArguments, xLimits());
-    guard.lock();
-    // Registered before the request is sent, since the answer may come before xSend() returns.
-    fWaiting[id] = &waiting;
-    guard.unlock();
-    try {
-      xSend(std::move(message), "call", deadline);
-    } catch (...) {
-      guard.lock();
-      fWaiting.erase(id);
-      throw;
-    }
-    guard.lock();
-    waiting.answered.wait_until(guard.native(), deadline, [&]() OX_REQUIRES(fGuard) {
-      return waiting.answer.has_value() || fEndReason;
-    });
-    fWaiting.erase(id);
+  std::uint32_t id;
+  bool isConnected;
+  {
+    const detail::MutexLock guard(fGuard);
+    // Wraps round after 2^32 calls, when the call of the same number has long ended.
+    id = ++fLastId;
+    isConnected = !fEndReason;
   }
-  // An answer counts even if the connection ended just after it.
-  if (!waiting.answer && fEndReason)
-    raiseError(kModule, "call",
-               name + ": the connection to " + fAddress + " has ended: " + *fEndReason);
-  guard.unlock();
-  if (!waiting.answer)
+  Waiting waiting;
+  // Encoded without the lock: a large image takes a while.
+  if (isConnected)
+    xExchange(id, encodeRequest(id, pModule, pMethod, pArguments, xLimits()), waiting, deadline);
+  if (!waiting.answer) {
+    const detail::MutexLock guard(fGuard);
+    if (fEndReason)
+      raiseError(kModule, "call",
+                 name + ": the connection to " + fAddress + " has ended: " + *fEndReason);
     raiseError(kModule, "call",
                name + ": no answer from " + fAddress + " within " +
                    std::to_string(pTimeout.count()) + " ms");
+  }
   if (waiting.answer->error) throw *waiting.answer->error;
   if (!waiting.answer->problem.empty())
     raiseError(kModule, "call", name + ": " + waiting.answer->problem);
-  return std::move(waiting.answer->value);
+  return {std::move(waiting.answer->value), std::move(waiting.answer->descriptor)};
+}
+
+/// Sends a request and waits for its answer, the end of the connection, or the deadline.
+void ClientStream::xExchange(std::uint32_t pId, OutgoingMessage&& pMessage, Waiting& pWaiting,
+                             Deadline pDeadline) {
+  bool writes;
+  {
+    detail::MutexLock hold(fGuard);
+    xAwaitRoom(hold, "call", pDeadline);
+    const auto entry = fCalls.insert_or_assign(pId, &pWaiting).first;
+    try {
+      writes = xQueue(std::move(pMessage));
+    } catch (...) {
+      fCalls.erase(entry);
+      throw;
+    }
+    pWaiting.reads = xTryReading();
+  }
+  if (writes) xWrite();
+  xAwaitAnswer(pWaiting, pDeadline);
+  const detail::MutexLock guard(fGuard);
+  fCalls.erase(pId);
+}
+
+void ClientStream::xAwaitAnswer(Waiting& pWaiting, Deadline pDeadline) {
+  detail::MutexLock hold(fGuard);
+  const auto isDone = [&]() OX_REQUIRES(fGuard) { return pWaiting.answer || fEndReason; };
+  if (!pWaiting.reads)
+    pWaiting.woken.wait_until(hold.native(), pDeadline, [&]() OX_REQUIRES(fGuard) {
+      return isDone() || pWaiting.reads;
+    });
+  if (!pWaiting.reads) return;
+  hold.unlock();
+  xReadUntil(pWaiting, pDeadline);
+  hold.lock();
+  xLeaveReading(&pWaiting);
 }
 
 void ClientStream::notify(const std::string& pModule, const std::string& pMethod,
                           const OXValue& pArguments, std::chrono::milliseconds pTimeout) {
+  OutgoingMessage message = encodeNotification(pModule, pMethod, pArguments, xLimits());
+  bool writes;
   {
-    const detail::MutexLock guard(fGuard);
+    detail::MutexLock hold(fGuard);
+    xAwaitRoom(hold, "notify", deadlineAfter(pTimeout));
     if (fEndReason)
       raiseError(kModule, "notify", "The connection to " + fAddress + " has ended: " + *fEndReason);
+    writes = xQueue(std::move(message));
   }
-  xSend(encodeNotification(pModule, pMethod, pArguments, xLimits()), "notify",
-        deadlineAfter(pTimeout));
+  if (writes) xWrite();
+}
+
+// ---- reading: with the right to it ----
+
+void ClientStream::xReadUntil(const Waiting& pWaiting, Deadline pDeadline) {
+  xGuarded([&] {
+    for (;;) {
+      xDispatchReceived();
+      {
+        const detail::MutexLock guard(fGuard);
+        if (pWaiting.answer || xHasEnded()) return;
+      }
+      if (!xAwaitListener(pDeadline) || !xAwaitReadable(pDeadline)) return;
+      xReceive();
+    }
+  });
+}
+
+/// Events that a slow listener leaves in the queue must not use up the memory: the broker is told
+/// by not being read from. False when the time is over.
+bool ClientStream::xAwaitListener(Deadline pDeadline) {
+  detail::MutexLock hold(fGuard);
+  return fDelivered.wait_until(hold.native(), pDeadline, [this]() OX_REQUIRES(fGuard) {
+    return xHasEnded() || (fEventBytes <= static_cast<std::size_t>(xLimits().maxMessageBytes) &&
+                           fEvents.size() < kMaxWaiting);
+  });
+}
+
+/// Gives the right to read to another caller that waits, or to the connection's thread.
+void ClientStream::xLeaveReading(const Waiting* pLeaving) {
+  if (!xHasEnded()) {
+    for (const auto& [id, waiting] : fCalls) {
+      if (waiting == pLeaving || waiting->answer) continue;
+      waiting->reads = true;
+      waiting->woken.notify_one();
+      return;
+    }
+  }
+  xStopReading();
+}
+
+/// On the connection's thread. Once, and then events are delivered.
+void ClientStream::onReadable() {
+  xGuarded([this] {
+    xDispatchReceived();
+    if (xReceive()) xDispatchReceived();
+  });
+  const detail::MutexLock guard(fGuard);
+  xLeaveReading(nullptr);
+}
+
+void ClientStream::xDispatchReceived() {
+  while (xHasMessage()) xDispatch(xTakeMessage());
+}
+
+void ClientStream::xDispatch(IncomingMessage&& pMessage) {
+  if (pMessage.kind == IncomingMessage::kRequest)
+    throw WireViolation("malformed message: a request to a client");
+  if (pMessage.kind == IncomingMessage::kNotification) return xQueueEvent(std::move(pMessage));
+  const detail::MutexLock guard(fGuard);
+  const auto found = fCalls.find(pMessage.id);
+  if (found == fCalls.end()) return;  // its caller no longer waits
+  found->second->answer = std::move(pMessage);
+  found->second->woken.notify_one();
+}
+
+// ---- events ----
+
+void ClientStream::xQueueEvent(IncomingMessage&& pEvent) {
+  const detail::MutexLock guard(fGuard);
+  const std::size_t size = pEvent.size;
+  fEvents.push_back(std::move(pEvent));
+  fEventBytes += size;
+  if (!std::exchange(fIsAwake, true)) fPoller->wake();
+}
+
+void ClientStream::serve() {
+  bool goesOn = true;
+  while (goesOn) {
+    {
+      const Poller::Ready ready = fPoller->wait(-1);
+      {
+        const detail::MutexLock guard(fGuard);
+        fIsAwake = true;
+      }
+      if (ready.stream) ready.stream->onReady(ready.events);
+    }
+    xDeliverEvents();
+    const detail::MutexLock guard(fGuard);
+    goesOn = !xHasEnded();
+  }
+  // Those that came just before the end.
+  xDeliverEvents();
+}
+
+bool ClientStream::xNextEvent(IncomingMessage& pEvent, SharedListener& pListener) {
+  const detail::MutexLock guard(fGuard);
+  fIsAwake = !fEvents.empty();
+  if (!fIsAwake) return false;
+  pEvent = std::move(fEvents.front());
+  fEvents.pop_front();
+  fEventBytes -= pEvent.size;
+  fDelivered.notify_all();
+  pListener = fListener;
+  return true;
+}
+
+void ClientStream::xDeliverEvents() {
+  IncomingMessage event;
+  SharedListener listener;
+  while (xNextEvent(event, listener)) {
+    if (!listener || !*listener) continue;
+    try {
+      (*listener)(event.target, event.method, event.value);
+    } catch (const std::exception& error) {
+      ki::log::LogStream(ki::log::kWarning, "ox.transport", "", "event", __LINE__)
+          << "The listener failed to handle " << event.target << "." << event.method << ": "
+          << error.what();
+    }
+  }
 }
 
 void ClientStream::setListener(OXRemoteBroker::Listener pListener) {
@@ -108,31 +257,15 @@ bool ClientStream::isConnected() const {
   return !fEndReason;
 }
 
-void ClientStream::onMessage(IncomingMessage&& pMessage) {
-  if (pMessage.kind == IncomingMessage::kRequest)
-    throw WireViolation("malformed message: a request to a client");
-  if (pMessage.kind == IncomingMessage::kNotification) return xDispatchEvent(pMessage);
-  const detail::MutexLock guard(fGuard);
-  const auto found = fWaiting.find(pMessage.id);
-  if (found == fWaiting.end()) return;  // its caller no longer waits
-  found->second->answer = std::move(pMessage);
-  found->second->answered.notify_one();
-}
+// ---- the end ----
 
-void ClientStream::xDispatchEvent(const IncomingMessage& pEvent) {
-  boost::shared_ptr<const OXRemoteBroker::Listener> listener;
+void ClientStream::close() {
+  SharedListener dropped;
   {
     const detail::MutexLock guard(fGuard);
-    listener = fListener;
+    dropped.swap(fListener);
   }
-  if (!listener || !*listener) return;
-  try {
-    (*listener)(pEvent.target, pEvent.method, pEvent.value);
-  } catch (const std::exception& error) {
-    ki::log::LogStream(ki::log::kWarning, "ox.transport", "", "event", __LINE__)
-        << "The listener failed to handle " << pEvent.target << "." << pEvent.method << ": "
-        << error.what();
-  }
+  end("closed by this program");
 }
 
 void ClientStream::onEnd(const std::string& pReason) {
@@ -140,7 +273,9 @@ void ClientStream::onEnd(const std::string& pReason) {
   // From here on no call waits: those under way are woken, later ones see the reason first.
   fEndReason = pReason;
   fRoom.notify_all();
-  for (const auto& [id, waiting] : fWaiting) waiting->answered.notify_one();
+  fDelivered.notify_all();
+  for (const auto& [id, waiting] : fCalls) waiting->woken.notify_one();
+  fPoller->wake();
 }
 
 }  // namespace OX::wire

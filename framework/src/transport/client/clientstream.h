@@ -1,8 +1,13 @@
 /// The client's end of a connection: matches answers with the threads that wait for them.
+///
+/// A thread that calls also reads, until it has its answer, unless another one does; a thread whose
+/// answer somebody else read is woken by that one. The connection's own thread reads while nobody
+/// calls, and is the only one that calls the listener.
 #pragma once
 
 #include <chrono>
 #include <condition_variable>
+#include <deque>
 #include <map>
 #include <optional>
 #include <string>
@@ -13,48 +18,76 @@
 
 namespace OX::wire {
 
-/// call(), notify(), setListener() and isConnected() may be called from any thread.
+/// All but serve() may be called from any thread.
 class ClientStream : public MessageStream {
  public:
-  ClientStream(boost::shared_ptr<boost::asio::io_context> pIo, Socket&& pSocket,
-               std::string pAddress);
+  struct Answer {
+    OXValue value;
+    OXDescriptor descriptor;  ///< none unless the answer came with one
+  };
+
+  ClientStream(boost::shared_ptr<Poller> pPoller, OXDescriptor pSocket, std::string pAddress);
   ~ClientStream() override;
 
   /// Takes at most pTimeout, also when the request has to wait until it can be sent.
-  OXValue call(const std::string& pModule, const std::string& pMethod, const OXValue& pArguments,
-               std::chrono::milliseconds pTimeout);
+  Answer call(const std::string& pModule, const std::string& pMethod, const OXValue& pArguments,
+              std::chrono::milliseconds pTimeout);
   /// Waits at most pTimeout while too much is queued. Throws OXError when the connection has ended.
   void notify(const std::string& pModule, const std::string& pMethod, const OXValue& pArguments,
               std::chrono::milliseconds pTimeout);
   void setListener(OXRemoteBroker::Listener pListener);
   bool isConnected() const;
+  /// Ends the connection; the listener is not called any more, except for a call under way.
+  void close();
+
+  /// The connection's thread, until the connection has ended.
+  void serve();
 
  private:
+  using Deadline = std::chrono::steady_clock::time_point;
+
   /// A call under way, on the stack of the thread that waits.
   struct Waiting {
     std::optional<IncomingMessage> answer;
-    std::condition_variable answered;
+    bool reads = false;  ///< has the right to read
+    std::condition_variable woken;
   };
+  using SharedListener = boost::shared_ptr<const OXRemoteBroker::Listener>;
+  using Calls = std::map<std::uint32_t, Waiting*>;
 
-  void onMessage(IncomingMessage&& pMessage) override;
-  void onWritten() override;
+  void onReadable() override;
+  void onWritten() noexcept override;
   void onEnd(const std::string& pReason) override;
-  bool mayTakeMessage() const override { return true; }
+  bool mayRead() const override OX_REQUIRES(fGuard) { return true; }
   std::string getPeer() const override { return fAddress; }
 
-  void xSend(OutgoingMessage&& pMessage, const std::string& pFunction,
-             std::chrono::steady_clock::time_point pDeadline);
-  void xDispatchEvent(const IncomingMessage& pEvent);
+  void xAwaitRoom(detail::MutexLock& pHold, const std::string& pFunction, Deadline pDeadline)
+      OX_REQUIRES(fGuard);
+  void xExchange(std::uint32_t pId, OutgoingMessage&& pMessage, Waiting& pWaiting,
+                 Deadline pDeadline);
+  void xAwaitAnswer(Waiting& pWaiting, Deadline pDeadline);
+  void xReadUntil(const Waiting& pWaiting, Deadline pDeadline);
+  bool xAwaitListener(Deadline pDeadline);
+  void xLeaveReading(const Waiting* pLeaving) OX_REQUIRES(fGuard);
+  void xDispatchReceived();
+  void xDispatch(IncomingMessage&& pMessage);
+  void xQueueEvent(IncomingMessage&& pEvent);
+  bool xNextEvent(IncomingMessage& pEvent, SharedListener& pListener);
+  void xDeliverEvents();
 
   const std::string fAddress;
-  mutable detail::Mutex fGuard;
-  std::condition_variable fRoom;  ///< there may be room for further messages
-  /// By message id. A call's record is written under the guard too.
-  std::map<std::uint32_t, Waiting*> fWaiting OX_GUARDED_BY(fGuard);
+  const boost::shared_ptr<Poller> fPoller;
+  std::condition_variable fRoom;       ///< there may be room for further messages
+  std::condition_variable fDelivered;  ///< there may be room for further events
+  /// By message id.
+  Calls fCalls OX_GUARDED_BY(fGuard);
   std::uint32_t fLastId OX_GUARDED_BY(fGuard) = 0;
+  std::deque<IncomingMessage> fEvents OX_GUARDED_BY(fGuard);  ///< not delivered yet
+  std::size_t fEventBytes OX_GUARDED_BY(fGuard) = 0;
+  bool fIsAwake OX_GUARDED_BY(fGuard) = true;  ///< the connection's thread will look at fEvents
   /// Set once, when the connection has ended.
   std::optional<std::string> fEndReason OX_GUARDED_BY(fGuard);
-  boost::shared_ptr<const OXRemoteBroker::Listener> fListener OX_GUARDED_BY(fGuard);
+  SharedListener fListener OX_GUARDED_BY(fGuard);
 };
 
 }  // namespace OX::wire

@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <boost/asio/connect.hpp>
+#include <boost/asio/io_context.hpp>
 #include <boost/asio/ip/tcp.hpp>
 #include <boost/asio/local/stream_protocol.hpp>
 #include <boost/system/system_error.hpp>
@@ -54,10 +55,10 @@ Endpoints resolve(const Address& pAddress, std::chrono::steady_clock::time_point
 
 /// Connecting can only wait for room in the server's queue of clients to accept; the socket's send
 /// timeout limits that wait.
-MessageStream::Socket connectLocal(asio::io_context& pIo, const Address& pAddress,
-                                   std::chrono::milliseconds pTimeout) {
+OXDescriptor connectLocal(const Address& pAddress, std::chrono::milliseconds pTimeout) {
+  asio::io_context io;
   const Local::endpoint endpoint(pAddress.path);
-  Local::socket socket(pIo, Local());
+  Local::socket socket(io, Local());
   const auto limit = std::max<long>(pTimeout.count(), 1);  // 0 would mean no limit
   const timeval time{limit / 1000, limit % 1000 * 1000};
   ::setsockopt(socket.native_handle(), SOL_SOCKET, SO_SNDTIMEO, &time, sizeof time);
@@ -67,39 +68,36 @@ MessageStream::Socket connectLocal(asio::io_context& pIo, const Address& pAddres
   if (result == asio::error::no_buffer_space) result = asio::error::timed_out;
   if (result) throw system_error(result);
   setOptions(socket);
-  return MessageStream::Socket(std::move(socket));
+  return OXDescriptor(socket.release());
 }
 
-MessageStream::Socket connectTcp(asio::io_context& pIo, const Address& pAddress,
-                                 std::chrono::milliseconds pTimeout) {
+OXDescriptor connectTcp(const Address& pAddress, std::chrono::milliseconds pTimeout) {
   // One limit for both steps: what the resolver takes is no longer available to connect.
   const auto deadline = deadlineAfter(pTimeout);
   const Endpoints endpoints = resolve(pAddress, deadline);
-  tcp::socket socket(pIo);
+  asio::io_context io;
+  tcp::socket socket(io);
   error_code result = asio::error::would_block;
   asio::async_connect(socket, endpoints,
                       [&](const error_code& pError, const tcp::endpoint&) { result = pError; });
-  pIo.restart();
-  pIo.run_until(deadline);
+  io.run_until(deadline);
   if (result == asio::error::would_block) {
     socket.close();
-    pIo.restart();
-    pIo.run();
+    io.restart();
+    io.run();
     result = asio::error::timed_out;
   }
   if (result) throw system_error(result);
   setOptions(socket);
-  return MessageStream::Socket(std::move(socket));
+  return OXDescriptor(socket.release());
 }
 
 }  // namespace
 
-MessageStream::Socket connectTo(asio::io_context& pIo, const std::string& pAddress,
-                                std::chrono::milliseconds pTimeout) {
+OXDescriptor connectTo(const std::string& pAddress, std::chrono::milliseconds pTimeout) {
   const Address address = parseAddress(pAddress, "OXRemoteBroker", "connect");
   try {
-    return address.isUnix() ? connectLocal(pIo, address, pTimeout)
-                            : connectTcp(pIo, address, pTimeout);
+    return address.isUnix() ? connectLocal(address, pTimeout) : connectTcp(address, pTimeout);
   } catch (const system_error& error) {
     raiseError("OXRemoteBroker", "connect",
                "No broker answers at " + address.toString() + ": " + error.code().message());

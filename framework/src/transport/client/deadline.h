@@ -13,4 +13,12 @@ inline std::chrono::steady_clock::time_point deadlineAfter(std::chrono::millisec
   return std::chrono::steady_clock::now() + std::min<std::chrono::milliseconds>(pTimeout, kLongest);
 }
 
+/// A time limit that is longer by some time; less than none counts as none.
+inline std::chrono::milliseconds sumOf(std::chrono::milliseconds pLimit,
+                                       std::chrono::milliseconds pLonger) {
+  const auto longer = std::max(pLonger, std::chrono::milliseconds(0));
+  return pLimit > std::chrono::milliseconds::max() - longer ? std::chrono::milliseconds::max()
+                                                            : pLimit + longer;
+}
+
 }  // namespace OX::wire

@@ -11,11 +11,10 @@
 #include <oxframework/oxthreadsafety.h>
 #include "clientstream.h"
 #include "connect.h"
+#include "deadline.h"
 
 namespace OX {
 namespace {
-
-namespace asio = boost::asio;
 
 constexpr std::chrono::milliseconds kDefaultTimeout(30000);
 
@@ -40,20 +39,17 @@ class RemoteProxy : public OXProxy {
 class OXRemoteBroker::Impl {
  public:
   Impl(const std::string& pAddress, std::chrono::milliseconds pTimeout)
-      : fIo(boost::make_shared<asio::io_context>(1)) {
-    wire::MessageStream::Socket socket = wire::connectTo(*fIo, pAddress, pTimeout);
-    fStream = boost::make_shared<wire::ClientStream>(fIo, std::move(socket), pAddress);
+      : fStream(boost::make_shared<wire::ClientStream>(
+            boost::make_shared<wire::Poller>(), wire::connectTo(pAddress, pTimeout), pAddress)) {
     fStream->start();
-    // Connecting ran the context until it was out of work, which stops it.
-    fIo->restart();
-    // The thread ends with the connection: then nothing is left to run.
-    fThread = std::thread([io = fIo] { wire::runUntilDone(*io); });
+    // The thread ends with the connection.
+    fThread = std::thread([stream = fStream] { stream->serve(); });
   }
 
   ~Impl() { close(); }
 
   void close() {
-    fStream->end("closed by this program");
+    fStream->close();
     const detail::MutexLock guard(fThreadGuard);
     if (!fThread.joinable()) return;
     // The last owner may release this within the listener.
@@ -67,8 +63,7 @@ class OXRemoteBroker::Impl {
   std::atomic<std::chrono::milliseconds> fTimeout{kDefaultTimeout};
 
  private:
-  const boost::shared_ptr<asio::io_context> fIo;
-  boost::shared_ptr<wire::ClientStream> fStream;
+  const boost::shared_ptr<wire::ClientStream> fStream;
   detail::Mutex fThreadGuard;
   std::thread fThread OX_GUARDED_BY(fThreadGuard);
 };
@@ -84,7 +79,22 @@ boost::shared_ptr<OXRemoteBroker> OXRemoteBroker::connect(const std::string& pAd
 
 OXValue OXRemoteBroker::call(const std::string& pModule, const std::string& pMethod,
                              const OXValue& pArguments) {
-  return fImpl->stream().call(pModule, pMethod, pArguments, fImpl->fTimeout.load());
+  return call(pModule, pMethod, pArguments, std::chrono::milliseconds(0));
+}
+
+OXValue OXRemoteBroker::call(const std::string& pModule, const std::string& pMethod,
+                             const OXValue& pArguments, std::chrono::milliseconds pLonger) {
+  OXDescriptor ignored;
+  return call(pModule, pMethod, pArguments, ignored, pLonger);
+}
+
+OXValue OXRemoteBroker::call(const std::string& pModule, const std::string& pMethod,
+                             const OXValue& pArguments, OXDescriptor& pDescriptor,
+                             std::chrono::milliseconds pLonger) {
+  wire::ClientStream::Answer answer = fImpl->stream().call(
+      pModule, pMethod, pArguments, wire::sumOf(fImpl->fTimeout.load(), pLonger));
+  pDescriptor = std::move(answer.descriptor);
+  return std::move(answer.value);
 }
 
 void OXRemoteBroker::setTimeout(std::chrono::milliseconds pTimeout) { fImpl->fTimeout = pTimeout; }

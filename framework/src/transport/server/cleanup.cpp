@@ -98,7 +98,7 @@ void Connection::xReportWill(const OXLastWill& pWill, const char* pProblem) cons
 void Connection::xPostToIo(void (Connection::*pStep)()) {
   for (;;) {
     try {
-      boost::asio::post(xIo(), [weak = weak_from_this(), pStep] {
+      boost::asio::post(fCore->io, [weak = weak_from_this(), pStep] {
         if (const auto self = weak.lock()) (static_cast<Connection&>(*self).*pStep)();
       });
       return;

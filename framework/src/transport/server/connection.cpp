@@ -1,10 +1,9 @@
-// Calls run on the broker's threads, everything else on the io thread, which never waits; what both
-// touch is the name, under its lock. The broker is held weakly throughout: a connection must not
-// keep it from ending.
+// A request is read by a thread of the poller, which then runs the call itself. What must not wait
+// for a call, the end of the connection above all, happens on the io thread. The broker is held
+// weakly throughout: a connection must not keep it from ending.
 #include "connection.h"
 
 #include <algorithm>
-#include <boost/asio/post.hpp>
 #include <boost/make_shared.hpp>
 #include <utility>
 
@@ -53,9 +52,9 @@ boost::shared_ptr<OXConnections> connectionsOf(const ServerCore& pCore) {
 
 }  // namespace
 
-Connection::Connection(const boost::shared_ptr<ServerCore>& pCore, Socket&& pSocket,
+Connection::Connection(const boost::shared_ptr<ServerCore>& pCore, OXDescriptor pSocket,
                        OXCaller pClient, Handlers pHandlers)
-    : MessageStream({pCore, &pCore->io}, std::move(pSocket), pCore->limits),
+    : MessageStream(pCore->threads.getPoller(), std::move(pSocket), pCore->limits),
       fCore(pCore),
       fConnections(connectionsOf(*pCore)),
       fHandlers(std::move(pHandlers)),
@@ -96,32 +95,127 @@ OXCaller Connection::getCaller() const {
   return fClient;
 }
 
-// ---- calls: on the io thread unless told otherwise ----
+// ---- reading: with the right to it unless told otherwise ----
 
-bool Connection::mayTakeMessage() const {
-  const std::size_t underWay = static_cast<std::size_t>(fRunning) + xCountWaiting();
+bool Connection::xMayBegin() const {
+  const std::size_t underWay = static_cast<std::size_t>(fUnderWay) + xCountWaiting();
   return underWay < static_cast<std::size_t>(xLimits().maxRequestsUnderWay) && xIsKeepingUp();
 }
 
-void Connection::onWritten() {
-  if (xIsKeepingUp()) fLosesEvents = false;
+/// On a thread of the poller, which runs the last of the calls that it has read: usually the only
+/// one.
+void Connection::onReadable() {
+  std::optional<IncomingMessage> last;
+  xGuarded([&] {
+    while (xTakeMessages(last) && !last && xReceive()) {
+    }
+  });
+  if (last)
+    xStart(std::move(*last));
+  else
+    xPause();
+}
+
+/// Begins a call for each complete message and posts all but the last. False when one is held.
+bool Connection::xTakeMessages(std::optional<IncomingMessage>& pLast) {
+  while (xHasMessage()) {
+    if (!xMayTake()) return false;
+    IncomingMessage message = xTakeMessage();
+    if (message.kind == IncomingMessage::kAnswer)
+      throw WireViolation("malformed message: an answer without a request");
+    if (!xBeginCall()) return false;
+    if (pLast) xPost(std::move(*pLast));
+    pLast = std::move(message);
+  }
+  return true;
+}
+
+bool Connection::xMayTake() {
+  const detail::MutexLock guard(fGuard);
+  fHeld = !xMayBegin();
+  return !fHeld;
+}
+
+/// False when the connection has ended.
+bool Connection::xBeginCall() {
+  const detail::MutexLock guard(fGuard);
+  if (xHasEnded()) return false;
+  ++fUnderWay;
+  ++fCalls;
+  return true;
+}
+
+/// Runs a call on this thread, and before that lets others read; or posts it.
+void Connection::xStart(IncomingMessage&& pMessage) {
+  const auto broker = fCore->broker.lock();
+  const auto run = [this, &pMessage] {
+    xPause();
+    xRun(pMessage);
+  };
+  if (broker && fCore->threads.ensureWaiting() && broker->xTryRun(run)) return;
+  // Before others may read: calls start in their order.
+  xPost(std::move(pMessage));
+  xPause();
+}
+
+void Connection::xPost(IncomingMessage&& pMessage) {
+  bool isPosted = false;
+  xGuarded([&] {
+    const auto message = boost::make_shared<const IncomingMessage>(std::move(pMessage));
+    const auto broker = fCore->broker.lock();
+    isPosted = broker && broker->post([self = xThis(), message] { self->xRun(*message); });
+    if (!isPosted && message->kind == IncomingMessage::kRequest)
+      send(encodeError(message->id, shutdownError()));
+  });
+  if (!isPosted) xFinished();
+}
+
+/// Ends the right to read. False, and the right stays, when a message that was held may be taken.
+bool Connection::xTryPause() {
+  const detail::MutexLock guard(fGuard);
+  if (fHeld && xMayBegin() && !xHasEnded()) return false;
+  xStopReading();
+  return true;
+}
+
+void Connection::xPause() {
+  if (xTryPause()) return;
+  // This thread has a call to run, which may take long.
+  const auto broker = fCore->broker.lock();
+  bool isPosted = false;
+  xGuarded([&] { isPosted = broker && broker->post([self = xThis()] { self->xReadHeld(); }); });
+  if (!isPosted) xReadHeld();
+}
+
+void Connection::xReadHeld() {
+  do {
+    std::optional<IncomingMessage> last;
+    xGuarded([&] { xTakeMessages(last); });
+    if (last) xPost(std::move(*last));
+  } while (!xTryPause());
+}
+
+/// On any thread, after what may have made room.
+void Connection::xProceed() {
+  {
+    const detail::MutexLock guard(fGuard);
+    if (xIsReading() || xHasEnded()) return;
+    if (!fHeld) return xArm();
+    if (!xMayBegin() || !xTryReading()) return;
+  }
+  xReadHeld();
+}
+
+void Connection::onWritten() noexcept {
+  {
+    const detail::MutexLock guard(fGuard);
+    if (xIsKeepingUp()) fLosesEvents = false;
+  }
   xProceed();
 }
 
-void Connection::onMessage(IncomingMessage&& pMessage) {
-  if (pMessage.kind == IncomingMessage::kAnswer)
-    throw WireViolation("malformed message: an answer without a request");
-  const auto message = boost::make_shared<const IncomingMessage>(std::move(pMessage));
-  const auto broker = fCore->broker.lock();
-  ++fCalls;
-  if (broker && broker->post([self = xThis(), message] { self->xRun(*message); })) {
-    ++fRunning;  // its end is counted on this thread too, so not before this
-    return;
-  }
-  if (message->kind == IncomingMessage::kRequest) send(encodeError(message->id, shutdownError()));
-}
+// ---- calls: on the thread that runs them ----
 
-/// On a thread of the broker.
 void Connection::xRun(const IncomingMessage& pMessage) {
   try {
     const OXCallerContext::Scope scope(this);
@@ -134,7 +228,7 @@ void Connection::xRun(const IncomingMessage& pMessage) {
         << "Connection of " << getPeer() << " closed: " << error.what();
     end(error.what());
   }
-  xPostToIo(&Connection::xFinished);
+  xFinished();
 }
 
 void Connection::xAnswer(const IncomingMessage& pRequest) {
@@ -189,9 +283,21 @@ bool Connection::xIsKnown(const IncomingMessage& pMessage) const {
                      [&](const OXMethodInfo& pMethod) { return pMethod.name == pMessage.method; });
 }
 
+/// After the end, cleaning up counts the calls on the io thread.
 void Connection::xFinished() {
+  bool isLate;
+  {
+    const detail::MutexLock guard(fGuard);
+    isLate = xHasEnded();
+    if (!isLate) --fUnderWay;
+  }
+  if (isLate) return xPostToIo(&Connection::xLateCallEnded);
+  xProceed();
+}
+
+/// On the io thread.
+void Connection::xLateCallEnded() {
   --fRunning;
-  if (fPhase == Phase::kOpen) return xProceed();
   if (fPhase == Phase::kCallsEnd && fRunning == 0) return xCleanUp();
   if (fPhase == Phase::kGivingBack) xGiveBack();  // what the call acquired
 }
@@ -246,12 +352,17 @@ void Connection::xSendEvent(const std::string& pName, const std::string& pMethod
       << getPeer() << " does not read and loses events until it does";
 }
 
+/// On any thread, whose caller may have locks: all that follows is the io thread's.
 void Connection::onEnd(const std::string& pReason) {
   try {
     ki::log::LogStream(ki::log::kVerbose, kCategory, "", "end", __LINE__)
         << "Connection of " << getPeer() << " has ended: " << pReason;
   } catch (const std::bad_alloc&) {  // what follows must happen all the same
   }
+  xPostToIo(&Connection::xEnded);
+}
+
+void Connection::xEnded() {
   {
     const auto broker = fCore->broker.lock();
     const detail::MutexLock guard(fNameGuard);
@@ -261,6 +372,10 @@ void Connection::onEnd(const std::string& pReason) {
   }
   fConnections->end(fNumber);
   fDeferred->cancelAll();
+  {
+    const detail::MutexLock guard(fGuard);
+    fRunning += fUnderWay;  // those that have ended since are counted already
+  }
   fPhase = Phase::kCallsEnd;
   fHandlers.ended(xThis());
   if (fRunning == 0) return xCleanUp();
@@ -268,19 +383,19 @@ void Connection::onEnd(const std::string& pReason) {
 }
 
 void Connection::endIfSilent(std::chrono::seconds pLimit) {
-  if (!xHasEnded() && fSilence.look(xSocket()) >= pLimit)
-    xEnd("not heard for " + std::to_string(pLimit.count()) + " s");
+  {
+    const detail::MutexLock guard(fGuard);
+    if (xHasEnded() || fSilence.look(xSocket()) < pLimit) return;
+  }
+  end("not heard for " + std::to_string(pLimit.count()) + " s");
 }
 
 void Connection::endWithServer() {
   fEndsWithServer = true;
   fDeferred->failAll(shutdownError());
-  // Those answers were posted before this, and are handed to the system first.
-  boost::asio::post(xIo(), [self = xThis()] {
-    self->xEnd("the server is closing");
-    // It had ended before.
-    if (self->fPhase == Phase::kWills || self->fPhase == Phase::kGivingBack) self->xForget();
-  });
+  end("the server is closing");
+  // It had ended before.
+  if (fPhase == Phase::kWills || fPhase == Phase::kGivingBack) xForget();
 }
 
 }  // namespace OX::wire

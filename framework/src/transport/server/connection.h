@@ -6,10 +6,12 @@
 #pragma once
 
 #include <atomic>
+#include <boost/asio/io_context.hpp>
 #include <boost/asio/steady_timer.hpp>
 #include <boost/weak_ptr.hpp>
 #include <chrono>
 #include <functional>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -17,6 +19,7 @@
 #include <oxframework/oxthreadsafety.h>
 #include "broker/connections.h"
 #include "deferredcalls.h"
+#include "pollerthreads.h"
 #include "transport/messagestream.h"
 #include "transport/silence.h"
 
@@ -27,14 +30,15 @@ namespace OX::wire {
 struct ServerCore {
   ServerCore(const boost::shared_ptr<OXBroker>& pBroker, const OXWireLimits& pLimits)
       : io(1), broker(pBroker), limits(pLimits) {}
-  boost::asio::io_context io;
+  boost::asio::io_context io;  ///< accepts, looks for silent clients, cleans up
+  PollerThreads threads;       ///< read and run requests
   boost::weak_ptr<OXBroker> broker;
   OXWireLimits limits;
 };
 
-/// Calls start in order on the broker's threads. A call is under way until its answer was written.
-/// While too many are, or while the client does not read what is sent to it, nothing is read from
-/// it.
+/// Calls start in order, on the thread that read the request or on one of the broker. A call is
+/// under way until its answer was written. While too many are, or while the client does not read
+/// what is sent to it, nothing is read from it.
 class Connection : public MessageStream, private OXCallerContext, public DeferredCalls::Answers {
  public:
   using Handler = std::function<void(const boost::shared_ptr<Connection>&)>;
@@ -44,7 +48,7 @@ class Connection : public MessageStream, private OXCallerContext, public Deferre
     Handler forgotten;  ///< it is cleaned up after
   };
 
-  Connection(const boost::shared_ptr<ServerCore>& pCore, Socket&& pSocket, OXCaller pClient,
+  Connection(const boost::shared_ptr<ServerCore>& pCore, OXDescriptor pSocket, OXCaller pClient,
              Handlers pHandlers);
   ~Connection() override;
 
@@ -58,10 +62,10 @@ class Connection : public MessageStream, private OXCallerContext, public Deferre
   void endIfSilent(std::chrono::seconds pLimit);
 
  private:
-  void onMessage(IncomingMessage&& pMessage) override;
-  void onWritten() override;
+  void onReadable() override;
+  void onWritten() noexcept override;
   void onEnd(const std::string& pReason) override;
-  bool mayTakeMessage() const override;
+  bool mayRead() const override OX_REQUIRES(fGuard) { return !fHeld && xMayBegin(); }
   std::string getPeer() const override;
   void setClientName(const std::string& pName) override;
   OXCaller getCaller() const override;
@@ -72,6 +76,16 @@ class Connection : public MessageStream, private OXCallerContext, public Deferre
   void whenReady(std::function<void()> pReady) override;
 
   boost::shared_ptr<Connection> xThis();
+  bool xTakeMessages(std::optional<IncomingMessage>& pLast);
+  bool xMayBegin() const OX_REQUIRES(fGuard);
+  bool xMayTake();
+  bool xBeginCall();
+  void xStart(IncomingMessage&& pMessage);
+  void xPost(IncomingMessage&& pMessage);
+  bool xTryPause();
+  void xPause();
+  void xReadHeld();
+  void xProceed();
   void xRun(const IncomingMessage& pMessage);
   void xAnswer(const IncomingMessage& pRequest);
   OutgoingMessage xEncode(std::uint32_t pRequest, const OXValue& pResult) const;
@@ -79,6 +93,8 @@ class Connection : public MessageStream, private OXCallerContext, public Deferre
   OXValue xCall(const IncomingMessage& pMessage);
   bool xIsKnown(const IncomingMessage& pMessage) const;
   void xFinished();
+  void xEnded();
+  void xLateCallEnded();
   void xSendEvent(const std::string& pName, const std::string& pMethod, const OXValue& pArguments);
   OXConnectionState xState() const;
 
@@ -108,12 +124,16 @@ class Connection : public MessageStream, private OXCallerContext, public Deferre
   int fNumber = 0;                                      ///< in these; set by begin()
   boost::shared_ptr<DeferredCalls> fDeferred;           ///< set by begin()
   std::atomic<int> fCalls{0};
+  int fUnderWay OX_GUARDED_BY(fGuard) = 0;  ///< calls that have begun and not ended
+  /// A complete message was received, for which there is no room: the next end of a call or a write
+  /// takes it.
+  bool fHeld OX_GUARDED_BY(fGuard) = false;
   // On the io thread only.
   Handlers fHandlers;
   boost::asio::steady_timer fTimer;  ///< the bound of the phase, or the next attempt in it
   Phase fPhase = Phase::kOpen;
   Silence fSilence;
-  int fRunning = 0;  ///< calls that have started and not ended, the wills included
+  int fRunning = 0;  ///< after the end: calls that have not ended yet, the wills included
   bool fEndsWithServer = false;
   bool fIsGivingBack = false;    ///< a thread of the broker does it
   bool fGivesBackAgain = false;  ///< a call has ended meanwhile

@@ -89,7 +89,8 @@ class BasicListeningSocket : public ListeningSocket,
     try {
       setOptions(pSocket);
       const OXCaller client = describeClient(pSocket, fName);
-      fHandler(MessageStream::Socket(std::move(pSocket)), client);
+      // Out of Asio's hands: it would be woken for every byte.
+      fHandler(OXDescriptor(pSocket.release()), client);
     } catch (const std::exception& error) {  // it has disconnected, or memory ran out
       ki::log::LogStream(ki::log::kWarning, "ox.transport", "", "accept", __LINE__)
           << "Could not accept a client on " << fName << ": " << error.what();

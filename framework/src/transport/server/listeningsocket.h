@@ -7,15 +7,15 @@
 #include <string>
 
 #include <oxframework/oxbroker.h>
+#include <oxframework/oxdescriptor.h>
 #include "transport/address.h"
-#include "transport/messagestream.h"
 
 namespace OX::wire {
 
 class ListeningSocket {
  public:
   /// Called on the io thread with a client's socket and what the socket knows of the client.
-  using AcceptHandler = std::function<void(MessageStream::Socket&&, const OXCaller& pClient)>;
+  using AcceptHandler = std::function<void(OXDescriptor pSocket, const OXCaller& pClient)>;
 
   virtual ~ListeningSocket();
 

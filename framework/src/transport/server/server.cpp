@@ -5,6 +5,7 @@
 #include <boost/asio/steady_timer.hpp>
 #include <boost/make_shared.hpp>
 #include <set>
+#include <stdexcept>
 #include <thread>
 #include <utility>
 #include <vector>
@@ -21,6 +22,19 @@ namespace OX {
 namespace {
 
 namespace asio = boost::asio;
+
+/// Runs until nothing is left to do. A handler that throws is logged and does not end the others.
+void runUntilDone(asio::io_context& pIo) {
+  for (;;) {
+    try {
+      pIo.run();
+      return;
+    } catch (const std::exception& error) {
+      ki::log::LogStream(ki::log::kError, "ox.transport", "", "run", __LINE__)
+          << "Unexpected failure: " << error.what();
+    }
+  }
+}
 
 void checkLimits(const OXWireLimits& pLimits) {
   const bool sensible = pLimits.maxMessageBytes > 0 && pLimits.maxNesting > 1 &&
@@ -42,7 +56,7 @@ class OXServer::Impl {
       : fCore(boost::make_shared<wire::ServerCore>(pBroker, pLimits)),
         fWork(asio::make_work_guard(fCore->io)),
         fLook(fCore->io),
-        fThread([core = fCore] { wire::runUntilDone(core->io); }) {}
+        fThread([core = fCore] { runUntilDone(core->io); }) {}
 
   ~Impl() { close(); }
 
@@ -51,7 +65,7 @@ class OXServer::Impl {
     const detail::MutexLock guard(fGuard);
     if (fClosed) raiseError("OXServer", "listen", "The server is closed");
     fSockets.push_back(wire::ListeningSocket::open(
-        fCore->io, address, [this](wire::MessageStream::Socket&& pSocket, const OXCaller& pClient) {
+        fCore->io, address, [this](OXDescriptor pSocket, const OXCaller& pClient) {
           xAccepted(std::move(pSocket), pClient);
         }));
     return address.toString();
@@ -72,11 +86,12 @@ class OXServer::Impl {
     fWork.reset();
     // Under the guard, which the io thread never takes.
     fThread.join();
+    fCore->threads.stop();
   }
 
  private:
   /// On the io thread, as everything that touches fConnections.
-  void xAccepted(wire::MessageStream::Socket&& pSocket, const OXCaller& pClient) {
+  void xAccepted(OXDescriptor pSocket, const OXCaller& pClient) {
     const auto limit = static_cast<std::size_t>(fCore->limits.maxConnections);
     // Those that are cleaned up after have as much room again: no client can end faster for ever
     // than what it leaves.
@@ -89,7 +104,9 @@ class OXServer::Impl {
       return;
     }
     fFull = false;
-    wire::giveUpUnheard(pSocket, fCore->limits.keepAliveSeconds);
+    if (!fCore->threads.ensureWaiting())
+      throw std::runtime_error("no thread could be started for it");
+    wire::giveUpUnheard(pSocket.number(), fCore->limits.keepAliveSeconds);
     const auto connection = boost::make_shared<wire::Connection>(
         fCore, std::move(pSocket), pClient,
         wire::Connection::Handlers{[this](const auto& pEnded) {
