@@ -3,9 +3,11 @@
 // module's, is destroyed.
 #include "messagestream.h"
 
+#include <fcntl.h>
 #include <poll.h>
 #include <sys/epoll.h>
 #include <sys/socket.h>
+#include <sys/time.h>
 #include <sys/uio.h>
 
 #include <algorithm>
@@ -26,20 +28,33 @@ namespace {
 constexpr std::size_t kMessagesPerBatch = 64;
 constexpr std::size_t kPiecesPerWrite = 64;
 
+// How long receiving waits at most before it looks at the time. Less than calls usually may take.
+constexpr std::chrono::seconds kReceiveLimit(10);
+
 std::string describeError(int pNumber) { return std::system_category().message(pNumber); }
 
-bool isForNow(int pError) { return pError == EAGAIN || pError == EWOULDBLOCK; }
+/// Whether to try again, at once or when the poller says so.
+bool isForNow(int pError) {
+  return pError == EAGAIN || pError == EWOULDBLOCK || pError == EINTR;
+}
 
 }  // namespace
 
 MessageStream::MessageStream(boost::shared_ptr<Poller> pPoller, OXDescriptor pSocket,
-                             const OXWireLimits& pLimits)
+                             const OXWireLimits& pLimits, bool pTakesDescriptors)
     : fPoller(std::move(pPoller)),
       fIsTcp(isTcp(pSocket.number())),
       fLimits(pLimits),
       fSocket(std::move(pSocket)),
       fScanner(pLimits),
-      fHandle(fSocket.number()) {}
+      fTakesDescriptors(pTakesDescriptors && !fIsTcp),
+      fHandle(fSocket.number()) {
+  // Those who don't want to wait say so in each call.
+  const int flags = ::fcntl(fHandle, F_GETFL);
+  ::fcntl(fHandle, F_SETFL, flags & ~O_NONBLOCK);
+  const timeval limit{kReceiveLimit.count(), 0};
+  ::setsockopt(fHandle, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
+}
 
 MessageStream::~MessageStream() {
   if (fSocket.isOpen() && fNumber != 0) fPoller->remove(fHandle, fNumber);
@@ -101,37 +116,67 @@ IncomingMessage MessageStream::xTakeMessage() {
   // Decoded before it is consumed, since its values may keep using the block in place.
   IncomingMessage message = decode(fReceived.lend(), fReceived.data(), size);
   message.size = size;
+  fBytesTaken += size;
+  for (; !fDescriptors.empty() && fDescriptors.front().position < fBytesTaken;
+       fDescriptors.pop_front())
+    message.descriptor = std::move(fDescriptors.front().descriptor);
   fScanner.reset();
   fReceived.consume(size);
   return message;
 }
 
-bool MessageStream::xReceive() {
-  fReceived.prepare(fScanner.getSize(), static_cast<std::size_t>(fLimits.maxMessageBytes));
-  if (fIsTcp && fReceived.size() > 0) acknowledgeAtOnce(fHandle);
-  for (;;) {
-    const ssize_t got = ::recv(fHandle, fReceived.room(), fReceived.roomSize(), MSG_DONTWAIT);
-    if (got > 0) {
-      fReceived.commit(static_cast<std::size_t>(got));
-      fBytesIn += static_cast<std::uint64_t>(got);
-      return true;
-    }
-    if (got < 0 && errno == EINTR) continue;
-    if (got < 0 && isForNow(errno)) return false;
-    end(got == 0 ? "End of file" : describeError(errno));
-    return false;
-  }
-}
+bool MessageStream::xReceive() { return xReceiveSome(MSG_DONTWAIT); }
 
-bool MessageStream::xAwaitReadable(std::chrono::steady_clock::time_point pDeadline) {
+// Waiting in the call that receives saves one that only waits. The socket's own limit for it is
+// never changed, since that would cost a call too; it must not be reached after the deadline.
+bool MessageStream::xReceiveUntil(std::chrono::steady_clock::time_point pDeadline) {
   using std::chrono::milliseconds;
   for (;;) {
     const auto left = std::chrono::ceil<milliseconds>(pDeadline - std::chrono::steady_clock::now());
     if (left.count() <= 0) return false;
-    pollfd wanted{fHandle, POLLIN, 0};
-    const auto timeout = std::min<milliseconds::rep>(left.count(), INT_MAX);
-    if (::poll(&wanted, 1, static_cast<int>(timeout)) > 0) return true;
+    if (left > kReceiveLimit) {
+      if (xReceiveSome(0)) return true;
+    } else {
+      pollfd wanted{fHandle, POLLIN, 0};
+      if (::poll(&wanted, 1, static_cast<int>(left.count())) > 0 && xReceive()) return true;
+    }
+    const detail::MutexLock guard(fGuard);
+    if (fEnded) return false;
   }
+}
+
+bool MessageStream::xReceiveSome(int pFlags) {
+  fReceived.prepare(fScanner.getSize(), static_cast<std::size_t>(fLimits.maxMessageBytes));
+  if (fIsTcp && fReceived.size() > 0) acknowledgeAtOnce(fHandle);
+  const ssize_t got = fTakesDescriptors
+                          ? xReceiveWithDescriptor(pFlags)
+                          : ::recv(fHandle, fReceived.room(), fReceived.roomSize(), pFlags);
+  if (got > 0) {
+    fReceived.commit(static_cast<std::size_t>(got));
+    fBytesIn += static_cast<std::uint64_t>(got);
+    return true;
+  }
+  if (got == 0 || !isForNow(errno)) end(got == 0 ? "End of file" : describeError(errno));
+  return false;
+}
+
+// The system ends a call with the bytes that a descriptor was sent with, though those before them
+// may have been received by it too: the last byte belongs to the descriptor's message.
+ssize_t MessageStream::xReceiveWithDescriptor(int pFlags) {
+  iovec room{fReceived.room(), fReceived.roomSize()};
+  msghdr message{};
+  message.msg_iov = &room;
+  message.msg_iovlen = 1;
+  DescriptorMessage beside;
+  beside.makeRoom(message);
+  const ssize_t got = ::recvmsg(fHandle, &message, pFlags | MSG_CMSG_CLOEXEC);
+  if (got <= 0) return got;
+  if (OXDescriptor descriptor = DescriptorMessage::take(message); descriptor.isOpen()) {
+    // One of a message that is not complete, one of the next. Whoever sends more loses them.
+    if (fDescriptors.size() == 2) fDescriptors.pop_front();
+    fDescriptors.push_back({fBytesIn + static_cast<std::uint64_t>(got) - 1, std::move(descriptor)});
+  }
+  return got;
 }
 
 void MessageStream::xViolated(const std::string& pProblem) {
@@ -261,8 +306,7 @@ MessageStream::Written MessageStream::xWriteSome() {
   DescriptorMessage beside;
   if (descriptor.isOpen() && !fIsTcp) beside.attach(message, descriptor.number());
   const ssize_t sent = ::sendmsg(fHandle, &message, MSG_DONTWAIT | MSG_NOSIGNAL);
-  if (sent < 0 && errno == EINTR) return Written::kAll;
-  if (sent < 0 && isForNow(errno)) return Written::kNoRoom;
+  if (sent < 0 && isForNow(errno)) return errno == EINTR ? Written::kAll : Written::kNoRoom;
   if (sent < 0) {
     end(describeError(errno));
     return Written::kFailed;

@@ -43,7 +43,7 @@ class MessageStream : public boost::enable_shared_from_this<MessageStream> {
   /// than the largest message has, or more than kMaxWaiting messages, are already queued.
   bool trySend(OutgoingMessage&& pMessage);
   /// Whether a message's descriptor arrives: it does on a Unix-domain socket.
-  bool canSendDescriptors() const { return !fIsTcp; }
+  bool canSendDescriptor() const { return !fIsTcp; }
 
   /// Closes the connection; onEnd() is called on this thread unless it was called before.
   void end(const std::string& pReason);
@@ -54,8 +54,9 @@ class MessageStream : public boost::enable_shared_from_this<MessageStream> {
   static constexpr std::size_t kMaxWaiting = 16384;
 
  protected:
+  /// Without pTakesDescriptors the system closes what the other side sends.
   MessageStream(boost::shared_ptr<Poller> pPoller, OXDescriptor pSocket,
-                const OXWireLimits& pLimits);
+                const OXWireLimits& pLimits, bool pTakesDescriptors);
 
   /// Called with the right to read when there may be something. Ends with xStopReading().
   virtual void onReadable() = 0;
@@ -75,8 +76,8 @@ class MessageStream : public boost::enable_shared_from_this<MessageStream> {
   IncomingMessage xTakeMessage();
   /// Receives what there is. False when there is nothing, or the connection ends here.
   bool xReceive();
-  /// Waits until there is something to receive, or for the end; false when the time is over.
-  bool xAwaitReadable(std::chrono::steady_clock::time_point pDeadline);
+  /// The same, but waits until there is something. False also when the time is over.
+  bool xReceiveUntil(std::chrono::steady_clock::time_point pDeadline);
 
   /// Takes the right to read; false when somebody has it.
   bool xTryReading() OX_REQUIRES(fGuard);
@@ -111,6 +112,8 @@ class MessageStream : public boost::enable_shared_from_this<MessageStream> {
  private:
   enum class Written { kAll, kNoRoom, kFailed };
 
+  bool xReceiveSome(int pFlags);
+  ssize_t xReceiveWithDescriptor(int pFlags);
   void xCloseUnused() OX_REQUIRES(fGuard);
   bool xNextBatch();
   void xFillBatch() OX_REQUIRES(fGuard);
@@ -137,6 +140,12 @@ class MessageStream : public boost::enable_shared_from_this<MessageStream> {
   // Of the thread that reads.
   ReceiveBuffer fReceived;
   MessageScanner fScanner;
+  struct Received {
+    std::uint64_t position;  ///< of the byte that it came with, in all that was received
+    OXDescriptor descriptor;
+  };
+  std::deque<Received> fDescriptors;  ///< of messages that were not taken yet
+  std::uint64_t fBytesTaken = 0;
 
   // Of the thread that writes.
   std::vector<OutgoingMessage> fBatch;
@@ -145,6 +154,7 @@ class MessageStream : public boost::enable_shared_from_this<MessageStream> {
 
   std::atomic<std::uint64_t> fBytesIn{0};
   std::atomic<std::uint64_t> fBytesOut{0};
+  const bool fTakesDescriptors;
   /// The socket for those with a right to it, who need no lock.
   const int fHandle;
 };

@@ -12,6 +12,10 @@ namespace {
 // Small, so that a large message gets a block of its own size early and is received into it.
 constexpr std::size_t kIdleBytes = 16 * 1024;
 
+// After the part of a message whose size is known: an image ends with a few numbers, for which it
+// must not move.
+constexpr std::size_t kMoreBytes = 512;
+
 }  // namespace
 
 ReceiveBuffer::ReceiveBuffer() { xMoveTo(kIdleBytes); }
@@ -22,10 +26,11 @@ void ReceiveBuffer::prepare(std::size_t pMessageSize, std::size_t pMaxSize) {
   const bool idle = size() == 0 && wanted <= kIdleBytes;
   if (idle && fCapacity > kIdleBytes) return xMoveTo(kIdleBytes);  // frees a large block
   if (fits) return;
-  if (fLent) return xMoveTo(std::max(wanted, kIdleBytes));
+  const std::size_t roomy = std::max(wanted, std::min(wanted + kMoreBytes, pMaxSize));
+  if (fLent) return xMoveTo(std::max(roomy, kIdleBytes));
   if (wanted <= fCapacity) return xMoveTo(fCapacity);
   // Doubling keeps the copying proportional to the bytes, whatever the pieces are that arrive.
-  xMoveTo(std::max(wanted, std::min(fCapacity * 2, pMaxSize)));
+  xMoveTo(std::max(roomy, std::min(fCapacity * 2, pMaxSize)));
 }
 
 void ReceiveBuffer::xMoveTo(std::size_t pCapacity) {

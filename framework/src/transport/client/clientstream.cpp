@@ -22,7 +22,7 @@ constexpr char kModule[] = "OXRemoteBroker";
 
 ClientStream::ClientStream(boost::shared_ptr<Poller> pPoller, OXDescriptor pSocket,
                            std::string pAddress)
-    : MessageStream(pPoller, std::move(pSocket), OXWireLimits()),
+    : MessageStream(pPoller, std::move(pSocket), OXWireLimits(), true),
       fAddress(std::move(pAddress)),
       fPoller(std::move(pPoller)) {}
 
@@ -136,8 +136,7 @@ void ClientStream::xReadUntil(const Waiting& pWaiting, Deadline pDeadline) {
         const detail::MutexLock guard(fGuard);
         if (pWaiting.answer || xHasEnded()) return;
       }
-      if (!xAwaitListener(pDeadline) || !xAwaitReadable(pDeadline)) return;
-      xReceive();
+      if (!xAwaitListener(pDeadline) || !xReceiveUntil(pDeadline)) return;
     }
   });
 }

@@ -54,7 +54,7 @@ boost::shared_ptr<OXConnections> connectionsOf(const ServerCore& pCore) {
 
 Connection::Connection(const boost::shared_ptr<ServerCore>& pCore, OXDescriptor pSocket,
                        OXCaller pClient, Handlers pHandlers)
-    : MessageStream(pCore->threads.getPoller(), std::move(pSocket), pCore->limits),
+    : MessageStream(pCore->threads.getPoller(), std::move(pSocket), pCore->limits, false),
       fCore(pCore),
       fConnections(connectionsOf(*pCore)),
       fHandlers(std::move(pHandlers)),
@@ -124,7 +124,7 @@ bool Connection::xTakeMessages(std::optional<IncomingMessage>& pLast) {
     if (message.kind == IncomingMessage::kAnswer)
       throw WireViolation("malformed message: an answer without a request");
     if (!xBeginCall()) return false;
-    if (pLast) xPost(std::move(*pLast));
+    if (pLast) xPostCall(std::move(*pLast));
     pLast = std::move(message);
   }
   return true;
@@ -154,11 +154,11 @@ void Connection::xStart(IncomingMessage&& pMessage) {
   };
   if (broker && fCore->threads.ensureWaiting() && broker->xTryRun(run)) return;
   // Before others may read: calls start in their order.
-  xPost(std::move(pMessage));
+  xPostCall(std::move(pMessage));
   xPause();
 }
 
-void Connection::xPost(IncomingMessage&& pMessage) {
+void Connection::xPostCall(IncomingMessage&& pMessage) {
   bool isPosted = false;
   xGuarded([&] {
     const auto message = boost::make_shared<const IncomingMessage>(std::move(pMessage));
@@ -191,7 +191,7 @@ void Connection::xReadHeld() {
   do {
     std::optional<IncomingMessage> last;
     xGuarded([&] { xTakeMessages(last); });
-    if (last) xPost(std::move(*last));
+    if (last) xPostCall(std::move(*last));
   } while (!xTryPause());
 }
 
@@ -207,10 +207,13 @@ void Connection::xProceed() {
 }
 
 void Connection::onWritten() noexcept {
+  bool isAwaited;
   {
     const detail::MutexLock guard(fGuard);
     if (xIsKeepingUp()) fLosesEvents = false;
+    isAwaited = !fReady.empty() && xIsReady();
   }
+  if (isAwaited && !xPost(&Connection::xCallReady)) xPostToIo(&Connection::xCallReady);
   xProceed();
 }
 
@@ -304,9 +307,11 @@ void Connection::xLateCallEnded() {
 
 // ---- answers that come later: on any thread ----
 
-void Connection::answer(std::uint32_t pRequest, OXValue&& pResult, OXDescriptor&&) {
+void Connection::answer(std::uint32_t pRequest, OXValue&& pResult, OXDescriptor&& pDescriptor) {
   try {
-    send(xEncode(pRequest, pResult));
+    OutgoingMessage message = xEncode(pRequest, pResult);
+    message.descriptor = std::move(pDescriptor);
+    send(std::move(message));
   } catch (const std::exception& error) {  // no memory for it: the client must not wait
     end(error.what());
   }
@@ -320,9 +325,32 @@ void Connection::fail(std::uint32_t pRequest, const OXError& pError) {
   }
 }
 
-bool Connection::takesDescriptor() const { return false; }
+bool Connection::takesDescriptor() const { return canSendDescriptor(); }
 
-void Connection::whenReady(std::function<void()> pReady) { pReady(); }
+bool Connection::xIsReady() const { return xCountWaiting() == 0 || xHasEnded(); }
+
+void Connection::whenReady(std::function<void()> pReady) {
+  {
+    const detail::MutexLock guard(fGuard);
+    if (!xIsReady()) return fReady.push_back(std::move(pReady));
+  }
+  pReady();
+}
+
+/// On a thread of the broker, since those who are called may work long. One at a time: each may
+/// send so much that the next one has to wait again.
+void Connection::xCallReady() {
+  for (;;) {
+    std::function<void()> ready;
+    {
+      const detail::MutexLock guard(fGuard);
+      if (fReady.empty() || !xIsReady()) return;
+      ready = std::move(fReady.front());
+      fReady.pop_front();
+    }
+    ready();
+  }
+}
 
 // ---- the client's name, its events, its end ----
 
@@ -372,6 +400,7 @@ void Connection::xEnded() {
   }
   fConnections->end(fNumber);
   fDeferred->cancelAll();
+  xCallReady();
   {
     const detail::MutexLock guard(fGuard);
     fRunning += fUnderWay;  // those that have ended since are counted already
@@ -390,9 +419,15 @@ void Connection::endIfSilent(std::chrono::seconds pLimit) {
   end("not heard for " + std::to_string(pLimit.count()) + " s");
 }
 
+void Connection::failWaiting() { fDeferred->failAll(shutdownError()); }
+
+bool Connection::isWritten() const {
+  const detail::MutexLock guard(fGuard);
+  return xIsReady();
+}
+
 void Connection::endWithServer() {
   fEndsWithServer = true;
-  fDeferred->failAll(shutdownError());
   end("the server is closing");
   // It had ended before.
   if (fPhase == Phase::kWills || fPhase == Phase::kGivingBack) xForget();

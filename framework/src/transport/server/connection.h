@@ -10,6 +10,7 @@
 #include <boost/asio/steady_timer.hpp>
 #include <boost/weak_ptr.hpp>
 #include <chrono>
+#include <deque>
 #include <functional>
 #include <optional>
 #include <string>
@@ -54,6 +55,10 @@ class Connection : public MessageStream, private OXCallerContext, public Deferre
 
   /// Registers with the broker and starts to read. Call it on the io thread.
   void begin();
+  /// The server ends: calls that wait are answered with an error.
+  void failWaiting();
+  /// Whether all that was sent has been handed to the system.
+  bool isWritten() const;
   /// On the io thread: the server, and with it the broker, ends. The connection is closed, and
   /// neither are wills run nor is anything given back, since the modules end too.
   void endWithServer();
@@ -74,6 +79,8 @@ class Connection : public MessageStream, private OXCallerContext, public Deferre
   void fail(std::uint32_t pRequest, const OXError& pError) override;
   bool takesDescriptor() const override;
   void whenReady(std::function<void()> pReady) override;
+  bool xIsReady() const OX_REQUIRES(fGuard);
+  void xCallReady();
 
   boost::shared_ptr<Connection> xThis();
   bool xTakeMessages(std::optional<IncomingMessage>& pLast);
@@ -81,7 +88,7 @@ class Connection : public MessageStream, private OXCallerContext, public Deferre
   bool xMayTake();
   bool xBeginCall();
   void xStart(IncomingMessage&& pMessage);
-  void xPost(IncomingMessage&& pMessage);
+  void xPostCall(IncomingMessage&& pMessage);
   bool xTryPause();
   void xPause();
   void xReadHeld();
@@ -128,6 +135,8 @@ class Connection : public MessageStream, private OXCallerContext, public Deferre
   /// A complete message was received, for which there is no room: the next end of a call or a write
   /// takes it.
   bool fHeld OX_GUARDED_BY(fGuard) = false;
+  /// Called when all that was sent has been handed to the system.
+  std::deque<std::function<void()>> fReady OX_GUARDED_BY(fGuard);
   // On the io thread only.
   Handlers fHandlers;
   boost::asio::steady_timer fTimer;  ///< the bound of the phase, or the next attempt in it

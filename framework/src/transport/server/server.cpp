@@ -23,6 +23,11 @@ namespace {
 
 namespace asio = boost::asio;
 
+// How long the end of a server waits at most until clients have taken the answers to their calls,
+// and how often it looks.
+constexpr std::chrono::milliseconds kFlushLimit(500);
+constexpr std::chrono::milliseconds kFlushPause(5);
+
 /// Runs until nothing is left to do. A handler that throws is logged and does not end the others.
 void runUntilDone(asio::io_context& pIo) {
   for (;;) {
@@ -76,12 +81,9 @@ class OXServer::Impl {
     if (std::exchange(fClosed, true)) return;
     asio::post(fCore->io, [this, sockets = std::exchange(fSockets, {})] {
       for (const auto& socket : sockets) socket->close();
-      fLook.cancel();
-      // A copy: those that end move to fEnding, and from there they leave.
-      std::vector<boost::shared_ptr<wire::Connection>> all(fConnections.begin(),
-                                                           fConnections.end());
-      all.insert(all.end(), fEnding.begin(), fEnding.end());
-      for (const auto& connection : all) connection->endWithServer();
+      fIsClosing = true;
+      for (const auto& connection : xAll()) connection->failWaiting();
+      xEndAll(std::chrono::steady_clock::now() + kFlushLimit);
     });
     fWork.reset();
     // Under the guard, which the io thread never takes.
@@ -124,6 +126,29 @@ class OXServer::Impl {
     if (fConnections.size() == 1) xLookForSilent();
   }
 
+  /// A copy: those that end move to fEnding, and from there they leave.
+  std::vector<boost::shared_ptr<wire::Connection>> xAll() const {
+    std::vector<boost::shared_ptr<wire::Connection>> all(fConnections.begin(), fConnections.end());
+    all.insert(all.end(), fEnding.begin(), fEnding.end());
+    return all;
+  }
+
+  /// Ends each connection when its client has taken what was sent to it, at the latest at pLimit.
+  void xEndAll(std::chrono::steady_clock::time_point pLimit) {
+    const bool isOver = std::chrono::steady_clock::now() >= pLimit;
+    bool waits = false;
+    for (const auto& connection : xAll()) {
+      if (isOver || connection->isWritten())
+        connection->endWithServer();
+      else
+        waits = true;
+    }
+    fLook.cancel();
+    if (!waits) return;
+    fLook.expires_after(kFlushPause);
+    fLook.async_wait([this, pLimit](const boost::system::error_code&) { xEndAll(pLimit); });
+  }
+
   /// Ends connections whose clients are not heard while data waits for them; the system does it for
   /// idle ones. Looks from time to time, for as long as there are connections.
   void xLookForSilent() {
@@ -131,7 +156,7 @@ class OXServer::Impl {
     if (limit.count() == 0) return;
     fLook.expires_after(std::chrono::milliseconds(limit) / 4);
     fLook.async_wait([this, limit](const boost::system::error_code& pError) {
-      if (pError) return;
+      if (pError || fIsClosing) return;
       // A copy: those that end leave.
       for (const auto& connection : std::vector(fConnections.begin(), fConnections.end()))
         connection->endIfSilent(limit);
@@ -150,6 +175,7 @@ class OXServer::Impl {
   /// Those that have ended and are being cleaned up after.
   std::set<boost::shared_ptr<wire::Connection>> fEnding;
   asio::steady_timer fLook;
+  bool fIsClosing = false;
   bool fFull = false;  ///< further clients are refused, which has been logged
   std::thread fThread;
 };
