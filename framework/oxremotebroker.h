@@ -18,7 +18,8 @@ namespace OX {
 class OXProxy;
 
 /// One connection. Thread-safe: any number of threads may call at once, and answers may arrive in
-/// any order. A thread that calls reads its own answer, and those of others meanwhile. When the connection ends, every call under way and every later one throws OXError.
+/// any order. A thread that calls reads its own answer, and those of others meanwhile. When the
+/// connection ends, every call under way and every later one throws OXError.
 class OX_API OXRemoteBroker : public boost::enable_shared_from_this<OXRemoteBroker> {
  public:
   /// Connects to an address in the form that OXServer::listen() takes, within pTimeout, which

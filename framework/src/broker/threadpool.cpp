@@ -75,8 +75,7 @@ OXThreadPool::OXThreadPool(int pMaxThreads, std::chrono::milliseconds pIdleTime)
 
 OXThreadPool::~OXThreadPool() { stop(std::chrono::milliseconds(0)); }
 
-bool OXThreadPool::State::ensureThread(const std::shared_ptr<State>& pThis,
-                                       std::string& pFailure) {
+bool OXThreadPool::State::ensureThread(const std::shared_ptr<State>& pThis, std::string& pFailure) {
   // Each queued task counts on one idle thread, including those that are woken and still on their
   // way: an idle thread that another task counts on must not be counted again.
   if (static_cast<std::size_t>(idle) >= queue.size() || threads + guests >= maxThreads) {
@@ -167,10 +166,9 @@ bool OXThreadPool::stop(std::chrono::milliseconds pLimit) {
   fState->stopping = true;
   fState->work.notify_all();
   const int self = State::current == fState.get() ? 1 : 0;
-  const bool ended =
-      fState->ended.wait_for(hold.native(), pLimit, [&]() OX_REQUIRES(fState->guard) {
-        return fState->threads + fState->guests <= self;
-      });
+  const bool ended = fState->ended.wait_for(
+      hold.native(), pLimit,
+      [&]() OX_REQUIRES(fState->guard) { return fState->threads + fState->guests <= self; });
   dropped.swap(fState->queue);
   fState->work.notify_all();
   hold.unlock();

@@ -34,9 +34,7 @@ constexpr std::chrono::seconds kReceiveLimit(10);
 std::string describeError(int pNumber) { return std::system_category().message(pNumber); }
 
 /// Whether to try again, at once or when the poller says so.
-bool isForNow(int pError) {
-  return pError == EAGAIN || pError == EWOULDBLOCK || pError == EINTR;
-}
+bool isForNow(int pError) { return pError == EAGAIN || pError == EWOULDBLOCK || pError == EINTR; }
 
 }  // namespace
 
@@ -102,8 +100,7 @@ void MessageStream::xStopReading() {
 
 void MessageStream::xArm() {
   if (fEnded || fNumber == 0) return;
-  const std::uint32_t wanted =
-      (!fReading && mayRead() ? EPOLLIN : 0u) | (fFull ? EPOLLOUT : 0u);
+  const std::uint32_t wanted = (!fReading && mayRead() ? EPOLLIN : 0u) | (fFull ? EPOLLOUT : 0u);
   if (wanted == fArmed) return;
   fPoller->arm(fHandle, fNumber, wanted);
   fArmed = wanted;
@@ -295,9 +292,11 @@ MessageStream::Written MessageStream::xWriteBatch() {
 MessageStream::Written MessageStream::xWriteSome() {
   iovec pieces[kPiecesPerWrite];
   const std::size_t count = std::min(fPieces.size() - fNextPiece, kPiecesPerWrite);
+  std::size_t wanted = 0;
   for (std::size_t i = 0; i < count; ++i) {
     const OutgoingMessage::Piece& piece = fPieces[fNextPiece + i];
     pieces[i] = {const_cast<void*>(piece.data), piece.size};
+    wanted += piece.size;
   }
   msghdr message{};
   message.msg_iov = pieces;
@@ -305,14 +304,16 @@ MessageStream::Written MessageStream::xWriteSome() {
   OXDescriptor& descriptor = fBatch.front().descriptor;
   DescriptorMessage beside;
   if (descriptor.isOpen() && !fIsTcp) beside.attach(message, descriptor.number());
+  // Counted before: who has the answer may ask for the count at once.
+  fBytesOut += wanted;
   const ssize_t sent = ::sendmsg(fHandle, &message, MSG_DONTWAIT | MSG_NOSIGNAL);
+  fBytesOut -= wanted - static_cast<std::size_t>(std::max<ssize_t>(sent, 0));
   if (sent < 0 && isForNow(errno)) return errno == EINTR ? Written::kAll : Written::kNoRoom;
   if (sent < 0) {
     end(describeError(errno));
     return Written::kFailed;
   }
   descriptor = OXDescriptor();
-  fBytesOut += static_cast<std::uint64_t>(sent);
   for (auto left = static_cast<std::size_t>(sent); left > 0;) {
     OutgoingMessage::Piece& piece = fPieces[fNextPiece];
     const std::size_t done = std::min(left, piece.size);

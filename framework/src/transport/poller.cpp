@@ -65,7 +65,8 @@ void Poller::remove(int pSocket, std::uint64_t pNumber) noexcept {
 
 Poller::Ready Poller::wait(int pTimeoutMs) {
   epoll_event event{};
-  if (::epoll_wait(fEpoll.number(), &event, 1, pTimeoutMs) != 1 || event.data.u64 == kWake) return {};
+  if (::epoll_wait(fEpoll.number(), &event, 1, pTimeoutMs) != 1 || event.data.u64 == kWake)
+    return {};
   const detail::MutexLock guard(fGuard);
   const auto found = fStreams.find(event.data.u64);
   if (found == fStreams.end()) return {};

@@ -102,9 +102,8 @@ void ClientStream::xAwaitAnswer(Waiting& pWaiting, Deadline pDeadline) {
   detail::MutexLock hold(fGuard);
   const auto isDone = [&]() OX_REQUIRES(fGuard) { return pWaiting.answer || fEndReason; };
   if (!pWaiting.reads)
-    pWaiting.woken.wait_until(hold.native(), pDeadline, [&]() OX_REQUIRES(fGuard) {
-      return isDone() || pWaiting.reads;
-    });
+    pWaiting.woken.wait_until(hold.native(), pDeadline,
+                              [&]() OX_REQUIRES(fGuard) { return isDone() || pWaiting.reads; });
   if (!pWaiting.reads) return;
   hold.unlock();
   xReadUntil(pWaiting, pDeadline);

@@ -41,16 +41,24 @@ Endpoints resolve(const Address& pAddress, std::chrono::steady_clock::time_point
   const asio::ip::address numeric = asio::ip::make_address(host, notNumeric);
   if (!notNumeric) return Endpoints::create(tcp::endpoint(numeric, port), host, "");
 
+  struct Found {
+    Endpoints endpoints;
+    error_code result;
+  };
   // The task owns all that it uses, since it may outlive this call.
-  std::packaged_task<Endpoints()> task([host, port] {
+  std::packaged_task<Found()> task([host, port] {
     asio::io_context io;
-    return tcp::resolver(io).resolve(host, std::to_string(port));
+    Found found;
+    found.endpoints = tcp::resolver(io).resolve(host, std::to_string(port), found.result);
+    return found;
   });
-  std::future<Endpoints> found = task.get_future();
+  std::future<Found> future = task.get_future();
   std::thread(std::move(task)).detach();
-  if (found.wait_until(pDeadline) != std::future_status::ready)
+  if (future.wait_until(pDeadline) != std::future_status::ready)
     throw system_error(asio::error::timed_out);
-  return found.get();
+  Found found = future.get();
+  if (found.result) throw system_error(found.result);
+  return found.endpoints;
 }
 
 /// Connecting can only wait for room in the server's queue of clients to accept; the socket's send

@@ -8,8 +8,8 @@
 
 namespace OX::wire {
 
-/// Returns a socket connected to an address. Throws OXError that names the address and the reason of
-/// the failure.
+/// Returns a socket connected to an address. Throws OXError that names the address and the reason
+/// of the failure.
 OXDescriptor connectTo(const std::string& pAddress, std::chrono::milliseconds pTimeout);
 
 }  // namespace OX::wire

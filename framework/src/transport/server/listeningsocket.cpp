@@ -14,6 +14,8 @@
 #include <boost/asio/steady_timer.hpp>
 #include <boost/enable_shared_from_this.hpp>
 #include <boost/make_shared.hpp>
+#include <new>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -67,14 +69,15 @@ class BasicListeningSocket : public ListeningSocket,
         fName(pName),
         fHandler(std::move(pHandler)) {}
 
+  /// Tried again without memory: nobody would accept any more.
   void accept() {
-    fAcceptor.async_accept([self = this->shared_from_this()](const error_code& pError,
-                                                             typename Protocol::socket pSocket) {
-      if (!self->fAcceptor.is_open()) return;
-      if (pError) return self->xFailed(pError.message());
-      self->xAccepted(std::move(pSocket));
-      self->accept();
-    });
+    for (;;) {
+      try {
+        return xAccept();
+      } catch (const std::bad_alloc&) {
+        std::this_thread::sleep_for(kPauseAfterFailure);
+      }
+    }
   }
 
   void close() override {
@@ -84,6 +87,16 @@ class BasicListeningSocket : public ListeningSocket,
   }
 
  private:
+  void xAccept() {
+    fAcceptor.async_accept([self = this->shared_from_this()](const error_code& pError,
+                                                             typename Protocol::socket pSocket) {
+      if (!self->fAcceptor.is_open()) return;
+      if (pError) return self->xFailed(pError.message());
+      self->xAccepted(std::move(pSocket));
+      self->accept();
+    });
+  }
+
   void xAccepted(typename Protocol::socket pSocket) {
     fFailing = false;
     try {

@@ -8,6 +8,7 @@
 #include <exception>
 #include <thread>
 
+#include <oxframework/oxlog.h>
 #include "transport/messagestream.h"
 
 namespace OX::wire {
@@ -17,6 +18,17 @@ namespace {
 constexpr int kKept = 2;
 // After a time without work for it, any other ends.
 constexpr int kIdleMs = 10'000;
+
+/// A failure that nothing was meant to leave ends one connection and no thread.
+void handle(const Poller::Ready& pReady) {
+  try {
+    pReady.stream->onReady(pReady.events);
+  } catch (const std::exception& error) {
+    ki::log::LogStream(ki::log::kError, "ox.transport", "", "run", __LINE__)
+        << "Unexpected failure: " << error.what();
+    pReady.stream->end(error.what());
+  }
+}
 
 }  // namespace
 
@@ -55,8 +67,10 @@ void PollerThreads::xRun(const std::shared_ptr<State>& pState) {
     const Poller::Ready ready = pState->poller->wait(spare ? kIdleMs : -1);
     const int others = --pState->waiting;
     if (pState->stopping.load()) return pState->poller->wake();  // the next one ends too
-    if (ready.stream) ready.stream->onReady(ready.events);
-    else if (spare && others >= kKept) return;
+    if (ready.stream)
+      handle(ready);
+    else if (spare && others >= kKept)
+      return;
     ++pState->waiting;
   }
 }

@@ -118,12 +118,12 @@ class OXServer::Impl {
                                    [this](const auto& pForgotten) { fEnding.erase(pForgotten); }});
     fConnections.insert(connection);
     try {
+      if (fConnections.size() == 1) xLookForSilent();
       connection->begin();
     } catch (...) {  // without memory nothing is left of it
       fConnections.erase(connection);
       throw;
     }
-    if (fConnections.size() == 1) xLookForSilent();
   }
 
   /// A copy: those that end move to fEnding, and from there they leave.
