@@ -12,6 +12,7 @@
 #include <vector>
 
 #include <oxframework/oxapi.h>
+#include <oxframework/oxdurations.h>
 #include <oxvision/frame.h>
 
 namespace OX {
@@ -51,11 +52,13 @@ class OX_API FrameSubscription {
   /// Whether it has ended.
   virtual bool isOver() const = 0;
 
-  /// The number of a stream's newest frame; 0 when its camera has none since it was opened. Never
-  /// falls. Takes no lock.
+  /// The number of a stream's newest frame; 0 when its camera has none since it was opened, or
+  /// since the stream was. Never falls otherwise. Takes no lock.
   virtual std::uint64_t newestFrame(std::size_t pStream) const = 0;
   /// Microseconds since that frame came, by the device's clock; -1 without one.
   virtual std::int64_t newestAgeUs(std::size_t pStream) const = 0;
+
+  static constexpr int kKeptFrames = 8;
 
   enum class Result {
     kFrame,       ///< pFrame is the newest frame
@@ -71,7 +74,9 @@ class OX_API FrameSubscription {
   /// who want its format; who asks meanwhile waits for that, at most a second. Otherwise it waits
   /// for no frame; the replay takes the step that is due. With pTarget the pixels end up there and
   /// the frame refers to them: converted straight into it when nobody else shares the format,
-  /// copied once otherwise. kFailed, with the target untouched, when it is too small.
+  /// copied once otherwise. kFailed, with the target untouched, when it is too small. Without, a
+  /// subscription may keep kKeptFrames at once, and is refused more. pFrame stays as it is unless
+  /// the result is kFrame. A camera that is off is started for a converted frame.
   virtual Result take(std::size_t pStream, std::uint64_t pAfter, Pixels pPixels, Frame& pFrame,
                       const FrameTarget& pTarget = {}) = 0;
 
@@ -92,6 +97,13 @@ class OX_API FrameListener {
   virtual void onSubscriberEnded() = 0;
 };
 
+/// How long the device's work on frames took, of all cameras and for whomever it was done.
+struct StageDurations {
+  OXDurations push;      ///< the copy of a pushed frame
+  OXDurations resample;  ///< of a pushed frame, to the camera's size and kYUV422
+  OXDurations convert;   ///< to the format of a subscriber
+};
+
 /// The device, seen by services that deliver frames: dynamic_cast<OX::IFrameSource*>(
 /// broker->getModule("OXVideoDevice").get()). Thread-safe.
 class OX_API IFrameSource {
@@ -107,12 +119,16 @@ class OX_API IFrameSource {
       int pFps) = 0;
 
   /// How long until a camera's next frame is due by itself: that of a replay. 0 or less: take() now
-  /// takes it. Empty when only a push or a call brings one. Takes no lock.
+  /// takes it. Empty when only a push or a call brings one, and when the camera is off, unless
+  /// another recording was selected: take() then opens it. Takes no lock.
   virtual std::optional<std::chrono::microseconds> untilNextFrame(int pCamera) const = 0;
 
   /// The one listener; null ends it. The device holds it weakly. A call to the old one may be under
   /// way when this returns.
   virtual void setFrameListener(const boost::weak_ptr<FrameListener>& pListener) = 0;
+
+  /// Counted for as long as the device lives.
+  virtual const StageDurations& stages() const = 0;
 };
 
 }  // namespace OX

@@ -2,7 +2,10 @@
 // Conversion is left to the first request, since most pushed frames are never asked for. The wait
 // for a frame and the conversion run without a lock: the counts of the frames keep what is read and
 // what is filled.
+#include <algorithm>
+#include <boost/make_shared.hpp>
 #include <chrono>
+#include <new>
 #include <optional>
 
 #include <oxframework/oxclock.h>
@@ -67,7 +70,8 @@ bool OXVisionSimulatorCam::xOverSample(int pRatio, int pWidth, int pHeight,
 
 // Converts a pushed RGB frame to a YUV422 frame of the camera's resolution.
 bool OXVisionSimulatorCam::xReSize(const Opening& pOpening, const OXImage& pSource,
-                                   const OXImage& pTarget) const {
+                                   const OXImage& pTarget) {
+  const OXDurationScope duration(fStages.resample);
   const int in = getResolutionFromSize(pSource.fWidth, pSource.fHeight);
   const int width = pSource.fWidth;
   const int height = pSource.fHeight;
@@ -95,57 +99,101 @@ bool OXVisionSimulatorCam::xReSize(const Opening& pOpening, const OXImage& pSour
 }
 
 // A frame that is being filled has its stamp already: those who want the same one wait for it.
-OXVisionSimulatorCam::Conversion OXVisionSimulatorCam::xBeginConversion(
-    CameraDriverBuffer& pStore) const {
+// Two pushes may have the same stamp, so streams, which must get both, go by the number of the
+// frame instead.
+OXVisionSimulatorCam::Conversion OXVisionSimulatorCam::xBeginConversion(CameraDriverBuffer& pStore,
+                                                                        Asker pAsker) const {
   const int newest = pStore.fLastInputBuffer;
   if (newest < 0) return {Conversion::kNoInput};
   const auto& input = pStore.fInputBuffers[static_cast<std::size_t>(newest)];
   const auto& frames = pStore.fDriverBuffers;
   const auto shows = [&](const OXVisionBuffer& pFrame) {
-    return pFrame.fImage->fTimeStamp == input->fImage->fTimeStamp;
+    return pFrame.fImage->fTimeStamp == input->fImage->fTimeStamp &&
+           (pAsker == Asker::kRequest || pFrame.fFrame.number == input->fFrame.number);
   };
   const int last = pStore.fLastDriverBuffer;
   if (last >= 0 && frames[static_cast<std::size_t>(last)]->fWriteLockCount == 0 &&
       shows(*frames[static_cast<std::size_t>(last)])) {
-    ++frames[static_cast<std::size_t>(last)]->fReadLockCount;
-    return {Conversion::kReady, last};
+    xCountReader(*frames[static_cast<std::size_t>(last)], pAsker);
+    return {Conversion::kReady, last, frames[static_cast<std::size_t>(last)]};
   }
   for (const auto& frame : frames)
     if (frame->fWriteLockCount > 0 && shows(*frame)) return {Conversion::kUnderWay};
-  // Any frame that is lent to nobody: the last converted one too, since it is out of date.
-  for (std::size_t i = 0; i < frames.size(); ++i) {
-    OXVisionBuffer& frame = *frames[i];
-    if (!frame.isFree()) continue;
-    Conversion work{Conversion::kBegun, static_cast<int>(i), input, frame.fImage->fTimeStamp};
-    ++input->fReadLockCount;
-    ++frame.fWriteLockCount;
-    frame.fImage->fTimeStamp = input->fImage->fTimeStamp;
-    return work;
-  }
-  return {Conversion::kNoFrame};
+  const int free = xFindFreeFrame(pStore);
+  if (free < 0) return {Conversion::kNoFrame};
+  const auto& target = frames[static_cast<std::size_t>(free)];
+  OXVisionBuffer& frame = *target;
+  Conversion work{Conversion::kBegun,       free,         target, input,
+                  frame.fImage->fTimeStamp, frame.fFrame, 0};
+  ++input->fReadLockCount;
+  ++frame.fWriteLockCount;
+  frame.fImage->fTimeStamp = input->fImage->fTimeStamp;
+  frame.fFrame = input->fFrame;
+  return work;
 }
 
-// Returns the frame's index with its read count raised, or -1.
-int OXVisionSimulatorCam::xEndConversion(CameraDriverBuffer& pStore, const Conversion& pWork,
-                                         const Opening& pOpening, bool pGood) {
-  OXVisionBuffer& frame = *pStore.fDriverBuffers[static_cast<std::size_t>(pWork.frame)];
-  int result = -1;
+// Any frame that is lent to nobody: the last converted one too, since it is out of date. One that
+// streams keep is replaced, so that nobody waits for their clients.
+int OXVisionSimulatorCam::xFindFreeFrame(CameraDriverBuffer& pStore) {
+  auto& frames = pStore.fDriverBuffers;
+  const auto isFree = [](const auto& pFrame) { return pFrame->isFree(); };
+  const auto free = std::find_if(frames.begin(), frames.end(), isFree);
+  if (free != frames.end()) return static_cast<int>(free - frames.begin());
+  const auto lent = std::find_if(frames.begin(), frames.end(),
+                                 [](const auto& pFrame) { return pFrame->isLentOnly(); });
+  if (lent == frames.end()) return -1;
+  boost::shared_ptr<OXVisionBuffer> fresh;
+  for (auto& spare : pStore.fSpareFrames)
+    if (spare && !fresh) fresh.swap(spare);
+  if (!fresh) {
+    try {
+      fresh = boost::make_shared<OXVisionBuffer>(k4VGA, kYUV422, false);
+    } catch (const std::bad_alloc&) {
+      return -1;
+    }
+  }
+  fresh->fImage->fWidth = (*lent)->fImage->fWidth;
+  fresh->fImage->fHeight = (*lent)->fImage->fHeight;
+  fresh->fImage->fTimeStamp = -1;
+  (*lent)->fIsOutside = true;
+  lent->swap(fresh);
+  return static_cast<int>(lent - frames.begin());
+}
+
+void OXVisionSimulatorCam::xCountReader(OXVisionBuffer& pFrame, Asker pAsker) {
+  ++pFrame.fReadLockCount;
+  if (pAsker == Asker::kStream) ++pFrame.fLentCount;
+}
+
+// Returns the frame with its read count raised, or null.
+boost::shared_ptr<OXVisionBuffer> OXVisionSimulatorCam::xEndConversion(CameraDriverBuffer& pStore,
+                                                                       const Conversion& pWork,
+                                                                       const Opening& pOpening,
+                                                                       Asker pAsker, bool pGood) {
+  OXVisionBuffer& frame = *pWork.frame;
+  boost::shared_ptr<OXVisionBuffer> result;
   {
     const OXCriticalSection lock(pStore.fMutex);
     --pWork.input->fReadLockCount;
     --frame.fWriteLockCount;
     const bool isOfThisOpening = pStore.fOpenings == pOpening.number;
     // A refusal has written nothing, so the frame is what it was.
-    if (!pGood) frame.fImage->fTimeStamp = pWork.oldStamp;
-    if (!isOfThisOpening) frame.fImage->fTimeStamp = -1;
+    if (!pGood) {
+      frame.fImage->fTimeStamp = pWork.oldStamp;
+      frame.fFrame = pWork.oldMark;
+    }
+    if (!isOfThisOpening) {
+      frame.fImage->fTimeStamp = -1;
+      frame.fFrame = {};
+    }
     if (pGood && isOfThisOpening) {
       frame.fContent = pWork.push;
-      ++frame.fReadLockCount;
+      xCountReader(frame, pAsker);
       result = pWork.frame;
       // The newest one, also when an older one was converted for longer.
       const int last = pStore.fLastDriverBuffer;
       if (last < 0 || pStore.fDriverBuffers[static_cast<std::size_t>(last)]->fContent <= pWork.push)
-        pStore.fLastDriverBuffer = pWork.frame;
+        pStore.fLastDriverBuffer = pWork.index;
     }
   }
   pStore.fChanged.notify();
@@ -154,8 +202,11 @@ int OXVisionSimulatorCam::xEndConversion(CameraDriverBuffer& pStore, const Conve
 
 // A converted frame with the time stamp of the newest pushed one is that frame, so one conversion
 // serves all.
-int OXVisionSimulatorCam::xMakeRawFrame(const Opening& pOpening, CameraDriverBuffer& pStore,
-                                        const std::string& pId, const char* pOperation) {
+OXVisionSimulatorCam::RawFrame OXVisionSimulatorCam::xMakeRawFrame(const Opening& pOpening,
+                                                                   CameraDriverBuffer& pStore,
+                                                                   const std::string& pId,
+                                                                   const char* pOperation,
+                                                                   Asker pAsker) {
   const auto deadline = std::chrono::steady_clock::now() + kLongestConversion;
   for (;;) {
     const std::uint64_t seen = pStore.fChanged.count();
@@ -165,24 +216,23 @@ int OXVisionSimulatorCam::xMakeRawFrame(const Opening& pOpening, CameraDriverBuf
     std::optional<OXImage> target;
     {
       const OXCriticalSection lock(pStore.fMutex);
-      work = xBeginConversion(pStore);
+      work = xBeginConversion(pStore, pAsker);
       if (work.state == Conversion::kBegun) {
         work.push = work.input->fContent;
         source.emplace(*work.input->fImage, OXImage::ViewTag());
-        target.emplace(*pStore.fDriverBuffers[static_cast<std::size_t>(work.frame)]->fImage,
-                       OXImage::ViewTag());
+        target.emplace(*work.frame->fImage, OXImage::ViewTag());
       }
     }
     switch (work.state) {
       case Conversion::kReady:
-        return work.frame;
+        return {work.frame};
       case Conversion::kNoInput:
-        return -1;
+        return {};
       case Conversion::kBegun: {
         const bool good = xReSize(pOpening, *source, *target);
-        const int frame = xEndConversion(pStore, work, pOpening, good);
+        RawFrame made{xEndConversion(pStore, work, pOpening, pAsker, good), !good};
         if (!good) logError(pOperation, report::text(pOperation, "(", pId, "): resizing error"));
-        return frame;
+        return made;
       }
       case Conversion::kUnderWay:
         if (const auto left = deadline - std::chrono::steady_clock::now(); left > left.zero()) {
@@ -193,7 +243,7 @@ int OXVisionSimulatorCam::xMakeRawFrame(const Opening& pOpening, CameraDriverBuf
       case Conversion::kNoFrame:
         logError(pOperation, report::text(pOperation, "(", pId,
                                           "): no available raw buffer for writing image"));
-        return -1;
+        return {{}, true};
     }
   }
 }
@@ -204,29 +254,72 @@ AcquiredFrame OXVisionSimulatorCam::xAcquireFrame(const Claim& pClaim, const cha
   // Once more when the camera was opened meanwhile, in another size: nobody opens it from the end
   // of the pause until the frame is lent.
   for (int attempt = 0; attempt < kOpeningsAtMost; ++attempt) {
-    const RealCameraProperties* const active = xCamera(fActiveCamera);
-    const Opening opening{store.fOpenings, pClaim.camera.fResolution,
-                          active ? active->fResolution.load() : -1};
-    int frame = -1;
+    const Opening opening = xOpening(store, pClaim.index);
+    boost::shared_ptr<OXVisionBuffer> frame;
     {
       const OXCriticalSectionPause pause(fVisionModulesLock);
       if (!xWaitForFirstFrame(store, id)) return {};
-      frame = xMakeRawFrame(opening, store, id, pOperation);
+      frame = xMakeRawFrame(opening, store, id, pOperation, Asker::kRequest).frame;
     }
     if (store.fOpenings == opening.number) {
-      if (frame < 0) return {};
-      const auto& buffer = store.fDriverBuffers[static_cast<std::size_t>(frame)];
-      return {buffer->fImage.get(), buffer, static_cast<std::int8_t>(pClaim.index)};
+      if (!frame) return {};
+      return {frame->fImage.get(), frame, static_cast<std::int8_t>(pClaim.index), false,
+              frame->fFrame};
     }
-    if (frame >= 0) xReturnFrame(store, *store.fDriverBuffers[static_cast<std::size_t>(frame)]);
+    if (frame) xReturnFrame(store, *frame);
   }
   xLogNoFrame(id);
   return {};
 }
 
+OXVisionSimulatorCam::Opening OXVisionSimulatorCam::xOpening(const CameraDriverBuffer& pStore,
+                                                             int pCamera) const {
+  const RealCameraProperties* const active = xCamera(fActiveCamera);
+  return {pStore.fOpenings, xCamera(pCamera)->fResolution,
+          active ? active->fResolution.load() : -1};
+}
+
+// A camera that is opened meanwhile has no frame any more, so there is no second attempt.
+void OXVisionSimulatorCam::xLendNewest(int pCamera, const std::string& pId, std::uint64_t pAfter,
+                                       LentFrame& pFrame) {
+  CameraDriverBuffer& store = *fCameraDriverBuffers[static_cast<std::size_t>(pCamera)];
+  const Opening opening = xOpening(store, pCamera);
+  const OXCriticalSectionPause pause(fVisionModulesLock);
+  const RawFrame made = xMakeRawFrame(opening, store, pId, "take", Asker::kStream);
+  pFrame.isFailed = made.isFailed;
+  if (!made.frame) return;
+  pFrame.source = made.frame;
+  {
+    const OXCriticalSection lock(store.fMutex);  // an opening writes to the fields
+    pFrame.image.emplace(*made.frame->fImage, OXImage::ViewTag());
+    pFrame.mark = made.frame->fFrame;
+  }
+  pFrame.image->fCameraId = static_cast<std::int8_t>(pCamera);
+  if (store.fOpenings == opening.number && pFrame.mark.number > pAfter) return;
+  xReturnLent(pCamera, pFrame.source);
+  pFrame.source.reset();
+}
+
 void OXVisionSimulatorCam::xReturnFrame(const CameraDriverBuffer& pStore, OXVisionBuffer& pFrame) {
   const OXCriticalSection lock(pStore.fMutex);
   --pFrame.fReadLockCount;
+}
+
+void OXVisionSimulatorCam::xReturnLent(int pCamera,
+                                       const boost::shared_ptr<void>& pSource) noexcept {
+  CameraDriverBuffer& store = *fCameraDriverBuffers[static_cast<std::size_t>(pCamera)];
+  const auto frame = boost::static_pointer_cast<OXVisionBuffer>(pSource);
+  const OXCriticalSection lock(store.fMutex);
+  --frame->fLentCount;
+  if (--frame->fReadLockCount > 0 || !frame->fIsOutside) return;
+  frame->fIsOutside = false;
+  frame->fFrame = {};
+  frame->fContent = 0;
+  for (auto& spare : store.fSpareFrames) {
+    if (spare) continue;
+    spare = frame;
+    return;
+  }
 }
 
 OXImage* OXVisionSimulatorCam::xGetDirectRawImage(const std::string& pId, bool /*pDeepCopy*/) {

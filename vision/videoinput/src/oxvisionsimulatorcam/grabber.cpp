@@ -37,6 +37,7 @@ bool OXVisionSimulatorCam::xOpenDevice(int pCamera) {
   const OXCriticalSection lock(store.fMutex);
   ++store.fOpenings;
   store.fLastInputBuffer = -1;
+  xCamera(pCamera)->fNewestFrame.set({});
   for (const auto& frame : store.fDriverBuffers) {
     frame->fImage->setResolution(resolution);
     frame->fImage->setColorSpace(kYUV422);

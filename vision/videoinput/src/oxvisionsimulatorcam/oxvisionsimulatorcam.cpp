@@ -44,6 +44,7 @@ OXVisionSimulatorCam::OXVisionSimulatorCam(boost::shared_ptr<OXBroker> pBroker)
   for (int i = 0; i < fNbCameras; ++i) {
     fCameraProperties.push_back(makeCamera());
     fCameraDriverBuffers.push_back(boost::make_shared<CameraDriverBuffer>());
+    fCameraDriverBuffers.back()->fCamera = i;
     fAnnounced.push_back(xExpectedImage(i));
   }
 }

@@ -65,6 +65,9 @@ class OXVisionSimulatorCam final : public OXSingleton<OXVisionSimulatorCam>,
       OX_REQUIRES(fVisionModulesLock) override;
   void xReturnRawSource(int pCameraIndex, OXVisionBuffer& pBuffer)
       OX_REQUIRES(fVisionModulesLock) override;
+  void xLendNewest(int pCamera, const std::string& pId, std::uint64_t pAfter, LentFrame& pFrame)
+      OX_REQUIRES(fVisionModulesLock) override;
+  void xReturnLent(int pCamera, const boost::shared_ptr<void>& pSource) noexcept override;
   // --- push.cpp ---
   FeedStatus xFeedStatus(int pCamera, std::int64_t pNowUs) const
       OX_REQUIRES_SHARED(fVisionModulesLock) override;
@@ -91,6 +94,7 @@ class OXVisionSimulatorCam final : public OXSingleton<OXVisionSimulatorCam>,
   struct Push {
     const void* pixels = nullptr;  ///< borrowed from the caller's value
     std::int64_t stamp = 0;        ///< microseconds, of its arrival
+    std::int64_t arrivedUs = 0;    ///< the same by the device's clock, in all its bits
     int resolution = 0;
     std::uint64_t number = 0;
     int index = -1;  ///< of the buffer that it is copied into
@@ -105,7 +109,7 @@ class OXVisionSimulatorCam final : public OXSingleton<OXVisionSimulatorCam>,
   /// A buffer that nobody uses, locked for writing; null after a second without one.
   OXVisionBuffer* xTakeInputBuffer(CameraDriverBuffer& pStore, Push& pPush);
   /// Unlocks the buffer and makes it the newest frame, unless a later push has ended before.
-  static void xEndPush(CameraDriverBuffer& pStore, Push& pPush, OXVisionBuffer& pBuffer);
+  void xEndPush(CameraDriverBuffer& pStore, Push& pPush, OXVisionBuffer& pBuffer);
   bool xSetSimCamInputSize(const int& pWidth, const int& pHeight, CameraDriverBuffer& pStore)
       OX_REQUIRES(pStore.fMutex);
   /// The pixels to copy, borrowed from pImage; null when they are refused.
@@ -119,20 +123,29 @@ class OXVisionSimulatorCam final : public OXSingleton<OXVisionSimulatorCam>,
   struct Conversion {
     enum State { kNoInput, kReady, kUnderWay, kBegun, kNoFrame };
     State state = kNoInput;
-    int frame = -1;  ///< the converted frame, or the one that is filled
+    int index = -1;  ///< of the converted frame, or the one that is filled
+    boost::shared_ptr<OXVisionBuffer> frame{};
     boost::shared_ptr<OXVisionBuffer> input{};
     std::int64_t oldStamp = -1;
+    FrameMark oldMark{};
     std::uint64_t push = 0;
   };
-  Conversion xBeginConversion(CameraDriverBuffer& pStore) const OX_REQUIRES(pStore.fMutex);
+  /// Who asks: a request knows frames by their time stamps, a stream by their numbers.
+  enum class Asker { kRequest, kStream };
+  Conversion xBeginConversion(CameraDriverBuffer& pStore, Asker pAsker) const
+      OX_REQUIRES(pStore.fMutex);
+  /// A frame that nobody uses; -1 when there is none.
+  static int xFindFreeFrame(CameraDriverBuffer& pStore) OX_REQUIRES(pStore.fMutex);
+  static void xCountReader(OXVisionBuffer& pFrame, Asker pAsker);
   /// What frames are converted to, as it was with fVisionModulesLock held: it may change meanwhile.
   struct Opening {
     std::uint64_t number;
     int resolution;        ///< of the camera
     int activeResolution;  ///< of the device's active camera; -1: there is none
   };
-  int xEndConversion(CameraDriverBuffer& pStore, const Conversion& pWork, const Opening& pOpening,
-                     bool pGood);
+  boost::shared_ptr<OXVisionBuffer> xEndConversion(CameraDriverBuffer& pStore,
+                                                   const Conversion& pWork, const Opening& pOpening,
+                                                   Asker pAsker, bool pGood);
   /// Down and up by pRatio, with the width and height of the source (pixels/resample/resampling.h).
   /// False, with the target untouched, unless pRatio is 2, 4 or 8.
   static bool xSubSample(int pRatio, int pWidth, int pHeight, const unsigned char* pSource,
@@ -140,14 +153,19 @@ class OXVisionSimulatorCam final : public OXSingleton<OXVisionSimulatorCam>,
   static bool xOverSample(int pRatio, int pWidth, int pHeight, const unsigned char* pSource,
                           unsigned char* pTarget);
   /// False if the sizes allow no resampling; the target is then untouched.
-  bool xReSize(const Opening& pOpening, const OXImage& pSource, const OXImage& pTarget) const;
+  bool xReSize(const Opening& pOpening, const OXImage& pSource, const OXImage& pTarget);
   /// Waits up to a second; false, after a record, if no frame was pushed.
   bool xWaitForFirstFrame(CameraDriverBuffer& pStore, const std::string& pId);
   void xLogNoFrame(const std::string& pId) const;
-  /// The index of the newest frame, converted, with its read count raised; -1 if it can't be had or
-  /// is of another opening.
-  int xMakeRawFrame(const Opening& pOpening, CameraDriverBuffer& pStore, const std::string& pId,
-                    const char* pOperation);
+  /// What xMakeRawFrame() made: the newest frame, converted, with its read count raised.
+  struct RawFrame {
+    boost::shared_ptr<OXVisionBuffer> frame{};  ///< null: it can't be had or is of another opening
+    bool isFailed = false;                      ///< a record says why
+  };
+  RawFrame xMakeRawFrame(const Opening& pOpening, CameraDriverBuffer& pStore,
+                         const std::string& pId, const char* pOperation, Asker pAsker);
+  Opening xOpening(const CameraDriverBuffer& pStore, int pCamera) const
+      OX_REQUIRES_SHARED(fVisionModulesLock);
   void xReturnFrame(const CameraDriverBuffer& pStore, OXVisionBuffer& pFrame);
 
   // --- parameters.cpp ---

@@ -133,6 +133,7 @@ bool OXVisionSimulatorCam::xPutImage(const OXValue& pImage, CameraDriverBuffer& 
     ::timeval arrival{};
     ki::os::gettimeofday(&arrival);
     push.stamp = stampOf(arrival);
+    push.arrivedUs = std::int64_t{arrival.tv_sec} * 1000000 + arrival.tv_usec;
     push.pixels = xAcceptedPixels(pImage, pStore);
     if (!push.pixels) return false;
     push.resolution = pStore.fInputResolution;
@@ -146,8 +147,10 @@ bool OXVisionSimulatorCam::xPutImage(const OXValue& pImage, CameraDriverBuffer& 
     }
     return refuse("xPutImage", "xPutImage: all buffers are in use by other pushes");
   }
-  if (target->fImage->fData)
+  if (target->fImage->fData) {
+    const OXDurationScope duration(fStages.push);
     std::memcpy(target->fImage->fData, push.pixels, static_cast<std::size_t>(pImage.getSize()));
+  }
   xEndPush(pStore, push, *target);
   return target->fImage->fData || refuse("xPutImage", "xPutImage: memcopy failed");
 }
@@ -179,15 +182,18 @@ OXVisionBuffer* OXVisionSimulatorCam::xTakeInputBuffer(CameraDriverBuffer& pStor
 void OXVisionSimulatorCam::xEndPush(CameraDriverBuffer& pStore, Push& pPush,
                                     OXVisionBuffer& pBuffer) {
   const std::int64_t now = OXClock::get().nowUs();
+  bool isNewest = false;
   {
     const OXCriticalSection lock(pStore.fMutex);
     --pBuffer.fWriteLockCount;
     // Of two pushes at once, the one that arrived last is the newest, whichever copy took longer.
-    if (pBuffer.fImage->fData && pPush.number > pStore.fNewestPush) {
+    isNewest = pBuffer.fImage->fData && pPush.number > pStore.fNewestPush;
+    if (isNewest) {
       // Again: another push may have declared another size during the copy.
       pBuffer.fImage->setResolution(pPush.resolution);
       pBuffer.fImage->fTimeStamp = pPush.stamp;
       pBuffer.fContent = pPush.number;
+      pBuffer.fFrame = xCamera(pStore.fCamera)->fNewestFrame.add(pPush.arrivedUs);
       pStore.fNewestPush = pPush.number;
       pStore.fLastInputBuffer = pPush.index;
       pStore.fFeed.add(now, pPush.stamp, pBuffer.fImage->fWidth, pBuffer.fImage->fHeight,
@@ -197,6 +203,7 @@ void OXVisionSimulatorCam::xEndPush(CameraDriverBuffer& pStore, Push& pPush,
     }
   }
   pStore.fChanged.notify();
+  if (isNewest) xTellFrame(pStore.fCamera);
 }
 
 FeedStatus OXVisionSimulatorCam::xFeedStatus(int pCamera, std::int64_t pNowUs) const {

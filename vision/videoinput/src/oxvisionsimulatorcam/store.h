@@ -1,6 +1,7 @@
 /// The frames of one simulated camera.
 #pragma once
 
+#include <array>
 #include <atomic>
 #include <boost/shared_ptr.hpp>
 #include <cstdint>
@@ -25,8 +26,11 @@ struct CameraDriverBuffer {
 
   boost::shared_ptr<OXMutex> fMutex;
   std::vector<boost::shared_ptr<OXVisionBuffer>> fDriverBuffers;  ///< 4 converted frames
+  /// Frames that left those while streams kept them, and will take the place of the next that do.
+  std::array<boost::shared_ptr<OXVisionBuffer>, 4> fSpareFrames OX_GUARDED_BY(fMutex);
   /// 4 pushed frames. Two do, in turns, until a push comes while one of them is still converted.
   std::vector<boost::shared_ptr<OXVisionBuffer>> fInputBuffers;
+  int fCamera = 0;  ///< its index
   /// The newest converted frame; -1: none yet.
   int fLastDriverBuffer OX_GUARDED_BY(fMutex) = -1;
   /// The resolution of pushed frames, whatever the camera's own is.

@@ -1,6 +1,7 @@
 /// The record of a camera. Plain data under fVisionModulesLock, but for what is atomic in it.
 #pragma once
 
+#include <array>
 #include <atomic>
 #include <boost/shared_ptr.hpp>
 #include <cstdint>
@@ -10,6 +11,25 @@
 #include "oxvisionbuffer.h"
 
 namespace OX {
+
+/// The newest frame of a camera, read without a lock. Written by the concrete camera, under the
+/// lock or in the turn that guards its frames.
+struct NewestFrame {
+  std::atomic<std::uint64_t> number{0};  ///< 0: none since the opening
+  std::atomic<std::int64_t> arrivedUs{0};
+  std::atomic<std::uint64_t> count{0};  ///< the highest number so far
+
+  /// The next one has come.
+  FrameMark add(std::int64_t pArrivedUs) {
+    const FrameMark mark{++count, pArrivedUs};
+    set(mark);
+    return mark;
+  }
+  void set(const FrameMark& pMark) {
+    arrivedUs = pMark.arrivedUs;
+    number = pMark.number;
+  }
+};
 
 /// What a camera runs at, and its buffers. Created by the concrete camera's constructor.
 struct RealCameraProperties {
@@ -27,6 +47,10 @@ struct RealCameraProperties {
   std::uint64_t fConversionCount = 0;
   /// While subscribers' wishes change the resolution: raw buffers take it when they are lent.
   bool fIsChanging = false;
+  NewestFrame fNewestFrame;
+  /// Buffers that left the pool of converted images while streams kept frames in them, and will
+  /// take the place of the next ones that do.
+  std::array<boost::shared_ptr<OXVisionBuffer>, 8> fSpareBuffers;
   OXWakeup fConversionEnded;  ///< for those who wait for a conversion that another request began
 };
 

@@ -10,6 +10,12 @@
 
 namespace OX {
 
+/// Which frame of its camera some pixels are.
+struct FrameMark {
+  std::uint64_t number = 0;    ///< rises from frame to frame; 0: none that is known
+  std::int64_t arrivedUs = 0;  ///< when it came, microseconds since 1970 by the device's clock
+};
+
 /// Pools share ownership with the holds on the buffer. Everything but the read count changes with
 /// fVisionModulesLock held for writing, or the concrete camera's own lock for its own buffers.
 class OXVisionBuffer {
@@ -31,17 +37,28 @@ class OXVisionBuffer {
   /// Whether nobody uses it, so that its pixels and its format may be changed.
   bool isFree() const { return fReadLockCount == 0 && fWriteLockCount <= 0; }
 
+  /// Whether only frames that were lent to streams keep it, so that it may leave its pool.
+  bool isLentOnly() const {
+    return fLentCount > 0 && fReadLockCount == fLentCount && fWriteLockCount <= 0;
+  }
+
   /// Subscribers, replies and searches that hold it for reading. Atomic, since sharing an image and
   /// releasing it need the lock for reading only.
   std::atomic<int> fReadLockCount{0};
   int fWriteLockCount = 0;  ///< writers and searches that hold it for editing
   /// Of the read counts, those of replies and conversions, which read its pixels without the lock.
   int fPinCount = 0;
+  /// Of the read counts, those of frames that were lent to streams. Atomic for the same reason.
+  std::atomic<int> fLentCount{0};
+  /// Whether it left its pool, or its camera's store, because of them: it is used again after that.
+  bool fIsOutside = false;
   /// The number of the conversion, or of the push, that fills it while it is locked for writing, or
   /// that filled it last; 0: none did. From its beginning the image has the time stamp that it will
   /// keep, and fConvertedFrom is the frame that is read.
   std::uint64_t fContent = 0;
   const void* fConvertedFrom = nullptr;
+  /// The frame that the pixels show or, while they are filled, will show.
+  FrameMark fFrame;
   std::unique_ptr<OXImage> fImage;
   /// The size of the pixels when they were lent. A change of the camera's resolution writes to the
   /// image of a lent raw buffer, too, whose pixels stay what they are.

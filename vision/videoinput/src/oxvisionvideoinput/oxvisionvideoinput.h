@@ -16,6 +16,7 @@
 #include <oxframework/oxlocks.h>
 #include <oxframework/oxmodule.h>
 #include <oxframework/oxthreadsafety.h>
+#include <oxvision/iframesource.h>
 #include <oxvision/ivideoinput.h>
 #include "report.h"
 #include "status/devicestatus.h"
@@ -27,11 +28,15 @@ namespace OX {
 class OXVisionBuffer;
 struct AcquiredFrame;
 struct Claim;
+struct FrameMark;
+struct FrameRequest;
 struct GrabberTexts;
 struct LendingTexts;
+struct LentFrame;
 struct Lookup;
 struct RealCameraProperties;
 struct RequestedCameraProperties;
+struct TakenFrame;
 struct VisionModuleInfo;
 
 /// The abstract module OXVideoDevice. It owns the table of cameras, the map of subscribers and the
@@ -49,7 +54,10 @@ struct VisionModuleInfo;
 /// xCamera(), since fActiveCamera and a caller's index may lie outside the table.
 ///
 /// `// --- FILE ---` names the source that defines the declarations below it.
-class OXVisionVideoInput : public OXModule, public IVideoInput, public DeviceStatus {
+class OXVisionVideoInput : public OXModule,
+                           public IVideoInput,
+                           public IFrameSource,
+                           public DeviceStatus {
  public:
   ~OXVisionVideoInput() override;
 
@@ -226,6 +234,14 @@ class OXVisionVideoInput : public OXModule, public IVideoInput, public DeviceSta
   std::vector<CameraStatus> cameraStatus() const override;
   std::vector<RecordingStatus> recordingStatus() const override;
 
+  // --- frames/framesource.cpp: for services that deliver frames, described in iframesource.h ---
+  boost::shared_ptr<FrameSubscription> subscribeFrames(const std::string& pName,
+                                                       const std::vector<FrameFormat>& pFormats,
+                                                       bool pIsMultiStream, int pFps) override;
+  std::optional<std::chrono::microseconds> untilNextFrame(int pCamera) const override;
+  void setFrameListener(const boost::weak_ptr<FrameListener>& pListener) override;
+  const StageDurations& stages() const override { return fStages; }
+
   // --- lifecycle.cpp ---
   /// Limits how many subscribers there may be at once, 256 by default; one more throws OXError, as
   /// does an exhausted memory. Those that are subscribed stay. Thread-safe.
@@ -283,6 +299,13 @@ class OXVisionVideoInput : public OXModule, public IVideoInput, public DeviceSta
   /// When there is none, logs under the name pOperation and returns a null image.
   virtual AcquiredFrame xAcquireFrame(const Claim& pClaim, const char* pOperation)
       OX_REQUIRES(fVisionModulesLock);
+  /// Supplied by a camera that has frames for streams: the newest one, counted as lent once more,
+  /// if its number is higher than pAfter; else pFrame stays empty. Waits for no frame; pauses the
+  /// lock.
+  virtual void xLendNewest(int pCamera, const std::string& pId, std::uint64_t pAfter,
+                           LentFrame& pFrame) OX_REQUIRES(fVisionModulesLock);
+  /// Takes the source of such a frame back. Takes no lock but the camera's own.
+  virtual void xReturnLent(int pCamera, const boost::shared_ptr<void>& pSource) noexcept;
   /// Called when the last reader of a raw buffer is gone: the camera takes back the frame that the
   /// buffer points at, if any.
   virtual void xReturnRawSource(int pCameraIndex, OXVisionBuffer& pBuffer)
@@ -308,6 +331,10 @@ class OXVisionVideoInput : public OXModule, public IVideoInput, public DeviceSta
   bool xRunStop(int pCamera, const GrabberTexts& pTexts, const std::function<bool()>& pClose)
       OX_REQUIRES(fVisionModulesLock);
 
+  // --- frames/framesource.cpp: tell the listener, if there is one ---
+  /// Called with no lock held.
+  void xTellFrame(int pCamera) const;
+
   std::atomic<int> fActiveCamera{0};  ///< may lie outside the table: see xCamera
   /// What a camera runs at when no subscriber asks for more.
   int fDefaultResolution OX_GUARDED_BY(fVisionModulesLock) = -1;
@@ -321,6 +348,7 @@ class OXVisionVideoInput : public OXModule, public IVideoInput, public DeviceSta
   /// Of whoever changes what cameras run at, starts or stops them: one for all cameras, since a
   /// change of one may lead to a change of another.
   Turn fCamerasTurn{"change of the cameras"};
+  StageDurations fStages;
   std::map<std::string, boost::shared_ptr<VisionModuleInfo>> fVisionModules
       OX_GUARDED_BY(fVisionModulesLock);
 
@@ -328,6 +356,8 @@ class OXVisionVideoInput : public OXModule, public IVideoInput, public DeviceSta
   friend class DeviceProbe;  ///< through which tests read the counters
 
   enum class Family { Mono, Multi, Any };
+  /// Of a subscription: images on request, or streams of frames for a service.
+  enum class Purpose { kImages, kFrames };
   struct SettingChange;
 
   // --- subscribers/subscribers.cpp ---
@@ -337,8 +367,20 @@ class OXVisionVideoInput : public OXModule, public IVideoInput, public DeviceSta
   /// Adds a subscriber with the same wish for every camera, without buffers.
   boost::shared_ptr<VisionModuleInfo> xAddSubscriber(const std::string& pId, const char* pMethod,
                                                      int pFrameRate, int pResolution,
-                                                     int pColorSpace)
+                                                     int pColorSpace, Purpose pPurpose)
       OX_REQUIRES(fVisionModulesLock);
+  /// Removes it from the map, when all that it had is gone.
+  void xForget(VisionModuleInfo& pSubscriber) OX_REQUIRES(fVisionModulesLock);
+  static int xRaiseToMinimum(int pFps, const char* pFunction);
+  /// What subscribeCamera() and subscribeCameras() do once the rate is known.
+  boost::shared_ptr<VisionModuleInfo> xSubscribeCamera(const std::string& pName, int pCameraIndex,
+                                                       int pResolution, int pColorSpace,
+                                                       int pFrameRate, Purpose pPurpose);
+  boost::shared_ptr<VisionModuleInfo> xSubscribeCameras(const std::string& pName,
+                                                        const std::vector<int>& pCameras,
+                                                        const std::vector<int>& pResolutions,
+                                                        const std::vector<int>& pColorSpaces,
+                                                        int pFrameRate, Purpose pPurpose);
   /// Raises the camera to what the subscriber asks for, if need be, and starts its grabber.
   void xStartForSubscriber(int pCamera, int pResolution, int pFrameRate, const char* pMethod)
       OX_REQUIRES(fVisionModulesLock);
@@ -358,6 +400,9 @@ class OXVisionVideoInput : public OXModule, public IVideoInput, public DeviceSta
   /// Ends it at once, with all that it holds and records: nobody is left to be waited for. False
   /// when a call keeps it, or a change of the cameras does.
   bool xEndAcquired(std::uint64_t pAcquisition);
+  /// The same for a subscriber, which may have ended already: true then.
+  bool xTryToEnd(const boost::shared_ptr<VisionModuleInfo>& pSubscriber, const char* pReason)
+      OX_REQUIRES(fVisionModulesLock);
   void xEndSubscriber(const boost::shared_ptr<VisionModuleInfo>& pSubscriber)
       OX_REQUIRES(fVisionModulesLock);
 
@@ -413,7 +458,7 @@ class OXVisionVideoInput : public OXModule, public IVideoInput, public DeviceSta
   /// Searches, which return a buffer with its count raised, or null. "Oldest for editing" means
   /// that nobody uses it, "newest for reading" that nobody writes to it. The lower index wins a
   /// tie.
-  BufferPtr xLockTheOldestBufferForEditing(const RealCameraProperties& pCamera, int pResolution,
+  BufferPtr xLockTheOldestBufferForEditing(RealCameraProperties& pCamera, int pResolution,
                                            int pColorSpace) OX_REQUIRES(fVisionModulesLock);
   /// The converted image in the format that the claim's subscriber asks for.
   BufferPtr xLockTheNewestBufferForReading(const Claim& pClaim)
@@ -423,6 +468,18 @@ class OXVisionVideoInput : public OXModule, public IVideoInput, public DeviceSta
       OX_REQUIRES(fVisionModulesLock);
   /// A free buffer in the claim's format; if there is none, another free one is reformatted.
   BufferPtr xLockBufferForConversion(const Claim& pClaim) OX_REQUIRES(fVisionModulesLock);
+  BufferPtr xLockAnyBuffer(RealCameraProperties& pCamera, int pResolution, int pColorSpace)
+      OX_REQUIRES(fVisionModulesLock);
+  /// The same for a frame of a stream; null, after a record, only without memory.
+  BufferPtr xLockBufferForFrame(const FrameRequest& pRequest) OX_REQUIRES(fVisionModulesLock);
+  /// Puts a free buffer of the same format in the place of one that is lent to streams only, and
+  /// returns the place; null for null, and without memory.
+  const BufferPtr* xReplaceLent(RealCameraProperties& pCamera, const BufferPtr* pPlace)
+      OX_REQUIRES(fVisionModulesLock);
+  /// Null, after a record, without memory.
+  static BufferPtr xTakeSpareBuffer(RealCameraProperties& pCamera);
+  /// Of one that nobody uses any more. It stays the caller's when there are enough.
+  static void xKeepSpareBuffer(RealCameraProperties& pCamera, BufferPtr& pBuffer);
   /// The buffer of a conversion that another request has begun, in the format of the claim's
   /// subscriber; null when there is none that passes pTest.
   BufferPtr xFindConversionUnderWay(const Claim& pClaim,
@@ -481,14 +538,22 @@ class OXVisionVideoInput : public OXModule, public IVideoInput, public DeviceSta
   class ConversionScope;
   /// The raw image in the claim's format, with one read count; null when no buffer is free. The raw
   /// image is held or pinned by the caller; pSource tells its frame from others. Pauses the lock.
-  BufferPtr xConvertImage(const Claim& pClaim, const OXImage& pRawImage, const void* pSource)
+  BufferPtr xConvertImage(const Claim& pClaim, const OXImage& pRawImage, const void* pSource,
+                          const FrameMark& pMark) OX_REQUIRES(fVisionModulesLock);
+  /// The frame of a camera in the format of a stream, lent once; null, after a record, when it
+  /// can't be had. Pauses the lock.
+  BufferPtr xConvertFrame(const FrameRequest& pRequest, const LentFrame& pFrame)
       OX_REQUIRES(fVisionModulesLock);
+  /// The same into memory that is nobody else's; false after a record.
+  bool xConvertInto(const FrameRequest& pRequest, const LentFrame& pFrame, OXImage& pTarget)
+      OX_REQUIRES(fVisionModulesLock);
+  void xLogNoConversion(const OXImage& pRawImage) const;
   /// The same for a raw image that was lent to the claim's subscriber.
   BufferPtr xConvertHeldImage(const Claim& pClaim, const OXImage& pRawImage)
       OX_REQUIRES(fVisionModulesLock);
   /// The buffer of a conversion that another request has begun, with one read count, after its end,
   /// which is waited for with the lock paused; null when it failed.
-  BufferPtr xAwaitConversion(const Claim& pClaim, BufferPtr pBuffer)
+  BufferPtr xAwaitConversion(RealCameraProperties& pCamera, BufferPtr pBuffer)
       OX_REQUIRES(fVisionModulesLock);
   /// The result of another request's conversion of the same frame, with one read count; null when
   /// none is under way.
@@ -509,9 +574,9 @@ class OXVisionVideoInput : public OXModule, public IVideoInput, public DeviceSta
   struct ColorKernel;
   /// Null for a colour space that has no kernel.
   static const ColorKernel* xFindKernel(int pColorSpace);
-  /// Leaves the destination untouched, after a record, when it can't convert. Called without the
-  /// lock.
-  void xConvertPixels(const OXImage& pRawImage, OXImage& pDestination, int pColorSpace);
+  /// Leaves the destination untouched and returns false when it can't convert, which is worth a
+  /// record but for images without pixels. Called without the lock.
+  bool xConvertPixels(const OXImage& pRawImage, OXImage& pDestination, int pColorSpace);
   /// Reads the frame once from start to end; changes nothing that can be seen. Called without the
   /// lock.
   void xApplyPatchForKernelMemcopy(const OXImage* pSource);
@@ -537,6 +602,34 @@ class OXVisionVideoInput : public OXModule, public IVideoInput, public DeviceSta
       OX_REQUIRES(fVisionModulesLock);
   /// Releases what the request took from the camera; a failure is only logged.
   void xReleaseRawImages(const VisionModuleInfo& pSubscriber) OX_REQUIRES(fVisionModulesLock);
+
+  // --- frames/framesource.cpp ---
+  class Subscription;  ///< frames/subscription.h
+  bool xEndStream(const boost::shared_ptr<VisionModuleInfo>& pSubscriber);
+  boost::shared_ptr<FrameListener> xListener() const;
+  void xTellSubscriberEnded() const;
+
+  // --- frames/taking.cpp ---
+  class SourceScope;
+  /// What FrameSubscription::take() does in the device. Throws OXError, after a record, when the
+  /// camera can't be opened or a turn can't be had.
+  FrameSubscription::Result xTake(const FrameRequest& pRequest, TakenFrame& pTaken);
+  FrameSubscription::Result xTakeFromCamera(const FrameRequest& pRequest, TakenFrame& pTaken)
+      OX_REQUIRES(fVisionModulesLock);
+  /// True when the frame of this number is converted already.
+  bool xShareFrame(const FrameRequest& pRequest, std::uint64_t pNumber, TakenFrame& pTaken);
+  /// The same, also when it is being converted, which is waited for with the lock paused.
+  bool xJoinFrame(const FrameRequest& pRequest, std::uint64_t pNumber, TakenFrame& pTaken)
+      OX_REQUIRES(fVisionModulesLock);
+  /// Whether nobody else wants the camera's frames in this format.
+  bool xIsAlone(const FrameRequest& pRequest) const OX_REQUIRES_SHARED(fVisionModulesLock);
+  /// Whether the camera runs, after it was started if need be.
+  bool xStartForFrames(const FrameRequest& pRequest) OX_REQUIRES(fVisionModulesLock);
+  static void xCountLent(OXVisionBuffer& pBuffer);
+  /// The buffer, which counts as lent, is the result.
+  static void xPass(const BufferPtr& pBuffer, TakenFrame& pTaken);
+  void xGiveBack(int pCamera, FrameSubscription::Pixels pPixels,
+                 const boost::shared_ptr<void>& pBuffer) noexcept;
 
   // --- delivery/multi.cpp ---
   std::vector<OXImage*> xGetImages(const boost::shared_ptr<VisionModuleInfo>& pSubscriber)
@@ -609,6 +702,11 @@ class OXVisionVideoInput : public OXModule, public IVideoInput, public DeviceSta
   std::size_t fNextRetired OX_GUARDED_BY(fVisionModulesLock) = 0;
   RecordingLog fRecordings OX_GUARDED_BY(fVisionModulesLock);
   int fSubscriberLimit OX_GUARDED_BY(fVisionModulesLock) = 256;
+  static constexpr std::size_t kMostCameras = 4;  ///< whose spare buffers are freed at once
+  /// Without it a push and a step ask for no listener.
+  std::atomic<bool> fHasListener{false};
+  mutable detail::Mutex fListenerGuard;
+  boost::weak_ptr<FrameListener> fListener OX_GUARDED_BY(fListenerGuard);
 };
 
 }  // namespace OX

@@ -19,6 +19,11 @@ class RecordingRecord;
 
 /// What a subscriber asks of one camera.
 struct RequestedCameraProperties {
+  void demandAsWished() {
+    fStreamResolution = fResolution;
+    fStreamColorSpace = fColorSpace;
+  }
+
   std::uint8_t fResolution = 1;
   std::uint8_t fColorSpace = 9;
   /// The buffer that the subscriber holds on this camera, which accounts for one of its read
@@ -28,6 +33,10 @@ struct RequestedCameraProperties {
   /// Whether a pair of buffers was made for this subscriber on this camera: only then is a pair
   /// removed when it unsubscribes.
   bool fHasBuffers = false;
+  /// What its stream of frames of this camera delivers, whatever the wish becomes; -1: there is no
+  /// such stream.
+  int fStreamResolution = -1;
+  int fStreamColorSpace = -1;
 };
 
 /// A subscriber: its identity, its wishes and its recording. Created by the subscribe operations,
@@ -56,8 +65,9 @@ struct VisionModuleInfo {
   std::int32_t fRecordedCount = 0;                ///< images written so far
   std::unique_ptr<OXVideo> fVideo;                ///< the open recording
   boost::shared_ptr<RecordingRecord> fRecording;  ///< what is told of it; null when none is open
-  /// Set when it is removed from the map, for replies that still share the record.
-  bool fIsUnsubscribed = false;
+  int fStreamRate = 0;  ///< what streams of frames ask of their cameras, images per second
+  /// Set when it is removed from the map, for replies and streams that still share the record.
+  std::atomic<bool> fIsUnsubscribed{false};
   /// Had by a call from its look-up until its image is lent or its change is made, so that calls of
   /// one subscriber follow each other. Getters and the copying of a reply do without.
   Turn fTurn{"call of this subscriber"};
@@ -67,7 +77,10 @@ struct VisionModuleInfo {
   // lock held for reading: atomic, but never added to by two threads at once.
   void countServed(std::int64_t pNowUs, int pImages);
   void countHold(int pChange);
+  /// A frame of a stream, outside of its turn.
+  void countFrame(std::int64_t pNowUs);
   std::atomic<std::int64_t> fServedCount{0};   ///< images that it was served
+  std::atomic<std::int64_t> fFrameCount{0};    ///< frames that its streams were served
   std::atomic<std::int64_t> fLastServedUs{0};  ///< when the last one was, by the device's clock
   std::atomic<int> fHoldCount{0};              ///< wishes with a fLockedImage
 };

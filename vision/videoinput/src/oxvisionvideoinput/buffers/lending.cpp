@@ -41,6 +41,7 @@ OXImage* OXVisionVideoInput::xLendFrame(const Claim& pClaim, const AcquiredFrame
     buffer->fLentWidth = image.fWidth;
     buffer->fLentHeight = image.fHeight;
     buffer->fRawSource = pFrame.source;
+    buffer->fFrame = pFrame.mark;
     ++buffer->fReadLockCount;
     pClaim.wish.fLockedImage = buffer;
     pClaim.subscriber->countHold(1);
@@ -90,6 +91,11 @@ bool OXVisionVideoInput::xReleaseFrame(const std::string& pId, int pCamera,
 
 // For a camera that has its own way of lending.
 AcquiredFrame OXVisionVideoInput::xAcquireFrame(const Claim&, const char*) { return {}; }
+
+// For a camera without streams of frames.
+void OXVisionVideoInput::xLendNewest(int, const std::string&, std::uint64_t, LentFrame&) {}
+
+void OXVisionVideoInput::xReturnLent(int, const boost::shared_ptr<void>&) noexcept {}
 
 void OXVisionVideoInput::xReturnRawSource(int, OXVisionBuffer& pBuffer) {
   pBuffer.fRawSource.reset();

@@ -3,11 +3,13 @@
 
 #include <boost/shared_ptr.hpp>
 #include <cstdint>
+#include <optional>
 #include <string>
 
-namespace OX {
+#include <oxframework/oximage.h>
+#include "oxvisionbuffer.h"
 
-class OXImage;
+namespace OX {
 
 /// A frame of a camera, which the camera has counted as lent once more.
 struct AcquiredFrame {
@@ -17,6 +19,16 @@ struct AcquiredFrame {
   /// Whether the lent image takes the frame's size and colour space; false if the camera's settings
   /// have already given the buffer that format.
   bool setsFormat = false;
+  FrameMark mark{};
+};
+
+/// A frame of a camera, as streams read it: with its fields as they were when it was counted as
+/// lent. xReturnLent() takes the source back.
+struct LentFrame {
+  std::optional<OXImage> image;    ///< a view
+  boost::shared_ptr<void> source;  ///< null: there is no newer frame
+  FrameMark mark{};
+  bool isFailed = false;  ///< it could not be had, and a record says why
 };
 
 /// One camera's texts for the steps that all cameras share. Clients match on them.

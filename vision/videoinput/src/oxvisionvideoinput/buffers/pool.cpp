@@ -5,10 +5,12 @@
 #include <algorithm>
 #include <boost/make_shared.hpp>
 #include <new>
+#include <utility>
 
 #include <oxframework/oxdefinitions.h>
 #include <oxframework/oxlog.h>
 #include "claim.h"
+#include "frames/framerequest.h"
 #include "oxvisionvideoinput.h"
 
 namespace OX {
@@ -68,38 +70,104 @@ bool OXVisionVideoInput::xCreateBuffersForStoringImages(const int& pCameraIndex,
   return true;
 }
 
+// A buffer of which streams keep the frame serves as well as a free one: another takes its place.
 OXVisionVideoInput::BufferPtr OXVisionVideoInput::xLockTheOldestBufferForEditing(
-    const RealCameraProperties& pCamera, int pResolution, int pColorSpace) {
+    RealCameraProperties& pCamera, int pResolution, int pColorSpace) {
   int width = 0;
   int height = 0;
   setSizeFromResolution(pResolution, width, height);
-  const BufferPtr* const oldest =
-      findOldest(pCamera.fImageBuffers, [&](const OXVisionBuffer& pBuffer) {
-        return pBuffer.isFree() && pBuffer.hasFormat(width, height, pColorSpace);
-      });
+  BufferPool& pool = pCamera.fImageBuffers;
+  const BufferPtr* oldest = findOldest(pool, [&](const OXVisionBuffer& pBuffer) {
+    return pBuffer.isFree() && pBuffer.hasFormat(width, height, pColorSpace);
+  });
+  if (!oldest)
+    oldest =
+        xReplaceLent(pCamera, findOldest(pool, [&](const OXVisionBuffer& pBuffer) {
+                       return pBuffer.isLentOnly() && pBuffer.hasFormat(width, height, pColorSpace);
+                     }));
   if (!oldest) return {};
   ++(*oldest)->fWriteLockCount;
   return *oldest;
+}
+
+const OXVisionVideoInput::BufferPtr* OXVisionVideoInput::xReplaceLent(RealCameraProperties& pCamera,
+                                                                      const BufferPtr* pPlace) {
+  if (!pPlace) return nullptr;
+  BufferPtr& place =
+      pCamera.fImageBuffers[static_cast<std::size_t>(pPlace - pCamera.fImageBuffers.data())];
+  BufferPtr spare = xTakeSpareBuffer(pCamera);
+  if (!spare) return nullptr;
+  const OXImage& lent = *place->fImage;
+  spare->fImage->fWidth = lent.fWidth;
+  spare->fImage->fHeight = lent.fHeight;
+  spare->fImage->setColorSpace(lent.fColorSpace);
+  place->fIsOutside = true;
+  place = std::move(spare);
+  return &place;
+}
+
+OXVisionVideoInput::BufferPtr OXVisionVideoInput::xTakeSpareBuffer(RealCameraProperties& pCamera) {
+  for (BufferPtr& spare : pCamera.fSpareBuffers)
+    if (spare) return std::exchange(spare, {});
+  try {
+    return boost::make_shared<OXVisionBuffer>(kQQVGA, kYUV422, false);
+  } catch (const std::bad_alloc&) {
+    return {};  // a record says so
+  }
+}
+
+void OXVisionVideoInput::xKeepSpareBuffer(RealCameraProperties& pCamera, BufferPtr& pBuffer) {
+  pBuffer->fIsOutside = false;
+  pBuffer->fImage->fTimeStamp = 0;
+  pBuffer->fContent = 0;
+  pBuffer->fFrame = {};
+  for (BufferPtr& spare : pCamera.fSpareBuffers)
+    if (!spare) return spare.swap(pBuffer);
 }
 
 // Normally there is a free buffer of the format, since one was made for each subscriber, which
 // holds none while it asks. Changes of settings may have left none: since every buffer has storage
 // for the largest format, any free one can be reformatted.
 OXVisionVideoInput::BufferPtr OXVisionVideoInput::xLockBufferForConversion(const Claim& pClaim) {
-  const int resolution = pClaim.wish.fResolution;
-  const int colorSpace = pClaim.wish.fColorSpace;
-  BufferPtr exact = xLockTheOldestBufferForEditing(pClaim.camera, resolution, colorSpace);
-  if (exact) return exact;
-  const BufferPtr* const oldest = findOldest(pClaim.camera.fImageBuffers, isAnyFree);
-  if (!oldest) {
+  BufferPtr buffer =
+      xLockAnyBuffer(pClaim.camera, pClaim.wish.fResolution, pClaim.wish.fColorSpace);
+  if (!buffer)
     report::log(ki::log::kError, "xConvertImage",
                 report::text("xConvertImage(", pClaim.index, "): no free buffer to convert into"));
-    return {};
-  }
+  return buffer;
+}
+
+OXVisionVideoInput::BufferPtr OXVisionVideoInput::xLockAnyBuffer(RealCameraProperties& pCamera,
+                                                                 int pResolution, int pColorSpace) {
+  BufferPtr exact = xLockTheOldestBufferForEditing(pCamera, pResolution, pColorSpace);
+  if (exact) return exact;
+  const BufferPool& pool = pCamera.fImageBuffers;
+  const BufferPtr* oldest = findOldest(pool, isAnyFree);
+  if (!oldest)
+    oldest = xReplaceLent(pCamera, findOldest(pool, [](const OXVisionBuffer& pBuffer) {
+                            return pBuffer.isLentOnly();
+                          }));
+  if (!oldest) return {};
   ++(*oldest)->fWriteLockCount;
-  (*oldest)->fImage->setResolution(resolution);
-  (*oldest)->fImage->setColorSpace(colorSpace);
+  (*oldest)->fImage->setResolution(pResolution);
+  (*oldest)->fImage->setColorSpace(pColorSpace);
   return *oldest;
+}
+
+// Others may have moved the stream's subscriber, and its buffers, to other cameras: a buffer
+// outside of the pool then serves this one stream.
+OXVisionVideoInput::BufferPtr OXVisionVideoInput::xLockBufferForFrame(
+    const FrameRequest& pRequest) {
+  const FrameFormat& format = pRequest.format;
+  BufferPtr buffer = xLockAnyBuffer(pRequest.record, format.resolution, format.colorSpace);
+  if (buffer) return buffer;
+  buffer = xTakeSpareBuffer(pRequest.record);
+  if (!buffer) return {};
+  buffer->fIsOutside = true;
+  ++buffer->fWriteLockCount;
+  buffer->fImage->setResolution(format.resolution);
+  buffer->fImage->setColorSpace(format.colorSpace);
+  return buffer;
 }
 
 OXVisionVideoInput::BufferPtr OXVisionVideoInput::xLockTheNewestBufferForReading(
@@ -144,6 +212,7 @@ OXImage* OXVisionVideoInput::xImageToReformat(const Claim& pClaim, int pResoluti
   if (!buffer) return nullptr;
   buffer->fImage->fTimeStamp = 0;
   buffer->fContent = 0;
+  buffer->fFrame = {};
   --buffer->fWriteLockCount;  // nobody can take it before the caller: the lock is held
   return buffer->fImage.get();
 }
@@ -156,12 +225,17 @@ void OXVisionVideoInput::xErase(BufferPool& pPool, const BufferPtr& pBuffer) {
   pPool.erase(pPool.begin() + (&pBuffer - pPool.data()));
 }
 
-// To unmap megabytes takes longer than bookkeeping may.
+// To unmap megabytes takes longer than bookkeeping may. The spare buffers of cameras go too: those
+// who need some make them again.
 void OXVisionVideoInput::xFreeRetired() {
   std::array<BufferPtr, kRetiredBuffers> gone;
   gone.swap(fRetired);
+  std::array<decltype(RealCameraProperties::fSpareBuffers), kMostCameras> spares;
+  for (std::size_t i = 0; i < fCameraProperties.size() && i < spares.size(); ++i)
+    spares[i].swap(fCameraProperties[i]->fSpareBuffers);
   const OXCriticalSectionPause pause(fVisionModulesLock);
   gone.fill({});
+  spares.fill({});
 }
 
 void OXVisionVideoInput::xFindAndEraseTheOldestBuffer(BufferPool& pPool) {

@@ -9,7 +9,9 @@
 
 #include <oxframework/oxdefinitions.h>
 #include <oxframework/oxlog.h>
+#include "buffers/lending.h"
 #include "claim.h"
+#include "frames/framerequest.h"
 #include "oxvisionvideoinput.h"
 #include "pixels/colour/kernels.h"
 
@@ -35,36 +37,54 @@ std::size_t sourceBytes(const OXImage& pRawImage, const OXImage& pDestination) {
   return std::max(rows * width * 2, kMacroPixelBytes);
 }
 
+// What a converted image has from its frame, besides the pixels and the time stamp.
+void describe(OXImage& pImage, const OXImage& pFrame) {
+  pImage.fCameraId = pFrame.fCameraId;
+  pImage.fLeftAngle = pFrame.fLeftAngle;
+  pImage.fTopAngle = pFrame.fTopAngle;
+  pImage.fRightAngle = pFrame.fRightAngle;
+  pImage.fBottomAngle = pFrame.fBottomAngle;
+}
+
 }  // namespace
 
 /// A buffer that is being converted into. Whatever ends the conversion, others can use the buffer
 /// again and those who wait for its result are woken.
 class OXVisionVideoInput::ConversionScope {
  public:
-  ConversionScope(const Claim& pClaim, OXVisionBuffer& pBuffer, const void* pSource)
-      : fCamera(pClaim.camera), fBuffer(pBuffer) {
+  ConversionScope(RealCameraProperties& pCamera, OXVisionBuffer& pBuffer, const void* pSource,
+                  const FrameMark& pMark)
+      : fCamera(pCamera), fBuffer(pBuffer) {
     fBuffer.fContent = ++fCamera.fConversionCount;
     fBuffer.fConvertedFrom = pSource;
+    fBuffer.fFrame = pMark;
   }
   ~ConversionScope() {
     if (!fIsDone) fBuffer.fContent = 0;
+    if (!fIsDone || !fIsFrame) fBuffer.fFrame = {};
     --fBuffer.fWriteLockCount;
     fCamera.fConversionEnded.notify();
   }
   ConversionScope(const ConversionScope&) = delete;
   ConversionScope& operator=(const ConversionScope&) = delete;
 
-  void setDone() { fIsDone = true; }
+  /// Without pIsFrame the pixels are not those of the frame, although the request is answered with
+  /// them.
+  void setDone(bool pIsFrame) {
+    fIsDone = true;
+    fIsFrame = pIsFrame;
+  }
 
  private:
   RealCameraProperties& fCamera;
   OXVisionBuffer& fBuffer;
   bool fIsDone = false;
+  bool fIsFrame = false;
 };
 
 // The read count that the result will be lent with is raised at once: nobody begins the next
 // conversion in the buffer before this thread has woken.
-OXVisionVideoInput::BufferPtr OXVisionVideoInput::xAwaitConversion(const Claim& pClaim,
+OXVisionVideoInput::BufferPtr OXVisionVideoInput::xAwaitConversion(RealCameraProperties& pCamera,
                                                                    BufferPtr pBuffer) {
   const std::uint64_t conversion = pBuffer->fContent;
   const auto deadline = std::chrono::steady_clock::now() + kLongestConversion;
@@ -72,10 +92,10 @@ OXVisionVideoInput::BufferPtr OXVisionVideoInput::xAwaitConversion(const Claim& 
   while (pBuffer->fWriteLockCount > 0) {
     const auto left = deadline - std::chrono::steady_clock::now();
     if (left <= left.zero()) break;
-    const std::uint64_t seen = pClaim.camera.fConversionEnded.count();
+    const std::uint64_t seen = pCamera.fConversionEnded.count();
     const OXCriticalSectionPause pause(fVisionModulesLock);
-    pClaim.camera.fConversionEnded.wait(
-        seen, std::chrono::duration_cast<std::chrono::microseconds>(left));
+    pCamera.fConversionEnded.wait(seen,
+                                  std::chrono::duration_cast<std::chrono::microseconds>(left));
   }
   if (pBuffer->fWriteLockCount == 0 && pBuffer->fContent == conversion) return pBuffer;
   --pBuffer->fReadLockCount;
@@ -89,12 +109,13 @@ OXVisionVideoInput::BufferPtr OXVisionVideoInput::xJoinConversion(const Claim& p
   BufferPtr buffer = xFindConversionUnderWay(pClaim, [&](const OXVisionBuffer& pBuffer) {
     return pBuffer.fConvertedFrom == pSource && pBuffer.fImage->fTimeStamp == pRawImage.fTimeStamp;
   });
-  return buffer ? xAwaitConversion(pClaim, std::move(buffer)) : BufferPtr();
+  return buffer ? xAwaitConversion(pClaim.camera, std::move(buffer)) : BufferPtr();
 }
 
 OXVisionVideoInput::BufferPtr OXVisionVideoInput::xConvertImage(const Claim& pClaim,
                                                                 const OXImage& pRawImage,
-                                                                const void* pSource) {
+                                                                const void* pSource,
+                                                                const FrameMark& pMark) {
   // The fields too: a change of the camera's resolution writes to those of lent raw images.
   const OXImage raw(pRawImage, OXImage::ViewTag());
   if (BufferPtr shared = xJoinConversion(pClaim, raw, pSource)) {
@@ -103,25 +124,68 @@ OXVisionVideoInput::BufferPtr OXVisionVideoInput::xConvertImage(const Claim& pCl
   }
   BufferPtr buffer = xLockBufferForConversion(pClaim);
   if (!buffer) return {};
-  ConversionScope conversion(pClaim, *buffer, pSource);
+  ConversionScope conversion(pClaim.camera, *buffer, pSource, pMark);
   OXImage& image = *buffer->fImage;
   image.fTimeStamp = raw.fTimeStamp;
   // Here, so that a request that is answered by a shared image records nothing.
   if (pClaim.subscriber->fIsRecording) xRecord(pClaim.subscriber, raw, true);
   // A raw image of another colour space is not converted: the old pixels get the new time stamp.
+  bool isConverted = false;
   if (raw.fColorSpace == kYUV422) {
     const int colorSpace = pClaim.wish.fColorSpace;
     const OXCriticalSectionPause pause(fVisionModulesLock);
-    xConvertPixels(raw, image, colorSpace);
+    isConverted = xConvertPixels(raw, image, colorSpace);
   }
-  image.fCameraId = raw.fCameraId;
-  image.fLeftAngle = raw.fLeftAngle;
-  image.fTopAngle = raw.fTopAngle;
-  image.fRightAngle = raw.fRightAngle;
-  image.fBottomAngle = raw.fBottomAngle;
+  describe(image, raw);
   ++buffer->fReadLockCount;
-  conversion.setDone();
+  conversion.setDone(isConverted);
   return buffer;
+}
+
+OXVisionVideoInput::BufferPtr OXVisionVideoInput::xConvertFrame(const FrameRequest& pRequest,
+                                                                const LentFrame& pFrame) {
+  if (pFrame.image->fColorSpace != kYUV422) {
+    xLogNoConversion(*pFrame.image);
+    return {};
+  }
+  BufferPtr buffer = xLockBufferForFrame(pRequest);
+  if (!buffer) return {};
+  ConversionScope conversion(pRequest.record, *buffer, pFrame.source.get(), pFrame.mark);
+  OXImage& image = *buffer->fImage;
+  image.fTimeStamp = pFrame.image->fTimeStamp;
+  bool isConverted = false;
+  {
+    const OXCriticalSectionPause pause(fVisionModulesLock);
+    isConverted = xConvertPixels(*pFrame.image, image, pRequest.format.colorSpace);
+  }
+  describe(image, *pFrame.image);
+  if (!isConverted) {
+    image.fTimeStamp = 0;  // old pixels, which nobody may take for a young image
+    return {};
+  }
+  xCountLent(*buffer);
+  conversion.setDone(true);
+  return buffer;
+}
+
+bool OXVisionVideoInput::xConvertInto(const FrameRequest& pRequest, const LentFrame& pFrame,
+                                      OXImage& pTarget) {
+  if (pFrame.image->fColorSpace != kYUV422) {
+    xLogNoConversion(*pFrame.image);
+    return false;
+  }
+  ++pRequest.record.fConversionCount;
+  describe(pTarget, *pFrame.image);
+  pTarget.fTimeStamp = pFrame.image->fTimeStamp;
+  const OXCriticalSectionPause pause(fVisionModulesLock);
+  return xConvertPixels(*pFrame.image, pTarget, pRequest.format.colorSpace);
+}
+
+void OXVisionVideoInput::xLogNoConversion(const OXImage& pRawImage) const {
+  report::log(
+      ki::log::kError, "take",
+      report::text("Frames of colour space ", pRawImage.fColorSpace, " can't be converted: only ",
+                   int{kYUV422}, " can; take the raw frames instead"));
 }
 
 OXVisionVideoInput::BufferPtr OXVisionVideoInput::xConvertHeldImage(const Claim& pClaim,
@@ -132,10 +196,10 @@ OXVisionVideoInput::BufferPtr OXVisionVideoInput::xConvertHeldImage(const Claim&
     OXImage asLent(pRawImage, OXImage::ViewTag());
     asLent.fWidth = held->fLentWidth;
     asLent.fHeight = held->fLentHeight;
-    return xConvertImage(pClaim, asLent, held->fRawSource.get());
+    return xConvertImage(pClaim, asLent, held->fRawSource.get(), held->fFrame);
   }
   // Lent by a camera that keeps counts of its own.
-  return xConvertImage(pClaim, pRawImage, &pRawImage);
+  return xConvertImage(pClaim, pRawImage, &pRawImage, {});
 }
 
 struct OXVisionVideoInput::ColorKernel {
@@ -202,24 +266,27 @@ const OXVisionVideoInput::ColorKernel* OXVisionVideoInput::xFindKernel(int pColo
   return nullptr;
 }
 
-void OXVisionVideoInput::xConvertPixels(const OXImage& pRawImage, OXImage& pDestination,
+bool OXVisionVideoInput::xConvertPixels(const OXImage& pRawImage, OXImage& pDestination,
                                         int pColorSpace) {
   const ColorKernel* const kernel = xFindKernel(pColorSpace);
   if (!kernel) {
     report::log(ki::log::kError, "xConvertImage", "Unknown colorSpace required");
-    return;
+    return false;
   }
   // Images of size -1 x -1 have nothing to convert.
-  if (!pRawImage.fData || pRawImage.getSizeBytes() == 0 || pDestination.getSizeBytes() == 0) return;
+  if (!pRawImage.fData || pRawImage.getSizeBytes() == 0 || pDestination.getSizeBytes() == 0)
+    return false;
   if (sourceBytes(pRawImage, pDestination) > pRawImage.fCapacityBytes) {
     report::log(
         ki::log::kError, "xConvertImage",
         report::text("A raw image of ", pRawImage.fWidth, " x ", pRawImage.fHeight,
                      " can't be converted to ", pDestination.fWidth, " x ", pDestination.fHeight));
-    return;
+    return false;
   }
+  const OXDurationScope duration(fStages.convert);
   if (kernel->passFirst) xApplyPatchForKernelMemcopy(&pRawImage);
   kernel->convert(&pRawImage, &pDestination);
+  return true;
 }
 
 // One sequential pass over the frame, which a hardware source keeps in a kernel buffer that is slow

@@ -101,6 +101,10 @@ bool OXVisionVideoInput::xRunStart(int pCamera, const GrabberTexts& pTexts,
                   pTexts.openErrorLine);
   }
   camera->fGrabberState = kGrabberRunning;
+  if (fHasListener) {
+    const OXCriticalSectionPause pause(fVisionModulesLock);
+    xTellFrame(pCamera);
+  }
   xSleep(kSettleAfterStartUs);
   xLogGrabber(ki::log::kInfo, kFunction, pTexts.started, pTexts);
   return true;

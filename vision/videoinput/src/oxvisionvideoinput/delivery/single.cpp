@@ -121,7 +121,7 @@ OXVisionVideoInput::BufferPtr OXVisionVideoInput::xAwaitFreshImage(const Claim& 
   BufferPtr buffer = xFindConversionUnderWay(pClaim, [&](const OXVisionBuffer& pBuffer) {
     return isFresh(*pBuffer.fImage, pNowUs, *pClaim.subscriber);
   });
-  if (buffer) buffer = xAwaitConversion(pClaim, std::move(buffer));
+  if (buffer) buffer = xAwaitConversion(pClaim.camera, std::move(buffer));
   if (!buffer || isFresh(*buffer->fImage, nowUs(), *pClaim.subscriber)) return buffer;
   --buffer->fReadLockCount;
   return {};
@@ -138,7 +138,8 @@ bool OXVisionVideoInput::xReuseRawImage(const Claim& pClaim, std::int64_t pNowUs
                      isFreshInThisSecond(*raw->fImage, pNowUs, *pClaim.subscriber);
   const PinScope pin(*this, pClaim.index, raw);
   if (fresh)
-    pImage = xLendConverted(pClaim, xConvertImage(pClaim, *raw->fImage, raw->fRawSource.get()));
+    pImage = xLendConverted(
+        pClaim, xConvertImage(pClaim, *raw->fImage, raw->fRawSource.get(), raw->fFrame));
   return fresh;
 }
 

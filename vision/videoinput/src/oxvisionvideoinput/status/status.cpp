@@ -23,6 +23,11 @@ void VisionModuleInfo::countServed(std::int64_t pNowUs, int pImages) {
   fLastServedUs.store(pNowUs, std::memory_order_relaxed);
 }
 
+void VisionModuleInfo::countFrame(std::int64_t pNowUs) {
+  fFrameCount.fetch_add(1, std::memory_order_relaxed);
+  fLastServedUs.store(pNowUs, std::memory_order_relaxed);
+}
+
 void VisionModuleInfo::countHold(int pChange) {
   fHoldCount.store(fHoldCount.load(std::memory_order_relaxed) + pChange, std::memory_order_relaxed);
 }
@@ -58,7 +63,8 @@ std::vector<SubscriberStatus> OXVisionVideoInput::subscriberStatus() const {
       status.cameraRates.push_back(xCamera(camera)->fFrameRate);
     }
     status.frameRate = subscriber->fFrameRate;
-    status.served = subscriber->fServedCount.load(std::memory_order_relaxed);
+    status.served = subscriber->fServedCount.load(std::memory_order_relaxed) +
+                    subscriber->fFrameCount.load(std::memory_order_relaxed);
     status.holds = subscriber->fHoldCount.load(std::memory_order_relaxed);
     const std::int64_t last = subscriber->fLastServedUs.load(std::memory_order_relaxed);
     if (status.served > 0) status.ageUs = std::max<std::int64_t>(now - last, 0);

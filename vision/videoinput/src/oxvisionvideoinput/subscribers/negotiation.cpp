@@ -50,8 +50,10 @@ bool OXVisionVideoInput::xUpdateParam(const int& pCameraIndex) {
   int resolution = fDefaultResolution;
   int frameRate = kMinCameraFrameRate;
   for (const auto& [id, subscriber] : fVisionModules) {
-    resolution = std::max<int>(resolution, subscriber->wish(pCameraIndex).fResolution);
-    frameRate = std::max<int>(frameRate, subscriber->fFrameRate);
+    // What streams of frames demand counts too: others may have changed the wishes.
+    const RequestedCameraProperties& wish = subscriber->wish(pCameraIndex);
+    resolution = std::max({resolution, int{wish.fResolution}, wish.fStreamResolution});
+    frameRate = std::max({frameRate, int{subscriber->fFrameRate}, subscriber->fStreamRate});
   }
   if (resolution != camera->fResolution) {
     report::log(ki::log::kInfo, "xUpdateParam",

@@ -45,17 +45,20 @@ std::string OXVisionVideoInput::xAcquiredId(std::uint64_t pAcquisition) {
 bool OXVisionVideoInput::xEndAcquired(std::uint64_t pAcquisition) {
   const OXCriticalSectionWrite lock(fVisionModulesLock);
   const boost::shared_ptr<VisionModuleInfo> subscriber = xFindAcquired(pAcquisition);
-  if (!subscriber) return true;
-  const BoundedTurn turn(subscriber->fTurn, fVisionModulesLock, kTurnBound);
+  return !subscriber || xTryToEnd(subscriber, "its client disconnected");
+}
+
+bool OXVisionVideoInput::xTryToEnd(const boost::shared_ptr<VisionModuleInfo>& pSubscriber,
+                                   const char* pReason) {
+  const BoundedTurn turn(pSubscriber->fTurn, fVisionModulesLock, kTurnBound);
   if (!turn.isTaken()) return false;
-  // By somebody else, while its turn was waited for.
-  if (subscriber->fIsUnsubscribed) return true;
+  // By somebody else, before or while its turn was waited for.
+  if (pSubscriber->fIsUnsubscribed) return true;
   // Before the turn of the cameras, which others wait for: a disk may be slow.
-  if (subscriber->fIsRecording || subscriber->fVideo)
-    xCloseVideo(subscriber, "its client disconnected");
+  if (pSubscriber->fIsRecording || pSubscriber->fVideo) xCloseVideo(pSubscriber, pReason);
   const BoundedTurn change(fCamerasTurn, fVisionModulesLock, kTurnBound);
   if (!change.isTaken()) return false;
-  xEndSubscriber(subscriber);
+  xEndSubscriber(pSubscriber);
   return true;
 }
 
@@ -75,8 +78,7 @@ void OXVisionVideoInput::xEndSubscriber(const boost::shared_ptr<VisionModuleInfo
       report::log(ki::log::kWarning, "xEndSubscriber", error.what());
     }
   }
-  pSubscriber->fIsUnsubscribed = true;
-  fVisionModules.erase(pSubscriber->fName);
+  xForget(*pSubscriber);
 }
 
 }  // namespace OX

@@ -30,12 +30,6 @@ std::string listText(const std::vector<int>& pNumbers) {
   return list;
 }
 
-int raiseToMinimum(int pFps, const char* pFunction) {
-  if (pFps >= kMinFrameRate) return pFps;
-  report::log(ki::log::kWarning, pFunction, "Fps must be superior to 5, force fps to 5");
-  return kMinFrameRate;
-}
-
 // A larger rate would wrap to a smaller one, even to 0.
 std::uint8_t fitIntoRecord(int pFps, const char* pFunction) {
   if (pFps > kMaxFrameRate)
@@ -46,6 +40,12 @@ std::uint8_t fitIntoRecord(int pFps, const char* pFunction) {
 }
 
 }  // namespace
+
+int OXVisionVideoInput::xRaiseToMinimum(int pFps, const char* pFunction) {
+  if (pFps >= kMinFrameRate) return pFps;
+  report::log(ki::log::kWarning, pFunction, "Fps must be superior to 5, force fps to 5");
+  return kMinFrameRate;
+}
 
 // Refusals of one stream are only thrown, those of several are logged too: clients know it so.
 void OXVisionVideoInput::xFailSubscription(const char* pMethod, const std::string& pName,
@@ -81,16 +81,20 @@ std::string OXVisionVideoInput::xFindFreeId(const std::string& pName, bool pIsMu
   return id;
 }
 
+// What is asked for frames is noted apart from the wishes, which others may change. A service that
+// delivers frames owns its subscribers by itself, and not by the call that is under way.
 boost::shared_ptr<VisionModuleInfo> OXVisionVideoInput::xAddSubscriber(
-    const std::string& pId, const char* pMethod, int pFrameRate, int pResolution, int pColorSpace) {
+    const std::string& pId, const char* pMethod, int pFrameRate, int pResolution, int pColorSpace,
+    Purpose pPurpose) {
   try {
     // The limit is reported as exhausted memory, an error that clients know.
     if (fVisionModules.size() >= static_cast<std::size_t>(std::max(fSubscriberLimit, 0)))
       throw std::bad_alloc();
     auto subscriber = boost::make_shared<VisionModuleInfo>();
     subscriber->fName = pId;
-    subscriber->fAcquisition = getAcquisition();
     subscriber->fFrameRate = fitIntoRecord(pFrameRate, pMethod);
+    if (pPurpose == Purpose::kImages) subscriber->fAcquisition = getAcquisition();
+    if (pPurpose == Purpose::kFrames) subscriber->fStreamRate = subscriber->fFrameRate;
     for (int i = 0; i < fNbCameras; ++i) {
       const auto wish = boost::make_shared<RequestedCameraProperties>();
       wish->fResolution = static_cast<std::uint8_t>(pResolution);
@@ -129,10 +133,15 @@ void OXVisionVideoInput::xCreateBuffers(VisionModuleInfo& pSubscriber,
       camera.fImageBuffers.pop_back();
       camera.fRawBuffers.pop_back();
     }
-    pSubscriber.fIsUnsubscribed = true;
-    fVisionModules.erase(pSubscriber.fName);  // shared by the caller, so the name outlives this
+    xForget(pSubscriber);  // shared by the caller
     report::raise(getName(), pMethod, "Memory allocation failed.");
   }
+}
+
+void OXVisionVideoInput::xForget(VisionModuleInfo& pSubscriber) {
+  pSubscriber.fIsUnsubscribed = true;
+  fVisionModules.erase(pSubscriber.fName);
+  xTellSubscriberEnded();
 }
 
 std::string OXVisionVideoInput::subscribe(const std::string& pName, const int& pResolution,
@@ -144,12 +153,21 @@ std::string OXVisionVideoInput::subscribeCamera(const std::string& pName, const 
                                                 const int& pResolution, const int& pColorSpace,
                                                 const int& pFps) {
   constexpr const char* kMethod = "subscribeCamera";
-  int frameRate = raiseToMinimum(pFps, kMethod);
+  int frameRate = xRaiseToMinimum(pFps, kMethod);
   if (pResolution == k4VGA) {
     report::log(ki::log::kInfo, kMethod,
                 "FPS is decreased to 5 in HD. Use setFrameRate to increase it");
     frameRate = kMinFrameRate;
   }
+  return xSubscribeCamera(pName, pCameraIndex, pResolution, pColorSpace, frameRate,
+                          Purpose::kImages)
+      ->fName;
+}
+
+boost::shared_ptr<VisionModuleInfo> OXVisionVideoInput::xSubscribeCamera(
+    const std::string& pName, int pCameraIndex, int pResolution, int pColorSpace, int pFrameRate,
+    Purpose pPurpose) {
+  constexpr const char* kMethod = "subscribeCamera";
   const int camera = pCameraIndex < 0 ? fActiveCamera.load() : pCameraIndex;
   // In this order: the first thing that is wrong is what the error says.
   if (!xIsResolutionValid(pResolution, camera)) {
@@ -170,18 +188,19 @@ std::string OXVisionVideoInput::subscribeCamera(const std::string& pName, const 
   const OXCriticalSectionWrite lock(fVisionModulesLock);
   xFreeRetired();
   const TurnScope change(fCamerasTurn, fVisionModulesLock);
-  std::string id = xFindFreeId(pName, false);
-  const auto subscriber = xAddSubscriber(id, kMethod, frameRate, pResolution, pColorSpace);
+  const auto subscriber = xAddSubscriber(xFindFreeId(pName, false), kMethod, pFrameRate,
+                                         pResolution, pColorSpace, pPurpose);
   const TurnScope turn(subscriber->fTurn,
                        fVisionModulesLock);  // it is in the map, but not yet whole
-  xStartForSubscriber(camera, pResolution, frameRate, kMethod);
+  if (pPurpose == Purpose::kFrames) subscriber->wish(camera).demandAsWished();
+  xStartForSubscriber(camera, pResolution, pFrameRate, kMethod);
   // On every camera, since setActiveCamera moves the subscriber without making any.
   std::vector<int> all(static_cast<std::size_t>(fNbCameras));
   std::iota(all.begin(), all.end(), 0);
   xCreateBuffers(*subscriber, all, kMethod);
   // -1 for every negative index, since other operations compare with that.
   subscriber->fActiveCamera = std::max(pCameraIndex, -1);
-  return id;
+  return subscriber;
 }
 
 void OXVisionVideoInput::xCheckSubscribeCameras(const std::string& pName,
@@ -229,34 +248,44 @@ std::string OXVisionVideoInput::subscribeCameras(const std::string& pName,
   const std::vector<int> resolutions = pResolutions.toIntVector();
   const std::vector<int> colorSpaces = pColorSpaces.toIntVector();
   xCheckSubscribeCameras(pName, cameras, resolutions, colorSpaces);
-  int frameRate = raiseToMinimum(pFps, kMethod);
+  int frameRate = xRaiseToMinimum(pFps, kMethod);
   for (const int resolution : resolutions) {
     if (resolution != k4VGA) continue;
     report::log(ki::log::kInfo, kMethod,
                 "FPS is decreased to 5 in HD. Use setFrameRate to increase it");
     frameRate = kMinFrameRate;
   }
-  xCheckStreams(pName, cameras, resolutions, colorSpaces);
+  return xSubscribeCameras(pName, cameras, resolutions, colorSpaces, frameRate, Purpose::kImages)
+      ->fName;
+}
+
+boost::shared_ptr<VisionModuleInfo> OXVisionVideoInput::xSubscribeCameras(
+    const std::string& pName, const std::vector<int>& pCameras,
+    const std::vector<int>& pResolutions, const std::vector<int>& pColorSpaces, int pFrameRate,
+    Purpose pPurpose) {
+  constexpr const char* kMethod = "subscribeCameras";
+  xCheckStreams(pName, pCameras, pResolutions, pColorSpaces);
 
   const OXCriticalSectionWrite lock(fVisionModulesLock);
   xFreeRetired();
   const TurnScope change(fCamerasTurn, fVisionModulesLock);
-  std::string id = xFindFreeId(pName, true);
-  const auto subscriber = xAddSubscriber(id, kMethod, frameRate, kQVGA, kYUV422);
+  const auto subscriber =
+      xAddSubscriber(xFindFreeId(pName, true), kMethod, pFrameRate, kQVGA, kYUV422, pPurpose);
   const TurnScope turn(subscriber->fTurn, fVisionModulesLock);
   subscriber->fIsMultiStream = true;
-  subscriber->fActiveCameras = cameras;
-  for (std::size_t i = 0; i < cameras.size(); ++i) {
-    RequestedCameraProperties& wish = subscriber->wish(cameras[i]);
-    wish.fResolution = static_cast<std::uint8_t>(resolutions[i]);
-    wish.fColorSpace = static_cast<std::uint8_t>(colorSpaces[i]);
-    subscriber->fActiveCamera = cameras[i];
-    xStartForSubscriber(cameras[i], resolutions[i], frameRate, kMethod);
+  subscriber->fActiveCameras = pCameras;
+  for (std::size_t i = 0; i < pCameras.size(); ++i) {
+    RequestedCameraProperties& wish = subscriber->wish(pCameras[i]);
+    wish.fResolution = static_cast<std::uint8_t>(pResolutions[i]);
+    wish.fColorSpace = static_cast<std::uint8_t>(pColorSpaces[i]);
+    if (pPurpose == Purpose::kFrames) wish.demandAsWished();
+    subscriber->fActiveCamera = pCameras[i];
+    xStartForSubscriber(pCameras[i], pResolutions[i], pFrameRate, kMethod);
   }
   // What both families may do, such as setFrameRate, works on the first camera.
-  subscriber->fActiveCamera = cameras.front();
-  xCreateBuffers(*subscriber, cameras, kMethod);
-  return id;
+  subscriber->fActiveCamera = pCameras.front();
+  xCreateBuffers(*subscriber, pCameras, kMethod);
+  return subscriber;
 }
 
 // The current camera becomes the one whose buffers were removed last: clients know it so.
@@ -337,8 +366,7 @@ void OXVisionVideoInput::xRemove(const boost::shared_ptr<VisionModuleInfo>& pSub
     xUnsubscribeMulti(pSubscriber);
   else
     xUnsubscribeMono(pSubscriber, xCurrentCamera(*pSubscriber));
-  pSubscriber->fIsUnsubscribed = true;
-  fVisionModules.erase(pSubscriber->fName);
+  xForget(*pSubscriber);
 }
 
 void OXVisionVideoInput::unsubscribeAllInstances(const std::string& pName) {
