@@ -53,6 +53,7 @@ bool OXVisionFileCam::xFillRing() {
     if (slot->fLockCount > 0) slot = boost::make_shared<CamBuffer>();
   bool read = false;
   for (Slot& slot : fFrames) read = xTakeSpare(slot, xReadFrame(fCurrentImage, true));
+  for (const Slot& slot : fFrames) slot->fIsUnshown = false;  // the copies are no frames
   ++fCurrentImage;
   if (fCurrentImage > fLastImage) {
     xTakeSpare(fFrames[fNextFrame], xReadAfterRange());
@@ -66,6 +67,11 @@ bool OXVisionFileCam::xFillRing() {
 bool OXVisionFileCam::xOpenDevice() {
   const TurnScope replay(fReplay, fVisionModulesLock);
   const OXCriticalSectionPause pause(fVisionModulesLock);
+  fIsSelected = false;
+  fPace = Pace::kNever;
+  fFrameSlot.reset();
+  fFrameIndex = -1;
+  xCamera(0)->fNewestFrame.set({});
   // Throws if the file is gone or damaged; the grabber is then left failed.
   xReadVideo();
   fLoopDuration = 0;
@@ -94,6 +100,7 @@ bool OXVisionFileCam::xOpenDevice() {
   fFirstTimestamp = fFrames[0]->fImage.fTimeStamp;
   // Last: the time that reading took is no part of the replay.
   fStartTime = OXClock::get().localNowUs();
+  if (read) xBeginFrames();
   return read;
 }
 

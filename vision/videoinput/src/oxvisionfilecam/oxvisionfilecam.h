@@ -3,6 +3,7 @@
 
 #include <array>
 #include <atomic>
+#include <chrono>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -48,6 +49,9 @@ class OXVisionFileCam final : public OXSingleton<OXVisionFileCam>, public OXVisi
   /// Index of the image that was read last. Takes no lock.
   int getCurrentImageNumber() OX_NO_THREAD_SAFETY_ANALYSIS;  // one atomic field of fVideo
 
+  // --- frames.cpp ---
+  std::optional<std::chrono::microseconds> untilNextFrame(int pCamera) const override;
+
   // --- validity.cpp ---
   bool xIsResolutionValid(int pResolution, int pCamera) const override;
   bool xIsFrameRateValid(int pFrameRate, int pCamera) const override;
@@ -74,6 +78,11 @@ class OXVisionFileCam final : public OXSingleton<OXVisionFileCam>, public OXVisi
       OX_REQUIRES(fVisionModulesLock) override;
   void xReturnRawSource(int pCameraIndex, OXVisionBuffer& pBuffer)
       OX_REQUIRES(fVisionModulesLock) override;
+  // --- frames.cpp ---
+  void xLendNewest(int pCamera, const std::string& pId, std::uint64_t pAfter, LentFrame& pFrame)
+      OX_REQUIRES(fVisionModulesLock) override;
+  void xReturnLent(int pCamera, const boost::shared_ptr<void>& pSource) noexcept override;
+  // --- acquisition.cpp ---
   FeedStatus xFeedStatus(int pCamera, std::int64_t pNowUs) const
       OX_REQUIRES_SHARED(fVisionModulesLock) override;
 
@@ -90,6 +99,8 @@ class OXVisionFileCam final : public OXSingleton<OXVisionFileCam>, public OXVisi
 
   // --- published.cpp ---
   void xBindFileMethods();
+  void xSetVideo(const std::string& pFilePath, const OXValue& pRange, bool pLoop, int pReplayMode,
+                 int pStreamNumber);
   int getCameraParameterById(const int& pCameraIndex, const int& pParam);
   // The file is looked at with the lock paused.
   bool xExists(const std::string& pPath) OX_REQUIRES(fVisionModulesLock);
@@ -104,6 +115,16 @@ class OXVisionFileCam final : public OXSingleton<OXVisionFileCam>, public OXVisi
   bool xWaitForSlot(OXBoundedWait& pWait, std::uint64_t pSeen) OX_REQUIRES(fVisionModulesLock);
   void xSelectCameraOf(const OXImage& pImage);
   void xCountStep(const OXImage& pImage) OX_REQUIRES(fVisionModulesLock);
+  // --- frames.cpp: in the turn of the replay, with no lock held ---
+  /// A slot in the place of one that others read.
+  Slot xFreshSlot(const Slot& pLeft) OX_REQUIRES(fReplay);
+  /// The current image is a frame, unless it was one before, or could not be read.
+  void xCountFrame() OX_REQUIRES(fReplay);
+  /// Lets others know the newest frame and the moment of the next one, and tells the listener if
+  /// one of them has changed.
+  void xPublishFrame() OX_REQUIRES(fReplay);
+  /// After an opening, whose image is a frame only where requests are served it.
+  void xBeginFrames() OX_REQUIRES(fReplay);
 
   // --- replay.cpp: in the turn of the replay, with no lock held ---
   bool xTakeSpare(Slot& pSlot, bool pWasRead) OX_REQUIRES(fReplay);
@@ -115,6 +136,7 @@ class OXVisionFileCam final : public OXSingleton<OXVisionFileCam>, public OXVisi
   /// What a request finds: an image to serve, none, or a ring of which all slots are held.
   enum class Step { kServe, kNone, kRingIsHeld };
   Step xAdvance(const std::string& pId) OX_REQUIRES(fReplay);
+  Step xStep(const std::string& pId) OX_REQUIRES(fReplay);
   void xMeasureLoop() OX_REQUIRES(fReplay);
   // Mode 0.
   Step xStepWhenDue() OX_REQUIRES(fReplay);
@@ -165,6 +187,21 @@ class OXVisionFileCam final : public OXSingleton<OXVisionFileCam>, public OXVisi
   std::atomic<std::int64_t> fReplayPeriod{INT64_MAX};     ///< mode 0: from step to step
   std::atomic<bool> fImageServed{true};  ///< mode 0: the current image is still the one to serve
   std::atomic<bool> fStrangeCameraLogged{false};  ///< once per opening
+  // For streams of frames.
+  /// When the next one is due: never, when it is asked for, after fReplayPeriod, at a moment.
+  enum class Pace { kNever, kOnRequest, kByPeriod, kByMoment };
+  static constexpr std::size_t kLentSlots = 8;
+  /// Slots that left the ring lately while streams read them.
+  std::array<Slot, kLentSlots> fLentSlots OX_GUARDED_BY(fReplay);
+  std::size_t fNextLentSlot OX_GUARDED_BY(fReplay) = 0;
+  Slot fFrameSlot OX_GUARDED_BY(fReplay);       ///< with the newest frame; null when it is lost
+  FrameMark fFrame OX_GUARDED_BY(fReplay);      ///< the newest
+  int fFrameIndex OX_GUARDED_BY(fReplay) = -1;  ///< of its image
+  // What untilNextFrame() reads; microseconds of the local clock.
+  std::atomic<Pace> fPace{Pace::kNever};
+  std::atomic<std::int64_t> fPaceUs{0};       ///< the last step, or the moment of the next one
+  std::atomic<std::int64_t> fLeastPeriod{0};  ///< after a failed read
+  std::atomic<bool> fIsSelected{false};       ///< another recording, which was not opened yet
   // For the status.
   FrameFeed fFeed OX_GUARDED_BY(fVisionModulesLock);  ///< the steps that were served
   std::atomic<std::int64_t> fPassedOver{0};           ///< images that a request found out of date

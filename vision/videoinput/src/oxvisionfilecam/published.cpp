@@ -113,6 +113,12 @@ std::optional<OXVideoStream> OXVisionFileCam::xReadFormat() {
 void OXVisionFileCam::setVideo(const std::string& pFilePath, const OXValue& pRange,
                                const bool& pLoop, const int& pReplayMode,
                                const int& pStreamNumber) {
+  xSetVideo(pFilePath, pRange, pLoop, pReplayMode, pStreamNumber);
+  xTellFrame(0);
+}
+
+void OXVisionFileCam::xSetVideo(const std::string& pFilePath, const OXValue& pRange, bool pLoop,
+                                int pReplayMode, int pStreamNumber) {
   const OXCriticalSectionWrite lock(fVisionModulesLock);
   // Nobody starts the replay before the new settings are complete.
   const TurnScope cameras(fCamerasTurn, fVisionModulesLock);
@@ -144,6 +150,7 @@ void OXVisionFileCam::setVideo(const std::string& pFilePath, const OXValue& pRan
   camera.fResolution = static_cast<std::int8_t>(stream ? stream->fResolution : -1);
   fDefaultResolution = camera.fResolution;
   camera.fFrameRate = kReplayFrameRate;
+  fIsSelected = true;
   log(ki::log::kInfo, "setVideo", "Setting " + pFilePath + " video file.");
 }
 

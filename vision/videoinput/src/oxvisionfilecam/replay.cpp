@@ -16,6 +16,7 @@
 
 #include <oxframework/oxclock.h>
 #include <oxframework/oxlog.h>
+#include "camerarecord.h"
 #include "oxvisionfilecam.h"
 #include "replayclock.h"
 
@@ -43,7 +44,12 @@ void log(int pLevel, const char* pFunction, const std::string& pText) {
 // is made: only previousImage meets one, after a request that found the four other slots held.
 bool OXVisionFileCam::xTakeSpare(Slot& pSlot, bool pWasRead) {
   if (!pWasRead) return false;
-  Slot spare = pSlot->fLockCount > 0 ? boost::make_shared<CamBuffer>() : pSlot;
+  fSpare->fIsUnshown = true;
+  fSpare->fBeginsPass = false;
+  fSpare->fIndex = fVideo.getCurrentImage();
+  const bool isRead = pSlot->fLockCount > 0 || pSlot->fLentCount > 0;
+  Slot spare = isRead ? xFreshSlot(pSlot) : pSlot;
+  if (spare == fFrameSlot) fFrameSlot.reset();  // the next read goes into it
   pSlot = std::exchange(fSpare, std::move(spare));
   return true;
 }
@@ -139,6 +145,7 @@ bool OXVisionFileCam::xCatchUpAfterRange() {
   if (!xReadAfterRange()) return false;
   if (hasLength) xSkipPassedLoops();
   xTakeSpare(fFrames[fNextFrame], true);
+  fFrames[fNextFrame]->fBeginsPass = hasLength;
   xNext().fTimeStamp = hasLength ? plus(xNext().fTimeStamp, fTimeOffset)
                                  : plus(minus(plus(fNow, fFirstTimestamp), fStartTime), 1);
   return true;
@@ -151,6 +158,7 @@ bool OXVisionFileCam::xCatchUp() {
   const bool read = skipped > 0 ? xReadFrame(next, false) : xReadNext();
   fCurrentImage += skipped + 1;
   fPassedOver += skipped;
+  xCamera(0)->fNewestFrame.count += static_cast<std::uint64_t>(skipped);
   if (!read) return false;
   if (skipped > 0) xTurnRingPast(skipped);
   xTakeSpare(fFrames[fNextFrame], true);
@@ -165,6 +173,7 @@ OXVisionFileCam::Step OXVisionFileCam::xFollowTimeStamps() {
   bool isStep = true;
   for (int rangeEnds = 0; rangeEnds < kMostRangeEnds && xHasPassed(xNext().fTimeStamp);) {
     if (!xTurnRing()) return Step::kRingIsHeld;
+    xCountFrame();
     // The image before was the step, and is now passed over without having been served.
     if (!std::exchange(isStep, false)) ++fPassedOver;
     if (fCurrentImage > fLastImage) ++rangeEnds;
@@ -179,7 +188,8 @@ void OXVisionFileCam::xReadAheadStepping() {
   if (fCurrentImage > fLastImage) {
     if (fLoop) xMeasureLoop();
     fTimeOffset = plus(fTimeOffset, fLoop ? fLoopDuration : 1);
-    xTakeSpare(fFrames[fNextFrame], xReadAfterRange());
+    if (xTakeSpare(fFrames[fNextFrame], xReadAfterRange()))
+      fFrames[fNextFrame]->fBeginsPass = fLoop;
     xNext().fTimeStamp = plus(xNext().fTimeStamp, fTimeOffset);
     return;
   }
@@ -201,6 +211,13 @@ OXVisionFileCam::Step OXVisionFileCam::xStepWhenDue() {
 }
 
 OXVisionFileCam::Step OXVisionFileCam::xAdvance(const std::string& pId) {
+  const Step step = xStep(pId);
+  xCountFrame();
+  xPublishFrame();
+  return step;
+}
+
+OXVisionFileCam::Step OXVisionFileCam::xStep(const std::string& pId) {
   switch (fReplayMode) {
     case 0:
       return xStepWhenDue();
@@ -221,7 +238,10 @@ OXVisionFileCam::Step OXVisionFileCam::xAdvance(const std::string& pId) {
   }
 }
 
-void OXVisionFileCam::nextImage() { fImageServed = false; }
+void OXVisionFileCam::nextImage() {
+  fImageServed = false;
+  xTellFrame(0);
+}
 
 void OXVisionFileCam::xStepBack(std::int64_t pTimeStamp) {
   xTakeSpare(fFrames[fCurrentFrame], fVideo.getPrecedingFrame(fSpare->fImage, false));
@@ -263,6 +283,8 @@ void OXVisionFileCam::previousImage() {
           xStepBack(stamp);
         else if (fLoop)
           xLoopBack(stamp);
+        xCountFrame();
+        xPublishFrame();
         return;
       }
     }
@@ -278,6 +300,7 @@ void OXVisionFileCam::replaySpeed(const float& pImagesPerSecond) {
     return;
   }
   fReplayPeriod = replay::periodUs(pImagesPerSecond);
+  xTellFrame(0);
 }
 
 int OXVisionFileCam::getCurrentImageNumber() { return fVideo.getCurrentImage(); }

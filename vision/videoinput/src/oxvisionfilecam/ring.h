@@ -2,9 +2,11 @@
 #pragma once
 
 #include <atomic>
+#include <cstdint>
 
 #include <oxframework/oxdefinitions.h>
 #include <oxframework/oximage.h>
+#include "oxvisionbuffer.h"
 
 namespace OX {
 
@@ -17,7 +19,15 @@ struct CamBuffer {
   }
 
   std::atomic<int> fLockCount{0};  ///< subscribers that hold this frame: it is not read into then
+  /// Streams that read it. It leaves the ring then and is not read into either, but the replay goes
+  /// on as if it were free: no client of theirs may keep others from an image.
+  std::atomic<int> fLentCount{0};
   OXImage fImage;
+  // For the numbers of frames, in the turn of the replay.
+  bool fIsUnshown = false;   ///< it was read, and has not been the current image since
+  bool fBeginsPass = false;  ///< it is the first image of another pass of the loop
+  int fIndex = -1;           ///< of the image, as the reader counts
+  FrameMark fFrame;          ///< since it was the current image
 };
 
 }  // namespace OX
