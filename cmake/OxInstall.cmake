@@ -3,8 +3,8 @@
 # installed tree can be moved.
 include(CMakePackageConfigHelpers)
 
-# The plug-in is in no export: brokers load it, nobody links it.
-install(TARGETS videoinput LIBRARY)
+# The plug-ins are in no export: brokers load them, nobody links them.
+install(TARGETS videoinput videostream LIBRARY)
 install(TARGETS oxframework videoinput_module oxvideodeviceproxy EXPORT videoinput-targets
         INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
 if(OX_BUILD_APPS)
@@ -15,7 +15,8 @@ file(GLOB framework_headers CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/framework/*.
 install(FILES ${framework_headers}
               ${PROJECT_BINARY_DIR}/framework/include/oxframework/version.h
         DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/oxframework)
-foreach(folder liboxvalue/oxvalue vision/videoinput/include/oxvision clients/cpp/include/oxclient)
+foreach(folder liboxvalue/oxvalue vision/videoinput/include/oxvision
+               vision/videostream/include/oxvision clients/cpp/include/oxclient)
   install(DIRECTORY ${PROJECT_SOURCE_DIR}/${folder} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}
           FILES_MATCHING PATTERN *.h)
 endforeach()

@@ -1,0 +1,425 @@
+// A request that is being served is out of its line, and so is the business of one thread alone. The
+// others only leave word there that something has happened (again), which that thread looks at
+// before it goes. Whatever has no event that ends it has a moment at which the timer looks.
+#include "delivery.h"
+
+#include <algorithm>
+#include <boost/make_shared.hpp>
+#include <new>
+#include <utility>
+
+#include <oxframework/oxbroker.h>
+#include <oxframework/oxlog.h>
+#include <oxvalue/detail/oxfunctor.h>
+
+namespace OX {
+namespace {
+
+// Before the device is asked again for a frame that it failed to deliver.
+constexpr std::chrono::milliseconds kFailurePause(5);
+// Before the broker is asked again for a thread.
+constexpr std::chrono::milliseconds kPostPause(100);
+
+}  // namespace
+
+Delivery::Delivery(boost::weak_ptr<OXBroker> pBroker, boost::shared_ptr<StreamDurations> pDurations,
+                   std::function<void()> pEnded)
+    : fBroker(std::move(pBroker)), fDurations(std::move(pDurations)), fEnded(std::move(pEnded)) {}
+
+Delivery::~Delivery() {
+  stop([](Receiver& pReceiver) { pReceiver.giveNothing(); });
+}
+
+// ---- streams ----
+
+Delivery::GroupPtr Delivery::xGroupOf(const Stream& pStream) {
+  std::erase_if(fGroups, [](const auto& pEntry) { return pEntry.second.expired(); });
+  std::vector<int> key;
+  for (const FrameFormat& format : pStream.formats())
+    key.insert(key.end(), {format.camera, format.resolution, format.colorSpace});
+  boost::weak_ptr<StreamGroup>& known = fGroups[key];
+  GroupPtr group = known.lock();
+  if (!group) known = group = boost::make_shared<StreamGroup>();
+  return group;
+}
+
+void Delivery::add(const StreamPtr& pStream, bool pIsShared) {
+  const detail::MutexLock hold(fGuard);
+  pStream->line().group = pIsShared ? xGroupOf(*pStream) : boost::make_shared<StreamGroup>();
+  fStreams.push_back(pStream);
+}
+
+void Delivery::end(const StreamPtr& pStream, const Farewell& pFarewell) {
+  std::deque<Request> requests;
+  {
+    const detail::MutexLock hold(fGuard);
+    StreamLine& line = pStream->line();
+    if (line.farewell) return;
+    line.farewell = pFarewell;
+    requests.swap(line.requests);
+    std::erase(fStreams, pStream);
+    pStream->setEnded();
+  }
+  pStream->wakeup().notify();
+  for (Request& request : requests) pFarewell(*request.receiver);
+}
+
+void Delivery::stop(const Farewell& pFarewell) {
+  std::vector<StreamPtr> streams;
+  std::thread timer;
+  {
+    const detail::MutexLock hold(fGuard);
+    fIsStopped = true;
+    streams = fStreams;
+    timer.swap(fTimer);
+    fTimerWake.notify_all();
+  }
+  if (timer.joinable()) timer.join();
+  for (const StreamPtr& stream : streams) end(stream, pFarewell);
+}
+
+// ---- requests ----
+
+void Delivery::ask(const StreamPtr& pStream, Request pRequest) {
+  Farewell farewell;
+  {
+    const detail::MutexLock hold(fGuard);
+    StreamLine& line = pStream->line();
+    farewell = line.farewell;
+    if (!farewell) {
+      xStartTimer();
+      line.requests.push_back(std::move(pRequest));
+    }
+  }
+  if (farewell)
+    farewell(*pRequest.receiver);
+  else
+    xServe(pStream);
+}
+
+void Delivery::noteRoom(const StreamPtr& pStream) {
+  Work work;
+  {
+    const detail::MutexLock hold(fGuard);
+    pStream->line().awaitsRoom = false;
+    xExamine(pStream, Clock::now(), work);
+  }
+  xDo(work);
+}
+
+void Delivery::dropLeft(const StreamPtr& pStream) {
+  Work work;
+  const detail::MutexLock hold(fGuard);
+  xTakeLeft(*pStream, work);
+}
+
+// ---- events ----
+
+void Delivery::onFrame(int pCamera) {
+  Work work;
+  {
+    const detail::MutexLock hold(fGuard);
+    if (fIsStopped) return;
+    const Clock::time_point now = Clock::now();
+    for (const StreamPtr& stream : fStreams) {
+      if (!stream->hasCamera(pCamera)) continue;
+      stream->note(pCamera);
+      stream->wakeup().notify();
+      StreamLine& line = stream->line();
+      if (line.requests.empty() && !line.isServed) continue;
+      xTryExamine(stream, now, work);
+      line.isWoken |= line.isDue && stream->hasAnyNew();
+    }
+  }
+  xDo(work);
+}
+
+void Delivery::onSubscriberEnded() {
+  const boost::shared_ptr<OXBroker> broker = fBroker.lock();
+  {
+    const detail::MutexLock hold(fGuard);
+    if (fIsStopped || fEndIsPosted || !broker) return;
+    fEndIsPosted = true;
+  }
+  const bool isPosted = broker->post([self = shared_from_this()] {
+    {
+      const detail::MutexLock hold(self->fGuard);
+      self->fEndIsPosted = false;
+    }
+    self->fEnded();
+  });
+  if (isPosted) return;
+  const detail::MutexLock hold(fGuard);
+  fEndIsPosted = false;
+}
+
+// ---- what is to be done: with the lock ----
+
+bool Delivery::xMayServe(Stream& pStream, Clock::time_point pNow) const {
+  const StreamLine& line = pStream.line();
+  if (line.requests.empty() || line.awaitsRoom || line.notBefore > pNow) return false;
+  const Request& first = line.requests.front();
+  if (!first.mayBeGiven()) return false;
+  // Of several cameras, when the time is over, those that have something.
+  if (first.deadline <= pNow && pStream.isMulti() && pStream.hasAnyNew()) return true;
+  const auto chance = pStream.nextChance(pNow);
+  return chance && *chance <= pNow;
+}
+
+void Delivery::xExamine(const StreamPtr& pStream, Clock::time_point pNow, Work& pWork) {
+  StreamLine& line = pStream->line();
+  if (line.isServed) {
+    line.again = true;
+    return;
+  }
+  if (xMayServe(*pStream, pNow))
+    xQueue(pStream, pWork);
+  else
+    xTakeExpired(*pStream, pNow, pWork);
+  xWakeFor(*pStream, pNow);
+}
+
+/// For those who have others to look at too: without memory this one waits for its next event.
+void Delivery::xTryExamine(const StreamPtr& pStream, Clock::time_point pNow, Work& pWork) {
+  try {
+    xExamine(pStream, pNow, pWork);
+  } catch (const std::bad_alloc&) {
+    xWakeAt(pNow + kFailurePause);
+  }
+}
+
+/// All or nothing: a group that counts as posted and is not would never be served.
+void Delivery::xQueue(const StreamPtr& pStream, Work& pWork) {
+  StreamLine& line = pStream->line();
+  if (line.isDue) return;
+  pWork.toPost.reserve(pWork.toPost.size() + 1);
+  line.group->due.push_back(pStream);
+  line.isDue = true;
+  if (!std::exchange(line.group->isPosted, true)) pWork.toPost.push_back(line.group);
+}
+
+void Delivery::xTakeExpired(Stream& pStream, Clock::time_point pNow, Work& pWork) {
+  std::deque<Request>& requests = pStream.line().requests;
+  for (Request& request : requests) {
+    if (request.deadline > pNow) continue;
+    pWork.expired.push_back(std::move(request));
+    pStream.countTimeOut();
+  }
+  std::erase_if(requests, [](const Request& pRequest) { return !pRequest.receiver; });
+}
+
+void Delivery::xTakeLeft(Stream& pStream, Work& pWork) {
+  std::deque<Request>& requests = pStream.line().requests;
+  for (Request& request : requests)
+    if (request.receiver->isOver()) pWork.dropped.push_back(std::move(request));
+  std::erase_if(requests, [](const Request& pRequest) { return !pRequest.receiver; });
+}
+
+/// Nothing for a stream that is being served or will be: it is looked at after that.
+void Delivery::xWakeFor(Stream& pStream, Clock::time_point pNow) {
+  const StreamLine& line = pStream.line();
+  if (line.requests.empty() || line.isServed || line.isDue) return;
+  for (const Request& request : line.requests) xWakeAt(request.deadline);
+  if (line.awaitsRoom || !line.requests.front().mayBeGiven()) return;
+  if (const auto chance = pStream.nextChance(pNow)) xWakeAt(std::max(*chance, line.notBefore));
+}
+
+// ---- the timer ----
+
+void Delivery::xStartTimer() {
+  if (!fTimer.joinable() && !fIsStopped) fTimer = std::thread([this] { xRunTimer(); });
+}
+
+void Delivery::xWakeAt(Clock::time_point pMoment) {
+  if (pMoment >= fWakeMoment) return;
+  fWakeMoment = pMoment;
+  fTimerWake.notify_all();
+}
+
+void Delivery::xRunTimer() {
+  detail::MutexLock hold(fGuard);
+  while (!fIsStopped) {
+    const Clock::time_point now = Clock::now();
+    if (fWakeMoment == Clock::time_point::max()) {
+      fTimerWake.wait(hold.native());
+    } else if (fWakeMoment > now) {
+      fTimerWake.wait_until(hold.native(), fWakeMoment);
+    } else {
+      fWakeMoment = Clock::time_point::max();
+      Work work;
+      for (const StreamPtr& stream : fStreams) xTryExamine(stream, now, work);
+      hold.unlock();
+      xDo(work);
+      hold.lock();
+    }
+  }
+}
+
+// ---- doing it: without the lock ----
+
+void Delivery::xDo(const Work& pWork) {
+  for (const Request& request : pWork.expired) request.receiver->giveNothing();
+  for (const GroupPtr& group : pWork.toPost) xPost(group);
+}
+
+bool Delivery::xTryPost(const GroupPtr& pGroup) try {
+  const boost::shared_ptr<OXBroker> broker = fBroker.lock();
+  const boost::shared_ptr<Delivery> self = weak_from_this().lock();
+  return broker && self && broker->post([self, pGroup] { self->xRun(pGroup); });
+} catch (const std::bad_alloc&) {
+  return false;
+}
+
+void Delivery::xPost(const GroupPtr& pGroup) {
+  if (xTryPost(pGroup)) return;
+  // The broker ends, or the system is short of threads.
+  std::vector<StreamPtr> due;
+  const detail::MutexLock hold(fGuard);
+  pGroup->isPosted = false;
+  due.swap(pGroup->due);
+  const Clock::time_point again = Clock::now() + kPostPause;
+  for (const StreamPtr& stream : due) {
+    stream->line().isDue = stream->line().isWoken = false;
+    stream->line().notBefore = again;
+  }
+  xWakeAt(again);
+}
+
+void Delivery::xRun(const GroupPtr& pGroup) {
+  std::vector<StreamPtr> due;
+  {
+    const detail::MutexLock hold(fGuard);
+    pGroup->isPosted = false;
+    due.swap(pGroup->due);
+    for (const StreamPtr& stream : due) stream->line().isDue = false;
+  }
+  for (const StreamPtr& stream : due) xServe(stream);
+}
+
+void Delivery::xServe(const StreamPtr& pStream) {
+  {
+    const detail::MutexLock hold(fGuard);
+    StreamLine& line = pStream->line();
+    if (line.isServed) {
+      line.again = true;
+      return;
+    }
+    line.isServed = true;
+    if (std::exchange(line.isWoken, false))
+      if (const std::int64_t age = pStream->subscription().newestAgeUs(0); age >= 0)
+        fDurations->wake.add(std::chrono::microseconds(age));
+  }
+  try {
+    do
+      while (xServeFirst(pStream)) continue;
+    while (!xHasServed(pStream));
+  } catch (...) {  // no memory: others may serve it, and its requests end with their time
+    const detail::MutexLock hold(fGuard);
+    pStream->line().isServed = false;
+    throw;
+  }
+}
+
+/// False when something has happened since the last look.
+bool Delivery::xHasServed(const StreamPtr& pStream) {
+  Work work;
+  {
+    const detail::MutexLock hold(fGuard);
+    StreamLine& line = pStream->line();
+    if (std::exchange(line.again, false)) return false;
+    const Clock::time_point now = Clock::now();
+    xTakeExpired(*pStream, now, work);
+    line.isServed = false;
+    xWakeFor(*pStream, now);
+  }
+  xDo(work);
+  return true;
+}
+
+/// Whether there may be more to do.
+bool Delivery::xServeFirst(const StreamPtr& pStream) {
+  Request request;
+  std::vector<FrameTarget> targets;
+  {
+    Work work;
+    const detail::MutexLock hold(fGuard);
+    StreamLine& line = pStream->line();
+    while (!line.requests.empty() && line.requests.front().receiver->isOver()) {
+      work.dropped.push_back(std::move(line.requests.front()));
+      line.requests.pop_front();
+    }
+    if (!xMayServe(*pStream, Clock::now())) return false;
+    if (!line.requests.front().receiver->prepare(targets, pStream->cameras())) {
+      line.awaitsRoom = true;
+      return false;
+    }
+    request = std::move(line.requests.front());
+    line.requests.pop_front();
+  }
+  try {
+    return xGive(pStream, request, targets);
+  } catch (...) {
+    if (request.receiver) request.receiver->fail(detail::currentError());
+    return true;
+  }
+}
+
+bool Delivery::xGive(const StreamPtr& pStream, Request& pRequest,
+                     std::span<const FrameTarget> pTargets) {
+  if (!xIsReady(pStream, pRequest)) {
+    xPutBack(pStream, std::move(pRequest), {});
+    return false;
+  }
+  std::vector<Frame> frames(pStream->cameras());
+  const bool isOutOfTime = pRequest.deadline <= Clock::now();
+  switch (pStream->take(pRequest.pixels, isOutOfTime && pStream->isMulti(), pTargets, frames)) {
+    case Stream::Result::kFrame:
+      for (const Frame& frame : frames)
+        if (!frame) {
+          pStream->countTimeOut();
+          break;
+        }
+      pRequest.receiver->give(frames);
+      return true;
+    case Stream::Result::kOver:
+      pRequest.receiver->fail(Stream::overError(pStream->id()));
+      return true;
+    default:
+      xPutBack(pStream, std::move(pRequest), Clock::now() + kFailurePause);
+      return false;
+  }
+}
+
+bool Delivery::xIsReady(const StreamPtr& pStream, Request& pRequest) {
+  if (pRequest.isReady || !pRequest.receiver->mustBeReady()) return true;
+  pRequest.isReady = boost::make_shared<std::atomic<bool>>(false);
+  pRequest.receiver->whenReady([flag = pRequest.isReady, weak = weak_from_this(),
+                                stream = boost::weak_ptr<Stream>(pStream)] {
+    *flag = true;
+    const auto self = weak.lock();
+    const StreamPtr waiting = stream.lock();
+    if (!self || !waiting) return;
+    Work work;
+    {
+      const detail::MutexLock hold(self->fGuard);
+      self->xExamine(waiting, Clock::now(), work);
+    }
+    self->xDo(work);
+  });
+  return *pRequest.isReady;
+}
+
+void Delivery::xPutBack(const StreamPtr& pStream, Request&& pRequest,
+                        Clock::time_point pNotBefore) {
+  Farewell farewell;
+  {
+    const detail::MutexLock hold(fGuard);
+    StreamLine& line = pStream->line();
+    farewell = line.farewell;
+    line.notBefore = pNotBefore;
+    if (!farewell) line.requests.push_front(std::move(pRequest));
+  }
+  if (farewell) farewell(*pRequest.receiver);
+}
+
+}  // namespace OX

@@ -1,0 +1,44 @@
+/// The rate of a stream.
+#pragma once
+
+#include <atomic>
+#include <chrono>
+
+namespace OX {
+
+/// When a stream may be given its next frame. The moments lie a period apart from each other and not
+/// from when frames were given: a camera's frames come a little early and a little late, and a
+/// stream of the camera's own rate must not lose every second one to that.
+///
+/// Thread-safe; given() is called by one thread at a time.
+class Pace {
+ public:
+  using Clock = std::chrono::steady_clock;
+
+  /// 0: each frame as it comes.
+  explicit Pace(int pFps)
+      : fPeriod(pFps > 0 ? std::chrono::nanoseconds(std::chrono::seconds(1)) / pFps
+                         : std::chrono::nanoseconds(0)) {}
+
+  /// When a frame that is there at pMoment is to be given: then, or later.
+  Clock::time_point fit(Clock::time_point pMoment) const {
+    const Clock::time_point due(fDue.load());
+    return pMoment >= due - fPeriod / kEarly ? pMoment : due;
+  }
+
+  void given(Clock::time_point pNow) {
+    const Clock::time_point due(fDue.load());
+    // A frame that is late moves no other one, unless it is so late that two would come together.
+    const bool isNearlyInTime = pNow - due <= fPeriod / kLate;
+    fDue = (isNearlyInTime ? due : pNow).time_since_epoch() + fPeriod;
+  }
+
+ private:
+  static constexpr int kEarly = 8;  ///< a frame may be early by this part of a period
+  static constexpr int kLate = 2;
+
+  const std::chrono::nanoseconds fPeriod;
+  std::atomic<Clock::duration> fDue{Clock::duration(0)};  ///< since the clock's epoch
+};
+
+}  // namespace OX

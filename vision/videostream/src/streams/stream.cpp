@@ -1,0 +1,120 @@
+// Marks and counters are atomic, since they are read at each event, on the thread of whoever pushes;
+// only the taking of frames itself has a lock.
+#include "stream.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace OX {
+
+Stream::Stream(Setup pSetup)
+    : fSetup(std::move(pSetup)),
+      fMarks(fSetup.subscription->formats().size()),
+      fPace(fSetup.fps) {
+  for (const FrameFormat& format : formats()) note(format.camera);
+}
+
+OXError Stream::overError(const std::string& pId) {
+  return {"OXVideoStream", "next",
+          "Stream \"" + pId + "\" has ended: its subscriber was unsubscribed, or the device has ended"};
+}
+
+bool Stream::hasCamera(int pCamera) const {
+  return std::any_of(formats().begin(), formats().end(),
+                     [&](const FrameFormat& pFormat) { return pFormat.camera == pCamera; });
+}
+
+void Stream::note(int pCamera) {
+  for (std::size_t i = 0; i < fMarks.size(); ++i) {
+    if (formats()[i].camera != pCamera) continue;
+    std::uint64_t none = 0;
+    if (const std::uint64_t newest = fSetup.subscription->newestFrame(i); newest != 0)
+      fMarks[i].first.compare_exchange_strong(none, newest);
+  }
+}
+
+// ---- what is new ----
+
+bool Stream::xIsNew(std::size_t pIndex) const {
+  return fSetup.subscription->newestFrame(pIndex) > fMarks[pIndex].given;
+}
+
+bool Stream::hasAnyNew() const {
+  for (std::size_t i = 0; i < fMarks.size(); ++i)
+    if (xIsNew(i)) return true;
+  return false;
+}
+
+std::optional<Stream::Clock::time_point> Stream::xNextFrame(std::size_t pIndex,
+                                                            Clock::time_point pNow) const {
+  if (xIsNew(pIndex)) return pNow;
+  const auto source = fSetup.source.lock();
+  if (!source) return {};
+  const auto until = source->untilNextFrame(formats()[pIndex].camera);
+  if (!until) return {};
+  return pNow + std::max(*until, std::chrono::microseconds(0));
+}
+
+std::optional<Stream::Clock::time_point> Stream::nextChance(Clock::time_point pNow) const {
+  Clock::time_point moment = pNow;
+  for (std::size_t i = 0; i < fMarks.size(); ++i) {
+    const std::optional<Clock::time_point> next = xNextFrame(i, pNow);
+    if (!next) return {};
+    moment = std::max(moment, *next);
+  }
+  return fPace.fit(moment);
+}
+
+// ---- taking ----
+
+Stream::Result Stream::take(Pixels pPixels, bool pIsPartial, std::span<const FrameTarget> pTargets,
+                            std::span<Frame> pFrames) {
+  const detail::MutexLock hold(fTaking);
+  const Clock::time_point begin = Clock::now();
+  std::size_t taken = 0;
+  Result worst = Result::kNothingNew;
+  for (std::size_t i = 0; i < fMarks.size(); ++i) {
+    const FrameTarget target = pTargets.empty() ? FrameTarget() : pTargets[i];
+    const Result result =
+        fSetup.subscription->take(i, fMarks[i].given, pPixels, pFrames[i], target);
+    if (result == Result::kOver) return result;
+    if (result == Result::kFrame) ++taken;
+    if (result == Result::kFailed) worst = result;
+  }
+  if (taken == 0 || (taken < fMarks.size() && !pIsPartial)) return worst;
+  for (std::size_t i = 0; i < fMarks.size(); ++i)
+    if (pFrames[i]) xCount(i, pFrames[i]);
+  fPace.given(begin);
+  return Result::kFrame;
+}
+
+void Stream::xCount(std::size_t pIndex, const Frame& pFrame) {
+  Mark& mark = fMarks[pIndex];
+  std::uint64_t none = 0;
+  mark.first.compare_exchange_strong(none, pFrame.number());
+  const std::uint64_t expected = std::max(mark.given + 1, mark.first.load());
+  mark.given = pFrame.number();
+  fGiven.fetch_add(1, std::memory_order_relaxed);
+  if (pFrame.number() > expected)
+    fSkipped.fetch_add(pFrame.number() - expected, std::memory_order_relaxed);
+  fAges.add(std::chrono::microseconds(OXClock::get().nowUs() - pFrame.arrivedUs()));
+}
+
+StreamStatistics Stream::statistics() const {
+  using std::chrono::duration_cast;
+  using std::chrono::microseconds;
+  StreamStatistics result;
+  result.given = fGiven;
+  result.skipped = fSkipped;
+  result.timedOut = fTimedOut;
+  result.ageMedianUs = duration_cast<microseconds>(fAges.percentile(0.5)).count();
+  result.age99Us = duration_cast<microseconds>(fAges.percentile(0.99)).count();
+  result.newestAgeUs = 0;
+  for (std::size_t i = 0; i < fMarks.size() && result.newestAgeUs >= 0; ++i) {
+    const std::int64_t age = fSetup.subscription->newestAgeUs(i);
+    result.newestAgeUs = age < 0 ? -1 : std::max(result.newestAgeUs, age);
+  }
+  return result;
+}
+
+}  // namespace OX

@@ -1,0 +1,135 @@
+/// One stream: what was given of its cameras' frames, and who waits for more.
+#pragma once
+
+#include <atomic>
+#include <boost/shared_ptr.hpp>
+#include <boost/weak_ptr.hpp>
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <optional>
+#include <span>
+#include <string>
+#include <vector>
+
+#include <oxframework/oxclock.h>
+#include <oxframework/oxdurations.h>
+#include <oxframework/oxthreadsafety.h>
+#include <oxvision/ivideostream.h>
+#include "pace.h"
+#include "quota.h"
+#include "request.h"
+
+namespace OX {
+
+class Segment;
+
+/// Whose a stream is.
+struct StreamOwner {
+  static constexpr int kLocal = 0;    ///< this process
+  static constexpr int kNobody = -1;  ///< anyone may use it
+  int connection = kLocal;
+  std::uint64_t acquisition = 0;  ///< see OXOwnership; 0: it stays when its connection ends
+};
+
+class Stream;
+
+/// Streams that one task of the broker serves.
+struct StreamGroup {
+  std::vector<boost::shared_ptr<Stream>> due;
+  bool isPosted = false;
+};
+
+/// The requests of a stream. The delivery's, under its lock.
+struct StreamLine {
+  std::deque<Request> requests;
+  boost::shared_ptr<StreamGroup> group;
+  std::function<void(Receiver&)> farewell;  ///< set when it takes no more requests
+  bool isServed = false;    ///< by a thread, which has taken a request out or is about to
+  bool again = false;       ///< something has happened meanwhile
+  bool isDue = false;       ///< it is in its group
+  bool isWoken = false;     ///< by a frame
+  bool awaitsRoom = false;  ///< the first request could not be prepared
+  Pace::Clock::time_point notBefore{};  ///< after the device failed to deliver
+};
+
+/// Thread-safe, but for line().
+class Stream {
+ public:
+  using Clock = Pace::Clock;
+  using Pixels = FrameSubscription::Pixels;
+  using Result = FrameSubscription::Result;
+
+  struct Setup {
+    boost::shared_ptr<FrameSubscription> subscription;
+    boost::weak_ptr<IFrameSource> source;
+    StreamOwner owner;
+    bool isMulti = false;  ///< answers are lists of images
+    int fps = 0;
+    Quota::Share share;
+    boost::shared_ptr<Segment> segment{};  ///< null without shared memory
+  };
+  explicit Stream(Setup pSetup);
+
+  /// What the requests of a stream get whose subscriber somebody has unsubscribed.
+  static OXError overError(const std::string& pId);
+
+  const std::string& id() const { return fSetup.subscription->id(); }
+  const StreamOwner& owner() const { return fSetup.owner; }
+  bool isMulti() const { return fSetup.isMulti; }
+  const boost::shared_ptr<Segment>& segment() const { return fSetup.segment; }
+  FrameSubscription& subscription() const { return *fSetup.subscription; }
+  const std::vector<FrameFormat>& formats() const { return fSetup.subscription->formats(); }
+  std::size_t cameras() const { return fMarks.size(); }
+  bool hasCamera(int pCamera) const;
+
+  /// That a camera has a newer frame: the numbers count from the first one that is noted.
+  void note(int pCamera);
+  /// When there is something to take of each camera, in keeping with the rate: now, or at a later
+  /// moment; empty when only an event brings it.
+  std::optional<Clock::time_point> nextChance(Clock::time_point pNow) const;
+  bool hasAnyNew() const;
+
+  /// The newest frame of each camera, once each. kFrame when pFrames has one of each, or with
+  /// pIsPartial of any; otherwise none counts as given. Without pTargets the pixels are where they
+  /// are.
+  Result take(Pixels pPixels, bool pIsPartial, std::span<const FrameTarget> pTargets,
+              std::span<Frame> pFrames);
+  /// Whether it is closed, or its subscriber is gone.
+  bool hasEnded() const { return fHasEnded || fSetup.subscription->isOver(); }
+  void setEnded() { fHasEnded = true; }
+
+  void countTimeOut() { fTimedOut.fetch_add(1, std::memory_order_relaxed); }
+
+  StreamStatistics statistics() const;
+  /// Of what was given last; 0 before the first.
+  std::uint64_t frameNumber(std::size_t pIndex) const { return fMarks[pIndex].given.load(); }
+
+  /// Called at each event, for threads that wait for frames themselves.
+  OXWakeup& wakeup() { return fWakeup; }
+  StreamLine& line() { return fLine; }
+
+ private:
+  struct Mark {
+    std::atomic<std::uint64_t> given{0};  ///< the number of the last frame
+    std::atomic<std::uint64_t> first{0};  ///< since the stream was opened; 0 before
+  };
+
+  bool xIsNew(std::size_t pIndex) const;
+  std::optional<Clock::time_point> xNextFrame(std::size_t pIndex, Clock::time_point pNow) const;
+  void xCount(std::size_t pIndex, const Frame& pFrame);
+
+  const Setup fSetup;
+  std::vector<Mark> fMarks;
+  detail::Mutex fTaking;  ///< held while frames are taken: up to a second
+  Pace fPace;
+  std::atomic<std::uint64_t> fGiven{0}, fSkipped{0}, fTimedOut{0};
+  std::atomic<bool> fHasEnded{false};
+  OXDurations fAges;
+  OXWakeup fWakeup;
+  StreamLine fLine;
+};
+
+using StreamPtr = boost::shared_ptr<Stream>;
+
+}  // namespace OX
