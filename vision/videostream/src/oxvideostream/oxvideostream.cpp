@@ -257,6 +257,12 @@ OXValue OXVideoStream::timings() {
     return OXValue::array(pStage, toValue(pDurations.count()), us(0.5), us(0.99));
   };
   OXValue::Array rows;
+  if (const auto device = fStreams->source()) {
+    const StageDurations& stages = device->stages();
+    rows.push_back(row("push", stages.push));
+    rows.push_back(row("resample", stages.resample));
+    rows.push_back(row("convert", stages.convert));
+  }
   const StreamDurations& own = *fStreams->durations();
   rows.push_back(row("wake", own.wake));
   rows.push_back(row("copy", own.copy));

@@ -15,9 +15,11 @@
 namespace OX {
 namespace {
 
-// Before the device is asked again for a frame that it failed to deliver.
-constexpr std::chrono::milliseconds kFailurePause(5);
-// Before the broker is asked again for a thread.
+// Before the device is asked again for what it had not, though it was due, or failed to deliver. Each
+// failure leaves a record; a newer frame may fare better, and ends the pause.
+constexpr std::chrono::milliseconds kShortPause(5);
+constexpr std::chrono::milliseconds kFailurePause(250);
+// Before the broker is asked again for a thread, or the system for memory.
 constexpr std::chrono::milliseconds kPostPause(100);
 
 }  // namespace
@@ -126,6 +128,7 @@ void Delivery::onFrame(int pCamera) {
       stream->note(pCamera);
       stream->wakeup().notify();
       StreamLine& line = stream->line();
+      line.notBefore = {};
       if (line.requests.empty() && !line.isServed) continue;
       xTryExamine(stream, now, work);
       line.isWoken |= line.isDue && stream->hasAnyNew();
@@ -184,7 +187,7 @@ void Delivery::xTryExamine(const StreamPtr& pStream, Clock::time_point pNow, Wor
   try {
     xExamine(pStream, pNow, pWork);
   } catch (const std::bad_alloc&) {
-    xWakeAt(pNow + kFailurePause);
+    xWakeAt(pNow + kPostPause);
   }
 }
 
@@ -384,10 +387,14 @@ bool Delivery::xGive(const StreamPtr& pStream, Request& pRequest,
     case Stream::Result::kOver:
       pRequest.receiver->fail(Stream::overError(pStream->id()));
       return true;
-    default:
+    case Stream::Result::kNothingNew:
+      xPutBack(pStream, std::move(pRequest), Clock::now() + kShortPause);
+      return false;
+    case Stream::Result::kFailed:
       xPutBack(pStream, std::move(pRequest), Clock::now() + kFailurePause);
       return false;
   }
+  return false;
 }
 
 bool Delivery::xIsReady(const StreamPtr& pStream, Request& pRequest) {

@@ -15,8 +15,9 @@ namespace OX {
 namespace {
 
 constexpr std::chrono::seconds kLongestWait(60);
-// As the delivery does, after the device failed to deliver.
-constexpr std::chrono::milliseconds kFailurePause(5);
+// As the delivery does, after the device had nothing or failed to deliver.
+constexpr std::chrono::milliseconds kShortPause(5);
+constexpr std::chrono::milliseconds kFailurePause(250);
 
 void report(int pLevel, const char* pFunction, const std::string& pText) {
   ki::log::log(pLevel, "vision.videostream", pText, "", pFunction, 0);
@@ -157,8 +158,10 @@ Frame LocalStream::xWait(Stream::Pixels pPixels, std::chrono::microseconds pTime
     const auto next = fStream->nextChance(now);
     if (next && std::max(*next, notBefore) <= now) {
       Frame frame;
-      if (fStream->take(pPixels, false, {}, {&frame, 1}) == Stream::Result::kFrame) return frame;
-      notBefore = Clock::now() + kFailurePause;
+      const Stream::Result result = fStream->take(pPixels, false, {}, {&frame, 1});
+      if (result == Stream::Result::kFrame) return frame;
+      notBefore = Clock::now() +
+                  (result == Stream::Result::kNothingNew ? kShortPause : kFailurePause);
       continue;
     }
     if (now >= deadline) {
@@ -169,6 +172,7 @@ Frame LocalStream::xWait(Stream::Pixels pPixels, std::chrono::microseconds pTime
     // Rounded up: a wait that ends before the moment would be followed by another one.
     fStream->wakeup().wait(seen, std::chrono::ceil<std::chrono::microseconds>(
                                      std::min(moment, deadline) - now));
+    if (fStream->wakeup().count() != seen) notBefore = {};
   }
 }
 

@@ -1,0 +1,128 @@
+/// A simulator with the service of streams behind a server, by the real clock.
+#pragma once
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <functional>
+#include <future>
+#include <memory>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include <oxframework/oxdefinitions.h>
+#include <oxframework/oxremotebroker.h>
+#include <oxframework/oxserver.h>
+#include <oxframework/oxservices.h>
+#include "oxvideostream/oxvideostream.h"
+#include "oxvisionsimulatorcam.h"
+#include "support/capture_log.h"
+
+namespace OX::test {
+
+/// Waits for a condition that another thread is about to meet; only a failure takes long.
+inline bool eventually(const std::function<bool()>& pCondition,
+                       std::chrono::seconds pLimit = std::chrono::seconds(20)) {
+  const auto deadline = std::chrono::steady_clock::now() + pLimit;
+  while (!pCondition()) {
+    if (std::chrono::steady_clock::now() > deadline) return false;
+    std::this_thread::yield();
+  }
+  return true;
+}
+
+inline std::string failureOf(const std::function<void()>& pAction) {
+  try {
+    pAction();
+  } catch (const OXError& error) {
+    return error.what();
+  }
+  return "none";
+}
+
+/// A client by a connection of its own.
+class StreamClient {
+ public:
+  explicit StreamClient(const std::string& pAddress) : fBroker(OXRemoteBroker::connect(pAddress)) {}
+
+  template <typename... Arguments>
+  OXValue call(const std::string& pMethod, Arguments&&... pArguments) {
+    return fBroker->call("OXVideoStream", pMethod,
+                         OXValue::array(std::forward<Arguments>(pArguments)...));
+  }
+  std::string open(const std::string& pName, int pFps = 0, int pCamera = 0,
+                   int pResolution = kQQVGA, int pColorSpace = kRGB) {
+    return call("open", pName, pCamera, pResolution, pColorSpace, pFps).toString();
+  }
+  std::string openBoth(const std::string& pName) {
+    return call("openStreams", pName, OXValue::array(1, 0), OXValue::array(kQQVGA, kQQVGA),
+                OXValue::array(kRGB, kYuv), 0)
+        .toString();
+  }
+  /// A request under way.
+  std::future<OXValue> ask(const std::string& pId, int pTimeoutMs = 20000,
+                           const std::string& pMethod = "next") {
+    return std::async(std::launch::async, [this, pId, pTimeoutMs, pMethod] {
+      return call(pMethod, pId, pTimeoutMs);
+    });
+  }
+  std::int64_t statistic(const std::string& pId, int pIndex) {
+    return call("statistics", pId)[pIndex].toInt();
+  }
+  boost::shared_ptr<OXRemoteBroker>& broker() { return fBroker; }
+
+ private:
+  boost::shared_ptr<OXRemoteBroker> fBroker;
+};
+
+class StreamService : public testing::Test {
+ protected:
+  void start(const OXBrokerOptions& pOptions = {}, const OXWireLimits& pLimits = {}) {
+    fBroker = OXBroker::create(pOptions);
+    OXModule::createModule<OXMemory>(fBroker);
+    fDevice = OXModule::createModule<OXVisionSimulatorCam>(fBroker);
+    OXModule::createModule<OXVideoStream>(fBroker);
+    serve(pLimits);
+  }
+  void serve(const OXWireLimits& pLimits = {}) {
+    fServer = std::make_unique<OXServer>(fBroker, pLimits);
+    fAddress = fServer->listen("unix:" + testing::TempDir() + "ox_streams_" +
+                               std::to_string(::getpid()));
+    fTcp = fServer->listen("127.0.0.1:0");
+  }
+  void TearDown() override {
+    fServer.reset();
+    fDevice.reset();
+    if (fBroker) fBroker->shutdown();
+  }
+
+  /// A frame whose pixels have one shade.
+  void push(int pShade, int pCamera = 0) {
+    const std::vector<unsigned char> pixels(160 * 120 * 3, static_cast<unsigned char>(pShade));
+    OXValue image;
+    image.SetBinary(pixels.data(), static_cast<int>(pixels.size()));
+    ASSERT_TRUE(fDevice->putImage(pCamera, 160, 120, image));
+  }
+  StreamClient connect() const { return StreamClient(fAddress); }
+  /// Requests of all clients that wait for something.
+  int waiting() {
+    return fBroker->call("OXVideoStream", "waiting", OXValue::Array()).toInt();
+  }
+
+  CaptureLog fLog;
+  boost::shared_ptr<OXBroker> fBroker;
+  boost::shared_ptr<OXVisionSimulatorCam> fDevice;
+  std::unique_ptr<OXServer> fServer;
+  std::string fAddress, fTcp;
+};
+
+/// The shade of an image that push() made, by the first byte of its pixels; -1 for none.
+inline int shadeOf(const OXValue& pImage) {
+  if (!pImage.isArray()) return -1;
+  return static_cast<const unsigned char*>(pImage[6].GetBinary())[0];
+}
+
+}  // namespace OX::test
