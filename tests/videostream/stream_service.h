@@ -17,7 +17,7 @@
 #include <oxframework/oxremotebroker.h>
 #include <oxframework/oxserver.h>
 #include <oxframework/oxservices.h>
-#include "oxvideostream/oxvideostream.h"
+#include "oxvideostream/oxstreamservice.h"
 #include "oxvisionsimulatorcam.h"
 #include "support/capture_log.h"
 
@@ -43,6 +43,39 @@ inline std::string failureOf(const std::function<void()>& pAction) {
   return "none";
 }
 
+}  // namespace OX::test
+
+namespace OX {
+
+/// What tests may read inside the service. Thread-safe.
+class StreamProbe {
+ public:
+  explicit StreamProbe(const OXStreamService& pService) : fStreams(*pService.fStreams) {}
+
+  /// Requests that wait for a frame.
+  std::size_t countWaiting() const {
+    Delivery& delivery = *fStreams.fDelivery;
+    const detail::MutexLock hold(delivery.fGuard);
+    std::size_t count = 0;
+    for (const StreamPtr& stream : delivery.fStreams) {
+      if (stream->line().isServed) return static_cast<std::size_t>(-1);
+      count += stream->line().requests.size();
+    }
+    return count;
+  }
+  std::size_t countStreams() const {
+    const detail::MutexLock hold(fStreams.fGuard);
+    return fStreams.fStreams.size();
+  }
+
+ private:
+  const Streams& fStreams;
+};
+
+}  // namespace OX
+
+namespace OX::test {
+
 /// A client by a connection of its own.
 class StreamClient {
  public:
@@ -59,7 +92,7 @@ class StreamClient {
   }
   std::string openBoth(const std::string& pName) {
     return call("openStreams", pName, OXValue::array(1, 0), OXValue::array(kQQVGA, kQQVGA),
-                OXValue::array(kRGB, kYuv), 0)
+                OXValue::array(kRGB, kRGB), 0)
         .toString();
   }
   /// A request under way.
@@ -84,7 +117,7 @@ class StreamService : public testing::Test {
     fBroker = OXBroker::create(pOptions);
     OXModule::createModule<OXMemory>(fBroker);
     fDevice = OXModule::createModule<OXVisionSimulatorCam>(fBroker);
-    OXModule::createModule<OXVideoStream>(fBroker);
+    fStreams = OXModule::createModule<OXStreamService>(fBroker);
     serve(pLimits);
   }
   void serve(const OXWireLimits& pLimits = {}) {
@@ -95,34 +128,38 @@ class StreamService : public testing::Test {
   }
   void TearDown() override {
     fServer.reset();
+    fStreams.reset();
     fDevice.reset();
     if (fBroker) fBroker->shutdown();
   }
 
-  /// A frame whose pixels have one shade.
+  /// A frame of one shade, 0 to 25.
   void push(int pShade, int pCamera = 0) {
-    const std::vector<unsigned char> pixels(160 * 120 * 3, static_cast<unsigned char>(pShade));
+    const std::vector<unsigned char> pixels(160 * 120 * 3, static_cast<unsigned char>(pShade * 10));
     OXValue image;
     image.SetBinary(pixels.data(), static_cast<int>(pixels.size()));
     ASSERT_TRUE(fDevice->putImage(pCamera, 160, 120, image));
   }
   StreamClient connect() const { return StreamClient(fAddress); }
-  /// Requests of all clients that wait for something.
-  int waiting() {
-    return fBroker->call("OXVideoStream", "waiting", OXValue::Array()).toInt();
+  bool awaitWaiting(std::size_t pCount) {
+    return eventually([&] { return StreamProbe(*fStreams).countWaiting() == pCount; });
   }
 
   CaptureLog fLog;
   boost::shared_ptr<OXBroker> fBroker;
   boost::shared_ptr<OXVisionSimulatorCam> fDevice;
+  boost::shared_ptr<OXStreamService> fStreams;
   std::unique_ptr<OXServer> fServer;
   std::string fAddress, fTcp;
 };
 
-/// The shade of an image that push() made, by the first byte of its pixels; -1 for none.
+/// The shade of a frame that push() made, of which a conversion may have rounded the pixels.
+inline int shadeOf(const void* pPixels) {
+  return (static_cast<const unsigned char*>(pPixels)[0] + 5) / 10;
+}
+/// The same of an image in kRGB; -1 for none.
 inline int shadeOf(const OXValue& pImage) {
-  if (!pImage.isArray()) return -1;
-  return static_cast<const unsigned char*>(pImage[6].GetBinary())[0];
+  return pImage.isArray() ? shadeOf(pImage[6].GetBinary()) : -1;
 }
 
 }  // namespace OX::test

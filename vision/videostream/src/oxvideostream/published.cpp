@@ -1,12 +1,12 @@
 // The publications of OXVideoStream, with their texts, from which docs/reference.md has its chapter.
 #include <oxframework/oxcompletion.h>
 #include <oxvalue/detail/publication.h>
-#include "oxvideostream.h"
+#include "oxstreamservice.h"
 
 namespace OX {
 namespace {
 
-using Row = OXPublication<OXVideoStream>;
+using Row = OXPublication<OXStreamService>;
 
 constexpr const char* kTimeout = "how long to wait for a frame, milliseconds: 0 to 60000";
 constexpr const char* kId = "id of the stream, as it was opened";
@@ -34,7 +34,7 @@ Row::Text colorSpace() { return {"colorSpace", "colour space of the images"}; }
 Row::Text name() { return {"name", "name of the subscriber; the id if it is free"}; }
 
 std::vector<Row> openingRows() {
-  using Service = OXVideoStream;
+  using Service = OXStreamService;
   const std::vector<Row::Text> lists{{"cameras", "array of the cameras, each once"},
                                      {"resolutions", "array with the resolution of each"},
                                      {"colorSpaces", "array with the colour space of each"}};
@@ -71,7 +71,7 @@ std::vector<Row> openingRows() {
 }
 
 std::vector<Row> frameRows() {
-  using Service = OXVideoStream;
+  using Service = OXStreamService;
   const std::vector<Row::Text> request{{"id", kId}, {"timeoutMs", kTimeout}};
   return {
       {.name = "next",
@@ -111,7 +111,7 @@ std::vector<Row> frameRows() {
 }
 
 std::vector<Row> otherRows() {
-  using Service = OXVideoStream;
+  using Service = OXStreamService;
   return {
       {.name = "frameNumber",
        .description = "The number of the frame that was given last. Numbers rise with each frame "
@@ -146,7 +146,7 @@ std::vector<Row> otherRows() {
 
 }  // namespace
 
-void OXVideoStream::xPublish() {
+void OXStreamService::xPublish() {
   setModuleDescription(
       "Frames as they come: each once, the newest, without polling; to clients on the same machine "
       "also through shared memory. A stream belongs to the connection that opened it and ends with "

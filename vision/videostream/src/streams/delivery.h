@@ -65,6 +65,7 @@ class Delivery : public FrameListener, public boost::enable_shared_from_this<Del
   void onSubscriberEnded() override;
 
  private:
+  friend class StreamProbe;
   using GroupPtr = boost::shared_ptr<StreamGroup>;
   /// What is done without the lock.
   struct Work {

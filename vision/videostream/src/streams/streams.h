@@ -57,6 +57,7 @@ class Streams : public boost::enable_shared_from_this<Streams> {
   boost::shared_ptr<IFrameSource> source() const { return fSource.lock(); }
 
  private:
+  friend class StreamProbe;
   Streams(const OXBroker& pBroker, boost::weak_ptr<IFrameSource> pSource);
   StreamPtr xAdd(const Wish& pWish, Stream::Setup pSetup);
   StreamPtr xFindAcquired(std::uint64_t pAcquisition) const;

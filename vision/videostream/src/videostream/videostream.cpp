@@ -6,7 +6,7 @@
 #include <oxframework/oxbroker.h>
 #include <oxframework/oxerror.h>
 #include <oxframework/oxlog.h>
-#include "oxvideostream/oxvideostream.h"
+#include "oxvideostream/oxstreamservice.h"
 
 extern "C" {
 
@@ -19,7 +19,7 @@ OX_API int _closeModule();
 
 int _createModule(boost::shared_ptr<OX::OXBroker> pBroker) {
   try {
-    OX::OXModule::createModule<OX::OXVideoStream>(pBroker);
+    OX::OXModule::createModule<OX::OXStreamService>(pBroker);
     return 0;
   } catch (const OX::OXError& error) {
     ki::log::log(ki::log::kWarning, "vision.videostream",

@@ -16,12 +16,12 @@ namespace OX {
 
 /// A module beside the device, made after it and ended before it as a rule; it survives its end. The
 /// broker owns both. A stream belongs to the connection that opened it, and ends with it.
-/// Thread-safe.
-class OXVideoStream : public OXModule, public IVideoStream {
+/// Thread-safe. OX::OXVideoStream is a record of the format of recordings.
+class OXStreamService : public OXModule, public IVideoStream {
  public:
   /// Throws OXError when the broker has no video device that delivers frames.
-  explicit OXVideoStream(boost::shared_ptr<OXBroker> pBroker);
-  ~OXVideoStream() override;
+  explicit OXStreamService(boost::shared_ptr<OXBroker> pBroker);
+  ~OXStreamService() override;
   void init() override;
 
   std::unique_ptr<FrameStream> open(const std::string& pName, const FrameFormat& pFormat,
@@ -50,6 +50,7 @@ class OXVideoStream : public OXModule, public IVideoStream {
   OXValue timings();
 
  private:
+  friend class StreamProbe;
   void xPublish();
   void xDeclareOwnership();
   Streams::Wish xWish(const char* pMethod, const std::string& pName,

@@ -1,5 +1,5 @@
 // Checks what callers pass, and hands it on.
-#include "oxvideostream.h"
+#include "oxstreamservice.h"
 
 #include <algorithm>
 #include <limits>
@@ -72,7 +72,7 @@ int checkedSlots(const Streams::Wish& pWish, int pSlots) {
 
 }  // namespace
 
-OXVideoStream::OXVideoStream(boost::shared_ptr<OXBroker> pBroker)
+OXStreamService::OXStreamService(boost::shared_ptr<OXBroker> pBroker)
     : OXModule(pBroker, kName), fStreams(Streams::create(pBroker, sourceOf(*pBroker))) {
   if (!fStreams->source())
     raiseError(kName, kName, "There is no video device in this broker that delivers frames");
@@ -80,11 +80,11 @@ OXVideoStream::OXVideoStream(boost::shared_ptr<OXBroker> pBroker)
   xDeclareOwnership();
 }
 
-OXVideoStream::~OXVideoStream() { fStreams->end(); }
+OXStreamService::~OXStreamService() { fStreams->end(); }
 
-void OXVideoStream::init() { fStreams->begin(); }
+void OXStreamService::init() { fStreams->begin(); }
 
-void OXVideoStream::xDeclareOwnership() {
+void OXStreamService::xDeclareOwnership() {
   declareOwnership(
       {.acquiring = {"open", "openStreams", "openShared", "openStreamsShared"},
        .returning = {"close"},
@@ -94,7 +94,7 @@ void OXVideoStream::xDeclareOwnership() {
 
 // ---- opening ----
 
-Streams::Wish OXVideoStream::xWish(const char* pMethod, const std::string& pName,
+Streams::Wish OXStreamService::xWish(const char* pMethod, const std::string& pName,
                                    std::vector<FrameFormat> pFormats, bool pIsMulti,
                                    int pFps) const {
   Streams::Wish wish{.method = pMethod,
@@ -110,20 +110,20 @@ Streams::Wish OXVideoStream::xWish(const char* pMethod, const std::string& pName
   return wish;
 }
 
-std::unique_ptr<FrameStream> OXVideoStream::open(const std::string& pName,
+std::unique_ptr<FrameStream> OXStreamService::open(const std::string& pName,
                                                  const FrameFormat& pFormat, int pFps) {
   const Streams::Wish wish{
       .method = "open", .name = pName, .formats = {pFormat}, .fps = pFps, .isShared = false};
   return std::make_unique<LocalStream>(fStreams, fStreams->open(wish));
 }
 
-std::string OXVideoStream::open(const std::string& pName, const int& pCamera,
+std::string OXStreamService::open(const std::string& pName, const int& pCamera,
                                 const int& pResolution, const int& pColorSpace, const int& pFps) {
   return fStreams->open(xWish("open", pName, {{pCamera, pResolution, pColorSpace}}, false, pFps))
       ->id();
 }
 
-std::string OXVideoStream::openStreams(const std::string& pName, const OXValue& pCameras,
+std::string OXStreamService::openStreams(const std::string& pName, const OXValue& pCameras,
                                        const OXValue& pResolutions, const OXValue& pColorSpaces,
                                        const int& pFps) {
   constexpr const char* kMethod = "openStreams";
@@ -133,14 +133,14 @@ std::string OXVideoStream::openStreams(const std::string& pName, const OXValue& 
       ->id();
 }
 
-void OXVideoStream::openShared(const std::string& pName, const int& pCamera,
+void OXStreamService::openShared(const std::string& pName, const int& pCamera,
                                const int& pResolution, const int& pColorSpace, const int& pFps,
                                const int& pSlots, OXCompletion pCompletion) {
   xOpenShared(xWish("openShared", pName, {{pCamera, pResolution, pColorSpace}}, false, pFps),
               pSlots, pCompletion);
 }
 
-void OXVideoStream::openStreamsShared(const std::string& pName, const OXValue& pCameras,
+void OXStreamService::openStreamsShared(const std::string& pName, const OXValue& pCameras,
                                       const OXValue& pResolutions, const OXValue& pColorSpaces,
                                       const int& pFps, const int& pSlots,
                                       OXCompletion pCompletion) {
@@ -150,7 +150,7 @@ void OXVideoStream::openStreamsShared(const std::string& pName, const OXValue& p
               pSlots, pCompletion);
 }
 
-void OXVideoStream::xOpenShared(Streams::Wish pWish, int pSlots,
+void OXStreamService::xOpenShared(Streams::Wish pWish, int pSlots,
                                 const OXCompletion& pCompletion) {
   if (!pCompletion.takesDescriptor())
     raiseError(kName, pWish.method,
@@ -172,30 +172,30 @@ void OXVideoStream::xOpenShared(Streams::Wish pWish, int pSlots,
 
 // ---- frames ----
 
-StreamPtr OXVideoStream::xFind(const char* pMethod, const std::string& pId) const {
+StreamPtr OXStreamService::xFind(const char* pMethod, const std::string& pId) const {
   return fStreams->find(pMethod, pId, callerConnection());
 }
 
-void OXVideoStream::next(const std::string& pId, const int& pTimeoutMs, OXCompletion pCompletion) {
+void OXStreamService::next(const std::string& pId, const int& pTimeoutMs, OXCompletion pCompletion) {
   xNext("next", pId, pTimeoutMs, Stream::Pixels::kConverted, false, std::move(pCompletion));
 }
 
-void OXVideoStream::nextRaw(const std::string& pId, const int& pTimeoutMs,
+void OXStreamService::nextRaw(const std::string& pId, const int& pTimeoutMs,
                             OXCompletion pCompletion) {
   xNext("nextRaw", pId, pTimeoutMs, Stream::Pixels::kRaw, false, std::move(pCompletion));
 }
 
-void OXVideoStream::nextShared(const std::string& pId, const int& pTimeoutMs,
+void OXStreamService::nextShared(const std::string& pId, const int& pTimeoutMs,
                                OXCompletion pCompletion) {
   xNext("nextShared", pId, pTimeoutMs, Stream::Pixels::kConverted, true, std::move(pCompletion));
 }
 
-void OXVideoStream::nextRawShared(const std::string& pId, const int& pTimeoutMs,
+void OXStreamService::nextRawShared(const std::string& pId, const int& pTimeoutMs,
                                   OXCompletion pCompletion) {
   xNext("nextRawShared", pId, pTimeoutMs, Stream::Pixels::kRaw, true, std::move(pCompletion));
 }
 
-void OXVideoStream::xNext(const char* pMethod, const std::string& pId, int pTimeoutMs,
+void OXStreamService::xNext(const char* pMethod, const std::string& pId, int pTimeoutMs,
                           Stream::Pixels pPixels, bool pIsShared, OXCompletion pCompletion) {
   const StreamPtr stream = xFind(pMethod, pId);
   if (pTimeoutMs < 0 || pTimeoutMs > kMaxTimeoutMs)
@@ -223,7 +223,7 @@ void OXVideoStream::xNext(const char* pMethod, const std::string& pId, int pTime
   });
 }
 
-void OXVideoStream::release(const std::string& pId, const int& pSlot, const int& pGeneration) {
+void OXStreamService::release(const std::string& pId, const int& pSlot, const int& pGeneration) {
   const StreamPtr stream = xFind("release", pId);
   if (!stream->segment() || !stream->segment()->slots().release({pSlot, pGeneration}))
     raiseError(kName, "release",
@@ -232,7 +232,7 @@ void OXVideoStream::release(const std::string& pId, const int& pSlot, const int&
   fStreams->delivery().noteRoom(stream);
 }
 
-OXValue OXVideoStream::frameNumber(const std::string& pId) {
+OXValue OXStreamService::frameNumber(const std::string& pId) {
   const StreamPtr stream = xFind("frameNumber", pId);
   if (!stream->isMulti()) return toValue(stream->frameNumber(0));
   OXValue::Array numbers;
@@ -241,15 +241,15 @@ OXValue OXVideoStream::frameNumber(const std::string& pId) {
   return {std::move(numbers)};
 }
 
-OXValue OXVideoStream::statistics(const std::string& pId) {
+OXValue OXStreamService::statistics(const std::string& pId) {
   const StreamStatistics all = xFind("statistics", pId)->statistics();
   return OXValue::array(toValue(all.given), toValue(all.skipped), toValue(all.timedOut),
                         toValue(all.ageMedianUs), toValue(all.age99Us), toValue(all.newestAgeUs));
 }
 
-void OXVideoStream::close(const std::string& pId) { fStreams->close("close", xFind("close", pId)); }
+void OXStreamService::close(const std::string& pId) { fStreams->close("close", xFind("close", pId)); }
 
-OXValue OXVideoStream::timings() {
+OXValue OXStreamService::timings() {
   const auto row = [](const char* pStage, const OXDurations& pDurations) {
     const auto us = [&](double pShare) {
       return std::chrono::duration<float, std::micro>(pDurations.percentile(pShare)).count();
