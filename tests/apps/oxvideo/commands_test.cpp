@@ -348,7 +348,7 @@ TEST_F(Verbs, FramesAreWaitedForWhereTheBrokerSaysWhen) {
   EXPECT_EQ(watched.status, kDone) << watched.err;
   for (const char* part : {"\"frames\":4,", "\"requests\":12,", "\"skipped\":2,"})
     EXPECT_THAT(watched.out, HasSubstr(part));
-  EXPECT_THAT(callsOf("getImageRemote"), IsEmpty());
+  EXPECT_THAT(callsOf("getImageRemote"), ::testing::IsEmpty());
   EXPECT_THAT(run({"watch", "--frames", "4"}).out, HasSubstr("push to receipt"));
 
   // What the camera has already may do; a film that is paused brings nothing else.
@@ -359,7 +359,7 @@ TEST_F(Verbs, FramesAreWaitedForWhereTheBrokerSaysWhen) {
   device().answer("getImageRemote", [](const OXValue&) { return OXValue(); });
   EXPECT_EQ(run({"snapshot", "-o", picture, "--overwrite"}).status, kDone);
   EXPECT_EQ(asked, 27);
-  EXPECT_THAT(callsOf("subscribeCamera"), IsEmpty());
+  EXPECT_THAT(callsOf("subscribeCamera"), ::testing::IsEmpty());
   const std::vector<std::string> calls = streams->calls();
   const auto count = [&](const std::string& pMethod) {
     return std::count_if(calls.begin(), calls.end(), [&](const std::string& pCall) {
