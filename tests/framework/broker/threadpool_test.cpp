@@ -118,6 +118,39 @@ TEST(ThreadPool, ATaskMayStopThePoolItRunsOn) {
   EXPECT_TRUE(pool.stop(hours(1)));
 }
 
+TEST(ThreadPool, AGuestCountsAsAThreadAndLeavesToWhatIsQueued) {
+  OXThreadPool pool(1);
+  std::latch done(1);
+  bool nested = true;
+  bool stopped = true;
+  EXPECT_TRUE(pool.tryRun([&] {
+    EXPECT_TRUE(pool.post([&] { done.count_down(); }));
+    nested = pool.tryRun([] {});
+  }));
+  EXPECT_FALSE(nested) << "the limit";
+  done.wait();
+  while (!pool.tryRun([&] { stopped = pool.stop(hours(1)); })) std::this_thread::yield();
+  EXPECT_TRUE(stopped) << "it does not wait for itself";
+  EXPECT_FALSE(pool.tryRun([] {}));
+}
+
+TEST(ThreadPool, WaitsForItsGuests) {
+  OXThreadPool pool(2);
+  std::latch running(1);
+  std::latch release(1);
+  std::thread guest([&] {
+    pool.tryRun([&] {
+      running.count_down();
+      release.wait();
+    });
+  });
+  running.wait();
+  EXPECT_FALSE(pool.stop(milliseconds(0)));
+  release.count_down();
+  EXPECT_TRUE(pool.stop(hours(1)));
+  guest.join();
+}
+
 TEST(ThreadPool, RefusesALimitBelowOneThread) { EXPECT_THROW(OXThreadPool(0), OXError); }
 
 TEST(ThreadPool, LosesNoTaskOfManyPosters) {

@@ -9,11 +9,14 @@
 #include <sys/socket.h>
 #include <sys/un.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cstring>
 #include <latch>
 #include <mutex>
+#include <set>
 #include <string_view>
+#include <thread>
 #include <vector>
 
 #include <oxframework/oxproxies.h>
@@ -60,6 +63,67 @@ TEST_F(Client, ServesManyCallersOfOneClient) {
     });
   for (std::thread& caller : callers) caller.join();
   EXPECT_EQ(wrong, 0);
+}
+
+// Callers read for each other, and events come between their answers.
+TEST_F(Client, MixesNoAnswersAndKeepsEventsInOrder) {
+  start();
+  const std::string path = "unix:" + socketPath("mixed");
+  server->listen(path);
+  const auto client = OXRemoteBroker::connect(path);
+  constexpr int kEvents = 500;
+  std::mutex guard;
+  std::vector<int> heard;
+  std::set<std::thread::id> listeners;
+  client->setListener([&](const std::string&, const std::string&, const OXValue& pArguments) {
+    const std::lock_guard hold(guard);
+    heard.push_back(pArguments[0].toInt());
+    listeners.insert(std::this_thread::get_id());
+  });
+  client->call("OXBroker", "setClientName", OXValue::array("one"));
+  std::thread waiting([&] { client->call("Probe", "hold", OXValue::Array()); });
+  ASSERT_TRUE(probe->awaitHolds(1));
+  std::atomic<int> wrong{0};
+  std::vector<std::thread> callers;
+  for (int caller = 0; caller < 6; ++caller)
+    callers.emplace_back([&, caller] {
+      OXValue large;  // takes several reads
+      large.SetBinary(std::string(300000 * (caller % 3), 'p').data(), 300000 * (caller % 3));
+      for (int i = 0; i < 50; ++i) {
+        const OXValue value = OXValue::array(caller, i, large);
+        if (client->call("Probe", "echo", OXValue::array(value)) != value) ++wrong;
+      }
+    });
+  for (int i = 0; i < kEvents; ++i) broker->notify("one", "m", OXValue::array(i));
+  for (std::thread& caller : callers) caller.join();
+  probe->release();
+  waiting.join();
+  EXPECT_EQ(wrong, 0);
+  EXPECT_TRUE(eventually([&] {
+    const std::lock_guard hold(guard);
+    return heard.size() == static_cast<std::size_t>(kEvents);
+  }));
+  EXPECT_TRUE(std::is_sorted(heard.begin(), heard.end()));
+  EXPECT_EQ(listeners.size(), 1u) << "the connection's own thread";
+}
+
+TEST_F(Client, ACallerThatGivesUpLetsAnotherRead) {
+  start();
+  const auto client = connect();
+  client->setTimeout(std::chrono::milliseconds(50));
+  std::string failure;
+  std::thread first(
+      [&] { failure = failureOf([&] { client->call("Probe", "hold", OXValue::Array()); }); });
+  ASSERT_TRUE(probe->awaitHolds(1));
+  OXValue result;
+  std::thread second(
+      [&] { result = client->call("Probe", "hold", OXValue::Array(), std::chrono::seconds(20)); });
+  ASSERT_TRUE(probe->awaitHolds(2));
+  first.join();
+  probe->release(2);
+  second.join();
+  EXPECT_TRUE(failure.ends_with("within 50 ms")) << failure;
+  EXPECT_EQ(result, OXValue(1));
 }
 
 TEST_F(Client, EndsACallAfterItsTimeLimit) {

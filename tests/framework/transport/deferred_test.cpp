@@ -1,5 +1,10 @@
 // Calls that are answered later: by whom, and whatever becomes of their callers.
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <filesystem>
 #include <future>
+#include <thread>
 
 #include <oxframework/oxcompletion.h>
 #include <oxframework/oxproxies.h>
@@ -51,6 +56,35 @@ class Bell : public OXModule {
   std::atomic<int> begun{0};
   std::atomic<int> cancelled{0};
 };
+
+/// Answers with a descriptor.
+class Lender : public OXModule {
+ public:
+  explicit Lender(boost::shared_ptr<OXBroker> pBroker) : OXModule(std::move(pBroker), "Lender") {
+    functionName("lend", "Lender", "A file that holds the text, and so many bytes");
+    completeAndCheck(&Lender::lend, getCurrentMethodDescription());
+    bindMethod(createFunctor(this, &Lender::lend));
+  }
+  void lend(const std::string& pText, int pBytes, OXCompletion pCompletion) {
+    OXDescriptor file(::memfd_create("lent", MFD_CLOEXEC));
+    EXPECT_EQ(::write(file.number(), pText.data(), pText.size()),
+              static_cast<ssize_t>(pText.size()));
+    OXValue bytes;
+    bytes.SetBinary(std::string(static_cast<std::size_t>(pBytes), 'b').data(), pBytes);
+    pCompletion.answer(OXValue::array(pText, bytes), std::move(file));
+  }
+};
+
+std::string contentOf(const OXDescriptor& pFile) {
+  char text[64];
+  const ssize_t size = ::pread(pFile.number(), text, sizeof text, 0);
+  return size < 0 ? "none" : std::string(text, static_cast<std::size_t>(size));
+}
+
+std::ptrdiff_t countDescriptors() {
+  const std::filesystem::directory_iterator all("/proc/self/fd");
+  return std::distance(begin(all), end(all));
+}
 
 class Deferred : public ServedBroker {
  protected:
@@ -128,6 +162,36 @@ TEST_F(Deferred, AClientThatEndsCancelsItsCalls) {
   bell->ring("rung");
   EXPECT_EQ(answer.get().toString(), "rung");
   EXPECT_EQ(bell->cancelled, 1);
+}
+
+TEST_F(Deferred, ADescriptorComesWithItsAnswerAndNoOther) {
+  start();
+  OXModule::createModule<Lender>(broker);
+  const auto client = OXRemoteBroker::connect(server->listen("unix:" + socketPath("lent")));
+  const auto tcp = connect();
+  const std::ptrdiff_t before = countDescriptors();
+  // From small ones of which many come at once to those that take several reads.
+  std::vector<std::thread> callers;
+  std::atomic<int> wrong{0};
+  for (const int bytes : {0, 100, 20000, 500000})
+    callers.emplace_back([&, bytes] {
+      for (int i = 0; i < 50; ++i) {
+        const std::string text = std::to_string(bytes) + " " + std::to_string(i);
+        OXDescriptor file;
+        const OXValue answer = client->call("Lender", "lend", OXValue::array(text, bytes), file);
+        if (answer[0].toString() != text || contentOf(file) != text) ++wrong;
+        OXDescriptor none(::dup(0));
+        client->call("Probe", "echo", OXValue::array(i), none);
+        if (none.isOpen()) ++wrong;
+        client->call("Lender", "lend", OXValue::array("not asked for", bytes));
+      }
+    });
+  for (std::thread& caller : callers) caller.join();
+  EXPECT_EQ(wrong, 0);
+  EXPECT_EQ(
+      failureOf([&] { tcp->call("Lender", "lend", OXValue::array("a", 1)); }),
+      "OXBroker: The answer has a file descriptor, which only a Unix-domain socket can carry");
+  EXPECT_EQ(countDescriptors(), before);
 }
 
 TEST_F(Deferred, AClosingServerAnswersThoseThatWait) {

@@ -8,6 +8,7 @@
 #include <filesystem>
 #include <fstream>
 #include <functional>
+#include <thread>
 #include <vector>
 
 #include <oxframework/oxproxies.h>
@@ -193,6 +194,45 @@ TEST_F(Server, AWaitingCallKeepsNoOtherFromStarting) {
   EXPECT_EQ(service(), "serves");
   probe->release(2);
   EXPECT_EQ(client.read(10).size(), 10u);
+}
+
+TEST_F(Server, RunsAsManyCallsAsTheBrokerHasThreads) {
+  start({}, 2);
+  RawClient first(address);
+  RawClient second(address);
+  RawClient third(address);
+  ASSERT_TRUE(first.send(request(1, "Probe.hold")));
+  ASSERT_TRUE(second.send(request(2, "Probe.hold")));
+  ASSERT_TRUE(probe->awaitHolds(2));
+  ASSERT_TRUE(third.send(request(3, "Probe.note", "\x91\x07") + request(4, "Probe.hold")));
+  EXPECT_FALSE(broker->xTryRun([] {})) << "no thread that calls from elsewhere either";
+  EXPECT_TRUE(probe->getNotes().empty());
+  probe->release(1);
+  EXPECT_TRUE(probe->awaitNotes(1));
+  ASSERT_TRUE(probe->awaitHolds(3));
+  EXPECT_EQ(probe->getMostHeld(), 2);
+  probe->release(2);
+  EXPECT_EQ(third.read(10).size(), 10u);
+}
+
+TEST_F(Server, CostsNothingWhileNobodyCalls) {
+  start();
+  std::vector<boost::shared_ptr<OXRemoteBroker>> clients;
+  for (int i = 0; i < 8; ++i) {
+    clients.push_back(connect());
+    clients.back()->call("Probe", "echo", OXValue::array(i));
+  }
+  std::thread waiting([&] { clients.front()->call("Probe", "hold", OXValue::Array()); });
+  ASSERT_TRUE(probe->awaitHolds(1));
+  rusage before{};
+  rusage after{};
+  ::getrusage(RUSAGE_SELF, &before);
+  std::this_thread::sleep_for(std::chrono::milliseconds(300));  // what is measured, no wait
+  ::getrusage(RUSAGE_SELF, &after);
+  // This thread's own, that of the log, which looks from time to time, and a few to settle.
+  EXPECT_LT(after.ru_nvcsw - before.ru_nvcsw, 30);
+  probe->release();
+  waiting.join();
 }
 
 TEST_F(Server, LimitsTheRequestsUnderWay) {

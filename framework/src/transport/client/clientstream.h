@@ -84,7 +84,7 @@ class ClientStream : public MessageStream {
   std::uint32_t fLastId OX_GUARDED_BY(fGuard) = 0;
   std::deque<IncomingMessage> fEvents OX_GUARDED_BY(fGuard);  ///< not delivered yet
   std::size_t fEventBytes OX_GUARDED_BY(fGuard) = 0;
-  bool fIsAwake OX_GUARDED_BY(fGuard) = true;  ///< the connection's thread will look at fEvents
+  bool fIsAwake OX_GUARDED_BY(fGuard) = false;  ///< the connection's thread will look at fEvents
   /// Set once, when the connection has ended.
   std::optional<std::string> fEndReason OX_GUARDED_BY(fGuard);
   SharedListener fListener OX_GUARDED_BY(fGuard);
