@@ -47,7 +47,7 @@ void OXVisionFileCam::xCountFrame() {
   const Slot& slot = fFrames[fCurrentFrame];
   if (!std::exchange(slot->fIsUnshown, false)) return;
   if (slot->fIndex != fFrameIndex || slot->fBeginsPass)
-    fFrame = xCamera(0)->fNewestFrame.add(OXClock::get().nowUs());
+    fFrame = {++xCamera(0)->fNewestFrame.count, OXClock::get().nowUs()};
   slot->fFrame = fFrame;
   fFrameIndex = slot->fIndex;
   fFrameSlot = slot;

@@ -193,7 +193,9 @@ void OXVisionSimulatorCam::xEndPush(CameraDriverBuffer& pStore, Push& pPush,
       pBuffer.fImage->setResolution(pPush.resolution);
       pBuffer.fImage->fTimeStamp = pPush.stamp;
       pBuffer.fContent = pPush.number;
-      pBuffer.fFrame = xCamera(pStore.fCamera)->fNewestFrame.add(pPush.arrivedUs);
+      NewestFrame& newest = xCamera(pStore.fCamera)->fNewestFrame;
+      pBuffer.fFrame = {++newest.count, pPush.arrivedUs};
+      newest.set(pBuffer.fFrame);
       pStore.fNewestPush = pPush.number;
       pStore.fLastInputBuffer = pPush.index;
       pStore.fFeed.add(now, pPush.stamp, pBuffer.fImage->fWidth, pBuffer.fImage->fHeight,

@@ -19,12 +19,6 @@ struct NewestFrame {
   std::atomic<std::int64_t> arrivedUs{0};
   std::atomic<std::uint64_t> count{0};  ///< the highest number so far
 
-  /// The next one has come.
-  FrameMark add(std::int64_t pArrivedUs) {
-    const FrameMark mark{++count, pArrivedUs};
-    set(mark);
-    return mark;
-  }
   void set(const FrameMark& pMark) {
     arrivedUs = pMark.arrivedUs;
     number = pMark.number;

@@ -574,6 +574,8 @@ class OXVisionVideoInput : public OXModule,
   struct ColorKernel;
   /// Null for a colour space that has no kernel.
   static const ColorKernel* xFindKernel(int pColorSpace);
+  /// Whether a conversion writes every pixel. Else foreign memory would keep old ones.
+  static bool xFillsImage(int pColorSpace);
   /// Leaves the destination untouched and returns false when it can't convert, which is worth a
   /// record but for images without pixels. Called without the lock.
   bool xConvertPixels(const OXImage& pRawImage, OXImage& pDestination, int pColorSpace);

@@ -206,6 +206,7 @@ struct OXVisionVideoInput::ColorKernel {
   int colorSpace;
   void (*convert)(const OXImage* pSource, OXImage* pDestination);
   bool passFirst;  ///< read the frame once from start to end before the kernel does
+  bool isWhole;    ///< every pixel of the destination is written: not so of kHsy, on purpose
 };
 
 void OXVisionVideoInput::xYUV422toYuv(const OXImage* pSource, OXImage* pDestination) {
@@ -250,20 +251,25 @@ void OXVisionVideoInput::xYUV422toHSMixed(const OXImage* pSource, OXImage* pDest
 
 const OXVisionVideoInput::ColorKernel* OXVisionVideoInput::xFindKernel(int pColorSpace) {
   static constexpr std::array<ColorKernel, 10> kKernels{{
-      {kYuv, xYUV422toYuv, false},
-      {kHsy, xYUV422toHsy, true},
-      {kYUV422, xYUV422toYUV422, false},
-      {kYUV, xYUV422toYUV, true},
-      {kRGB, xYUV422toRGB, true},
-      {kHSY, xYUV422toHSY, true},
-      {kBGR, xYUV422toBGR, true},
-      {kYYCbCr, xYUV422toYYCbCr, true},
-      {kH2RGB, xYUV422toH2RGB, true},
-      {kHSMixed, xYUV422toHSMixed, true},
+      {kYuv, xYUV422toYuv, false, true},
+      {kHsy, xYUV422toHsy, true, false},
+      {kYUV422, xYUV422toYUV422, false, true},
+      {kYUV, xYUV422toYUV, true, true},
+      {kRGB, xYUV422toRGB, true, true},
+      {kHSY, xYUV422toHSY, true, true},
+      {kBGR, xYUV422toBGR, true, true},
+      {kYYCbCr, xYUV422toYYCbCr, true, true},
+      {kH2RGB, xYUV422toH2RGB, true, true},
+      {kHSMixed, xYUV422toHSMixed, true, true},
   }};
   for (const ColorKernel& kernel : kKernels)
     if (kernel.colorSpace == pColorSpace) return &kernel;
   return nullptr;
+}
+
+bool OXVisionVideoInput::xFillsImage(int pColorSpace) {
+  const ColorKernel* const kernel = xFindKernel(pColorSpace);
+  return kernel && kernel->isWhole;
 }
 
 bool OXVisionVideoInput::xConvertPixels(const OXImage& pRawImage, OXImage& pDestination,

@@ -26,7 +26,7 @@ struct FrameRequest {
 
 /// A frame that was found or made.
 struct TakenFrame {
-  std::optional<OXImage> image;    ///< a view
+  std::optional<OXImage> image;  ///< a view
   FrameMark mark;
   boost::shared_ptr<void> buffer;  ///< counts as lent once more; null: the pixels are in the target
 };

@@ -30,8 +30,7 @@ boost::shared_ptr<FrameSubscription> OXVisionVideoInput::subscribeFrames(
   const auto subscription = boost::make_shared<Subscription>(*this, formats);
   subscription->setSubscriber(
       pIsMultiStream
-          ? xSubscribeCameras(pName, cameras, resolutions, colorSpaces, frameRate,
-                              Purpose::kFrames)
+          ? xSubscribeCameras(pName, cameras, resolutions, colorSpaces, frameRate, Purpose::kFrames)
           : xSubscribeCamera(pName, cameras.front(), resolutions.front(), colorSpaces.front(),
                              frameRate, Purpose::kFrames));
   return subscription;
@@ -63,8 +62,7 @@ void OXVisionVideoInput::xTellFrame(int pCamera) const {
 }
 
 void OXVisionVideoInput::xTellSubscriberEnded() const {
-  if (const boost::shared_ptr<FrameListener> listener = xListener())
-    listener->onSubscriberEnded();
+  if (const boost::shared_ptr<FrameListener> listener = xListener()) listener->onSubscriberEnded();
 }
 
 }  // namespace OX

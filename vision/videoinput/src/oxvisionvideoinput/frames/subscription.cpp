@@ -82,9 +82,8 @@ bool OXVisionVideoInput::Subscription::xFits(const FrameFormat& pFormat,
   int width = 0;
   int height = 0;
   setSizeFromResolution(pFormat.resolution, width, height);
-  return pTarget.bytes >=
-         static_cast<std::size_t>(width) * static_cast<std::size_t>(height) *
-             static_cast<std::size_t>(getLayersFromColorSpace(pFormat.colorSpace));
+  return pTarget.bytes >= static_cast<std::size_t>(width) * static_cast<std::size_t>(height) *
+                              static_cast<std::size_t>(getLayersFromColorSpace(pFormat.colorSpace));
 }
 
 FrameSubscription::Result OXVisionVideoInput::Subscription::take(std::size_t pStream,
@@ -104,8 +103,7 @@ FrameSubscription::Result OXVisionVideoInput::Subscription::take(std::size_t pSt
     return refuse(id(), report::text("the client keeps ", kKeptFrames,
                                      " frames already: give one back first"));
   const Stream& stream = fStreams[pStream];
-  const FrameRequest request{*fSubscriber, *stream.camera,
-                             format,       std::max(pAfter, stream.since),
+  const FrameRequest request{*fSubscriber, *stream.camera, format, std::max(pAfter, stream.since),
                              pPixels,      pTarget};
   TakenFrame taken;
   Result result = Result::kFailed;

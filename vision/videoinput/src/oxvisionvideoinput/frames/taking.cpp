@@ -158,11 +158,10 @@ Result OXVisionVideoInput::xTakeFromCamera(const FrameRequest& pRequest, TakenFr
   }
   // Others may have begun or ended the same conversion meanwhile.
   if (xJoinFrame(pRequest, frame.mark.number, pTaken)) return Result::kFrame;
-  if (pRequest.target.data && xIsAlone(pRequest)) {
+  if (pRequest.target.data && xFillsImage(pRequest.format.colorSpace) && xIsAlone(pRequest)) {
     OXImage& image = pTaken.image.emplace(pRequest.format.resolution, pRequest.format.colorSpace,
                                           true, 0.f, 0.f, 0.f, 0.f);
-    image.setExternalData(static_cast<unsigned char*>(pRequest.target.data),
-                          pRequest.target.bytes);
+    image.setExternalData(static_cast<unsigned char*>(pRequest.target.data), pRequest.target.bytes);
     pTaken.mark = frame.mark;
     return xConvertInto(pRequest, frame, image) ? Result::kFrame : Result::kFailed;
   }
