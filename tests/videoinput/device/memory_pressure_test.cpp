@@ -1,8 +1,10 @@
 // Each allocation of each operation fails once. Whatever the operation made of it, ordinary calls
 // then bring all counters back to zero, and the next client gets its image.
+#include <array>
 #include <functional>
 #include <new>
 
+#include "frames_fixture.h"
 #include "support/allocations.h"
 #include "videoinput/filecam/filecam_fixture.h"
 
@@ -103,6 +105,18 @@ TEST_F(SimulatorTest, WhicheverAllocationFailsTheCountersStayRight) {
     both();
     fDevice->getImagesLocal(kSeveral);
   };
+  Stream stream;
+  const auto streaming = [&] {
+    stream = open(*fDevice, kQVGA, kRGB, kOne);
+    pushed();
+  };
+  // The first frame is kept, so that the buffer of the second is a new one.
+  const auto takeTwo = [&](Pixels pPixels) {
+    std::array<Frame, 2> frames;
+    stream->take(0, 0, pPixels, frames[0]);
+    pushed();
+    stream->take(0, 0, pPixels, frames[1]);
+  };
   const auto beside = [&](const auto& pState) {
     return [&, pState] {
       subscribe("another one beside it", kQVGA, kRGB);
@@ -189,6 +203,14 @@ TEST_F(SimulatorTest, WhicheverAllocationFailsTheCountersStayRight) {
          fDevice->stopFrameGrabber();
        },
        [&] { fDevice->startFrameGrabber(); }},
+      {"subscribeFrames", idle, [&] { open(*fDevice, kVGA, kRGB, kOne); }},
+      {"subscribeFrames of several", idle,
+       [&] {
+         fDevice->subscribeFrames(kSeveral, {{0, kQVGA, kRGB}, {1, kVGA, kRGB}}, true, 30);
+       }},
+      {"take", streaming, [&] { takeTwo(Pixels::kConverted); }},
+      {"take of raw frames", streaming, [&] { takeTwo(Pixels::kRaw); }},
+      {"end", streaming, [&] { stream->end(); }},
       {"putImage", one, [&] { fDevice->putImage(0, 320, 240, frame); }},
       {"a refused putImage", one, [&] { fDevice->putImage(0, 640, 480, frame); }},
       {"onClientDisconnected", [&] { subscribe("VideoMonitorGestura"); },
@@ -219,7 +241,18 @@ TEST_F(FileCamTest, WhicheverAllocationFailsTheCountersStayRight) {
     fDevice->getDirectRawImageLocal(kOne);
     fDevice->nextImage();
   };
+  Stream stream;
+  const auto streaming = [&] {
+    play(file, 0, true);
+    stream = open(*fDevice, kQVGA, kYUV422, kOne);
+    fDevice->replaySpeed(1e9f);
+  };
   const std::vector<Operation> operations{
+      {"take", streaming,
+       [&] {
+         std::array<Frame, 7> frames;
+         for (Frame& frame : frames) stream->take(0, 0, Pixels::kRaw, frame);
+       }},
       {"setVideo", holding, [&] { play(file, 1, false); }},
       {"subscribe", [&] { play(file, 0, true); }, [&] { subscribe(kOne); }},
       {"unsubscribe", holding, [&] { fDevice->unsubscribe(kOne); }},

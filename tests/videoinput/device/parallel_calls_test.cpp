@@ -1,10 +1,14 @@
 // Many threads at once on one device: no reply is torn, nothing hangs, and all counters return to
 // zero.
+#include <array>
 #include <cstdlib>
 #include <deque>
 #include <iostream>
+#include <memory>
 #include <thread>
 
+#include <oxframework/oxerror.h>
+#include "frames_fixture.h"
 #include "random_client.h"
 #include "videoinput/filecam/filecam_fixture.h"
 
@@ -88,7 +92,60 @@ int countFaults(CaptureLog& pLog) {
   return faults;
 }
 
-/// Eight random clients at once, on the system's clock. pFeed is called beside them all the time:
+/// Opens a stream, takes its frames, keeps some of them, and ends it, over and over.
+class StreamClient {
+ public:
+  StreamClient(OXVisionVideoInput& pDevice, unsigned int pSeed)
+      : fDevice(pDevice), fRandom(pSeed) {}
+
+  void step() {
+    try {
+      const Stream stream = open(fDevice, xPick(0, 2), xPick(0, 1) ? kYuv : kRGB, "stream", 0);
+      std::uint64_t last = 0;
+      for (int i = xPick(1, 60); i > 0; --i) {
+        last = xTake(*stream, last);
+        if (xPick(0, 3) == 0) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+      }
+      while (!stream->end()) std::this_thread::yield();
+    } catch (const OXError&) {
+      // All ids are in use, or the recording has no images of that size.
+    }
+  }
+
+  int frames() const { return fFrames; }
+  const std::string& complaint() const { return fComplaint; }
+
+ private:
+  int xPick(int pFrom, int pTo) { return std::uniform_int_distribution<int>(pFrom, pTo)(fRandom); }
+
+  std::uint64_t xTake(FrameSubscription& pStream, std::uint64_t pLast) {
+    Frame frame;
+    const FrameTarget target =
+        xPick(0, 2) == 0 ? FrameTarget{fTarget.data(), fTarget.size()} : FrameTarget{};
+    if (pStream.take(0, pLast, xPick(0, 4) ? Pixels::kConverted : Pixels::kRaw, frame, target) !=
+        Result::kFrame)
+      return pLast;
+    ++fFrames;
+    if (frame.number() <= pLast) fComplaint = "the same frame again";
+    const OXImage& image = frame.image();
+    if (image.fColorSpace == kYuv &&
+        std::count(image.fData, image.fData + image.getSizeBytes(), image.fData[0]) !=
+            static_cast<std::ptrdiff_t>(image.getSizeBytes()))
+      fComplaint = "a torn frame";
+    const std::uint64_t number = frame.number();
+    if (!target.data) fKept[static_cast<std::size_t>(xPick(0, 3))] = std::move(frame);
+    return number;
+  }
+
+  OXVisionVideoInput& fDevice;
+  std::mt19937 fRandom;
+  std::vector<unsigned char> fTarget = std::vector<unsigned char>(1280 * 960 * 3);
+  std::array<Frame, 4> fKept;
+  int fFrames = 0;
+  std::string fComplaint;
+};
+
+/// Eight random clients at once and two of streams, on the system's clock. pFeed is called beside them all the time:
 /// it makes frames arrive.
 void stress(OXVisionVideoInput& pDevice, CaptureLog& pLog, const std::vector<std::string>& pFiles,
             const std::function<void()>& pFeed) {
@@ -115,6 +172,13 @@ void stress(OXVisionVideoInput& pDevice, CaptureLog& pLog, const std::vector<std
   threads.emplace_back([&] {
     while (running) pFeed();
   });
+  std::array<std::unique_ptr<StreamClient>, 2> streamers;
+  for (auto& streamer : streamers) {
+    streamer = std::make_unique<StreamClient>(pDevice, seed);
+    threads.emplace_back([&] {
+      while (running) streamer->step();
+    });
+  }
   // Gives back what a client holds that changes a setting or leaves, so that it waits no longer.
   threads.emplace_back([&] {
     while (running)
@@ -150,6 +214,11 @@ void stress(OXVisionVideoInput& pDevice, CaptureLog& pLog, const std::vector<std
     replies += client.replies();
   }
   EXPECT_GT(replies, 0);
+  for (auto& streamer : streamers) {
+    EXPECT_EQ(streamer->complaint(), "");
+    EXPECT_GT(streamer->frames(), 0);
+    streamer.reset();  // with the frames that it kept
+  }
   testing::Test::RecordProperty("calls", calls);
   std::cout << calls << " calls, " << replies << " replies" << std::endl;
 

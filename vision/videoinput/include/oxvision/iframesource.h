@@ -19,7 +19,7 @@ namespace OX {
 
 /// What a stream delivers of one camera.
 struct FrameFormat {
-  int camera = 0;      ///< negative when a stream is opened: the device's active camera, then
+  int camera = 0;      ///< negative when a single stream is opened: the active camera, then
   int resolution = 0;  ///< kQQVGA to k4VGA
   int colorSpace = 0;
 };

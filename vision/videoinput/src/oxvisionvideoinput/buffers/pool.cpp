@@ -45,6 +45,7 @@ const BufferPtr* findNewest(const std::vector<BufferPtr>& pPool, std::size_t pCo
 }
 
 bool isAnyFree(const OXVisionBuffer& pBuffer) { return pBuffer.isFree(); }
+bool isAnyLentOnly(const OXVisionBuffer& pBuffer) { return pBuffer.isLentOnly(); }
 
 }  // namespace
 
@@ -144,9 +145,7 @@ OXVisionVideoInput::BufferPtr OXVisionVideoInput::xLockAnyBuffer(RealCameraPrope
   const BufferPool& pool = pCamera.fImageBuffers;
   const BufferPtr* oldest = findOldest(pool, isAnyFree);
   if (!oldest)
-    oldest = xReplaceLent(pCamera, findOldest(pool, [](const OXVisionBuffer& pBuffer) {
-                            return pBuffer.isLentOnly();
-                          }));
+    oldest = xReplaceLent(pCamera, findOldest(pool, isAnyLentOnly));
   if (!oldest) return {};
   ++(*oldest)->fWriteLockCount;
   (*oldest)->fImage->setResolution(pResolution);
@@ -241,6 +240,7 @@ void OXVisionVideoInput::xFreeRetired() {
 void OXVisionVideoInput::xFindAndEraseTheOldestBuffer(BufferPool& pPool) {
   // No free one is no reason to wait: whoever uses the buffer that goes keeps it alive.
   const BufferPtr* oldest = findOldest(pPool, isAnyFree);
+  if (!oldest) oldest = findOldest(pPool, isAnyLentOnly);
   if (!oldest) oldest = findOldest(pPool, [](const OXVisionBuffer&) { return true; });
   if (oldest) xErase(pPool, *oldest);
 }

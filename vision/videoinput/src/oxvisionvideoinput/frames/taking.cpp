@@ -128,18 +128,27 @@ bool OXVisionVideoInput::xStartForFrames(const FrameRequest& pRequest) {
   return pRequest.record.fGrabberState == kGrabberRunning;
 }
 
+// Looked at twice, since others may have taken the step, or converted the frame, before this thread
+// has the lock.
 Result OXVisionVideoInput::xTake(const FrameRequest& pRequest, TakenFrame& pTaken) {
-  const std::uint64_t newest = pRequest.record.fNewestFrame.number;
-  const auto left = untilNextFrame(pRequest.format.camera);
-  const bool isDue = left && left->count() <= 0;
-  const bool starts = !isRaw(pRequest) && isOff(pRequest.record);
-  if (!isDue && !starts && newest <= pRequest.after) return Result::kNothingNew;
-  const bool mayShare = !isDue && !isRaw(pRequest) && newest > pRequest.after;
-  if (mayShare && xShareFrame(pRequest, newest, pTaken)) return Result::kFrame;
+  const auto isDue = [&] {
+    const auto left = untilNextFrame(pRequest.format.camera);
+    return left && left->count() <= 0;
+  };
+  std::uint64_t newest = pRequest.record.fNewestFrame.number;
+  if (!isDue()) {
+    const bool starts = !isRaw(pRequest) && isOff(pRequest.record);
+    if (newest <= pRequest.after && !starts) return Result::kNothingNew;
+    if (newest > pRequest.after && !isRaw(pRequest) && xShareFrame(pRequest, newest, pTaken))
+      return Result::kFrame;
+  }
   const OXCriticalSectionWrite lock(fVisionModulesLock);
   if (pRequest.subscriber.fIsUnsubscribed) return Result::kOver;
-  if (!isRaw(pRequest) && !xStartForFrames(pRequest)) return Result::kNothingNew;
-  if (mayShare && xJoinFrame(pRequest, newest, pTaken)) return Result::kFrame;
+  if (isRaw(pRequest)) return xTakeFromCamera(pRequest, pTaken);
+  if (!xStartForFrames(pRequest)) return Result::kNothingNew;
+  newest = pRequest.record.fNewestFrame.number;
+  const bool mayJoin = newest > pRequest.after && !isDue();
+  if (mayJoin && xJoinFrame(pRequest, newest, pTaken)) return Result::kFrame;
   return xTakeFromCamera(pRequest, pTaken);
 }
 
