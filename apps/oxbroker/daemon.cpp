@@ -1,9 +1,11 @@
 // Starts what the options name and ends it in reverse: server, broker with its modules, libraries.
 #include "daemon.h"
 
+#include <algorithm>
 #include <boost/make_shared.hpp>
 #include <cerrno>
 #include <charconv>
+#include <filesystem>
 #include <ostream>
 #include <string>
 #include <system_error>
@@ -21,12 +23,23 @@
 namespace OX::daemon {
 namespace {
 
+constexpr const char* kCameraLibrary = "libvideoinput.so";
+constexpr const char* kStreamLibrary = "libvideostream.so";
+
+OXBrokerOptions brokerOptions(const Options& pOptions) {
+  return {.name = "oxbroker",
+          .maxThreads = pOptions.maxThreads,
+          .settings = {{"stream.perConnection", pOptions.maxStreams},
+                       {"stream.sharedMiBPerClient", pOptions.maxSharedMiB},
+                       {"stream.sharedMiB", pOptions.maxSharedMiBInAll}}};
+}
+
 /// A broker with its services and the modules of libraries. At its end the broker releases the
 /// modules before their libraries are closed.
 class ModuleHost {
  public:
   explicit ModuleHost(const Options& pOptions)
-      : fBroker(OXBroker::create({.name = "oxbroker", .maxThreads = pOptions.maxThreads})),
+      : fBroker(OXBroker::create(brokerOptions(pOptions))),
         fPreferences(
             boost::make_shared<SourcePreferences>(fBroker, pOptions.preferences, pOptions.source)) {
     // Services before libraries: a module may need its preferences as soon as it is made.
@@ -57,10 +70,36 @@ class ModuleHost {
     fLibraries.push_back(library);
   }
 
+  /// Loads the library of streams if it lies beside that of the cameras and was not named. Who has
+  /// not asked for it is served without it too: what goes wrong is only logged.
+  void loadStreams() {
+    const std::filesystem::path path = xPathOfStreams();
+    if (path.empty()) return;
+    try {
+      const ModuleLibrary library(path.string());
+      if (std::find(fLibraries.begin(), fLibraries.end(), library) != fLibraries.end()) return;
+      library.createModule(fBroker);
+      fLibraries.push_back(library);
+    } catch (const OXError& error) {
+      ki::log::log(ki::log::kWarning, "oxbroker", error.what(), "", "loadStreams", 0);
+    }
+  }
+
   const boost::shared_ptr<OXBroker>& getBroker() const { return fBroker; }
   const SourcePreferences& getPreferences() const { return *fPreferences; }
 
  private:
+  std::filesystem::path xPathOfStreams() const {
+    for (const ModuleLibrary& library : fLibraries) {
+      const std::filesystem::path path = library.path();
+      std::error_code error;
+      const auto beside = path.parent_path() / kStreamLibrary;
+      if (path.filename() == kCameraLibrary && std::filesystem::exists(beside, error))
+        return beside;
+    }
+    return {};
+  }
+
   const boost::shared_ptr<OXBroker> fBroker;
   const boost::shared_ptr<SourcePreferences> fPreferences;
   std::vector<ModuleLibrary> fLibraries;  ///< those that created their modules
@@ -98,6 +137,7 @@ int serve(const Options& pOptions, std::ostream& pOut, std::ostream& pErr,
     ki::log::setLevel(pOptions.logLevel);
     ModuleHost host(pOptions);
     for (const std::string& library : pOptions.libraries) host.load(library);
+    if (pOptions.withStreams) host.loadStreams();
     if (const std::string notice = host.getPreferences().getNotice(); !notice.empty())
       pErr << "oxbroker: " << notice << std::endl;
     OXServer server(host.getBroker(), pOptions.limits);

@@ -3,6 +3,7 @@
 #include "modulelibrary.h"
 
 #include <dlfcn.h>
+#include <link.h>
 
 #include <filesystem>
 #include <system_error>
@@ -34,6 +35,11 @@ std::string findLibrary(const std::string& pName) {
 ModuleLibrary::ModuleLibrary(const std::string& pName)
     : fName(pName), fHandle(::dlopen(findLibrary(pName).c_str(), RTLD_NOW | RTLD_LOCAL)) {
   if (!fHandle) raiseError(kProgram, kFunction, "Cannot load " + fName + ": " + ::dlerror());
+}
+
+std::string ModuleLibrary::path() const {
+  const link_map* map = nullptr;
+  return ::dlinfo(fHandle, RTLD_DI_LINKMAP, &map) == 0 && map ? map->l_name : fName;
 }
 
 void ModuleLibrary::createModule(const boost::shared_ptr<OXBroker>& pBroker) const {

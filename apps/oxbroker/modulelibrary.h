@@ -23,6 +23,11 @@ class ModuleLibrary {
   /// Throws OXError that says why the library cannot be loaded.
   explicit ModuleLibrary(const std::string& pName);
 
+  /// Where the system found it.
+  std::string path() const;
+  /// Whether both are the same file.
+  bool operator==(const ModuleLibrary& pOther) const { return fHandle == pOther.fHandle; }
+
   /// Throws OXError when the library created no module.
   void createModule(const boost::shared_ptr<OXBroker>& pBroker) const;
   /// Call it after the broker has released the modules. Does nothing when the library exports no

@@ -25,6 +25,7 @@ std::string examples(const std::string& pProgram) {
 
 // Deeper nesting could exhaust the stack of a thread.
 constexpr int kMostNesting = 1000;
+constexpr int kMostMiB = 1 << 20;
 
 void addLimits(CLI::App& pApp, Options& pOptions) {
   const CLI::Range anyCount(1, std::numeric_limits<int>::max());
@@ -39,6 +40,14 @@ void addLimits(CLI::App& pApp, Options& pOptions) {
   add("--max-waiting", limits.maxRequestsWaiting,
       "Requests per connection that wait for something to happen, such as a new frame")
       ->check(anyCount);
+  add("--max-streams", pOptions.maxStreams, "Streams of frames per connection")->check(anyCount);
+  add("--max-shared", pOptions.maxSharedMiB,
+      "Memory that streams share with one client; a single stream always fits")
+      ->type_name("MIB")
+      ->check(CLI::Range(1, kMostMiB));
+  add("--max-shared-total", pOptions.maxSharedMiBInAll, "Memory that streams share with all clients")
+      ->type_name("MIB")
+      ->check(CLI::Range(1, kMostMiB));
   add("--max-message-bytes", limits.maxMessageBytes, "Size of a message")->check(anyCount);
   // The least with which a request passes: an array of four that contains the array of arguments.
   add("--max-array-elements", limits.maxArrayElements, "Elements of an array")
@@ -65,6 +74,9 @@ std::optional<Options> parseOptions(int pCount, const char* const* pArguments, s
                  "this program. Can be repeated")
       ->type_name("LIBRARY")
       ->allow_extra_args(false);
+  app.add_flag("!--no-stream", options.withStreams,
+               "Without the service of streams, whose library is otherwise loaded when it lies "
+               "beside that of the cameras");
   app.add_option("--preferences", options.preferences,
                  "Directory of the preference files; VideoInput.xml names the source of images")
       ->type_name("DIR")

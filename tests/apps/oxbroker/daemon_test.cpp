@@ -11,6 +11,7 @@
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
+#include <future>
 #include <iterator>
 #include <sstream>
 #include <string>
@@ -369,6 +370,64 @@ TEST(Daemon, TakesTheCameraFromTheCommandLineTheFileOrTheSimulator) {
     EXPECT_EQ(daemon.wait(), test.served.empty() ? 1 : 0);
   }
   std::filesystem::remove_all(folder);
+}
+
+TEST(Daemon, LoadsTheStreamsBesideTheCamerasOnce) {
+  const std::string folder = ::testing::TempDir() + "oxbeside_" + std::to_string(::getpid());
+  std::filesystem::create_directory(folder);
+  std::filesystem::copy(OX_VIDEO_LIBRARY, folder + "/libvideoinput.so",
+                        std::filesystem::copy_options::overwrite_existing);
+  const struct {
+    std::vector<std::string> arguments;
+    std::string streams;  ///< what its module says to a call; empty: there is none
+  } kCases[] = {
+      {{"--load", OX_VIDEO_LIBRARY}, "3 streams already"},
+      {{"--load", OX_VIDEO_LIBRARY, "--load", OX_STREAM_LIBRARY}, "3 streams already"},
+      {{"--load", OX_VIDEO_LIBRARY, "--no-stream"}, ""},
+      {{"--load", folder + "/libvideoinput.so"}, ""},
+      {{"--load", OX_PROBE_LIBRARY}, ""},
+  };
+  for (const auto& test : kCases) {
+    std::vector<std::string> arguments = test.arguments;
+    arguments.insert(arguments.end(), {"--source", "simulator", "--listen", "127.0.0.1:0",
+                                       "--max-streams", "3", "--log-level", "3"});
+    Program daemon(arguments);
+    const auto client = OXRemoteBroker::connect(addressOf(daemon.line()));
+    std::string refusal;
+    try {
+      for (int i = 0; i < 4; ++i)
+        client->call("OXVideoStream", "open", OXValue::array("a", 0, 0, 11, 0));
+    } catch (const OXError& error) {
+      refusal = error.what();
+    }
+    const bool isThere = refusal.find("no module \"OXVideoStream\"") == std::string::npos;
+    EXPECT_EQ(isThere, !test.streams.empty()) << refusal;
+    EXPECT_NE(refusal.find(test.streams), std::string::npos) << refusal;
+    daemon.signal(SIGTERM);
+    EXPECT_EQ(daemon.errors(), "");
+    EXPECT_EQ(daemon.wait(), 0);
+  }
+  // Named without the cameras it has nothing to stream.
+  Program alone({"--load", OX_STREAM_LIBRARY, "--listen", "127.0.0.1:0"});
+  EXPECT_NE(alone.errors().find("There is no video device in this broker"), std::string::npos);
+  EXPECT_EQ(alone.wait(), 1);
+  std::filesystem::remove_all(folder);
+}
+
+TEST(Daemon, EndsSoonThoughRequestsWait) {
+  Program daemon({"--load", OX_VIDEO_LIBRARY, "--source", "simulator", "--listen", "127.0.0.1:0",
+                  "--log-level", "0"});
+  const auto client = OXRemoteBroker::connect(addressOf(daemon.line()));
+  client->call("OXVideoStream", "open", OXValue::array("a", 0, 0, 11, 0));
+  auto answer = std::async(std::launch::async, [&] {
+    return client->call("OXVideoStream", "next", OXValue::array("a", 20000));
+  });
+  client->call("OXBroker", "ping", OXValue::Array());
+  daemon.signal(SIGTERM);
+  const auto begin = std::chrono::steady_clock::now();
+  EXPECT_THROW(answer.get(), OXError);
+  EXPECT_EQ(daemon.wait(), 0);
+  EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(5));
 }
 
 // Word for word but for the addresses: another program of this machine may have those.

@@ -18,6 +18,7 @@ namespace {
 
 constexpr const char* kName = "OXVideoStatus";
 constexpr const char* kDevice = "OXVideoDevice";
+constexpr const char* kStreams = "OXVideoStream";
 constexpr const char* kNoDevice = "there is no video device in this broker";
 
 int toInt(std::int64_t pNumber) {
@@ -155,7 +156,11 @@ OXValue OXVideoStatus::getSubscribers() {
   const std::vector<SubscriberStatus> subscribers = xDevice("getSubscribers()")->subscriberStatus();
   const boost::shared_ptr<OXBroker> broker = getParentBroker();
   std::map<std::string, std::string> owners;
-  if (broker) owners = broker->getOwners(kDevice);
+  if (broker) {
+    owners = broker->getOwners(kDevice);
+    // A stream's subscriber belongs to whoever opened the stream.
+    owners.merge(broker->getOwners(kStreams));
+  }
   OXValue::Array result;
   for (const SubscriberStatus& subscriber : subscribers)
     result.push_back(toValue(subscriber, owners[subscriber.id]));
