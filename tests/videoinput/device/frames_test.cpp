@@ -137,8 +137,7 @@ TEST_F(Frames, EachFrameComesOnceInOrderWhilePushesAndOthersRace) {
       Frame kept;  // a client keeps one while it takes the next
       std::vector<unsigned char> target(320 * 240 * 3);
       const Pixels pixels = i == 4 ? Pixels::kRaw : Pixels::kConverted;
-      const FrameTarget where =
-          i > 2 ? FrameTarget{} : FrameTarget{target.data(), target.size()};
+      const FrameTarget where = i > 2 ? FrameTarget{} : FrameTarget{target.data(), target.size()};
       for (bool isLast = false; !isLast;) {
         isLast = !running;
         Frame frame;
@@ -181,7 +180,7 @@ TEST_F(Frames, EachFrameComesOnceInOrderWhilePushesAndOthersRace) {
 }
 
 TEST_F(Frames, ATargetGetsTheBytesOfTheSharedImage) {
-  const std::vector<int> formats{kYuv,  kHsy, kYUV422, kYUV,   kRGB,
+  const std::vector<int> formats{kYuv, kHsy, kYUV422, kYUV,   kRGB,
                                  kHSY, kBGR, kYYCbCr, kH2RGB, kHSMixed};
   std::vector<unsigned char> pixels(640 * 480 * 3);
   for (std::size_t i = 0; i < pixels.size(); ++i)
@@ -299,12 +298,11 @@ TEST_F(Frames, SettingsOfOthersChangeNoStream) {
 TEST_F(Frames, ASubscriptionIsTheDevicesOwn) {
   const auto refusal = [&](const FrameFormat& pFormat, const char* pName) {
     const auto text = [](const auto& pCall) { return outcome(pCall); };
-    const std::string frames = text([&] {
-      return fDevice->subscribeFrames(pName, {pFormat}, false, 30)->id();
-    });
+    const std::string frames =
+        text([&] { return fDevice->subscribeFrames(pName, {pFormat}, false, 30)->id(); });
     const std::string images = text([&] {
-      return fDevice->subscribeCamera(pName, pFormat.camera, pFormat.resolution,
-                                      pFormat.colorSpace, 30);
+      return fDevice->subscribeCamera(pName, pFormat.camera, pFormat.resolution, pFormat.colorSpace,
+                                      30);
     });
     EXPECT_EQ(frames, images);
     return frames;
@@ -322,7 +320,9 @@ TEST_F(Frames, ASubscriptionIsTheDevicesOwn) {
   fDevice->unsubscribeAllInstances("s");
   const Stream both = fDevice->subscribeFrames("m", {{0, kQVGA, kYuv}, {1, kVGA, kRGB}}, true, 1);
   EXPECT_EQ(fDevice->getFrameRate(both->id()), 5);
-  EXPECT_THAT(outcome([&] { return fDevice->subscribeFrames("m", {{0, 1, 0}, {0, 1, 0}}, true, 5)->id(); }),
+  EXPECT_THAT(outcome([&] {
+                return fDevice->subscribeFrames("m", {{0, 1, 0}, {0, 1, 0}}, true, 5)->id();
+              }),
               HasSubstr("using several time the same camera is forbidden"));
   push(1, 640, 480, 9);
   Frame frame;

@@ -145,8 +145,8 @@ class StreamClient {
   std::string fComplaint;
 };
 
-/// Eight random clients at once and two of streams, on the system's clock. pFeed is called beside them all the time:
-/// it makes frames arrive.
+/// Eight random clients at once and two of streams, on the system's clock. pFeed is called beside
+/// them all the time: it makes frames arrive.
 void stress(OXVisionVideoInput& pDevice, CaptureLog& pLog, const std::vector<std::string>& pFiles,
             const std::function<void()>& pFeed) {
   constexpr std::chrono::seconds kLongestCall(30);

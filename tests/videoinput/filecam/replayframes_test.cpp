@@ -114,6 +114,14 @@ TEST_F(ReplayFrames, AListenerIsToldOfStepsAndOfChanges) {
   EXPECT_FALSE(told());
 }
 
+TEST_F(ReplayFrames, NothingStaysOfAStreamThatCannotBeOpened) {
+  EXPECT_EQ(outcome([&] { return open(*fDevice, kQVGA, kYUV422)->id(); }),
+            "OXError: unable to open the video file");
+  EXPECT_EQ(outcome([&] { return subscribe("a"); }), "OXError: unable to open the video file");
+  EXPECT_EQ(DeviceProbe(*fDevice).subscribers().count("s"), 0u);
+  EXPECT_EQ(DeviceProbe(*fDevice).subscribers().count("a"), 1u) << "unlike a subscriber";
+}
+
 // Requests would find the ring held; streams leave it to them.
 TEST_F(ReplayFrames, KeptFramesDoNotHoldTheRing) {
   play(record(40), 0, true);

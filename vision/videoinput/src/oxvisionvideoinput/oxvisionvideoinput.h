@@ -384,6 +384,9 @@ class OXVisionVideoInput : public OXModule,
   /// Raises the camera to what the subscriber asks for, if need be, and starts its grabber.
   void xStartForSubscriber(int pCamera, int pResolution, int pFrameRate, const char* pMethod)
       OX_REQUIRES(fVisionModulesLock);
+  /// After a subscription that failed half-way.
+  void xAbandon(const boost::shared_ptr<VisionModuleInfo>& pSubscriber, Purpose pPurpose)
+      OX_REQUIRES(fVisionModulesLock);
   /// A pair of buffers for the subscriber on each of the cameras.
   void xCreateBuffers(VisionModuleInfo& pSubscriber, const std::vector<int>& pCameras,
                       const char* pMethod) OX_REQUIRES(fVisionModulesLock);

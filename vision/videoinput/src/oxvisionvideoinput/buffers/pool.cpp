@@ -144,8 +144,7 @@ OXVisionVideoInput::BufferPtr OXVisionVideoInput::xLockAnyBuffer(RealCameraPrope
   if (exact) return exact;
   const BufferPool& pool = pCamera.fImageBuffers;
   const BufferPtr* oldest = findOldest(pool, isAnyFree);
-  if (!oldest)
-    oldest = xReplaceLent(pCamera, findOldest(pool, isAnyLentOnly));
+  if (!oldest) oldest = xReplaceLent(pCamera, findOldest(pool, isAnyLentOnly));
   if (!oldest) return {};
   ++(*oldest)->fWriteLockCount;
   (*oldest)->fImage->setResolution(pResolution);

@@ -119,6 +119,13 @@ void OXVisionVideoInput::xStartForSubscriber(int pCamera, int pResolution, int p
     report::raise(getName(), pMethod, "Could not launch the startFrameGrabber function.");
 }
 
+// A client of images ends what it failed to subscribe, or its connection does. Of a stream nobody
+// knows the id.
+void OXVisionVideoInput::xAbandon(const boost::shared_ptr<VisionModuleInfo>& pSubscriber,
+                                  Purpose pPurpose) {
+  if (pPurpose == Purpose::kFrames && !pSubscriber->fIsUnsubscribed) xEndSubscriber(pSubscriber);
+}
+
 // All or nothing: without memory for every buffer, the subscription fails and those that were made
 // are removed. They are the last of their pools, since the lock is held.
 void OXVisionVideoInput::xCreateBuffers(VisionModuleInfo& pSubscriber,
@@ -193,11 +200,16 @@ boost::shared_ptr<VisionModuleInfo> OXVisionVideoInput::xSubscribeCamera(
   const TurnScope turn(subscriber->fTurn,
                        fVisionModulesLock);  // it is in the map, but not yet whole
   if (pPurpose == Purpose::kFrames) subscriber->wish(camera).demandAsWished();
-  xStartForSubscriber(camera, pResolution, pFrameRate, kMethod);
-  // On every camera, since setActiveCamera moves the subscriber without making any.
-  std::vector<int> all(static_cast<std::size_t>(fNbCameras));
-  std::iota(all.begin(), all.end(), 0);
-  xCreateBuffers(*subscriber, all, kMethod);
+  try {
+    xStartForSubscriber(camera, pResolution, pFrameRate, kMethod);
+    // On every camera, since setActiveCamera moves the subscriber without making any.
+    std::vector<int> all(static_cast<std::size_t>(fNbCameras));
+    std::iota(all.begin(), all.end(), 0);
+    xCreateBuffers(*subscriber, all, kMethod);
+  } catch (...) {
+    xAbandon(subscriber, pPurpose);
+    throw;
+  }
   // -1 for every negative index, since other operations compare with that.
   subscriber->fActiveCamera = std::max(pCameraIndex, -1);
   return subscriber;
@@ -274,17 +286,22 @@ boost::shared_ptr<VisionModuleInfo> OXVisionVideoInput::xSubscribeCameras(
   const TurnScope turn(subscriber->fTurn, fVisionModulesLock);
   subscriber->fIsMultiStream = true;
   subscriber->fActiveCameras = pCameras;
-  for (std::size_t i = 0; i < pCameras.size(); ++i) {
-    RequestedCameraProperties& wish = subscriber->wish(pCameras[i]);
-    wish.fResolution = static_cast<std::uint8_t>(pResolutions[i]);
-    wish.fColorSpace = static_cast<std::uint8_t>(pColorSpaces[i]);
-    if (pPurpose == Purpose::kFrames) wish.demandAsWished();
-    subscriber->fActiveCamera = pCameras[i];
-    xStartForSubscriber(pCameras[i], pResolutions[i], pFrameRate, kMethod);
+  try {
+    for (std::size_t i = 0; i < pCameras.size(); ++i) {
+      RequestedCameraProperties& wish = subscriber->wish(pCameras[i]);
+      wish.fResolution = static_cast<std::uint8_t>(pResolutions[i]);
+      wish.fColorSpace = static_cast<std::uint8_t>(pColorSpaces[i]);
+      if (pPurpose == Purpose::kFrames) wish.demandAsWished();
+      subscriber->fActiveCamera = pCameras[i];
+      xStartForSubscriber(pCameras[i], pResolutions[i], pFrameRate, kMethod);
+    }
+    // What both families may do, such as setFrameRate, works on the first camera.
+    subscriber->fActiveCamera = pCameras.front();
+    xCreateBuffers(*subscriber, pCameras, kMethod);
+  } catch (...) {
+    xAbandon(subscriber, pPurpose);
+    throw;
   }
-  // What both families may do, such as setFrameRate, works on the first camera.
-  subscriber->fActiveCamera = pCameras.front();
-  xCreateBuffers(*subscriber, pCameras, kMethod);
   return subscriber;
 }
 
