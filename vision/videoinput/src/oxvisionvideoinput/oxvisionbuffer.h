@@ -50,15 +50,11 @@ class OXVisionBuffer {
   int fPinCount = 0;
   /// Of the read counts, those of frames that were lent to streams. Atomic for the same reason.
   std::atomic<int> fLentCount{0};
-  /// Whether it left its pool, or its camera's store, because of them: it is used again after that.
-  bool fIsOutside = false;
   /// The number of the conversion, or of the push, that fills it while it is locked for writing, or
   /// that filled it last; 0: none did. From its beginning the image has the time stamp that it will
   /// keep, and fConvertedFrom is the frame that is read.
   std::uint64_t fContent = 0;
   const void* fConvertedFrom = nullptr;
-  /// The frame that the pixels show or, while they are filled, will show.
-  FrameMark fFrame;
   std::unique_ptr<OXImage> fImage;
   /// The size of the pixels when they were lent. A change of the camera's resolution writes to the
   /// image of a lent raw buffer, too, whose pixels stay what they are.
@@ -67,6 +63,11 @@ class OXVisionBuffer {
   /// Keeps the camera's frame alive whose pixels this buffer points at; null when it points at
   /// none.
   boost::shared_ptr<void> fRawSource;
+  /// The frame that the pixels show or, while they are filled, will show.
+  FrameMark fFrame;
+  /// Whether it left its pool, or its camera's store, because of frames that streams kept: it is
+  /// used again when they are given back.
+  bool fIsOutside = false;
 };
 
 }  // namespace OX
