@@ -83,7 +83,9 @@ void DeferredCalls::cancelAll() {
     fEnded = true;
     waiting.swap(fWaiting);
   }
-  for (const auto& [number, call] : waiting) call.cancel();
+  // One that begins just now has none of these yet, and finds that all has ended.
+  for (const auto& [number, call] : waiting)
+    if (call.cancel) call.cancel();
 }
 
 void DeferredCalls::failAll(const OXError& pError) {
@@ -93,7 +95,8 @@ void DeferredCalls::failAll(const OXError& pError) {
     fEnded = true;
     waiting = fWaiting;
   }
-  for (const auto& [number, call] : waiting) call.fail(pError);
+  for (const auto& [number, call] : waiting)
+    if (call.fail) call.fail(pError);
 }
 
 }  // namespace OX::wire
