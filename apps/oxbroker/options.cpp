@@ -45,7 +45,8 @@ void addLimits(CLI::App& pApp, Options& pOptions) {
       "Memory that streams share with one client; a single stream always fits")
       ->type_name("MIB")
       ->check(CLI::Range(1, kMostMiB));
-  add("--max-shared-total", pOptions.maxSharedMiBInAll, "Memory that streams share with all clients")
+  add("--max-shared-total", pOptions.maxSharedMiBInAll,
+      "Memory that streams share with all clients")
       ->type_name("MIB")
       ->check(CLI::Range(1, kMostMiB));
   add("--max-message-bytes", limits.maxMessageBytes, "Size of a message")->check(anyCount);

@@ -20,9 +20,9 @@ struct Options {
   std::string source;             ///< of images, one of sourceWords(); empty: as the files say
   int logLevel = 4;
   int maxThreads = 128;
-  bool withStreams = true;   ///< the library of streams is loaded when it lies beside the cameras'
-  int maxStreams = 64;       ///< of a connection
-  int maxSharedMiB = 64;     ///< memory that streams share with one client
+  bool withStreams = true;  ///< the library of streams is loaded when it lies beside the cameras'
+  int maxStreams = 64;      ///< of a connection
+  int maxSharedMiB = 64;    ///< memory that streams share with one client
   int maxSharedMiBInAll = 512;
   OXWireLimits limits;
 };

@@ -7,8 +7,8 @@
 #include <oxframework/oxvideo.h>
 #include "fake_caller.h"
 #include "oxvisionfilecam.h"
-#include "streams/pace.h"
 #include "stream_service.h"
+#include "streams/pace.h"
 
 namespace OX::test {
 namespace {
@@ -92,7 +92,8 @@ TEST_F(Delivering, SeveralCamerasAreAnsweredTogetherOrWhenTheTimeIsOver) {
         continue;
       }
       const auto* const pixels = static_cast<const unsigned char*>(pReply[2].GetBinary());
-      text += std::to_string(pReply[i][7].toInt()) + ":" + std::to_string(shadeOf(pixels + begin)) + " ";
+      text += std::to_string(pReply[i][7].toInt()) + ":" + std::to_string(shadeOf(pixels + begin)) +
+              " ";
       begin += pReply[i][0].toInt() * pReply[i][1].toInt() * pReply[i][2].toInt();
     }
     return text + (pReply[2].getSize() == begin ? "" : "and more");
@@ -196,8 +197,9 @@ TEST_F(Delivering, RefusesWhatIsWrong) {
   StreamClient client = connect();
   StreamClient other = connect();
   const std::string id = client.open("mine");
-  const std::string kNone = "There is no stream \"none\": it was not opened, was closed, or ended "
-                            "with its subscriber";
+  const std::string kNone =
+      "There is no stream \"none\": it was not opened, was closed, or ended "
+      "with its subscriber";
   const auto noWait = [](int pTimeout) {
     return "A wait of " + std::to_string(pTimeout) + " ms: 0 to 60000 are possible";
   };
@@ -303,8 +305,7 @@ TEST_F(Delivering, TheEndOfTheServiceAnswersThoseWhoWait) {
 
 int countThreads() {
   int count = 0;
-  for ([[maybe_unused]] const auto& thread :
-       std::filesystem::directory_iterator("/proc/self/task"))
+  for ([[maybe_unused]] const auto& thread : std::filesystem::directory_iterator("/proc/self/task"))
     ++count;
   return count;
 }

@@ -78,8 +78,8 @@ TEST_F(InProcess, AStreamEndsAWaitAtOnceAndItsFramesOutliveIt) {
   push(5);
   const Frame kept = stream->waitForFrame(seconds(20));
   for (const bool byDevice : {true, false}) {
-    auto waiting = std::async(std::launch::async,
-                              [&] { return stream->waitForFrame(seconds(20)); });
+    auto waiting =
+        std::async(std::launch::async, [&] { return stream->waitForFrame(seconds(20)); });
     const auto begin = std::chrono::steady_clock::now();
     if (byDevice)
       fDevice->unsubscribe("mine");

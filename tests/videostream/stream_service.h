@@ -98,9 +98,8 @@ class StreamClient {
   /// A request under way.
   std::future<OXValue> ask(const std::string& pId, int pTimeoutMs = 20000,
                            const std::string& pMethod = "next") {
-    return std::async(std::launch::async, [this, pId, pTimeoutMs, pMethod] {
-      return call(pMethod, pId, pTimeoutMs);
-    });
+    return std::async(std::launch::async,
+                      [this, pId, pTimeoutMs, pMethod] { return call(pMethod, pId, pTimeoutMs); });
   }
   std::int64_t statistic(const std::string& pId, int pIndex) {
     return call("statistics", pId)[pIndex].toInt();
@@ -122,8 +121,8 @@ class StreamService : public testing::Test {
   }
   void serve(const OXWireLimits& pLimits = {}) {
     fServer = std::make_unique<OXServer>(fBroker, pLimits);
-    fAddress = fServer->listen("unix:" + testing::TempDir() + "ox_streams_" +
-                               std::to_string(::getpid()));
+    fAddress =
+        fServer->listen("unix:" + testing::TempDir() + "ox_streams_" + std::to_string(::getpid()));
     fTcp = fServer->listen("127.0.0.1:0");
   }
   void TearDown() override {

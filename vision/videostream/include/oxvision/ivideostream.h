@@ -20,11 +20,12 @@ struct StreamStatistics {
   std::uint64_t timedOut = 0;  ///< requests whose time was over before a frame came
   std::int64_t ageMedianUs = 0;  ///< of frames when they were given; 0 before the first
   std::int64_t age99Us = 0;      ///< 99 of 100 were no older
-  std::int64_t newestAgeUs = -1;  ///< of the camera's newest frame (the oldest of several); -1: none
+  std::int64_t newestAgeUs =
+      -1;  ///< of the camera's newest frame (the oldest of several); -1: none
 };
 
-/// A stream of the frames of one camera, in one format. Each frame is given at most once, always the
-/// newest one, and none from before the stream was opened; at most as often as its rate says.
+/// A stream of the frames of one camera, in one format. Each frame is given at most once, always
+/// the newest one, and none from before the stream was opened; at most as often as its rate says.
 /// Destroying it closes it, also in a callback of its own.
 ///
 /// Thread-safe. Concurrent waits get a frame each. A frame that was given keeps a buffer of the
@@ -65,8 +66,8 @@ class OX_API IVideoStream {
   virtual ~IVideoStream() = default;
 
   /// Opens a stream and subscribes it at the device. A negative camera is the device's active one,
-  /// now and later. pFps is 0 for each frame as it comes, with 30 a second asked of the camera, or 1
-  /// to 255 for at most so many, with at least 5 asked of it. Throws OXError as subscribeCamera()
+  /// now and later. pFps is 0 for each frame as it comes, with 30 a second asked of the camera, or
+  /// 1 to 255 for at most so many, with at least 5 asked of it. Throws OXError as subscribeCamera()
   /// does, and when there is no device any more.
   virtual std::unique_ptr<FrameStream> open(const std::string& pName, const FrameFormat& pFormat,
                                             int pFps) = 0;

@@ -18,9 +18,9 @@ namespace {
 constexpr std::int64_t kLargestImage = 1280 * 960 * 3;  // k4VGA, the most bytes a pixel
 
 [[noreturn]] void refuse(const char* pWhat) {
-  raiseError("OXVideoStream", "openShared",
-             std::string("No shared memory: ") + pWhat + ": " +
-                 std::generic_category().message(errno));
+  raiseError(
+      "OXVideoStream", "openShared",
+      std::string("No shared memory: ") + pWhat + ": " + std::generic_category().message(errno));
 }
 
 }  // namespace

@@ -95,8 +95,8 @@ void OXStreamService::xDeclareOwnership() {
 // ---- opening ----
 
 Streams::Wish OXStreamService::xWish(const char* pMethod, const std::string& pName,
-                                   std::vector<FrameFormat> pFormats, bool pIsMulti,
-                                   int pFps) const {
+                                     std::vector<FrameFormat> pFormats, bool pIsMulti,
+                                     int pFps) const {
   Streams::Wish wish{.method = pMethod,
                      .name = pName,
                      .formats = std::move(pFormats),
@@ -111,21 +111,21 @@ Streams::Wish OXStreamService::xWish(const char* pMethod, const std::string& pNa
 }
 
 std::unique_ptr<FrameStream> OXStreamService::open(const std::string& pName,
-                                                 const FrameFormat& pFormat, int pFps) {
+                                                   const FrameFormat& pFormat, int pFps) {
   const Streams::Wish wish{
       .method = "open", .name = pName, .formats = {pFormat}, .fps = pFps, .isShared = false};
   return std::make_unique<LocalStream>(fStreams, fStreams->open(wish));
 }
 
 std::string OXStreamService::open(const std::string& pName, const int& pCamera,
-                                const int& pResolution, const int& pColorSpace, const int& pFps) {
+                                  const int& pResolution, const int& pColorSpace, const int& pFps) {
   return fStreams->open(xWish("open", pName, {{pCamera, pResolution, pColorSpace}}, false, pFps))
       ->id();
 }
 
 std::string OXStreamService::openStreams(const std::string& pName, const OXValue& pCameras,
-                                       const OXValue& pResolutions, const OXValue& pColorSpaces,
-                                       const int& pFps) {
+                                         const OXValue& pResolutions, const OXValue& pColorSpaces,
+                                         const int& pFps) {
   constexpr const char* kMethod = "openStreams";
   return fStreams
       ->open(xWish(kMethod, pName, formatsOf(kMethod, pCameras, pResolutions, pColorSpaces), true,
@@ -134,24 +134,24 @@ std::string OXStreamService::openStreams(const std::string& pName, const OXValue
 }
 
 void OXStreamService::openShared(const std::string& pName, const int& pCamera,
-                               const int& pResolution, const int& pColorSpace, const int& pFps,
-                               const int& pSlots, OXCompletion pCompletion) {
+                                 const int& pResolution, const int& pColorSpace, const int& pFps,
+                                 const int& pSlots, OXCompletion pCompletion) {
   xOpenShared(xWish("openShared", pName, {{pCamera, pResolution, pColorSpace}}, false, pFps),
               pSlots, pCompletion);
 }
 
 void OXStreamService::openStreamsShared(const std::string& pName, const OXValue& pCameras,
-                                      const OXValue& pResolutions, const OXValue& pColorSpaces,
-                                      const int& pFps, const int& pSlots,
-                                      OXCompletion pCompletion) {
+                                        const OXValue& pResolutions, const OXValue& pColorSpaces,
+                                        const int& pFps, const int& pSlots,
+                                        OXCompletion pCompletion) {
   constexpr const char* kMethod = "openStreamsShared";
-  xOpenShared(xWish(kMethod, pName, formatsOf(kMethod, pCameras, pResolutions, pColorSpaces), true,
-                    pFps),
-              pSlots, pCompletion);
+  xOpenShared(
+      xWish(kMethod, pName, formatsOf(kMethod, pCameras, pResolutions, pColorSpaces), true, pFps),
+      pSlots, pCompletion);
 }
 
 void OXStreamService::xOpenShared(Streams::Wish pWish, int pSlots,
-                                const OXCompletion& pCompletion) {
+                                  const OXCompletion& pCompletion) {
   if (!pCompletion.takesDescriptor())
     raiseError(kName, pWish.method,
                "Shared memory needs a connection by a Unix-domain socket (unix:PATH), which this "
@@ -176,27 +176,28 @@ StreamPtr OXStreamService::xFind(const char* pMethod, const std::string& pId) co
   return fStreams->find(pMethod, pId, callerConnection());
 }
 
-void OXStreamService::next(const std::string& pId, const int& pTimeoutMs, OXCompletion pCompletion) {
+void OXStreamService::next(const std::string& pId, const int& pTimeoutMs,
+                           OXCompletion pCompletion) {
   xNext("next", pId, pTimeoutMs, Stream::Pixels::kConverted, false, std::move(pCompletion));
 }
 
 void OXStreamService::nextRaw(const std::string& pId, const int& pTimeoutMs,
-                            OXCompletion pCompletion) {
+                              OXCompletion pCompletion) {
   xNext("nextRaw", pId, pTimeoutMs, Stream::Pixels::kRaw, false, std::move(pCompletion));
 }
 
 void OXStreamService::nextShared(const std::string& pId, const int& pTimeoutMs,
-                               OXCompletion pCompletion) {
+                                 OXCompletion pCompletion) {
   xNext("nextShared", pId, pTimeoutMs, Stream::Pixels::kConverted, true, std::move(pCompletion));
 }
 
 void OXStreamService::nextRawShared(const std::string& pId, const int& pTimeoutMs,
-                                  OXCompletion pCompletion) {
+                                    OXCompletion pCompletion) {
   xNext("nextRawShared", pId, pTimeoutMs, Stream::Pixels::kRaw, true, std::move(pCompletion));
 }
 
 void OXStreamService::xNext(const char* pMethod, const std::string& pId, int pTimeoutMs,
-                          Stream::Pixels pPixels, bool pIsShared, OXCompletion pCompletion) {
+                            Stream::Pixels pPixels, bool pIsShared, OXCompletion pCompletion) {
   const StreamPtr stream = xFind(pMethod, pId);
   if (pTimeoutMs < 0 || pTimeoutMs > kMaxTimeoutMs)
     raiseError(kName, pMethod,
@@ -205,7 +206,7 @@ void OXStreamService::xNext(const char* pMethod, const std::string& pId, int pTi
   if (pIsShared && !stream->segment())
     raiseError(kName, pMethod,
                "Stream \"" + pId + "\" has no shared memory: open it with openShared");
-  const AnswerForm form{stream->isMulti(), OXCallerContext::current() == nullptr,
+  const AnswerForm form{stream->isMulti(), OXCallerContext::current() == nullptr, pTimeoutMs > 0,
                         fStreams->durations()};
   Request request;
   request.pixels = pPixels;
@@ -215,12 +216,12 @@ void OXStreamService::xNext(const char* pMethod, const std::string& pId, int pTi
   fStreams->delivery().ask(stream, std::move(request));
   // A request that waits is dropped when its caller is gone.
   if (pCompletion.isOver()) return;
-  pCompletion.onCancel([streams = boost::weak_ptr<Streams>(fStreams),
-                        weak = boost::weak_ptr<Stream>(stream)] {
-    const auto open = streams.lock();
-    const auto left = weak.lock();
-    if (open && left) open->delivery().dropLeft(left);
-  });
+  pCompletion.onCancel(
+      [streams = boost::weak_ptr<Streams>(fStreams), weak = boost::weak_ptr<Stream>(stream)] {
+        const auto open = streams.lock();
+        const auto left = weak.lock();
+        if (open && left) open->delivery().dropLeft(left);
+      });
 }
 
 void OXStreamService::release(const std::string& pId, const int& pSlot, const int& pGeneration) {
@@ -247,7 +248,9 @@ OXValue OXStreamService::statistics(const std::string& pId) {
                         toValue(all.ageMedianUs), toValue(all.age99Us), toValue(all.newestAgeUs));
 }
 
-void OXStreamService::close(const std::string& pId) { fStreams->close("close", xFind("close", pId)); }
+void OXStreamService::close(const std::string& pId) {
+  fStreams->close("close", xFind("close", pId));
+}
 
 OXValue OXStreamService::timings() {
   const auto row = [](const char* pStage, const OXDurations& pDurations) {

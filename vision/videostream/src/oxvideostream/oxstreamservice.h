@@ -14,8 +14,8 @@
 
 namespace OX {
 
-/// A module beside the device, made after it and ended before it as a rule; it survives its end. The
-/// broker owns both. A stream belongs to the connection that opened it, and ends with it.
+/// A module beside the device, made after it and ended before it as a rule; it survives its end.
+/// The broker owns both. A stream belongs to the connection that opened it, and ends with it.
 /// Thread-safe. OX::OXVideoStream is a record of the format of recordings.
 class OXStreamService : public OXModule, public IVideoStream {
  public:
@@ -37,8 +37,8 @@ class OXStreamService : public OXModule, public IVideoStream {
                   const int& pColorSpace, const int& pFps, const int& pSlots,
                   OXCompletion pCompletion);
   void openStreamsShared(const std::string& pName, const OXValue& pCameras,
-                         const OXValue& pResolutions, const OXValue& pColorSpaces,
-                         const int& pFps, const int& pSlots, OXCompletion pCompletion);
+                         const OXValue& pResolutions, const OXValue& pColorSpaces, const int& pFps,
+                         const int& pSlots, OXCompletion pCompletion);
   void next(const std::string& pId, const int& pTimeoutMs, OXCompletion pCompletion);
   void nextRaw(const std::string& pId, const int& pTimeoutMs, OXCompletion pCompletion);
   void nextShared(const std::string& pId, const int& pTimeoutMs, OXCompletion pCompletion);

@@ -1,4 +1,5 @@
-// The publications of OXVideoStream, with their texts, from which docs/reference.md has its chapter.
+// The publications of OXVideoStream, with their texts, from which docs/reference.md has its
+// chapter.
 #include <oxframework/oxcompletion.h>
 #include <oxvalue/detail/publication.h>
 #include "oxstreamservice.h"
@@ -53,8 +54,9 @@ std::vector<Row> openingRows() {
        .method = operation(&Service::openStreams),
        .parameters = {name(), lists[0], lists[1], lists[2], fps},
        .result = {"id", "id of the stream and of its subscriber"},
-       .examples = {{"shell", "oxvideo call --keep OXVideoStream openStreams both '[0, 1]' "
-                              "'[2, 1]' '[11, 0]' 0"}}},
+       .examples = {{"shell",
+                     "oxvideo call --keep OXVideoStream openStreams both '[0, 1]' "
+                     "'[2, 1]' '[11, 0]' 0"}}},
       {.name = "openShared",
        .description = "Opens a stream of one camera with memory that the client maps; only by a "
                       "Unix-domain socket. Fails beyond 64 MiB a client and 512 MiB in all "
@@ -118,8 +120,9 @@ std::vector<Row> otherRows() {
                       "of a camera, by more than 1 where frames were skipped",
        .method = operation(&Service::frameNumber),
        .parameters = {{"id", kId}},
-       .result = {"number", "int, 0 before the first; array of them for several cameras. One of "
-                            "more than 31 bits is an array of its upper and lower 32 bits"}},
+       .result = {"number",
+                  "int, 0 before the first; array of them for several cameras. One of "
+                  "more than 31 bits is an array of its upper and lower 32 bits"}},
       {.name = "statistics",
        .description = "What became of the frames of a stream",
        .method = operation(&Service::statistics),
@@ -138,8 +141,9 @@ std::vector<Row> otherRows() {
        .description = "How long the stages of a delivery took since the broker began, of all "
                       "streams together",
        .method = operation(&Service::timings),
-       .result = {"stages", "array with one array a stage: name; how often; median, microseconds "
-                            "(float); 99th percentile"},
+       .result = {"stages",
+                  "array with one array a stage: name; how often; median, microseconds "
+                  "(float); 99th percentile"},
        .examples = {{"shell", "oxvideo call OXVideoStream timings"}}},
   };
 }

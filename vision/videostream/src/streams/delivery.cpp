@@ -1,5 +1,5 @@
-// A request that is being served is out of its line, and so is the business of one thread alone. The
-// others only leave word there that something has happened (again), which that thread looks at
+// A request that is being served is out of its line, and so is the business of one thread alone.
+// The others only leave word there that something has happened (again), which that thread looks at
 // before it goes. Whatever has no event that ends it has a moment at which the timer looks.
 #include "delivery.h"
 
@@ -15,8 +15,8 @@
 namespace OX {
 namespace {
 
-// Before the device is asked again for what it had not, though it was due, or failed to deliver. Each
-// failure leaves a record; a newer frame may fare better, and ends the pause.
+// Before the device is asked again for what it had not, though it was due, or failed to deliver.
+// Each failure leaves a record; a newer frame may fare better, and ends the pause.
 constexpr std::chrono::milliseconds kShortPause(5);
 constexpr std::chrono::milliseconds kFailurePause(250);
 // Before the broker is asked again for a thread, or the system for memory.
@@ -103,7 +103,7 @@ void Delivery::noteRoom(const StreamPtr& pStream) {
   Work work;
   {
     const detail::MutexLock hold(fGuard);
-    pStream->line().awaitsRoom = false;
+    for (Request& request : pStream->line().requests) request.awaitsRoom = false;
     xExamine(pStream, Clock::now(), work);
   }
   xDo(work);
@@ -160,9 +160,9 @@ void Delivery::onSubscriberEnded() {
 
 bool Delivery::xMayServe(Stream& pStream, Clock::time_point pNow) const {
   const StreamLine& line = pStream.line();
-  if (line.requests.empty() || line.awaitsRoom || line.notBefore > pNow) return false;
+  if (line.requests.empty() || line.notBefore > pNow) return false;
   const Request& first = line.requests.front();
-  if (!first.mayBeGiven()) return false;
+  if (!first.mayBeServed()) return false;
   // Of several cameras, when the time is over, those that have something.
   if (first.deadline <= pNow && pStream.isMulti() && pStream.hasAnyNew()) return true;
   const auto chance = pStream.nextChance(pNow);
@@ -223,7 +223,7 @@ void Delivery::xWakeFor(Stream& pStream, Clock::time_point pNow) {
   const StreamLine& line = pStream.line();
   if (line.requests.empty() || line.isServed || line.isDue) return;
   for (const Request& request : line.requests) xWakeAt(request.deadline);
-  if (line.awaitsRoom || !line.requests.front().mayBeGiven()) return;
+  if (!line.requests.front().mayBeServed()) return;
   if (const auto chance = pStream.nextChance(pNow)) xWakeAt(std::max(*chance, line.notBefore));
 }
 
@@ -353,7 +353,7 @@ bool Delivery::xServeFirst(const StreamPtr& pStream) {
     }
     if (!xMayServe(*pStream, Clock::now())) return false;
     if (!line.requests.front().receiver->prepare(targets, pStream->cameras())) {
-      line.awaitsRoom = true;
+      line.requests.front().awaitsRoom = true;
       return false;
     }
     request = std::move(line.requests.front());
@@ -403,15 +403,10 @@ bool Delivery::xIsReady(const StreamPtr& pStream, Request& pRequest) {
   pRequest.receiver->whenReady([flag = pRequest.isReady, weak = weak_from_this(),
                                 stream = boost::weak_ptr<Stream>(pStream)] {
     *flag = true;
+    // On a thread that may work, or within the call below, whose thread looks again.
     const auto self = weak.lock();
     const StreamPtr waiting = stream.lock();
-    if (!self || !waiting) return;
-    Work work;
-    {
-      const detail::MutexLock hold(self->fGuard);
-      self->xExamine(waiting, Clock::now(), work);
-    }
-    self->xDo(work);
+    if (self && waiting) self->xServe(waiting);
   });
   return *pRequest.isReady;
 }

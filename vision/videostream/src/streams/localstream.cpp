@@ -124,8 +124,7 @@ LocalStream::~LocalStream() {
 
 void LocalStream::onFrame(std::function<void(Frame)> pCallback) {
   boost::shared_ptr<FrameCallback> next;
-  if (pCallback)
-    next = boost::make_shared<FrameCallback>(std::move(pCallback), fStreams, fStream);
+  if (pCallback) next = boost::make_shared<FrameCallback>(std::move(pCallback), fStreams, fStream);
   boost::shared_ptr<FrameCallback> earlier = next;
   {
     const detail::MutexLock hold(fGuard);
@@ -160,8 +159,8 @@ Frame LocalStream::xWait(Stream::Pixels pPixels, std::chrono::microseconds pTime
       Frame frame;
       const Stream::Result result = fStream->take(pPixels, false, {}, {&frame, 1});
       if (result == Stream::Result::kFrame) return frame;
-      notBefore = Clock::now() +
-                  (result == Stream::Result::kNothingNew ? kShortPause : kFailurePause);
+      notBefore =
+          Clock::now() + (result == Stream::Result::kNothingNew ? kShortPause : kFailurePause);
       continue;
     }
     if (now >= deadline) {
@@ -170,8 +169,8 @@ Frame LocalStream::xWait(Stream::Pixels pPixels, std::chrono::microseconds pTime
     }
     const Clock::time_point moment = next ? std::max(*next, notBefore) : deadline;
     // Rounded up: a wait that ends before the moment would be followed by another one.
-    fStream->wakeup().wait(seen, std::chrono::ceil<std::chrono::microseconds>(
-                                     std::min(moment, deadline) - now));
+    fStream->wakeup().wait(
+        seen, std::chrono::ceil<std::chrono::microseconds>(std::min(moment, deadline) - now));
     if (fStream->wakeup().count() != seen) notBefore = {};
   }
 }

@@ -6,8 +6,8 @@
 
 namespace OX {
 
-/// When a stream may be given its next frame. The moments lie a period apart from each other and not
-/// from when frames were given: a camera's frames come a little early and a little late, and a
+/// When a stream may be given its next frame. The moments lie a period apart from each other and
+/// not from when frames were given: a camera's frames come a little early and a little late, and a
 /// stream of the camera's own rate must not lose every second one to that.
 ///
 /// Thread-safe; given() is called by one thread at a time.

@@ -14,8 +14,8 @@ namespace OX {
 class Quota : public boost::enable_shared_from_this<Quota> {
  public:
   struct Limits {
-    int streams = 64;           ///< of a connection
-    int sharedMiB = 64;         ///< of a connection, unless it has one stream only
+    int streams = 64;    ///< of a connection
+    int sharedMiB = 64;  ///< of a connection, unless it has one stream only
     int sharedMiBInAll = 512;
   };
   explicit Quota(const Limits& pLimits) : fLimits(pLimits) {}

@@ -27,11 +27,11 @@ class CallReceiver : public Receiver {
 };
 
 /// A frame for another process is taken when it would be sent at once: one that waits in a queue
-/// grows old there, and keeps its buffer from the device.
+/// grows old there, and keeps its buffer from the device. Unless it is wanted now or never.
 class SocketReceiver final : public CallReceiver {
  public:
   using CallReceiver::CallReceiver;
-  bool mustBeReady() const override { return !fForm.isLocal; }
+  bool mustBeReady() const override { return !fForm.isLocal && fForm.mayWait; }
   void whenReady(std::function<void()> pReady) override {
     fCompletion.whenReady(std::move(pReady));
   }

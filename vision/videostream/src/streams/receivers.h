@@ -17,6 +17,7 @@ namespace OX {
 struct AnswerForm {
   bool isMulti = false;  ///< a list of images
   bool isLocal = false;  ///< to a caller of this process, which may keep it
+  bool mayWait = true;   ///< for room to send it
   boost::shared_ptr<StreamDurations> durations{};
 };
 

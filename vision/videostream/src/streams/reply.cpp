@@ -56,8 +56,9 @@ OXValue joinedReply(std::span<const Frame> pFrames) {
 
 OXValue sharedReply(const Frame& pFrame, const Segment& pSegment, const Slots::Slot& pSlot) {
   const OXImage& image = pFrame.image();
-  return toValue(image, OXValue::array(pSlot.index, static_cast<int>(pSegment.offsetOf(pSlot.index)),
-                                       static_cast<int>(image.getSizeBytes()), pSlot.generation));
+  return toValue(image,
+                 OXValue::array(pSlot.index, static_cast<int>(pSegment.offsetOf(pSlot.index)),
+                                static_cast<int>(image.getSizeBytes()), pSlot.generation));
 }
 
 }  // namespace OX

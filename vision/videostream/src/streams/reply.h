@@ -12,8 +12,8 @@ namespace OX {
 
 class Segment;
 
-/// The array of 12 elements of OXImage::toOXValue(). The value keeps the frame, whose pixels are not
-/// copied.
+/// The array of 12 elements of OXImage::toOXValue(). The value keeps the frame, whose pixels are
+/// not copied.
 OXValue lentReply(Frame&& pFrame);
 /// The same with a copy of the pixels, for callers that may keep the value.
 OXValue copiedReply(const Frame& pFrame);

@@ -49,7 +49,8 @@ struct Request {
 
   /// Set by what whenReady() calls; null before it was asked.
   boost::shared_ptr<std::atomic<bool>> isReady{};
-  bool mayBeGiven() const { return !isReady || *isReady; }
+  bool awaitsRoom = false;  ///< it could not be prepared
+  bool mayBeServed() const { return !awaitsRoom && (!isReady || *isReady); }
 };
 
 }  // namespace OX

@@ -1,5 +1,5 @@
-// Marks and counters are atomic, since they are read at each event, on the thread of whoever pushes;
-// only the taking of frames itself has a lock.
+// Marks and counters are atomic, since they are read at each event, on the thread of whoever
+// pushes; only the taking of frames itself has a lock.
 #include "stream.h"
 
 #include <algorithm>
@@ -8,15 +8,14 @@
 namespace OX {
 
 Stream::Stream(Setup pSetup)
-    : fSetup(std::move(pSetup)),
-      fMarks(fSetup.subscription->formats().size()),
-      fPace(fSetup.fps) {
+    : fSetup(std::move(pSetup)), fMarks(fSetup.subscription->formats().size()), fPace(fSetup.fps) {
   for (const FrameFormat& format : formats()) note(format.camera);
 }
 
 OXError Stream::overError(const std::string& pId) {
-  return {"OXVideoStream", "next",
-          "Stream \"" + pId + "\" has ended: its subscriber was unsubscribed, or the device has ended"};
+  return {
+      "OXVideoStream", "next",
+      "Stream \"" + pId + "\" has ended: its subscriber was unsubscribed, or the device has ended"};
 }
 
 bool Stream::hasCamera(int pCamera) const {

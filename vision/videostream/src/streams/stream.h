@@ -45,11 +45,10 @@ struct StreamLine {
   std::deque<Request> requests;
   boost::shared_ptr<StreamGroup> group;
   std::function<void(Receiver&)> farewell;  ///< set when it takes no more requests
-  bool isServed = false;    ///< by a thread, which has taken a request out or is about to
-  bool again = false;       ///< something has happened meanwhile
-  bool isDue = false;       ///< it is in its group
-  bool isWoken = false;     ///< by a frame
-  bool awaitsRoom = false;  ///< the first request could not be prepared
+  bool isServed = false;  ///< by a thread, which has taken a request out or is about to
+  bool again = false;     ///< something has happened meanwhile
+  bool isDue = false;     ///< it is in its group
+  bool isWoken = false;   ///< by a frame
   Pace::Clock::time_point notBefore{};  ///< after the device failed to deliver
 };
 

@@ -53,10 +53,11 @@ Streams::Streams(const OXBroker& pBroker, boost::weak_ptr<IFrameSource> pSource)
 boost::shared_ptr<Streams> Streams::create(const boost::shared_ptr<OXBroker>& pBroker,
                                            boost::weak_ptr<IFrameSource> pSource) {
   const boost::shared_ptr<Streams> streams(new Streams(*pBroker, std::move(pSource)));
-  streams->fDelivery = boost::make_shared<Delivery>(
-      pBroker, streams->fDurations, [weak = streams->weak_from_this()] {
-        if (const auto self = weak.lock()) self->xDropEnded();
-      });
+  streams->fDelivery = boost::make_shared<Delivery>(pBroker, streams->fDurations,
+                                                    [weak = streams->weak_from_this()] {
+                                                      if (const auto self = weak.lock())
+                                                        self->xDropEnded();
+                                                    });
   return streams;
 }
 
@@ -91,8 +92,8 @@ StreamPtr Streams::open(const Wish& pWish) {
   setup.owner = pWish.owner;
   setup.isMulti = pWish.isMulti;
   setup.fps = pWish.fps;
-  setup.subscription = source->subscribeFrames(pWish.name, pWish.formats, pWish.isMulti,
-                                               askedFps(pWish.fps));
+  setup.subscription =
+      source->subscribeFrames(pWish.name, pWish.formats, pWish.isMulti, askedFps(pWish.fps));
   const boost::shared_ptr<FrameSubscription> subscription = setup.subscription;
   try {
     return xAdd(pWish, std::move(setup));

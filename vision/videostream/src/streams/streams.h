@@ -36,7 +36,7 @@ class Streams : public boost::enable_shared_from_this<Streams> {
     std::vector<FrameFormat> formats;
     bool isMulti = false;
     int fps = 0;
-    int slots = 0;  ///< of shared memory; 0: none
+    int slots = 0;                         ///< of shared memory; 0: none
     int connection = StreamOwner::kLocal;  ///< whose limits count
     StreamOwner owner{};
     bool isShared = true;  ///< one task serves it with others of its formats
