@@ -143,6 +143,26 @@ def status(service):
             yield fenced(example["language"], example["text"])
 
 
+def streams(service):
+    """OXVideoStream, whose own texts say all."""
+    yield f"## OXVideoStream\n\n{prose(service.stream_description)}"
+    yield prose("How answers look on the wire, and how a client maps shared memory: "
+                "[streams](wire.md#streams). Modules of the broker's own process use "
+                "`IVideoStream` (`<oxvision/ivideostream.h>`).")
+    for published in service.stream_methods:
+        parameters = ", ".join(f"{part['type']} {part['name']}"
+                               for part in published["parameters"])
+        yield f"### `{published['return']['type']} {published['name']}({parameters})`\n"
+        yield prose(published["description"] + ".")
+        yield table(("parameter", "type", "meaning"),
+                    [row(f"`{part['name']}`", part["type"], part["description"])
+                     for part in published["parameters"]])
+        if published["return"]["description"]:
+            yield prose(f"**Returns** {published['return']['description']}.")
+        for example in published["examples"]:
+            yield fenced(example["language"], example["text"])
+
+
 def reference(service, descriptions):
     calls = json.loads((CALLS / "calls.json").read_text())
     file_calls = json.loads((CALLS / "calls_filecam.json").read_text())
@@ -154,4 +174,5 @@ def reference(service, descriptions):
             blocks += [heading(method), *own_words(method), *special_cases(method, cases),
                        *as_published(method)]
     blocks += status(service)
+    blocks += [block for block in streams(service) if block]
     return "\n".join(blocks)

@@ -1,4 +1,4 @@
-"""What a running broker says of the services OXVideoDevice and OXVideoStatus, by introspection."""
+"""What a running broker says of its services, by introspection."""
 import json
 import pathlib
 import subprocess
@@ -8,6 +8,7 @@ from .descriptions import ROOT, Problem
 
 MODULE = "OXVideoDevice"
 STATUS = "OXVideoStatus"
+STREAM = "OXVideoStream"
 
 
 class Broker:
@@ -54,6 +55,9 @@ class Service:
             self.status_methods = broker.ask("methods", STATUS, "--json")
             self.status_description, _ = broker.ask(
                 "call", "OXBroker", "getModuleDescription", json.dumps(STATUS))
+            self.stream_methods = broker.ask("methods", STREAM, "--json")
+            self.stream_description, _ = broker.ask(
+                "call", "OXBroker", "getModuleDescription", json.dumps(STREAM))
         with Broker(programs, library, "FileCam") as broker:
             # A file camera has the device's publications first.
             self.file_methods = broker.ask("methods", MODULE, "--json")[len(self.methods):]

@@ -65,8 +65,8 @@ class OX_API IVideoStream {
  public:
   virtual ~IVideoStream() = default;
 
-  /// Opens a stream and subscribes it at the device. A negative camera is the device's active one,
-  /// now and later. pFps is 0 for each frame as it comes, with 30 a second asked of the camera, or
+  /// Opens a stream and subscribes it at the device. A negative camera is the one that is active
+  /// now. pFps is 0 for each frame as it comes, with 30 a second asked of the camera, or
   /// 1 to 255 for at most so many, with at least 5 asked of it. Throws OXError as subscribeCamera()
   /// does, and when there is no device any more.
   virtual std::unique_ptr<FrameStream> open(const std::string& pName, const FrameFormat& pFormat,

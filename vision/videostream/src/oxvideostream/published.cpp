@@ -29,7 +29,7 @@ constexpr const char* kSlots =
     "images that the memory holds, 2 to 32 and one for each camera at least; 0 for 4, and 2 for "
     "each camera";
 
-Row::Text camera() { return {"camera", "camera, from 0; negative: the active one, now and later"}; }
+Row::Text camera() { return {"camera", "camera, from 0; negative: the one that is active now"}; }
 Row::Text resolution() { return {"resolution", "0 (160 x 120) to 3 (1280 x 960)"}; }
 Row::Text colorSpace() { return {"colorSpace", "colour space of the images"}; }
 Row::Text name() { return {"name", "name of the subscriber; the id if it is free"}; }
@@ -88,7 +88,7 @@ std::vector<Row> frameRows() {
        .examples = {{"shell", "oxvideo call OXVideoStream next mine 1000"}}},
       {.name = "nextRaw",
        .description = "The same as the camera has it: kYUV422 at the camera's own size. A frame "
-                      "that next gave is not given again",
+                      "that next has returned is not returned again",
        .method = operation(&Service::nextRaw),
        .parameters = request,
        .result = {"image", kImage}},
@@ -138,8 +138,12 @@ std::vector<Row> otherRows() {
        .method = operation(&Service::close),
        .parameters = {{"id", kId}}},
       {.name = "timings",
-       .description = "How long the stages of a delivery took since the broker began, of all "
-                      "streams together",
+       .description =
+           "How long the stages of a delivery took since the broker began, of all "
+           "streams together: push (the copy of a pushed frame), resample (to the camera's size), "
+           "convert (to a subscriber's format), wake (from the arrival of a frame to the beginning "
+           "of its delivery to a request that waits), copy (of pixels that can't stay where they "
+           "are), send (of an answer, until the system has it or its socket is full)",
        .method = operation(&Service::timings),
        .result = {"stages",
                   "array with one array a stage: name; how often; median, microseconds "
