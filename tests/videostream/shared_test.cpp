@@ -184,6 +184,51 @@ TEST_F(Sharing, ASlotIsTheClientsUntilItReleasesIt) {
             "Stream \"mine\" belongs to another connection");
 }
 
+TEST_F(Sharing, AFrameIsThereBeforeItIsAskedForWhileTheClientKeepsUp) {
+  start();
+  StreamClient client = connect();
+  const Mapping memory(client, "openShared", wish("mine", 2));
+  const StreamProbe probe(*fStreams);
+  const auto conversions = [&] { return client.call("timings")[2][1].toInt(); };
+  const auto take = [&](int pShade) {
+    const OXValue image = client.call("nextShared", "mine", 1000);
+    EXPECT_EQ(memory.shade(image), pShade);
+    if (image.isArray()) release(client, "mine", image[6]);
+  };
+  push(1);
+  take(1);
+  for (int shade = 2; shade <= 4; ++shade) {
+    push(shade);
+    ASSERT_TRUE(eventually([&] { return probe.hasAhead("mine"); }));
+    const int before = conversions();
+    take(shade);
+    EXPECT_EQ(conversions(), before);
+  }
+  EXPECT_EQ(client.statistic("mine", 0), 4);
+  // What is not asked for is prepared once and no more.
+  push(5);
+  ASSERT_TRUE(eventually([&] { return probe.hasAhead("mine"); }));
+  push(6);
+  push(7);
+  EXPECT_FALSE(probe.hasAhead("mine"));
+  const int before = conversions();
+  take(7);
+  EXPECT_EQ(conversions(), before + 1);
+  EXPECT_EQ(client.statistic("mine", 1), 2);
+  // Given by the socket, it is not given again.
+  push(8);
+  take(8);
+  push(9);
+  ASSERT_TRUE(eventually([&] { return probe.hasAhead("mine"); }));
+  EXPECT_EQ(shadeOf(client.call("next", "mine", 1000)), 9);
+  EXPECT_FALSE(client.call("nextShared", "mine", 10).isValid());
+  push(10);
+  take(10);
+  push(11);
+  ASSERT_TRUE(eventually([&] { return probe.hasAhead("mine"); }));
+  client.call("close", "mine");
+}
+
 TEST_F(Sharing, AClientCanOnlyRead) {
   start();
   StreamClient client = connect();

@@ -17,6 +17,7 @@
 #include <oxframework/oxremotebroker.h>
 #include <oxframework/oxserver.h>
 #include <oxframework/oxservices.h>
+#include "memory/aheadframe.h"
 #include "oxvideostream/oxstreamservice.h"
 #include "oxvisionsimulatorcam.h"
 #include "support/capture_log.h"
@@ -63,12 +64,24 @@ class StreamProbe {
     }
     return count;
   }
+  /// Whether a frame is there that a stream was not asked for.
+  bool hasAhead(const std::string& pId) const {
+    const StreamPtr stream = fStreams.find("test", pId, owner(pId));
+    Delivery& delivery = *fStreams.fDelivery;
+    const detail::MutexLock hold(delivery.fGuard);
+    return stream->line().ahead != nullptr;
+  }
   std::size_t countStreams() const {
     const detail::MutexLock hold(fStreams.fGuard);
     return fStreams.fStreams.size();
   }
 
  private:
+  int owner(const std::string& pId) const {
+    const detail::MutexLock hold(fStreams.fGuard);
+    return fStreams.fStreams.at(pId)->owner().connection;
+  }
+
   const Streams& fStreams;
 };
 

@@ -207,7 +207,7 @@ void OXStreamService::xNext(const char* pMethod, const std::string& pId, int pTi
     raiseError(kName, pMethod,
                "Stream \"" + pId + "\" has no shared memory: open it with openShared");
   const AnswerForm form{stream->isMulti(), OXCallerContext::current() == nullptr, pTimeoutMs > 0,
-                        fStreams->durations()};
+                        pPixels == Stream::Pixels::kRaw, fStreams->durations()};
   Request request;
   request.pixels = pPixels;
   request.deadline = Request::Clock::now() + std::chrono::milliseconds(pTimeoutMs);

@@ -11,6 +11,7 @@
 #include <oxframework/oxbroker.h>
 #include <oxframework/oxlog.h>
 #include <oxvalue/detail/oxfunctor.h>
+#include "memory/aheadframe.h"
 
 namespace OX {
 namespace {
@@ -21,6 +22,11 @@ constexpr std::chrono::milliseconds kShortPause(5);
 constexpr std::chrono::milliseconds kFailurePause(250);
 // Before the broker is asked again for a thread, or the system for memory.
 constexpr std::chrono::milliseconds kPostPause(100);
+
+Stream::Clock::time_point pauseAfter(Stream::Result pResult) {
+  return Stream::Clock::now() +
+         (pResult == Stream::Result::kNothingNew ? kShortPause : kFailurePause);
+}
 
 }  // namespace
 
@@ -53,12 +59,14 @@ void Delivery::add(const StreamPtr& pStream, bool pIsShared) {
 
 void Delivery::end(const StreamPtr& pStream, const Farewell& pFarewell) {
   std::deque<Request> requests;
+  std::unique_ptr<AheadFrame> ahead;
   {
     const detail::MutexLock hold(fGuard);
     StreamLine& line = pStream->line();
     if (line.farewell) return;
     line.farewell = pFarewell;
     requests.swap(line.requests);
+    ahead.swap(line.ahead);
     std::erase(fStreams, pStream);
     pStream->setEnded();
   }
@@ -129,9 +137,9 @@ void Delivery::onFrame(int pCamera) {
       stream->wakeup().notify();
       StreamLine& line = stream->line();
       line.notBefore = {};
-      if (line.requests.empty() && !line.isServed) continue;
+      if (line.requests.empty() && !line.isServed && !stream->segment()) continue;
       xTryExamine(stream, now, work);
-      line.isWoken |= line.isDue && stream->hasAnyNew();
+      line.isWoken |= line.isDue && !line.requests.empty() && stream->hasAnyNew();
     }
   }
   xDo(work);
@@ -169,13 +177,30 @@ bool Delivery::xMayServe(Stream& pStream, Clock::time_point pNow) const {
   return chance && *chance <= pNow;
 }
 
+bool Delivery::xMayFetch(Stream& pStream, Clock::time_point pNow) const {
+  const StreamLine& line = pStream.line();
+  if (!pStream.segment() || pStream.isMulti() || !pStream.keepsUp() || line.farewell) return false;
+  if (!line.requests.empty() || line.ahead || line.notBefore > pNow) return false;
+  const auto chance = pStream.nextChance(pNow);
+  return pStream.hasAnyNew() && chance && *chance <= pNow;
+}
+
+/// Who did not ask for a frame while it was the newest may not ask for the next one either.
+void Delivery::xDropOutdated(Stream& pStream, Work& pWork) {
+  StreamLine& line = pStream.line();
+  if (!line.ahead || pStream.isNext(line.ahead->frame())) return;
+  pStream.setBehind();
+  pWork.outdated.push_back(std::move(line.ahead));
+}
+
 void Delivery::xExamine(const StreamPtr& pStream, Clock::time_point pNow, Work& pWork) {
   StreamLine& line = pStream->line();
   if (line.isServed) {
     line.again = true;
     return;
   }
-  if (xMayServe(*pStream, pNow))
+  xDropOutdated(*pStream, pWork);
+  if (xMayServe(*pStream, pNow) || xMayFetch(*pStream, pNow))
     xQueue(pStream, pWork);
   else
     xTakeExpired(*pStream, pNow, pWork);
@@ -314,7 +339,7 @@ void Delivery::xServe(const StreamPtr& pStream) {
   }
   try {
     do
-      while (xServeFirst(pStream)) continue;
+      while (xServeFirst(pStream) || xFetchAhead(pStream)) continue;
     while (!xHasServed(pStream));
   } catch (...) {  // no memory: others may serve it, and its requests end with their time
     const detail::MutexLock hold(fGuard);
@@ -343,6 +368,7 @@ bool Delivery::xHasServed(const StreamPtr& pStream) {
 bool Delivery::xServeFirst(const StreamPtr& pStream) {
   Request request;
   std::vector<FrameTarget> targets;
+  std::unique_ptr<AheadFrame> ahead;
   {
     Work work;
     const detail::MutexLock hold(fGuard);
@@ -352,7 +378,10 @@ bool Delivery::xServeFirst(const StreamPtr& pStream) {
       line.requests.pop_front();
     }
     if (!xMayServe(*pStream, Clock::now())) return false;
-    if (!line.requests.front().receiver->prepare(targets, pStream->cameras())) {
+    xDropOutdated(*pStream, work);
+    if (line.ahead && line.requests.front().receiver->adopt(*line.ahead)) {
+      ahead = std::move(line.ahead);
+    } else if (!line.requests.front().receiver->prepare(targets, pStream->cameras())) {
       line.requests.front().awaitsRoom = true;
       return false;
     }
@@ -360,7 +389,7 @@ bool Delivery::xServeFirst(const StreamPtr& pStream) {
     line.requests.pop_front();
   }
   try {
-    return xGive(pStream, request, targets);
+    return ahead ? xGiveAhead(pStream, request, *ahead) : xGive(pStream, request, targets);
   } catch (...) {
     if (request.receiver) request.receiver->fail(detail::currentError());
     return true;
@@ -375,7 +404,9 @@ bool Delivery::xGive(const StreamPtr& pStream, Request& pRequest,
   }
   std::vector<Frame> frames(pStream->cameras());
   const bool isOutOfTime = pRequest.deadline <= Clock::now();
-  switch (pStream->take(pRequest.pixels, isOutOfTime && pStream->isMulti(), pTargets, frames)) {
+  const Stream::Result result =
+      pStream->take(pRequest.pixels, isOutOfTime && pStream->isMulti(), pTargets, frames);
+  switch (result) {
     case Stream::Result::kFrame:
       for (const Frame& frame : frames)
         if (!frame) {
@@ -388,13 +419,39 @@ bool Delivery::xGive(const StreamPtr& pStream, Request& pRequest,
       pRequest.receiver->fail(Stream::overError(pStream->id()));
       return true;
     case Stream::Result::kNothingNew:
-      xPutBack(pStream, std::move(pRequest), Clock::now() + kShortPause);
-      return false;
     case Stream::Result::kFailed:
-      xPutBack(pStream, std::move(pRequest), Clock::now() + kFailurePause);
-      return false;
+      break;
   }
+  xPutBack(pStream, std::move(pRequest), pauseAfter(result));
   return false;
+}
+
+/// Whether there may be more to do.
+bool Delivery::xFetchAhead(const StreamPtr& pStream) {
+  std::unique_ptr<AheadFrame> ahead;
+  {
+    const detail::MutexLock hold(fGuard);
+    if (!xMayFetch(*pStream, Clock::now())) return false;
+    const std::vector<Slots::Slot> slots = pStream->segment()->slots().take(1);
+    if (slots.empty()) return false;
+    ahead = std::make_unique<AheadFrame>(pStream->segment(), slots.front());
+  }
+  const Stream::Result result = pStream->fetch(ahead->target(), ahead->frame());
+  const detail::MutexLock hold(fGuard);
+  StreamLine& line = pStream->line();
+  if (result != Stream::Result::kFrame)
+    line.notBefore = pauseAfter(result);
+  else if (!line.farewell)
+    line.ahead = std::move(ahead);
+  return !line.requests.empty();
+}
+
+bool Delivery::xGiveAhead(const StreamPtr& pStream, Request& pRequest, AheadFrame& pAhead) {
+  if (pStream->countFetched(pAhead.frame()))
+    pRequest.receiver->give({&pAhead.frame(), 1});
+  else
+    xPutBack(pStream, std::move(pRequest), {});
+  return true;
 }
 
 bool Delivery::xIsReady(const StreamPtr& pStream, Request& pRequest) {

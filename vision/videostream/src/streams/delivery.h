@@ -30,6 +30,10 @@ class OXBroker;
 /// What time alone brings has one thread, which sleeps otherwise: time limits, the moment at which
 /// a rate lets a frame pass, the next step of a replay.
 ///
+/// For a client of shared memory that keeps up with its camera and has no request waiting, a frame
+/// is brought to its slot when it comes. One such frame that is not asked for ends that, until the
+/// client keeps up again.
+///
 /// One thread at a time serves a stream, so its requests get their frames in order. fGuard is held
 /// for bookkeeping alone: never while a frame is taken or anyone is answered. Thread-safe; lives as
 /// long as a task or an event of the device needs it.
@@ -72,6 +76,7 @@ class Delivery : public FrameListener, public boost::enable_shared_from_this<Del
     std::vector<GroupPtr> toPost;
     std::vector<Request> expired;
     std::vector<Request> dropped;
+    std::vector<std::unique_ptr<AheadFrame>> outdated;
   };
 
   // With the lock: what is to be done.
@@ -81,6 +86,8 @@ class Delivery : public FrameListener, public boost::enable_shared_from_this<Del
   void xTryExamine(const StreamPtr& pStream, Clock::time_point pNow, Work& pWork)
       OX_REQUIRES(fGuard);
   void xQueue(const StreamPtr& pStream, Work& pWork) OX_REQUIRES(fGuard);
+  bool xMayFetch(Stream& pStream, Clock::time_point pNow) const OX_REQUIRES(fGuard);
+  void xDropOutdated(Stream& pStream, Work& pWork) OX_REQUIRES(fGuard);
   void xTakeExpired(Stream& pStream, Clock::time_point pNow, Work& pWork) OX_REQUIRES(fGuard);
   void xTakeLeft(Stream& pStream, Work& pWork) OX_REQUIRES(fGuard);
   void xWakeFor(Stream& pStream, Clock::time_point pNow) OX_REQUIRES(fGuard);
@@ -95,6 +102,8 @@ class Delivery : public FrameListener, public boost::enable_shared_from_this<Del
   void xServe(const StreamPtr& pStream);
   bool xHasServed(const StreamPtr& pStream);
   bool xServeFirst(const StreamPtr& pStream);
+  bool xFetchAhead(const StreamPtr& pStream);
+  bool xGiveAhead(const StreamPtr& pStream, Request& pRequest, AheadFrame& pAhead);
   bool xGive(const StreamPtr& pStream, Request& pRequest, std::span<const FrameTarget> pTargets);
   bool xIsReady(const StreamPtr& pStream, Request& pRequest);
   void xPutBack(const StreamPtr& pStream, Request&& pRequest, Clock::time_point pNotBefore);

@@ -3,6 +3,7 @@
 #include <span>
 #include <utility>
 
+#include "memory/aheadframe.h"
 #include "reply.h"
 
 namespace OX {
@@ -58,6 +59,12 @@ class SharedReceiver final : public CallReceiver {
     if (fSlots.empty()) fSlots = fSegment->slots().take(pCount);
     for (const Slots::Slot& slot : fSlots) pTargets.push_back(fSegment->target(slot.index));
     return !fSlots.empty();
+  }
+
+  bool adopt(AheadFrame& pAhead) override {
+    if (fForm.isRaw || !fSlots.empty()) return false;
+    fSlots.push_back(pAhead.takeSlot());
+    return true;
   }
 
   void give(std::span<Frame> pFrames) override {

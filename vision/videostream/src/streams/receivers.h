@@ -18,6 +18,7 @@ struct AnswerForm {
   bool isMulti = false;  ///< a list of images
   bool isLocal = false;  ///< to a caller of this process, which may keep it
   bool mayWait = true;   ///< for room to send it
+  bool isRaw = false;
   boost::shared_ptr<StreamDurations> durations{};
 };
 

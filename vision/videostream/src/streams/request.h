@@ -16,6 +16,8 @@
 
 namespace OX {
 
+class AheadFrame;
+
 /// Who waits for a frame, and how it is brought there. Ended by one of give(), giveNothing() and
 /// fail(), or by its destruction. One thread at a time, except for isOver() and whenReady().
 class Receiver {
@@ -29,6 +31,8 @@ class Receiver {
                        [[maybe_unused]] std::size_t pCount) {
     return true;
   }
+  /// Takes the slot of a frame that is there already, with which give() is called then.
+  virtual bool adopt([[maybe_unused]] AheadFrame& pAhead) { return false; }
   /// Whether a frame is taken only after whenReady() has called pReady, once, now or later: when a
   /// frame would be on its way at once.
   virtual bool mustBeReady() const { return false; }

@@ -5,12 +5,16 @@
 #include <algorithm>
 #include <utility>
 
+#include "memory/aheadframe.h"
+
 namespace OX {
 
 Stream::Stream(Setup pSetup)
     : fSetup(std::move(pSetup)), fMarks(fSetup.subscription->formats().size()), fPace(fSetup.fps) {
   for (const FrameFormat& format : formats()) note(format.camera);
 }
+
+Stream::~Stream() = default;
 
 OXError Stream::overError(const std::string& pId) {
   return {
@@ -42,6 +46,11 @@ bool Stream::hasAnyNew() const {
   for (std::size_t i = 0; i < fMarks.size(); ++i)
     if (xIsNew(i)) return true;
   return false;
+}
+
+bool Stream::isNext(const Frame& pFrame) const {
+  return pFrame.number() > fMarks[0].given &&
+         pFrame.number() >= fSetup.subscription->newestFrame(0);
 }
 
 std::optional<Stream::Clock::time_point> Stream::xNextFrame(std::size_t pIndex,
@@ -87,6 +96,19 @@ Stream::Result Stream::take(Pixels pPixels, bool pIsPartial, std::span<const Fra
   return Result::kFrame;
 }
 
+Stream::Result Stream::fetch(const FrameTarget& pTarget, Frame& pFrame) {
+  const detail::MutexLock hold(fTaking);
+  return fSetup.subscription->take(0, fMarks[0].given, Pixels::kConverted, pFrame, pTarget);
+}
+
+bool Stream::countFetched(const Frame& pFrame) {
+  const detail::MutexLock hold(fTaking);
+  if (pFrame.number() <= fMarks[0].given) return false;
+  xCount(0, pFrame);
+  fPace.given(Clock::now());
+  return true;
+}
+
 void Stream::xCount(std::size_t pIndex, const Frame& pFrame) {
   Mark& mark = fMarks[pIndex];
   std::uint64_t none = 0;
@@ -94,8 +116,8 @@ void Stream::xCount(std::size_t pIndex, const Frame& pFrame) {
   const std::uint64_t expected = std::max(mark.given + 1, mark.first.load());
   mark.given = pFrame.number();
   fGiven.fetch_add(1, std::memory_order_relaxed);
-  if (pFrame.number() > expected)
-    fSkipped.fetch_add(pFrame.number() - expected, std::memory_order_relaxed);
+  fKeepsUp = pFrame.number() <= expected;
+  if (!fKeepsUp) fSkipped.fetch_add(pFrame.number() - expected, std::memory_order_relaxed);
   fAges.add(std::chrono::microseconds(OXClock::get().nowUs() - pFrame.arrivedUs()));
 }
 

@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <deque>
 #include <functional>
+#include <memory>
 #include <optional>
 #include <span>
 #include <string>
@@ -22,6 +23,7 @@
 
 namespace OX {
 
+class AheadFrame;
 class Segment;
 
 /// Whose a stream is.
@@ -45,6 +47,7 @@ struct StreamLine {
   std::deque<Request> requests;
   boost::shared_ptr<StreamGroup> group;
   std::function<void(Receiver&)> farewell;  ///< set when it takes no more requests
+  std::unique_ptr<AheadFrame> ahead;        ///< null when there is none
   bool isServed = false;  ///< by a thread, which has taken a request out or is about to
   bool again = false;     ///< something has happened meanwhile
   bool isDue = false;     ///< it is in its group
@@ -69,6 +72,7 @@ class Stream {
     boost::shared_ptr<Segment> segment{};  ///< null without shared memory
   };
   explicit Stream(Setup pSetup);
+  ~Stream();
 
   /// What the requests of a stream get whose subscriber somebody has unsubscribed.
   static OXError overError(const std::string& pId);
@@ -94,6 +98,16 @@ class Stream {
   /// are.
   Result take(Pixels pPixels, bool pIsPartial, std::span<const FrameTarget> pTargets,
               std::span<Frame> pFrames);
+  /// The newest converted frame of a stream of one camera. It does not count as given.
+  Result fetch(const FrameTarget& pTarget, Frame& pFrame);
+  /// That it is given now. False when another one that is no older was.
+  bool countFetched(const Frame& pFrame);
+  /// Whether its client asks for every frame: the last one that was given followed the one before.
+  bool keepsUp() const { return fKeepsUp; }
+  void setBehind() { fKeepsUp = false; }
+  /// Whether a frame of its first camera is what a request would get now.
+  bool isNext(const Frame& pFrame) const;
+
   /// Whether it is closed, or its subscriber is gone.
   bool hasEnded() const { return fHasEnded || fSetup.subscription->isOver(); }
   void setEnded() { fHasEnded = true; }
@@ -124,6 +138,7 @@ class Stream {
   Pace fPace;
   std::atomic<std::uint64_t> fGiven{0}, fSkipped{0}, fTimedOut{0};
   std::atomic<bool> fHasEnded{false};
+  std::atomic<bool> fKeepsUp{false};
   OXDurations fAges;
   OXWakeup fWakeup;
   StreamLine fLine;
