@@ -14,7 +14,7 @@ namespace OX::benchmarks {
 /// only; operations throw std::runtime_error when it fails or says nothing in time.
 class Child {
  public:
-  /// Arguments have no spaces. Returns when the child has said its first line.
+  /// On a core; -1: where the system likes. Returns when the child has said its first line.
   Child(const std::string& pRole, const std::vector<std::string>& pArguments, int pCore = -1);
   ~Child();
   Child(const Child&) = delete;

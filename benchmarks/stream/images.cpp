@@ -1,6 +1,7 @@
 // A remote image, getImageRemote of one that is converted already, beside a raw channel: a byte as
 // the request, then as many bytes as the image has, written from one buffer and read into one. The
-// plain client reads the broker's answers into one buffer too, and looks at none of them.
+// plain client reads the broker's answers into one buffer too, and looks at none of them. The
+// system chooses the cores, as it does for a user.
 #include <cstring>
 #include <string>
 #include <vector>
@@ -10,7 +11,6 @@
 #include "brokerside.h"
 #include "child.h"
 #include "measured.h"
-#include "placement.h"
 #include "rawchannel.h"
 #include "rows.h"
 #include "testframes.h"
@@ -21,7 +21,6 @@ namespace {
 constexpr char kMethod[] = "getImageRemote";
 constexpr char kId[] = "a";
 constexpr int kRepetitions = 11;
-constexpr Placement kPlacement = Placement::kOwnCores;
 
 struct Transfer {
   int resolution;
@@ -41,9 +40,7 @@ void subscribe(OXRemoteBroker& pBroker, int pResolution) {
 }
 
 void rawImage(benchmark::State& pState, const Transfer& pTransfer) {
-  Child child("raw", {pTransfer.socket, "1", std::to_string(pTransfer.bytes())},
-              coreFor(kPlacement, Side::kServer));
-  const ClientPlacement placement(kPlacement);
+  Child child("raw", {pTransfer.socket, "1", std::to_string(pTransfer.bytes())});
   RawSocket socket(child.greeting());
   std::vector<char> image(pTransfer.bytes());
   std::uint64_t count = 0;
@@ -61,8 +58,7 @@ void rawImage(benchmark::State& pState, const Transfer& pTransfer) {
 class ImageBroker {
  public:
   explicit ImageBroker(const Transfer& pTransfer)
-      : fChild("broker", {pTransfer.socket, "still"}, coreFor(kPlacement, Side::kServer)),
-        fPlacement(kPlacement),
+      : fChild("broker", {pTransfer.socket, "still"}),
         fClient(OXRemoteBroker::connect(fChild.greeting())) {
     subscribe(*fClient, pTransfer.resolution);
     fChild.ask("push " + std::to_string(pTransfer.resolution));
@@ -80,7 +76,6 @@ class ImageBroker {
 
  private:
   Child fChild;
-  const ClientPlacement fPlacement;
   const boost::shared_ptr<OXRemoteBroker> fClient;
   const OXValue fArguments = OXValue::array(kId);
 };
@@ -118,10 +113,10 @@ void addImages() {
       const Transfer transfer{resolution, socket};
       const auto add = [&](const char* pRow,
                            void (*pFunction)(benchmark::State&, const Transfer&)) {
-        addRow(std::string("remote image/") + getResolutionName(resolution) + ", " + name + "/" +
-                   pRow,
-               resolution == kVGA ? 600 : 200, kRepetitions,
-               [=](benchmark::State& pState) { pFunction(pState, transfer); });
+        addRow(
+            std::string("remote image/") + getResolutionName(resolution) + ", " + name + "/" + pRow,
+            resolution == kVGA ? 600 : 200, kRepetitions,
+            [=](benchmark::State& pState) { pFunction(pState, transfer); });
       };
       add("raw channel", rawImage);
       add("plain client, broker", plainClient);

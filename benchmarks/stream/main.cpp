@@ -17,6 +17,7 @@ int main(int pArgumentCount, char** pArguments) {
   if (benchmark::ReportUnrecognizedArguments(pArgumentCount, pArguments)) return 1;
   addSmallCalls();
   addImages();
+  addPeerImages();
   benchmark::RunSpecifiedBenchmarks();
   benchmark::Shutdown();
   return hasFailed() ? 1 : 0;

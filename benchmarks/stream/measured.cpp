@@ -30,8 +30,8 @@ void Samples::report(benchmark::State& pState) const {
 }
 
 void measureCalls(benchmark::State& pState, const std::function<void()>& pCall) {
-  for (benchmark::IterationCount i = 0; i < std::max<benchmark::IterationCount>(
-                                                1, pState.max_iterations / 10); ++i)
+  for (benchmark::IterationCount i = 0;
+       i < std::max<benchmark::IterationCount>(1, pState.max_iterations / 10); ++i)
     pCall();
   Samples samples;
   for (auto _ : pState) {

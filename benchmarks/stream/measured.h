@@ -15,7 +15,9 @@ using Steady = std::chrono::steady_clock;
 /// Single times of one repetition, in microseconds.
 class Samples {
  public:
-  void add(Steady::duration pTime) { addUs(std::chrono::duration<double, std::micro>(pTime).count()); }
+  void add(Steady::duration pTime) {
+    addUs(std::chrono::duration<double, std::micro>(pTime).count());
+  }
   void addUs(double pUs) { fUs.push_back(pUs); }
   std::size_t count() const { return fUs.size(); }
   /// Of the sorted times, 0 to 1; 0 when there are none.

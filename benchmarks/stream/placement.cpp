@@ -29,7 +29,6 @@ std::vector<int> cores() {
 }  // namespace
 
 int coreFor(Placement pPlacement, Side pSide) {
-  if (pPlacement == Placement::kFree) return -1;
   const std::vector<int> all = cores();
   if (pPlacement == Placement::kOneCore) return all.back();
   if (all.size() < 2) throw NotAvailable("needs two cores");

@@ -11,7 +11,6 @@ namespace OX::benchmarks {
 enum class Placement {
   kOwnCores,  ///< all threads of the client on one core, all of the server on another
   kOneCore,   ///< both on the same
-  kFree,      ///< where the system likes
 };
 enum class Side { kClient, kServer };
 
@@ -20,8 +19,8 @@ struct NotAvailable : std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
-/// The core for a side, of those that this program was started on; -1 for any of them. The last
-/// ones, since the first takes most interrupts. Throws NotAvailable where there is only one.
+/// The core for a side, of those that this program was started on: the last ones, since the first
+/// takes most interrupts. Throws NotAvailable where there is only one.
 int coreFor(Placement pPlacement, Side pSide);
 
 /// Moves all threads of a process to a core, -1 for all that this program was started on. Threads

@@ -147,8 +147,7 @@ std::string socketFile() {
 }
 
 RawListener::RawListener(bool pTcp) {
-  fDescriptor =
-      check(::socket(pTcp ? AF_INET : AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0), "socket");
+  fDescriptor = check(::socket(pTcp ? AF_INET : AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0), "socket");
   if (pTcp) {
     sockaddr_in address = tcpAddress("127.0.0.1:0");
     socklen_t size = sizeof address;
@@ -184,8 +183,7 @@ RawRequest::RawRequest(const std::string& pMethod, const std::string& pId) {
     head += {'\xd9', static_cast<char>(name.size())};
   else
     head += static_cast<char>(0xa0 + name.size());
-  const std::string bytes =
-      head + name + '\x91' + static_cast<char>(0xa0 + pId.size()) + pId;
+  const std::string bytes = head + name + '\x91' + static_cast<char>(0xa0 + pId.size()) + pId;
   fBytes.assign(bytes.begin(), bytes.end());
 }
 

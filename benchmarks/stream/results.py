@@ -79,6 +79,29 @@ def print_matrix(title, jobs, measure, relative):
 CLIENT = "OXRemoteBroker, broker"
 
 
+def beside_tools(tables):
+    """{resolution: {way: run}}: what a user could take to pass an image to another process."""
+    beside = {}
+    for job, ways in tables.get("remote image", {}).items():
+        resolution, socket = job.split(", ")
+        for way in (RAW, CLIENT):
+            if way in ways:
+                beside.setdefault(resolution, {})[f"{way}, {socket}"] = ways[way]
+    tools = tables.get("image one way", {})
+    for resolution, ways in tools.items():
+        beside.setdefault(resolution, {}).update(ways)
+    return beside if tools else {}
+
+
+def print_tools(jobs):
+    ways = list(dict.fromkeys(way for job in jobs.values() for way in job))
+    print_header(["an image, us"] + [cell for job in jobs for cell in (job, "99 %")])
+    for way in ways:
+        runs = [job.get(way, {}) for job in jobs.values()]
+        print_row([way] + [number(run.get(key)) for run in runs for key in ("median_us", "p99_us")])
+    print()
+
+
 def targets(tables):
     """What is wanted: text, bound, whether less is better, what was reached."""
     small = tables.get("small call", {})
@@ -89,6 +112,12 @@ def targets(tables):
     for job, ways in tables.get("remote image", {}).items():
         yield (f"remote image {job}", "of the raw channel's bytes a second", 0.92, False,
                ratio(rate(ways, CLIENT), rate(ways, RAW)))
+    for job, ways in beside_tools(tables).items():
+        ours = min((median(ways, way) for way in ways if way.startswith("OX")), default=None)
+        for way in ways:
+            if way in tables["image one way"].get(job, {}):
+                yield (f"image {job} beside {way}", "of its time", 1, True,
+                       ratio(ours, median(ways, way)))
 
 
 def print_targets(tables):
@@ -111,6 +140,8 @@ def main():
         print_matrix("small call, us", tables["small call"], median, "times raw")
     if "remote image" in tables:
         print_matrix("remote image, GB/s", tables["remote image"], rate, "of raw")
+    if jobs := beside_tools(tables):
+        print_tools(jobs)
     print("What is wanted and what this run has; what is missed is bold.\n")
     print_targets(tables)
     for what, reason in remarks.items():

@@ -5,6 +5,6 @@ namespace OX::benchmarks {
 
 void addSmallCalls();
 void addImages();
-void addPeers();
+void addPeerImages();
 
 }  // namespace OX::benchmarks

@@ -4,12 +4,12 @@
 // that client's.
 #include <oxframework/oxdefinitions.h>
 #include <oxframework/oxremotebroker.h>
-#include "rows.h"
 #include "brokerside.h"
 #include "child.h"
 #include "measured.h"
 #include "placement.h"
 #include "rawchannel.h"
+#include "rows.h"
 
 namespace OX::benchmarks {
 namespace {
@@ -83,8 +83,9 @@ void addSmallCalls() {
        {std::pair{"each on a core of its own", Placement::kOwnCores},
         std::pair{"both on one core", Placement::kOneCore}}) {
     const auto add = [&](const char* pRow, void (*pFunction)(benchmark::State&, Placement)) {
-      addRow(std::string("small call/") + placed + "/" + pRow, kCalls, kRepetitions,
-             [pFunction, where = placement](benchmark::State& pState) { pFunction(pState, where); });
+      addRow(
+          std::string("small call/") + placed + "/" + pRow, kCalls, kRepetitions,
+          [pFunction, where = placement](benchmark::State& pState) { pFunction(pState, where); });
     };
     add("raw channel", pingPong);
     add("plain client, broker", plainClient);
