@@ -27,6 +27,11 @@ namespace {
 // The most messages that one batch gathers, and the most pieces that one call of the system takes.
 constexpr std::size_t kMessagesPerBatch = 64;
 constexpr std::size_t kPiecesPerWrite = 64;
+// What is copied into a socket of this machine is copied page by page: a third faster when its
+// source is aligned. The system begins a page with each write, so a large piece is begun in the
+// write before, to where it is aligned.
+constexpr std::size_t kAlignment = 64;
+constexpr std::size_t kAlignedFrom = 64 * 1024;
 
 // How long receiving waits at most before it looks at the time. Less than calls usually may take.
 constexpr std::chrono::seconds kReceiveLimit(10);
@@ -291,12 +296,15 @@ MessageStream::Written MessageStream::xWriteBatch() {
 /// One call of the system.
 MessageStream::Written MessageStream::xWriteSome() {
   iovec pieces[kPiecesPerWrite];
-  const std::size_t count = std::min(fPieces.size() - fNextPiece, kPiecesPerWrite);
+  std::size_t count = 0;
   std::size_t wanted = 0;
-  for (std::size_t i = 0; i < count; ++i) {
-    const OutgoingMessage::Piece& piece = fPieces[fNextPiece + i];
-    pieces[i] = {const_cast<void*>(piece.data), piece.size};
-    wanted += piece.size;
+  bool isCut = false;
+  while (!isCut && count < kPiecesPerWrite && fNextPiece + count < fPieces.size()) {
+    const OutgoingMessage::Piece& piece = fPieces[fNextPiece + count];
+    const std::size_t offset = reinterpret_cast<std::uintptr_t>(piece.data) % kAlignment;
+    isCut = !fIsTcp && piece.size >= kAlignedFrom && (count > 0 || offset > 0);
+    pieces[count] = {const_cast<void*>(piece.data), isCut ? kAlignment - offset : piece.size};
+    wanted += pieces[count++].iov_len;
   }
   msghdr message{};
   message.msg_iov = pieces;
