@@ -6,7 +6,8 @@
 namespace OX::wire {
 
 void DescriptorMessage::attach(msghdr& pMessage, int pDescriptor) {
-  makeRoom(pMessage);
+  pMessage.msg_control = fRoom;
+  pMessage.msg_controllen = sizeof fRoom;
   cmsghdr* const header = CMSG_FIRSTHDR(&pMessage);
   header->cmsg_level = SOL_SOCKET;
   header->cmsg_type = SCM_RIGHTS;
@@ -16,7 +17,8 @@ void DescriptorMessage::attach(msghdr& pMessage, int pDescriptor) {
 
 void DescriptorMessage::makeRoom(msghdr& pMessage) {
   pMessage.msg_control = fRoom;
-  pMessage.msg_controllen = sizeof fRoom;
+  // Not its size, which is rounded up and would hold two.
+  pMessage.msg_controllen = CMSG_LEN(sizeof(int));
 }
 
 OXDescriptor DescriptorMessage::take(msghdr& pMessage) {
