@@ -87,6 +87,9 @@ TEST_F(Frames, OneConversionServesStreamsAndRequests) {
   EXPECT_EQ(leftovers(), "");
   const auto status = fDevice->subscriberStatus();
   EXPECT_EQ(status[1].id + " " + std::to_string(status[1].served), "s 2");
+  const StageDurations& stages = fDevice->stages();
+  EXPECT_EQ(report::text(stages.push.count(), stages.resample.count(), stages.convert.count()),
+            "222");
 }
 
 // Frames whose columns are the bits of their number.

@@ -195,8 +195,8 @@ boost::shared_ptr<VisionModuleInfo> OXVisionVideoInput::xSubscribeCamera(
   const OXCriticalSectionWrite lock(fVisionModulesLock);
   xFreeRetired();
   const TurnScope change(fCamerasTurn, fVisionModulesLock);
-  const auto subscriber = xAddSubscriber(xFindFreeId(pName, false), kMethod, pFrameRate,
-                                         pResolution, pColorSpace, pPurpose);
+  auto subscriber = xAddSubscriber(xFindFreeId(pName, false), kMethod, pFrameRate, pResolution,
+                                   pColorSpace, pPurpose);
   const TurnScope turn(subscriber->fTurn,
                        fVisionModulesLock);  // it is in the map, but not yet whole
   if (pPurpose == Purpose::kFrames) subscriber->wish(camera).demandAsWished();
@@ -281,7 +281,7 @@ boost::shared_ptr<VisionModuleInfo> OXVisionVideoInput::xSubscribeCameras(
   const OXCriticalSectionWrite lock(fVisionModulesLock);
   xFreeRetired();
   const TurnScope change(fCamerasTurn, fVisionModulesLock);
-  const auto subscriber =
+  auto subscriber =
       xAddSubscriber(xFindFreeId(pName, true), kMethod, pFrameRate, kQVGA, kYUV422, pPurpose);
   const TurnScope turn(subscriber->fTurn, fVisionModulesLock);
   subscriber->fIsMultiStream = true;
