@@ -102,6 +102,7 @@ struct StageDurations {
   OXDurations push;      ///< the copy of a pushed frame
   OXDurations resample;  ///< of a pushed frame, to the camera's size and kYUV422
   OXDurations convert;   ///< to the format of a subscriber
+  OXDurations copy;      ///< of a converted or raw frame to a FrameTarget
 };
 
 /// The device, seen by services that deliver frames: dynamic_cast<OX::IFrameSource*>(

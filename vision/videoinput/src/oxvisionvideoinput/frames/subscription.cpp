@@ -130,7 +130,10 @@ FrameSubscription::Result OXVisionVideoInput::Subscription::xDeliver(OXVisionVid
   if (pRequest.target.data && pTaken.buffer) {
     const std::size_t bytes = bytesOf(image);
     const bool fits = bytes <= pRequest.target.bytes && bytes <= image.fCapacityBytes;
-    if (fits && bytes) std::memcpy(pRequest.target.data, image.fData, bytes);
+    if (fits && bytes) {
+      const OXDurationScope duration(pDevice.fStages.copy);
+      std::memcpy(pRequest.target.data, image.fData, bytes);
+    }
     pDevice.xGiveBack(camera, pRequest.pixels, pTaken.buffer);
     if (!fits)
       return refuse(id(), report::text("the target of ", pRequest.target.bytes,
