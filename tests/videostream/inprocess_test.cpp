@@ -72,6 +72,25 @@ TEST_F(InProcess, AWaitTakesEachFrameOnceAndAllocatesNothing) {
   EXPECT_EQ(statistics.timedOut, 2u);
 }
 
+TEST_F(InProcess, WhoKeepsTooManyFramesGetsNoneUntilOneIsGivenBack) {
+  start();
+  const auto stream = open("mine");
+  std::vector<Frame> kept;
+  for (int shade = 0; shade < FrameSubscription::kKeptFrames; ++shade) {
+    push(shade);
+    kept.push_back(stream->waitForFrame(seconds(20)));
+    ASSERT_EQ(shadeOf(kept.back()), shade);
+  }
+  push(20);
+  EXPECT_FALSE(stream->waitForFrame(milliseconds(100)));
+  EXPECT_LE(fLog.count(ki::log::kError), 2)
+      << "a failure leaves a record, and is not repeated soon";
+  kept.erase(kept.begin());
+  push(21);
+  EXPECT_EQ(shadeOf(stream->waitForFrame(seconds(20))), 21);
+  EXPECT_EQ(shadeOf(kept.front()), 1) << "kept frames stay as they are";
+}
+
 TEST_F(InProcess, AStreamEndsAWaitAtOnceAndItsFramesOutliveIt) {
   start();
   auto stream = open("mine");

@@ -265,10 +265,11 @@ OXValue OXStreamService::timings() {
     rows.push_back(row("push", stages.push));
     rows.push_back(row("resample", stages.resample));
     rows.push_back(row("convert", stages.convert));
+    rows.push_back(row("copy", stages.copy));
   }
   const StreamDurations& own = *fStreams->durations();
   rows.push_back(row("wake", own.wake));
-  rows.push_back(row("copy", own.copy));
+  rows.push_back(row("join", own.join));
   rows.push_back(row("send", own.send));
   return {std::move(rows)};
 }

@@ -139,11 +139,12 @@ std::vector<Row> otherRows() {
        .parameters = {{"id", kId}}},
       {.name = "timings",
        .description =
-           "How long the stages of a delivery took since the broker began, of all "
-           "streams together: push (the copy of a pushed frame), resample (to the camera's size), "
-           "convert (to a subscriber's format), wake (from the arrival of a frame to the beginning "
-           "of its delivery to a request that waits), copy (of pixels that can't stay where they "
-           "are), send (of an answer, until the system has it or its socket is full)",
+           "How long the stages of a delivery took since the broker began, of all streams "
+           "together: push (the copy of a pushed frame), resample (to the camera's size), convert "
+           "(to a subscriber's format), copy (to shared memory, where the frame was converted for "
+           "others too), wake (from the arrival of a frame to the beginning of its delivery to a "
+           "request that waits), join (the pixels of several cameras), send (of an answer, until "
+           "the system has it or its socket is full)",
        .method = operation(&Service::timings),
        .result = {"stages",
                   "array with one array a stage: name; how often; median, microseconds "

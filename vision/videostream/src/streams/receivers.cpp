@@ -41,7 +41,7 @@ class SocketReceiver final : public CallReceiver {
  private:
   OXValue xReply(std::span<Frame> pFrames) const {
     if (!fForm.isMulti && !fForm.isLocal) return lentReply(std::move(pFrames[0]));
-    const OXDurationScope scope(fForm.durations->copy);
+    const OXDurationScope scope(fForm.durations->join);
     return fForm.isMulti ? joinedReply(pFrames) : copiedReply(pFrames[0]);
   }
 };
