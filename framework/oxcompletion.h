@@ -57,11 +57,12 @@ class OX_API OXCompletion {
 
   /// Calls pCancelled once when the caller is gone before it was answered, on a thread of the
   /// transport and without its locks; at once if it is gone already. Replaces an earlier one. It
-  /// must hold the completion weakly, or not at all: a completion keeps it until it is over.
+  /// must hold the completion weakly, or not at all: a completion keeps it until it is over. It
+  /// must be brief, since the transport waits for it.
   void onCancel(std::function<void()> pCancelled) const;
   /// Calls pReady once when nothing waits any more to be sent to this caller, or it is gone; at
-  /// once if that is so already. For large answers: an answer made before then only waits in a
-  /// queue and grows old.
+  /// once if that is so already. Large answers need it: one that is made before then only waits in
+  /// a queue, grows old and takes memory.
   void whenReady(std::function<void()> pReady) const;
 
   /// For a transport: what cancels the call because its caller is gone, and what fails it. Both

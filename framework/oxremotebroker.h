@@ -52,7 +52,9 @@ class OX_API OXRemoteBroker : public boost::enable_shared_from_this<OXRemoteBrok
   void notify(const std::string& pModule, const std::string& pMethod, const OXValue& pArguments);
 
   /// Called on the connection's thread for every notification (an event) with its target, its
-  /// method and its arguments. Must not call this broker. What it throws is logged.
+  /// method and its arguments. Must not call this broker, and be brief: later events
+  /// and what the system has no room for, as in a large request, wait for it. What it throws is
+  /// logged.
   using Listener = std::function<void(const std::string& pTarget, const std::string& pMethod,
                                       const OXValue& pArguments)>;
   /// Replaces the listener; an empty one ignores events.

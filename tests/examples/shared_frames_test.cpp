@@ -38,7 +38,8 @@ TEST(SharedFrames, ThePythonExampleSeesTheBytesThatTheDeviceSends) {
       std::this_thread::sleep_for(std::chrono::milliseconds(20));  // the rate of the feed
     }
   });
-  const int status = std::system((std::string(OX_PYTHON) + " " + OX_SHARED_FRAMES + " " + path + " 3").c_str());
+  const int status =
+      std::system((std::string(OX_PYTHON) + " " + OX_SHARED_FRAMES + " " + path + " 3").c_str());
   isDone = true;
   feeder.join();
   EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;

@@ -7,8 +7,10 @@
 #include <condition_variable>
 #include <memory>
 #include <optional>
+#include <string>
 #include <utility>
 
+#include <oxframework/oxlog.h>
 #include <oxframework/oxthreadsafety.h>
 #include <oxvalue/detail/oxfunctor.h>
 
@@ -54,7 +56,14 @@ class OXCompletion::Call {
       fIsOver = fIsCancelled = true;
       cancelled.swap(fCancelled);
     }
-    if (cancelled) cancelled();
+    if (!cancelled) return;
+    try {
+      cancelled();
+    } catch (const std::exception& error) {  // other calls are to be cancelled too
+      ki::log::log(ki::log::kError, "framework.broker",
+                   std::string("A cancelled call's module failed: ") + error.what(), "", "cancel",
+                   0);
+    }
   }
 
   void onCancel(std::function<void()>&& pCancelled) {

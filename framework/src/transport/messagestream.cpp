@@ -238,7 +238,9 @@ void MessageStream::xWrite() {
       if (xWriteBatch() == Written::kNoRoom) return xAwaitRoom();
   });
   if (fine) return;
+  std::vector<OutgoingMessage> dropped;
   const detail::MutexLock guard(fGuard);
+  dropped.swap(fBatch);
   fWriting = false;
   xCloseUnused();
 }
@@ -256,6 +258,8 @@ bool MessageStream::xNextBatch() {
     fNextPiece = 0;
   }
   bool goesOn = false;
+  std::vector<OutgoingMessage>
+      dropped;  // of a connection that has ended; destroyed after the guard
   {
     const detail::MutexLock guard(fGuard);
     fWaitingBytes -= bytes;
@@ -263,6 +267,7 @@ bool MessageStream::xNextBatch() {
     goesOn = !fEnded && !(fBatch.empty() && fQueue.empty());
     if (goesOn && fBatch.empty()) xFillBatch();
     if (!goesOn) {
+      dropped.swap(fBatch);
       fWriting = false;
       xCloseUnused();
     }
@@ -335,9 +340,13 @@ MessageStream::Written MessageStream::xWriteSome() {
 
 /// Ends the right to write until the poller reports room.
 void MessageStream::xAwaitRoom() {
+  std::vector<OutgoingMessage> dropped;
   const detail::MutexLock guard(fGuard);
   fWriting = false;
-  if (fEnded) return xCloseUnused();
+  if (fEnded) {
+    dropped.swap(fBatch);
+    return xCloseUnused();
+  }
   fFull = true;
   xArm();
 }

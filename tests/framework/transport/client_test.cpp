@@ -126,6 +126,23 @@ TEST_F(Client, ACallerThatGivesUpLetsAnotherRead) {
   EXPECT_EQ(result, OXValue(1));
 }
 
+TEST_F(Client, CallersThatGiveUpTogetherLeaveTheConnectionReadable) {
+  start();
+  const auto client = connect();
+  for (int round = 0; round < 40; ++round) {
+    client->setTimeout(std::chrono::milliseconds(3));
+    std::vector<std::thread> callers;
+    for (int i = 0; i < 6; ++i)
+      // Not all give up: one that began late is released with the next round's.
+      callers.emplace_back(
+          [&] { failureOf([&] { client->call("Probe", "hold", OXValue::Array()); }); });
+    for (std::thread& caller : callers) caller.join();
+    probe->release(6);
+    client->setTimeout(std::chrono::seconds(20));
+    ASSERT_EQ(client->call("Probe", "echo", OXValue::array(round)).toInt(), round);
+  }
+}
+
 TEST_F(Client, EndsACallAfterItsTimeLimit) {
   start();
   const auto client = connect();

@@ -93,22 +93,26 @@ void ClientStream::xExchange(std::uint32_t pId, OutgoingMessage&& pMessage, Wait
     pWaiting.reads = xTryReading();
   }
   if (writes) xWrite();
-  xAwaitAnswer(pWaiting, pDeadline);
-  const detail::MutexLock guard(fGuard);
-  fCalls.erase(pId);
+  xAwaitAnswer(pId, pWaiting, pDeadline);
 }
 
-void ClientStream::xAwaitAnswer(Waiting& pWaiting, Deadline pDeadline) {
+void ClientStream::xAwaitAnswer(std::uint32_t pId, Waiting& pWaiting, Deadline pDeadline) {
   detail::MutexLock hold(fGuard);
   const auto isDone = [&]() OX_REQUIRES(fGuard) { return pWaiting.answer || fEndReason; };
   if (!pWaiting.reads)
     pWaiting.woken.wait_until(hold.native(), pDeadline,
                               [&]() OX_REQUIRES(fGuard) { return isDone() || pWaiting.reads; });
-  if (!pWaiting.reads) return;
-  hold.unlock();
-  xReadUntil(pWaiting, pDeadline);
-  hold.lock();
-  xLeaveReading(&pWaiting);
+  if (pWaiting.reads) {
+    hold.unlock();
+    xReadUntil(pWaiting, pDeadline);
+    hold.lock();
+  }
+  // In one step: a caller that no longer waits must not be left the right to read.
+  fCalls.erase(pId);
+  if (pWaiting.reads) xLeaveReading();
+  // Whoever ends the connection is about to say why.
+  if (!pWaiting.answer && xHasEnded())
+    fRoom.wait(hold.native(), [this]() OX_REQUIRES(fGuard) { return fEndReason.has_value(); });
 }
 
 void ClientStream::notify(const std::string& pModule, const std::string& pMethod,
@@ -151,10 +155,10 @@ bool ClientStream::xAwaitListener(Deadline pDeadline) {
 }
 
 /// Gives the right to read to another caller that waits, or to the connection's thread.
-void ClientStream::xLeaveReading(const Waiting* pLeaving) {
+void ClientStream::xLeaveReading() {
   if (!xHasEnded()) {
     for (const auto& [id, waiting] : fCalls) {
-      if (waiting == pLeaving || waiting->answer) continue;
+      if (waiting->answer) continue;
       waiting->reads = true;
       waiting->woken.notify_one();
       return;
@@ -170,7 +174,7 @@ void ClientStream::onReadable() {
     if (xReceive()) xDispatchReceived();
   });
   const detail::MutexLock guard(fGuard);
-  xLeaveReading(nullptr);
+  xLeaveReading();
 }
 
 void ClientStream::xDispatchReceived() {

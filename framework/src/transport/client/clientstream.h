@@ -65,10 +65,10 @@ class ClientStream : public MessageStream {
       OX_REQUIRES(fGuard);
   void xExchange(std::uint32_t pId, OutgoingMessage&& pMessage, Waiting& pWaiting,
                  Deadline pDeadline);
-  void xAwaitAnswer(Waiting& pWaiting, Deadline pDeadline);
+  void xAwaitAnswer(std::uint32_t pId, Waiting& pWaiting, Deadline pDeadline);
   void xReadUntil(const Waiting& pWaiting, Deadline pDeadline);
   bool xAwaitListener(Deadline pDeadline);
-  void xLeaveReading(const Waiting* pLeaving) OX_REQUIRES(fGuard);
+  void xLeaveReading() OX_REQUIRES(fGuard);
   void xDispatchReceived();
   void xDispatch(IncomingMessage&& pMessage);
   void xQueueEvent(IncomingMessage&& pEvent);

@@ -241,9 +241,10 @@ void Connection::xAnswer(const IncomingMessage& pRequest) {
     const OXValue result = xCall(pRequest);
     if (!deferral.isDeferred()) send(xEncode(pRequest.id, result));
   } catch (const OXError& error) {
-    fail(pRequest.id, error);
+    if (!deferral.isDeferred()) fail(pRequest.id, error);
   } catch (const std::exception& error) {
-    fail(pRequest.id, OXError(pRequest.target, pRequest.method, error.what()));
+    if (!deferral.isDeferred())
+      fail(pRequest.id, OXError(pRequest.target, pRequest.method, error.what()));
   }
 }
 
@@ -348,7 +349,12 @@ void Connection::xCallReady() {
       ready = std::move(fReady.front());
       fReady.pop_front();
     }
-    ready();
+    try {
+      ready();
+    } catch (const std::exception& error) {  // the others have waited too
+      ki::log::LogStream(ki::log::kError, kCategory, "", "whenReady", __LINE__)
+          << "A module failed to go on with " << getPeer() << ": " << error.what();
+    }
   }
 }
 
@@ -400,7 +406,7 @@ void Connection::xEnded() {
   }
   fConnections->end(fNumber);
   fDeferred->cancelAll();
-  xCallReady();
+  if (!xPost(&Connection::xCallReady)) xCallReady();
   {
     const detail::MutexLock guard(fGuard);
     fRunning += fUnderWay;  // those that have ended since are counted already
