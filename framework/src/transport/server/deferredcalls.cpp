@@ -61,13 +61,19 @@ OXCompletion DeferredCalls::defer(std::uint32_t pRequest) {
   }
   OXCompletion completion(std::move(sink));
   Waiting waiting{completion.xCanceller(), completion.xFailer()};
-  bool ended = false;
+  std::optional<OXError> error;
   {
     const detail::MutexLock hold(fGuard);
-    ended = fEnded;
-    if (!ended) fWaiting[number] = std::move(waiting);
+    if (!fEnded) {
+      fWaiting[number] = std::move(waiting);
+      return completion;
+    }
+    error = fError;
   }
-  if (ended) waiting.cancel();
+  if (error)
+    waiting.fail(*error);
+  else
+    waiting.cancel();
   return completion;
 }
 
@@ -81,6 +87,7 @@ void DeferredCalls::cancelAll() {
   {
     const detail::MutexLock hold(fGuard);
     fEnded = true;
+    fError.reset();
     waiting.swap(fWaiting);
   }
   // One that begins just now has none of these yet, and finds that all has ended.
@@ -93,6 +100,7 @@ void DeferredCalls::failAll(const OXError& pError) {
   {
     const detail::MutexLock hold(fGuard);
     fEnded = true;
+    fError = pError;
     waiting = fWaiting;
   }
   for (const auto& [number, call] : waiting)

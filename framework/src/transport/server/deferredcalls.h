@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <functional>
 #include <map>
+#include <optional>
 
 #include <oxframework/oxcompletion.h>
 #include <oxframework/oxthreadsafety.h>
@@ -50,6 +51,7 @@ class DeferredCalls : public boost::enable_shared_from_this<DeferredCalls> {
   const int fLimit;
   detail::Mutex fGuard;
   bool fEnded OX_GUARDED_BY(fGuard) = false;
+  std::optional<OXError> fError OX_GUARDED_BY(fGuard);  ///< the answer to those that come after
   std::uint64_t fLast OX_GUARDED_BY(fGuard) = 0;
   std::map<std::uint64_t, Waiting> fWaiting OX_GUARDED_BY(fGuard);
 };
