@@ -9,6 +9,7 @@
 #include <oxframework/oxcompletion.h>
 #include <oxframework/oxproxies.h>
 #include "served_broker.h"
+#include "support/raw_client.h"
 
 namespace OX::test {
 namespace {
@@ -193,6 +194,32 @@ TEST_F(Deferred, ADescriptorComesWithItsAnswerAndNoOther) {
       failureOf([&] { tcp->call("Lender", "lend", OXValue::array("a", 1)); }),
       "OXBroker: The answer has a file descriptor, which only a Unix-domain socket can carry");
   EXPECT_TRUE(eventually([&] { return countDescriptors() == before; })) << countDescriptors();
+}
+
+TEST_F(Deferred, IsReadyWhenItsClientHasTakenWhatWasSent) {
+  startWithBell();
+  for (const bool reads : {true, false}) {
+    RawClient client(address);
+    bell->begun = 0;
+    client.send(request(1, "Bell.wait", "\x91\xa1r") + request(2, "Bell.wait", "\x91\xa1r"));
+    ASSERT_TRUE(awaitWaiting(2));
+    const std::vector<OXCompletion> waiting = std::exchange(bell->waiting, {});
+    std::atomic<int> ready{0};
+    waiting[1].whenReady([&] { ++ready; });
+    EXPECT_EQ(ready, 1) << "nothing was sent yet";
+    constexpr int kLarge = 12 * 1024 * 1024;  // more than the sockets hold
+    OXValue large;
+    large.SetBinary(std::string(kLarge, 'l').data(), kLarge);
+    waiting[0].answer(large);
+    waiting[1].whenReady([&] { ++ready; });
+    EXPECT_EQ(ready, 1);
+    if (reads)
+      EXPECT_EQ(client.read(kLarge + 9).size(), static_cast<std::size_t>(kLarge + 9));
+    else
+      client.reset();
+    EXPECT_TRUE(eventually([&] { return ready == 2; })) << (reads ? "read" : "gone");
+    waiting[1].answer(1);
+  }
 }
 
 TEST_F(Deferred, AClosingServerAnswersThoseThatWait) {
