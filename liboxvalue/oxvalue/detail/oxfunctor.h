@@ -112,8 +112,11 @@ class OXFunctor final : public OXGuardedFunctor {
         xArgument<std::tuple_element_t<Index, All>>(pParams, Index)...};
     if constexpr (kIsDeferred<Arguments...>) {
       static_assert(std::is_void_v<Result>, "a method that answers later returns nothing itself");
+      // Named here: GCC's sanitizer looks for "this" in the wrong place within this lambda.
+      auto* const object = fObject;
+      const auto method = fMethod;
       pResult = callDeferred([&](OXCompletion pCompletion) {
-        (fObject->*fMethod)(std::move(std::get<Index>(arguments))..., std::move(pCompletion));
+        (object->*method)(std::move(std::get<Index>(arguments))..., std::move(pCompletion));
       });
     } else if constexpr (std::is_void_v<Result>) {
       (fObject->*fMethod)(std::move(std::get<Index>(arguments))...);
