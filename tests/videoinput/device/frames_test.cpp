@@ -121,6 +121,32 @@ int numberOf(const OXImage& pImage) {
   return number;
 }
 
+// Until a push of another size is complete, the frame before is still the newest.
+TEST_F(Frames, PushesOfTwoSizesTearNoFrame) {
+  constexpr int kPushes = 1000;
+  const Stream stream = open(*fDevice);
+  std::atomic<bool> running{true};
+  std::thread pusher([&] {
+    for (int i = 0; i < kPushes; ++i) push(0, i % 2 ? 640 : 320, i % 2 ? 480 : 240, i % 256);
+    running = false;
+  });
+  int frames = 0;
+  int torn = 0;
+  for (std::uint64_t last = 0; running;) {
+    Frame frame;
+    if (stream->take(0, last, Pixels::kConverted, frame) != Result::kFrame) continue;
+    last = frame.number();
+    const std::vector<unsigned char> pixels = bytesOf(frame.image());
+    ++frames;
+    if (std::count(pixels.begin(), pixels.end(), pixels[0]) !=
+        static_cast<std::ptrdiff_t>(pixels.size()))
+      ++torn;
+  }
+  pusher.join();
+  EXPECT_GT(frames, 0);
+  EXPECT_EQ(torn, 0);
+}
+
 TEST_F(Frames, EachFrameComesOnceInOrderWhilePushesAndOthersRace) {
   constexpr int kPushes = 400;
   const auto listener = boost::make_shared<CountingListener>();

@@ -110,8 +110,11 @@ class OXVisionSimulatorCam final : public OXSingleton<OXVisionSimulatorCam>,
   OXVisionBuffer* xTakeInputBuffer(CameraDriverBuffer& pStore, Push& pPush);
   /// Unlocks the buffer and makes it the newest frame, unless a later push has ended before.
   void xEndPush(CameraDriverBuffer& pStore, Push& pPush, OXVisionBuffer& pBuffer);
-  bool xSetSimCamInputSize(const int& pWidth, const int& pHeight, CameraDriverBuffer& pStore)
+  /// The size of the pushes to come; false, after a record, if no resolution has it.
+  static bool xDeclareInputSize(int pWidth, int pHeight, CameraDriverBuffer& pStore)
       OX_REQUIRES(pStore.fMutex);
+  /// Gives it to what was pushed before, too.
+  static void xApplyInputSize(CameraDriverBuffer& pStore) OX_REQUIRES(pStore.fMutex);
   /// The pixels to copy, borrowed from pImage; null when they are refused.
   const void* xAcceptedPixels(const OXValue& pImage, const CameraDriverBuffer& pStore) const
       OX_REQUIRES(pStore.fMutex);

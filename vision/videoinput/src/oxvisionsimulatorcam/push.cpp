@@ -64,7 +64,9 @@ bool OXVisionSimulatorCam::setSimCamInputSize(const int& pWidth, const int& pHei
   xCheckedCamera(camera, "setSimCamInputSize(", "setSimCamInputSize()");
   const auto store = xStore(camera);
   const OXCriticalSection storeLock(store->fMutex);
-  return xSetSimCamInputSize(pWidth, pHeight, *store);
+  if (!xDeclareInputSize(pWidth, pHeight, *store)) return false;
+  xApplyInputSize(*store);
+  return true;
 }
 
 OXValue OXVisionSimulatorCam::getExpectedImageParameters() {
@@ -81,15 +83,18 @@ OXValue OXVisionSimulatorCam::getExpectedImageParameters(const int& pCameraIndex
   return OXValue::array(resolutionToSizes(camera.fResolution), static_cast<int>(camera.fFrameRate));
 }
 
-// Both frames change at once: a frame that was pushed before is then read in the new size, within
-// its storage, until the next push.
-bool OXVisionSimulatorCam::xSetSimCamInputSize(const int& pWidth, const int& pHeight,
-                                               CameraDriverBuffer& pStore) {
+bool OXVisionSimulatorCam::xDeclareInputSize(int pWidth, int pHeight, CameraDriverBuffer& pStore) {
   const int resolution = getResolutionFromSize(pWidth, pHeight);
   if (resolution < 0) return refuse("xSetSimCamInputSize", "Unknown resolution from simulator!");
-  for (const auto& frame : pStore.fInputBuffers) frame->fImage->setResolution(resolution);
   pStore.fInputResolution = resolution;
   return true;
+}
+
+// All frames change at once: a frame that was pushed before is then read in the new size, within
+// its storage, until the next push.
+void OXVisionSimulatorCam::xApplyInputSize(CameraDriverBuffer& pStore) {
+  for (const auto& frame : pStore.fInputBuffers)
+    frame->fImage->setResolution(pStore.fInputResolution);
 }
 
 // A binary must have exactly the declared size. A string, as old clients send it, is only compared
@@ -128,14 +133,18 @@ bool OXVisionSimulatorCam::xPutImage(const OXValue& pImage, CameraDriverBuffer& 
   push.feeder = describeCaller();
   {
     const OXCriticalSection lock(pStore.fMutex);
-    if (pSize && !xSetSimCamInputSize(pSize->width, pSize->height, pStore)) return false;
+    if (pSize && !xDeclareInputSize(pSize->width, pSize->height, pStore)) return false;
     // First, so that the stamp is the moment of arrival and not the end of the copy.
     ::timeval arrival{};
     ki::os::gettimeofday(&arrival);
     push.stamp = stampOf(arrival);
     push.arrivedUs = std::int64_t{arrival.tv_sec} * 1000000 + arrival.tv_usec;
     push.pixels = xAcceptedPixels(pImage, pStore);
-    if (!push.pixels) return false;
+    if (!push.pixels) {
+      if (pSize) xApplyInputSize(pStore);
+      return false;
+    }
+    // The frame before stays the newest during the copy, in the size that its pixels have.
     push.resolution = pStore.fInputResolution;
     push.number = ++pStore.fPushCount;
   }
@@ -189,7 +198,7 @@ void OXVisionSimulatorCam::xEndPush(CameraDriverBuffer& pStore, Push& pPush,
     // Of two pushes at once, the one that arrived last is the newest, whichever copy took longer.
     isNewest = pBuffer.fImage->fData && pPush.number > pStore.fNewestPush;
     if (isNewest) {
-      // Again: another push may have declared another size during the copy.
+      // That of its own pixels, also if another size was declared during the copy.
       pBuffer.fImage->setResolution(pPush.resolution);
       pBuffer.fImage->fTimeStamp = pPush.stamp;
       pBuffer.fContent = pPush.number;
