@@ -90,6 +90,20 @@ TEST_F(ReplayFrames, ByTimeStampsInALoop) {
             "1:0 in 100 ms 2:1 in 99 ms 3:2 in 65 ms 4:0 in 64 ms 5:1 in 63 ms 6:2 in 29 ms ");
 }
 
+TEST_F(ReplayFrames, RawTakesOpenTheNextRecordingToo) {
+  play(record(8), 1, false);
+  openStream();
+  EXPECT_EQ(take(), "1:0 in 100 ms");
+  play(record(5), 1, false);
+  EXPECT_EQ(next(*fStream, 1, Pixels::kRaw), "2:0");
+  fClock.advanceUs(101'000);
+  EXPECT_EQ(next(*fStream, 2, Pixels::kRaw), "3:1") << "from the beginning of its range";
+  fDevice->stopFrameGrabber(0);
+  fClock.advanceUs(101'000);
+  EXPECT_EQ(next(*fStream, 3, Pixels::kRaw), "nothing") << "stopped, and nothing else is selected";
+  EXPECT_EQ(next(*fStream, 2, Pixels::kRaw), "3:1") << "which is still the newest";
+}
+
 TEST_F(ReplayFrames, AListenerIsToldOfStepsAndOfChanges) {
   const auto listener = boost::make_shared<CountingListener>();
   fDevice->setFrameListener(listener);

@@ -103,13 +103,15 @@ std::optional<microseconds> OXVisionFileCam::untilNextFrame(int pCamera) const {
   return microseconds(minusAtMost(plusAtMost(fPaceUs, period), now));
 }
 
-// As a request does, but for the wait for a slot.
-void OXVisionFileCam::xLendNewest(int /*pCamera*/, const std::string& pId, std::uint64_t pAfter,
+// As a request does, but for the wait for a slot. Only an open recording steps: what is still ahead
+// in the ring of a closed one is no new frame.
+void OXVisionFileCam::xLendNewest(int pCamera, const std::string& pId, std::uint64_t pAfter,
                                   LentFrame& pFrame) {
   {
     const TurnScope turn(fReplay, fVisionModulesLock);
+    const bool isOpen = xCamera(pCamera)->fGrabberState == kGrabberRunning;
     const OXCriticalSectionPause pause(fVisionModulesLock);
-    const bool isHeld = xAdvance(pId) == Step::kRingIsHeld;
+    const bool isHeld = isOpen && xAdvance(pId) == Step::kRingIsHeld;
     if (!fFrameSlot || fFrame.number <= pAfter) {
       if (isHeld) xLogRingIsHeld();
       pFrame.isFailed = isHeld;

@@ -144,7 +144,11 @@ Result OXVisionVideoInput::xTake(const FrameRequest& pRequest, TakenFrame& pTake
   }
   const OXCriticalSectionWrite lock(fVisionModulesLock);
   if (pRequest.subscriber.fIsUnsubscribed) return Result::kOver;
-  if (isRaw(pRequest)) return xTakeFromCamera(pRequest, pTaken);
+  if (isRaw(pRequest)) {
+    // Off and due: it has been told what to replay next, and the next frame is of that.
+    if (isOff(pRequest.record) && isDue() && !xStartForFrames(pRequest)) return Result::kNothingNew;
+    return xTakeFromCamera(pRequest, pTaken);
+  }
   if (!xStartForFrames(pRequest)) return Result::kNothingNew;
   newest = pRequest.record.fNewestFrame.number;
   const bool mayJoin = newest > pRequest.after && !isDue();
