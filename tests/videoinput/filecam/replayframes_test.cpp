@@ -104,6 +104,22 @@ TEST_F(ReplayFrames, RawTakesOpenTheNextRecordingToo) {
   EXPECT_EQ(next(*fStream, 2, Pixels::kRaw), "3:1") << "which is still the newest";
 }
 
+TEST_F(ReplayFrames, ARecordingIsDueAfterOneThatCouldNotBeOpened) {
+  play(record(8), 1, false);
+  openStream();
+  EXPECT_EQ(take(), "1:0 in 100 ms");
+  const std::string gone = recordStamps("gone.oxv", {1, 2}, 320, 240);
+  play(gone, 1, false);
+  std::filesystem::remove(gone);
+  EXPECT_EQ(next(*fStream, 1, Pixels::kRaw), "failed");
+  EXPECT_EQ(fDevice->untilNextFrame(0), std::nullopt) << "not tried again and again";
+  play(record(5), 1, false);
+  const auto left = fDevice->untilNextFrame(0);
+  ASSERT_TRUE(left);
+  EXPECT_EQ(left->count(), 0);
+  EXPECT_EQ(next(*fStream, 1, Pixels::kRaw), "2:0");
+}
+
 TEST_F(ReplayFrames, AListenerIsToldOfStepsAndOfChanges) {
   const auto listener = boost::make_shared<CountingListener>();
   fDevice->setFrameListener(listener);

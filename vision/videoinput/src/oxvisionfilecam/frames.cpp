@@ -90,7 +90,8 @@ std::optional<microseconds> OXVisionFileCam::untilNextFrame(int pCamera) const {
   const RealCameraProperties* const camera = xCamera(pCamera);
   if (!camera) return {};
   if (camera->fGrabberState != kGrabberRunning) {
-    if (camera->fGrabberState == kGrabberStopped && fIsSelected) return microseconds(0);
+    // Also after a failure: that was of the recording before.
+    if (camera->fGrabberState <= kGrabberStopped && fIsSelected) return microseconds(0);
     return {};
   }
   const Pace pace = fPace;
