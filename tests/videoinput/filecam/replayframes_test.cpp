@@ -1,4 +1,5 @@
 // The frames of a replay: each step to another image once, with the moment of the next one.
+#include "camerarecord.h"
 #include "filecam_fixture.h"
 #include "videoinput/device/frames_fixture.h"
 
@@ -118,6 +119,19 @@ TEST_F(ReplayFrames, ARecordingIsDueAfterOneThatCouldNotBeOpened) {
   ASSERT_TRUE(left);
   EXPECT_EQ(left->count(), 0);
   EXPECT_EQ(next(*fStream, 1, Pixels::kRaw), "2:0");
+}
+
+TEST_F(ReplayFrames, OneConversionServesARequestAndAStream) {
+  play(record(3), 0, false);
+  const Stream stream = open(*fDevice, kQVGA, kRGB);
+  const std::string id = fDevice->subscribe("a", kQVGA, kRGB, 30);
+  const OXImage* const image = fDevice->getImageLocal(id);
+  ASSERT_TRUE(image);
+  Frame frame;
+  ASSERT_EQ(stream->take(0, 0, Pixels::kConverted, frame), Result::kFrame);
+  EXPECT_EQ(frame.image().fData, image->fData);
+  EXPECT_EQ(DeviceProbe(*fDevice).camera(0).fConversionCount, 1u);
+  fDevice->releaseImage(id);
 }
 
 TEST_F(ReplayFrames, AListenerIsToldOfStepsAndOfChanges) {

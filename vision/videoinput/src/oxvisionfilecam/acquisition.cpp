@@ -28,6 +28,7 @@ AcquiredFrame OXVisionFileCam::xAcquireFrame(const Claim& pClaim, const char*) {
     const std::uint64_t seen = fSlotReleased.count();
     Step step = Step::kNone;
     Slot slot;
+    FrameMark mark;
     {
       const TurnScope turn(fReplay, fVisionModulesLock);
       const OXCriticalSectionPause pause(fVisionModulesLock);
@@ -35,6 +36,8 @@ AcquiredFrame OXVisionFileCam::xAcquireFrame(const Claim& pClaim, const char*) {
       if (step == Step::kServe) {
         slot = fFrames[fCurrentFrame];
         ++slot->fLockCount;
+        // Streams then share what the request converts. Others than the newest are of no use.
+        if (slot == fFrameSlot) mark = fFrame;
       }
     }
     if (step == Step::kNone) return {};
@@ -43,7 +46,7 @@ AcquiredFrame OXVisionFileCam::xAcquireFrame(const Claim& pClaim, const char*) {
       xCountStep(slot->fImage);
       // The format too: the buffer may have been made when another video was open.
       const OXImage& frame = slot->fImage;
-      return {&frame, std::move(slot), frame.fCameraId, true};
+      return {&frame, std::move(slot), frame.fCameraId, true, mark};
     }
     if (!xWaitForSlot(wait, seen)) break;
   }

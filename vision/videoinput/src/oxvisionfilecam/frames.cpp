@@ -48,7 +48,6 @@ void OXVisionFileCam::xCountFrame() {
   if (!std::exchange(slot->fIsUnshown, false)) return;
   if (slot->fIndex != fFrameIndex || slot->fBeginsPass)
     fFrame = {++xCamera(0)->fNewestFrame.count, OXClock::get().nowUs()};
-  slot->fFrame = fFrame;
   fFrameIndex = slot->fIndex;
   fFrameSlot = slot;
 }

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include <oxframework/oxvideo.h>
+#include "oxvisionbuffer.h"
 #include "oxvisionvideoinput.h"
 #include "ring.h"
 #include "status/framefeed.h"

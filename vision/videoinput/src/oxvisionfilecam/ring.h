@@ -6,7 +6,6 @@
 
 #include <oxframework/oxdefinitions.h>
 #include <oxframework/oximage.h>
-#include "oxvisionbuffer.h"
 
 namespace OX {
 
@@ -27,7 +26,6 @@ struct CamBuffer {
   bool fIsUnshown = false;   ///< it was read, and has not been the current image since
   bool fBeginsPass = false;  ///< it is the first image of another pass of the loop
   int fIndex = -1;           ///< of the image, as the reader counts
-  FrameMark fFrame;          ///< since it was the current image
 };
 
 }  // namespace OX
