@@ -335,6 +335,23 @@ TEST_F(Delivering, AThousandRequestsWaitWithoutThreads) {
   for (const auto& answer : answers) EXPECT_TRUE(answer->isThere() && !answer->value->isValid());
 }
 
+TEST_F(Delivering, CallsOfThisProcessThatTakeAllThreadsEndWithTheirTime) {
+  start({.maxThreads = 2});
+  const auto call = [&](const char* pMethod, auto... pArguments) {
+    return fBroker->call("OXVideoStream", pMethod, OXValue::array(pArguments...));
+  };
+  const std::string id = call("open", "local", 0, kQQVGA, kRGB, 0).toString();
+  std::atomic<int> ended{0};
+  for (int i = 0; i < 2; ++i)
+    ASSERT_TRUE(fBroker->post([&] {
+      call("next", id, 200);
+      ++ended;
+    }));
+  ASSERT_TRUE(awaitWaiting(2));
+  push(1);  // and no thread is left to bring it
+  EXPECT_TRUE(eventually([&] { return ended == 2; }, std::chrono::seconds(5)));
+}
+
 // ---- a replay ----
 
 class Replaying : public testing::Test {

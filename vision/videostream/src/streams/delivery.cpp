@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <boost/make_shared.hpp>
+#include <iterator>
 #include <new>
 #include <utility>
 
@@ -22,6 +23,10 @@ constexpr std::chrono::milliseconds kShortPause(5);
 constexpr std::chrono::milliseconds kFailurePause(250);
 // Before the broker is asked again for a thread, or the system for memory.
 constexpr std::chrono::milliseconds kPostPause(100);
+
+// For a task that has been posted to run, before what it should have served gets nothing. The
+// threads of a broker may all be taken by calls that wait for just that.
+constexpr std::chrono::seconds kTaskLimit(1);
 
 Stream::Clock::time_point pauseAfter(Stream::Result pResult) {
   return Stream::Clock::now() +
@@ -120,7 +125,8 @@ void Delivery::noteRoom(const StreamPtr& pStream) {
 void Delivery::dropLeft(const StreamPtr& pStream) {
   Work work;
   const detail::MutexLock hold(fGuard);
-  xTakeLeft(*pStream, work);
+  xTake(*pStream, work.dropped,
+        [](const Request& pRequest) { return pRequest.receiver->isOver(); });
 }
 
 // ---- events ----
@@ -200,7 +206,9 @@ void Delivery::xExamine(const StreamPtr& pStream, Clock::time_point pNow, Work& 
     return;
   }
   xDropOutdated(*pStream, pWork);
-  if (xMayServe(*pStream, pNow) || xMayFetch(*pStream, pNow))
+  if (line.isDue)
+    xTakeExpired(*pStream, pNow - kTaskLimit, pWork);
+  else if (xMayServe(*pStream, pNow) || xMayFetch(*pStream, pNow))
     xQueue(pStream, pWork);
   else
     xTakeExpired(*pStream, pNow, pWork);
@@ -219,36 +227,39 @@ void Delivery::xTryExamine(const StreamPtr& pStream, Clock::time_point pNow, Wor
 /// All or nothing: a group that counts as posted and is not would never be served.
 void Delivery::xQueue(const StreamPtr& pStream, Work& pWork) {
   StreamLine& line = pStream->line();
-  if (line.isDue) return;
   pWork.toPost.reserve(pWork.toPost.size() + 1);
   line.group->due.push_back(pStream);
   line.isDue = true;
   if (!std::exchange(line.group->isPosted, true)) pWork.toPost.push_back(line.group);
 }
 
-void Delivery::xTakeExpired(Stream& pStream, Clock::time_point pNow, Work& pWork) {
+template <typename Predicate>
+void Delivery::xTake(Stream& pStream, std::vector<Request>& pTaken, Predicate pIsTaken) {
   std::deque<Request>& requests = pStream.line().requests;
-  for (Request& request : requests) {
-    if (request.deadline > pNow) continue;
-    pWork.expired.push_back(std::move(request));
-    pStream.countTimeOut();
-  }
-  std::erase_if(requests, [](const Request& pRequest) { return !pRequest.receiver; });
+  const auto count = std::count_if(requests.begin(), requests.end(), pIsTaken);
+  if (count == 0) return;
+  pTaken.reserve(pTaken.size() + static_cast<std::size_t>(count));
+  const auto taken = std::stable_partition(requests.begin(), requests.end(),
+                                           [&](const Request& pOne) { return !pIsTaken(pOne); });
+  std::move(taken, requests.end(), std::back_inserter(pTaken));
+  requests.erase(taken, requests.end());
 }
 
-void Delivery::xTakeLeft(Stream& pStream, Work& pWork) {
-  std::deque<Request>& requests = pStream.line().requests;
-  for (Request& request : requests)
-    if (request.receiver->isOver()) pWork.dropped.push_back(std::move(request));
-  std::erase_if(requests, [](const Request& pRequest) { return !pRequest.receiver; });
+void Delivery::xTakeExpired(Stream& pStream, Clock::time_point pBefore, Work& pWork) {
+  const std::size_t before = pWork.expired.size();
+  xTake(pStream, pWork.expired,
+        [&](const Request& pRequest) { return pRequest.deadline <= pBefore; });
+  for (std::size_t i = before; i < pWork.expired.size(); ++i) pStream.countTimeOut();
 }
 
-/// Nothing for a stream that is being served or will be: it is looked at after that.
+/// A stream that is being served is looked at after that.
 void Delivery::xWakeFor(Stream& pStream, Clock::time_point pNow) {
   const StreamLine& line = pStream.line();
-  if (line.requests.empty() || line.isServed || line.isDue) return;
-  for (const Request& request : line.requests) xWakeAt(request.deadline);
-  if (!line.requests.front().mayBeServed()) return;
+  if (line.requests.empty() || line.isServed) return;
+  for (const Request& request : line.requests)
+    if (request.deadline != Clock::time_point::max())
+      xWakeAt(request.deadline + (line.isDue ? kTaskLimit : std::chrono::seconds(0)));
+  if (line.isDue || !line.requests.front().mayBeServed()) return;
   if (const auto chance = pStream.nextChance(pNow)) xWakeAt(std::max(*chance, line.notBefore));
 }
 

@@ -88,8 +88,9 @@ class Delivery : public FrameListener, public boost::enable_shared_from_this<Del
   void xQueue(const StreamPtr& pStream, Work& pWork) OX_REQUIRES(fGuard);
   bool xMayFetch(Stream& pStream, Clock::time_point pNow) const OX_REQUIRES(fGuard);
   void xDropOutdated(Stream& pStream, Work& pWork) OX_REQUIRES(fGuard);
-  void xTakeExpired(Stream& pStream, Clock::time_point pNow, Work& pWork) OX_REQUIRES(fGuard);
-  void xTakeLeft(Stream& pStream, Work& pWork) OX_REQUIRES(fGuard);
+  template <typename Predicate>
+  void xTake(Stream& pStream, std::vector<Request>& pTaken, Predicate pIsTaken) OX_REQUIRES(fGuard);
+  void xTakeExpired(Stream& pStream, Clock::time_point pBefore, Work& pWork) OX_REQUIRES(fGuard);
   void xWakeFor(Stream& pStream, Clock::time_point pNow) OX_REQUIRES(fGuard);
   void xWakeAt(Clock::time_point pMoment) OX_REQUIRES(fGuard);
   void xStartTimer() OX_REQUIRES(fGuard);

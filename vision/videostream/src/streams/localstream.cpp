@@ -147,7 +147,8 @@ Frame LocalStream::waitForRawFrame(std::chrono::microseconds pTimeout) {
 
 Frame LocalStream::xWait(Stream::Pixels pPixels, std::chrono::microseconds pTimeout) {
   using Clock = Stream::Clock;
-  const auto limit = std::min<std::chrono::microseconds>(pTimeout, kLongestWait);
+  const auto limit =
+      std::clamp<std::chrono::microseconds>(pTimeout, std::chrono::microseconds(0), kLongestWait);
   const Clock::time_point deadline = Clock::now() + limit;
   Clock::time_point notBefore{};
   for (;;) {
