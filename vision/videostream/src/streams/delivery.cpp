@@ -35,9 +35,23 @@ Stream::Clock::time_point pauseAfter(Stream::Result pResult) {
 
 }  // namespace
 
-Delivery::Delivery(boost::weak_ptr<OXBroker> pBroker, boost::shared_ptr<StreamDurations> pDurations,
-                   std::function<void()> pEnded)
-    : fBroker(std::move(pBroker)), fDurations(std::move(pDurations)), fEnded(std::move(pEnded)) {}
+/// What is done without the lock, also by the destructor. Keeps the device meanwhile: it must not
+/// end under the lock, which its events take.
+struct Delivery::Work {
+  explicit Work(const Delivery& pDelivery) : source(pDelivery.fSource.lock()) {}
+  const boost::shared_ptr<IFrameSource> source;
+  std::vector<GroupPtr> toPost{};
+  std::vector<Request> expired{};
+  std::vector<Request> dropped{};
+  std::vector<std::unique_ptr<AheadFrame>> outdated{};
+};
+
+Delivery::Delivery(boost::weak_ptr<OXBroker> pBroker, boost::weak_ptr<IFrameSource> pSource,
+                   boost::shared_ptr<StreamDurations> pDurations, std::function<void()> pEnded)
+    : fBroker(std::move(pBroker)),
+      fSource(std::move(pSource)),
+      fDurations(std::move(pDurations)),
+      fEnded(std::move(pEnded)) {}
 
 Delivery::~Delivery() {
   stop([](Receiver& pReceiver) { pReceiver.giveNothing(); });
@@ -113,7 +127,7 @@ void Delivery::ask(const StreamPtr& pStream, Request pRequest) {
 }
 
 void Delivery::noteRoom(const StreamPtr& pStream) {
-  Work work;
+  Work work(*this);
   {
     const detail::MutexLock hold(fGuard);
     for (Request& request : pStream->line().requests) request.awaitsRoom = false;
@@ -123,7 +137,7 @@ void Delivery::noteRoom(const StreamPtr& pStream) {
 }
 
 void Delivery::dropLeft(const StreamPtr& pStream) {
-  Work work;
+  Work work(*this);
   const detail::MutexLock hold(fGuard);
   xTake(*pStream, work.dropped,
         [](const Request& pRequest) { return pRequest.receiver->isOver(); });
@@ -132,7 +146,7 @@ void Delivery::dropLeft(const StreamPtr& pStream) {
 // ---- events ----
 
 void Delivery::onFrame(int pCamera) {
-  Work work;
+  Work work(*this);
   {
     const detail::MutexLock hold(fGuard);
     if (fIsStopped) return;
@@ -172,22 +186,22 @@ void Delivery::onSubscriberEnded() {
 
 // ---- what is to be done: with the lock ----
 
-bool Delivery::xMayServe(Stream& pStream, Clock::time_point pNow) const {
+bool Delivery::xMayServe(Stream& pStream, Clock::time_point pNow, const Work& pWork) const {
   const StreamLine& line = pStream.line();
   if (line.requests.empty() || line.notBefore > pNow) return false;
   const Request& first = line.requests.front();
   if (!first.mayBeServed()) return false;
   // Of several cameras, when the time is over, those that have something.
   if (first.deadline <= pNow && pStream.isMulti() && pStream.hasAnyNew()) return true;
-  const auto chance = pStream.nextChance(pNow);
+  const auto chance = pStream.nextChance(pNow, pWork.source.get());
   return chance && *chance <= pNow;
 }
 
-bool Delivery::xMayFetch(Stream& pStream, Clock::time_point pNow) const {
+bool Delivery::xMayFetch(Stream& pStream, Clock::time_point pNow, const Work& pWork) const {
   const StreamLine& line = pStream.line();
   if (!pStream.segment() || pStream.isMulti() || !pStream.keepsUp() || line.farewell) return false;
   if (!line.requests.empty() || line.ahead || line.notBefore > pNow) return false;
-  const auto chance = pStream.nextChance(pNow);
+  const auto chance = pStream.nextChance(pNow, pWork.source.get());
   return pStream.hasAnyNew() && chance && *chance <= pNow;
 }
 
@@ -208,11 +222,11 @@ void Delivery::xExamine(const StreamPtr& pStream, Clock::time_point pNow, Work& 
   xDropOutdated(*pStream, pWork);
   if (line.isDue)
     xTakeExpired(*pStream, pNow - kTaskLimit, pWork);
-  else if (xMayServe(*pStream, pNow) || xMayFetch(*pStream, pNow))
+  else if (xMayServe(*pStream, pNow, pWork) || xMayFetch(*pStream, pNow, pWork))
     xQueue(pStream, pWork);
   else
     xTakeExpired(*pStream, pNow, pWork);
-  xWakeFor(*pStream, pNow);
+  xWakeFor(*pStream, pNow, pWork);
 }
 
 /// For those who have others to look at too: without memory this one waits for its next event.
@@ -253,14 +267,15 @@ void Delivery::xTakeExpired(Stream& pStream, Clock::time_point pBefore, Work& pW
 }
 
 /// A stream that is being served is looked at after that.
-void Delivery::xWakeFor(Stream& pStream, Clock::time_point pNow) {
+void Delivery::xWakeFor(Stream& pStream, Clock::time_point pNow, const Work& pWork) {
   const StreamLine& line = pStream.line();
   if (line.requests.empty() || line.isServed) return;
   for (const Request& request : line.requests)
     if (request.deadline != Clock::time_point::max())
       xWakeAt(request.deadline + (line.isDue ? kTaskLimit : std::chrono::seconds(0)));
   if (line.isDue || !line.requests.front().mayBeServed()) return;
-  if (const auto chance = pStream.nextChance(pNow)) xWakeAt(std::max(*chance, line.notBefore));
+  if (const auto chance = pStream.nextChance(pNow, pWork.source.get()))
+    xWakeAt(std::max(*chance, line.notBefore));
 }
 
 // ---- the timer ----
@@ -284,14 +299,22 @@ void Delivery::xRunTimer() {
     } else if (fWakeMoment > now) {
       fTimerWake.wait_until(hold.native(), fWakeMoment);
     } else {
-      fWakeMoment = Clock::time_point::max();
-      Work work;
-      for (const StreamPtr& stream : fStreams) xTryExamine(stream, now, work);
       hold.unlock();
-      xDo(work);
+      xTick();
       hold.lock();
     }
   }
+}
+
+void Delivery::xTick() {
+  Work work(*this);
+  {
+    const detail::MutexLock hold(fGuard);
+    fWakeMoment = Clock::time_point::max();
+    const Clock::time_point now = Clock::now();
+    for (const StreamPtr& stream : fStreams) xTryExamine(stream, now, work);
+  }
+  xDo(work);
 }
 
 // ---- doing it: without the lock ----
@@ -361,7 +384,7 @@ void Delivery::xServe(const StreamPtr& pStream) {
 
 /// False when something has happened since the last look.
 bool Delivery::xHasServed(const StreamPtr& pStream) {
-  Work work;
+  Work work(*this);
   {
     const detail::MutexLock hold(fGuard);
     StreamLine& line = pStream->line();
@@ -369,7 +392,7 @@ bool Delivery::xHasServed(const StreamPtr& pStream) {
     const Clock::time_point now = Clock::now();
     xTakeExpired(*pStream, now, work);
     line.isServed = false;
-    xWakeFor(*pStream, now);
+    xWakeFor(*pStream, now, work);
   }
   xDo(work);
   return true;
@@ -381,14 +404,14 @@ bool Delivery::xServeFirst(const StreamPtr& pStream) {
   std::vector<FrameTarget> targets;
   std::unique_ptr<AheadFrame> ahead;
   {
-    Work work;
+    Work work(*this);
     const detail::MutexLock hold(fGuard);
     StreamLine& line = pStream->line();
     while (!line.requests.empty() && line.requests.front().receiver->isOver()) {
       work.dropped.push_back(std::move(line.requests.front()));
       line.requests.pop_front();
     }
-    if (!xMayServe(*pStream, Clock::now())) return false;
+    if (!xMayServe(*pStream, Clock::now(), work)) return false;
     xDropOutdated(*pStream, work);
     if (line.ahead && line.requests.front().receiver->adopt(*line.ahead)) {
       ahead = std::move(line.ahead);
@@ -440,9 +463,10 @@ bool Delivery::xGive(const StreamPtr& pStream, Request& pRequest,
 /// Whether there may be more to do.
 bool Delivery::xFetchAhead(const StreamPtr& pStream) {
   std::unique_ptr<AheadFrame> ahead;
+  const Work work(*this);
   {
     const detail::MutexLock hold(fGuard);
-    if (!xMayFetch(*pStream, Clock::now())) return false;
+    if (!xMayFetch(*pStream, Clock::now(), work)) return false;
     const std::vector<Slots::Slot> slots = pStream->segment()->slots().take(1);
     if (slots.empty()) return false;
     ahead = std::make_unique<AheadFrame>(pStream->segment(), slots.front());

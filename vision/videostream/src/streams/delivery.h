@@ -42,8 +42,8 @@ class Delivery : public FrameListener, public boost::enable_shared_from_this<Del
   using Clock = Stream::Clock;
 
   /// pEnded is called on a thread of the broker when a subscriber of the device has ended.
-  Delivery(boost::weak_ptr<OXBroker> pBroker, boost::shared_ptr<StreamDurations> pDurations,
-           std::function<void()> pEnded);
+  Delivery(boost::weak_ptr<OXBroker> pBroker, boost::weak_ptr<IFrameSource> pSource,
+           boost::shared_ptr<StreamDurations> pDurations, std::function<void()> pEnded);
   ~Delivery() override;
   Delivery(const Delivery&) = delete;
   Delivery& operator=(const Delivery&) = delete;
@@ -71,27 +71,23 @@ class Delivery : public FrameListener, public boost::enable_shared_from_this<Del
  private:
   friend class StreamProbe;
   using GroupPtr = boost::shared_ptr<StreamGroup>;
-  /// What is done without the lock.
-  struct Work {
-    std::vector<GroupPtr> toPost;
-    std::vector<Request> expired;
-    std::vector<Request> dropped;
-    std::vector<std::unique_ptr<AheadFrame>> outdated;
-  };
+  struct Work;
 
   // With the lock: what is to be done.
   GroupPtr xGroupOf(const Stream& pStream) OX_REQUIRES(fGuard);
-  bool xMayServe(Stream& pStream, Clock::time_point pNow) const OX_REQUIRES(fGuard);
+  bool xMayServe(Stream& pStream, Clock::time_point pNow, const Work& pWork) const
+      OX_REQUIRES(fGuard);
   void xExamine(const StreamPtr& pStream, Clock::time_point pNow, Work& pWork) OX_REQUIRES(fGuard);
   void xTryExamine(const StreamPtr& pStream, Clock::time_point pNow, Work& pWork)
       OX_REQUIRES(fGuard);
   void xQueue(const StreamPtr& pStream, Work& pWork) OX_REQUIRES(fGuard);
-  bool xMayFetch(Stream& pStream, Clock::time_point pNow) const OX_REQUIRES(fGuard);
+  bool xMayFetch(Stream& pStream, Clock::time_point pNow, const Work& pWork) const
+      OX_REQUIRES(fGuard);
   void xDropOutdated(Stream& pStream, Work& pWork) OX_REQUIRES(fGuard);
   template <typename Predicate>
   void xTake(Stream& pStream, std::vector<Request>& pTaken, Predicate pIsTaken) OX_REQUIRES(fGuard);
   void xTakeExpired(Stream& pStream, Clock::time_point pBefore, Work& pWork) OX_REQUIRES(fGuard);
-  void xWakeFor(Stream& pStream, Clock::time_point pNow) OX_REQUIRES(fGuard);
+  void xWakeFor(Stream& pStream, Clock::time_point pNow, const Work& pWork) OX_REQUIRES(fGuard);
   void xWakeAt(Clock::time_point pMoment) OX_REQUIRES(fGuard);
   void xStartTimer() OX_REQUIRES(fGuard);
 
@@ -109,8 +105,10 @@ class Delivery : public FrameListener, public boost::enable_shared_from_this<Del
   bool xIsReady(const StreamPtr& pStream, Request& pRequest);
   void xPutBack(const StreamPtr& pStream, Request&& pRequest, Clock::time_point pNotBefore);
   void xRunTimer();
+  void xTick();
 
   const boost::weak_ptr<OXBroker> fBroker;
+  const boost::weak_ptr<IFrameSource> fSource;
   const boost::shared_ptr<StreamDurations> fDurations;
   const std::function<void()> fEnded;
 

@@ -155,7 +155,7 @@ Frame LocalStream::xWait(Stream::Pixels pPixels, std::chrono::microseconds pTime
     const std::uint64_t seen = fStream->wakeup().count();
     if (fStream->hasEnded()) return {};
     const Clock::time_point now = Clock::now();
-    const auto next = fStream->nextChance(now);
+    const auto next = fStream->nextChance(now, fStreams->source().get());
     if (next && std::max(*next, notBefore) <= now) {
       Frame frame;
       const Stream::Result result = fStream->take(pPixels, false, {}, {&frame, 1});

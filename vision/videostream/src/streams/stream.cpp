@@ -54,19 +54,20 @@ bool Stream::isNext(const Frame& pFrame) const {
 }
 
 std::optional<Stream::Clock::time_point> Stream::xNextFrame(std::size_t pIndex,
-                                                            Clock::time_point pNow) const {
+                                                            Clock::time_point pNow,
+                                                            const IFrameSource* pSource) const {
   if (xIsNew(pIndex)) return pNow;
-  const auto source = fSetup.source.lock();
-  if (!source) return {};
-  const auto until = source->untilNextFrame(formats()[pIndex].camera);
+  if (!pSource) return {};
+  const auto until = pSource->untilNextFrame(formats()[pIndex].camera);
   if (!until) return {};
   return pNow + std::max(*until, std::chrono::microseconds(0));
 }
 
-std::optional<Stream::Clock::time_point> Stream::nextChance(Clock::time_point pNow) const {
+std::optional<Stream::Clock::time_point> Stream::nextChance(Clock::time_point pNow,
+                                                            const IFrameSource* pSource) const {
   Clock::time_point moment = pNow;
   for (std::size_t i = 0; i < fMarks.size(); ++i) {
-    const std::optional<Clock::time_point> next = xNextFrame(i, pNow);
+    const std::optional<Clock::time_point> next = xNextFrame(i, pNow, pSource);
     if (!next) return {};
     moment = std::max(moment, *next);
   }

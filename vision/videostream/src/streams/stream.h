@@ -3,7 +3,6 @@
 
 #include <atomic>
 #include <boost/shared_ptr.hpp>
-#include <boost/weak_ptr.hpp>
 #include <cstdint>
 #include <deque>
 #include <functional>
@@ -64,7 +63,6 @@ class Stream {
 
   struct Setup {
     boost::shared_ptr<FrameSubscription> subscription;
-    boost::weak_ptr<IFrameSource> source;
     StreamOwner owner;
     bool isMulti = false;  ///< answers are lists of images
     int fps = 0;
@@ -89,8 +87,9 @@ class Stream {
   /// That a camera has a newer frame: the numbers count from the first one that is noted.
   void note(int pCamera);
   /// When there is something to take of each camera, in keeping with the rate: now, or at a later
-  /// moment; empty when only an event brings it.
-  std::optional<Clock::time_point> nextChance(Clock::time_point pNow) const;
+  /// moment; empty when only an event brings it. pSource is null when the device has ended.
+  std::optional<Clock::time_point> nextChance(Clock::time_point pNow,
+                                              const IFrameSource* pSource) const;
   bool hasAnyNew() const;
 
   /// The newest frame of each camera, once each. kFrame when pFrames has one of each, or with
@@ -129,7 +128,8 @@ class Stream {
   };
 
   bool xIsNew(std::size_t pIndex) const;
-  std::optional<Clock::time_point> xNextFrame(std::size_t pIndex, Clock::time_point pNow) const;
+  std::optional<Clock::time_point> xNextFrame(std::size_t pIndex, Clock::time_point pNow,
+                                              const IFrameSource* pSource) const;
   void xCount(std::size_t pIndex, const Frame& pFrame);
 
   const Setup fSetup;

@@ -52,8 +52,8 @@ Streams::Streams(const OXBroker& pBroker, boost::weak_ptr<IFrameSource> pSource)
 
 boost::shared_ptr<Streams> Streams::create(const boost::shared_ptr<OXBroker>& pBroker,
                                            boost::weak_ptr<IFrameSource> pSource) {
-  const boost::shared_ptr<Streams> streams(new Streams(*pBroker, std::move(pSource)));
-  streams->fDelivery = boost::make_shared<Delivery>(pBroker, streams->fDurations,
+  boost::shared_ptr<Streams> streams(new Streams(*pBroker, std::move(pSource)));
+  streams->fDelivery = boost::make_shared<Delivery>(pBroker, streams->fSource, streams->fDurations,
                                                     [weak = streams->weak_from_this()] {
                                                       if (const auto self = weak.lock())
                                                         self->xDropEnded();
@@ -88,7 +88,6 @@ StreamPtr Streams::open(const Wish& pWish) {
   const boost::shared_ptr<IFrameSource> source = fSource.lock();
   if (!source) raiseError(kName, pWish.method, "There is no video device in this broker any more");
   if (pWish.slots > 0) setup.segment = boost::make_shared<Segment>(pWish.slots);
-  setup.source = source;
   setup.owner = pWish.owner;
   setup.isMulti = pWish.isMulti;
   setup.fps = pWish.fps;
@@ -104,7 +103,7 @@ StreamPtr Streams::open(const Wish& pWish) {
 }
 
 StreamPtr Streams::xAdd(const Wish& pWish, Stream::Setup pSetup) {
-  const StreamPtr stream = boost::make_shared<Stream>(std::move(pSetup));
+  StreamPtr stream = boost::make_shared<Stream>(std::move(pSetup));
   StreamPtr earlier;  // of this id, whose subscriber somebody has unsubscribed just now
   {
     const detail::MutexLock hold(fGuard);
