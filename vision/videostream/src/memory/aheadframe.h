@@ -17,7 +17,7 @@ class AheadFrame {
   AheadFrame(boost::shared_ptr<Segment> pSegment, const Slots::Slot& pSlot)
       : fSegment(std::move(pSegment)), fSlot(pSlot) {}
   ~AheadFrame() {
-    if (fSlot) fSegment->slots().release(*fSlot);
+    if (fSlot) fSegment->slots().putBack(*fSlot);
   }
   AheadFrame(const AheadFrame&) = delete;
   AheadFrame& operator=(const AheadFrame&) = delete;

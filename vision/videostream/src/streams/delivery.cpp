@@ -43,7 +43,7 @@ struct Delivery::Work {
   std::vector<GroupPtr> toPost{};
   std::vector<Request> expired{};
   std::vector<Request> dropped{};
-  std::vector<std::unique_ptr<AheadFrame>> outdated{};
+  std::vector<StreamPtr> withRoom{};  ///< whose requests have put slots back
 };
 
 Delivery::Delivery(boost::weak_ptr<OXBroker> pBroker, boost::weak_ptr<IFrameSource> pSource,
@@ -138,9 +138,14 @@ void Delivery::noteRoom(const StreamPtr& pStream) {
 
 void Delivery::dropLeft(const StreamPtr& pStream) {
   Work work(*this);
-  const detail::MutexLock hold(fGuard);
-  xTake(*pStream, work.dropped,
-        [](const Request& pRequest) { return pRequest.receiver->isOver(); });
+  {
+    const detail::MutexLock hold(fGuard);
+    xTake(*pStream, work.dropped,
+          [](const Request& pRequest) { return pRequest.receiver->isOver(); });
+    // Those who came later may have waited for them.
+    xExamine(pStream, Clock::now(), work);
+  }
+  xDo(work);
 }
 
 // ---- events ----
@@ -166,33 +171,42 @@ void Delivery::onFrame(int pCamera) {
 }
 
 void Delivery::onSubscriberEnded() {
-  const boost::shared_ptr<OXBroker> broker = fBroker.lock();
   {
     const detail::MutexLock hold(fGuard);
-    if (fIsStopped || fEndIsPosted || !broker) return;
+    if (fIsStopped || fEndIsPosted) return;
     fEndIsPosted = true;
   }
-  const bool isPosted = broker->post([self = shared_from_this()] {
+  if (xTryPostEnd()) return;
+  const detail::MutexLock hold(fGuard);
+  fEndIsPosted = false;
+  fEndIsPending = true;
+  xWakeAt(Clock::now() + kPostPause);
+}
+
+bool Delivery::xTryPostEnd() try {
+  const boost::shared_ptr<OXBroker> broker = fBroker.lock();
+  return broker && broker->post([self = shared_from_this()] {
     {
       const detail::MutexLock hold(self->fGuard);
       self->fEndIsPosted = false;
     }
     self->fEnded();
   });
-  if (isPosted) return;
-  const detail::MutexLock hold(fGuard);
-  fEndIsPosted = false;
+} catch (const std::bad_alloc&) {
+  return false;
 }
 
 // ---- what is to be done: with the lock ----
 
 bool Delivery::xMayServe(Stream& pStream, Clock::time_point pNow, const Work& pWork) const {
   const StreamLine& line = pStream.line();
-  if (line.requests.empty() || line.notBefore > pNow) return false;
+  if (line.requests.empty()) return false;
   const Request& first = line.requests.front();
   if (!first.mayBeServed()) return false;
   // Of several cameras, when the time is over, those that have something.
-  if (first.deadline <= pNow && pStream.isMulti() && pStream.hasAnyNew()) return true;
+  if (first.deadline <= pNow && pStream.isMulti() && pStream.hasAnyNew() && pStream.mayPass(pNow))
+    return true;
+  if (line.notBefore > pNow) return false;
   const auto chance = pStream.nextChance(pNow, pWork.source.get());
   return chance && *chance <= pNow;
 }
@@ -205,12 +219,21 @@ bool Delivery::xMayFetch(Stream& pStream, Clock::time_point pNow, const Work& pW
   return pStream.hasAnyNew() && chance && *chance <= pNow;
 }
 
-/// Who did not ask for a frame while it was the newest may not ask for the next one either.
-void Delivery::xDropOutdated(Stream& pStream, Work& pWork) {
+/// At once, also with the lock: it has a slot and nothing of the device, and a request may wait for
+/// the slot.
+void Delivery::xDropAhead(Stream& pStream) {
   StreamLine& line = pStream.line();
+  if (!line.ahead) return;
+  line.ahead.reset();
+  for (Request& request : line.requests) request.awaitsRoom = false;
+}
+
+/// Who did not ask for a frame while it was the newest may not ask for the next one either.
+void Delivery::xDropOutdated(Stream& pStream) {
+  const StreamLine& line = pStream.line();
   if (!line.ahead || pStream.isNext(line.ahead->frame())) return;
   pStream.setBehind();
-  pWork.outdated.push_back(std::move(line.ahead));
+  xDropAhead(pStream);
 }
 
 void Delivery::xExamine(const StreamPtr& pStream, Clock::time_point pNow, Work& pWork) {
@@ -219,13 +242,13 @@ void Delivery::xExamine(const StreamPtr& pStream, Clock::time_point pNow, Work& 
     line.again = true;
     return;
   }
-  xDropOutdated(*pStream, pWork);
+  xDropOutdated(*pStream);
   if (line.isDue)
-    xTakeExpired(*pStream, pNow - kTaskLimit, pWork);
+    xTakeExpired(pStream, pNow - kTaskLimit, pWork);
   else if (xMayServe(*pStream, pNow, pWork) || xMayFetch(*pStream, pNow, pWork))
     xQueue(pStream, pWork);
   else
-    xTakeExpired(*pStream, pNow, pWork);
+    xTakeExpired(pStream, pNow, pWork);
   xWakeFor(*pStream, pNow, pWork);
 }
 
@@ -259,11 +282,14 @@ void Delivery::xTake(Stream& pStream, std::vector<Request>& pTaken, Predicate pI
   requests.erase(taken, requests.end());
 }
 
-void Delivery::xTakeExpired(Stream& pStream, Clock::time_point pBefore, Work& pWork) {
+void Delivery::xTakeExpired(const StreamPtr& pStream, Clock::time_point pBefore, Work& pWork) {
+  // Before anything is taken, which must then be answered.
+  if (pStream->segment()) pWork.withRoom.reserve(pWork.withRoom.size() + 1);
   const std::size_t before = pWork.expired.size();
-  xTake(pStream, pWork.expired,
+  xTake(*pStream, pWork.expired,
         [&](const Request& pRequest) { return pRequest.deadline <= pBefore; });
-  for (std::size_t i = before; i < pWork.expired.size(); ++i) pStream.countTimeOut();
+  for (std::size_t i = before; i < pWork.expired.size(); ++i) pStream->countTimeOut();
+  if (pStream->segment() && pWork.expired.size() > before) pWork.withRoom.push_back(pStream);
 }
 
 /// A stream that is being served is looked at after that.
@@ -308,20 +334,26 @@ void Delivery::xRunTimer() {
 
 void Delivery::xTick() {
   Work work(*this);
+  bool endIsPending = false;
   {
     const detail::MutexLock hold(fGuard);
     fWakeMoment = Clock::time_point::max();
+    endIsPending = std::exchange(fEndIsPending, false);
     const Clock::time_point now = Clock::now();
     for (const StreamPtr& stream : fStreams) xTryExamine(stream, now, work);
   }
   xDo(work);
+  if (endIsPending) onSubscriberEnded();
 }
 
 // ---- doing it: without the lock ----
 
-void Delivery::xDo(const Work& pWork) {
+void Delivery::xDo(Work& pWork) {
   for (const Request& request : pWork.expired) request.receiver->giveNothing();
   for (const GroupPtr& group : pWork.toPost) xPost(group);
+  // A request that waited for a slot may have one now.
+  const std::vector<StreamPtr> withRoom = std::exchange(pWork.withRoom, {});
+  for (const StreamPtr& stream : withRoom) noteRoom(stream);
 }
 
 bool Delivery::xTryPost(const GroupPtr& pGroup) try {
@@ -355,7 +387,13 @@ void Delivery::xRun(const GroupPtr& pGroup) {
     due.swap(pGroup->due);
     for (const StreamPtr& stream : due) stream->line().isDue = false;
   }
-  for (const StreamPtr& stream : due) xServe(stream);
+  for (const StreamPtr& stream : due) try {
+      xServe(stream);
+    } catch (const std::exception& error) {  // the others must not wait for the next event
+      ki::log::log(ki::log::kError, "vision.oxvideostream",
+                   "Stream \"" + stream->id() + "\" could not be served: " + error.what(), "",
+                   "deliver", 0);
+    }
 }
 
 void Delivery::xServe(const StreamPtr& pStream) {
@@ -378,6 +416,7 @@ void Delivery::xServe(const StreamPtr& pStream) {
   } catch (...) {  // no memory: others may serve it, and its requests end with their time
     const detail::MutexLock hold(fGuard);
     pStream->line().isServed = false;
+    xWakeAt(Clock::now() + kPostPause);
     throw;
   }
 }
@@ -390,7 +429,7 @@ bool Delivery::xHasServed(const StreamPtr& pStream) {
     StreamLine& line = pStream->line();
     if (std::exchange(line.again, false)) return false;
     const Clock::time_point now = Clock::now();
-    xTakeExpired(*pStream, now, work);
+    xTakeExpired(pStream, now, work);
     line.isServed = false;
     xWakeFor(*pStream, now, work);
   }
@@ -412,12 +451,15 @@ bool Delivery::xServeFirst(const StreamPtr& pStream) {
       line.requests.pop_front();
     }
     if (!xMayServe(*pStream, Clock::now(), work)) return false;
-    xDropOutdated(*pStream, work);
+    xDropOutdated(*pStream);
     if (line.ahead && line.requests.front().receiver->adopt(*line.ahead)) {
       ahead = std::move(line.ahead);
-    } else if (!line.requests.front().receiver->prepare(targets, pStream->cameras())) {
-      line.requests.front().awaitsRoom = true;
-      return false;
+    } else {
+      xDropAhead(*pStream);  // a raw frame is wanted, which will be the newest
+      if (!line.requests.front().receiver->prepare(targets, pStream->cameras())) {
+        line.requests.front().awaitsRoom = true;
+        return false;
+      }
     }
     request = std::move(line.requests.front());
     line.requests.pop_front();
@@ -450,7 +492,7 @@ bool Delivery::xGive(const StreamPtr& pStream, Request& pRequest,
       pRequest.receiver->give(frames);
       return true;
     case Stream::Result::kOver:
-      pRequest.receiver->fail(Stream::overError(pStream->id()));
+      xBidFarewell(pStream, pRequest);
       return true;
     case Stream::Result::kNothingNew:
     case Stream::Result::kFailed:
@@ -458,6 +500,19 @@ bool Delivery::xGive(const StreamPtr& pStream, Request& pRequest,
   }
   xPutBack(pStream, std::move(pRequest), pauseAfter(result));
   return false;
+}
+
+/// The stream was closed, or somebody has unsubscribed its subscriber.
+void Delivery::xBidFarewell(const StreamPtr& pStream, Request& pRequest) {
+  Farewell farewell;
+  {
+    const detail::MutexLock hold(fGuard);
+    farewell = pStream->line().farewell;
+  }
+  if (farewell)
+    farewell(*pRequest.receiver);
+  else
+    pRequest.receiver->fail(Stream::overError(pStream->id()));
 }
 
 /// Whether there may be more to do.
@@ -469,15 +524,20 @@ bool Delivery::xFetchAhead(const StreamPtr& pStream) {
     if (!xMayFetch(*pStream, Clock::now(), work)) return false;
     const std::vector<Slots::Slot> slots = pStream->segment()->slots().take(1);
     if (slots.empty()) return false;
-    ahead = std::make_unique<AheadFrame>(pStream->segment(), slots.front());
+    try {
+      ahead = std::make_unique<AheadFrame>(pStream->segment(), slots.front());
+    } catch (...) {
+      pStream->segment()->slots().putBack(slots.front());
+      throw;
+    }
   }
   const Stream::Result result = pStream->fetch(ahead->target(), ahead->frame());
   const detail::MutexLock hold(fGuard);
   StreamLine& line = pStream->line();
-  if (result != Stream::Result::kFrame)
-    line.notBefore = pauseAfter(result);
-  else if (!line.farewell)
+  if (result == Stream::Result::kFrame && !line.farewell)
     line.ahead = std::move(ahead);
+  else if (!line.again)  // a newer frame may fare better
+    line.notBefore = pauseAfter(result);
   return !line.requests.empty();
 }
 
@@ -510,7 +570,8 @@ void Delivery::xPutBack(const StreamPtr& pStream, Request&& pRequest,
     const detail::MutexLock hold(fGuard);
     StreamLine& line = pStream->line();
     farewell = line.farewell;
-    line.notBefore = pNotBefore;
+    // A newer frame may fare better.
+    if (!line.again) line.notBefore = pNotBefore;
     if (!farewell) line.requests.push_front(std::move(pRequest));
   }
   if (farewell) farewell(*pRequest.receiver);

@@ -83,16 +83,19 @@ class Delivery : public FrameListener, public boost::enable_shared_from_this<Del
   void xQueue(const StreamPtr& pStream, Work& pWork) OX_REQUIRES(fGuard);
   bool xMayFetch(Stream& pStream, Clock::time_point pNow, const Work& pWork) const
       OX_REQUIRES(fGuard);
-  void xDropOutdated(Stream& pStream, Work& pWork) OX_REQUIRES(fGuard);
+  void xDropAhead(Stream& pStream) OX_REQUIRES(fGuard);
+  void xDropOutdated(Stream& pStream) OX_REQUIRES(fGuard);
   template <typename Predicate>
   void xTake(Stream& pStream, std::vector<Request>& pTaken, Predicate pIsTaken) OX_REQUIRES(fGuard);
-  void xTakeExpired(Stream& pStream, Clock::time_point pBefore, Work& pWork) OX_REQUIRES(fGuard);
+  void xTakeExpired(const StreamPtr& pStream, Clock::time_point pBefore, Work& pWork)
+      OX_REQUIRES(fGuard);
   void xWakeFor(Stream& pStream, Clock::time_point pNow, const Work& pWork) OX_REQUIRES(fGuard);
   void xWakeAt(Clock::time_point pMoment) OX_REQUIRES(fGuard);
   void xStartTimer() OX_REQUIRES(fGuard);
 
   // Without.
-  void xDo(const Work& pWork);
+  void xDo(Work& pWork);
+  bool xTryPostEnd();
   void xPost(const GroupPtr& pGroup);
   bool xTryPost(const GroupPtr& pGroup);
   void xRun(const GroupPtr& pGroup);
@@ -100,6 +103,7 @@ class Delivery : public FrameListener, public boost::enable_shared_from_this<Del
   bool xHasServed(const StreamPtr& pStream);
   bool xServeFirst(const StreamPtr& pStream);
   bool xFetchAhead(const StreamPtr& pStream);
+  void xBidFarewell(const StreamPtr& pStream, Request& pRequest);
   bool xGiveAhead(const StreamPtr& pStream, Request& pRequest, AheadFrame& pAhead);
   bool xGive(const StreamPtr& pStream, Request& pRequest, std::span<const FrameTarget> pTargets);
   bool xIsReady(const StreamPtr& pStream, Request& pRequest);
@@ -118,6 +122,7 @@ class Delivery : public FrameListener, public boost::enable_shared_from_this<Del
   Clock::time_point fWakeMoment OX_GUARDED_BY(fGuard) = Clock::time_point::max();
   bool fIsStopped OX_GUARDED_BY(fGuard) = false;
   bool fEndIsPosted OX_GUARDED_BY(fGuard) = false;
+  bool fEndIsPending OX_GUARDED_BY(fGuard) = false;  ///< it could not be posted
   std::condition_variable fTimerWake;
   std::thread fTimer OX_GUARDED_BY(fGuard);
 };

@@ -151,8 +151,11 @@ Frame LocalStream::xWait(Stream::Pixels pPixels, std::chrono::microseconds pTime
       std::clamp<std::chrono::microseconds>(pTimeout, std::chrono::microseconds(0), kLongestWait);
   const Clock::time_point deadline = Clock::now() + limit;
   Clock::time_point notBefore{};
+  std::uint64_t seenBefore = fStream->wakeup().count();
   for (;;) {
     const std::uint64_t seen = fStream->wakeup().count();
+    // What has come since the last attempt may fare better.
+    if (std::exchange(seenBefore, seen) != seen) notBefore = {};
     if (fStream->hasEnded()) return {};
     const Clock::time_point now = Clock::now();
     const auto next = fStream->nextChance(now, fStreams->source().get());
@@ -172,7 +175,6 @@ Frame LocalStream::xWait(Stream::Pixels pPixels, std::chrono::microseconds pTime
     // Rounded up: a wait that ends before the moment would be followed by another one.
     fStream->wakeup().wait(
         seen, std::chrono::ceil<std::chrono::microseconds>(std::min(moment, deadline) - now));
-    if (fStream->wakeup().count() != seen) notBefore = {};
   }
 }
 

@@ -51,8 +51,11 @@ class SharedReceiver final : public CallReceiver {
  public:
   SharedReceiver(OXCompletion pCompletion, AnswerForm pForm, boost::shared_ptr<Segment> pSegment)
       : CallReceiver(std::move(pCompletion), std::move(pForm)), fSegment(std::move(pSegment)) {}
-  ~SharedReceiver() override {
-    for (const Slots::Slot& slot : fSlots) fSegment->slots().release(slot);
+  ~SharedReceiver() override { xPutBack(); }
+
+  void giveNothing() override {
+    xPutBack();
+    CallReceiver::giveNothing();
   }
 
   bool prepare(std::vector<FrameTarget>& pTargets, std::size_t pCount) override {
@@ -71,7 +74,10 @@ class SharedReceiver final : public CallReceiver {
     OXValue::Array images;
     std::vector<Slots::Slot> unused;
     for (std::size_t i = 0; i < pFrames.size(); ++i) {
-      if (!pFrames[i]) unused.push_back(fSlots[i]);
+      if (pFrames[i])
+        fSegment->slots().give(fSlots[i]);
+      else
+        unused.push_back(fSlots[i]);
       images.push_back(pFrames[i] ? sharedReply(pFrames[i], *fSegment, fSlots[i]) : OXValue());
     }
     fSlots = std::move(unused);
@@ -82,8 +88,13 @@ class SharedReceiver final : public CallReceiver {
   }
 
  private:
+  void xPutBack() {
+    for (const Slots::Slot& slot : fSlots) fSegment->slots().putBack(slot);
+    fSlots.clear();
+  }
+
   const boost::shared_ptr<Segment> fSegment;
-  std::vector<Slots::Slot> fSlots;
+  std::vector<Slots::Slot> fSlots;  ///< taken and not given
 };
 
 }  // namespace

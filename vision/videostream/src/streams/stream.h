@@ -91,6 +91,8 @@ class Stream {
   std::optional<Clock::time_point> nextChance(Clock::time_point pNow,
                                               const IFrameSource* pSource) const;
   bool hasAnyNew() const;
+  /// Whether the rate lets a frame pass.
+  bool mayPass(Clock::time_point pNow) const { return fPace.fit(pNow) <= pNow; }
 
   /// The newest frame of each camera, once each. kFrame when pFrames has one of each, or with
   /// pIsPartial of any; otherwise none counts as given. Without pTargets the pixels are where they

@@ -112,6 +112,11 @@ StreamPtr Streams::xAdd(const Wish& pWish, Stream::Setup pSetup) {
     earlier = std::exchange(fStreams[stream->id()], stream);
   }
   if (earlier) fDelivery->end(earlier, overFarewell(stream->id()));
+  // Nobody would end it any more if its subscriber was gone before it was here.
+  if (stream->hasEnded()) {
+    xEnd(stream, giveNothing);
+    throw Stream::overError(stream->id());
+  }
   return stream;
 }
 
