@@ -8,6 +8,7 @@
 #include <oxframework/oxvideo.h>
 #include "fake_caller.h"
 #include "oxvisionfilecam.h"
+#include "oxvisionvideostatus/oxvideostatus.h"
 #include "stream_service.h"
 #include "streams/pace.h"
 
@@ -284,6 +285,21 @@ TEST_F(Delivering, AStreamEndsInEveryWayWithAnAnswer) {
   client.broker()->call("OXVideoDevice", "setResolution", OXValue::array(id, kVGA));
   push(9);
   EXPECT_EQ(client.call("next", id, 1000)[0], OXValue(160));
+}
+
+TEST_F(Delivering, TheListOfSubscribersSaysWhoseAStreamIs) {
+  start();
+  OXModule::createModule<OXVideoStatus>(fBroker);
+  StreamClient client = connect();
+  client.broker()->call("OXBroker", "setClientName", OXValue::array("robot"));
+  client.open("mine");
+  client.broker()->call("OXBroker", "keepSubscriptions", OXValue::array(true));
+  client.open("nobodys");
+  const OXValue subscribers = fBroker->call("OXVideoStatus", "getSubscribers", OXValue::Array());
+  ASSERT_EQ(subscribers.getSize(), 2);
+  EXPECT_EQ(subscribers[0][0], OXValue("mine"));
+  EXPECT_EQ(subscribers[0][1], OXValue("robot"));
+  EXPECT_EQ(subscribers[1][1], OXValue(""));
 }
 
 TEST_F(Delivering, TheEndOfTheServiceAnswersThoseWhoWait) {
