@@ -1,35 +1,24 @@
-// The broker's process: what oxbroker does with libvideoinput.so, and a source of frames within it,
-// which costs no call. Everything is done on the thread of the conversation, except serving.
+// The broker's process: what oxbroker does with its libraries, and a source of frames within it.
+// Everything but serving is done on the thread of the conversation.
 #include "brokerside.h"
 
-#include <sys/resource.h>
-#include <unistd.h>
-
-#include <chrono>
 #include <fstream>
 #include <memory>
 #include <optional>
 #include <sstream>
 #include <stdexcept>
-#include <thread>
+#include <utility>
 
 #include <oxframework/oxserver.h>
 #include "../service.h"
+#include "localstreams.h"
 #include "measured.h"
+#include "modulelibrary.h"
 #include "rawchannel.h"
-#include "testframes.h"
+#include "source.h"
 
 namespace OX::benchmarks {
 namespace {
-
-double processorUs(int pOf) {
-  rusage used{};
-  ::getrusage(pOf, &used);
-  const auto us = [](const timeval& pTime) {
-    return static_cast<double>(pTime.tv_sec) * 1e6 + static_cast<double>(pTime.tv_usec);
-  };
-  return us(used.ru_utime) + us(used.ru_stime);
-}
 
 /// A line of /proc/self/status, without its name and unit.
 int statusOf(const std::string& pName) {
@@ -39,75 +28,127 @@ int statusOf(const std::string& pName) {
   throw std::runtime_error("no " + pName + " in /proc/self/status");
 }
 
-/// Pushes frames of one resolution at a time.
-class Source {
- public:
-  Source(LiveService& pService, SteppedClock* pClock) : fService(pService), fClock(pClock) {}
+struct Pushes {
+  int resolution = 0;
+  double rate = 0;
+  int count = 0;
 
-  std::uint64_t push(int pResolution) {
-    const FrameSize size = xPrepare(pResolution);
-    if (fClock) fClock->nextSecond();
-    ++fNumber;
-    require(fService.device->putImage(0, size.width, size.height, fFrames[fNumber % kGreys]),
-            "a frame was refused");
-    return fNumber;
+  explicit Pushes(std::istream& pWords) { pWords >> resolution >> rate >> count; }
+};
+
+/// Answers the lines of a broker's conversation.
+class BrokerProcess {
+ public:
+  BrokerProcess(bool pTcp, bool pStill) : fClock(pStill ? new SteppedClock : nullptr) {
+    daemon::ModuleLibrary("libvideostream.so").createModule(fService.broker);
+    fServer = std::make_unique<OXServer>(fService.broker);
+    fAddress = fServer->listen(pTcp ? "127.0.0.1:0" : "unix:" + socketFile());
   }
 
-  /// Returns the processor time that it took.
-  double pushes(int pResolution, double pRate, int pCount) {
-    xPrepare(pResolution);
-    const double before = processorUs(RUSAGE_THREAD);
-    const auto start = Steady::now();
-    for (int i = 0; i < pCount; ++i) {
-      std::this_thread::sleep_until(
-          start + std::chrono::duration_cast<Steady::duration>(
-                      std::chrono::duration<double>(static_cast<double>(i) / pRate)));
-      push(pResolution);
-    }
-    return processorUs(RUSAGE_THREAD) - before;
+  const std::string& address() const { return fAddress; }
+
+  std::string answer(const std::string& pLine) {
+    std::istringstream words(pLine);
+    std::string verb;
+    words >> verb;
+    std::ostringstream text;
+    if (verb == "push")
+      text << xPush(words);
+    else if (verb == "pushes")
+      text << xPushes(Pushes(words));
+    else if (verb == "usage")
+      text << processorUs(RUSAGE_SELF) << ' ' << statusOf("VmRSS") << ' ' << statusOf("Threads");
+    else if (verb == "streams")
+      xOpenStreams(words);
+    else if (verb == "frames")
+      text << fStreams->frames();
+    else
+      throw std::runtime_error("no verb " + verb);
+    return text.str();
   }
 
  private:
-  FrameSize xPrepare(int pResolution) {
-    if (pResolution != fResolution) fFrames = makeFrames(pResolution);
-    fResolution = pResolution;
-    return sizeOf(pResolution);
+  std::uint64_t xPush(std::istream& pWords) {
+    int resolution = 0;
+    pWords >> resolution;
+    if (fClock) fClock->nextSecond();
+    return fSource.push(resolution);
+  }
+  double xPushes(const Pushes& pPushes) {
+    return fSource.push(pPushes.resolution, pPushes.rate, pPushes.count, [] {});
+  }
+  void xOpenStreams(std::istream& pWords) {
+    int count = 0;
+    std::string way;
+    int resolution = 0;
+    pWords >> count >> way >> resolution;
+    fStreams = std::make_unique<LocalStreams>(*fService.broker, count, way, resolution);
   }
 
-  LiveService& fService;
-  SteppedClock* const fClock;
-  std::vector<OXValue> fFrames;
-  int fResolution = -1;
-  std::uint64_t fNumber = 0;
+  const std::unique_ptr<SteppedClock> fClock;
+  LiveService fService;
+  Source fSource{fService};
+  std::unique_ptr<OXServer> fServer;
+  std::string fAddress;
+  std::unique_ptr<LocalStreams> fStreams;
 };
 
 }  // namespace
 
 void runBroker(Conversation& pConversation, const std::vector<std::string>& pArguments) {
-  std::optional<SteppedClock> clock;
-  if (pArguments.at(1) == "still") clock.emplace();
+  BrokerProcess process(pArguments.at(0) == "tcp", pArguments.at(1) == "still");
+  pConversation.say(process.address());
+  for (std::string line; pConversation.hear(line);) pConversation.say(process.answer(line));
+}
+
+namespace {
+
+std::string stagesOf(const StageDurations& pStages) {
+  std::ostringstream text;
+  for (const auto& [name, stage] :
+       {std::pair{"push", &pStages.push}, std::pair{"resample", &pStages.resample},
+        std::pair{"convert", &pStages.convert}}) {
+    const auto us = [&, of = stage](double pShare) {
+      return std::chrono::duration<double, std::micro>(of->percentile(pShare)).count();
+    };
+    text << name << ' ' << stage->count() << ' ' << us(0.5) << ' ' << us(0.99) << ' ';
+  }
+  return text.str();
+}
+
+}  // namespace
+
+void runRawPushes(Conversation& pConversation, const std::vector<std::string>& /*pArguments*/) {
+  // The most a simulator's camera takes: an image older than this period is converted anew.
+  constexpr int kHighestRate = 255;
   LiveService service;
-  OXServer server(service.broker);
-  Source source(service, clock ? &*clock : nullptr);
-  pConversation.say(
-      server.listen(pArguments.at(0) == "tcp" ? "127.0.0.1:0" : "unix:" + socketFile()));
+  Source source(service);
+  RawListener listener(false);
+  pConversation.say(listener.address());
+  std::optional<RawSocket> socket;
+  std::string id;
   for (std::string line; pConversation.hear(line);) {
     std::istringstream words(line);
     std::string verb;
-    int resolution = 0;
-    double rate = 0;
-    int count = 0;
-    words >> verb >> resolution >> rate >> count;
-    std::ostringstream answer;
-    if (verb == "push")
-      answer << source.push(resolution);
-    else if (verb == "pushes")
-      answer << source.pushes(resolution, rate, count);
-    else if (verb == "usage")
-      answer << processorUs(RUSAGE_SELF) << ' ' << statusOf("VmRSS") << ' ' << statusOf("Threads");
-    else
-      throw std::runtime_error("no verb " + verb);
-    pConversation.say(answer.str());
+    words >> verb;
+    if (verb == "stages") {
+      pConversation.say(stagesOf(service.device->stages()));
+      continue;
+    }
+    const Pushes pushes(words);
+    if (!socket) {
+      socket.emplace(listener.accept());
+      id = service.device->subscribe("raw", pushes.resolution, kRGB, kHighestRate);
+    }
+    const double us = source.push(pushes.resolution, pushes.rate, pushes.count, [&] {
+      const OXImage* const image = service.device->getImageLocal(id);
+      require(image, "no image");
+      const std::int64_t stamp = image->fTimeStamp;
+      socket->write(&stamp, sizeof stamp);
+      socket->write(image->fData, static_cast<std::size_t>(sizeOf(pushes.resolution).bytes()));
+      service.device->releaseImage(id);
+    });
+    pConversation.say(std::to_string(us));
   }
 }
 

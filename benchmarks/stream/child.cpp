@@ -8,6 +8,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <csignal>
 #include <cstring>
 #include <iostream>
@@ -23,6 +24,9 @@ namespace {
 using Steady = std::chrono::steady_clock;
 
 constexpr char kAsChild[] = "--child";
+// How a child's last line begins that can't go on.
+constexpr char kFailed[] = "failed: ";
+constexpr char kLacking[] = "lacking: ";
 constexpr std::chrono::seconds kToStart(20);
 constexpr std::chrono::seconds kToEnd(5);
 
@@ -37,6 +41,7 @@ Child::Child(const std::string& pRole, const std::vector<std::string>& pArgument
                                  std::to_string(pCore), pRole};
   words.insert(words.end(), pArguments.begin(), pArguments.end());
   std::vector<char*> arguments;
+  arguments.reserve(words.size() + 1);
   for (std::string& word : words) arguments.push_back(word.data());
   arguments.push_back(nullptr);
   int in[2];
@@ -105,9 +110,10 @@ std::string Child::answer(std::chrono::milliseconds pLimit) {
     if (got <= 0) throw std::runtime_error("the other side has ended");
     fRead.append(bytes, static_cast<std::size_t>(got));
   }
-  const std::string line = fRead.substr(0, end);
+  std::string line = fRead.substr(0, end);
   fRead.erase(0, end + 1);
-  if (line.starts_with("failed: ")) throw std::runtime_error(line);
+  if (line.starts_with(kLacking)) throw NotAvailable(line.substr(std::strlen(kLacking)));
+  if (line.starts_with(kFailed)) throw std::runtime_error(line);
   return line;
 }
 
@@ -122,18 +128,21 @@ int runAsChild(int pArgumentCount, char** pArguments) {
   ::prctl(PR_SET_PDEATHSIG, SIGKILL);
   if (::getppid() != std::atoi(pArguments[2])) return 1;  // it ended before the line above
   Conversation conversation;
+  const auto giveUp = [&](const char* pHow, std::string pReason) {
+    std::replace(pReason.begin(), pReason.end(), '\n', ' ');
+    conversation.say(pHow + pReason);
+    return 1;
+  };
   try {
     pinProcess(0, std::atoi(pArguments[3]));
     const Role role = roleOf(pArguments[4]);
     if (!role) throw std::runtime_error(std::string("no role ") + pArguments[4]);
     role(conversation, {pArguments + 5, pArguments + pArgumentCount});
     return 0;
+  } catch (const NotAvailable& reason) {
+    return giveUp(kLacking, reason.what());
   } catch (const std::exception& error) {
-    std::string text = std::string("failed: ") + error.what();
-    for (char& c : text)
-      if (c == '\n') c = ' ';
-    conversation.say(text);
-    return 1;
+    return giveUp(kFailed, error.what());
   }
 }
 

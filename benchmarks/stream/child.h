@@ -11,7 +11,8 @@
 namespace OX::benchmarks {
 
 /// Starts a process in a role and ends it. It ends with this one too, however that ends. One thread
-/// only; operations throw std::runtime_error when it fails or says nothing in time.
+/// only; operations throw what the child throws, NotAvailable or std::runtime_error, and the latter
+/// when it says nothing in time.
 class Child {
  public:
   /// On a core; -1: where the system likes. Returns when the child has said its first line.
@@ -28,7 +29,6 @@ class Child {
   /// The two halves of ask(), for work that takes as long as the measurement.
   void tell(const std::string& pLine);
   std::string answer(std::chrono::milliseconds pLimit = std::chrono::seconds(10));
-  pid_t process() const { return fProcess; }
 
  private:
   void xEnd() noexcept;

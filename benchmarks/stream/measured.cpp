@@ -6,6 +6,7 @@
 #include <cmath>
 #include <iostream>
 #include <stdexcept>
+#include <thread>
 
 #include "placement.h"
 
@@ -15,6 +16,11 @@ namespace {
 bool gFailed = false;
 
 }  // namespace
+
+std::int64_t sharedClockNs() {
+  return std::chrono::duration_cast<std::chrono::nanoseconds>(Steady::now().time_since_epoch())
+      .count();
+}
 
 double Samples::quantile(double pShare) const {
   if (fUs.empty()) return 0;
@@ -29,12 +35,14 @@ void Samples::report(benchmark::State& pState) const {
   pState.counters["p99_us"] = quantile(0.99);
 }
 
-void measureCalls(benchmark::State& pState, const std::function<void()>& pCall) {
+void measureCalls(benchmark::State& pState, const std::function<void()>& pCall,
+                  std::chrono::milliseconds pApart) {
   for (benchmark::IterationCount i = 0;
        i < std::max<benchmark::IterationCount>(1, pState.max_iterations / 10); ++i)
     pCall();
   Samples samples;
   for (auto _ : pState) {
+    if (pApart.count() > 0) std::this_thread::sleep_for(pApart);
     const auto begin = Steady::now();
     pCall();
     samples.add(Steady::now() - begin);

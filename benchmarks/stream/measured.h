@@ -4,6 +4,7 @@
 #include <benchmark/benchmark.h>
 
 #include <chrono>
+#include <cstdint>
 #include <functional>
 #include <string>
 #include <vector>
@@ -11,6 +12,9 @@
 namespace OX::benchmarks {
 
 using Steady = std::chrono::steady_clock;
+
+/// The time of the clock that all processes share: that of Steady.
+std::int64_t sharedClockNs();
 
 /// Single times of one repetition, in microseconds.
 class Samples {
@@ -29,8 +33,14 @@ class Samples {
   std::vector<double> fUs;
 };
 
-/// One repetition: pCall some times without being measured, then each pass of the loop measured.
-void measureCalls(benchmark::State& pState, const std::function<void()>& pCall);
+/// How far apart calls and images are that are to come as from a camera, when both sides sleep in
+/// between.
+constexpr std::chrono::milliseconds kApart(5);
+
+/// One repetition: pCall some times without being measured, then each pass of the loop measured,
+/// with a pause before each that isn't.
+void measureCalls(benchmark::State& pState, const std::function<void()>& pCall,
+                  std::chrono::milliseconds pApart = std::chrono::milliseconds(0));
 
 /// Registers a row "TABLE ROW/COLUMN" of pPasses passes in each of pRepetitions repetitions. A row
 /// that throws is reported as failed, or as left out if it throws NotAvailable; the others go on.

@@ -51,4 +51,12 @@ void pinProcess(pid_t pProcess, int pCore) {
   }
 }
 
+ClientPlacement::~ClientPlacement() {
+  try {
+    pinProcess(0, -1);
+  } catch (const std::exception&) {
+    std::abort();  // the rows that follow would not be what they say
+  }
+}
+
 }  // namespace OX::benchmarks

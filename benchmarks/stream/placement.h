@@ -33,7 +33,7 @@ class ClientPlacement {
   explicit ClientPlacement(Placement pPlacement) {
     pinProcess(0, coreFor(pPlacement, Side::kClient));
   }
-  ~ClientPlacement() { pinProcess(0, -1); }
+  ~ClientPlacement();
   ClientPlacement(const ClientPlacement&) = delete;
   ClientPlacement& operator=(const ClientPlacement&) = delete;
 };

@@ -174,21 +174,33 @@ RawSocket RawListener::accept() {
   return RawSocket(check(::accept4(fDescriptor, nullptr, nullptr, SOCK_CLOEXEC), "accept"));
 }
 
-RawRequest::RawRequest(const std::string& pMethod, const std::string& pId) {
-  const std::string name = "OXVideoDevice." + pMethod;
-  // A text of up to 31 bytes has its length in its first byte, a longer one of up to 255 in a
-  // second.
-  std::string head{'\x94', '\x00', '\xcd', '\0', '\0'};
-  if (name.size() > 31)
-    head += {'\xd9', static_cast<char>(name.size())};
-  else
-    head += static_cast<char>(0xa0 + name.size());
-  const std::string bytes = head + name + '\x91' + static_cast<char>(0xa0 + pId.size()) + pId;
+RawRequest::RawRequest(const std::string& pModuleAndMethod,
+                       const std::vector<std::variant<std::string, int>>& pArguments) {
+  std::string bytes{'\x94', '\x00', '\xcd', '\0', '\0'};
+  const auto addText = [&](const std::string& pText) {
+    // Up to 31 bytes the length is part of the first byte.
+    if (pText.size() > 31) bytes += '\xd9';
+    bytes += static_cast<char>(pText.size() + (pText.size() > 31 ? 0 : 0xa0));
+    bytes += pText;
+  };
+  const auto addInt = [&](int pNumber) {
+    if (pNumber < 0 || pNumber > 127) {
+      bytes += '\xd2';
+      for (int shift = 24; shift > 0; shift -= 8) bytes += static_cast<char>(pNumber >> shift);
+    }
+    bytes += static_cast<char>(pNumber);
+  };
+  addText(pModuleAndMethod);
+  bytes += static_cast<char>(0x90 + pArguments.size());
+  for (const auto& argument : pArguments)
+    if (const auto* text = std::get_if<std::string>(&argument))
+      addText(*text);
+    else
+      addInt(std::get<int>(argument));
   fBytes.assign(bytes.begin(), bytes.end());
 }
 
 const std::vector<char>& RawRequest::next() {
-  // From 256 on a client uses two bytes for the number.
   fNumber = fNumber == 60'000 ? std::uint16_t{1000} : static_cast<std::uint16_t>(fNumber + 1);
   fBytes[3] = static_cast<char>(fNumber >> 8);
   fBytes[4] = static_cast<char>(fNumber & 0xff);

@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <string>
+#include <variant>
 #include <vector>
 
 #include "child.h"
@@ -57,17 +58,19 @@ class RawListener {
 /// A path in the folder for temporary files that no other process uses.
 std::string socketFile();
 
-/// A request as a client sends it, "[0, number, "OXVideoDevice.METHOD", [ID]]", with the number in
-/// three bytes.
+/// A request as a client sends it, [0, number, "Module.method", [argument, ...]], with the number
+/// in three bytes.
 class RawRequest {
  public:
-  RawRequest(const std::string& pMethod, const std::string& pId);
+  /// Arguments are names of up to 31 bytes, and ints.
+  RawRequest(const std::string& pModuleAndMethod,
+             const std::vector<std::variant<std::string, int>>& pArguments);
   /// The bytes, with the next number.
   const std::vector<char>& next();
 
  private:
   std::vector<char> fBytes;
-  std::uint16_t fNumber = 1000;
+  std::uint16_t fNumber = 1000;  ///< below 256 it would take fewer bytes
 };
 
 /// The role "raw": answers requests of a fixed size with a fixed number of bytes from one buffer.

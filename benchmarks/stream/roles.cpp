@@ -9,6 +9,7 @@ namespace OX::benchmarks {
 Role roleOf(const std::string& pName) {
   if (pName == "broker") return runBroker;
   if (pName == "raw") return runRawChannel;
+  if (pName == "rawpushes") return runRawPushes;
 #ifdef OX_WITH_DDS
   if (pName == "dds") return runDdsSender;
 #endif

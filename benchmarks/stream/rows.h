@@ -6,5 +6,9 @@ namespace OX::benchmarks {
 void addSmallCalls();
 void addImages();
 void addPeerImages();
+void addNewFrames();
+/// pSeconds: how long frames come.
+void addReceipts(int pSeconds);
+void addLoads(int pSeconds);
 
 }  // namespace OX::benchmarks

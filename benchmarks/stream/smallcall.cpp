@@ -2,6 +2,9 @@
 // the same kind of socket with blocking calls. A third row sends these bytes to the broker: what it
 // takes beyond the first is the broker's cost, what the client of the framework takes beyond it is
 // that client's.
+#include <string>
+#include <vector>
+
 #include <oxframework/oxdefinitions.h>
 #include <oxframework/oxremotebroker.h>
 #include "brokerside.h"
@@ -28,7 +31,7 @@ void subscribe(OXRemoteBroker& pBroker) {
 }
 
 void pingPong(benchmark::State& pState, Placement pPlacement) {
-  RawRequest request(kMethod, kId);
+  RawRequest request(std::string("OXVideoDevice.") + kMethod, {kId});
   Child child("raw", {"unix", std::to_string(request.next().size()), std::to_string(kAnswerBytes)},
               coreFor(pPlacement, Side::kServer));
   const ClientPlacement placement(pPlacement);
@@ -48,7 +51,7 @@ void plainClient(benchmark::State& pState, Placement pPlacement) {
   const ClientPlacement placement(pPlacement);
   const auto owner = OXRemoteBroker::connect(child.greeting());
   subscribe(*owner);
-  RawRequest request(kMethod, kId);
+  RawRequest request(std::string("OXVideoDevice.") + kMethod, {kId});
   RawSocket socket(child.greeting());
   char answer[kAnswerBytes];
   measureCalls(pState, [&] {
@@ -79,13 +82,17 @@ void frameworkClient(benchmark::State& pState, Placement pPlacement) {
 }  // namespace
 
 void addSmallCalls() {
-  for (const auto& [placed, placement] :
-       {std::pair{"each on a core of its own", Placement::kOwnCores},
-        std::pair{"both on one core", Placement::kOneCore}}) {
+  struct Placed {
+    const char* name;
+    Placement placement;
+  };
+  for (const Placed& placed : {Placed{"each on a core of its own", Placement::kOwnCores},
+                               Placed{"both on one core", Placement::kOneCore}}) {
     const auto add = [&](const char* pRow, void (*pFunction)(benchmark::State&, Placement)) {
-      addRow(
-          std::string("small call/") + placed + "/" + pRow, kCalls, kRepetitions,
-          [pFunction, where = placement](benchmark::State& pState) { pFunction(pState, where); });
+      addRow(std::string("small call/") + placed.name + "/" + pRow, kCalls, kRepetitions,
+             [pFunction, where = placed.placement](benchmark::State& pState) {
+               pFunction(pState, where);
+             });
     };
     add("raw channel", pingPong);
     add("plain client, broker", plainClient);

@@ -2,13 +2,13 @@
 /// it (OX_WITH_DDS, OX_WITH_GSTREAMER).
 #pragma once
 
-#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <string>
 
 #include "../child.h"
+#include "../measured.h"
 #include "../placement.h"
 
 namespace OX::benchmarks {
@@ -19,13 +19,6 @@ struct ImageMark {
   std::uint64_t number = 0;
   std::int64_t sentNs = 0;
 };
-
-/// The time of that clock.
-inline std::int64_t sharedClockNs() {
-  return std::chrono::duration_cast<std::chrono::nanoseconds>(
-             std::chrono::steady_clock::now().time_since_epoch())
-      .count();
-}
 
 /// The receiving end, in this process. Connected to a sender when it was made.
 class Receiver {
