@@ -1,11 +1,11 @@
 // Starts what the options name and ends it in reverse: server, broker with its modules, libraries.
 #include "daemon.h"
 
-#include <algorithm>
 #include <boost/make_shared.hpp>
 #include <cerrno>
 #include <charconv>
 #include <filesystem>
+#include <optional>
 #include <ostream>
 #include <string>
 #include <system_error>
@@ -57,8 +57,11 @@ class ModuleHost {
   ModuleHost(const ModuleHost&) = delete;
   ModuleHost& operator=(const ModuleHost&) = delete;
 
-  void load(const std::string& pName) {
+  /// With pWithStreams the library of streams, if it lies beside that of the cameras, follows it at
+  /// once: modules of later libraries may need it.
+  void load(const std::string& pName, bool pWithStreams) {
     const ModuleLibrary library(pName);
+    if (fStreams && library == *fStreams) return;  // named all the same
     try {
       library.createModule(fBroker);
     } catch (const OXError& error) {
@@ -68,41 +71,32 @@ class ModuleHost {
                  error.getDescription() + "\n  " + advice);
     }
     fLibraries.push_back(library);
-  }
-
-  /// Loads the library of streams if it lies beside that of the cameras and was not named. Who has
-  /// not asked for it is served without it too: what goes wrong is only logged.
-  void loadStreams() {
-    const std::filesystem::path path = xPathOfStreams();
-    if (path.empty()) return;
-    try {
-      const ModuleLibrary library(path.string());
-      if (std::find(fLibraries.begin(), fLibraries.end(), library) != fLibraries.end()) return;
-      library.createModule(fBroker);
-      fLibraries.push_back(library);
-    } catch (const OXError& error) {
-      ki::log::log(ki::log::kWarning, "oxbroker", error.what(), "", "loadStreams", 0);
-    }
+    if (pWithStreams) xLoadStreams(library.path());
   }
 
   const boost::shared_ptr<OXBroker>& getBroker() const { return fBroker; }
   const SourcePreferences& getPreferences() const { return *fPreferences; }
 
  private:
-  std::filesystem::path xPathOfStreams() const {
-    for (const ModuleLibrary& library : fLibraries) {
-      const std::filesystem::path path = library.path();
-      std::error_code error;
-      const auto beside = path.parent_path() / kStreamLibrary;
-      if (path.filename() == kCameraLibrary && std::filesystem::exists(beside, error))
-        return beside;
+  /// Who has not asked for the streams is served without them too: what goes wrong is only logged.
+  void xLoadStreams(const std::filesystem::path& pLoaded) {
+    const std::filesystem::path path = pLoaded.parent_path() / kStreamLibrary;
+    std::error_code error;
+    if (pLoaded.filename() != kCameraLibrary || !std::filesystem::exists(path, error)) return;
+    try {
+      const ModuleLibrary library(path.string());
+      library.createModule(fBroker);
+      fLibraries.push_back(library);
+      fStreams = library;
+    } catch (const OXError& failure) {
+      ki::log::log(ki::log::kWarning, "oxbroker", failure.what(), "", "loadStreams", 0);
     }
-    return {};
   }
 
   const boost::shared_ptr<OXBroker> fBroker;
   const boost::shared_ptr<SourcePreferences> fPreferences;
   std::vector<ModuleLibrary> fLibraries;  ///< those that created their modules
+  std::optional<ModuleLibrary> fStreams;  ///< loaded without having been named
 };
 
 /// Another address like the one that is in use.
@@ -136,8 +130,7 @@ int serve(const Options& pOptions, std::ostream& pOut, std::ostream& pErr,
   try {
     ki::log::setLevel(pOptions.logLevel);
     ModuleHost host(pOptions);
-    for (const std::string& library : pOptions.libraries) host.load(library);
-    if (pOptions.withStreams) host.loadStreams();
+    for (const std::string& library : pOptions.libraries) host.load(library, pOptions.withStreams);
     if (const std::string notice = host.getPreferences().getNotice(); !notice.empty())
       pErr << "oxbroker: " << notice << std::endl;
     OXServer server(host.getBroker(), pOptions.limits);

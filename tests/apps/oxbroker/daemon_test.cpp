@@ -383,6 +383,7 @@ TEST(Daemon, LoadsTheStreamsBesideTheCamerasOnce) {
   } kCases[] = {
       {{"--load", OX_VIDEO_LIBRARY}, "3 streams already"},
       {{"--load", OX_VIDEO_LIBRARY, "--load", OX_STREAM_LIBRARY}, "3 streams already"},
+      {{"--load", OX_VIDEO_LIBRARY, "--load", OX_NEEDY_LIBRARY}, "3 streams already"},
       {{"--load", OX_VIDEO_LIBRARY, "--no-stream"}, ""},
       {{"--load", folder + "/libvideoinput.so"}, ""},
       {{"--load", OX_PROBE_LIBRARY}, ""},

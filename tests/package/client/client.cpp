@@ -1,7 +1,9 @@
 // Pushes a frame with one bright pixel, then looks for it twice: in the image that the proxy
 // returns and with the module BrightestSpot, which reads the image inside the broker.
+#include <chrono>
 #include <cstdio>
 #include <exception>
+#include <future>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -48,7 +50,12 @@ void run(const std::string& pAddress) {
   print("client", brightest % kWidth, brightest / kWidth, luma[brightest]);
   camera.unsubscribe(id);
 
-  const OX::OXValue spot = remote->getProxy("BrightestSpot")->call("find", 0);
+  // The module waits for a frame that comes after its stream was opened.
+  auto found = std::async(std::launch::async,
+                          [&] { return remote->getProxy("BrightestSpot")->call("find", 0); });
+  while (found.wait_for(std::chrono::milliseconds(5)) == std::future_status::timeout)
+    camera.putImage(0, kWidth, kHeight, brightSpotFrame());
+  const OX::OXValue spot = found.get();
   print("module", spot[0].toInt(), spot[1].toInt(), spot[2].toInt());
 }
 
