@@ -148,13 +148,16 @@ TEST(PaceOfAStream, LetsFramesPassNoSoonerThanItsRate) {
     int fps;
     std::vector<int> frames;    ///< when they come, milliseconds
     std::vector<int> expected;  ///< when one is given
+    int firstAge;               ///< of the first one, milliseconds
     const char* why;
   } kCases[] = {
-      {0, {0, 1, 2}, {0, 1, 2}, "each as it comes"},
-      {10, {0, 30, 60, 90, 120, 150, 180, 195}, {0, 90, 195}, "an eighth early at most"},
-      {10, {0, 50, 180}, {0, 100, 200}, "what came early is given when it is due"},
-      {10, {0, 110, 195, 310, 395}, {0, 110, 195, 310, 395}, "a camera that is not quite regular"},
-      {10, {0, 170, 210, 270}, {0, 170, 270}, "a late one is not followed by one too soon"},
+      {0, {0, 1, 2}, {0, 1, 2}, 0, "each as it comes"},
+      {10, {0, 30, 60, 90, 120, 150, 180, 195}, {0, 90, 195}, 0, "an eighth early at most"},
+      {10, {0, 50, 180}, {0, 100, 200}, 0, "what came early is given when it is due"},
+      {10, {0, 110, 195, 310, 395}, {0, 110, 195, 310, 395}, 0, "a camera that isn't regular"},
+      {10, {0, 170, 210, 270}, {0, 170, 270}, 0, "a late one is not followed by one too soon"},
+      {10, {0, 70, 170, 270}, {0, 70, 170, 270}, 30, "what was given late makes no other wait"},
+      {10, {0, 30, 60, 150}, {0, 50, 150}, 80, "nor does it bring the next one at once"},
   };
   for (const auto& test : kCases) {
     Pace pace(test.fps);
@@ -170,7 +173,7 @@ TEST(PaceOfAStream, LetsFramesPassNoSoonerThanItsRate) {
       const bool isNew = std::count(test.frames.begin(), test.frames.end(), now) > 0;
       if (!isNew && pace.fit(moment - milliseconds(13)) > moment) continue;
       given.push_back(now);
-      pace.given(moment);
+      pace.given(moment, milliseconds(given.size() == 1 ? test.firstAge : 0));
       isThere = false;
     }
     EXPECT_EQ(given, test.expected) << test.why;

@@ -1,6 +1,7 @@
 /// The rate of a stream.
 #pragma once
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 
@@ -8,7 +9,8 @@ namespace OX {
 
 /// When a stream may be given its next frame. The moments lie a period apart from each other and
 /// not from when frames were given: a camera's frames come a little early and a little late, and a
-/// stream of the camera's own rate must not lose every second one to that.
+/// stream of the camera's own rate must not lose every second one to that. They follow the arrival
+/// of frames: one that was given late, as the first one often is, makes no later one wait.
 ///
 /// Thread-safe; given() is called by one thread at a time.
 class Pace {
@@ -26,11 +28,14 @@ class Pace {
     return pMoment >= due - fPeriod / kEarly ? pMoment : due;
   }
 
-  void given(Clock::time_point pNow) {
+  /// A frame was given that had come pAge before.
+  void given(Clock::time_point pNow, std::chrono::nanoseconds pAge) {
     const Clock::time_point due(fDue.load());
+    const Clock::time_point arrival =
+        pNow - std::min<std::chrono::nanoseconds>(pAge, fPeriod / kLate);
     // A frame that is late moves no other one, unless it is so late that two would come together.
-    const bool isNearlyInTime = pNow - due <= fPeriod / kLate;
-    fDue = (isNearlyInTime ? due : pNow).time_since_epoch() + fPeriod;
+    const bool isNearlyInTime = arrival - due <= fPeriod / kLate;
+    fDue = (isNearlyInTime ? due : arrival).time_since_epoch() + fPeriod;
   }
 
  private:

@@ -10,7 +10,10 @@
 namespace OX {
 
 Stream::Stream(Setup pSetup)
-    : fSetup(std::move(pSetup)), fMarks(fSetup.subscription->formats().size()), fPace(fSetup.fps) {
+    : fShare(std::move(pSetup.share)),
+      fSetup(std::move(pSetup)),
+      fMarks(fSetup.subscription->formats().size()),
+      fPace(fSetup.fps) {
   for (const FrameFormat& format : formats()) note(format.camera);
 }
 
@@ -79,7 +82,6 @@ std::optional<Stream::Clock::time_point> Stream::nextChance(Clock::time_point pN
 Stream::Result Stream::take(Pixels pPixels, bool pIsPartial, std::span<const FrameTarget> pTargets,
                             std::span<Frame> pFrames) {
   const detail::MutexLock hold(fTaking);
-  const Clock::time_point begin = Clock::now();
   std::size_t taken = 0;
   Result worst = Result::kNothingNew;
   for (std::size_t i = 0; i < fMarks.size(); ++i) {
@@ -91,9 +93,10 @@ Stream::Result Stream::take(Pixels pPixels, bool pIsPartial, std::span<const Fra
     if (result == Result::kFailed) worst = result;
   }
   if (taken == 0 || (taken < fMarks.size() && !pIsPartial)) return worst;
+  std::chrono::microseconds youngest = std::chrono::hours(1);
   for (std::size_t i = 0; i < fMarks.size(); ++i)
-    if (pFrames[i]) xCount(i, pFrames[i]);
-  fPace.given(begin);
+    if (pFrames[i]) youngest = std::min(youngest, xCount(i, pFrames[i]));
+  fPace.given(Clock::now(), youngest);
   return Result::kFrame;
 }
 
@@ -105,12 +108,11 @@ Stream::Result Stream::fetch(const FrameTarget& pTarget, Frame& pFrame) {
 bool Stream::countFetched(const Frame& pFrame) {
   const detail::MutexLock hold(fTaking);
   if (pFrame.number() <= fMarks[0].given) return false;
-  xCount(0, pFrame);
-  fPace.given(Clock::now());
+  fPace.given(Clock::now(), xCount(0, pFrame));
   return true;
 }
 
-void Stream::xCount(std::size_t pIndex, const Frame& pFrame) {
+std::chrono::microseconds Stream::xCount(std::size_t pIndex, const Frame& pFrame) {
   Mark& mark = fMarks[pIndex];
   std::uint64_t none = 0;
   mark.first.compare_exchange_strong(none, pFrame.number());
@@ -119,7 +121,16 @@ void Stream::xCount(std::size_t pIndex, const Frame& pFrame) {
   fGiven.fetch_add(1, std::memory_order_relaxed);
   fKeepsUp = pFrame.number() <= expected;
   if (!fKeepsUp) fSkipped.fetch_add(pFrame.number() - expected, std::memory_order_relaxed);
-  fAges.add(std::chrono::microseconds(OXClock::get().nowUs() - pFrame.arrivedUs()));
+  // The clock may have been set back.
+  const std::chrono::microseconds age(
+      std::max<std::int64_t>(OXClock::get().nowUs() - pFrame.arrivedUs(), 0));
+  fAges.add(age);
+  return age;
+}
+
+void Stream::returnShare() {
+  const detail::MutexLock hold(fShareGuard);
+  fShare = {};
 }
 
 StreamStatistics Stream::statistics() const {

@@ -109,6 +109,9 @@ class Stream {
   /// Whether a frame of its first camera is what a request would get now.
   bool isNext(const Frame& pFrame) const;
 
+  /// What it takes of its connection's limits is free again, though tasks may still share it.
+  void returnShare();
+
   /// Whether it is closed, or its subscriber is gone.
   bool hasEnded() const { return fHasEnded || fSetup.subscription->isOver(); }
   void setEnded() { fHasEnded = true; }
@@ -132,9 +135,12 @@ class Stream {
   bool xIsNew(std::size_t pIndex) const;
   std::optional<Clock::time_point> xNextFrame(std::size_t pIndex, Clock::time_point pNow,
                                               const IFrameSource* pSource) const;
-  void xCount(std::size_t pIndex, const Frame& pFrame);
+  /// Returns how old the frame is.
+  std::chrono::microseconds xCount(std::size_t pIndex, const Frame& pFrame);
 
-  const Setup fSetup;
+  detail::Mutex fShareGuard;
+  Quota::Share fShare OX_GUARDED_BY(fShareGuard);
+  const Setup fSetup;  ///< without its share
   std::vector<Mark> fMarks;
   detail::Mutex fTaking;  ///< held while frames are taken: up to a second
   Pace fPace;

@@ -163,6 +163,7 @@ std::string Streams::idOf(std::uint64_t pAcquisition) const {
 bool Streams::xEnd(const StreamPtr& pStream, const Delivery::Farewell& pFarewell) {
   fDelivery->end(pStream, pFarewell);
   if (!pStream->subscription().end()) return false;
+  pStream->returnShare();
   const detail::MutexLock hold(fGuard);
   const auto found = fStreams.find(pStream->id());
   if (found != fStreams.end() && found->second == pStream) fStreams.erase(found);
