@@ -173,11 +173,28 @@ TEST(PaceOfAStream, LetsFramesPassNoSoonerThanItsRate) {
       const bool isNew = std::count(test.frames.begin(), test.frames.end(), now) > 0;
       if (!isNew && pace.fit(moment - milliseconds(13)) > moment) continue;
       given.push_back(now);
-      pace.given(moment, milliseconds(given.size() == 1 ? test.firstAge : 0));
+      pace.given(moment, milliseconds(given.size() == 1 ? test.firstAge : 0), false);
       isThere = false;
     }
     EXPECT_EQ(given, test.expected) << test.why;
   }
+}
+
+// The first frame came out of rhythm, as while a camera takes up its rate.
+TEST(PaceOfAStream, DoesNotKeepEachFrameBackForEver) {
+  Pace pace(30);
+  const std::chrono::nanoseconds period = std::chrono::nanoseconds(std::chrono::seconds(1)) / 30;
+  Pace::Clock::time_point arrival = Pace::Clock::now();
+  pace.given(arrival, milliseconds(0), true);
+  arrival += milliseconds(2);
+  std::chrono::nanoseconds wait = period;
+  for (int frame = 0; frame < 40; ++frame, arrival += period) {
+    const Pace::Clock::time_point moment = pace.fit(arrival);
+    ASSERT_LE(moment - arrival, wait) << frame;
+    wait = moment - arrival;
+    pace.given(moment, wait, true);
+  }
+  EXPECT_EQ(wait.count(), 0);
 }
 
 TEST_F(Delivering, ARateSkipsAndGivesTheNewestWhenItIsDue) {

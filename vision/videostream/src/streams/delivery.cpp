@@ -111,17 +111,20 @@ void Delivery::stop(const Farewell& pFarewell) {
 
 void Delivery::ask(const StreamPtr& pStream, Request pRequest) {
   Farewell farewell;
+  Request refused;
   {
     const detail::MutexLock hold(fGuard);
     StreamLine& line = pStream->line();
     farewell = line.farewell;
-    if (!farewell) {
+    if (farewell) {
+      refused = std::move(pRequest);
+    } else {
       xStartTimer();
       line.requests.push_back(std::move(pRequest));
     }
   }
   if (farewell)
-    farewell(*pRequest.receiver);
+    farewell(*refused.receiver);
   else
     xServe(pStream);
 }
@@ -566,15 +569,19 @@ bool Delivery::xIsReady(const StreamPtr& pStream, Request& pRequest) {
 void Delivery::xPutBack(const StreamPtr& pStream, Request&& pRequest,
                         Clock::time_point pNotBefore) {
   Farewell farewell;
+  Request refused;
   {
     const detail::MutexLock hold(fGuard);
     StreamLine& line = pStream->line();
     farewell = line.farewell;
     // A newer frame may fare better.
     if (!line.again) line.notBefore = pNotBefore;
-    if (!farewell) line.requests.push_front(std::move(pRequest));
+    if (farewell)
+      refused = std::move(pRequest);
+    else
+      line.requests.push_front(std::move(pRequest));
   }
-  if (farewell) farewell(*pRequest.receiver);
+  if (farewell) farewell(*refused.receiver);
 }
 
 }  // namespace OX

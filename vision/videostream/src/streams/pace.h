@@ -10,7 +10,9 @@ namespace OX {
 /// When a stream may be given its next frame. The moments lie a period apart from each other and
 /// not from when frames were given: a camera's frames come a little early and a little late, and a
 /// stream of the camera's own rate must not lose every second one to that. They follow the arrival
-/// of frames: one that was given late, as the first one often is, makes no later one wait.
+/// of frames: one that was given late, as the first one often is, makes no later one wait; and
+/// where each frame waits for its moment though none is skipped, the moments move towards the
+/// frames.
 ///
 /// Thread-safe; given() is called by one thread at a time.
 class Pace {
@@ -28,19 +30,22 @@ class Pace {
     return pMoment >= due - fPeriod / kEarly ? pMoment : due;
   }
 
-  /// A frame was given that had come pAge before.
-  void given(Clock::time_point pNow, std::chrono::nanoseconds pAge) {
+  /// A frame was given that had come pAge before. pIsNext: none was skipped before it.
+  void given(Clock::time_point pNow, std::chrono::nanoseconds pAge, bool pIsNext) {
     const Clock::time_point due(fDue.load());
     const Clock::time_point arrival =
         pNow - std::min<std::chrono::nanoseconds>(pAge, fPeriod / kLate);
     // A frame that is late moves no other one, unless it is so late that two would come together.
     const bool isNearlyInTime = arrival - due <= fPeriod / kLate;
-    fDue = (isNearlyInTime ? due : arrival).time_since_epoch() + fPeriod;
+    const bool hasWaited = pIsNext && arrival < due - fPeriod / kEarly;
+    fDue = (isNearlyInTime ? due : arrival).time_since_epoch() + fPeriod -
+           (hasWaited ? fPeriod / kStep : std::chrono::nanoseconds(0));
   }
 
  private:
   static constexpr int kEarly = 8;  ///< a frame may be early by this part of a period
   static constexpr int kLate = 2;
+  static constexpr int kStep = 32;  ///< which the moments move by at once
 
   const std::chrono::nanoseconds fPeriod;
   std::atomic<Clock::duration> fDue{Clock::duration(0)};  ///< since the clock's epoch

@@ -96,7 +96,7 @@ Stream::Result Stream::take(Pixels pPixels, bool pIsPartial, std::span<const Fra
   std::chrono::microseconds youngest = std::chrono::hours(1);
   for (std::size_t i = 0; i < fMarks.size(); ++i)
     if (pFrames[i]) youngest = std::min(youngest, xCount(i, pFrames[i]));
-  fPace.given(Clock::now(), youngest);
+  fPace.given(Clock::now(), youngest, fKeepsUp);
   return Result::kFrame;
 }
 
@@ -108,7 +108,8 @@ Stream::Result Stream::fetch(const FrameTarget& pTarget, Frame& pFrame) {
 bool Stream::countFetched(const Frame& pFrame) {
   const detail::MutexLock hold(fTaking);
   if (pFrame.number() <= fMarks[0].given) return false;
-  fPace.given(Clock::now(), xCount(0, pFrame));
+  const std::chrono::microseconds age = xCount(0, pFrame);
+  fPace.given(Clock::now(), age, fKeepsUp);
   return true;
 }
 
