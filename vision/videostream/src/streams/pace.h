@@ -11,8 +11,8 @@ namespace OX {
 /// not from when frames were given: a camera's frames come a little early and a little late, and a
 /// stream of the camera's own rate must not lose every second one to that. They follow the arrival
 /// of frames: one that was given late, as the first one often is, makes no later one wait; and
-/// where each frame waits for its moment though none is skipped, the moments move towards the
-/// frames.
+/// where frames wait for their moment, the moments move towards the frames, to earlier ones while
+/// none is skipped, else to later ones.
 ///
 /// Thread-safe; given() is called by one thread at a time.
 class Pace {
@@ -37,9 +37,10 @@ class Pace {
         pNow - std::min<std::chrono::nanoseconds>(pAge, fPeriod / kLate);
     // A frame that is late moves no other one, unless it is so late that two would come together.
     const bool isNearlyInTime = arrival - due <= fPeriod / kLate;
-    const bool hasWaited = pIsNext && arrival < due - fPeriod / kEarly;
-    fDue = (isNearlyInTime ? due : arrival).time_since_epoch() + fPeriod -
-           (hasWaited ? fPeriod / kStep : std::chrono::nanoseconds(0));
+    const bool hasWaited = arrival < due - fPeriod / kEarly;
+    const int steps = hasWaited ? (pIsNext ? -1 : 1) : 0;
+    fDue =
+        (isNearlyInTime ? due : arrival).time_since_epoch() + fPeriod + steps * (fPeriod / kStep);
   }
 
  private:
