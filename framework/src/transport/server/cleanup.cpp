@@ -49,6 +49,8 @@ void Connection::xCleanUp() {
   if (fEndsWithServer || fCore->broker.expired()) return xForget();
   if (!fConnections->hasWills(fNumber)) return xBeginGivingBack();
   fPhase = Phase::kWills;
+  // Before the timer begins: no will is called after what they speak of is given back.
+  fWillsEnd = std::chrono::steady_clock::now() + kWillsLimit;
   if (!xPost(&Connection::xRunWills)) return xAfter(kPause, &Connection::xCleanUp);
   ++fRunning;
   xAfter(kWillsLimit, &Connection::xBeginGivingBack);
@@ -66,13 +68,12 @@ bool Connection::xPost(void (Connection::*pTask)()) {
 
 /// On a thread of the broker.
 void Connection::xRunWills() {
-  const auto deadline = std::chrono::steady_clock::now() + kWillsLimit;
   const OXCallerContext::Scope scope(this);
   for (const OXLastWill& will : fConnections->takeWills(fNumber)) {
     try {
       const auto broker = fCore->broker.lock();
       if (!broker) break;
-      if (std::chrono::steady_clock::now() >= deadline)
+      if (std::chrono::steady_clock::now() >= fWillsEnd)
         raiseError("OXBroker", "onDisconnect",
                    "not called: the last wills of a connection have " +
                        std::to_string(kWillsLimit.count()) + " s for all together");

@@ -144,8 +144,9 @@ class Connection : public MessageStream, private OXCallerContext, public Deferre
   Silence fSilence;
   int fRunning = 0;  ///< after the end: calls that have not ended yet, the wills included
   bool fEndsWithServer = false;
-  bool fIsGivingBack = false;    ///< a thread of the broker does it
-  bool fGivesBackAgain = false;  ///< a call has ended meanwhile
+  bool fIsGivingBack = false;                       ///< a thread of the broker does it
+  bool fGivesBackAgain = false;                     ///< a call has ended meanwhile
+  std::chrono::steady_clock::time_point fWillsEnd;  ///< set before the wills run elsewhere
   std::chrono::steady_clock::time_point fAnnounceBy;
   bool fAnnounced = false;  ///< the event of its end was posted
 
