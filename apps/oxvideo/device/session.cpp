@@ -25,6 +25,14 @@ constexpr std::chrono::seconds kAnswerLimit{20};
 // More cameras than any device has: bounds the search in one that accepts every index.
 constexpr int kMostCameras = 256;
 
+/// How long a call is meant to wait for a frame, beyond what any call may take.
+std::chrono::milliseconds waitOf(const std::string& pModule, const std::string& pMethod,
+                                 const OXValue& pArguments) {
+  const bool waits = pModule == "OXVideoStream" && pMethod.starts_with("next") &&
+                     pArguments.isArray() && pArguments.getSize() > 1 && pArguments[1].isInt();
+  return std::chrono::milliseconds(waits ? std::max(pArguments[1].toInt(), 0) : 0);
+}
+
 OXValue::Array column(const std::vector<StreamRequest>& pStreams, int StreamRequest::*pField) {
   OXValue::Array result;
   for (const StreamRequest& stream : pStreams) result.emplace_back(stream.*pField);
@@ -42,7 +50,7 @@ OXSession::OXSession(const std::string& pAddress, const std::string& pVerb)
 
 OXValue OXSession::call(const std::string& pModule, const std::string& pMethod,
                         const OXValue& pArguments) {
-  return fBroker->call(pModule, pMethod, pArguments);
+  return fBroker->call(pModule, pMethod, pArguments, waitOf(pModule, pMethod, pArguments));
 }
 
 void OXSession::listen(Listener pListener) {

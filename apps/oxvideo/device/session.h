@@ -22,7 +22,8 @@ class OXSession {
   /// Throws OXFailure that names the address and says how to start a broker there.
   OXSession(const std::string& pAddress, const std::string& pVerb);
 
-  /// Throws OXError: raised by the method, or for a lost connection or no answer within 20 s.
+  /// Throws OXError: raised by the method, or for a lost connection or no answer within 20 s,
+  /// to which a request for a frame adds the time that it may wait.
   OXValue call(const std::string& pModule, const std::string& pMethod, const OXValue& pArguments);
 
   /// The same for the video device.
